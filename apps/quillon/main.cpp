@@ -1,0 +1,24 @@
+// quillon: the command-line host.
+#include <cstdio>
+#include <exception>
+
+#include "commands.h"
+
+int main(int argc, char** argv) {
+  using namespace quillon::app;
+  CLI::App app("Quillon: find, measure and judge what the camera sees.", "quillon");
+  app.set_version_flag("--version", QUILLON_VERSION);
+  app.require_subcommand(1);
+  AddGray(app);
+  AddThresholds(app);
+  try {
+    app.parse(argc, argv);
+    return 0;
+  } catch (const CLI::ParseError& error) {
+    constexpr int kUsage = 2;
+    return app.exit(error) == 0 ? 0 : kUsage;
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "quillon: %s\n", error.what());
+    return 1;
+  }
+}

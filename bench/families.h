@@ -1,0 +1,8 @@
+// One function per family, called by the program: a linker keeps what is named.
+#pragma once
+
+namespace quillon::bench {
+
+void AddPointOperations();  // colour to grey, thresholds
+
+}  // namespace quillon::bench

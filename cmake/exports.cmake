@@ -1,0 +1,26 @@
+# Gives a shared library the names of one .def file, and no others.
+#
+# A line of the list is NAME, or NAME = TARGET for a second name of one entry point. Windows linkers
+# read the file as it is; elsewhere it becomes a version script and one --defsym per second name.
+function(quillon_export_names target def)
+  set_property(TARGET ${target} APPEND PROPERTY LINK_DEPENDS ${def})
+  if(WIN32)
+    target_sources(${target} PRIVATE ${def})
+    return()
+  endif()
+  set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${def})
+  file(STRINGS ${def} lines REGEX "^  [A-Za-z]")
+  set(names "")
+  foreach(line IN LISTS lines)
+    string(REGEX MATCHALL "[A-Za-z0-9_]+" words ${line})
+    list(GET words 0 name)
+    string(APPEND names "    ${name};\n")
+    if(line MATCHES "=")
+      list(GET words 1 aliased)
+      target_link_options(${target} PRIVATE "LINKER:--defsym=${name}=${aliased}")
+    endif()
+  endforeach()
+  set(script ${CMAKE_CURRENT_BINARY_DIR}/${target}.map)
+  file(WRITE ${script} "{\n  global:\n${names}  local: *;\n};\n")
+  target_link_options(${target} PRIVATE "LINKER:--version-script=${script}" LINKER:--no-undefined)
+endfunction()

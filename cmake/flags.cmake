@@ -1,0 +1,32 @@
+# The flags of everything we compile. quillon_flags(TARGET) applies them.
+set(QUILLON_SANITIZE "" CACHE STRING "Sanitizers to build with, as in -fsanitize=")
+
+function(quillon_flags target)
+  target_compile_options(${target} PRIVATE
+    -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wno-sign-conversion -Werror
+    # A fused or reordered operation gives other last bits.
+    -ffp-contract=off)
+  if(CMAKE_SIZEOF_VOID_P EQUAL 4)
+    target_compile_options(${target} PRIVATE
+      -msse2 -mfpmath=sse  # no result may pass through the wider floating-point stack
+      -mstackrealign)      # hosts align the stack to 4 bytes only
+  endif()
+  if(WIN32)
+    target_compile_options(${target} PRIVATE
+      -Wa,-muse-unaligned-vector-move)  # this compiler aligns spilled vectors too little
+    target_link_options(${target} PRIVATE -static)
+  endif()
+  if(QUILLON_SANITIZE)
+    target_compile_options(${target} PRIVATE
+      -fsanitize=${QUILLON_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+    target_link_options(${target} PRIVATE -fsanitize=${QUILLON_SANITIZE})
+  endif()
+endfunction()
+
+# What the library adds: nothing that can throw, nothing visible that is not asked for.
+function(quillon_library_flags target)
+  quillon_flags(${target})
+  target_compile_definitions(${target} PRIVATE QUILLON_BUILDING)
+  target_compile_options(${target} PRIVATE
+    -fno-exceptions -fno-rtti -fvisibility=hidden -fvisibility-inlines-hidden)
+endfunction()

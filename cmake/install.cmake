@@ -1,0 +1,21 @@
+# What `cmake --install` lays down: the library, its headers, and what lets a host find both.
+include(CMakePackageConfigHelpers)
+install(TARGETS quillon EXPORT quillon-targets
+  RUNTIME COMPONENT library LIBRARY COMPONENT library NAMELINK_COMPONENT development
+  ARCHIVE COMPONENT development)
+install(DIRECTORY include/quillon DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
+
+set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/quillon)
+install(EXPORT quillon-targets NAMESPACE quillon:: DESTINATION ${package_dir}
+        FILE quillon-config.cmake COMPONENT development)
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/quillon-config-version.cmake
+                                 COMPATIBILITY SameMajorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/quillon-config-version.cmake DESTINATION ${package_dir}
+        COMPONENT development)
+
+configure_file(cmake/quillon.pc.in ${PROJECT_BINARY_DIR}/quillon.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/quillon.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig
+        COMPONENT development)
+if(QUILLON_APPS)
+  install(TARGETS quillon_cli RUNTIME COMPONENT cli)
+endif()

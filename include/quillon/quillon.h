@@ -1,0 +1,58 @@
+// The exported functions of Quillon, by family.
+//
+// Rules for every function
+// - C calling convention, plain names. Images are objects that the host constructed (image.h).
+// - There are no error codes and no messages: a call that cannot do its work does nothing, or
+//   returns the failure value named below. No call throws, whatever it is given.
+// - A null image, or one without pixels, where pixels are read: nothing happens.
+// - A destination is re-created at the size the operation needs; its old size and contents are
+//   discarded. Where the source may also be the destination, the comment says so.
+// - Results are the same bytes on every machine, at every instruction-set level.
+// - Calls on different objects may run on different threads; one object serves one call at a time.
+#pragma once
+
+#include "quillon/image.h"
+#include "quillon/records.h"
+
+#if !defined(_WIN32)
+#define QUILLON_API extern "C" __attribute__((visibility("default")))
+#define QUILLON_CALL
+#elif defined(QUILLON_BUILDING)
+#define QUILLON_API extern "C"
+#define QUILLON_CALL __cdecl
+#else
+#define QUILLON_API extern "C" __declspec(dllimport)
+#define QUILLON_CALL __cdecl
+#endif
+
+namespace quillon {
+
+// ---- colour to grey -----------------------------------------------------------------------------
+
+// Grey of a colour image, re-creating `result` at the source's size.
+//   columns 0 ... 8 * (width / 8) - 1:  B * 116 / 1024 + G * 600 / 1024 + R * 305 / 1024, each
+//                                       product truncated on its own (white becomes 252)
+//   the remaining columns:              G * 0.587 + B * 0.114 + R * 0.2989, truncated (254)
+// Depths: the source deeper than 8 bits, read as three bytes a pixel; the result must already
+// report 8. Otherwise nothing happens.
+QUILLON_API void QUILLON_CALL IxColorToGray(const ColourImage* source, GreyImage* result);
+
+// ---- thresholds ---------------------------------------------------------------------------------
+// All work in place on an 8-bit image; other depths: nothing happens.
+
+// 255 where the pixel is above `threshold`, else 0.
+// A threshold outside 0 ... 255: the last width % 8 columns follow the rule (all 255 below 0, all 0
+// from 255 on); the columns before them compare with its low 8 bits.
+QUILLON_API void QUILLON_CALL IxThreshold(GreyImage* image, int threshold);
+
+// 255 where min(low, high) < pixel < high, else 0. So swapped bounds give an empty band.
+// Bounds outside 0 ... 255: as for IxThreshold, each bound by its low 8 bits in the columns before
+// the last width % 8.
+QUILLON_API void QUILLON_CALL IxDoubleThreshold(GreyImage* image, int low, int high);
+
+// IxThreshold at the level that maximises the variance between the two classes (N. Otsu, "A
+// threshold selection method from gray-level histograms", IEEE Trans. SMC 9(1), 1979). Among equal
+// maxima the lowest level wins; a constant image gets level 0.
+QUILLON_API void QUILLON_CALL IxOtsuThreshold(GreyImage* image);
+
+}  // namespace quillon

@@ -1,0 +1,92 @@
+// Binarisation. The columns before the last width % 8 compare with the low 8 bits of a bound, the
+// others with all of it: the two differ for bounds outside 0 ... 255, and hosts rely on both.
+#include "point/threshold.h"
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+
+#include "simd/kernels.h"
+
+namespace quillon {
+namespace {
+
+constexpr int kLevels = 256;
+using Histogram = std::array<uint32_t, kLevels>;
+
+// Eight counters a level: neighbouring pixels are often equal, and a counter that was just written
+// is slow to read.
+Histogram CountLevels(const GreyImage& image) {
+  constexpr int kTables = 8;
+  uint32_t counts[kTables][kLevels] = {};
+  for (int y = 0; y < image.height; ++y) {
+    const uint8_t* row = image.rows[y];
+    int x = 0;
+    for (; x <= image.width - kTables; x += kTables) {
+      uint64_t pixels;
+      std::memcpy(&pixels, row + x, sizeof pixels);
+      for (int i = 0; i < kTables; ++i) ++counts[i][pixels >> (8 * i) & 255];
+    }
+    for (; x < image.width; ++x) ++counts[0][row[x]];
+  }
+  Histogram histogram = {};
+  for (const auto& table : counts) {
+    for (int v = 0; v < kLevels; ++v) histogram[v] += table[v];
+  }
+  return histogram;
+}
+
+// Levels weigh their number plus one, in 32-bit arithmetic that wraps for counts beyond 8 million.
+double Weighted(const Histogram& histogram, int level) {
+  return static_cast<int32_t>(static_cast<uint32_t>(level + 1) * histogram[level]);
+}
+
+}  // namespace
+
+void ApplyThreshold(const Kernels& kernels, GreyImage& image, int threshold) {
+  const int blocks = image.width / 8 * 8;
+  for (int y = 0; y < image.height; ++y) {
+    uint8_t* row = image.rows[y];
+    kernels.threshold.AboveRow(row, blocks, static_cast<uint8_t>(threshold));
+    for (int x = blocks; x < image.width; ++x) row[x] = row[x] > threshold ? 255 : 0;
+  }
+}
+
+void ApplyDoubleThreshold(const Kernels& kernels, GreyImage& image, int low, int high) {
+  const int lower = std::min(low, high);
+  const int blocks = image.width / 8 * 8;
+  for (int y = 0; y < image.height; ++y) {
+    uint8_t* row = image.rows[y];
+    kernels.threshold.BetweenRow(row, blocks, static_cast<uint8_t>(lower),
+                                 static_cast<uint8_t>(high));
+    for (int x = blocks; x < image.width; ++x) row[x] = lower < row[x] && row[x] < high ? 255 : 0;
+  }
+}
+
+// All sums are integers below 2^53, so carrying them from level to level is exact.
+int ComputeOtsuThreshold(const GreyImage& image) {
+  const Histogram histogram = CountLevels(image);
+  double pixels = 0, moment = 0;
+  for (int v = 0; v < kLevels; ++v) {
+    pixels += histogram[v];
+    moment += Weighted(histogram, v);
+  }
+  double darkPixels = 0, darkMoment = 0, best = 0;
+  int result = 0;
+  for (int t = 0; t < kLevels; ++t) {
+    darkPixels += histogram[t];
+    darkMoment += Weighted(histogram, t);
+    const double brightPixels = pixels - darkPixels;
+    const double darkMean = darkPixels == 0 ? 0 : darkMoment / darkPixels;
+    const double brightMean = brightPixels == 0 ? 0 : (moment - darkMoment) / brightPixels;
+    const double distance = darkMean - brightMean;
+    const double variance = distance * distance * brightPixels * darkPixels;
+    if (t == 0 || variance > best) {
+      best = variance;
+      result = t;
+    }
+  }
+  return result;
+}
+
+}  // namespace quillon

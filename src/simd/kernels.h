@@ -1,0 +1,24 @@
+// All kernels of one instruction-set level, and the one choice between the levels. Workers take a
+// `const Kernels&`: exports pass BestKernels(), tests pass each of AvailableKernels() in turn.
+#pragma once
+
+#include <span>
+
+#include "core/grey_kernels.h"
+#include "point/threshold_kernels.h"
+
+namespace quillon {
+
+struct Kernels {
+  const char* level;
+  const GreyKernels& grey;
+  const ThresholdKernels& threshold;
+};
+
+// The widest level that this processor and its operating system run. A few bit tests, no state.
+const Kernels& BestKernels();
+
+// Every level that can run here, the floor first.
+std::span<const Kernels* const> AvailableKernels();
+
+}  // namespace quillon

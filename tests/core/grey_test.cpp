@@ -1,0 +1,89 @@
+#include "core/grey.h"
+
+#include <cstring>
+
+#include "support/levels.h"
+
+namespace quillon::test {
+namespace reference {
+
+void ColorToGrey(const ColourImage& source, GreyImage& result) {
+  result.Create(source.width, source.height);
+  for (int y = 0; y < source.height; ++y) {
+    for (int x = 0; x < source.width; ++x) {
+      const uint8_t* p = source.rows[y] + 3 * x;
+      result.rows[y][x] = static_cast<uint8_t>(
+          x < source.width / 8 * 8 ? p[0] * 116 / 1024 + p[1] * 600 / 1024 + p[2] * 305 / 1024
+                                   : static_cast<int>((p[1] * 0.587 + p[0] * 0.114) + p[2] * 0.2989));
+    }
+  }
+}
+
+}  // namespace reference
+
+TEST(Grey, MatchesBothFormulasInTheirColumns) {
+  ColourImage source;
+  GreyImage actual, expected;
+  ForEachLevel([&](const Kernels& level) {
+    for (const Size& size : Sizes()) {
+      for (Content content : kContents) {
+        Fill(source, size.width, size.height, content);
+        reference::ColorToGrey(source, expected);
+        FillStale(actual, size.width, size.height);
+        ColorToGrey(level, source, actual);
+        ASSERT_EQ(Bytes(actual), Bytes(expected)) << size.width << ": " << Difference(actual, expected);
+        FillStale(actual, size.width + 1, size.height);
+        ColorToGrey(level, source, actual);
+        ASSERT_EQ(Bytes(actual), Bytes(expected)) << "of another size before";
+      }
+    }
+  });
+}
+
+TEST(Grey, EveryColourOfTheFixedPointColumns) {
+  ColourImage source;
+  GreyImage actual, expected;
+  source.Create(4096, 4096);
+  ASSERT_TRUE(source.bits);
+  for (uint32_t colour = 0; colour < 1u << 24; ++colour) {
+    std::memcpy(source.bits + 3 * colour, &colour, 3);
+  }
+  reference::ColorToGrey(source, expected);
+  ForEachLevel([&](const Kernels& level) {
+    ColorToGrey(level, source, actual);
+    EXPECT_SAME_PIXELS(actual, expected);
+  });
+}
+
+TEST(Grey, DeinterleavesSixteenPixelsInPlace) {
+  uint8_t blocks[3][16], expected[3][16];
+  for (int i = 0; i < 48; ++i) {
+    blocks[i / 16][i % 16] = static_cast<uint8_t>(5 * i);
+    expected[i % 3][i / 3] = static_cast<uint8_t>(5 * i);
+  }
+  ForEachLevel([&](const Kernels& level) {
+    uint8_t work[3][16];
+    std::memcpy(work, blocks, sizeof work);
+    level.grey.DeinterleaveBgr16(work[0], work[1], work[2]);
+    EXPECT_EQ(std::memcmp(work, expected, sizeof work), 0);
+  });
+}
+
+TEST(Grey, SplitsRowsOfEveryWidth) {
+  constexpr int kMax = 200;
+  uint8_t bgr[3 * kMax];
+  Random random(3);
+  for (uint8_t& value : bgr) value = static_cast<uint8_t>(random.Next() >> 24);
+  ForEachLevel([&](const Kernels& level) {
+    for (int count = 0; count <= kMax; ++count) {
+      uint8_t planes[3][kMax + 1], expected[3][kMax + 1];
+      std::memset(planes, 9, sizeof planes);
+      std::memset(expected, 9, sizeof expected);
+      for (int i = 0; i < 3 * count; ++i) expected[i % 3][i / 3] = bgr[i];
+      level.grey.SplitRow(bgr, planes[0], planes[1], planes[2], count);
+      ASSERT_EQ(std::memcmp(planes, expected, sizeof planes), 0) << count;
+    }
+  });
+}
+
+}  // namespace quillon::test
