@@ -7,6 +7,7 @@
 #include <stdint.h>
 
 #include <type_traits>
+#include <utility>
 
 #include "simd/level.h"
 
@@ -102,26 +103,38 @@ using HalfOf = Vec<std::remove_cvref_t<decltype(V{}[0])>, sizeof(V) / sizeof(V{}
 template <class V>
 using DoubleOf = Vec<std::remove_cvref_t<decltype(V{}[0])>, sizeof(V) / sizeof(V{}[0]) * 2>;
 
+namespace vec_detail {
+// By shuffles: through memory, a load would wait for two narrower stores.
+template <class V, int... kLane>
+QUILLON_INLINE HalfOf<V> LowLanes(V v, std::integer_sequence<int, kLane...>) {
+  return __builtin_shufflevector(v, v, kLane...);
+}
+template <class V, int... kLane>
+QUILLON_INLINE HalfOf<V> HighLanes(V v, std::integer_sequence<int, kLane...>) {
+  return __builtin_shufflevector(v, v, (static_cast<int>(sizeof...(kLane)) + kLane)...);
+}
+template <class V, int... kLane>
+QUILLON_INLINE DoubleOf<V> AllLanes(V low, V high, std::integer_sequence<int, kLane...>) {
+  return __builtin_shufflevector(low, high, kLane...);
+}
+template <class V>
+constexpr int kLanes = sizeof(V) / sizeof(V{}[0]);
+}  // namespace vec_detail
+
 template <class V>
 QUILLON_INLINE HalfOf<V> Low(V v) {
-  HalfOf<V> half;
-  __builtin_memcpy(&half, &v, sizeof half);
-  return half;
+  return vec_detail::LowLanes(v, std::make_integer_sequence<int, vec_detail::kLanes<V> / 2>{});
 }
 
 template <class V>
 QUILLON_INLINE HalfOf<V> High(V v) {
-  HalfOf<V> half;
-  __builtin_memcpy(&half, reinterpret_cast<const char*>(&v) + sizeof half, sizeof half);
-  return half;
+  return vec_detail::HighLanes(v, std::make_integer_sequence<int, vec_detail::kLanes<V> / 2>{});
 }
 
 template <class V>
 QUILLON_INLINE DoubleOf<V> Join(V low, V high) {
-  DoubleOf<V> both;
-  __builtin_memcpy(&both, &low, sizeof low);
-  __builtin_memcpy(reinterpret_cast<char*>(&both) + sizeof low, &high, sizeof high);
-  return both;
+  return vec_detail::AllLanes(low, high,
+                              std::make_integer_sequence<int, vec_detail::kLanes<V> * 2>{});
 }
 
 // Bytes as 16-bit lanes without a shuffle: those at even and at odd places, and both merged again
