@@ -4,12 +4,8 @@
 namespace quillon {
 namespace {
 
-#define QUILLON_LEVEL_ROW(name)         \
-  {                                     \
-    .level = #name,                     \
-    .grey = name::grey,                 \
-    .threshold = name::threshold,       \
-  }
+#define QUILLON_LEVEL_ROW(name) \
+  { .level = #name, .grey = name::grey, .threshold = name::threshold, .pyramid = name::pyramid, }
 
 constinit const Kernels kSse2 = QUILLON_LEVEL_ROW(sse2);
 constinit const Kernels kAvx2 = QUILLON_LEVEL_ROW(avx2);
@@ -22,13 +18,12 @@ size_t LevelCount() {
   const bool avx2 = __builtin_cpu_supports("avx2") && __builtin_cpu_supports("bmi") &&
                     __builtin_cpu_supports("bmi2") && __builtin_cpu_supports("popcnt");
   if (!avx2) return 1;
-  const bool avx512 = __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512cd") &&
-                      __builtin_cpu_supports("avx512bw") && __builtin_cpu_supports("avx512dq") &&
-                      __builtin_cpu_supports("avx512vl") && __builtin_cpu_supports("avx512vbmi") &&
-                      __builtin_cpu_supports("avx512vbmi2") &&
-                      __builtin_cpu_supports("avx512vnni") &&
-                      __builtin_cpu_supports("avx512bitalg") &&
-                      __builtin_cpu_supports("avx512vpopcntdq");
+  const bool avx512 =
+      __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512cd") &&
+      __builtin_cpu_supports("avx512bw") && __builtin_cpu_supports("avx512dq") &&
+      __builtin_cpu_supports("avx512vl") && __builtin_cpu_supports("avx512vbmi") &&
+      __builtin_cpu_supports("avx512vbmi2") && __builtin_cpu_supports("avx512vnni") &&
+      __builtin_cpu_supports("avx512bitalg") && __builtin_cpu_supports("avx512vpopcntdq");
   return avx512 ? 3 : 2;
 }
 

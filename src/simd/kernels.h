@@ -5,6 +5,7 @@
 #include <span>
 
 #include "core/grey_kernels.h"
+#include "ncc/pyramid_kernels.h"
 #include "point/threshold_kernels.h"
 
 namespace quillon {
@@ -13,6 +14,7 @@ struct Kernels {
   const char* level;
   const GreyKernels& grey;
   const ThresholdKernels& threshold;
+  const PyramidKernels& pyramid;
 };
 
 // The widest level that this processor and its operating system run. A few bit tests, no state.

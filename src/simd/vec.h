@@ -235,4 +235,49 @@ QUILLON_INLINE uint64_t MoveMask(V v) {
   }
 }
 
+// The sums of each eight neighbouring bytes.
+template <class V>
+QUILLON_INLINE U64<sizeof(V) / 8> SumsOf8(V v) {
+  if constexpr (sizeof(V) > kVectorBytes) {
+    return Join(SumsOf8(Low(v)), SumsOf8(High(v)));
+  } else if constexpr (sizeof(V) == 16) {
+    return BitCast<U64<2>>(_mm_sad_epu8(BitCast<__m128i>(v), _mm_setzero_si128()));
+#if QUILLON_AVX2
+  } else if constexpr (sizeof(V) == 32) {
+    return BitCast<U64<4>>(_mm256_sad_epu8(BitCast<__m256i>(v), _mm256_setzero_si256()));
+#endif
+#if QUILLON_AVX512
+  } else {
+    return BitCast<U64<8>>(_mm512_sad_epu8(BitCast<__m512i>(v), _mm512_setzero_si512()));
+#endif
+  }
+}
+
+// The lanes of a, then those of b, half as wide; they hold 0 ... 255 in 16 bits or 0 ... 32767 in 32.
+template <class V>
+QUILLON_INLINE auto PackLanes(V a, V b) {
+  constexpr bool kToBytes = sizeof(a[0]) == 2;
+  using Packed = std::conditional_t<kToBytes, U8<sizeof(V)>, U16<sizeof(V) / 2>>;
+  if constexpr (sizeof(V) > kVectorBytes) {
+    return Join(PackLanes(Low(a), High(a)), PackLanes(Low(b), High(b)));
+  } else if constexpr (sizeof(V) == 16) {
+    const __m128i x = BitCast<__m128i>(a), y = BitCast<__m128i>(b);
+    return BitCast<Packed>(kToBytes ? _mm_packus_epi16(x, y) : _mm_packs_epi32(x, y));
+#if QUILLON_AVX2
+  } else if constexpr (sizeof(V) == 32) {
+    const __m256i x = BitCast<__m256i>(a), y = BitCast<__m256i>(b);
+    const __m256i mixed = kToBytes ? _mm256_packus_epi16(x, y) : _mm256_packs_epi32(x, y);
+    const auto quads = BitCast<U64<4>>(mixed);
+    return BitCast<Packed>(__builtin_shufflevector(quads, quads, 0, 2, 1, 3));
+#endif
+#if QUILLON_AVX512
+  } else {
+    const __m512i x = BitCast<__m512i>(a), y = BitCast<__m512i>(b);
+    const __m512i mixed = kToBytes ? _mm512_packus_epi16(x, y) : _mm512_packs_epi32(x, y);
+    const auto quads = BitCast<U64<8>>(mixed);
+    return BitCast<Packed>(__builtin_shufflevector(quads, quads, 0, 2, 4, 6, 1, 3, 5, 7));
+#endif
+  }
+}
+
 }  // namespace quillon::QUILLON_LEVEL

@@ -1,0 +1,119 @@
+#include "ncc/pyramid.h"
+
+#include <utility>
+
+#include "quillon/quillon.h"
+#include "support/levels.h"
+
+namespace quillon::test {
+namespace reference {
+
+int Sum(const GreyImage& image, int left, int top, int width, int height) {
+  int sum = 0;
+  for (int y = top; y < top + height; ++y) {
+    for (int x = left; x < left + width; ++x) sum += image.rows[y][x];
+  }
+  return sum;
+}
+
+// Level `level`, in the top left corner of `result`.
+void Reduce(const GreyImage& source, int level, GreyImage& result) {
+  const int side = 1 << level;
+  for (int y = 0; y < source.height / side; ++y) {
+    for (int x = 0; x < source.width / side; ++x) {
+      result.rows[y][x] = static_cast<uint8_t>(
+          level == 4 ? Sum(source, 16 * x, 16 * y, 8, 16) / 512 +
+                           Sum(source, 16 * x + 8, 16 * y, 8, 16) / 512
+                     : Sum(source, side * x, side * y, side, side) / (side * side));
+    }
+  }
+}
+
+}  // namespace reference
+
+// Widths around every block of every level, and exact multiples of none.
+const std::vector<Size> kPyramidSizes = {
+    {1, 1},   {2, 2},    {3, 5},    {15, 16},  {16, 15},  {16, 16},  {17, 17},   {31, 33},
+    {32, 32}, {33, 64},  {47, 16},  {63, 64},  {64, 63},  {64, 64},  {65, 130},  {96, 33},
+    {97, 64}, {127, 65}, {128, 64}, {129, 67}, {191, 64}, {255, 40}, {258, 128}, {515, 70}};
+
+TEST(Pyramid, EveryLevelHoldsTheBlockMeans) {
+  GreyImage source, actual, expected;
+  ForEachLevel([&](const Kernels& kernels) {
+    for (const Size& size : kPyramidSizes) {
+      for (Content content : kContents) {
+        Fill(source, size.width, size.height, content);
+        for (int level = 1; level <= kMaxPyramidLevel; ++level) {
+          FillStale(actual, size.width, size.height);
+          FillStale(expected, size.width, size.height);
+          reference::Reduce(source, level, expected);
+          ReduceByBlockMean(kernels, level, source.rows, size.width, size.height, actual.rows);
+          // All bytes: nothing beside the level is touched.
+          ASSERT_EQ(Bytes(actual), Bytes(expected))
+              << size.width << " x " << size.height << " level " << level << ": "
+              << Difference(actual, expected);
+        }
+      }
+    }
+  });
+}
+
+TEST(Pyramid, ReductionBy16ResizesOrStaysInPlace) {
+  GreyImage source, actual, expected;
+  ForEachLevel([&](const Kernels& kernels) {
+    for (const Size& size : kPyramidSizes) {
+      Fill(source, size.width, size.height, Content::kNoise);
+      Fill(expected, size.width, size.height, Content::kNoise);
+      reference::Reduce(source, 4, expected);
+      FillStale(actual, size.width / 16, size.height / 16);
+      ReduceImageBy16(kernels, source, actual);
+      ASSERT_EQ(actual.width, actual.bits ? size.width / 16 : 0);
+      ASSERT_EQ(actual.height, actual.bits ? size.height / 16 : 0);
+      ASSERT_EQ(actual.bits != nullptr, size.width >= 16 && size.height >= 16);
+      for (int y = 0; y < actual.height; ++y) {
+        for (int x = 0; x < actual.width; ++x) ASSERT_EQ(actual.rows[y][x], expected.rows[y][x]);
+      }
+      ReduceImageBy16(kernels, source, source);
+      ASSERT_EQ(Bytes(source), Bytes(expected)) << Difference(source, expected);
+    }
+  });
+}
+
+TEST(Pyramid, ExportIgnoresWhatIsMissing) {
+  GreyImage source, result, empty;
+  Fill(source, 40, 33, Content::kFlat);
+  IxImgPyramid(nullptr, &result);
+  IxImgPyramid(&source, nullptr);
+  IxImgPyramid(&empty, &result);
+  EXPECT_EQ(result.bits, nullptr);
+  IxImgPyramid(&source, &result);
+  ASSERT_EQ(result.width, 2);
+  ASSERT_EQ(result.height, 2);
+  EXPECT_EQ(result.rows[1][1], 137 * 128 / 512 * 2);
+}
+
+TEST(Pyramid, CoarsestLevelKeepsEnoughPixels) {
+  // The first count of each level and the last of the one before: n = (count + 32) / 64.
+  for (auto [pixels, level] : {std::pair{0u, 0},
+                               {64u, 0},
+                               {223u, 0},
+                               {224u, 1},
+                               {225u, 1},
+                               {991u, 1},
+                               {992u, 2},
+                               {4063u, 2},
+                               {4064u, 3},
+                               {6000u, 3},
+                               {16351u, 3},
+                               {16352u, 4},
+                               {65503u, 4},
+                               {65504u, 5},
+                               {262111u, 5},
+                               {262112u, 6},
+                               {262144u, 6},
+                               {4294967295u, 6}}) {
+    EXPECT_EQ(CoarsestLevel(pixels), level) << pixels;
+  }
+}
+
+}  // namespace quillon::test
