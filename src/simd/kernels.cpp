@@ -4,8 +4,15 @@
 namespace quillon {
 namespace {
 
-#define QUILLON_LEVEL_ROW(name) \
-  { .level = #name, .grey = name::grey, .threshold = name::threshold, .pyramid = name::pyramid, }
+// clang-format off
+#define QUILLON_LEVEL_ROW(name)         \
+  {                                     \
+    .level = #name,                     \
+    .grey = name::grey,                 \
+    .threshold = name::threshold,       \
+    .pyramid = name::pyramid,           \
+  }
+// clang-format on
 
 constinit const Kernels kSse2 = QUILLON_LEVEL_ROW(sse2);
 constinit const Kernels kAvx2 = QUILLON_LEVEL_ROW(avx2);
