@@ -106,9 +106,8 @@ void Add(const Operation& operation) {
       RunOurs(state, operation, BestKernels(), size, /*fresh=*/true);
     });
     if (operation.peer) {
-      Register(RowName(operation, size, "opencv"), [=](benchmark::State& state) {
-        RunPeer(state, operation, size);
-      });
+      Register(RowName(operation, size, "opencv"),
+               [=](benchmark::State& state) { RunPeer(state, operation, size); });
     }
     const auto bytes = static_cast<size_t>(operation.bytesPerPixel * size.width * size.height);
     Register(RowName(operation, size, "memcpy"),

@@ -64,7 +64,7 @@ class CImage final {
   // Releases everything the image owns. An empty image is left alone.
   void Destroy();
 
-  HBITMAP bitmap = nullptr;  // owns the pixels; null while the image is empty
+  HBITMAP bitmap = nullptr;        // owns the pixels; null while the image is empty
   unsigned char* bits = nullptr;   // the bottom row: rows are stored bottom up
   unsigned char** rows = nullptr;  // rows[y] = bits + (height - 1 - y) * stride
   int32_t width = 0;
@@ -77,10 +77,10 @@ class CImage final {
   HDC memoryDC = nullptr;
 
   // Calibration state: blocks of the C heap, released with the image.
-  double* flatFieldTable = nullptr;             // 256 gains
-  double* distortionCoefficients = nullptr;     // 10 rows of (x, y)
+  double* flatFieldTable = nullptr;          // 256 gains
+  double* distortionCoefficients = nullptr;  // 10 rows of (x, y)
   double** distortionCoefficientRows = nullptr;
-  int32_t* distortionMap = nullptr;             // correctedHeight rows of (source x, source y)
+  int32_t* distortionMap = nullptr;  // correctedHeight rows of (source x, source y)
   int32_t** distortionMapRows = nullptr;
   int32_t centreX, centreY;
   int32_t correctedWidth, correctedHeight;
@@ -149,10 +149,10 @@ void CImage<Pixel>::AllocateBitmap(int newBpp, int newWidth, int newHeight) {
   const int64_t newSize = newStride * newHeight;
   if (newSize > INT32_MAX) return;
 
-  const store::Pixels pixels =
-      store::New(newBpp, newWidth, newHeight, static_cast<int>(newSize));
+  const store::Pixels pixels = store::New(newBpp, newWidth, newHeight, static_cast<int>(newSize));
   if (!pixels.bits) return;
-  auto** table = static_cast<unsigned char**>(malloc(sizeof(unsigned char*) * static_cast<size_t>(newHeight)));
+  auto** table =
+      static_cast<unsigned char**>(malloc(sizeof(unsigned char*) * static_cast<size_t>(newHeight)));
   if (!table) {
     store::Free(pixels.bitmap);
     return;

@@ -14,9 +14,9 @@
 struct tagBITMAPINFO;
 struct tagRGBQUAD;
 extern "C" {
-__declspec(dllimport) HBITMAP __stdcall CreateDIBSection(HDC, const struct tagBITMAPINFO*,
-                                                         unsigned int, void**, void*,
-                                                         unsigned long);
+__declspec(dllimport) HBITMAP
+    __stdcall CreateDIBSection(HDC, const struct tagBITMAPINFO*, unsigned int, void**, void*,
+                               unsigned long);
 __declspec(dllimport) unsigned int __stdcall SetDIBColorTable(HDC, unsigned int, unsigned int,
                                                               const struct tagRGBQUAD*);
 __declspec(dllimport) HDC __stdcall CreateCompatibleDC(HDC);

@@ -12,13 +12,13 @@ struct GeoMatchTool;  // a taught edge template
 
 // One blob, as IxGetBlobList hands it out: 80 bytes, padding included.
 struct alignas(8) BlobFeature {
-  int32_t area;  // pixels
+  int32_t area;             // pixels
   double centreX, centreY;  // mean column and row
   // The rectangle of least area around the blob's pixel centres.
   float rectCentreX, rectCentreY;
-  float height;  // length of the first side, the one whose direction gives the angle
-  float width;   // length of the second side
-  float angle;   // of the first side, degrees
+  float height;      // length of the first side, the one whose direction gives the angle
+  float width;       // length of the second side
+  float angle;       // of the first side, degrees
   float corners[8];  // four points x, y
   uint8_t selected;  // 1 while the blob is in the current selection
   uint8_t reserved[3];
@@ -32,8 +32,8 @@ static_assert(offsetof(BlobFeature, selected) == 76);
 // One match of a grey or colour template: 48 bytes.
 struct alignas(8) NccResult {
   int32_t matchWidth, matchHeight;  // template size times scale, truncated
-  double x, y;   // centre of the match, pixels
-  double angle;  // degrees; positive turns clockwise as displayed
+  double x, y;                      // centre of the match, pixels
+  double angle;                     // degrees; positive turns clockwise as displayed
   double scale;
   double score;  // -1 to 1
 };

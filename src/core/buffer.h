@@ -26,7 +26,7 @@ class Buffer {
   explicit Buffer(size_t count) {
     if (count > kMaxBytes / sizeof(T)) return;
     const size_t bytes = count > 0 ? count * sizeof(T) : 1;
-    data_ = static_cast<T*>(::operator new(bytes, std::align_val_t{kAlignment}, std::nothrow));
+    data_ = static_cast<T*>(::operator new (bytes, std::align_val_t{kAlignment}, std::nothrow));
     if (data_) size_ = count;
   }
   static Buffer Zeroed(size_t count) {
@@ -34,7 +34,7 @@ class Buffer {
     if (buffer) std::memset(buffer.data_, 0, count * sizeof(T));
     return buffer;
   }
-  ~Buffer() { ::operator delete(data_, std::align_val_t{kAlignment}); }
+  ~Buffer() { ::operator delete (data_, std::align_val_t{kAlignment}); }
   Buffer(Buffer&& other) noexcept
       : data_(std::exchange(other.data_, nullptr)), size_(std::exchange(other.size_, 0)) {}
   Buffer& operator=(Buffer&& other) noexcept {

@@ -10,8 +10,8 @@ namespace {
 // Weights of 1024; they add up to 1021, so white becomes 252.
 constexpr uint16_t kBlue = 116, kGreen = 600, kRed = 305;
 
-// value * weight / 1024, truncated, for V of 16-bit lanes holding 0 ... 255: the shift by 6 puts the
-// quotient into the high half of the product.
+// value * weight / 1024, truncated, for V of 16-bit lanes holding 0 ... 255: the shift by 6 puts
+// the quotient into the high half of the product.
 template <class V>
 QUILLON_INLINE V Weighted(V value, uint16_t weight) {
   return MulHigh(value << 6, V{} + weight);

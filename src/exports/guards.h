@@ -1,4 +1,5 @@
-// What every export file starts from: the public declarations, the guards and the choice of kernels.
+// What every export file starts from: the public declarations, the guards and the choice of
+// kernels.
 #pragma once
 
 #include "core/image_access.h"

@@ -1,5 +1,6 @@
-// Which instruction-set level this file is compiled for. The build compiles every *_kernels.cpp once
-// per level, with QUILLON_LEVEL naming the level and with its compiler flags; nothing else asks.
+// Which instruction-set level this file is compiled for. The build compiles every *_kernels.cpp
+// once per level, with QUILLON_LEVEL naming the level and with its compiler flags; nothing else
+// asks.
 #pragma once
 
 #ifndef QUILLON_LEVEL

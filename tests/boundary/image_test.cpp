@@ -30,8 +30,13 @@ TEST(Image, GeometryFollowsTheStrideRule) {
 TEST(Image, ImpossibleSizesLeaveItEmpty) {
   GreyImage image;
   EXPECT_EQ(image.bpp, 8) << "before anything was created";
-  for (auto [width, height] : {std::pair{0, 5}, {5, 0}, {-1, 5}, {5, -1}, {INT32_MAX, 1},
-                               {65536, 65536}, {INT32_MIN, INT32_MIN}}) {
+  for (auto [width, height] : {std::pair{0, 5},
+                               {5, 0},
+                               {-1, 5},
+                               {5, -1},
+                               {INT32_MAX, 1},
+                               {65536, 65536},
+                               {INT32_MIN, INT32_MIN}}) {
     image.Create(4, 4);
     ASSERT_TRUE(image.bits);
     image.Create(width, height);
@@ -80,7 +85,7 @@ TEST(Image, ExportsTestDepthsAndIgnoreWhatIsMissing) {
 
   IxColorToGray(nullptr, &grey);
   IxColorToGray(&colour, nullptr);
-  IxColorToGray(&colour, colourAsGrey);                               // destination not 8
+  IxColorToGray(&colour, colourAsGrey);                                // destination not 8
   IxColorToGray(reinterpret_cast<const ColourImage*>(&grey), &empty);  // source not above 8
   IxThreshold(nullptr, 1);
   IxThreshold(&empty, 1);

@@ -13,8 +13,9 @@ void ColorToGrey(const ColourImage& source, GreyImage& result) {
     for (int x = 0; x < source.width; ++x) {
       const uint8_t* p = source.rows[y] + 3 * x;
       result.rows[y][x] = static_cast<uint8_t>(
-          x < source.width / 8 * 8 ? p[0] * 116 / 1024 + p[1] * 600 / 1024 + p[2] * 305 / 1024
-                                   : static_cast<int>((p[1] * 0.587 + p[0] * 0.114) + p[2] * 0.2989));
+          x < source.width / 8 * 8
+              ? p[0] * 116 / 1024 + p[1] * 600 / 1024 + p[2] * 305 / 1024
+              : static_cast<int>((p[1] * 0.587 + p[0] * 0.114) + p[2] * 0.2989));
     }
   }
 }
@@ -31,7 +32,8 @@ TEST(Grey, MatchesBothFormulasInTheirColumns) {
         reference::ColorToGrey(source, expected);
         FillStale(actual, size.width, size.height);
         ColorToGrey(level, source, actual);
-        ASSERT_EQ(Bytes(actual), Bytes(expected)) << size.width << ": " << Difference(actual, expected);
+        ASSERT_EQ(Bytes(actual), Bytes(expected))
+            << size.width << ": " << Difference(actual, expected);
         FillStale(actual, size.width + 1, size.height);
         ColorToGrey(level, source, actual);
         ASSERT_EQ(Bytes(actual), Bytes(expected)) << "of another size before";

@@ -64,7 +64,8 @@ int Otsu(const GreyImage& image) {
 }  // namespace reference
 
 TEST(Threshold, FixedAndBandMatchTheirRulesForEveryBound) {
-  constexpr int kBounds[] = {INT_MIN, -300, -256, -5, -1, 0, 1, 100, 137, 254, 255, 256, 300, INT_MAX};
+  constexpr int kBounds[] = {INT_MIN, -300, -256, -5,  -1,  0,   1,
+                             100,     137,  254,  255, 256, 300, INT_MAX};
   GreyImage actual, expected;
   ForEachLevelAndImage([&](const Kernels& level, const GreyImage& source) {
     for (int low : kBounds) {

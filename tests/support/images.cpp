@@ -68,8 +68,8 @@ const std::vector<Size>& Sizes() {
   static const std::vector<Size> sizes = [] {
     std::vector<Size> all;
     for (int width = 1; width <= 36; ++width) all.push_back({width, 5 + width % 3});
-    for (int width : {47, 48, 49, 63, 64, 65, 66, 71, 72, 73, 80, 81, 95, 97, 127, 128, 129, 130,
-                      143, 145, 191, 193, 255, 257}) {
+    for (int width : {47, 48, 49,  63,  64,  65,  66,  71,  72,  73,  80,  81,
+                      95, 97, 127, 128, 129, 130, 143, 145, 191, 193, 255, 257}) {
       all.push_back({width, 6});
     }
     for (int height : {1, 2, 3, 4, 9, 33}) all.push_back({41, height}), all.push_back({3, height});
