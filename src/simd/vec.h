@@ -253,7 +253,8 @@ QUILLON_INLINE U64<sizeof(V) / 8> SumsOf8(V v) {
   }
 }
 
-// The lanes of a, then those of b, half as wide; they hold 0 ... 255 in 16 bits or 0 ... 32767 in 32.
+// The lanes of a, then those of b, half as wide; they hold 0 ... 255 in 16 bits or 0 ... 32767
+// in 32.
 template <class V>
 QUILLON_INLINE auto PackLanes(V a, V b) {
   constexpr bool kToBytes = sizeof(a[0]) == 2;
