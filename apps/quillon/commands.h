@@ -1,12 +1,33 @@
-// The subcommands, one file each. A function adds its subcommand with options and a callback that
-// runs it; callbacks throw Failure.
+// The subcommands, one file for each family.
+//
+// A family adds its subcommands, with options and callbacks that run them, and names the exported
+// operations that they reach. A new one is declared here and listed in families.cpp; `quillon list`
+// prints what the families say.
 #pragma once
 
 #include <CLI/CLI.hpp>
+#include <span>
 
 namespace quillon::app {
 
-void AddGray(CLI::App& app);
-void AddThresholds(CLI::App& app);
+// An exported function and the command that calls it.
+struct Operation {
+  const char* name;     // "IxThreshold"
+  const char* command;  // "threshold IN OUT --above LEVEL"
+  const char* summary;  // what it does, in one line
+};
+
+struct Family {
+  const char* name;
+  void (*addCommands)(CLI::App& app);  // callbacks throw Failure
+  std::span<const Operation> operations;
+};
+
+extern const Family kGrey;
+extern const Family kThresholds;
+extern const Family kGeneral;
+
+// All of them, in the order in which help and list show them.
+std::span<const Family* const> Families();
 
 }  // namespace quillon::app

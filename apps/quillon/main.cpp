@@ -1,18 +1,20 @@
 // quillon: the command-line host.
 #include <cstdio>
 #include <exception>
+#include <iostream>
 
 #include "commands.h"
+#include "errors.h"
 
 int main(int argc, char** argv) {
   using namespace quillon::app;
   CLI::App app("Quillon: find, measure and judge what the camera sees.", "quillon");
   app.set_version_flag("--version", QUILLON_VERSION);
   app.require_subcommand(1);
-  AddGray(app);
-  AddThresholds(app);
+  for (const Family* family : Families()) family->addCommands(app);
   try {
     app.parse(argc, argv);
+    if (!std::cout.flush()) throw Failure("cannot write to standard output");
     return 0;
   } catch (const CLI::ParseError& error) {
     constexpr int kUsage = 2;

@@ -3,9 +3,17 @@
 
 #include "commands.h"
 #include "image_files.h"
+#include "options.h"
 #include "quillon/quillon.h"
 
 namespace quillon::app {
+namespace {
+
+constexpr Operation kOperations[] = {
+    {"IxThreshold", "threshold IN OUT --above LEVEL", "white above a level"},
+    {"IxDoubleThreshold", "threshold IN OUT --between LOW HIGH", "white strictly within a band"},
+    {"IxOtsuThreshold", "otsu IN OUT", "white above the level that separates dark and bright best"},
+};
 
 void AddThresholds(CLI::App& app) {
   struct Options {
@@ -15,8 +23,8 @@ void AddThresholds(CLI::App& app) {
   };
   auto options = std::make_shared<Options>();
   const auto addFiles = [&](CLI::App* command) {
-    command->add_option("IN", options->in, "picture to read (PNG, JPEG, BMP, PGM)")->required();
-    command->add_option("OUT", options->out, "picture to write (.png, .bmp)")->required();
+    AddPictureToRead(*command, "IN", options->in);
+    AddPictureToWrite(*command, "OUT", options->out);
     return command;
   };
 
@@ -48,5 +56,9 @@ void AddThresholds(CLI::App& app) {
     WriteImage(options->out, image);
   });
 }
+
+}  // namespace
+
+const Family kThresholds = {"thresholds", AddThresholds, kOperations};
 
 }  // namespace quillon::app

@@ -1,0 +1,10 @@
+#include "commands.h"
+
+namespace quillon::app {
+
+std::span<const Family* const> Families() {
+  static constexpr const Family* kFamilies[] = {&kGrey, &kThresholds, &kGeneral};
+  return kFamilies;
+}
+
+}  // namespace quillon::app

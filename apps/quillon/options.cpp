@@ -1,0 +1,39 @@
+#include "options.h"
+
+#include <iostream>
+#include <nlohmann/json.hpp>
+
+namespace quillon::app {
+
+void AddPictureToRead(CLI::App& command, const char* name, std::string& path) {
+  command.add_option(name, path, "picture to read (PNG, JPEG, BMP, PGM)")->required();
+}
+
+void AddPictureToWrite(CLI::App& command, const char* name, std::string& path) {
+  command.add_option(name, path, "picture to write (.png, .bmp)")->required();
+}
+
+void AddFormatOptions(CLI::App& command, Output& output) {
+  CLI::Option* json = command.add_flag("--json", output.json, "print JSON instead of a table");
+  command.add_flag("--csv", output.csv, "print CSV instead of a table")->excludes(json);
+}
+
+void AddOutputOptions(CLI::App& command, Output& output) {
+  AddFormatOptions(command, output);
+  command.add_option("--report", output.report, "write a page with pictures and table (.html)")
+      ->type_name("FILE");
+}
+
+void Print(const Output& output, const Findings& findings) {
+  if (output.json) {
+    // File names need not be UTF-8; what is not is replaced.
+    constexpr auto kReplace = nlohmann::ordered_json::error_handler_t::replace;
+    std::cout << ToJson(findings).dump(2, ' ', false, kReplace) << '\n';
+  } else if (output.csv) {
+    PrintCsv(findings, std::cout);
+  } else {
+    PrintText(findings, std::cout);
+  }
+}
+
+}  // namespace quillon::app

@@ -1,0 +1,91 @@
+// A report: one self-contained page of pictures, drawings over them, and the table of what was
+// found. It needs no network and no other file, works on a phone and prints.
+//
+//   Report report{.title = "Blobs of tray.png"};
+//   report.layers = {{"Outline box", Tone::kCyan}, {"Number", Tone::kWhite}};
+//   Picture& picture = report.pictures.emplace_back("", image);
+//   for (int row = 0; row < count; ++row) {          // row of the findings' table
+//     picture.Box({0, row}, left, top, right, bottom);
+//     picture.Label({1, row}, {left, top}, std::to_string(row));
+//   }
+//   WriteReport("out.html", report, findings);
+//
+// Pointing at a row shows its drawings on every picture, and the reverse. The legend switches
+// layers on and off. All texts are escaped here. Coordinates are those of the library: (0, 0) is
+// the centre of the top left pixel.
+#pragma once
+
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "quillon/image.h"
+#include "table.h"
+
+namespace quillon::app {
+
+struct Point {
+  double x, y;
+};
+
+enum class Tone { kCyan, kAmber, kMagenta, kGreen, kRed, kWhite };
+
+// One kind of drawing and its place in the legend.
+struct Layer {
+  std::string name;
+  Tone tone;
+  bool shown = true;  // at first
+};
+
+constexpr int kNoRow = -1;
+
+// Where a drawing belongs: an index into the report's layers, a row of the table or kNoRow.
+struct Mark {
+  int layer;
+  int row = kNoRow;
+};
+
+class Picture {
+ public:
+  // The pixels are encoded at once; the image is not kept.
+  Picture(std::string caption, const GreyImage& image);
+  Picture(std::string caption, const ColourImage& image);
+
+  // The outline around the pixels left ... right, top ... bottom, which are inside.
+  void Box(Mark mark, double left, double top, double right, double bottom);
+  // A rectangle of the size about its centre, turned clockwise as displayed.
+  void TurnedBox(Mark mark, Point centre, double width, double height, double degrees);
+  void Polygon(Mark mark, std::span<const Point> points);
+  // A dot for each point: edge points, corners.
+  void Dots(Mark mark, std::span<const Point> points);
+  void Cross(Mark mark, Point centre);
+  // A short text whose lower left corner is at the point.
+  void Label(Mark mark, Point at, std::string_view text);
+
+ private:
+  struct Drawing {
+    Mark mark;
+    std::string svg;  // the element's name and attributes, or a whole text element
+  };
+  friend class Page;
+
+  std::string caption_;
+  int width_, height_;
+  std::vector<unsigned char> png_;
+  std::vector<Drawing> drawings_;
+};
+
+struct Report {
+  std::string title;
+  std::vector<Layer> layers = {};
+  std::vector<Picture> pictures = {};  // side by side where there is room
+};
+
+// The whole page as text.
+std::string RenderReport(const Report& report, const Findings& findings);
+
+// The page as a file; throws Failure naming it.
+void WriteReport(const std::string& path, const Report& report, const Findings& findings);
+
+}  // namespace quillon::app
