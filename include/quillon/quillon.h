@@ -55,6 +55,39 @@ QUILLON_API void QUILLON_CALL IxDoubleThreshold(GreyImage* image, int low, int h
 // maxima the lowest level wins; a constant image gets level 0.
 QUILLON_API void QUILLON_CALL IxOtsuThreshold(GreyImage* image);
 
+// ---- edges and sharpening -----------------------------------------------------------------------
+// 3 x 3 neighbours of a grey image, here as the rows t, m and b above, at and below the pixel.
+//
+// Frame: rows 1 ... height - 2 and columns 1 ... width - 2 are computed, from unmodified pixels of
+// the source. Then column 0 repeats column 1, column width - 1 repeats width - 2, row 0 repeats
+// row 1 and row height - 1 repeats height - 2. Results are clamped to 0 ... 255.
+// Block columns are columns 1 ... 8 * ((width - 1) / 8), tail columns those after them. Where
+// width - 1 is a multiple of 8, the blocks take in column width - 1: its right neighbour is the
+// padding byte after the row (0 where rows have no padding), and the border repeats it into that
+// byte of the result's rows 1 ... height - 2.
+// The destination may be the source, with the same pixels. Depth is not tested: the first `width`
+// bytes of each row are read. Fewer than 3 rows or columns: sharpening copies the source, the other
+// results are 0.
+
+// (|gx| + |gy|) / 4, truncated, with
+//   gx = 2 (m[x+1] - m[x-1]) + (t[x+1] - t[x-1]) + (b[x+1] - b[x-1])
+//   gy = 2 (b[x] - t[x]) + (b[x-1] - t[x-1]) + (b[x+1] - t[x+1])
+QUILLON_API void QUILLON_CALL IxSobel(const GreyImage* source, GreyImage* result);
+
+// The same with 1 in place of 2 in the block columns; the tail columns are Sobel's.
+QUILLON_API void QUILLON_CALL IxPrewitt(const GreyImage* source, GreyImage* result);
+
+// 2 (|m[x] - b[x+1]| + |b[x] - m[x+1]|), the cross of 2 x 2 pixels, in the frame of the others
+// (L. Roberts, "Machine perception of three-dimensional solids", MIT, 1963).
+QUILLON_API void QUILLON_CALL IxRobert(const GreyImage* source, GreyImage* result);
+
+// 8 m[x] less the sum of the eight neighbours.
+QUILLON_API void QUILLON_CALL IxLaplacian(const GreyImage* source, GreyImage* result);
+
+// 9 m[x] less the sum of the eight neighbours in the block columns, 7 m[x] less it in the tail: a
+// flat area stays as it is in the first and becomes black in the second.
+QUILLON_API void QUILLON_CALL IxLaplacianSharping(const GreyImage* source, GreyImage* result);
+
 // ---- image pyramid ------------------------------------------------------------------------------
 
 // The image reduced by 16, re-creating `result` at width / 16 x height / 16: a pixel is the sum of

@@ -10,6 +10,7 @@ namespace {
     .level = #name,                     \
     .grey = name::grey,                 \
     .threshold = name::threshold,       \
+    .gradient = name::gradient,         \
     .pyramid = name::pyramid,           \
   }
 // clang-format on

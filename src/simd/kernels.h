@@ -5,6 +5,7 @@
 #include <span>
 
 #include "core/grey_kernels.h"
+#include "filters/gradient_kernels.h"
 #include "ncc/pyramid_kernels.h"
 #include "point/threshold_kernels.h"
 
@@ -14,6 +15,7 @@ struct Kernels {
   const char* level;
   const GreyKernels& grey;
   const ThresholdKernels& threshold;
+  const GradientKernels& gradient;
   const PyramidKernels& pyramid;
 };
 
