@@ -3,6 +3,7 @@
 
 namespace quillon::bench {
 
+void AddArithmetic();       // pixel arithmetic, geometric transforms
 void AddPointOperations();  // colour to grey, thresholds
 
 }  // namespace quillon::bench

@@ -9,6 +9,7 @@ int main(int argc, char** argv) {
   cv::setNumThreads(1);
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 2;
+  quillon::bench::AddArithmetic();
   quillon::bench::AddPointOperations();
   benchmark::RunSpecifiedBenchmarks();
 }

@@ -88,6 +88,46 @@ QUILLON_API void QUILLON_CALL IxLaplacian(const GreyImage* source, GreyImage* re
 // flat area stays as it is in the first and becomes black in the second.
 QUILLON_API void QUILLON_CALL IxLaplacianSharping(const GreyImage* source, GreyImage* result);
 
+// ---- pixel arithmetic ---------------------------------------------------------------------------
+// Grey images of 8 bits. When any image, the result included, reports another depth, nothing
+// happens. The result may be a source; otherwise it is re-created at the sources' size.
+
+// Two images of one size (else nothing happens): result(x, y) from a(x, y) and b(x, y).
+//   Add  min(a + b, 255)     Sub  max(a - b, 0)     Mul  min(a * b, 255)
+//   Div  a / b truncated; where b is 0: 255 for a > 0, 0 for a = 0
+QUILLON_API void QUILLON_CALL IxImageAdd(const GreyImage* a, const GreyImage* b, GreyImage* result);
+QUILLON_API void QUILLON_CALL IxImageSub(const GreyImage* a, const GreyImage* b, GreyImage* result);
+QUILLON_API void QUILLON_CALL IxImageMul(const GreyImage* a, const GreyImage* b, GreyImage* result);
+QUILLON_API void QUILLON_CALL IxImageDiv(const GreyImage* a, const GreyImage* b, GreyImage* result);
+
+// Bit by bit: a & b, a | b, a ^ b.
+QUILLON_API void QUILLON_CALL IxImageBirwiseAND(const GreyImage* a, const GreyImage* b,
+                                                GreyImage* result);
+QUILLON_API void QUILLON_CALL IxImageBirwiseOR(const GreyImage* a, const GreyImage* b,
+                                               GreyImage* result);
+QUILLON_API void QUILLON_CALL IxImageBirwiseXOR(const GreyImage* a, const GreyImage* b,
+                                                GreyImage* result);
+
+// 255 where a = b, else 0; and the other way round.
+QUILLON_API void QUILLON_CALL IxImageEqual(const GreyImage* a, const GreyImage* b,
+                                           GreyImage* result);
+QUILLON_API void QUILLON_CALL IxImageNOTEqual(const GreyImage* a, const GreyImage* b,
+                                              GreyImage* result);
+
+// (pixel << bits) & 255 and pixel >> bits. Bits of 8 or more give 0; below 0 nothing happens.
+QUILLON_API void QUILLON_CALL IxImageShiftLeft(const GreyImage* source, GreyImage* result,
+                                               int bits);
+QUILLON_API void QUILLON_CALL IxImageShiftRight(const GreyImage* source, GreyImage* result,
+                                                int bits);
+
+// 255 - pixel.
+QUILLON_API void QUILLON_CALL IxImageInvert(const GreyImage* source, GreyImage* result);
+
+// v = pixel * gain + offset in double: 255 where v >= 255, 0 where v <= 0 or not a number, else v
+// truncated. Any gain and offset, infinite and not-a-number included.
+QUILLON_API void QUILLON_CALL IxImageGainOffset(const GreyImage* source, GreyImage* result,
+                                                double gain, double offset);
+
 // ---- image pyramid ------------------------------------------------------------------------------
 
 // The image reduced by 16, re-creating `result` at width / 16 x height / 16: a pixel is the sum of

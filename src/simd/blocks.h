@@ -44,4 +44,16 @@ QUILLON_INLINE bool ForEachOverlappingBlock(int from, int to, Body&& body) {
   return true;
 }
 
+// The fewer than 16 pixels that blocks leave at the end of a row, as one vector: so a rule on
+// vectors needs no second, scalar version. Bytes beyond `count` are neither read nor written.
+QUILLON_INLINE U8<16> LoadPart(const uint8_t* from, int count) {
+  U8<16> part = {};
+  __builtin_memcpy(&part, from, static_cast<unsigned>(count));
+  return part;
+}
+
+QUILLON_INLINE void StorePart(uint8_t* to, int count, U8<16> part) {
+  __builtin_memcpy(to, &part, static_cast<unsigned>(count));
+}
+
 }  // namespace quillon::QUILLON_LEVEL

@@ -8,7 +8,9 @@ namespace {
 #define QUILLON_LEVEL_ROW(name)         \
   {                                     \
     .level = #name,                     \
+    .arithmetic = name::arithmetic,     \
     .grey = name::grey,                 \
+    .lookup = name::lookup,             \
     .threshold = name::threshold,       \
     .gradient = name::gradient,         \
     .pyramid = name::pyramid,           \

@@ -4,16 +4,20 @@
 
 #include <span>
 
+#include "arith/arithmetic_kernels.h"
 #include "core/grey_kernels.h"
 #include "filters/gradient_kernels.h"
 #include "ncc/pyramid_kernels.h"
+#include "point/lookup_kernels.h"
 #include "point/threshold_kernels.h"
 
 namespace quillon {
 
 struct Kernels {
   const char* level;
+  const ArithmeticKernels& arithmetic;
   const GreyKernels& grey;
+  const LookupKernels& lookup;
   const ThresholdKernels& threshold;
   const GradientKernels& gradient;
   const PyramidKernels& pyramid;

@@ -217,6 +217,24 @@ QUILLON_INLINE V MulHigh(V a, V b) {
   }
 }
 
+// 1 / v for float lanes, off by at most 1.5 / 4096 of it, differently from processor to processor.
+template <class V>
+QUILLON_INLINE V ReciprocalEstimate(V v) {
+  if constexpr (sizeof(V) > kVectorBytes) {
+    return Join(ReciprocalEstimate(Low(v)), ReciprocalEstimate(High(v)));
+  } else if constexpr (sizeof(V) == 16) {
+    return BitCast<V>(_mm_rcp_ps(BitCast<__m128>(v)));
+#if QUILLON_AVX2
+  } else if constexpr (sizeof(V) == 32) {
+    return BitCast<V>(_mm256_rcp_ps(BitCast<__m256>(v)));
+#endif
+#if QUILLON_AVX512
+  } else {
+    return BitCast<V>(_mm512_maskz_rcp14_ps(0xFFFF, BitCast<__m512>(v)));
+#endif
+  }
+}
+
 // One bit per byte lane: its top bit. Lane 0 is bit 0.
 template <class V>
 QUILLON_INLINE uint64_t MoveMask(V v) {

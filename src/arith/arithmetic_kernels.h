@@ -1,0 +1,36 @@
+// Row kernels of pixel arithmetic.
+#pragma once
+
+#include <stdint.h>
+
+#include "simd/table.h"
+
+namespace quillon {
+
+// What becomes of a pixel of a and a pixel of b.
+enum class PairRule {
+  kAdd,       // min(a + b, 255)
+  kSubtract,  // max(a - b, 0)
+  kMultiply,  // min(a * b, 255)
+  kDivide,    // a / b truncated; by 0: 255, and 0 for 0 / 0
+  kAnd,
+  kOr,
+  kXor,
+  kEqual,     // a == b ? 255 : 0
+  kNotEqual,  // a == b ? 0 : 255
+};
+constexpr int kPairRules = 9;
+
+struct ArithmeticKernels {
+  // By PairRule. `out` may be a or b or both.
+  void (*PairRow[kPairRules])(const uint8_t* a, const uint8_t* b, uint8_t* out, int count);
+  // Bits of 0 ... 8 shifted within each byte; `out` may be `from`.
+  void (*ShiftLeftRow)(const uint8_t* from, uint8_t* out, int count, int bits);
+  void (*ShiftRightRow)(const uint8_t* from, uint8_t* out, int count, int bits);
+  // 255 - pixel; `out` may be `from`.
+  void (*InvertRow)(const uint8_t* from, uint8_t* out, int count);
+};
+
+QUILLON_KERNELS(ArithmeticKernels, arithmetic)
+
+}  // namespace quillon
