@@ -138,4 +138,32 @@ QUILLON_API void QUILLON_CALL IxImageGainOffset(const GreyImage* source, GreyIma
 // Depths are not tested: rows are read as `width` bytes.
 QUILLON_API void QUILLON_CALL IxImgPyramid(const GreyImage* source, GreyImage* result);
 
+// ---- edge-based matching ------------------------------------------------------------------------
+// Finds a taught pattern by the directions of gradients at its edge points, so that brightness and
+// contrast may change. (C. Steger, "Similarity measures for occlusion, clutter, and illumination
+// invariant object recognition", DAGM 2001.)
+
+// A new tool without a model, or null when memory is short. IxDestroyMatchModel releases it.
+QUILLON_API GeoMatchTool* QUILLON_CALL IxCreateGeoTool();
+
+// Teaches the edge points of a template, at full resolution and at up to six reduced levels
+// (n = pixels / 64 rounded; level k exists from n = 4^k on; a coarsest level of fewer than 15 points
+// is dropped, once). At each level:
+//   gradients    Sobel, inner pixels
+//   suppression  a pixel stays unless its magnitude is below one of its two neighbours' across the
+//                edge: right and left; but with the angle a = atan(gy / gx) upper right and lower
+//                left for 22.5 < a < 67.5 degrees, above and below for a > 67.5. Negative angles and
+//                vertical gradients compare right and left.
+//   thresholds   on v = magnitude / greatest magnitude of the level * 255, truncated: an edge point
+//                has v >= high, or v >= low and one of its eight neighbours has v >= high
+// The template's reference point is its pixel (width / 2, height / 2). Teaching again replaces the
+// model. Thresholds may be any numbers: the rules hold as they stand.
+// True when the tool holds a model; false, and no model, for null or empty arguments or when memory
+// is short. Depths are not tested: rows are read as `width` bytes.
+QUILLON_API bool QUILLON_CALL IxCreateGeoMatchModel(const GreyImage* image, GeoMatchTool* tool,
+                                                    double high, double low);
+
+// Releases the tool. Null: nothing happens.
+QUILLON_API void QUILLON_CALL IxDestroyMatchModel(GeoMatchTool* tool);
+
 }  // namespace quillon

@@ -8,7 +8,7 @@ namespace quillon {
 
 struct RLERegion;     // a region of interest and the blobs found in it
 struct NccTool;       // a taught grey or colour template
-struct GeoMatchTool;  // a taught edge template
+struct GeoMatchTool;  // a taught edge template; its first field may be read
 
 // One blob, as IxGetBlobList hands it out: 80 bytes, padding included.
 struct alignas(8) BlobFeature {
@@ -39,5 +39,21 @@ struct alignas(8) NccResult {
 };
 static_assert(sizeof(NccResult) == 48);
 static_assert(offsetof(NccResult, x) == 8);
+
+// The edge points of one level of an edge template, in raster order.
+struct GeoModelLevel {
+  int32_t count = 0;
+  const int32_t *x = nullptr, *y = nullptr;  // relative to the reference point
+  const int32_t *gradientX = nullptr, *gradientY = nullptr;
+  const double* inverseMagnitude = nullptr;  // 1 / sqrt(gradientX^2 + gradientY^2)
+  int32_t width = 0, height = 0;
+  int32_t referenceX = 0, referenceY = 0;  // width / 2, height / 2
+  double radius = 0;                       // from the reference point to the farthest point
+};
+
+// Made by IxCreateGeoTool only: more follows behind the one field that hosts may read.
+struct GeoMatchTool {
+  const GeoModelLevel* model;  // the full resolution; count 0 until taught
+};
 
 }  // namespace quillon

@@ -14,6 +14,7 @@ namespace {
     .threshold = name::threshold,       \
     .gradient = name::gradient,         \
     .pyramid = name::pyramid,           \
+    .geomatch = name::geomatch,         \
   }
 // clang-format on
 

@@ -7,6 +7,7 @@
 #include "arith/arithmetic_kernels.h"
 #include "core/grey_kernels.h"
 #include "filters/gradient_kernels.h"
+#include "geomatch/geomatch_kernels.h"
 #include "ncc/pyramid_kernels.h"
 #include "point/lookup_kernels.h"
 #include "point/threshold_kernels.h"
@@ -21,6 +22,7 @@ struct Kernels {
   const ThresholdKernels& threshold;
   const GradientKernels& gradient;
   const PyramidKernels& pyramid;
+  const GeomatchKernels& geomatch;
 };
 
 // The widest level that this processor and its operating system run. A few bit tests, no state.

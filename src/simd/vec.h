@@ -299,4 +299,22 @@ QUILLON_INLINE auto PackLanes(V a, V b) {
   }
 }
 
+// a[0] * b[0] + a[1] * b[1], a[2] * b[2] + a[3] * b[3] ... on signed 16-bit lanes.
+template <class V>
+QUILLON_INLINE I32<sizeof(V) / 4> DotPairs(V a, V b) {
+  if constexpr (sizeof(V) > kVectorBytes) {
+    return Join(DotPairs(Low(a), Low(b)), DotPairs(High(a), High(b)));
+  } else if constexpr (sizeof(V) == 16) {
+    return BitCast<I32<4>>(_mm_madd_epi16(BitCast<__m128i>(a), BitCast<__m128i>(b)));
+#if QUILLON_AVX2
+  } else if constexpr (sizeof(V) == 32) {
+    return BitCast<I32<8>>(_mm256_madd_epi16(BitCast<__m256i>(a), BitCast<__m256i>(b)));
+#endif
+#if QUILLON_AVX512
+  } else {
+    return BitCast<I32<16>>(_mm512_madd_epi16(BitCast<__m512i>(a), BitCast<__m512i>(b)));
+#endif
+  }
+}
+
 }  // namespace quillon::QUILLON_LEVEL
