@@ -128,6 +128,28 @@ QUILLON_API void QUILLON_CALL IxImageInvert(const GreyImage* source, GreyImage* 
 QUILLON_API void QUILLON_CALL IxImageGainOffset(const GreyImage* source, GreyImage* result,
                                                 double gain, double offset);
 
+// ---- smoothing and convolution ------------------------------------------------------------------
+// Every computed pixel is formed from unmodified source pixels. Pixels whose window leaves the
+// image take the value of the nearest pixel whose window does not; an image smaller than the window
+// in either direction is copied. `result` may be the source. Depths are not tested: rows are read
+// as `width` bytes.
+
+// Binomial weights in each direction, rounded to nearest.
+//   3 x 3:  1 2 1,           (sum + 8) / 16
+//   5 x 5:  1 4 6 4 1,       (sum + 128) / 256
+//   7 x 7:  1 6 15 20 15 6 1, (sum + 2048) / 4096
+QUILLON_API void QUILLON_CALL IxGaussianSmoothing3x3(const GreyImage* source, GreyImage* result);
+QUILLON_API void QUILLON_CALL IxGaussianSmoothing5x5(const GreyImage* source, GreyImage* result);
+QUILLON_API void QUILLON_CALL IxGaussianSmoothing7x7(const GreyImage* source, GreyImage* result);
+
+// The mean of a window of size x size pixels, rounded to nearest: (sum + n / 2) / n for n pixels.
+// Any odd size, at a cost per pixel that does not depend on it; 1 copies; even sizes and sizes
+// below 1: nothing happens.
+QUILLON_API void QUILLON_CALL IxMeanSmoothing(const GreyImage* source, GreyImage* result, int size);
+QUILLON_API void QUILLON_CALL IxMeanSmoothing3x3(const GreyImage* source, GreyImage* result);
+QUILLON_API void QUILLON_CALL IxMeanSmoothing5x5(const GreyImage* source, GreyImage* result);
+QUILLON_API void QUILLON_CALL IxMeanSmoothing7x7(const GreyImage* source, GreyImage* result);
+
 // ---- image pyramid ------------------------------------------------------------------------------
 
 // The image reduced by 16, re-creating `result` at width / 16 x height / 16: a pixel is the sum of

@@ -13,6 +13,7 @@ namespace {
     .lookup = name::lookup,             \
     .threshold = name::threshold,       \
     .gradient = name::gradient,         \
+    .smoothing = name::smoothing,       \
     .pyramid = name::pyramid,           \
     .geomatch = name::geomatch,         \
   }

@@ -8,6 +8,7 @@
 #include "core/grey_kernels.h"
 #include "filters/gradient_kernels.h"
 #include "geomatch/geomatch_kernels.h"
+#include "filters/smoothing_kernels.h"
 #include "ncc/pyramid_kernels.h"
 #include "point/lookup_kernels.h"
 #include "point/threshold_kernels.h"
@@ -21,6 +22,7 @@ struct Kernels {
   const LookupKernels& lookup;
   const ThresholdKernels& threshold;
   const GradientKernels& gradient;
+  const SmoothingKernels& smoothing;
   const PyramidKernels& pyramid;
   const GeomatchKernels& geomatch;
 };

@@ -317,4 +317,97 @@ QUILLON_INLINE I32<sizeof(V) / 4> DotPairs(V a, V b) {
   }
 }
 
+// Within each 16 bytes, the lower and the upper four 16-bit lanes of a and b in turn: a0 b0 a1 b1
+// ...; and 32-bit lanes of such halves as signed 16-bit lanes in their old order.
+template <class V>
+QUILLON_INLINE V ZipLow(V a, V b) {
+  if constexpr (sizeof(V) == 16) {
+    return BitCast<V>(_mm_unpacklo_epi16(BitCast<__m128i>(a), BitCast<__m128i>(b)));
+#if QUILLON_AVX2
+  } else if constexpr (sizeof(V) == 32) {
+    return BitCast<V>(_mm256_unpacklo_epi16(BitCast<__m256i>(a), BitCast<__m256i>(b)));
+#endif
+#if QUILLON_AVX512
+  } else {
+    return BitCast<V>(_mm512_unpacklo_epi16(BitCast<__m512i>(a), BitCast<__m512i>(b)));
+#endif
+  }
+}
+
+template <class V>
+QUILLON_INLINE V ZipHigh(V a, V b) {
+  if constexpr (sizeof(V) == 16) {
+    return BitCast<V>(_mm_unpackhi_epi16(BitCast<__m128i>(a), BitCast<__m128i>(b)));
+#if QUILLON_AVX2
+  } else if constexpr (sizeof(V) == 32) {
+    return BitCast<V>(_mm256_unpackhi_epi16(BitCast<__m256i>(a), BitCast<__m256i>(b)));
+#endif
+#if QUILLON_AVX512
+  } else {
+    return BitCast<V>(_mm512_unpackhi_epi16(BitCast<__m512i>(a), BitCast<__m512i>(b)));
+#endif
+  }
+}
+
+template <class V>
+QUILLON_INLINE I16<sizeof(V) / 2> PackZipped(V low, V high) {
+  if constexpr (sizeof(V) == 16) {
+    return BitCast<I16<8>>(_mm_packs_epi32(BitCast<__m128i>(low), BitCast<__m128i>(high)));
+#if QUILLON_AVX2
+  } else if constexpr (sizeof(V) == 32) {
+    return BitCast<I16<16>>(_mm256_packs_epi32(BitCast<__m256i>(low), BitCast<__m256i>(high)));
+#endif
+#if QUILLON_AVX512
+  } else {
+    return BitCast<I16<32>>(_mm512_packs_epi32(BitCast<__m512i>(low), BitCast<__m512i>(high)));
+#endif
+  }
+}
+
+// Each 32-bit lane plus all lanes before it.
+template <class V>
+QUILLON_INLINE V PrefixSums(V v) {
+  if constexpr (sizeof(V) == 16) {
+    v += BitCast<V>(_mm_slli_si128(BitCast<__m128i>(v), 4));
+    return v + BitCast<V>(_mm_slli_si128(BitCast<__m128i>(v), 8));
+#if QUILLON_AVX2
+  } else if constexpr (sizeof(V) == 32) {
+    v += BitCast<V>(_mm256_slli_si256(BitCast<__m256i>(v), 4));
+    v += BitCast<V>(_mm256_slli_si256(BitCast<__m256i>(v), 8));
+    const __m256i totals = _mm256_shuffle_epi32(BitCast<__m256i>(v), 0xFF);
+    return v + BitCast<V>(_mm256_permute2x128_si256(totals, totals, 0x08));
+#endif
+#if QUILLON_AVX512
+  } else {
+    v += BitCast<V>(_mm512_bslli_epi128(BitCast<__m512i>(v), 4));
+    v += BitCast<V>(_mm512_bslli_epi128(BitCast<__m512i>(v), 8));
+    const V none = {};  // its lanes are 16 and on
+    const V one =
+        __builtin_shufflevector(v, none, 16, 16, 16, 16, 3, 3, 3, 3, 7, 7, 7, 7, 11, 11, 11, 11);
+    const V two =
+        __builtin_shufflevector(v, none, 16, 16, 16, 16, 16, 16, 16, 16, 3, 3, 3, 3, 7, 7, 7, 7);
+    const V three = __builtin_shufflevector(v, none, 16, 16, 16, 16, 16, 16, 16, 16, 16, 16, 16, 16,
+                                            3, 3, 3, 3);
+    return (v + one) + (two + three);
+#endif
+  }
+}
+
+// The last 32-bit lane in every lane.
+template <class V>
+QUILLON_INLINE V SplatLast(V v) {
+  if constexpr (sizeof(V) == 16) {
+    return BitCast<V>(_mm_shuffle_epi32(BitCast<__m128i>(v), 0xFF));
+#if QUILLON_AVX2
+  } else if constexpr (sizeof(V) == 32) {
+    return BitCast<V>(_mm256_permutevar8x32_epi32(BitCast<__m256i>(v), _mm256_set1_epi32(7)));
+#endif
+#if QUILLON_AVX512
+  } else {
+    return __builtin_shufflevector(v, v, 15, 15, 15, 15, 15, 15, 15, 15, 15, 15, 15, 15, 15, 15, 15,
+                                   15);
+#endif
+  }
+}
+
 }  // namespace quillon::QUILLON_LEVEL

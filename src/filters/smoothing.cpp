@@ -1,0 +1,126 @@
+#include "filters/smoothing.h"
+
+#include "core/buffer.h"
+#include "filters/inner_rows.h"
+#include "simd/kernels.h"
+
+namespace quillon {
+namespace {
+
+// The memory behind ColumnSums, cleared.
+class ColumnMemory {
+ public:
+  explicit ColumnMemory(int width)
+      : half_(static_cast<size_t>(width) / 2 + kColumnPadding),
+        memory_(Buffer<uint16_t>::Zeroed(2 * half_)) {}
+  explicit operator bool() const { return static_cast<bool>(memory_); }
+  ColumnSums Sums() { return {memory_.data(), memory_.data() + half_}; }
+
+ private:
+  size_t half_;
+  Buffer<uint16_t> memory_;
+};
+
+// A little more than 1 / area: exact quotients of multiples must not fall short.
+constexpr float ReciprocalOf(int area) { return 1.0f / static_cast<float>(area) * 1.0000001f; }
+
+// Whether truncated products are the quotients of all sums of `area` bytes, area / 2 added. Both
+// are monotone, so it is enough to look at both sides of every step.
+constexpr bool IsExact(int area) {
+  const float reciprocal = ReciprocalOf(area);
+  const auto quotient = [&](int sum) {
+    return static_cast<int>(static_cast<float>(sum) * reciprocal);
+  };
+  for (int q = 0; q <= 255; ++q) {
+    if (quotient(q * area) != q || quotient(q * area + area - 1) != q) return false;
+  }
+  return true;
+}
+constexpr bool AllNarrowMeansAreExact() {
+  for (int size = 3; size <= kLargestNarrowMean; size += 2) {
+    if (!IsExact(size * size)) return false;
+  }
+  return true;
+}
+static_assert(AllNarrowMeansAreExact());
+
+// Walks the window down: move(entering, leaving) keeps the sums of `size` rows a column, and
+// writeRow(out) follows for every row that has them.
+template <class Move, class WriteRow>
+void SlideDown(const GreyImage& source, GreyImage& result, int size, const Move& move,
+               const WriteRow& writeRow) {
+  const auto nothing = Buffer<uint8_t>::Zeroed(static_cast<size_t>(source.width));
+  if (!nothing) return;
+  const int radius = size / 2;
+  for (int y = 0; y < size - 1; ++y) move(source.rows[y], nothing.data());
+  FilterInnerRows(source, result, radius, size + 1,
+                  [&](const SourceRows& rows, int y, uint8_t* out) {
+                    move(rows[y + radius], y > radius ? rows[y - radius - 1] : nothing.data());
+                    writeRow(out);
+                  });
+}
+
+void NarrowMean(const Kernels& kernels, const GreyImage& source, GreyImage& result, int size) {
+  ColumnMemory memory(source.width);
+  if (!memory) return;
+  const SmoothingKernels& k = kernels.smoothing;
+  const ColumnSums sums = memory.Sums();
+  const int count = source.width - size + 1;
+  const float reciprocal = ReciprocalOf(size * size);
+  const auto move = [&](const uint8_t* entering, const uint8_t* leaving) {
+    k.MoveColumns(sums, entering, leaving, source.width);
+  };
+  SlideDown(source, result, size, move, [&](uint8_t* out) {
+    switch (size) {
+      case 3:
+        return k.Mean3(sums, count, out);
+      case 5:
+        return k.Mean5(sums, count, out);
+      case 7:
+        return k.Mean7(sums, count, out);
+      default:
+        return k.Mean(sums, count, size, reciprocal, out);
+    }
+  });
+}
+
+void WideMean(const Kernels& kernels, const GreyImage& source, GreyImage& result, int size) {
+  auto sums = Buffer<uint32_t>::Zeroed(static_cast<size_t>(source.width));
+  if (!sums) return;
+  const int count = source.width - size + 1;
+  const auto move = [&](const uint8_t* entering, const uint8_t* leaving) {
+    kernels.smoothing.MoveWideColumns(sums.data(), entering, leaving, source.width);
+  };
+  SlideDown(source, result, size, move,
+            [&](uint8_t* out) { kernels.smoothing.MeanWide(sums.data(), count, size, out); });
+}
+
+}  // namespace
+
+void GaussianSmoothing(const Kernels& kernels, const GreyImage& source, GreyImage& result,
+                       int size) {
+  ColumnMemory memory(source.width);
+  if (!memory) return;
+  const SmoothingKernels& k = kernels.smoothing;
+  const auto writeRow = size == 3 ? k.Gaussian3 : size == 5 ? k.Gaussian5 : k.Gaussian7;
+  const int radius = size / 2, width = source.width;
+  const ColumnSums sums = memory.Sums();
+  FilterInnerRows(source, result, radius, size, [&](const SourceRows& rows, int y, uint8_t* out) {
+    const uint8_t* window[7];
+    for (int i = 0; i < size; ++i) window[i] = rows[y - radius + i];
+    writeRow(window, width, sums, out);
+  });
+}
+
+void MeanSmoothing(const Kernels& kernels, const GreyImage& source, GreyImage& result, int size) {
+  if (size < 1 || size % 2 == 0) return;
+  if (size == 1 || size > source.width || size > source.height)
+    return CopyUnchanged(source, result);
+  if (size <= kLargestNarrowMean) {
+    NarrowMean(kernels, source, result, size);
+  } else {
+    WideMean(kernels, source, result, size);
+  }
+}
+
+}  // namespace quillon

@@ -1,0 +1,151 @@
+#include "filters/smoothing.h"
+
+#include <climits>
+
+#include "filters/windows.h"
+#include "quillon/quillon.h"
+
+namespace quillon::test {
+namespace reference {
+
+void Gaussian(const GreyImage& source, int size, GreyImage& result) {
+  static constexpr int kWeights[][7] = {{1, 2, 1}, {1, 4, 6, 4, 1}, {1, 6, 15, 20, 15, 6, 1}};
+  const int r = size / 2, shift = 2 * (size - 1);
+  const int* weights = kWeights[r - 1];
+  FilterByDefinition(source, size, result, [&](int x, int y) {
+    int sum = 1 << shift >> 1;
+    for (int dy = -r; dy <= r; ++dy) {
+      for (int dx = -r; dx <= r; ++dx) {
+        sum += weights[dy + r] * weights[dx + r] * source.rows[y + dy][x + dx];
+      }
+    }
+    return static_cast<uint8_t>(sum >> shift);
+  });
+}
+
+void Mean(const GreyImage& source, int size, GreyImage& result) {
+  const int r = size / 2;
+  const int64_t area = static_cast<int64_t>(size) * size;
+  FilterByDefinition(source, size, result, [&](int x, int y) {
+    int64_t sum = area / 2;
+    for (int dy = -r; dy <= r; ++dy) {
+      for (int dx = -r; dx <= r; ++dx) sum += source.rows[y + dy][x + dx];
+    }
+    return static_cast<uint8_t>(sum / area);
+  });
+}
+
+}  // namespace reference
+
+TEST(Smoothing, GaussiansMatchTheirWeights) {
+  GreyImage expected;
+  ForEachLevelAndImage([&](const Kernels& level, const GreyImage& source) {
+    for (int size : {3, 5, 7}) {
+      reference::Gaussian(source, size, expected);
+      ASSERT_NO_FATAL_FAILURE(ExpectEverywhere(
+          source, expected,
+          [&](const GreyImage& from, GreyImage& to) { GaussianSmoothing(level, from, to, size); }))
+          << size;
+    }
+  });
+}
+
+TEST(Smoothing, SmallMeansMatchTheirDefinition) {
+  GreyImage expected;
+  ForEachLevelAndImage([&](const Kernels& level, const GreyImage& source) {
+    for (int size : {1, 3, 5, 7, 9}) {
+      reference::Mean(source, size, expected);
+      ASSERT_NO_FATAL_FAILURE(ExpectEverywhere(
+          source, expected,
+          [&](const GreyImage& from, GreyImage& to) { MeanSmoothing(level, from, to, size); }))
+          << size;
+    }
+  });
+}
+
+// White images reach the largest sums; the sizes lie on both sides of every change of method.
+TEST(Smoothing, LargeMeansMatchTheirDefinition) {
+  GreyImage source, expected;
+  for (int size : {11, 13, 15, 17, 31, 63, 65, 125, 127, 129, 131, 255, 257, 259}) {
+    for (Size more : {Size{0, 0}, {1, 1}, {2, 4}, {15, 2}, {31, 1}, {64, 3}, {131, 5}}) {
+      if (size > 131 && more.width > 2) continue;
+      for (Content content : kContents) {
+        Fill(source, size + more.width, size + more.height, content);
+        if (content == Content::kFlat) {
+          for (int i = 0; i < source.imageSize; ++i) source.bits[i] = 255;
+        }
+        reference::Mean(source, size, expected);
+        ForEachLevel([&](const Kernels& level) {
+          ASSERT_NO_FATAL_FAILURE(ExpectEverywhere(
+              source, expected,
+              [&](const GreyImage& from, GreyImage& to) { MeanSmoothing(level, from, to, size); }))
+              << size << " in " << source.width << " x " << source.height;
+        });
+      }
+    }
+  }
+}
+
+// Sums of more than 32 bits: 4225 x 4225 x 255 is 4.55e9.
+TEST(Smoothing, MeansOfVeryLargeWindowsDoNotOverflow) {
+  GreyImage source, result;
+  constexpr int kSize = 4225;
+  source.Create(kSize + 1, kSize + 1);
+  ASSERT_TRUE(source.bits);
+  for (int i = 0; i < source.imageSize; ++i) source.bits[i] = 255;
+  ForEachLevel([&](const Kernels& level) {
+    MeanSmoothing(level, source, result, kSize);
+    EXPECT_SAME_PIXELS(result, source);
+  });
+}
+
+TEST(Smoothing, OddSizesBeyondTheImageCopyAndOthersDoNothing) {
+  GreyImage source, result, stale;
+  Fill(source, 20, 10, Content::kNoise);
+  FillStale(stale, 7, 7);
+  for (int size : {INT_MIN, INT_MIN + 1, -3, -1, 0, 2, 4, 20, INT_MAX - 1}) {
+    result.CopyFrom(&stale);
+    IxMeanSmoothing(&source, &result, size);
+    EXPECT_SAME_PIXELS(result, stale) << size;
+  }
+  for (int size : {1, 11, 21, 65537, INT_MAX}) {
+    result.CopyFrom(&stale);
+    IxMeanSmoothing(&source, &result, size);
+    EXPECT_SAME_PIXELS(result, source) << size;
+  }
+}
+
+TEST(Smoothing, ExportsReachTheirSizesAndIgnoreMissingImages) {
+  struct Export {
+    void (*call)(const GreyImage*, GreyImage*);
+    void (*definition)(const GreyImage&, int, GreyImage&);
+    int size;
+  };
+  GreyImage source, expected, empty;
+  Fill(source, 50, 20, Content::kNoise);
+  for (const Export& e : {Export{IxGaussianSmoothing3x3, reference::Gaussian, 3},
+                          {IxGaussianSmoothing5x5, reference::Gaussian, 5},
+                          {IxGaussianSmoothing7x7, reference::Gaussian, 7},
+                          {IxMeanSmoothing3x3, reference::Mean, 3},
+                          {IxMeanSmoothing5x5, reference::Mean, 5},
+                          {IxMeanSmoothing7x7, reference::Mean, 7}}) {
+    GreyImage result;
+    e.call(nullptr, &result);
+    e.call(&empty, &result);
+    e.call(&source, nullptr);
+    EXPECT_FALSE(result.bits);
+    e.call(&source, &result);
+    e.definition(source, e.size, expected);
+    EXPECT_SAME_PIXELS(result, expected) << e.size;
+  }
+  GreyImage result;
+  IxMeanSmoothing(&empty, &result, 3);
+  IxMeanSmoothing(nullptr, &result, 3);
+  IxMeanSmoothing(&source, nullptr, 3);
+  EXPECT_FALSE(result.bits);
+  IxMeanSmoothing(&source, &result, 9);
+  reference::Mean(source, 9, expected);
+  EXPECT_SAME_PIXELS(result, expected);
+}
+
+}  // namespace quillon::test
