@@ -14,7 +14,7 @@ def main():
         if run.get("run_type") == "aggregate":
             continue
         operation, size, column = run["name"].split("/")[:3]
-        times[operation, size][column].append(run["real_time"])
+        times[operation, size][column].append(run["cpu_time"])
     levels = [l for l in LEVELS if any(l in row for row in times.values())]
     header = ["operation", "size"] + levels + ["fresh", "opencv", "memcpy"]
     header += [f"cv/{l}" for l in levels] + [f"{levels[-1]}/memcpy"]

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <opencv2/imgproc.hpp>
 
 namespace quillon::bench {
 namespace {
@@ -126,6 +127,30 @@ std::function<std::string(const Frame&, const PeerFrame&)> PixelsWithin(int tole
     cv::minMaxLoc(difference, nullptr, &worst);
     return worst <= tolerance ? "" : "pixels differ by up to " + std::to_string(worst);
   };
+}
+
+void DrawPhotograph(GreyImage& image) {
+  cv::RNG random(5);
+  cv::Mat mat(image.height, image.width, CV_8UC1);
+  for (int y = 0; y < mat.rows; ++y) {
+    for (int x = 0; x < mat.cols; ++x) {
+      mat.at<uint8_t>(y, x) = static_cast<uint8_t>(60 + 50 * x / mat.cols + 30 * y / mat.rows);
+    }
+  }
+  for (int i = 0; i < 200; ++i) {
+    const cv::Point centre(random.uniform(0, mat.cols), random.uniform(0, mat.rows));
+    cv::circle(mat, centre, random.uniform(5, 60), cv::Scalar(random.uniform(20, 240)), cv::FILLED);
+  }
+  cv::GaussianBlur(mat, mat, cv::Size(5, 5), 1.2);
+  cv::Mat noise(mat.size(), CV_8SC1);
+  random.fill(noise, cv::RNG::NORMAL, 0, 2);
+  cv::add(mat, noise, mat, cv::noArray(), CV_8U);
+  FromMat(mat, image);
+}
+
+void CopyPixels(const GreyImage& from, GreyImage& to) {
+  if (to.width != from.width || to.height != from.height) to.Create(from.width, from.height);
+  std::memcpy(to.bits, from.bits, static_cast<size_t>(from.imageSize));
 }
 
 cv::Mat ToMat(const GreyImage& image) {

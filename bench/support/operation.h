@@ -68,6 +68,13 @@ void Add(const Operation& operation);
 std::function<std::string(const Frame&, const PeerFrame&)> PixelsWithin(int tolerance,
                                                                         int border = 0);
 
+// Replaces the pixels by what a camera might see: smooth shading, soft-edged shapes, a little
+// noise.
+void DrawPhotograph(GreyImage& image);
+
+// The pixels of one image into another of the same size; for operations that work in place.
+void CopyPixels(const GreyImage& from, GreyImage& to);
+
 cv::Mat ToMat(const GreyImage& image);
 cv::Mat ToMat(const ColourImage& image);
 void FromMat(const cv::Mat& mat, GreyImage& image);

@@ -16,7 +16,7 @@ uint8_t RealGrey(const uint8_t* bgr) {
 void ColorToGrey(const Kernels& kernels, const ColourImage& source, GreyImage& result) {
   if (!RecreateForOverwrite(result, source.width, source.height)) return;
   const int blocks = source.width / 8 * 8;
-  for (int y = 0; y < source.height; ++y) {
+  for (int y = source.height - 1; y >= 0; --y) {
     const uint8_t* bgr = source.rows[y];
     uint8_t* grey = result.rows[y];
     kernels.grey.GreyRow(bgr, grey, blocks);

@@ -6,6 +6,7 @@
 #include <array>
 #include <cstring>
 
+#include "core/buffer.h"
 #include "simd/kernels.h"
 
 namespace quillon {
@@ -14,18 +15,16 @@ namespace {
 constexpr int kLevels = 256;
 using Histogram = std::array<uint32_t, kLevels>;
 
-// Eight counters a level: neighbouring pixels are often equal, and a counter that was just written
-// is slow to read.
-Histogram CountLevels(const GreyImage& image) {
+// Small images: eight counters a level, since a counter that was just written is slow to read.
+Histogram CountPixels(const GreyImage& image) {
   constexpr int kTables = 8;
   uint32_t counts[kTables][kLevels] = {};
   for (int y = 0; y < image.height; ++y) {
     const uint8_t* row = image.rows[y];
     int x = 0;
     for (; x <= image.width - kTables; x += kTables) {
-      uint64_t pixels;
-      std::memcpy(&pixels, row + x, sizeof pixels);
-      for (int i = 0; i < kTables; ++i) ++counts[i][pixels >> (8 * i) & 255];
+#pragma GCC unroll 8
+      for (int i = 0; i < kTables; ++i) ++counts[i][row[x + i]];
     }
     for (; x < image.width; ++x) ++counts[0][row[x]];
   }
@@ -34,6 +33,42 @@ Histogram CountLevels(const GreyImage& image) {
     for (int v = 0; v < kLevels; ++v) histogram[v] += table[v];
   }
   return histogram;
+}
+
+// Large images: neighbours counted as pairs. A processor commits one store a cycle, which is what
+// bounds a histogram; so half the stores pay for a table of 65,536 counters.
+Histogram CountPairs(const GreyImage& image, Buffer<uint32_t>& pairs) {
+  Histogram histogram = {};
+  for (int y = 0; y < image.height; ++y) {
+    const uint8_t* row = image.rows[y];
+    int x = 0;
+    for (; x <= image.width - 8; x += 8) {
+      uint64_t pixels;
+      std::memcpy(&pixels, row + x, sizeof pixels);
+#pragma GCC unroll 4
+      for (int i = 0; i < 4; ++i) ++pairs[pixels >> (16 * i) & 0xFFFF];
+    }
+    for (; x < image.width; ++x) ++histogram[row[x]];
+  }
+  for (int second = 0; second < kLevels; ++second) {
+    const uint32_t* firsts = pairs.data() + second * kLevels;
+    uint32_t sum = 0;
+    for (int first = 0; first < kLevels; ++first) {
+      histogram[first] += firsts[first];
+      sum += firsts[first];
+    }
+    histogram[second] += sum;
+  }
+  return histogram;
+}
+
+Histogram CountLevels(const GreyImage& image) {
+  constexpr int64_t kManyPixels = 1 << 18;  // from here on the larger table is repaid
+  if (static_cast<int64_t>(image.width) * image.height >= kManyPixels) {
+    auto pairs = Buffer<uint32_t>::Zeroed(size_t{kLevels} * kLevels);
+    if (pairs) return CountPairs(image, pairs);
+  }
+  return CountPixels(image);
 }
 
 // Levels weigh their number plus one, in 32-bit arithmetic that wraps for counts beyond 8 million.

@@ -25,18 +25,19 @@ QUILLON_INLINE Planes<16> Deinterleave(U8<16> a, U8<16> b, U8<16> c) {
 
 #if QUILLON_AVX2
 namespace deinterleave_detail {
-// Places of plane c's bytes within the r-th 16 bytes of 48; 0x80 where they come from elsewhere.
+// In each 48 bytes, plane c has every third byte. `from` tells, for each of 16 places, in which of
+// the three 16-byte parts that place holds a byte of the plane; `order` then sorts them.
 struct Places {
-  alignas(32) uint8_t at[3][3][32];
+  alignas(32) uint8_t fromSecond[3][32], fromThird[3][32], order[3][32];
 };
 constexpr Places MakePlaces() {
   Places places = {};
   for (int c = 0; c < 3; ++c) {
-    for (int r = 0; r < 3; ++r) {
-      for (int j = 0; j < 32; ++j) {
-        const int source = 3 * (j % 16) + c - 16 * r;
-        places.at[c][r][j] = source >= 0 && source < 16 ? static_cast<uint8_t>(source) : 0x80;
-      }
+    for (int i = 0; i < 32; ++i) {
+      const int place = i % 16;
+      places.fromSecond[c][i] = (16 + place) % 3 == c ? 255 : 0;
+      places.fromThird[c][i] = (32 + place) % 3 == c ? 255 : 0;
+      places.order[c][i] = static_cast<uint8_t>((3 * place + c) % 16);
     }
   }
   return places;
@@ -77,18 +78,17 @@ QUILLON_INLINE Planes<N> LoadPlanes(const uint8_t* bgr) {
     return Deinterleave(a, b, c);
 #if QUILLON_AVX2
   } else if constexpr (N == 32) {
-    __m256i part[3];
-    for (int r = 0; r < 3; ++r) {
-      part[r] = BitCast<__m256i>(
-          Join(Load<uint8_t, 16>(bgr + 16 * r), Load<uint8_t, 16>(bgr + 48 + 16 * r)));
-    }
+    const auto part = [&](int r) {
+      return Join(Load<uint8_t, 16>(bgr + 16 * r), Load<uint8_t, 16>(bgr + 48 + 16 * r));
+    };
+    const auto first = part(0), second = part(1), third = part(2);
     const auto plane = [&](int c) {
-      __m256i bytes = _mm256_setzero_si256();
-      for (int r = 0; r < 3; ++r) {
-        const auto places = Load<uint8_t, 32>(deinterleave_detail::kPlaces.at[c][r]);
-        bytes = _mm256_or_si256(bytes, _mm256_shuffle_epi8(part[r], BitCast<__m256i>(places)));
-      }
-      return BitCast<U8<32>>(bytes);
+      using deinterleave_detail::kPlaces;
+      const auto fromSecond = BitCast<I8<32>>(Load<uint8_t, 32>(kPlaces.fromSecond[c]));
+      const auto fromThird = BitCast<I8<32>>(Load<uint8_t, 32>(kPlaces.fromThird[c]));
+      const U8<32> mixed = fromThird ? third : (fromSecond ? second : first);
+      return BitCast<U8<32>>(_mm256_shuffle_epi8(
+          BitCast<__m256i>(mixed), BitCast<__m256i>(Load<uint8_t, 32>(kPlaces.order[c]))));
     };
     return {plane(0), plane(1), plane(2)};
 #endif

@@ -1,7 +1,7 @@
 #include "point/threshold.h"
 
 #include <climits>
-#include <cmath>
+#include <cstring>
 
 #include "support/levels.h"
 
@@ -91,6 +91,11 @@ TEST(Threshold, OtsuIsTheExhaustiveChoice) {
     EXPECT_EQ(ComputeOtsuThreshold(image), reference::Otsu(image));
   });
   GreyImage image;
+  for (int width : {1021, 1024}) {  // large enough to be counted in pairs
+    Fill(image, width, 300, Content::kNoise);
+    for (int y = 0; y < 100; ++y) std::memset(image.rows[y], 30, static_cast<size_t>(width));
+    EXPECT_EQ(ComputeOtsuThreshold(image), reference::Otsu(image));
+  }
   Fill(image, 40, 10, Content::kFlat);
   EXPECT_EQ(ComputeOtsuThreshold(image), 0);
   for (int y = 0; y < 10; ++y) {
