@@ -5,5 +5,6 @@ namespace quillon::bench {
 
 void AddArithmetic();       // pixel arithmetic, geometric transforms
 void AddPointOperations();  // colour to grey, thresholds
+void AddMorphOperations();  // dilation, erosion and their composites
 
 }  // namespace quillon::bench

@@ -11,5 +11,6 @@ int main(int argc, char** argv) {
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 2;
   quillon::bench::AddArithmetic();
   quillon::bench::AddPointOperations();
+  quillon::bench::AddMorphOperations();
   benchmark::RunSpecifiedBenchmarks();
 }

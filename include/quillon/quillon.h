@@ -150,6 +150,91 @@ QUILLON_API void QUILLON_CALL IxMeanSmoothing3x3(const GreyImage* source, GreyIm
 QUILLON_API void QUILLON_CALL IxMeanSmoothing5x5(const GreyImage* source, GreyImage* result);
 QUILLON_API void QUILLON_CALL IxMeanSmoothing7x7(const GreyImage* source, GreyImage* result);
 
+// ---- morphology ---------------------------------------------------------------------------------
+// Grey dilation (the largest value under the element) and erosion (the smallest). The cost per
+// pixel grows with the logarithm of the element's size at most (van Herk 1992; Gil and Werman 1993;
+// Pitas 1989; van den Boomgaard and van Balen 1992).
+//
+// Elements, by passes of a small one:
+//   h, v passes  a rectangle, 2h + 1 wide and 2v + 1 high
+//   Diamond, n   all offsets with |dx| + |dy| <= n
+//   Circle, n    crosses of 5 and squares of 9 pixels in turns, a cross first: an octagon
+// Counts below 1 make no pass, but for the first one (horizontal, or a cross) into another image:
+// that is always made. No count takes long: passes that change nothing are not made.
+//
+// Borders, of a W x H image. Elements are cut at the edges; a cross does not reach the corners.
+//   - The edge columns copy the columns beside them after any horizontal or cross pass, the top row
+//     copies the row below it after any vertical or cross pass.
+//   - A horizontal pass leaves row H - 1 as it is: the source's in place, zero in another image.
+//   - A vertical or cross pass leaves row H - 2 as it is and copies it to row H - 1. So, with a
+//     rectangle of v >= 1, both rows hold row H - 2 of the horizontal passes. With a diamond both
+//     hold row H - 2 of the source in place, and zero in another image; that zero row enters the
+//     later passes of an erosion from below. With a circle, row H - 2 is widened by the horizontal
+//     passes besides.
+//
+// Source and result may be the same image. A result is re-created at the source's size. Depths are
+// not tested: rows are read as `width` bytes. Images less than 3 pixels wide or high, and memory
+// that is not there: nothing happens.
+
+// Dilation and erosion.
+QUILLON_API void QUILLON_CALL IxDilation(const GreyImage* source, GreyImage* result,
+                                         int horizontalPasses, int verticalPasses);
+QUILLON_API void QUILLON_CALL IxDilationDiamond(const GreyImage* source, GreyImage* result,
+                                                int passes);
+QUILLON_API void QUILLON_CALL IxDilationCircle(const GreyImage* source, GreyImage* result,
+                                               int passes);
+QUILLON_API void QUILLON_CALL IxErosion(const GreyImage* source, GreyImage* result,
+                                        int horizontalPasses, int verticalPasses);
+QUILLON_API void QUILLON_CALL IxErosionDiamond(const GreyImage* source, GreyImage* result,
+                                               int passes);
+QUILLON_API void QUILLON_CALL IxErosionCircle(const GreyImage* source, GreyImage* result,
+                                              int passes);
+
+// Opening: erosion, then dilation of that in place. Closing: dilation, then erosion.
+QUILLON_API void QUILLON_CALL IxOpening(const GreyImage* source, GreyImage* result,
+                                        int horizontalPasses, int verticalPasses);
+QUILLON_API void QUILLON_CALL IxClosing(const GreyImage* source, GreyImage* result,
+                                        int horizontalPasses, int verticalPasses);
+
+// The same in place only. Into another image only the second of the two acts on the source: an
+// opening is its IxDilationDiamond or IxDilationCircle, a closing its IxErosionDiamond or
+// IxErosionCircle. For a true one, copy the source and work in place.
+QUILLON_API void QUILLON_CALL IxOpeningDiamond(const GreyImage* source, GreyImage* result,
+                                               int passes);
+QUILLON_API void QUILLON_CALL IxOpeningCircle(const GreyImage* source, GreyImage* result,
+                                              int passes);
+QUILLON_API void QUILLON_CALL IxClosingDiamond(const GreyImage* source, GreyImage* result,
+                                               int passes);
+QUILLON_API void QUILLON_CALL IxClosingCircle(const GreyImage* source, GreyImage* result,
+                                              int passes);
+
+// Gradient: dilation (as in place) - erosion (as into another image). White top-hat: source -
+// opening; black top-hat: closing - source; both begin as into another image.
+// Differences below 0 become 0. In the last width % 8 columns no other difference is stored: the
+// first operand stays. So a flat image's gradient is 0, but there the image's value.
+// Gradient and white top-hat leave their result in the source as well, and the result's row padding
+// is the source's. The black top-hat leaves the source alone.
+// In place each call leaves behind one image of the source's size that nobody can release: hosts
+// have come to count on the memory figures. Give another image as the result to avoid it.
+QUILLON_API void QUILLON_CALL IxMorphGradient(GreyImage* source, GreyImage* result,
+                                              int horizontalPasses, int verticalPasses);
+QUILLON_API void QUILLON_CALL IxMorphGradientDiamond(GreyImage* source, GreyImage* result,
+                                                     int passes);
+QUILLON_API void QUILLON_CALL IxMorphGradientCircle(GreyImage* source, GreyImage* result,
+                                                    int passes);
+QUILLON_API void QUILLON_CALL IxMorphWhiteTopHat(GreyImage* source, GreyImage* result,
+                                                 int horizontalPasses, int verticalPasses);
+QUILLON_API void QUILLON_CALL IxMorphWhiteTopHatDiamond(GreyImage* source, GreyImage* result,
+                                                        int passes);
+QUILLON_API void QUILLON_CALL IxMorphWhiteTopHatCircle(GreyImage* source, GreyImage* result,
+                                                       int passes);
+QUILLON_API void QUILLON_CALL IxMorphBlackTopHat(const GreyImage* source, GreyImage* result,
+                                                 int horizontalPasses, int verticalPasses);
+QUILLON_API void QUILLON_CALL IxMorphBlackTopHatDiamond(const GreyImage* source, GreyImage* result,
+                                                        int passes);
+QUILLON_API void QUILLON_CALL IxMorphBlackTopHatCircle(const GreyImage* source, GreyImage* result,
+                                                       int passes);
+
 // ---- image pyramid ------------------------------------------------------------------------------
 
 // The image reduced by 16, re-creating `result` at width / 16 x height / 16: a pixel is the sum of
@@ -169,13 +254,13 @@ QUILLON_API void QUILLON_CALL IxImgPyramid(const GreyImage* source, GreyImage* r
 QUILLON_API GeoMatchTool* QUILLON_CALL IxCreateGeoTool();
 
 // Teaches the edge points of a template, at full resolution and at up to six reduced levels
-// (n = pixels / 64 rounded; level k exists from n = 4^k on; a coarsest level of fewer than 15 points
-// is dropped, once). At each level:
+// (n = pixels / 64 rounded; level k exists from n = 4^k on; a coarsest level of fewer than 15
+// points is dropped, once). At each level:
 //   gradients    Sobel, inner pixels
 //   suppression  a pixel stays unless its magnitude is below one of its two neighbours' across the
 //                edge: right and left; but with the angle a = atan(gy / gx) upper right and lower
-//                left for 22.5 < a < 67.5 degrees, above and below for a > 67.5. Negative angles and
-//                vertical gradients compare right and left.
+//                left for 22.5 < a < 67.5 degrees, above and below for a > 67.5. Negative angles
+//                and vertical gradients compare right and left.
 //   thresholds   on v = magnitude / greatest magnitude of the level * 255, truncated: an edge point
 //                has v >= high, or v >= low and one of its eight neighbours has v >= high
 // The template's reference point is its pixel (width / 2, height / 2). Teaching again replaces the

@@ -14,6 +14,7 @@ namespace {
     .threshold = name::threshold,       \
     .gradient = name::gradient,         \
     .smoothing = name::smoothing,       \
+    .morph = name::morph,               \
     .pyramid = name::pyramid,           \
     .geomatch = name::geomatch,         \
   }

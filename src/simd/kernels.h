@@ -7,8 +7,9 @@
 #include "arith/arithmetic_kernels.h"
 #include "core/grey_kernels.h"
 #include "filters/gradient_kernels.h"
-#include "geomatch/geomatch_kernels.h"
 #include "filters/smoothing_kernels.h"
+#include "geomatch/geomatch_kernels.h"
+#include "morph/morph_kernels.h"
 #include "ncc/pyramid_kernels.h"
 #include "point/lookup_kernels.h"
 #include "point/threshold_kernels.h"
@@ -23,6 +24,7 @@ struct Kernels {
   const ThresholdKernels& threshold;
   const GradientKernels& gradient;
   const SmoothingKernels& smoothing;
+  const MorphKernels& morph;
   const PyramidKernels& pyramid;
   const GeomatchKernels& geomatch;
 };

@@ -1,0 +1,192 @@
+#include "morph/morph.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "core/image_access.h"
+#include "morph/morph_chain.h"
+#include "simd/kernels.h"
+
+namespace quillon {
+namespace {
+
+constexpr int kSmallestSide = 3;
+
+bool IsTooSmall(const GreyImage& image) {
+  return image.width < kSmallestSide || image.height < kSmallestSide;
+}
+
+bool Recreate(GreyImage& result, const GreyImage& source) {
+  return RecreateForOverwrite(result, source.width, source.height);
+}
+
+const ExtremeKernels& KernelsOf(const Kernels& kernels, Extreme extreme) {
+  return extreme == Extreme::kMaximum ? kernels.morph.maximum : kernels.morph.minimum;
+}
+
+Extreme Opposite(Extreme extreme) {
+  return extreme == Extreme::kMaximum ? Extreme::kMinimum : Extreme::kMaximum;
+}
+
+// What an operation does to the rows of its source.
+class Work {
+ public:
+  Work(const Kernels& kernels, const GreyImage& source, const Element& element)
+      : kernels_(kernels), source_(source), element_(element) {}
+
+  RowsPtr Read(bool isOverwritten) const { return Make<ImageRows>(source_, isOverwritten); }
+  RowsPtr Passes(Extreme extreme, bool isFresh, RowsPtr input) const {
+    return ApplyPasses(KernelsOf(kernels_, extreme), extreme, element_, isFresh, std::move(input),
+                       source_.width, source_.height);
+  }
+  // An opening when `first` is the minimum, a closing when it is the maximum. The second chain
+  // always works over the result of the first.
+  RowsPtr Pair(Extreme first, bool isFresh, RowsPtr input) const {
+    return Passes(Opposite(first), false, Passes(first, isFresh, std::move(input)));
+  }
+
+ private:
+  const Kernels& kernels_;
+  const GreyImage& source_;
+  const Element& element_;
+};
+
+void StoreRows(Rows& rows, GreyImage& result) {
+  for (int y = 0; y < result.height; ++y) {
+    const uint8_t* row = rows.Next(result.rows[y]);
+    if (row != result.rows[y]) std::memcpy(result.rows[y], row, static_cast<size_t>(result.width));
+  }
+}
+
+void ApplyOne(const Kernels& kernels, const GreyImage& source, GreyImage& result,
+              const Element& element, Extreme extreme) {
+  if (IsTooSmall(source)) return;
+  const bool isInPlace = &source == &result;
+  const Work work(kernels, source, element);
+  const RowsPtr rows = work.Passes(extreme, !isInPlace, work.Read(isInPlace));
+  if (!rows || (!isInPlace && !Recreate(result, source))) return;
+  StoreRows(*rows, result);
+}
+
+void ApplyPair(const Kernels& kernels, const GreyImage& source, GreyImage& result,
+               const Element& element, Extreme first) {
+  if (IsTooSmall(source)) return;
+  const bool isInPlace = &source == &result;
+  // The two calls come in the other order here, and the second one overwrites the first.
+  if (element.shape != Shape::kRectangle && !isInPlace) {
+    return ApplyOne(kernels, source, result, element, Opposite(first));
+  }
+  const Work work(kernels, source, element);
+  const RowsPtr rows = work.Pair(first, !isInPlace, work.Read(isInPlace));
+  if (!rows || (!isInPlace && !Recreate(result, source))) return;
+  StoreRows(*rows, result);
+}
+
+// The in-place forms of gradient and top-hats have always left one image of the source's size
+// behind; hosts' memory figures count on it. Nothing is kept in it. Leak checkers: suppress this
+// function.
+[[gnu::noinline]] void LeaveTemporaryImage(const GreyImage& source) {
+  auto* temporary = new (std::nothrow) GreyImage;
+  if (temporary) temporary->Create(source.width, source.height);
+  asm volatile("" : : "r"(temporary));  // the compiler may not drop an allocation without a use
+}
+
+// Where the two images differ, the result becomes a copy of the source: the row with its padding.
+void CopyWholeRow(const GreyImage& source, GreyImage& result, int y) {
+  const int bytes = std::min(source.stride, result.stride);
+  std::memcpy(result.rows[y], source.rows[y], static_cast<size_t>(bytes));
+}
+
+// In place the source becomes a copy of a fresh image: grey palette, padding zero.
+void MakeLikeCopy(GreyImage& image) {
+  const auto padding = static_cast<size_t>(image.stride - image.width);
+  for (int y = 0; y < image.height; ++y) std::memset(image.rows[y] + image.width, 0, padding);
+  store::InstallGreyRamp(image.bitmap);
+}
+
+}  // namespace
+
+void Dilate(const Kernels& kernels, const GreyImage& source, GreyImage& result,
+            const Element& element) {
+  ApplyOne(kernels, source, result, element, Extreme::kMaximum);
+}
+
+void Erode(const Kernels& kernels, const GreyImage& source, GreyImage& result,
+           const Element& element) {
+  ApplyOne(kernels, source, result, element, Extreme::kMinimum);
+}
+
+void Open(const Kernels& kernels, const GreyImage& source, GreyImage& result,
+          const Element& element) {
+  ApplyPair(kernels, source, result, element, Extreme::kMinimum);
+}
+
+void Close(const Kernels& kernels, const GreyImage& source, GreyImage& result,
+           const Element& element) {
+  ApplyPair(kernels, source, result, element, Extreme::kMaximum);
+}
+
+// The erosion goes into another image, the dilation over the source.
+void Gradient(const Kernels& kernels, GreyImage& source, GreyImage& result,
+              const Element& element) {
+  if (IsTooSmall(source)) return;
+  const bool isInPlace = &source == &result;
+  const Work work(kernels, source, element);
+  const RowsPtr lower = work.Passes(Extreme::kMinimum, true, work.Read(true));
+  const RowsPtr upper = work.Passes(Extreme::kMaximum, false, work.Read(true));
+  Buffer<uint8_t> scratch[] = {Buffer<uint8_t>(source.width), Buffer<uint8_t>(source.width)};
+  if (!lower || !upper || !scratch[0] || !scratch[1]) return;
+  if (isInPlace) {
+    LeaveTemporaryImage(source);
+  } else if (!Recreate(result, source)) {
+    return;
+  }
+  for (int y = 0; y < source.height; ++y) {
+    const uint8_t* low = lower->Next(scratch[0].data());
+    const uint8_t* high = upper->Next(scratch[1].data());
+    kernels.morph.Subtract(high, low, source.rows[y], source.width);
+    if (!isInPlace) CopyWholeRow(source, result, y);
+  }
+}
+
+void WhiteTopHat(const Kernels& kernels, GreyImage& source, GreyImage& result,
+                 const Element& element) {
+  if (IsTooSmall(source)) return;
+  const bool isInPlace = &source == &result;
+  const Work work(kernels, source, element);
+  const RowsPtr opening = work.Pair(Extreme::kMinimum, true, work.Read(true));
+  Buffer<uint8_t> scratch(source.width);
+  if (!opening || !scratch) return;
+  if (isInPlace) {
+    LeaveTemporaryImage(source);
+  } else if (!Recreate(result, source)) {
+    return;
+  }
+  for (int y = 0; y < source.height; ++y) {
+    const uint8_t* low = opening->Next(scratch.data());
+    kernels.morph.Subtract(source.rows[y], low, source.rows[y], source.width);
+    if (!isInPlace) CopyWholeRow(source, result, y);
+  }
+}
+
+void BlackTopHat(const Kernels& kernels, const GreyImage& source, GreyImage& result,
+                 const Element& element) {
+  if (IsTooSmall(source)) return;
+  const bool isInPlace = &source == &result;
+  const Work work(kernels, source, element);
+  const RowsPtr closing = work.Pair(Extreme::kMaximum, true, work.Read(isInPlace));
+  Buffer<uint8_t> scratch(source.width);
+  if (!closing || !scratch) return;
+  if (isInPlace) {
+    LeaveTemporaryImage(source);
+    MakeLikeCopy(result);
+  } else if (!Recreate(result, source)) {
+    return;
+  }
+  for (int y = 0; y < source.height; ++y) {
+    const uint8_t* high = closing->Next(scratch.data());
+    kernels.morph.Subtract(high, source.rows[y], result.rows[y], source.width);
+  }
+}
+
+}  // namespace quillon

@@ -1,0 +1,265 @@
+#include "morph/morph_chain.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "morph/morph_kernels.h"
+
+namespace quillon {
+namespace {
+
+void CopyRow(uint8_t* to, const uint8_t* from, int width) {
+  std::memcpy(to, from, static_cast<size_t>(width));
+}
+
+std::unique_ptr<WindowedRows> MakeVerticalWindow(const ExtremeKernels& kernels, RowsPtr input,
+                                                 int width, Window window) {
+  if (window.radius <= ThinVerticalWindow::kMaxRadius) {
+    return Make<ThinVerticalWindow>(kernels, std::move(input), width, window);
+  }
+  return Make<VerticalWindow>(kernels, std::move(input), width, window);
+}
+
+// Rows whose top row and edge columns copy what is beside them.
+class BorderedRows : public Rows {
+ public:
+  BorderedRows(int width, int height) : width_(width), height_(height), second_(width) {}
+  bool IsReady() const { return static_cast<bool>(second_); }
+
+  const uint8_t* Next(uint8_t* scratch) final {
+    const int y = next_++;
+    if (y == 0) {
+      Compute(1, second_.data());
+      CopyRow(scratch, second_.data(), width_);
+    } else if (y == 1) {
+      CopyRow(scratch, second_.data(), width_);
+    } else {
+      Compute(y, scratch);
+    }
+    return scratch;
+  }
+
+ protected:
+  // Rows 1, 2 ... in turn.
+  virtual void Compute(int y, uint8_t* out) = 0;
+
+  void CopyEdges(uint8_t* row) const {
+    row[0] = row[1];
+    row[width_ - 1] = row[width_ - 2];
+  }
+
+  const int width_, height_;
+
+ private:
+  Buffer<uint8_t> second_;
+  int next_ = 0;
+};
+
+// ---- rectangles ---------------------------------------------------------------------------------
+
+// Horizontal passes only.
+class WideRows final : public Rows {
+ public:
+  WideRows(const ExtremeKernels& kernels, RowsPtr input, int width, int height, int radius,
+           bool isFresh)
+      : width_(width),
+        height_(height),
+        isFresh_(isFresh),
+        input_(input.get()),
+        window_(Make<HorizontalWindow>(kernels, std::move(input), Window{width, radius, 1})) {}
+  bool IsReady() const { return static_cast<bool>(window_); }
+
+  const uint8_t* Next(uint8_t* scratch) override {
+    if (next_++ == height_ - 1) {
+      if (!isFresh_) return input_->Next(scratch);
+      std::memset(scratch, 0, static_cast<size_t>(width_));
+      return scratch;
+    }
+    window_->Next(scratch + 1);
+    scratch[0] = scratch[1];
+    scratch[width_ - 1] = scratch[width_ - 2];
+    return scratch;
+  }
+
+ private:
+  const int width_, height_;
+  const bool isFresh_;
+  Rows* input_;  // owned by the window
+  RowsPtr window_;
+  int next_ = 0;
+};
+
+// Vertical passes, after horizontal ones if there are any.
+class RectangleRows final : public BorderedRows {
+ public:
+  RectangleRows(const ExtremeKernels& kernels, RowsPtr input, int width, int height,
+                int horizontalRadius, int verticalRadius)
+      : BorderedRows(width, height), edge_(horizontalRadius > 0 ? 1 : 0) {
+    if (edge_ > 0) {
+      input = Make<HorizontalWindow>(kernels, std::move(input), Window{width, horizontalRadius, 1});
+    }
+    window_ = MakeVerticalWindow(kernels, std::move(input), width - 2 * edge_,
+                                 Window{height - 1, verticalRadius, 1});
+  }
+  bool IsReady() const { return BorderedRows::IsReady() && window_; }
+
+ private:
+  void Compute(int y, uint8_t* out) override {
+    if (y < height_ - 2) {
+      window_->Next(out + edge_);
+    } else {
+      CopyRow(out + edge_, window_->LastInput(), width_ - 2 * edge_);
+    }
+    if (edge_ > 0) CopyEdges(out);
+  }
+
+  const int edge_;  // columns on each side that copy their neighbour
+  std::unique_ptr<WindowedRows> window_;
+};
+
+RowsPtr ApplyRectangle(const ExtremeKernels& kernels, const Element& element, bool isFresh,
+                       RowsPtr input, int width, int height) {
+  // Beyond these radii every window is cut at both ends.
+  const int h = std::clamp(element.horizontalPasses, isFresh ? 1 : 0, width);
+  const int v = std::clamp(element.verticalPasses, 0, std::max(height - 3, 1));
+  if (v > 0) return Make<RectangleRows>(kernels, std::move(input), width, height, h, v);
+  if (h > 0) return Make<WideRows>(kernels, std::move(input), width, height, h, isFresh);
+  return input;
+}
+
+// ---- diamonds and circles -----------------------------------------------------------------------
+
+struct Passes {
+  int crosses, squares;
+  int Count() const { return crosses + squares; }
+};
+
+// One row that lies elsewhere.
+class KeptRow final : public Rows {
+ public:
+  explicit KeptRow(const uint8_t* row) : row_(row) {}
+  bool IsReady() const { return true; }
+  const uint8_t* Next(uint8_t*) override { return row_; }
+
+ private:
+  const uint8_t* row_;
+};
+
+class StarRows final : public BorderedRows {
+ public:
+  StarRows(const ExtremeKernels& kernels, Extreme extreme, RowsPtr input, int width, int height,
+           Passes passes, bool isFresh)
+      : BorderedRows(width, height),
+        kernels_(kernels),
+        extreme_(extreme),
+        passes_(passes),
+        isFresh_(isFresh),
+        bottomSource_(width) {
+    auto cross = Make<Cross>(kernels, std::move(input), width, height - 1);
+    cross_ = cross.get();
+    inner_ = std::move(cross);
+    GrowInner(width - 2, height - 3);
+    // The last row copies the one above before a square at the end widens that.
+    const bool endsWithSquare = passes.squares == passes.crosses;
+    bottom_[0] = WidenedBottom(passes.squares);
+    bottom_[1] = WidenedBottom(passes.squares - (endsWithSquare ? 1 : 0));
+  }
+  bool IsReady() const {
+    return BorderedRows::IsReady() && bottomSource_ && inner_ && bottom_[0] && bottom_[1];
+  }
+
+ private:
+  // What follows the first cross, on the pixels that are not border.
+  void GrowInner(int width, int height) {
+    if (height == 0) return;
+    for (int radius = 1; radius < passes_.crosses;) {
+      const int step = std::min(radius, passes_.crosses - radius);
+      inner_ = Make<DiamondGrowth>(kernels_, std::move(inner_), width, height, step);
+      radius += step;
+    }
+    if (passes_.squares == 0) return;
+    inner_ = MakeVerticalWindow(kernels_, std::move(inner_), width,
+                                Window{height, std::min(passes_.squares, height), 0});
+    inner_ = Make<HorizontalWindow>(kernels_, std::move(inner_),
+                                    Window{width, std::min(passes_.squares, width), 0});
+  }
+
+  // Row H - 2 after this many squares, the edge columns still to be copied.
+  RowsPtr WidenedBottom(int squares) const {
+    RowsPtr row = Make<KeptRow>(bottomSource_.data());
+    if (squares == 0) return row;
+    return Make<HorizontalWindow>(kernels_, std::move(row),
+                                  Window{width_, std::min(squares, width_), 1});
+  }
+
+  void Compute(int y, uint8_t* out) override {
+    const int fromBottom = height_ - 2 - y;
+    if (isFresh_ && (fromBottom <= 0 || IsReachedByZero(fromBottom))) {
+      std::memset(out, 0, static_cast<size_t>(width_));
+    } else if (fromBottom > 0) {
+      inner_->Next(out + 1);
+      if (!isFresh_ && passes_.squares > 0) SpreadCorners(fromBottom, out);
+      CopyEdges(out);
+    } else {
+      if (fromBottom == 0) CopyRow(bottomSource_.data(), cross_->LastInput(), width_);
+      const uint8_t* row = bottom_[-fromBottom]->Next(out + 1);
+      if (row == out + 1) {
+        CopyEdges(out);
+      } else {
+        CopyRow(out, row, width_);
+      }
+    }
+  }
+
+  bool IsReachedByZero(int fromBottom) const {
+    return extreme_ == Extreme::kMinimum && fromBottom < passes_.Count();
+  }
+
+  // The first square takes the corner to the pixel diagonally inside; from there the passes after
+  // it spread it.
+  void SpreadCorners(int fromBottom, uint8_t* row) {
+    const int64_t crosses = passes_.crosses - 1, squares = passes_.squares - 1;
+    const int64_t rise = fromBottom - 1;
+    const int64_t reach = std::min(crosses + squares, crosses + 2 * squares - rise);
+    if (rise > crosses + squares || reach < 0) return;
+    const uint8_t* bottom = cross_->LastInput();
+    const int count = static_cast<int>(std::min<int64_t>(reach + 1, width_ - 2));
+    for (int x = 1; x <= count; ++x) Take(row[x], bottom[0]);
+    for (int x = width_ - 1 - count; x <= width_ - 2; ++x) Take(row[x], bottom[width_ - 1]);
+  }
+
+  void Take(uint8_t& pixel, uint8_t value) const {
+    pixel = extreme_ == Extreme::kMaximum ? std::max(pixel, value) : std::min(pixel, value);
+  }
+
+  const ExtremeKernels& kernels_;
+  const Extreme extreme_;
+  const Passes passes_;
+  const bool isFresh_;
+  Buffer<uint8_t> bottomSource_;
+  WindowedRows* cross_ = nullptr;  // owned by inner_ or a stage before it
+  RowsPtr inner_;
+  RowsPtr bottom_[2];
+};
+
+// Passes beyond these counts change nothing: the farthest pixels have met.
+Passes CountPasses(const Element& element, bool isFresh, int width, int height) {
+  const int made = std::max(element.passes, isFresh ? 1 : 0);
+  if (element.shape == Shape::kDiamond) return {std::min(made, width + height), 0};
+  const int n = std::min(made, 2 * (width + height));
+  return {(n + 1) / 2, n / 2};
+}
+
+}  // namespace
+
+RowsPtr ApplyPasses(const ExtremeKernels& kernels, Extreme extreme, const Element& element,
+                    bool isFresh, RowsPtr input, int width, int height) {
+  if (element.shape == Shape::kRectangle) {
+    return ApplyRectangle(kernels, element, isFresh, std::move(input), width, height);
+  }
+  const Passes passes = CountPasses(element, isFresh, width, height);
+  if (passes.Count() == 0) return input;
+  return Make<StarRows>(kernels, extreme, std::move(input), width, height, passes, isFresh);
+}
+
+}  // namespace quillon

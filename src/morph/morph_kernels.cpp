@@ -1,0 +1,125 @@
+// Row kernels of the morphology. Compiled once per level.
+#include "morph/morph_kernels.h"
+
+#include "simd/blocks.h"
+
+namespace quillon::QUILLON_LEVEL {
+namespace {
+
+struct Maximum {
+  template <class V>
+  QUILLON_INLINE static V Of(V a, V b) {
+    return Max(a, b);
+  }
+};
+
+struct Minimum {
+  template <class V>
+  QUILLON_INLINE static V Of(V a, V b) {
+    return Min(a, b);
+  }
+};
+
+// Covers [0, count) with blocks; the last one reaches back over its predecessor, so that rows of 16
+// pixels or more need no tail. For bodies that may be run twice on the same pixels.
+template <int kLargest = kVectorBytes, class Body>
+QUILLON_INLINE void CoverWithBlocks(int count, Body&& body) {
+  if constexpr (kLargest > 1) {
+    if (count < kLargest)
+      return CoverWithBlocks < kLargest == 16 ? 1 : kLargest / 2 > (count, body);
+    for (int x = 0; x < count - kLargest; x += kLargest) body(Width<kLargest>{}, x);
+    body(Width<kLargest>{}, count - kLargest);
+  } else {
+    for (int x = 0; x < count; ++x) body(Width<1>{}, x);
+  }
+}
+
+// A block of pixels: a vector, or one byte.
+template <int N>
+QUILLON_INLINE auto LoadBlock(const uint8_t* from) {
+  if constexpr (N == 1) {
+    return *from;
+  } else {
+    return Load<uint8_t, N>(from);
+  }
+}
+
+QUILLON_INLINE void StoreBlock(uint8_t* to, uint8_t value) { *to = value; }
+template <class V>
+QUILLON_INLINE void StoreBlock(uint8_t* to, V value) {
+  Store(to, value);
+}
+
+template <class Extreme, int kTerms>
+void OfTerms(const uint8_t* const* from, uint8_t* out, int count) {
+  const uint8_t* rows[kTerms];
+  for (int i = 0; i < kTerms; ++i) rows[i] = from[i];
+  CoverWithBlocks(count, [&](auto width, int x) {
+    auto extreme = LoadBlock<width>(rows[0] + x);
+    for (int i = 1; i < kTerms; ++i) {
+      extreme = Extreme::Of(extreme, LoadBlock<width>(rows[i] + x));
+    }
+    StoreBlock(out + x, extreme);
+  });
+}
+
+template <class Extreme>
+void OfRows(const uint8_t* const* from, int terms, uint8_t* out, int count) {
+  switch (terms) {
+    case 2:
+      return OfTerms<Extreme, 2>(from, out, count);
+    case 3:
+      return OfTerms<Extreme, 3>(from, out, count);
+    case 4:
+      return OfTerms<Extreme, 4>(from, out, count);
+    case 5:
+      return OfTerms<Extreme, 5>(from, out, count);
+    case 6:
+      return OfTerms<Extreme, 6>(from, out, count);
+    case 7:
+      return OfTerms<Extreme, 7>(from, out, count);
+  }
+}
+
+template <class Extreme>
+void Suffixes(uint8_t* rows, ptrdiff_t stride, int rowCount, int count) {
+  CoverWithBlocks(count, [&](auto width, int x) {
+    uint8_t* row = rows + (rowCount - 1) * stride + x;
+    auto extreme = LoadBlock<width>(row);
+    for (int i = rowCount - 2; i >= 0; --i) {
+      row -= stride;
+      extreme = Extreme::Of(extreme, LoadBlock<width>(row));
+      StoreBlock(row, extreme);
+    }
+  });
+}
+
+template <class Extreme>
+void Slide(const uint8_t* row, const uint8_t* suffix, uint8_t* prefix, uint8_t* out, int count) {
+  CoverWithBlocks(count, [&](auto width, int x) {
+    const auto extreme = Extreme::Of(LoadBlock<width>(prefix + x), LoadBlock<width>(row + x));
+    StoreBlock(prefix + x, extreme);
+    StoreBlock(out + x, Extreme::Of(extreme, LoadBlock<width>(suffix + x)));
+  });
+}
+
+// Hosts rely on the last columns as they are: a difference that is not negative is not stored.
+void Subtract(const uint8_t* a, const uint8_t* b, uint8_t* out, int count) {
+  const int whole = count / 8 * 8;
+  const int blocks = ForEachBlock(whole, [&](auto width, int x) {
+    Store(out + x, SubSaturate(Load<uint8_t, width>(a + x), Load<uint8_t, width>(b + x)));
+  });
+  for (int x = blocks; x < whole; ++x) out[x] = static_cast<uint8_t>(a[x] > b[x] ? a[x] - b[x] : 0);
+  for (int x = whole; x < count; ++x) out[x] = a[x] < b[x] ? 0 : a[x];
+}
+
+template <class Extreme>
+constexpr ExtremeKernels kExtreme = {
+    .OfRows = OfRows<Extreme>, .Suffixes = Suffixes<Extreme>, .Slide = Slide<Extreme>};
+
+}  // namespace
+
+const MorphKernels morph = {
+    .maximum = kExtreme<Maximum>, .minimum = kExtreme<Minimum>, .Subtract = Subtract};
+
+}  // namespace quillon::QUILLON_LEVEL

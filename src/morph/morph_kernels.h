@@ -1,0 +1,38 @@
+// Row kernels of the morphology: extremes of a few rows, sliding extremes of many, and the
+// difference of two results.
+#pragma once
+
+#include <stddef.h>
+#include <stdint.h>
+
+#include "simd/table.h"
+
+namespace quillon {
+
+// One set for maxima (dilation), one for minima (erosion). Results may not overlap what is read,
+// but for the rows named as updated.
+struct ExtremeKernels {
+  static constexpr int kMaxTerms = 7;
+
+  // out[x] = the extreme of from[i][x] over i = 0 ... terms - 1; terms is 2 ... kMaxTerms.
+  void (*OfRows)(const uint8_t* const* from, int terms, uint8_t* out, int count);
+
+  // The two halves of a sliding window over rows. Ahead of a block: every row becomes the extreme
+  // of itself and all rows after it.
+  void (*Suffixes)(uint8_t* rows, ptrdiff_t stride, int rowCount, int count);
+  // Through the block: prefix[x] takes in row[x], out[x] = the extreme of suffix[x] and prefix[x].
+  void (*Slide)(const uint8_t* row, const uint8_t* suffix, uint8_t* prefix, uint8_t* out,
+                int count);
+};
+
+struct MorphKernels {
+  ExtremeKernels maximum, minimum;
+
+  // out[x] = max(a[x] - b[x], 0) in the columns before the last count % 8; there a[x] where that is
+  // not below b[x], else 0. `out` may be `a` or `b`.
+  void (*Subtract)(const uint8_t* a, const uint8_t* b, uint8_t* out, int count);
+};
+
+QUILLON_KERNELS(MorphKernels, morph)
+
+}  // namespace quillon
