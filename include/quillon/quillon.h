@@ -272,5 +272,65 @@ QUILLON_API bool QUILLON_CALL IxCreateGeoMatchModel(const GreyImage* image, GeoM
 
 // Releases the tool. Null: nothing happens.
 QUILLON_API void QUILLON_CALL IxDestroyMatchModel(GeoMatchTool* tool);
+// ---- template matching: the tool and its template -----------------------------------------------
+// A tool holds one template (the model) with its pyramid and the results of the last search. Level k
+// of the pyramid has width / 2^k x height / 2^k pixels, truncated block means of the template, those
+// of level 4 half as bright. The coarsest level is the largest L with (pixels + 32) / 64 >= 4^L, at
+// most 6, where a mask's care pixels count alone. A null tool: nothing happens, the result is 0.
+
+// A tool without a model; null when memory is short.
+QUILLON_API NccTool* QUILLON_CALL IxCreateNCCTool();
+
+// Frees the tool. Null is ignored.
+QUILLON_API void QUILLON_CALL IxDestroyNCCModel(NccTool* tool);
+
+// Teaches a grey template in place of what the tool held. With `useMask`, pixels of value 0 do not
+// take part in matching; at reduced levels a block takes part when the mean of its mask (255 for
+// each such pixel) truncates to 0 by the level's own rule, so that one such pixel excludes a block of
+// levels 1 to 3, while levels 4, 5 and 6 let up to 2 a half block, 4 and 16 pass.
+// A flat template, and a mask that leaves nothing, can be taught; a search finds nothing then.
+// Result 1; 0 when the image is not an 8-bit one with pixels (the tool stays as it is) or memory is
+// short (the tool has no model then).
+QUILLON_API bool QUILLON_CALL IxCreateNCCMatchModel(const GreyImage* image, NccTool* tool,
+                                                    bool useMask);
+
+// The same for a colour template: a pixel is masked when all its three bytes are 0. Statistics are
+// pooled over the three planes. Any depth but 8 is accepted and read as three bytes a pixel.
+QUILLON_API bool QUILLON_CALL IxCreateNCCMatchColorModel(const ColourImage* image, NccTool* tool,
+                                                         bool useMask);
+
+// The coarsest level of the model, and the level where a search starts: both L after teaching, 0
+// before.
+QUILLON_API int QUILLON_CALL IxGet_DefaultPyramidLevel(const NccTool* tool);
+QUILLON_API int QUILLON_CALL IxGet_CurrentPyramidLevel(const NccTool* tool);
+
+// Lets searches start at `level`. 0 and no change when it is not one of 0 ... L.
+QUILLON_API bool QUILLON_CALL IxSetPyramidLevel(NccTool* tool, int level);
+
+// Copies a level of the template, re-creating `result` at its size; before anything was taught the
+// level is 0 x 0 and the result becomes empty. 0 and no change when the level is not one of 0 ... L
+// or the model is of the other kind.
+QUILLON_API bool QUILLON_CALL IxGet_Pyramid_GrayImage(const NccTool* tool, GreyImage* result,
+                                                      int level);
+QUILLON_API bool QUILLON_CALL IxGet_Pyramid_ColorImage(const NccTool* tool, ColourImage* result,
+                                                       int level);
+
+// ---- template matching: one position ------------------------------------------------------------
+
+// Teaches a colour template of level 0 only, for IxFindNCCMatchColorModel_ROI. Other levels, the
+// level numbers and the mask of an earlier model stay. 0 as for IxCreateNCCMatchColorModel, but no
+// depth is refused.
+QUILLON_API bool QUILLON_CALL IxCreateNCCMatchColorModel_ROI(const ColourImage* image,
+                                                             NccTool* tool);
+
+// The correlation of an image, cut to the template's size, with a colour template, over the n values
+// of the three planes together:
+//   (sum(I T) - n mean(I) mean(T)) / sqrt(dev(I) dev(T)),  dev(I) = sum(I^2) - n mean(I)^2
+// -1 to 1, masks ignored. 0.0 for a flat image, another size, no pixels, or a tool without a colour
+// model.
+// A flat template gives a value that is not a number or infinite: the only result of this library
+// that may be; test for it when templates come from users.
+QUILLON_API double QUILLON_CALL IxFindNCCMatchColorModel_ROI(const ColourImage* image,
+                                                             const NccTool* tool);
 
 }  // namespace quillon

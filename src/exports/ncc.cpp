@@ -1,11 +1,61 @@
 // Exports: image pyramid and template matching.
+#include <new>
+
 #include "exports/guards.h"
+#include "ncc/correlation.h"
+#include "ncc/model.h"
 #include "ncc/pyramid.h"
 
 namespace quillon {
+namespace {
+
+bool IsLevelOf(const NccTool* tool, int level) {
+  return tool && level >= 0 && level <= tool->defaultLevel;
+}
+
+}  // namespace
 
 void IxImgPyramid(const GreyImage* source, GreyImage* result) {
   if (HasPixels(source) && result) ReduceImageBy16(BestKernels(), *source, *result);
+}
+
+NccTool* IxCreateNCCTool() { return new (std::nothrow) NccTool; }
+
+void IxDestroyNCCModel(NccTool* tool) { delete tool; }
+
+bool IxCreateNCCMatchModel(const GreyImage* image, NccTool* tool, bool useMask) {
+  return IsGrey(image) && tool && BuildNccModel(BestKernels(), *image, useMask, *tool);
+}
+
+bool IxCreateNCCMatchColorModel(const ColourImage* image, NccTool* tool, bool useMask) {
+  return HasPixels(image) && image->bpp != 8 && tool &&
+         BuildNccModel(BestKernels(), *image, useMask, *tool);
+}
+
+int IxGet_DefaultPyramidLevel(const NccTool* tool) { return tool ? tool->defaultLevel : 0; }
+
+int IxGet_CurrentPyramidLevel(const NccTool* tool) { return tool ? tool->currentLevel : 0; }
+
+bool IxSetPyramidLevel(NccTool* tool, int level) {
+  if (!IsLevelOf(tool, level)) return false;
+  tool->currentLevel = level;
+  return true;
+}
+
+bool IxGet_Pyramid_GrayImage(const NccTool* tool, GreyImage* result, int level) {
+  return IsLevelOf(tool, level) && result && CopyModelLevel(*tool, level, *result);
+}
+
+bool IxGet_Pyramid_ColorImage(const NccTool* tool, ColourImage* result, int level) {
+  return IsLevelOf(tool, level) && result && CopyModelLevel(*tool, level, *result);
+}
+
+bool IxCreateNCCMatchColorModel_ROI(const ColourImage* image, NccTool* tool) {
+  return HasPixels(image) && tool && BuildSingleLevelModel(BestKernels(), *image, *tool);
+}
+
+double IxFindNCCMatchColorModel_ROI(const ColourImage* image, const NccTool* tool) {
+  return HasPixels(image) && tool ? ScoreOnePosition(BestKernels(), *image, *tool) : 0.0;
 }
 
 }  // namespace quillon

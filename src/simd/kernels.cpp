@@ -17,6 +17,7 @@ namespace {
     .morph = name::morph,               \
     .pyramid = name::pyramid,           \
     .geomatch = name::geomatch,         \
+    .correlation = name::correlation,   \
   }
 // clang-format on
 

@@ -10,6 +10,7 @@
 #include "filters/smoothing_kernels.h"
 #include "geomatch/geomatch_kernels.h"
 #include "morph/morph_kernels.h"
+#include "ncc/correlation_kernels.h"
 #include "ncc/pyramid_kernels.h"
 #include "point/lookup_kernels.h"
 #include "point/threshold_kernels.h"
@@ -27,6 +28,7 @@ struct Kernels {
   const MorphKernels& morph;
   const PyramidKernels& pyramid;
   const GeomatchKernels& geomatch;
+  const CorrelationKernels& correlation;
 };
 
 // The widest level that this processor and its operating system run. A few bit tests, no state.
