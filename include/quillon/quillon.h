@@ -149,6 +149,129 @@ QUILLON_API void QUILLON_CALL IxMeanSmoothing(const GreyImage* source, GreyImage
 QUILLON_API void QUILLON_CALL IxMeanSmoothing3x3(const GreyImage* source, GreyImage* result);
 QUILLON_API void QUILLON_CALL IxMeanSmoothing5x5(const GreyImage* source, GreyImage* result);
 QUILLON_API void QUILLON_CALL IxMeanSmoothing7x7(const GreyImage* source, GreyImage* result);
+// ---- regions of interest ------------------------------------------------------------------------
+// A region object holds a region of interest as horizontal runs, and every result of the last
+// labelling made into it. Its tables have fixed capacities: 300,000 runs of the region of interest,
+// 300,000 runs of blobs, 50,000 labels, 20,000 feature records. Whatever fills a table stops there.
+// A null region: nothing happens; false, 0 or null is returned.
+
+// A new region object without runs. Null when there is no memory for it (about 18 MB, touched only
+// as far as used).
+QUILLON_API RLERegion* QUILLON_CALL CreateRLERegion();
+QUILLON_API void QUILLON_CALL DestroyRLERegion(RLERegion* region);
+
+// Makes the inside of a closed polygon the region of interest. `points` are count pairs x, y.
+//   Edges are drawn pixel by pixel: n = max(|dx|, |dy|) steps, the shorter axis advancing where its
+//   counter, which starts at 1 and grows by the shorter length a step, exceeds n.
+//   Points in clockwise order as displayed: all boundary pixels belong to the region. In the other
+//   order, the rows of upper and lower boundaries do not: the rectangle (0,0) (9,0) (9,4) (0,4) has
+//   50 pixels, (0,0) (0,4) (9,4) (9,0) has 30.
+//   Points may lie outside the image that is labelled later; those parts hold no pixels.
+// No points, or a count below 1: the region of interest stays as it was. A polygon without extent
+// gives an empty one, and so does a boundary of more than 2^24 steps. Beyond 300,000 runs the lower
+// rows are dropped.
+QUILLON_API void QUILLON_CALL IxPointToRegion(RLERegion* region, const int* points, int count);
+
+// Remembers an image to display the region on, and makes a new black display image of its size. The
+// image's bitmap is read when displayed, so the image must stay alive. A null image: false, and
+// nothing changes.
+QUILLON_API bool QUILLON_CALL IxImgAssignToRegion(RLERegion* region, const GreyImage* image);
+
+// Draws the runs of the region of interest into the display image as lines of red 125 that lack
+// their last pixel, combines the assigned image into it by exclusive-or, and returns its bitmap,
+// which stays the region's. The display image is not cleared in between: a second call shows the
+// lines combined with the image on black. For the first picture again, assign again.
+// Null while there is no display image with pixels.
+QUILLON_API HBITMAP QUILLON_CALL IxGetRegDisplay(RLERegion* region);
+
+// ---- blobs --------------------------------------------------------------------------------------
+// Blobs are groups of pixels that touch, diagonals included. Rows are scanned from the top, each from
+// the left; a run that touches nothing above starts a label, and where a run joins several, the
+// leftmost one's is kept. Blobs are numbered 0, 1, 2 ... in the order of the labels that were kept.
+// Pixels are read as bytes, whatever the image's depth.
+
+// Labels the pixels whose value is at least min(low, high) and at most max(low, high), inside the
+// region of interest.
+//   Where a run of the region ends at the image's last column, that column is left out: a region
+//   that is exactly the image labels width - 1 columns. A region that reaches beyond the image
+//   labels all of them.
+//   Where the region skips rows, the last row seen counts as the row above.
+// Without a region of interest there are no blobs. Beyond 300,000 runs or 50,000 labels, what was
+// found so far is kept and the rest is not labelled. An image without pixels: nothing happens.
+// Selection and features stay as they were until IxComputeAllBlobFeature.
+QUILLON_API void QUILLON_CALL IxGrayBlobLabel(const GreyImage* image, RLERegion* region, int low,
+                                              int high);
+
+// Fills holes in place: every group of pixels that differ from `value` (its low 8 bits), diagonals
+// included, is set to it unless the group touches the top row or the last column. Groups that touch
+// only the left edge or the bottom row are filled too. The region of interest is not used; the
+// tables of the region object are, so its blobs must be labelled again before they are read. Beyond
+// 300,000 runs or 50,000 labels, the rows below stay as they are.
+// False when an object is missing, or memory.
+QUILLON_API bool QUILLON_CALL IxBinaryFillUp(GreyImage* image, RLERegion* region, int value);
+
+QUILLON_API int QUILLON_CALL IxGetBlobCount(const RLERegion* region);
+
+// Of blob n. A number that no blob has gives area 0, centre (0, 0), means of 0, an empty bound and
+// no rectangle (false, the result untouched).
+
+// Pixels.
+QUILLON_API int QUILLON_CALL IxGetnBlobArea(const RLERegion* region, int n);
+
+// result[0], result[1] = mean column and mean row. Each run adds (first + last) * length / 2 to the
+// column's sum, in integers: a run with an odd product loses a half.
+QUILLON_API void QUILLON_CALL IxGetnBlobCenter(const RLERegion* region, int n, float* result);
+
+// result[0 ... 3] = left, right, top, bottom, all inclusive. An empty bound is 99999, 0, 99999, 0.
+QUILLON_API void QUILLON_CALL IxGetnBlobBound(const RLERegion* region, int n, int* result);
+
+// The rectangle of least area around the centres of the blob's pixels, as 13 floats: centre x, y;
+// height, the length of the first side; width, of the second; the angle of the first side; corners
+// x, y. One of its sides lies along an edge of the convex hull (H. Freeman, R. Shapira, "Determining
+// the minimum-area encasing rectangle", Comm. ACM 18(7), 1975), and that is the first side.
+//   angle: atan2(-dy, dx) in degrees; 0 where dx is 0; 90 is added to negative ones
+//   one pixel: 1 x 1, angle 0, all corners the pixel
+//   pixels on one line from p to q: height |q - p|, width 0, corners p, (q.x, p.y), p, q
+//   otherwise with the first side e1 from corner o and the second e2: corners o + e2, o, o + e1,
+//   o + e1 + e2; of equal rectangles the last one found around the hull
+QUILLON_API bool QUILLON_CALL IxGetBlobMinRect(const RLERegion* region, int n, float* result);
+
+// Mean of the image's pixels inside blob n, or inside the region of interest, divided by the area.
+// The colour means are result[0 ... 2] = red, green, blue. Sums are 32 bits wide and wrap beyond
+// 16.8 million white pixels. Pixels outside the image add nothing; an image without pixels gives 0.
+QUILLON_API double QUILLON_CALL IxGetnBlobGrayMean(const GreyImage* image, RLERegion* region,
+                                                   int n);
+QUILLON_API void QUILLON_CALL IxGetnBlobColorMean(const ColourImage* image, RLERegion* region,
+                                                  int n, double* result);
+QUILLON_API double QUILLON_CALL IxGetnRegionGrayMean(const GreyImage* image,
+                                                     const RLERegion* region);
+QUILLON_API void QUILLON_CALL IxGetnRegionColorMean(const ColourImage* image,
+                                                    const RLERegion* region, double* result);
+
+// ---- selecting blobs ----------------------------------------------------------------------------
+// The feature table holds one record a blob, each in or out of the selection. Every selection works
+// within the current one. All bounds are inclusive; the sizes take the upper bound first.
+// False, and nothing changes: no current selection, or none left in it.
+
+// Fills the feature table, blob by blob, and selects all of it. Of more than 20,000 blobs the first
+// 20,000 have records. False when nothing was labelled.
+QUILLON_API bool QUILLON_CALL IxComputeAllBlobFeature(RLERegion* region);
+
+QUILLON_API bool QUILLON_CALL IxSelectBlobArea(RLERegion* region, int maxArea, int minArea);
+// Width and height of the minimum rectangle, compared as floats.
+QUILLON_API bool QUILLON_CALL IxSelectBlobWidth(RLERegion* region, int maxWidth, int minWidth);
+QUILLON_API bool QUILLON_CALL IxSelectBlobHeight(RLERegion* region, int maxHeight, int minHeight);
+QUILLON_API bool QUILLON_CALL IxLocateBlobCenter(RLERegion* region, int xMin, int xMax, int yMin,
+                                                 int yMax);
+
+// Selects all blobs again. An empty selection stays empty: only IxComputeAllBlobFeature undoes it.
+QUILLON_API bool QUILLON_CALL IxReSelectBlob(RLERegion* region);
+
+QUILLON_API int QUILLON_CALL IxGetSelectBlobCount(const RLERegion* region);
+
+// Copies the selected records one after another, in the order of their blobs. `result` has room for
+// IxGetSelectBlobCount records; never more are written.
+QUILLON_API bool QUILLON_CALL IxGetBlobList(const RLERegion* region, BlobFeature* result);
 
 // ---- morphology ---------------------------------------------------------------------------------
 // Grey dilation (the largest value under the element) and erosion (the smallest). The cost per

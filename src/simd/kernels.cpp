@@ -15,6 +15,7 @@ namespace {
     .gradient = name::gradient,         \
     .smoothing = name::smoothing,       \
     .morph = name::morph,               \
+    .runs = name::runs,                 \
     .pyramid = name::pyramid,           \
     .geomatch = name::geomatch,         \
     .correlation = name::correlation,   \

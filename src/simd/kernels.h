@@ -5,6 +5,7 @@
 #include <span>
 
 #include "arith/arithmetic_kernels.h"
+#include "blob/runs_kernels.h"
 #include "core/grey_kernels.h"
 #include "filters/gradient_kernels.h"
 #include "filters/smoothing_kernels.h"
@@ -26,6 +27,7 @@ struct Kernels {
   const GradientKernels& gradient;
   const SmoothingKernels& smoothing;
   const MorphKernels& morph;
+  const RunsKernels& runs;
   const PyramidKernels& pyramid;
   const GeomatchKernels& geomatch;
   const CorrelationKernels& correlation;

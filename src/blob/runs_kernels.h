@@ -1,0 +1,19 @@
+// The kernel that finds runs of pixels.
+#pragma once
+
+#include <stdint.h>
+
+#include "simd/table.h"
+
+namespace quillon {
+
+struct RunsKernels {
+  // Where the row of `count` pixels enters and leaves the band of values `first` ... `first + span`
+  // modulo 256: run k is edges[2k] ... edges[2k + 1] - 1. Returns the number of runs. There is room
+  // for count + 1 edges.
+  int (*FindRuns)(const uint8_t* row, int count, uint8_t first, uint8_t span, int32_t* edges);
+};
+
+QUILLON_KERNELS(RunsKernels, runs)
+
+}  // namespace quillon
