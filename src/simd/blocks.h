@@ -29,9 +29,9 @@ QUILLON_INLINE int ForEachBlock(int count, Body&& body) {
   return x;
 }
 
-// Covers [from, to) with blocks of kVectorBytes lanes, the last of which overlaps the one before it,
-// or with narrower ones where the range is short. False when it has fewer than 16 lanes: nothing is
-// done. For bodies whose output is not among their input.
+// Covers [from, to) with blocks of kVectorBytes lanes, the last of which overlaps the one before
+// it, or with narrower ones where the range is short. False when it has fewer than 16 lanes:
+// nothing is done. For bodies whose output is not among their input.
 template <int kLanes = kVectorBytes, class Body>
 QUILLON_INLINE bool ForEachOverlappingBlock(int from, int to, Body&& body) {
   if (to - from < kLanes) {
