@@ -3,8 +3,9 @@
 
 namespace quillon::bench {
 
-void AddArithmetic();       // pixel arithmetic, geometric transforms
-void AddPointOperations();  // colour to grey, thresholds
-void AddMorphOperations();  // dilation, erosion and their composites
+void AddArithmetic();            // pixel arithmetic, geometric transforms
+void AddPointOperations();       // colour to grey, thresholds
+void AddMorphOperations();       // dilation, erosion and their composites
+void AddNeighbourhoodFilters();  // edges, sharpening, medians
 
 }  // namespace quillon::bench

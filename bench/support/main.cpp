@@ -12,5 +12,6 @@ int main(int argc, char** argv) {
   quillon::bench::AddArithmetic();
   quillon::bench::AddPointOperations();
   quillon::bench::AddMorphOperations();
+  quillon::bench::AddNeighbourhoodFilters();
   benchmark::RunSpecifiedBenchmarks();
 }

@@ -88,6 +88,22 @@ QUILLON_API void QUILLON_CALL IxLaplacian(const GreyImage* source, GreyImage* re
 // flat area stays as it is in the first and becomes black in the second.
 QUILLON_API void QUILLON_CALL IxLaplacianSharping(const GreyImage* source, GreyImage* result);
 
+// ---- medians ------------------------------------------------------------------------------------
+// The median of the n x n pixels around each pixel of a grey image, exact, at a cost that depends
+// on neither data nor values. What neighbouring windows share is sorted once, as in A. Adams, "Fast
+// median filters using separable sorting networks", ACM Transactions on Graphics 40(4), 2021.
+// The destination may be the source, with the same pixels. Depth is not tested: the first `width`
+// bytes of each row are read. An image smaller than the window is copied.
+
+// 3 x 3, in the frame of the edge filters with blocks of 16: columns 1 ... 16 * ((width - 1) / 16).
+// So where width - 1 is a multiple of 16, column width - 1 is computed too, with the padding byte
+// after the row (0 where rows have no padding) as its right neighbour, and the border repeats it
+// into that byte of the result's rows 1 ... height - 2.
+QUILLON_API void QUILLON_CALL IxMedianFilter3x3(const GreyImage* source, GreyImage* result);
+
+// 5 x 5. The two outermost columns on either side repeat the third, the two outermost rows too.
+QUILLON_API void QUILLON_CALL IxMedianFilter5x5(const GreyImage* source, GreyImage* result);
+
 // ---- pixel arithmetic ---------------------------------------------------------------------------
 // Grey images of 8 bits. When any image, the result included, reports another depth, nothing
 // happens. The result may be a source; otherwise it is re-created at the sources' size.
@@ -396,10 +412,11 @@ QUILLON_API bool QUILLON_CALL IxCreateGeoMatchModel(const GreyImage* image, GeoM
 // Releases the tool. Null: nothing happens.
 QUILLON_API void QUILLON_CALL IxDestroyMatchModel(GeoMatchTool* tool);
 // ---- template matching: the tool and its template -----------------------------------------------
-// A tool holds one template (the model) with its pyramid and the results of the last search. Level k
-// of the pyramid has width / 2^k x height / 2^k pixels, truncated block means of the template, those
-// of level 4 half as bright. The coarsest level is the largest L with (pixels + 32) / 64 >= 4^L, at
-// most 6, where a mask's care pixels count alone. A null tool: nothing happens, the result is 0.
+// A tool holds one template (the model) with its pyramid and the results of the last search. Level
+// k of the pyramid has width / 2^k x height / 2^k pixels, truncated block means of the template,
+// those of level 4 half as bright. The coarsest level is the largest L with (pixels + 32) / 64 >=
+// 4^L, at most 6, where a mask's care pixels count alone. A null tool: nothing happens, the result
+// is 0.
 
 // A tool without a model; null when memory is short.
 QUILLON_API NccTool* QUILLON_CALL IxCreateNCCTool();
@@ -409,11 +426,11 @@ QUILLON_API void QUILLON_CALL IxDestroyNCCModel(NccTool* tool);
 
 // Teaches a grey template in place of what the tool held. With `useMask`, pixels of value 0 do not
 // take part in matching; at reduced levels a block takes part when the mean of its mask (255 for
-// each such pixel) truncates to 0 by the level's own rule, so that one such pixel excludes a block of
-// levels 1 to 3, while levels 4, 5 and 6 let up to 2 a half block, 4 and 16 pass.
-// A flat template, and a mask that leaves nothing, can be taught; a search finds nothing then.
-// Result 1; 0 when the image is not an 8-bit one with pixels (the tool stays as it is) or memory is
-// short (the tool has no model then).
+// each such pixel) truncates to 0 by the level's own rule, so that one such pixel excludes a block
+// of levels 1 to 3, while levels 4, 5 and 6 let up to 2 a half block, 4 and 16 pass. A flat
+// template, and a mask that leaves nothing, can be taught; a search finds nothing then. Result 1; 0
+// when the image is not an 8-bit one with pixels (the tool stays as it is) or memory is short (the
+// tool has no model then).
 QUILLON_API bool QUILLON_CALL IxCreateNCCMatchModel(const GreyImage* image, NccTool* tool,
                                                     bool useMask);
 
@@ -446,8 +463,8 @@ QUILLON_API bool QUILLON_CALL IxGet_Pyramid_ColorImage(const NccTool* tool, Colo
 QUILLON_API bool QUILLON_CALL IxCreateNCCMatchColorModel_ROI(const ColourImage* image,
                                                              NccTool* tool);
 
-// The correlation of an image, cut to the template's size, with a colour template, over the n values
-// of the three planes together:
+// The correlation of an image, cut to the template's size, with a colour template, over the n
+// values of the three planes together:
 //   (sum(I T) - n mean(I) mean(T)) / sqrt(dev(I) dev(T)),  dev(I) = sum(I^2) - n mean(I)^2
 // -1 to 1, masks ignored. 0.0 for a flat image, another size, no pixels, or a tool without a colour
 // model.

@@ -1,6 +1,7 @@
-// Exports: edges and sharpening.
+// Exports: edges, sharpening and medians.
 #include "exports/guards.h"
 #include "filters/gradient.h"
+#include "filters/median.h"
 
 namespace quillon {
 
@@ -22,6 +23,14 @@ void IxLaplacian(const GreyImage* source, GreyImage* result) {
 
 void IxLaplacianSharping(const GreyImage* source, GreyImage* result) {
   if (HasPixels(source) && result) LaplacianSharpen(BestKernels(), *source, *result);
+}
+
+void IxMedianFilter3x3(const GreyImage* source, GreyImage* result) {
+  if (HasPixels(source) && result) Median3x3(BestKernels(), *source, *result);
+}
+
+void IxMedianFilter5x5(const GreyImage* source, GreyImage* result) {
+  if (HasPixels(source) && result) Median5x5(BestKernels(), *source, *result);
 }
 
 }  // namespace quillon

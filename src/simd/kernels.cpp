@@ -13,6 +13,7 @@ namespace {
     .lookup = name::lookup,             \
     .threshold = name::threshold,       \
     .gradient = name::gradient,         \
+    .median = name::median,             \
     .smoothing = name::smoothing,       \
     .morph = name::morph,               \
     .runs = name::runs,                 \

@@ -8,6 +8,7 @@
 #include "blob/runs_kernels.h"
 #include "core/grey_kernels.h"
 #include "filters/gradient_kernels.h"
+#include "filters/median_kernels.h"
 #include "filters/smoothing_kernels.h"
 #include "geomatch/geomatch_kernels.h"
 #include "morph/morph_kernels.h"
@@ -25,6 +26,7 @@ struct Kernels {
   const LookupKernels& lookup;
   const ThresholdKernels& threshold;
   const GradientKernels& gradient;
+  const MedianKernels& median;
   const SmoothingKernels& smoothing;
   const MorphKernels& morph;
   const RunsKernels& runs;

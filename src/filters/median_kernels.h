@@ -1,0 +1,31 @@
+// Row kernels of the median filters.
+#pragma once
+
+#include <stdint.h>
+
+#include "simd/table.h"
+
+namespace quillon {
+
+// A row with its columns 2k in `even` and 2k + 1 in `odd`. There is a byte before `odd`.
+struct SplitRow {
+  uint8_t *even, *odd;
+};
+
+struct MedianKernels {
+  // 3 x 3 medians of two rows at once, those between rows[0] and rows[3], for the columns of
+  // [from, to); reads columns from - 1 ... to. The results lie apart from the rows.
+  void (*Rows3x3)(const uint8_t* const rows[4], uint8_t* upper, uint8_t* lower, int from, int to);
+
+  void (*Split)(const uint8_t* row, int width, const SplitRow& split);
+
+  // 5 x 5 medians of two rows at once, those between rows[1] and rows[4], for columns 2 ... 1 + 2 *
+  // pairs. Reads and writes whole vectors: kMedianSlack bytes after what it needs.
+  void (*Rows5x5)(const SplitRow rows[6], uint8_t* upper, uint8_t* lower, int pairs);
+};
+
+constexpr int kMedianSlack = 192;
+
+QUILLON_KERNELS(MedianKernels, median)
+
+}  // namespace quillon
