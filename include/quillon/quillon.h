@@ -144,6 +144,35 @@ QUILLON_API void QUILLON_CALL IxImageInvert(const GreyImage* source, GreyImage* 
 QUILLON_API void QUILLON_CALL IxImageGainOffset(const GreyImage* source, GreyImage* result,
                                                 double gain, double offset);
 
+// ---- geometric transforms -----------------------------------------------------------------------
+// Grey images of 8 bits; when an image, the result included, reports another depth, nothing happens.
+// The result may be the source, with the same pixels as out of place.
+
+// Nearest neighbour at pixel centres. The result is re-created at trunc(width * scaleX + 0.5) x
+// trunc(height * scaleY + 0.5); its column x shows column min(trunc((x + 0.5) / scaleX), width - 1),
+// its rows likewise. A scale that is not finite and positive, or a side of the result outside
+// 1 ... 32767: nothing happens.
+QUILLON_API void QUILLON_CALL IxImageScaling(const GreyImage* source, GreyImage* result,
+                                             double scaleX, double scaleY);
+
+// result(x + dx, y + dy) = source(x, y), at the source's size; uncovered pixels are 0. Any distance.
+QUILLON_API void QUILLON_CALL IxImageTranslation(const GreyImage* source, GreyImage* result, int dx,
+                                                 int dy);
+
+// The image turned about its centre by `angle` degrees at the source's size; a positive angle turns
+// clockwise as displayed; uncovered pixels are 0. The pixel (x, y) shows the position
+//   sx = ((x - cx) cos + (y - cy) sin) + cx        cx = (width - 1) / 2
+//   sy = ((y - cy) cos - (x - cx) sin) + cy        cy = (height - 1) / 2
+// IxImageRotation takes the nearest pixel, halves going up, of positions in [-0.5, width - 0.5) x
+// [-0.5, height - 0.5). IxImageRotationBilinear interpolates between the four pixels around, in
+// double, positions in [0, width - 1] x [0, height - 1] and up to 1e-9 beyond, and rounds to nearest,
+// halves up. Any finite angle; multiples of 90 degrees are exact. An angle that is not finite:
+// nothing happens.
+QUILLON_API void QUILLON_CALL IxImageRotation(const GreyImage* source, GreyImage* result,
+                                              double angle);
+QUILLON_API void QUILLON_CALL IxImageRotationBilinear(const GreyImage* source, GreyImage* result,
+                                                      double angle);
+
 // ---- smoothing and convolution ------------------------------------------------------------------
 // Every computed pixel is formed from unmodified source pixels. Pixels whose window leaves the
 // image take the value of the nearest pixel whose window does not; an image smaller than the window
@@ -165,6 +194,7 @@ QUILLON_API void QUILLON_CALL IxMeanSmoothing(const GreyImage* source, GreyImage
 QUILLON_API void QUILLON_CALL IxMeanSmoothing3x3(const GreyImage* source, GreyImage* result);
 QUILLON_API void QUILLON_CALL IxMeanSmoothing5x5(const GreyImage* source, GreyImage* result);
 QUILLON_API void QUILLON_CALL IxMeanSmoothing7x7(const GreyImage* source, GreyImage* result);
+
 // ---- regions of interest ------------------------------------------------------------------------
 // A region object holds a region of interest as horizontal runs, and every result of the last
 // labelling made into it. Its tables have fixed capacities: 300,000 runs of the region of interest,
@@ -411,6 +441,7 @@ QUILLON_API bool QUILLON_CALL IxCreateGeoMatchModel(const GreyImage* image, GeoM
 
 // Releases the tool. Null: nothing happens.
 QUILLON_API void QUILLON_CALL IxDestroyMatchModel(GeoMatchTool* tool);
+
 // ---- template matching: the tool and its template -----------------------------------------------
 // A tool holds one template (the model) with its pyramid and the results of the last search. Level
 // k of the pyramid has width / 2^k x height / 2^k pixels, truncated block means of the template,

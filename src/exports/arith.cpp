@@ -1,6 +1,8 @@
-// Exports: pixel arithmetic.
+// Exports: pixel arithmetic, geometric transforms.
 #include "arith/arithmetic.h"
-
+#include "arith/rotation.h"
+#include "arith/scaling.h"
+#include "arith/translation.h"
 #include "exports/guards.h"
 
 namespace quillon {
@@ -66,6 +68,24 @@ void IxImageInvert(const GreyImage* source, GreyImage* result) {
 
 void IxImageGainOffset(const GreyImage* source, GreyImage* result, double gain, double offset) {
   if (CanMap(source, result)) ApplyGainOffset(BestKernels(), *source, *result, gain, offset);
+}
+
+void IxImageScaling(const GreyImage* source, GreyImage* result, double scaleX, double scaleY) {
+  if (CanMap(source, result)) ScaleImage(BestKernels(), *source, *result, scaleX, scaleY);
+}
+
+void IxImageTranslation(const GreyImage* source, GreyImage* result, int dx, int dy) {
+  if (CanMap(source, result)) TranslateImage(*source, *result, dx, dy);
+}
+
+void IxImageRotation(const GreyImage* source, GreyImage* result, double angle) {
+  if (!CanMap(source, result)) return;
+  RotateImage(BestKernels(), Sampling::kNearest, *source, *result, angle);
+}
+
+void IxImageRotationBilinear(const GreyImage* source, GreyImage* result, double angle) {
+  if (!CanMap(source, result)) return;
+  RotateImage(BestKernels(), Sampling::kBilinear, *source, *result, angle);
 }
 
 }  // namespace quillon

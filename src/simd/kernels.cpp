@@ -9,6 +9,8 @@ namespace {
   {                                     \
     .level = #name,                     \
     .arithmetic = name::arithmetic,     \
+    .rotation = name::rotation,         \
+    .scaling = name::scaling,           \
     .grey = name::grey,                 \
     .lookup = name::lookup,             \
     .threshold = name::threshold,       \

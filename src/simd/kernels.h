@@ -5,6 +5,8 @@
 #include <span>
 
 #include "arith/arithmetic_kernels.h"
+#include "arith/rotation_kernels.h"
+#include "arith/scaling_kernels.h"
 #include "blob/runs_kernels.h"
 #include "core/grey_kernels.h"
 #include "filters/gradient_kernels.h"
@@ -22,6 +24,8 @@ namespace quillon {
 struct Kernels {
   const char* level;
   const ArithmeticKernels& arithmetic;
+  const RotationKernels& rotation;
+  const ScalingKernels& scaling;
   const GreyKernels& grey;
   const LookupKernels& lookup;
   const ThresholdKernels& threshold;

@@ -1,0 +1,182 @@
+#include "arith/rotation.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <limits>
+
+#include "core/angle.h"
+#include "core/buffer.h"
+#include "core/image_access.h"
+#include "simd/kernels.h"
+
+namespace quillon {
+namespace {
+
+constexpr double kTolerance = 1e-9;
+
+// A strip of this many columns is turned from top to bottom before the next one: where rows become
+// columns, what it reads stays in the first cache from row to row.
+constexpr int kStrip = 256;
+
+struct Columns {
+  int first, end;
+};
+
+Columns Common(Columns a, Columns b) {
+  const int first = std::max(a.first, b.first);
+  return {first, std::max(first, std::min(a.end, b.end))};
+}
+
+// Positions low <= p < high.
+struct Range {
+  double low, high;
+};
+
+double SourceX(const RotatedRow& row, int x) { return (row.columnX[x] + row.rowX) + row.originX; }
+double SourceY(const RotatedRow& row, int x) { return (row.rowY - row.columnY[x]) + row.originY; }
+
+// The columns whose position lies in the range. Rounding never reverses the order of positions, so
+// each bound is passed once: about where the slope says, and exactly where the positions say.
+template <class Position>
+Columns ColumnsWithin(Range range, int width, double slope, const Position& position) {
+  const double start = position(0), rise = slope + 0.0;  // no negative zero
+  const auto firstWhere = [&](double bound, const auto& passed) {
+    const double guess = (bound - start) / rise;
+    int x = guess > 0 ? static_cast<int>(std::min<double>(guess, width)) : 0;
+    while (x > 0 && passed(position(x - 1))) --x;
+    while (x < width && !passed(position(x))) ++x;
+    return x;
+  };
+  const auto above = [](double bound) { return [=](double p) { return p >= bound; }; };
+  const auto below = [](double bound) { return [=](double p) { return p < bound; }; };
+  if (rise >= 0) {
+    return {firstWhere(range.low, above(range.low)), firstWhere(range.high, above(range.high))};
+  }
+  return {firstWhere(range.high, below(range.high)), firstWhere(range.low, below(range.low))};
+}
+
+// Interpolation where the last column or row may be reached.
+uint8_t EdgePixel(const GreyImage& source, const RotatedRow& row, int x) {
+  const double sx = std::clamp(SourceX(row, x), 0.0, source.width - 1.0);
+  const double sy = std::clamp(SourceY(row, x), 0.0, source.height - 1.0);
+  const int column = static_cast<int>(sx), line = static_cast<int>(sy);
+  const int next = std::min(column + 1, source.width - 1);
+  const uint8_t* upper = source.rows[line];
+  const uint8_t* lower = source.rows[std::min(line + 1, source.height - 1)];
+  const double right = sx - column, down = sy - line;
+  const double above = upper[column] + (upper[next] - upper[column]) * right;
+  const double below = lower[column] + (lower[next] - lower[column]) * right;
+  return static_cast<uint8_t>(above + (below - above) * down + 0.5);
+}
+
+// Columns of a row that show something, and those among them that the row kernel computes.
+struct Spans {
+  Columns covered, inner;
+};
+
+struct Turn {
+  const GreyImage& source;
+  Direction direction;
+  double centreX, centreY;
+  Sampling sampling;
+  RotatedRow row;  // all but rowX and rowY
+
+  RotatedRow Row(int y) const {
+    RotatedRow at = row;
+    at.rowX = (y - centreY) * direction.sine;
+    at.rowY = (y - centreY) * direction.cosine;
+    return at;
+  }
+
+  Columns Within(const RotatedRow& at, Range x, Range y) const {
+    const auto sourceX = [&](int column) { return SourceX(at, column); };
+    const auto sourceY = [&](int column) { return SourceY(at, column); };
+    return Common(ColumnsWithin(x, source.width, direction.cosine, sourceX),
+                  ColumnsWithin(y, source.width, -direction.sine, sourceY));
+  }
+
+  Spans RowSpans(int y) const {
+    const RotatedRow at = Row(y);
+    if (sampling == Sampling::kNearest) {
+      const Columns all = Within(at, {0, double(source.width)}, {0, double(source.height)});
+      return {all, all};
+    }
+    const double right = source.width - 1, bottom = source.height - 1;
+    const auto tolerated = [](double last) -> Range {
+      return {-kTolerance, std::nextafter(last + kTolerance, last + 1)};
+    };
+    const Columns covered = Within(at, tolerated(right), tolerated(bottom));
+    return {covered, Common(covered, Within(at, {0, right}, {0, bottom}))};
+  }
+};
+
+void TurnRows(const Kernels& kernels, const Turn& turn, const Buffer<Spans>& spans,
+              GreyImage& result) {
+  const int width = result.width, height = result.height;
+  const auto turnRow = turn.sampling == Sampling::kNearest ? kernels.rotation.NearestRow
+                                                           : kernels.rotation.BilinearRow;
+  for (int y = 0; y < height; ++y) {
+    const Columns covered = spans[y].covered;
+    std::memset(result.rows[y], 0, static_cast<size_t>(covered.first));
+    std::memset(result.rows[y] + covered.end, 0, static_cast<size_t>(width - covered.end));
+  }
+  for (int strip = 0; strip < width; strip += kStrip) {
+    const Columns columns = {strip, std::min(strip + kStrip, width)};
+    for (int y = 0; y < height; ++y) {
+      const Columns covered = Common(columns, spans[y].covered);
+      const Columns inner = Common(covered, spans[y].inner);
+      if (covered.first == covered.end) continue;
+      const RotatedRow row = turn.Row(y);
+      uint8_t* out = result.rows[y];
+      const int edge = std::min(inner.first, covered.end);
+      for (int x = covered.first; x < edge; ++x) out[x] = EdgePixel(turn.source, row, x);
+      turnRow(row, out, inner.first, inner.end);
+      for (int x = std::max(inner.end, edge); x < covered.end; ++x) {
+        out[x] = EdgePixel(turn.source, row, x);
+      }
+    }
+  }
+}
+
+void RotateInto(const Kernels& kernels, Sampling sampling, const GreyImage& source,
+                GreyImage& result, double angle) {
+  const int width = source.width, height = source.height;
+  Buffer<double> columnX(static_cast<size_t>(width)), columnY(static_cast<size_t>(width));
+  Buffer<Spans> spans(static_cast<size_t>(height));
+  if (!columnX || !columnY || !spans) return;
+  Turn turn = {.source = source,
+               .direction = DirectionOf(angle),
+               .centreX = (width - 1) / 2.0,
+               .centreY = (height - 1) / 2.0,
+               .sampling = sampling,
+               .row = {}};
+  for (int x = 0; x < width; ++x) {
+    columnX[x] = (x - turn.centreX) * turn.direction.cosine;
+    columnY[x] = (x - turn.centreX) * turn.direction.sine;
+  }
+  const double half = sampling == Sampling::kNearest ? 0.5 : 0;  // truncating then rounds
+  turn.row = {.columnX = columnX.data(),
+              .columnY = columnY.data(),
+              .rowX = 0,
+              .rowY = 0,
+              .originX = turn.centreX + half,
+              .originY = turn.centreY + half,
+              .top = source.rows[0],
+              .stride = source.stride};
+  for (int y = 0; y < height; ++y) spans[y] = turn.RowSpans(y);
+  if (RecreateForOverwrite(result, width, height)) TurnRows(kernels, turn, spans, result);
+}
+
+}  // namespace
+
+void RotateImage(const Kernels& kernels, Sampling sampling, const GreyImage& source,
+                 GreyImage& result, double angle) {
+  if (!std::isfinite(angle)) return;
+  if (&result != &source) return RotateInto(kernels, sampling, source, result, angle);
+  GreyImage copy;
+  copy.CopyFrom(&source);
+  if (HasPixels(&copy)) RotateInto(kernels, sampling, copy, result, angle);
+}
+
+}  // namespace quillon

@@ -1,0 +1,82 @@
+#include "arith/scaling.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+
+#include "core/buffer.h"
+#include "core/image_access.h"
+#include "simd/kernels.h"
+
+namespace quillon {
+namespace {
+
+constexpr int kMaxSide = 32767;
+
+// The length of a scaled side, or 0 where there is none.
+int ScaledSide(int side, double scale) {
+  if (!std::isfinite(scale) || scale <= 0) return 0;
+  const double length = side * scale + 0.5;
+  return length < kMaxSide + 1 ? static_cast<int>(length) : 0;
+}
+
+// The source's column or row of each of the result's.
+Buffer<int32_t> NearestPlaces(int count, int side, double scale) {
+  Buffer<int32_t> places(static_cast<size_t>(count));
+  if (!places) return places;
+  for (int i = 0; i < count; ++i) {
+    places[i] = static_cast<int32_t>(std::min((i + 0.5) / scale, side - 1.0));
+  }
+  return places;
+}
+
+// Columns rise, so the first and the last bound the others.
+ColumnGroup MakeGroup(const int32_t* columns, int width) {
+  ColumnGroup group = {};
+  const int windows = (columns[kGroup - 1] - columns[0]) / kGroup + 1;
+  if (windows > kMaxWindows || windows * kGroup > width) return group;
+  group.windows = windows;
+  group.start = std::min(columns[0], width - windows * kGroup);
+  for (int i = 0; i < kGroup; ++i) group.places[i] = static_cast<uint8_t>(columns[i] - group.start);
+  return group;
+}
+
+Buffer<ColumnGroup> MakeGroups(const Buffer<int32_t>& columns, int width) {
+  const int count = static_cast<int>(columns.size());
+  Buffer<ColumnGroup> groups(static_cast<size_t>((count + kGroup - 1) / kGroup));
+  if (!groups || count < kGroup) return groups;
+  for (size_t g = 0; g < groups.size(); ++g) {
+    const int first = std::min(static_cast<int>(g) * kGroup, count - kGroup);
+    groups[g] = MakeGroup(columns.data() + first, width);
+  }
+  return groups;
+}
+
+}  // namespace
+
+void ScaleImage(const Kernels& kernels, const GreyImage& source, GreyImage& result, double scaleX,
+                double scaleY) {
+  const int width = ScaledSide(source.width, scaleX), height = ScaledSide(source.height, scaleY);
+  if (width == 0 || height == 0) return;
+  if (&result == &source) {
+    GreyImage copy;
+    copy.CopyFrom(&source);
+    if (HasPixels(&copy)) ScaleImage(kernels, copy, result, scaleX, scaleY);
+    return;
+  }
+  const auto columns = NearestPlaces(width, source.width, scaleX);
+  const auto rows = NearestPlaces(height, source.height, scaleY);
+  if (!columns || !rows) return;
+  const auto groups = MakeGroups(columns, source.width);
+  if (!groups || !RecreateForOverwrite(result, width, height)) return;
+  for (int y = 0; y < height; ++y) {
+    if (y > 0 && rows[y] == rows[y - 1]) {
+      std::memcpy(result.rows[y], result.rows[y - 1], static_cast<size_t>(width));
+    } else {
+      kernels.scaling.PickRow(source.rows[rows[y]], result.rows[y], width, columns.data(),
+                              groups.data());
+    }
+  }
+}
+
+}  // namespace quillon

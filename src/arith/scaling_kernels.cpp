@@ -1,0 +1,66 @@
+// Row kernel of nearest-neighbour scaling. Compiled once per level.
+#include "arith/scaling_kernels.h"
+
+#include "simd/blocks.h"
+
+namespace quillon::QUILLON_LEVEL {
+namespace {
+
+QUILLON_INLINE void PickSingly(const uint8_t* from, uint8_t* to, int count,
+                               const int32_t* columns) {
+  for (int x = 0; x < count; ++x) to[x] = from[columns[x]];
+}
+
+#if QUILLON_AVX2
+QUILLON_INLINE __m128i LoadWindow(const uint8_t* from) {
+  return BitCast<__m128i>(Load<uint8_t, 16>(from));
+}
+
+// A shuffle gives 0 where the top bit of a place is set, as it is for places outside the window.
+QUILLON_INLINE __m128i PickFromWindow(const uint8_t* from, __m128i places, int window) {
+  const auto inside = BitCast<U8<16>>(places) - static_cast<uint8_t>(16 * window);
+  const __m128i at = BitCast<__m128i>(AddSaturate(inside, Splat<uint8_t, 16>(0x70)));
+  return _mm_shuffle_epi8(LoadWindow(from + 16 * window), at);
+}
+
+QUILLON_INLINE void PickGroup(const uint8_t* row, uint8_t* to, const int32_t* columns,
+                              const ColumnGroup& group) {
+  const uint8_t* from = row + group.start;
+  const __m128i places = LoadWindow(group.places);
+  if (group.windows == 1) return Store(to, _mm_shuffle_epi8(LoadWindow(from), places));
+  if (group.windows == 0) return PickSingly(row, to, kGroup, columns);
+#if QUILLON_AVX512
+  if (group.windows == 2) {
+    return Store(to, _mm_permutex2var_epi8(LoadWindow(from), places, LoadWindow(from + 16)));
+  }
+#endif
+  __m128i picked = _mm_or_si128(PickFromWindow(from, places, 0), PickFromWindow(from, places, 1));
+  for (int window = 2; window < group.windows; ++window) {
+    picked = _mm_or_si128(picked, PickFromWindow(from, places, window));
+  }
+  Store(to, picked);
+}
+
+void PickRow(const uint8_t* from, uint8_t* to, int count, const int32_t* columns,
+             const ColumnGroup* groups) {
+  if (count < kGroup) return PickSingly(from, to, count, columns);
+  int x = 0;
+  for (; x <= count - kGroup; x += kGroup) PickGroup(from, to + x, columns + x, *groups++);
+  const int last = count - kGroup;
+  if (x < count) PickGroup(from, to + last, columns + last, *groups);
+}
+
+#else
+
+void PickRow(const uint8_t* from, uint8_t* to, int count, const int32_t* columns,
+             const ColumnGroup*) {
+  PickSingly(from, to, count, columns);
+}
+
+#endif
+
+}  // namespace
+
+const ScalingKernels scaling = {.PickRow = PickRow};
+
+}  // namespace quillon::QUILLON_LEVEL

@@ -1,0 +1,237 @@
+#include <climits>
+#include <cmath>
+#include <limits>
+#include <numbers>
+
+#include "arith/rotation.h"
+#include "arith/scaling.h"
+#include "arith/translation.h"
+#include "core/angle.h"
+#include "quillon/quillon.h"
+#include "support/levels.h"
+
+namespace quillon::test {
+namespace reference {
+
+int Nearest(int i, double scale, int side) {
+  return static_cast<int>(std::min(std::trunc((i + 0.5) / scale), side - 1.0));
+}
+
+void Scale(const GreyImage& source, GreyImage& result, double scaleX, double scaleY) {
+  result.Create(static_cast<int>(source.width * scaleX + 0.5),
+                static_cast<int>(source.height * scaleY + 0.5));
+  for (int y = 0; y < result.height; ++y) {
+    for (int x = 0; x < result.width; ++x) {
+      result.rows[y][x] =
+          source.rows[Nearest(y, scaleY, source.height)][Nearest(x, scaleX, source.width)];
+    }
+  }
+}
+
+void Translate(const GreyImage& source, GreyImage& result, int dx, int dy) {
+  result.Create(source.width, source.height);
+  for (int y = 0; y < result.height; ++y) {
+    for (int x = 0; x < result.width; ++x) {
+      const int64_t fromX = int64_t{x} - dx, fromY = int64_t{y} - dy;
+      const bool covered =
+          fromX >= 0 && fromX < source.width && fromY >= 0 && fromY < source.height;
+      result.rows[y][x] = covered ? source.rows[fromY][fromX] : 0;
+    }
+  }
+}
+
+uint8_t NearestPixel(const GreyImage& source, double sx, double sy) {
+  const double x = std::floor(sx), y = std::floor(sy);
+  if (x < 0 || y < 0 || x >= source.width || y >= source.height) return 0;
+  return source.rows[static_cast<int>(y)][static_cast<int>(x)];
+}
+
+uint8_t BilinearPixel(const GreyImage& source, double sx, double sy) {
+  const double right = source.width - 1, bottom = source.height - 1;
+  if (sx < -1e-9 || sy < -1e-9 || sx > right + 1e-9 || sy > bottom + 1e-9) return 0;
+  sx = std::min(std::max(sx, 0.0), right);
+  sy = std::min(std::max(sy, 0.0), bottom);
+  const int x = static_cast<int>(sx), y = static_cast<int>(sy);
+  const uint8_t* upper = source.rows[y];
+  const uint8_t* lower = source.rows[std::min(y + 1, source.height - 1)];
+  const int next = std::min(x + 1, source.width - 1);
+  const double above = upper[x] + (upper[next] - upper[x]) * (sx - x);
+  const double below = lower[x] + (lower[next] - lower[x]) * (sx - x);
+  return static_cast<uint8_t>(std::floor(above + (below - above) * (sy - y) + 0.5));
+}
+
+void Rotate(Sampling sampling, const GreyImage& source, GreyImage& result, double angle) {
+  result.Create(source.width, source.height);
+  const Direction d = DirectionOf(angle);
+  const double cx = (source.width - 1) / 2.0, cy = (source.height - 1) / 2.0;
+  const bool nearest = sampling == Sampling::kNearest;
+  for (int y = 0; y < source.height; ++y) {
+    for (int x = 0; x < source.width; ++x) {
+      const double half = nearest ? 0.5 : 0;
+      const double sx = ((x - cx) * d.cosine + (y - cy) * d.sine) + (cx + half);
+      const double sy = ((y - cy) * d.cosine - (x - cx) * d.sine) + (cy + half);
+      result.rows[y][x] = nearest ? NearestPixel(source, sx, sy) : BilinearPixel(source, sx, sy);
+    }
+  }
+}
+
+}  // namespace reference
+
+namespace {
+
+constexpr double kInfinity = std::numeric_limits<double>::infinity();
+constexpr double kNan = std::numeric_limits<double>::quiet_NaN();
+constexpr Sampling kSamplings[] = {Sampling::kNearest, Sampling::kBilinear};
+
+// Into a stale image and in place.
+template <class Apply>
+void ExpectTransformed(const GreyImage& source, const GreyImage& expected, const Apply& apply) {
+  GreyImage actual;
+  FillStale(actual, expected.width, expected.height);
+  apply(source, actual);
+  ASSERT_EQ(Bytes(actual), Bytes(expected)) << Difference(actual, expected);
+  actual.CopyFrom(&source);
+  apply(actual, actual);
+  ASSERT_SAME_PIXELS(actual, expected) << "in place";
+}
+
+}  // namespace
+
+TEST(Transform, ScalingTakesTheNearestPixel) {
+  constexpr double kScales[][2] = {{0.5, 0.5}, {2, 2},      {1, 1},       {0.7, 1.3},
+                                   {1.3, 0.7}, {3, 0.34},   {0.31, 2.99}, {0.26, 1.0},
+                                   {0.12, 5},  {7.77, 0.2}, {1.001, 1},   {0.999, 1}};
+  GreyImage expected;
+  ForEachLevelAndImage([&](const Kernels& level, const GreyImage& source) {
+    for (const auto& [scaleX, scaleY] : kScales) {
+      SCOPED_TRACE(testing::Message() << scaleX << ", " << scaleY);
+      reference::Scale(source, expected, scaleX, scaleY);
+      if (!expected.bits) continue;
+      ExpectTransformed(source, expected, [&](const GreyImage& from, GreyImage& to) {
+        ScaleImage(level, from, to, scaleX, scaleY);
+      });
+    }
+  });
+}
+
+TEST(Transform, TranslationMovesAndClears) {
+  GreyImage expected;
+  ForEachImage([&](const GreyImage& source) {
+    for (int dx : {0, 1, -1, 5, -7, 40, INT_MAX, INT_MIN}) {
+      for (int dy : {0, 1, -1, 3, -4, 33, INT_MAX, INT_MIN}) {
+        SCOPED_TRACE(testing::Message() << dx << ", " << dy);
+        reference::Translate(source, expected, dx, dy);
+        ExpectTransformed(source, expected, [&](const GreyImage& from, GreyImage& to) {
+          TranslateImage(from, to, dx, dy);
+        });
+      }
+    }
+  });
+}
+
+TEST(Transform, RotationsMatchTheirFormula) {
+  GreyImage expected;
+  ForEachLevelAndImage([&](const Kernels& level, const GreyImage& source) {
+    for (double angle : {0.0, -0.0, 1e-7, 0.4, -3.0, 17.3, 45.0, 60.0, 90.0, 90.0000001, 133.0,
+                         180.0, -90.0, 271.5, 1e17}) {
+      for (Sampling sampling : kSamplings) {
+        SCOPED_TRACE(testing::Message() << angle << ", sampling " << static_cast<int>(sampling));
+        reference::Rotate(sampling, source, expected, angle);
+        ExpectTransformed(source, expected, [&](const GreyImage& from, GreyImage& to) {
+          RotateImage(level, sampling, from, to, angle);
+        });
+      }
+    }
+  });
+}
+
+// Images wider than a strip, with angles whose sums come close to halves and integers.
+TEST(Transform, RotationsOfLargeImagesMatchTheirFormula) {
+  GreyImage source, actual, expected;
+  for (const Size& size : {Size{700, 530}, Size{1031, 64}, Size{64, 1031}}) {
+    for (Content content : {Content::kNoise, Content::kExtremes}) {
+      Fill(source, size.width, size.height, content);
+      for (double angle : {0.01, 5.0, 30.0, 36.86989764584402, 53.13010235415598, 88.0, 200.0}) {
+        for (Sampling sampling : kSamplings) {
+          reference::Rotate(sampling, source, expected, angle);
+          ForEachLevel([&](const Kernels& level) {
+            RotateImage(level, sampling, source, actual, angle);
+            EXPECT_SAME_PIXELS(actual, expected)
+                << size.width << ", " << angle << ", sampling " << static_cast<int>(sampling);
+          });
+        }
+      }
+    }
+  }
+}
+
+TEST(Transform, PositiveAnglesTurnClockwise) {
+  GreyImage source, actual, expected;
+  const auto value = [](char c) { return static_cast<uint8_t>(c); };
+  Draw(source, {"abc", "def", "ghi"}, value);
+  for (Sampling sampling : kSamplings) {
+    Draw(expected, {"gda", "heb", "ifc"}, value);
+    RotateImage(BestKernels(), sampling, source, actual, 90);
+    EXPECT_SAME_PIXELS(actual, expected);
+    Draw(expected, {"cfi", "beh", "adg"}, value);
+    RotateImage(BestKernels(), sampling, source, actual, -450);
+    EXPECT_SAME_PIXELS(actual, expected);
+  }
+}
+
+TEST(Transform, DirectionsAgreeWithTheLibraryAndAreExactInQuarters) {
+  for (int i = -4000; i <= 4000; ++i) {
+    const double degrees = i * 0.1037, radians = degrees * std::numbers::pi / 180;
+    const Direction d = DirectionOf(degrees);
+    EXPECT_NEAR(d.cosine, std::cos(radians), 2e-15) << degrees;
+    EXPECT_NEAR(d.sine, std::sin(radians), 2e-15) << degrees;
+    EXPECT_NEAR(d.cosine * d.cosine + d.sine * d.sine, 1, 5e-16) << degrees;
+  }
+  constexpr double kCosines[] = {1, 0, -1, 0};
+  for (int quarter = -9; quarter <= 9; ++quarter) {
+    const Direction d = DirectionOf(90.0 * quarter);
+    EXPECT_EQ(d.cosine, kCosines[quarter & 3]) << quarter;
+    EXPECT_EQ(d.sine, kCosines[(quarter + 3) & 3]) << quarter;
+  }
+}
+
+TEST(Transform, BadInputChangesNothing) {
+  GreyImage source, empty, result;
+  ColourImage colour;
+  Fill(source, 9, 4, Content::kNoise);
+  Fill(colour, 9, 4, Content::kNoise);
+  Fill(result, 7, 5, Content::kNoise);
+  auto* colourAsGrey = reinterpret_cast<GreyImage*>(&colour);
+  const auto before = Bytes(result), colourBefore = Bytes(colour);
+  const auto transforms = {
+      +[](const GreyImage* from, GreyImage* to) { IxImageScaling(from, to, 2, 2); },
+      +[](const GreyImage* from, GreyImage* to) { IxImageTranslation(from, to, 1, 1); },
+      +[](const GreyImage* from, GreyImage* to) { IxImageRotation(from, to, 30); },
+      +[](const GreyImage* from, GreyImage* to) { IxImageRotationBilinear(from, to, 30); }};
+  for (const auto& transform : transforms) {
+    transform(nullptr, &result);
+    transform(&source, nullptr);
+    transform(&empty, &result);
+    transform(colourAsGrey, &result);
+    transform(&source, colourAsGrey);
+  }
+  // 9 * 0.0555 and 4 * 0.12 are just below a half, 9 * 3640.8 just above 32767.5.
+  for (double scale :
+       {0.0, -0.0, -1.0, 1e-300, kInfinity, -kInfinity, kNan, 1e300, 0.0555, 3640.9}) {
+    IxImageScaling(&source, &result, scale, 1);
+  }
+  IxImageScaling(&source, &result, 1, 0.12);
+  IxImageScaling(&source, &result, 1, kNan);
+  for (double angle : {kInfinity, -kInfinity, kNan}) {
+    IxImageRotation(&source, &result, angle);
+    IxImageRotationBilinear(&source, &result, angle);
+  }
+  EXPECT_EQ(Bytes(result), before);
+  EXPECT_EQ(Bytes(colour), colourBefore);
+  EXPECT_EQ(result.width, 7);
+  IxImageScaling(&source, &result, 3640.8, 0.13);
+  EXPECT_EQ(result.width, 32767);
+  EXPECT_EQ(result.height, 1);
+}
+
+}  // namespace quillon::test
