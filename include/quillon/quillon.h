@@ -439,6 +439,39 @@ QUILLON_API GeoMatchTool* QUILLON_CALL IxCreateGeoTool();
 QUILLON_API bool QUILLON_CALL IxCreateGeoMatchModel(const GreyImage* image, GeoMatchTool* tool,
                                                     double high, double low);
 
+// Finds the taught template: `position`, two ints, gets the place of its reference point.
+// Result: the template's angle in degrees, from lowestAngle to highestAngle, positive turning
+// clockwise as displayed, when the low byte of angleSearch is not 0; else 0.
+//
+//   score at (x, y)  mean over the n model points, in raster order, of
+//                      (model gradient . image gradient) * model inverse magnitude
+//                        * image inverse magnitude
+//                    at (x + xi, y + yi); a point outside the image, or on a pixel without gradient,
+//                    adds nothing. 1 is a perfect match at any contrast. Contrast reversed: below 0.
+//   abandoned        after point j, when sum / j is below
+//                      min((s - 1) + (1 - greediness * minScore) / (1 - greediness) * j / n,
+//                          minScore * j / n);
+//                    sum / j is then the score. s is minScore, and follows every new best score of
+//                    the scan. Greediness near 1 is fastest; near 0, nothing good is missed.
+//   scan             the coarsest level: all positions that keep the template within the image, in
+//                    raster order; the first of equal scores wins. Each finer level: the 3 x 3
+//                    positions around twice the one found before.
+//   angles           at the coarsest level every 2 s from -50 s to 50 s that is within s / 2 of the
+//                    limits, s = acos(1 - 1 / radius^2); at finer levels the angle found and 2 s to
+//                    both sides of it, s halving each time; each angle's best score is the minScore
+//                    of the next. At last a quadric through 27 scores refines the angle.
+//
+// minScore and greediness mean 0 to 1, greediness below 1; other numbers are put into the formulas
+// as they are, and where the threshold is not a number nothing is abandoned.
+// A level at which no score is above 0 leaves the position as it was; the search then goes on from
+// the numbers in it. Null arguments, an empty image, a tool without model, short memory: 0, and the
+// position untouched. Depths are not tested. One tool may serve several searches at a time.
+QUILLON_API double QUILLON_CALL IxFindGeoMatchModel(const GreyImage* image,
+                                                    const GeoMatchTool* tool, double minScore,
+                                                    double greediness, int* position,
+                                                    double highestAngle, double lowestAngle,
+                                                    int angleSearch);
+
 // Releases the tool. Null: nothing happens.
 QUILLON_API void QUILLON_CALL IxDestroyMatchModel(GeoMatchTool* tool);
 

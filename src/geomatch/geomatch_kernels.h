@@ -25,6 +25,31 @@ struct EdgeLimits {
   int32_t weak, strong;
 };
 
+// A model as a scan reads it: turned, and laid out for one plane of gradients.
+struct TurnedModel {
+  int count;
+  const int32_t* offsets;         // of the points within the plane
+  const PackedVector* gradients;  // truncated to integers
+  const double* inverses;         // 1 / magnitude before turning
+  const PackedVector* units;      // gradient * inverse * unitScale
+};
+
+// Room for the arrays of a TurnedModel, and what fills them.
+struct ModelTurn {
+  int count;
+  const int32_t *x, *y, *gradientX, *gradientY;
+  const double* inverses;
+  double cosine, sine;
+  int stride;
+  double unitScale;
+  int32_t* offsets;
+  PackedVector *gradients, *units;
+};
+
+constexpr int kFloorPoints = 4;    // a scan tests its floors after every so many points
+constexpr int kSearchUnit = 4096;  // the length of a unit vector in a search plane
+constexpr int kMaxScanLanes = 32;  // positions that a kernel looks at together, at most
+
 struct GeomatchKernels {
   // Sobel gradients of `count` pixels; the rows start one pixel to the left of the first.
   void (*SobelRow)(const uint8_t* above, const uint8_t* row, const uint8_t* below,
@@ -36,6 +61,25 @@ struct GeomatchKernels {
   // squares reach one pixel further on both sides.
   void (*ClassifyRow)(const PackedVector* gradients, const int32_t* above, const int32_t* squares,
                       const int32_t* below, EdgeLimits limits, int32_t* classes, int count);
+  // Gradients scaled to the length kSearchUnit, each component off by less than 0.501.
+  void (*UnitRow)(const PackedVector* gradients, PackedVector* units, int count);
+  // 1 / sqrt(gx^2 + gy^2), or 0.
+  void (*InverseRow)(const PackedVector* gradients, double* inverses, int count);
+  void (*TurnModel)(const ModelTurn& turn);
+
+  // Scanning, on the positions that start at `units`, `scanLanes` at a time; bit i stands for the
+  // i-th. What is looked at beyond `lanes` positions must be there, and its bits mean nothing.
+  int scanLanes;
+  // Sums of products of unit vectors over the first `points` points. A position passes when its sum
+  // is above floors[i] after every (i + 1) * kFloorPoints points, and above `last` in the end.
+  uint32_t (*PassingLanes)(const PackedVector* units, const TurnedModel& model, int points,
+                           const int32_t* floors, int32_t last, int lanes);
+  // Positions with any gradient under the first `points` points.
+  uint32_t (*TouchedLanes)(const PackedVector* units, const TurnedModel& model, int points);
+
+  // The sums of gradient product * model inverse * search inverse at three rows of four positions.
+  void (*SumNeighbourhood)(const PackedVector* gradients, const double* inverses, int stride,
+                           const TurnedModel& model, double (*sums)[4]);
 };
 
 QUILLON_KERNELS(GeomatchKernels, geomatch)

@@ -410,4 +410,48 @@ QUILLON_INLINE V SplatLast(V v) {
   }
 }
 
+// One bit per 32-bit lane: its top bit.
+template <class V>
+QUILLON_INLINE uint32_t MoveWordMask(V v) {
+  if constexpr (sizeof(V) == 16) {
+    return static_cast<uint32_t>(_mm_movemask_ps(BitCast<__m128>(v)));
+#if QUILLON_AVX2
+  } else if constexpr (sizeof(V) == 32) {
+    return static_cast<uint32_t>(_mm256_movemask_ps(BitCast<__m256>(v)));
+#endif
+#if QUILLON_AVX512
+  } else {
+    return _mm512_movepi32_mask(BitCast<__m512i>(v));
+#endif
+  }
+}
+
+// Square roots of float or double lanes, correctly rounded.
+template <class V>
+QUILLON_INLINE V Sqrt(V v) {
+  constexpr bool kDouble = sizeof(v[0]) == 8;
+  if constexpr (sizeof(V) > kVectorBytes) {
+    return Join(Sqrt(Low(v)), Sqrt(High(v)));
+  } else if constexpr (sizeof(V) == 16) {
+    if constexpr (kDouble)
+      return BitCast<V>(_mm_sqrt_pd(BitCast<__m128d>(v)));
+    else
+      return BitCast<V>(_mm_sqrt_ps(BitCast<__m128>(v)));
+#if QUILLON_AVX2
+  } else if constexpr (sizeof(V) == 32) {
+    if constexpr (kDouble)
+      return BitCast<V>(_mm256_sqrt_pd(BitCast<__m256d>(v)));
+    else
+      return BitCast<V>(_mm256_sqrt_ps(BitCast<__m256>(v)));
+#endif
+#if QUILLON_AVX512
+  } else {
+    if constexpr (kDouble)
+      return BitCast<V>(_mm512_maskz_sqrt_pd(0xFF, BitCast<__m512d>(v)));
+    else
+      return BitCast<V>(_mm512_maskz_sqrt_ps(0xFFFF, BitCast<__m512>(v)));
+#endif
+  }
+}
+
 }  // namespace quillon::QUILLON_LEVEL

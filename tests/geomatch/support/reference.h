@@ -39,4 +39,20 @@ struct GeoModel {
 
 GeoModel Teach(const GreyImage& image, double high, double low);
 
+struct GeoQuery {
+  double minScore, greediness;
+  bool anyAngle;
+  double lowest, highest;
+};
+
+// The angle found, and what it was before the limits.
+struct GeoResult {
+  double angle = 0, fitAngle = 0;
+};
+GeoResult Find(const GreyImage& image, const GeoModel& model, const GeoQuery& query,
+               int (&position)[2]);
+
+// The angle of the peak of the quadric through 27 scores, `degrees` apart in their first index.
+double PeakAngle(const double (&scores)[3][3][3], double degrees);
+
 }  // namespace quillon::test::reference
