@@ -25,6 +25,7 @@ struct Family {
 
 extern const Family kGrey;
 extern const Family kThresholds;
+extern const Family kNeighbourhoodFilters;
 extern const Family kGeneral;
 
 // All of them, in the order in which help and list show them.

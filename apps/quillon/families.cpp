@@ -3,7 +3,8 @@
 namespace quillon::app {
 
 std::span<const Family* const> Families() {
-  static constexpr const Family* kFamilies[] = {&kGrey, &kThresholds, &kGeneral};
+  static constexpr const Family* kFamilies[] = {&kGrey, &kThresholds, &kNeighbourhoodFilters,
+                                                &kGeneral};
   return kFamilies;
 }
 

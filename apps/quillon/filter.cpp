@@ -1,0 +1,121 @@
+// quillon filter NAME: edges, sharpening, medians, smoothing. A filter is a row of the table.
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <iterator>
+#include <memory>
+#include <variant>
+
+#include "commands.h"
+#include "image_files.h"
+#include "options.h"
+#include "quillon/quillon.h"
+
+namespace quillon::app {
+namespace {
+
+using Plain = void (*)(const GreyImage*, GreyImage*);
+using Sized = void (*)(const GreyImage*, GreyImage*, int size);
+
+struct Filter {
+  const char* name;
+  Operation operation;
+  std::variant<Plain, Sized> run;
+};
+
+const Filter kFilters[] = {
+    {"sobel",
+     {"IxSobel", "filter sobel IN OUT", "edge strength, rows and columns weighed 1 2 1"},
+     IxSobel},
+    {"prewitt",
+     {"IxPrewitt", "filter prewitt IN OUT", "edge strength, rows and columns weighed 1 1 1"},
+     IxPrewitt},
+    {"robert",
+     {"IxRobert", "filter robert IN OUT", "edge strength along the diagonals of 2 x 2 pixels"},
+     IxRobert},
+    {"laplacian",
+     {"IxLaplacian", "filter laplacian IN OUT", "how far a pixel exceeds its eight neighbours"},
+     IxLaplacian},
+    {"laplacian-sharpen",
+     {"IxLaplacianSharping", "filter laplacian-sharpen IN OUT", "the picture plus its Laplacian"},
+     IxLaplacianSharping},
+    {"median3x3",
+     {"IxMedianFilter3x3", "filter median3x3 IN OUT", "the median of 3 x 3 pixels"},
+     IxMedianFilter3x3},
+    {"median5x5",
+     {"IxMedianFilter5x5", "filter median5x5 IN OUT", "the median of 5 x 5 pixels"},
+     IxMedianFilter5x5},
+    {"gaussian3x3",
+     {"IxGaussianSmoothing3x3", "filter gaussian3x3 IN OUT", "weights 1 2 1 in both directions"},
+     IxGaussianSmoothing3x3},
+    {"gaussian5x5",
+     {"IxGaussianSmoothing5x5", "filter gaussian5x5 IN OUT", "weights 1 4 6 4 1"},
+     IxGaussianSmoothing5x5},
+    {"gaussian7x7",
+     {"IxGaussianSmoothing7x7", "filter gaussian7x7 IN OUT", "weights 1 6 15 20 15 6 1"},
+     IxGaussianSmoothing7x7},
+    {"mean",
+     {"IxMeanSmoothing", "filter mean IN OUT --size N", "the mean of N x N pixels, N odd"},
+     IxMeanSmoothing},
+    {"mean3x3",
+     {"IxMeanSmoothing3x3", "filter mean3x3 IN OUT", "the mean of 3 x 3 pixels"},
+     IxMeanSmoothing3x3},
+    {"mean5x5",
+     {"IxMeanSmoothing5x5", "filter mean5x5 IN OUT", "the mean of 5 x 5 pixels"},
+     IxMeanSmoothing5x5},
+    {"mean7x7",
+     {"IxMeanSmoothing7x7", "filter mean7x7 IN OUT", "the mean of 7 x 7 pixels"},
+     IxMeanSmoothing7x7},
+};
+
+struct Options {
+  std::string in, out;
+  int size = 0;
+};
+
+std::string CheckOdd(const std::string& text) {
+  const char* const end = text.data() + text.size();
+  int size = 0;
+  const auto read = std::from_chars(text.data(), end, size);
+  return read.ptr == end && size > 0 && size % 2 == 1
+             ? ""
+             : "the size must be odd and positive, not " + text;
+}
+
+void RunFilter(const Filter& filter, const Options& options) {
+  GreyImage image;
+  ReadImage(options.in, image);
+  if (const auto* plain = std::get_if<Plain>(&filter.run)) (*plain)(&image, &image);
+  if (const auto* sized = std::get_if<Sized>(&filter.run)) (*sized)(&image, &image, options.size);
+  WriteImage(options.out, image);
+}
+
+void AddFilters(CLI::App& app) {
+  auto options = std::make_shared<Options>();
+  CLI::App* command = app.add_subcommand("filter", "Edges, sharpening, medians and smoothing");
+  command->require_subcommand(1);
+  for (const Filter& filter : kFilters) {
+    CLI::App* named = command->add_subcommand(filter.name, filter.operation.summary);
+    AddPictureToRead(*named, "IN", options->in);
+    AddPictureToWrite(*named, "OUT", options->out);
+    if (std::holds_alternative<Sized>(filter.run)) {
+      named->add_option("--size", options->size, "side of the window, odd")
+          ->required()
+          ->check(CheckOdd);
+    }
+    named->callback([&filter, options] { RunFilter(filter, *options); });
+  }
+}
+
+const auto kOperations = [] {
+  std::array<Operation, std::size(kFilters)> operations;
+  std::transform(std::begin(kFilters), std::end(kFilters), operations.begin(),
+                 [](const Filter& filter) { return filter.operation; });
+  return operations;
+}();
+
+}  // namespace
+
+const Family kNeighbourhoodFilters = {"filters", AddFilters, kOperations};
+
+}  // namespace quillon::app
