@@ -1,0 +1,315 @@
+#include "blob/features.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <numbers>
+
+#include "blob/labelling.h"
+#include "blob/queries.h"
+#include "blob/regions.h"
+#include "blob/selection.h"
+#include "support/levels.h"
+
+namespace quillon::test {
+namespace reference {
+
+// The points of blob n: both ends of every run that carries its number, the whole table scanned.
+std::vector<Point> EdgePoints(const RLERegion& region, int n) {
+  const BlobRecord& blob = region.blobs[region.blobIndex[n]];
+  const RunRecord& head = region.runs[blob.head];
+  if (blob.area == 1) return {{head.xStart, head.y}};
+  std::vector<Point> points;
+  int taken = 0;
+  for (int i = 0; i < kMaxRuns && taken < blob.runCount; ++i) {
+    const RunRecord& run = region.runs[i];
+    if (run.blob != n) continue;
+    points.push_back({run.xStart, run.y});
+    points.push_back({run.xEnd, run.y});
+    ++taken;
+  }
+  return points;
+}
+
+int64_t Cross(Point a, Point b, Point c) {
+  return static_cast<int64_t>(b.x - a.x) * (c.y - a.y) -
+         static_cast<int64_t>(c.x - a.x) * (b.y - a.y);
+}
+
+// The strictly convex hull in Cross's positive direction, by sorting.
+std::vector<Point> Hull(std::vector<Point> points) {
+  const auto less = [](Point a, Point b) { return a.x != b.x ? a.x < b.x : a.y < b.y; };
+  const auto same = [](Point a, Point b) { return a.x == b.x && a.y == b.y; };
+  std::sort(points.begin(), points.end(), less);
+  points.erase(std::unique(points.begin(), points.end(), same), points.end());
+  if (points.size() < 3) return points;
+  std::vector<Point> hull;
+  for (int pass = 0; pass < 2; ++pass) {
+    const size_t begin = hull.size();
+    for (const Point p : points) {
+      while (hull.size() >= begin + 2 && Cross(hull[hull.size() - 2], hull.back(), p) <= 0) {
+        hull.pop_back();
+      }
+      hull.push_back(p);
+    }
+    hull.pop_back();
+    std::reverse(points.begin(), points.end());
+  }
+  return hull;
+}
+
+// The least area over all edges and all pairs of points, in double.
+double MinArea(const std::vector<Point>& hull) {
+  double best = INFINITY;
+  for (size_t i = 0; i < hull.size(); ++i) {
+    const Point a = hull[i], b = hull[(i + 1) % hull.size()];
+    const double length = std::hypot(b.x - a.x, b.y - a.y);
+    double from = INFINITY, to = -INFINITY, depth = 0;
+    for (const Point p : hull) {
+      const double along =
+          ((p.x - a.x) * double(b.x - a.x) + (p.y - a.y) * double(b.y - a.y)) / length;
+      from = std::min(from, along);
+      to = std::max(to, along);
+      depth = std::max(depth, static_cast<double>(Cross(a, b, p)) / length);
+    }
+    best = std::min(best, (to - from) * depth);
+  }
+  return best;
+}
+
+// Thirteen floats from the hull in the order in which it was found, every support searched among
+// all vertices.
+std::array<float, 13> Rectangle(std::span<const Point> hull) {
+  const auto angleOf = [](float dx, float dy) {
+    if (dx == 0) return 0.0f;
+    const float radians = static_cast<float>(std::atan2(-double(dy), double(dx)));
+    const float degrees = static_cast<float>(radians * 180.0f * (1.0 / std::numbers::pi));
+    return degrees < 0 ? degrees + 90 : degrees;
+  };
+  const auto x = [&](size_t i) { return static_cast<float>(hull[i % hull.size()].x); };
+  const auto y = [&](size_t i) { return static_cast<float>(hull[i % hull.size()].y); };
+  if (hull.size() == 1)
+    return {x(0), y(0), 1, 1, 0, x(0), y(0), x(0), y(0), x(0), y(0), x(0), y(0)};
+  if (hull.size() == 2) {
+    const float dx = x(1) - x(0), dy = y(1) - y(0);
+    return {(x(0) + x(1)) * 0.5f,
+            (y(0) + y(1)) * 0.5f,
+            static_cast<float>(std::sqrt(double(dx) * dx + double(dy) * dy)),
+            0,
+            angleOf(dx, dy),
+            x(0),
+            y(0),
+            x(1),
+            y(0),
+            x(0),
+            y(0),
+            x(1),
+            y(1)};
+  }
+  std::array<float, 13> result = {};
+  float best = INFINITY;
+  for (size_t i = 0; i < hull.size(); ++i) {
+    const int64_t ex = hull[(i + 1) % hull.size()].x - hull[i].x;
+    const int64_t ey = hull[(i + 1) % hull.size()].y - hull[i].y;
+    // The first vertex from `start` on that no other one exceeds in this direction.
+    const auto farthest = [&](size_t start, int64_t dx, int64_t dy) {
+      size_t found = start;
+      for (size_t k = 0; k < hull.size(); ++k) {
+        const Point p = hull[(start + k) % hull.size()], q = hull[found % hull.size()];
+        if (p.x * dx + p.y * dy > q.x * dx + q.y * dy) found = start + k;
+      }
+      return found;
+    };
+    const size_t front = farthest(i + 1, ex, ey), far = farthest(i + 1, -ey, ex);
+    const size_t back = farthest(far, -ex, -ey);
+    const float dx = x(i + 1) - x(i), dy = y(i + 1) - y(i);
+    const float scale = 1.0f / std::sqrt(dx * dx + dy * dy);
+    const float ux = dx * scale, uy = dy * scale;
+    const float length = (x(front) - x(back)) * ux + (y(front) - y(back)) * uy;
+    const float depth = (x(far) - x(i)) * -uy + (y(far) - y(i)) * ux;
+    if (length * depth > best) continue;
+    best = length * depth;
+    const float offset = (x(back) - x(i)) * ux + (y(back) - y(i)) * uy;
+    const float ox = x(i) + ux * offset, oy = y(i) + uy * offset;
+    const float ax = ux * length, ay = uy * length, bx = -uy * depth, by = ux * depth;
+    result = {ox + (ax + bx) * 0.5f,
+              oy + (ay + by) * 0.5f,
+              std::sqrt(ax * ax + ay * ay),
+              std::sqrt(bx * bx + by * by),
+              angleOf(ax, ay),
+              ox + bx,
+              oy + by,
+              ox,
+              oy,
+              ox + ax,
+              oy + ay,
+              ox + ax + bx,
+              oy + ay + by};
+  }
+  return result;
+}
+
+}  // namespace reference
+
+namespace {
+
+std::array<float, 13> Floats(const MinRectangle& r) {
+  return {r.centreX,    r.centreY,    r.height,     r.width,      r.angle,
+          r.corners[0], r.corners[1], r.corners[2], r.corners[3], r.corners[4],
+          r.corners[5], r.corners[6], r.corners[7]};
+}
+
+std::array<float, 13> Floats(const BlobFeature& f) {
+  return {f.rectCentreX, f.rectCentreY, f.height,     f.width,      f.angle,
+          f.corners[0],  f.corners[1],  f.corners[2], f.corners[3], f.corners[4],
+          f.corners[5],  f.corners[6],  f.corners[7]};
+}
+
+void ExpectRectangle(const std::vector<Point>& points, const std::array<float, 13>& actual) {
+  std::vector<Point> work(HullWorkSize(points.size()));
+  const auto hull = ConvexHullOfPolyline(points, work.data());
+  const std::vector<Point> expectedHull = reference::Hull(points);
+  ASSERT_EQ(reference::Hull({hull.begin(), hull.end()}).size(), expectedHull.size());
+  ASSERT_EQ(actual, reference::Rectangle(hull)) << hull.size() << " vertices";
+  if (expectedHull.size() < 3) return;
+  const double area = reference::MinArea(expectedHull);
+  ASSERT_NEAR(double(actual[2]) * actual[3], area, 1e-5 * area);
+}
+
+// Blobs of every shape: noise at several densities, thick discs and bars at every angle.
+void DrawShapes(GreyImage& image, Random& random) {
+  Fill(image, 400, 300, Content::kFlat);
+  for (int i = 0; i < 60; ++i) {
+    const double x = 400 * random.Unit(), y = 300 * random.Unit(), angle = 7 * random.Unit();
+    const double length = 4 + 30 * random.Unit(), width = 1 + 8 * random.Unit();
+    for (int v = 0; v < 300; ++v) {
+      for (int u = 0; u < 400; ++u) {
+        const double along = (u - x) * std::cos(angle) + (v - y) * std::sin(angle);
+        const double across = (v - y) * std::cos(angle) - (u - x) * std::sin(angle);
+        if (i % 2 ? std::abs(along) < length && std::abs(across) < width
+                  : along * along + across * across < length * length / 4) {
+          image.rows[v][u] = 255;
+        }
+      }
+    }
+  }
+}
+
+void CheckAllBlobs(RLERegion& region) {
+  ASSERT_EQ(ComputeAllBlobFeatures(region), region.labelCount > 0);
+  if (region.labelCount == 0) return;
+  ASSERT_EQ(region.selectCount, region.blobCount);
+  for (int n = 0; n < region.blobCount; ++n) {
+    SCOPED_TRACE(testing::Message() << "blob " << n);
+    const BlobFeature& feature = region.features[n];
+    const BlobRecord& blob = region.blobs[region.blobIndex[n]];
+    ASSERT_EQ(feature.area, blob.area);
+    ASSERT_EQ(feature.centreX, blob.centreX);
+    ASSERT_EQ(feature.centreY, blob.centreY);
+    ASSERT_EQ(feature.selected, 1);
+    MinRectangle single;
+    ASSERT_TRUE(ComputeBlobMinRect(region, n, single));
+    ASSERT_EQ(Floats(feature), Floats(single));
+    ASSERT_NO_FATAL_FAILURE(ExpectRectangle(reference::EdgePoints(region, n), Floats(feature)));
+  }
+}
+
+}  // namespace
+
+TEST(Features, RectanglesAreLeastAndMatchTheTableScan) {
+  const RegionPtr region = NewRegion();
+  Random random(8);
+  GreyImage image;
+  for (int round = 0; round < 6; ++round) {
+    DrawShapes(image, random);
+    SetRuns(*region, WholeImage(image, 1));
+    LabelGrayBlobs(BestKernels(), *region, image, 255, 255);
+    ASSERT_NO_FATAL_FAILURE(CheckAllBlobs(*region));
+    LabelGrayBlobs(BestKernels(), *region, image, 0, 254);
+    ASSERT_NO_FATAL_FAILURE(CheckAllBlobs(*region));
+  }
+}
+
+// One region object for all: small labellings run over the remains of larger ones.
+TEST(Features, HoldForNoiseRegionsOfAnyShapeAndStaleTables) {
+  const RegionPtr region = NewRegion();
+  Random random(21);
+  ForEachImage([&](const GreyImage& image) {
+    for (const auto& spans : {WholeImage(image, 1), RandomSpans(image, random)}) {
+      SetRuns(*region, spans);
+      LabelGrayBlobs(BestKernels(), *region, image, 0, random.Within(20, 254));
+      ASSERT_NO_FATAL_FAILURE(CheckAllBlobs(*region));
+    }
+  });
+}
+
+TEST(Features, BoundsAreThoseOfAllRuns) {
+  const RegionPtr region = NewRegion();
+  GreyImage image;
+  Fill(image, 130, 60, Content::kBinary, 4);
+  SetRuns(*region, WholeImage(image, 1));
+  LabelGrayBlobs(BestKernels(), *region, image, 255, 255);
+  for (int n = 0; n < region->blobCount; ++n) {
+    Bounds expected;
+    for (const Point p : reference::EdgePoints(*region, n)) {
+      expected = {std::min(expected.left, p.x), std::max(expected.right, p.x),
+                  std::min(expected.top, p.y), std::max(expected.bottom, p.y)};
+    }
+    const Bounds actual = BoundsOfBlob(*region, n);
+    EXPECT_EQ((std::array{actual.left, actual.right, actual.top, actual.bottom}),
+              (std::array{expected.left, expected.right, expected.top, expected.bottom}));
+  }
+}
+
+TEST(Features, TwentyThousandBlobsHaveRecords) {
+  const RegionPtr region = NewRegion();
+  GreyImage image;
+  image.Create(401, 301);
+  for (int y = 0; y < image.height; y += 2) {
+    for (int x = 0; x < image.width; x += 2) image.rows[y][x] = 255;
+  }
+  SetRuns(*region, WholeImage(image, 1));
+  LabelGrayBlobs(BestKernels(), *region, image, 255, 255);
+  ASSERT_EQ(region->blobCount, 201 * 151);
+  EXPECT_TRUE(ComputeAllBlobFeatures(*region));
+  EXPECT_EQ(region->selectCount, kMaxFeatures);
+  EXPECT_EQ(region->features[kMaxFeatures - 1].area, 1);
+  EXPECT_TRUE(SelectBlobArea(*region, 2, 9));
+  EXPECT_EQ(region->selectCount, 0);
+  EXPECT_TRUE(ComputeAllBlobFeatures(*region));
+  EXPECT_TRUE(ReselectBlobs(*region));
+  EXPECT_EQ(region->selectCount, kMaxFeatures);
+  std::vector<BlobFeature> list(kMaxFeatures + 1);
+  list.back().area = -1;
+  EXPECT_TRUE(CopySelectedBlobs(*region, list.data()));
+  EXPECT_EQ(list.back().area, -1);
+}
+
+// A blob of more runs than 25,000, and numbers that only a fill-up could leave behind.
+TEST(Features, LargeBlobsAndBorrowedTablesAreSafe) {
+  const RegionPtr region = NewRegion();
+  GreyImage image;
+  image.Create(301, 401);
+  for (int y = 0; y < image.height; ++y) {
+    for (int x = 0; x < image.width; ++x) image.rows[y][x] = x % 2 == 0 || y == 400 ? 255 : 0;
+  }
+  SetRuns(*region, WholeImage(image, 1));
+  LabelGrayBlobs(BestKernels(), *region, image, 255, 255);
+  ASSERT_EQ(region->blobCount, 1);
+  ASSERT_GT(region->blobs[region->blobIndex[0]].runCount, 50'000);
+  ASSERT_NO_FATAL_FAILURE(CheckAllBlobs(*region));
+  EXPECT_EQ(region->features[0].height * region->features[0].width, 300 * 400);
+
+  Fill(image, 301, 401, Content::kBinary);
+  LabelGrayBlobs(BestKernels(), *region, image, 255, 255);
+  FillUpHoles(BestKernels(), *region, image, 0);
+  ComputeAllBlobFeatures(*region);
+  for (int n = 0; n < region->blobCount; ++n) {
+    BoundsOfBlob(*region, n);
+    GrayMeanOfBlob(&image, *region, n);
+    MinRectangle rectangle;
+    ComputeBlobMinRect(*region, n, rectangle);
+  }
+}
+
+}  // namespace quillon::test
