@@ -7,5 +7,9 @@ void AddArithmetic();            // pixel arithmetic, geometric transforms
 void AddPointOperations();       // colour to grey, thresholds
 void AddMorphOperations();       // dilation, erosion and their composites
 void AddNeighbourhoodFilters();  // edges, sharpening, medians
+void AddArithmetic();       // pixel arithmetic, geometric transforms
+void AddPointOperations();  // colour to grey, thresholds
+void AddBlobOperations();   // labelling, features, fill-up
+void AddMorphOperations();  // dilation, erosion and their composites
 
 }  // namespace quillon::bench

@@ -11,6 +11,7 @@ int main(int argc, char** argv) {
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 2;
   quillon::bench::AddArithmetic();
   quillon::bench::AddPointOperations();
+  quillon::bench::AddBlobOperations();
   quillon::bench::AddMorphOperations();
   quillon::bench::AddNeighbourhoodFilters();
   benchmark::RunSpecifiedBenchmarks();
