@@ -1,3 +1,7 @@
+// Each side of the hull is a chain that bends one way. From row to row a side takes the row's
+// outermost point and gives up those that it no longer needs (A. M. Andrew, "Another efficient
+// algorithm for convex hulls in two dimensions", Information Processing Letters 9, 1979). Run ends
+// come sorted, so the hull costs one walk.
 #include "blob/hull.h"
 
 #include <algorithm>
@@ -5,8 +9,9 @@
 namespace quillon {
 namespace {
 
-// Positive when c lies left of the line from a to b. 32-bit arithmetic that wraps: blobs that
-// extend over more than 32,767 pixels both ways get no dependable hull.
+// Positive when c lies left of the line from a to b, seen with the y axis upwards. The products may
+// wrap, their difference does not: it is twice the area of a triangle inside an image, and no image
+// has 2^31 pixels.
 int32_t Side(Point a, Point b, Point c) {
   const auto difference = [](int32_t to, int32_t from) {
     return static_cast<uint32_t>(to) - static_cast<uint32_t>(from);
@@ -15,60 +20,38 @@ int32_t Side(Point a, Point b, Point c) {
                               difference(c.x, a.x) * difference(b.y, a.y));
 }
 
-// Whether p lies before q on a line that has no order but its coordinates'.
-bool Precedes(Point p, Point q) { return p.x != q.x ? p.x < q.x : p.y < q.y; }
-bool Same(Point p, Point q) { return p.x == q.x && p.y == q.y; }
+bool Same(Point a, Point b) { return a.x == b.x && a.y == b.y; }
 
-// The points on one line at the start of a polyline, as the segment from `first` to `second`.
-struct Start {
-  Point first, second;
-  size_t count;
-};
-
-Start CollinearStart(std::span<const Point> points) {
-  Start start = {points[0], points[0], 1};
-  for (; start.count < points.size(); ++start.count) {
-    const Point p = points[start.count];
-    if (Same(start.first, start.second)) {
-      start.second = p;
-      continue;
-    }
-    if (Side(start.first, start.second, p) != 0) break;
-    const bool forward = Precedes(start.first, start.second);
-    if (Precedes(p, start.first) == forward && !Same(p, start.first)) {
-      start.first = p;
-    } else if (Precedes(start.second, p) == forward && !Same(p, start.second)) {
-      start.second = p;
-    }
-  }
-  return start;
-}
-
-// The hull as a deque that holds its newest vertex at both ends.
-class HullDeque {
+// Both sides in one array: the left one grows towards its front, the right one towards its back,
+// and the top row lies in the middle.
+class HullSides {
  public:
-  HullDeque(Point* work, size_t points) : bottom_(work + points - 2), top_(bottom_ + 3) {}
-
-  void Begin(const Start& start, Point p) {
-    const bool left = Side(start.first, start.second, p) > 0;
-    bottom_[0] = top_[0] = p;
-    bottom_[1] = left ? start.first : start.second;
-    bottom_[2] = left ? start.second : start.first;
+  HullSides(Point* middle, Point topLeft, Point topRight)
+      : topLeft_(middle), topRight_(Same(topLeft, topRight) ? middle : middle + 1) {
+    left_ = topLeft_;
+    right_ = topRight_;
+    *right_ = topRight;
+    *left_ = topLeft;
   }
 
-  void Add(Point p) {
-    if (Side(bottom_[0], bottom_[1], p) > 0 && Side(top_[-1], top_[0], p) > 0) return;
-    while (top_ - bottom_ > 1 && Side(bottom_[0], bottom_[1], p) <= 0) ++bottom_;
-    *--bottom_ = p;
-    while (top_ - bottom_ > 2 && Side(top_[-1], top_[0], p) <= 0) --top_;
-    *++top_ = p;
+  void AddRow(Point rowLeft, Point rowRight) {
+    while (left_ < topLeft_ && Side(rowLeft, left_[0], left_[1]) <= 0) ++left_;
+    *--left_ = rowLeft;
+    while (right_ > topRight_ && Side(right_[-1], right_[0], rowRight) <= 0) --right_;
+    *++right_ = rowRight;
   }
 
-  std::span<const Point> Vertices() const { return {bottom_, static_cast<size_t>(top_ - bottom_)}; }
+  std::span<const Point> Close() {
+    if (!Same(*left_, *right_)) *--left_ = *right_;
+    if (right_ - left_ == 2) std::swap(left_[0], left_[1]);
+    return {left_, static_cast<size_t>(std::max<ptrdiff_t>(right_ - left_, 1))};
+  }
 
  private:
-  Point* bottom_;
-  Point* top_;
+  Point* const topLeft_;
+  Point* const topRight_;
+  Point* left_;   // the lowest point of the left side
+  Point* right_;  // and of the right one
 };
 
 }  // namespace
@@ -78,16 +61,21 @@ std::span<const Point> ConvexHullOfPolyline(std::span<const Point> points, Point
     std::copy(points.begin(), points.end(), work);
     return {work, points.size()};
   }
-  const Start start = CollinearStart(points);
-  if (start.count == points.size()) {
-    work[0] = start.first;
-    work[1] = start.second;
-    return {work, 2};
+  const Point* const end = points.data() + points.size();
+  const auto rowEnd = [end](const Point* first) {
+    const Point* last = first;
+    while (last + 1 < end && last[1].y == first->y) ++last;
+    return last;
+  };
+  const Point* first = points.data();
+  const Point* last = rowEnd(first);
+  HullSides sides(work + points.size(), *first, *last);
+  while (last + 1 < end) {
+    first = last + 1;
+    last = rowEnd(first);
+    sides.AddRow(*first, *last);
   }
-  HullDeque hull(work, points.size());
-  hull.Begin(start, points[start.count]);
-  for (const Point p : points.subspan(start.count + 1)) hull.Add(p);
-  return hull.Vertices();
+  return sides.Close();
 }
 
 }  // namespace quillon

@@ -1,6 +1,7 @@
-// Convex hull of a polyline.
+// Convex hull of a blob's run ends.
 #pragma once
 
+#include <stddef.h>
 #include <stdint.h>
 
 #include <span>
@@ -14,10 +15,10 @@ struct Point {
 // Entries of work space that the hull of `points` points needs.
 constexpr size_t HullWorkSize(size_t points) { return 2 * points + 1; }
 
-// The hull's vertices, counter-clockwise in a frame whose y axis points up, starting from the last
-// point of the polyline that is a vertex (A. Melkman, "On-line construction of the convex hull of a
-// simple polyline", Information Processing Letters 25, 1987). Fewer than three points are returned
-// as they are; of points on one line the two ends. The result lies in `work`.
+// The hull's vertices, none on the line between its neighbours. `points` are in row-major order, as
+// a blob's runs are. The last point comes first, then the vertices up the left side and down the
+// right. Of points on one line the first and the last; fewer than three points as they are.
+// The result lies in `work`.
 std::span<const Point> ConvexHullOfPolyline(std::span<const Point> points, Point* work);
 
 }  // namespace quillon

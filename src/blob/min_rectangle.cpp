@@ -32,78 +32,90 @@ float AngleOf(Vector v) {
 // A corner and the two sides that leave it.
 struct Rectangle {
   Vector corner, side1, side2;
-  float area;
 };
 
-// Which vertices are farthest along an edge, across it and against it.
-struct Supports {
-  size_t along, across, against;
-};
-
-class Hull {
+// The edges of a hull in their order, each with the vertices that are farthest along it, across it
+// and against it. From edge to edge those only move forwards.
+class Calipers {
  public:
-  explicit Hull(std::span<const Point> vertices) : vertices_(vertices) {}
-
-  // Moves the supports of the edge before on to those of the edge that leaves vertex i.
-  Supports Advance(Supports from, size_t i) const {
-    const Step edge = StepFrom(i);
-    if (i == 0) from.along = Next(0);
-    from.along = Farthest(from.along, edge);
-    if (i == 0) from.across = from.along;
-    from.across = Farthest(from.across, {-edge.y, edge.x});
-    if (i == 0) from.against = from.across;
-    from.against = Farthest(from.against, {-edge.x, -edge.y});
-    return from;
+  explicit Calipers(std::span<const Point> hull)
+      : first_(hull.data()), end_(first_ + hull.size()), from_(first_), to_(first_ + 1) {
+    along_ = Farthest(to_, Edge());
+    across_ = Farthest(along_, Turned(Edge()));
+    against_ = Farthest(across_, Turned(Turned(Edge())));
   }
 
-  // The rectangle with a side along the edge that leaves vertex i.
-  Rectangle Fit(const Supports& supports, size_t i) const {
-    const Vector origin = ToVector(vertices_[i]);
-    const Vector edge = ToVector(vertices_[Next(i)]) - origin;
-    const Vector along = edge * (1.0f / std::sqrt(edge.x * edge.x + edge.y * edge.y));
-    const Vector across = {-along.y, along.x};
-    const Vector back = ToVector(vertices_[supports.against]);
-    const float length = Dot(ToVector(vertices_[supports.along]) - back, along);
-    const float depth = Dot(ToVector(vertices_[supports.across]) - origin, across);
-    return {origin + along * Dot(back - origin, along), along * length, across * depth,
-            length * depth};
+  // False after the last edge.
+  bool Advance() {
+    from_ = Next(from_);
+    to_ = Next(to_);
+    if (from_ == first_) return false;
+    along_ = Farthest(along_, Edge());
+    across_ = Farthest(across_, Turned(Edge()));
+    against_ = Farthest(against_, Turned(Turned(Edge())));
+    return true;
+  }
+
+  // Unit vector along the edge.
+  Vector Along() const {
+    const Vector edge = ToVector(*to_) - ToVector(*from_);
+    return edge * (1.0f / std::sqrt(edge.x * edge.x + edge.y * edge.y));
+  }
+  float Length(Vector along) const { return Dot(ToVector(*along_) - ToVector(*against_), along); }
+  float Depth(Vector along) const {
+    return Dot(ToVector(*across_) - ToVector(*from_), {-along.y, along.x});
+  }
+  // The corner at the start of the edge's side.
+  Vector Corner(Vector along) const {
+    const Vector origin = ToVector(*from_);
+    return origin + along * Dot(ToVector(*against_) - origin, along);
   }
 
  private:
   struct Step {
     int64_t x, y;
   };
-
-  size_t Next(size_t i) const { return i + 1 < vertices_.size() ? i + 1 : 0; }
-
-  Step StepFrom(size_t i) const {
-    const Point from = vertices_[i], to = vertices_[Next(i)];
-    return {static_cast<int64_t>(to.x) - from.x, static_cast<int64_t>(to.y) - from.y};
+  static Step Turned(Step s) { return {-s.y, s.x}; }
+  static Step Between(const Point* p, const Point* q) {
+    return {static_cast<int64_t>(q->x) - p->x, static_cast<int64_t>(q->y) - p->y};
   }
 
-  // The first vertex from i on whose successor is no farther in the direction.
-  size_t Farthest(size_t i, Step direction) const {
-    for (size_t walked = 0; walked < vertices_.size(); ++walked, i = Next(i)) {
-      const Step step = StepFrom(i);
+  Step Edge() const { return Between(from_, to_); }
+  const Point* Next(const Point* p) const { return p + 1 < end_ ? p + 1 : first_; }
+
+  // The first vertex from p on whose successor is no farther in the direction.
+  const Point* Farthest(const Point* p, Step direction) const {
+    for (ptrdiff_t left = end_ - first_; left > 0; --left) {
+      const Point* next = Next(p);
+      const Step step = Between(p, next);
       if (step.x * direction.x + step.y * direction.y <= 0) break;
+      p = next;
     }
-    return i;
+    return p;
   }
 
-  std::span<const Point> vertices_;
+  const Point* const first_;
+  const Point* const end_;
+  const Point* from_;
+  const Point* to_;
+  const Point* along_;
+  const Point* across_;
+  const Point* against_;
 };
 
 // Among rectangles of equal area the last edge's is taken.
-Rectangle MinAreaRectOfHull(std::span<const Point> vertices) {
-  const Hull hull(vertices);
+Rectangle MinAreaRectOfHull(std::span<const Point> hull) {
   Rectangle best = {};
-  best.area = std::numeric_limits<float>::infinity();
-  Supports supports = {};
-  for (size_t i = 0; i < vertices.size(); ++i) {
-    supports = hull.Advance(supports, i);
-    const Rectangle rectangle = hull.Fit(supports, i);
-    if (rectangle.area <= best.area) best = rectangle;
-  }
+  float leastArea = std::numeric_limits<float>::infinity();
+  Calipers calipers(hull);
+  do {
+    const Vector along = calipers.Along();
+    const float length = calipers.Length(along), depth = calipers.Depth(along);
+    if (length * depth <= leastArea) {
+      leastArea = length * depth;
+      best = {calipers.Corner(along), along * length, Vector{-along.y, along.x} * depth};
+    }
+  } while (calipers.Advance());
   return best;
 }
 
