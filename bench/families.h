@@ -5,11 +5,9 @@ namespace quillon::bench {
 
 void AddArithmetic();            // pixel arithmetic, geometric transforms
 void AddPointOperations();       // colour to grey, thresholds
+void AddBlobOperations();        // labelling, features, fill-up
 void AddMorphOperations();       // dilation, erosion and their composites
 void AddNeighbourhoodFilters();  // edges, sharpening, medians
-void AddArithmetic();       // pixel arithmetic, geometric transforms
-void AddPointOperations();  // colour to grey, thresholds
-void AddBlobOperations();   // labelling, features, fill-up
-void AddMorphOperations();  // dilation, erosion and their composites
+void AddEdgeMatching();          // edge-based matching
 
 }  // namespace quillon::bench

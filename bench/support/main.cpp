@@ -14,5 +14,6 @@ int main(int argc, char** argv) {
   quillon::bench::AddBlobOperations();
   quillon::bench::AddMorphOperations();
   quillon::bench::AddNeighbourhoodFilters();
+  quillon::bench::AddEdgeMatching();
   benchmark::RunSpecifiedBenchmarks();
 }

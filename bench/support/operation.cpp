@@ -74,6 +74,11 @@ void RunOurs(benchmark::State& state, const Operation& operation, const Kernels&
   }
 }
 
+void RunPlain(benchmark::State& state, const Operation& operation, Size size) {
+  const auto frame = MakeFrame(operation, BestKernels(), size);
+  for (auto _ : state) operation.plain(*frame);
+}
+
 void RunPeer(benchmark::State& state, const Operation& operation, Size size) {
   const auto peer = MakePeerFrame(operation, *MakeFrame(operation, BestKernels(), size));
   operation.peer(*peer);
@@ -106,6 +111,10 @@ void Add(const Operation& operation) {
     Register(RowName(operation, size, "fresh"), [=](benchmark::State& state) {
       RunOurs(state, operation, BestKernels(), size, /*fresh=*/true);
     });
+    if (operation.plain) {
+      Register(RowName(operation, size, "plain"),
+               [=](benchmark::State& state) { RunPlain(state, operation, size); });
+    }
     if (operation.peer) {
       Register(RowName(operation, size, "opencv"),
                [=](benchmark::State& state) { RunPeer(state, operation, size); });

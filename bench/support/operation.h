@@ -54,6 +54,8 @@ struct Operation {
   double bytesPerPixel = 2;  // read and written, for the memcpy beside it
   std::function<void(Frame&)> prepare = {};
   std::function<void(Frame&)> ours;
+  // The same work written plainly, where its speed says something (column "plain").
+  std::function<void(Frame&)> plain = {};
   std::function<void(PeerFrame&)> preparePeer = {};
   std::function<void(PeerFrame&)> peer = {};
   // A message when the two results do not agree.
