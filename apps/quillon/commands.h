@@ -13,7 +13,7 @@ namespace quillon::app {
 // An exported function and the command that calls it.
 struct Operation {
   const char* name;     // "IxThreshold"
-  const char* command;  // "threshold IN OUT --above LEVEL"
+  const char* command;  // "threshold IN OUT --above LEVEL"; empty: of use to programs only
   const char* summary;  // what it does, in one line
 };
 
@@ -26,6 +26,8 @@ struct Family {
 extern const Family kGrey;
 extern const Family kThresholds;
 extern const Family kNeighbourhoodFilters;
+extern const Family kBlobs;
+extern const Family kSample;
 extern const Family kGeneral;
 
 // All of them, in the order in which help and list show them.

@@ -3,8 +3,9 @@
 namespace quillon::app {
 
 std::span<const Family* const> Families() {
-  static constexpr const Family* kFamilies[] = {&kGrey, &kThresholds, &kNeighbourhoodFilters,
-                                                &kGeneral};
+  static constexpr const Family* kFamilies[] = {
+      &kGrey, &kThresholds, &kNeighbourhoodFilters, &kBlobs, &kSample, &kGeneral,
+  };
   return kFamilies;
 }
 

@@ -1,6 +1,7 @@
 #include "image_files.h"
 
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <memory>
@@ -39,6 +40,10 @@ struct Decoded {
 
 // Packed grey bytes for grey files, packed red-green-blue otherwise.
 Decoded Decode(const std::string& path) {
+  std::error_code ignored;
+  if (std::filesystem::is_directory(path, ignored)) {
+    throw Failure("cannot read image '" + path + "': it is a folder");
+  }
   std::ifstream file(path, std::ios::binary);
   if (!file) throw Failure("cannot open image '" + path + "'");
   const std::vector<char> bytes{std::istreambuf_iterator<char>(file), {}};
@@ -136,19 +141,24 @@ void Write(const std::string& path, const CImage<Pixel>& image) {
 
 }  // namespace
 
-void ReadImage(const std::string& path, GreyImage& image) {
+void ReadImage(const std::string& path, GreyImage& grey, ColourImage& colour) {
   const Decoded decoded = Decode(path);
+  colour.Destroy();
   if (!decoded.grey) {
-    ColourImage colour;
     ToColour(path, decoded, colour);
-    IxColorToGray(&colour, &image);
+    IxColorToGray(&colour, &grey);
     return;
   }
-  CreateOrFail(path, decoded.width, decoded.height, image);
-  for (int y = 0; y < image.height; ++y) {
-    std::memcpy(image.rows[y], decoded.pixels.get() + static_cast<size_t>(y) * image.width,
-                static_cast<size_t>(image.width));
+  CreateOrFail(path, decoded.width, decoded.height, grey);
+  for (int y = 0; y < grey.height; ++y) {
+    std::memcpy(grey.rows[y], decoded.pixels.get() + static_cast<size_t>(y) * grey.width,
+                static_cast<size_t>(grey.width));
   }
+}
+
+void ReadImage(const std::string& path, GreyImage& image) {
+  ColourImage colour;
+  ReadImage(path, image, colour);
 }
 
 void ReadImage(const std::string& path, ColourImage& image) { ToColour(path, Decode(path), image); }

@@ -13,6 +13,9 @@ namespace quillon::app {
 void ReadImage(const std::string& path, GreyImage& image);
 void ReadImage(const std::string& path, ColourImage& image);
 
+// Reads a file as grey, and a colour file as colour too; `colour` is empty after a grey one.
+void ReadImage(const std::string& path, GreyImage& grey, ColourImage& colour);
+
 // Writes by the name's ending, .png or .bmp; throws Failure naming the file.
 void WriteImage(const std::string& path, const GreyImage& image);
 void WriteImage(const std::string& path, const ColourImage& image);

@@ -19,16 +19,14 @@ bool ContainsIgnoringCase(std::string_view text, std::string_view part) {
 
 Findings ListOperations(std::string_view part) {
   Findings findings{.key = "operations",
-                    .facts = {},
                     .columns = {{"family", "FAMILY"},
                                 {"operation", "OPERATION"},
                                 {"command", "COMMAND"},
-                                {"summary", "WHAT IT DOES"}},
-                    .rows = {}};
+                                {"summary", "WHAT IT DOES"}}};
   for (const Family* family : Families()) {
     for (const Operation& operation : family->operations) {
-      const char* const texts[] = {family->name, operation.name, operation.command,
-                                   operation.summary};
+      const char* const command = *operation.command ? operation.command : "(for programs)";
+      const char* const texts[] = {family->name, operation.name, command, operation.summary};
       const auto matches = [&](const char* text) { return ContainsIgnoringCase(text, part); };
       if (!std::any_of(std::begin(texts), std::end(texts), matches)) continue;
       findings.rows.emplace_back(std::begin(texts), std::end(texts));

@@ -18,6 +18,11 @@ int main(int argc, char** argv) {
     return 0;
   } catch (const CLI::ParseError& error) {
     constexpr int kUsage = 2;
+    if (app.get_subcommands().empty() && app.remaining_size() > 0) {
+      std::fprintf(stderr, "quillon: there is no command or option '%s'; --help names them\n",
+                   app.remaining()[0].c_str());
+      return kUsage;
+    }
     return app.exit(error) == 0 ? 0 : kUsage;
   } catch (const std::exception& error) {
     std::fprintf(stderr, "quillon: %s\n", error.what());

@@ -130,16 +130,13 @@ void Picture::Dots(Mark mark, std::span<const Point> points) {
   drawings_.push_back({mark, "<path class='dots' d='" + path + "'/>"});
 }
 
-void Picture::Cross(Mark mark, Point centre) {
-  const double arm = std::max(1.5, std::hypot(width_, height_) / 220);
-  drawings_.push_back({mark, "<path d='M" + Number(centre.x - arm) + " " + Number(centre.y) + "h" +
-                                 Number(2 * arm) + "M" + Number(centre.x) + " " +
-                                 Number(centre.y - arm) + "v" + Number(2 * arm) + "'/>"});
-}
+void Picture::Cross(Mark mark, Point centre) { drawings_.push_back({mark, "", centre}); }
 
 void Picture::Label(Mark mark, Point at, std::string_view text) {
-  drawings_.push_back({mark, "<text" + Attribute("x", at.x) + Attribute("y", at.y) + ">" +
-                                 Escaped(text) + "</text>"});
+  // Near the upper edge the text goes below the point.
+  const char* place = at.y < height_ / 30.0 ? " class='below'" : "";
+  drawings_.push_back({mark, "<text" + std::string(place) + Attribute("x", at.x) +
+                                 Attribute("y", at.y) + ">" + Escaped(text) + "</text>"});
 }
 
 // Writes the page from top to bottom.
@@ -171,6 +168,7 @@ class Page {
     constexpr int kFactDecimals = 2;
     html_ += "<dl>\n";
     for (const Fact& fact : findings_.facts) {
+      if (fact.heading.empty()) continue;
       html_ += "<div><dt>" + Escaped(fact.heading) + "</dt><dd>" +
                Escaped(Text(fact.value, kFactDecimals)) + "</dd></div>\n";
     }
@@ -230,6 +228,7 @@ class Page {
     for (const auto& drawing : picture.drawings_) drawings.push_back(&drawing);
     std::stable_sort(drawings.begin(), drawings.end(),
                      [](const auto* a, const auto* b) { return a->mark.row < b->mark.row; });
+    const double arm = 0.22 * TextSize(picture);
     for (size_t i = 0; i < drawings.size();) {
       const int row = drawings[i]->mark.row;
       html_ += row == kNoRow ? "<g>" : "<g data-row='" + std::to_string(row) + "'>" + Tip(row);
@@ -237,10 +236,17 @@ class Page {
         const size_t layer = static_cast<size_t>(drawings[i]->mark.layer);
         html_ += "<g class='layer" + std::to_string(layer) + " " +
                  ClassOf(report_.layers.at(layer).tone) +
-                 (report_.layers[layer].shown ? "'>" : " off'>") + drawings[i]->svg + "</g>";
+                 (report_.layers[layer].shown ? "'>" : " off'>") +
+                 (drawings[i]->svg.empty() ? Cross(drawings[i]->cross, arm) : drawings[i]->svg) +
+                 "</g>";
       }
       html_ += "</g>\n";
     }
+  }
+
+  static std::string Cross(Point centre, double arm) {
+    return "<path d='M" + Number(centre.x - arm) + " " + Number(centre.y) + "h" + Number(2 * arm) +
+           "M" + Number(centre.x) + " " + Number(centre.y - arm) + "v" + Number(2 * arm) + "'/>";
   }
 
   // What a pointer over a drawing says: the first cells of the row.
@@ -259,7 +265,7 @@ class Page {
     if (findings_.columns.empty()) return;
     html_ += "<section class='rows'><table>\n<thead><tr>";
     for (size_t c = 0; c < findings_.columns.size(); ++c) {
-      if (findings_.columns[c].dataOnly) continue;
+      if (findings_.columns[c].shown != Shown::kEverywhere) continue;
       const auto isText = [c](const auto& row) {
         return std::holds_alternative<std::string>(row[c]);
       };
@@ -272,7 +278,7 @@ class Page {
       html_ += "<tr data-row='" + std::to_string(row) + "'>";
       for (size_t c = 0; c < findings_.columns.size(); ++c) {
         const Column& column = findings_.columns[c];
-        if (column.dataOnly) continue;
+        if (column.shown != Shown::kEverywhere) continue;
         const Cell& cell = findings_.rows[row][c];
         html_ += std::holds_alternative<std::string>(cell) ? "<td class='text'>" : "<td>";
         html_ += Escaped(Text(cell, column.decimals)) + "</td>";

@@ -60,13 +60,14 @@ class Picture {
   // A dot for each point: edge points, corners.
   void Dots(Mark mark, std::span<const Point> points);
   void Cross(Mark mark, Point centre);
-  // A short text whose lower left corner is at the point.
+  // A short text whose lower left corner is at the point, where there is room above it.
   void Label(Mark mark, Point at, std::string_view text);
 
  private:
   struct Drawing {
     Mark mark;
-    std::string svg;  // the element's name and attributes, or a whole text element
+    std::string svg;  // the whole element; empty for a cross, whose size is the page's choice
+    Point cross = {};
   };
   friend class Page;
 

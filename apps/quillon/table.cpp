@@ -89,6 +89,7 @@ void PrintText(const Findings& findings, std::ostream& out) {
   size_t widest = 0;
   for (const Fact& fact : findings.facts) widest = std::max(widest, Width(fact.heading));
   for (const Fact& fact : findings.facts) {
+    if (fact.heading.empty()) continue;
     out << Padded(fact.heading, widest, true) << "  " << Text(fact.value, kFactDecimals) << '\n';
   }
 
@@ -101,7 +102,7 @@ void PrintText(const Findings& findings, std::ostream& out) {
   std::vector<Printed> columns;
   for (size_t c = 0; c < findings.columns.size(); ++c) {
     const Column& column = findings.columns[c];
-    if (column.dataOnly) continue;
+    if (column.shown == Shown::kNowhere) continue;
     Printed printed{{column.heading}, Width(column.heading), false};
     for (const auto& row : findings.rows) {
       printed.lines.push_back(Text(row[c], column.decimals));
@@ -111,7 +112,7 @@ void PrintText(const Findings& findings, std::ostream& out) {
     columns.push_back(std::move(printed));
   }
   if (findings.rows.empty() || columns.empty()) return;
-  if (!findings.facts.empty()) out << '\n';
+  if (widest > 0) out << '\n';
   for (size_t line = 0; line <= findings.rows.size(); ++line) {
     std::string text;
     for (const Printed& column : columns) {

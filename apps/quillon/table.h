@@ -16,25 +16,29 @@ using Cell = std::variant<std::monostate, std::string, int64_t, double>;
 // A single-precision number by its shortest decimal form: 0.1f is 0.1, not 0.10000000149.
 Cell Single(float value);
 
+// Where a column appears besides JSON and CSV, which have all of them.
+enum class Shown { kEverywhere, kInText, kNowhere };
+
 struct Column {
-  std::string key;        // name in JSON and CSV
-  std::string heading;    // name in the text table and in reports
-  int decimals = 2;       // of numbers in the text table and in reports; data keeps every digit
-  bool dataOnly = false;  // in JSON and CSV alone
+  std::string key;           // name in JSON and CSV
+  std::string heading = {};  // name in the text table and in reports
+  int decimals = 2;          // of numbers in the text table and in reports; data keeps every digit
+  Shown shown = Shown::kEverywhere;
 };
 
-// One statement about the whole picture: its size, a level that was chosen, a count.
+// One statement about the whole picture: its size, a level that was chosen, a count. Without a
+// heading it appears in JSON alone.
 struct Fact {
   std::string key, heading;
-  Cell value;
+  Cell value = {};
 };
 
 // One row for each thing found. Every row has as many cells as there are columns.
 struct Findings {
   std::string key;  // name of the rows in JSON: "blobs"
-  std::vector<Fact> facts;
-  std::vector<Column> columns;
-  std::vector<std::vector<Cell>> rows;
+  std::vector<Fact> facts = {};
+  std::vector<Column> columns = {};
+  std::vector<std::vector<Cell>> rows = {};
 };
 
 // A cell as text: numbers with `decimals` digits, nothing for what is not known.

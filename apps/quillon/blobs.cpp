@@ -1,0 +1,474 @@
+// quillon blobs: finds, measures and selects the connected groups of pixels of a picture.
+//
+// Labelling leaves out the last column of a region that ends there. Nobody who counts parts wants
+// that, so the picture is labelled with one spare column on its right.
+#include <algorithm>
+#include <charconv>
+#include <climits>
+#include <cmath>
+#include <cstring>
+#include <filesystem>
+#include <memory>
+
+#include "commands.h"
+#include "errors.h"
+#include "image_files.h"
+#include "options.h"
+#include "quillon/quillon.h"
+#include "report.h"
+
+namespace quillon::app {
+namespace {
+
+constexpr Operation kOperations[] = {
+    {"CreateRLERegion", "blobs IMAGE", "a region object with its blobs"},
+    {"DestroyRLERegion", "blobs IMAGE", "releases it"},
+    {"IxPointToRegion", "blobs IMAGE --polygon X,Y X,Y X,Y ...", "the region inside a polygon"},
+    {"IxImgAssignToRegion", "", "the image over which a region is displayed"},
+    {"IxGetRegDisplay", "", "a bitmap of the region over its image"},
+    {"IxGrayBlobLabel", "blobs IMAGE --band LOW HIGH", "connected pixels of a band of grey"},
+    {"IxBinaryFillUp", "blobs IMAGE --fill-holes", "fills the holes of a binary picture"},
+    {"IxGetBlobCount", "blobs IMAGE", "how many blobs there are"},
+    {"IxGetnBlobArea", "blobs IMAGE", "pixels of each blob"},
+    {"IxGetnBlobCenter", "blobs IMAGE", "mean column and row of each blob"},
+    {"IxGetnBlobBound", "blobs IMAGE", "upright box of each blob"},
+    {"IxGetBlobMinRect", "blobs IMAGE", "turned rectangle of least area of each blob"},
+    {"IxGetnBlobGrayMean", "blobs IMAGE", "mean grey of each blob"},
+    {"IxGetnBlobColorMean", "blobs IMAGE (a colour one)", "mean colour of each blob"},
+    {"IxGetnRegionGrayMean", "blobs IMAGE", "mean grey of the region"},
+    {"IxGetnRegionColorMean", "blobs IMAGE (a colour one)", "mean colour of the region"},
+    {"IxComputeAllBlobFeature", "blobs IMAGE", "one record of features a blob, all selected"},
+    {"IxSelectBlobArea", "blobs IMAGE --min-area N --max-area N", "keeps blobs by area"},
+    {"IxSelectBlobWidth", "blobs IMAGE --min-width N --max-width N",
+     "keeps blobs by the turned rectangle's width"},
+    {"IxSelectBlobHeight", "blobs IMAGE --min-height N --max-height N",
+     "keeps blobs by the turned rectangle's height"},
+    {"IxLocateBlobCenter", "blobs IMAGE --center-x MIN MAX --center-y MIN MAX",
+     "keeps blobs by their centre"},
+    {"IxReSelectBlob", "", "selects all blobs again"},
+    {"IxGetSelectBlobCount", "blobs IMAGE", "how many blobs are kept"},
+    {"IxGetBlobList", "blobs IMAGE", "the records of the blobs that are kept"},
+};
+
+struct Bounds {
+  int min = INT_MIN, max = INT_MAX;
+  bool AreGiven() const { return min != INT_MIN || max != INT_MAX; }
+};
+
+struct Options {
+  std::string image;
+  std::vector<int> band;
+  bool otsu = false;  // the default, for those who want to say so
+  bool dark = false;
+  bool fillHoles = false;
+  std::vector<std::string> polygon;
+  Bounds area, width, height;
+  std::vector<int> centreX, centreY;
+  std::string binary;
+  Output output;
+};
+
+struct Band {
+  int low, high;
+};
+
+struct Region {
+  Region() : handle(CreateRLERegion(), DestroyRLERegion) {
+    if (!handle) throw Failure("no memory for the tables of a region");
+  }
+  operator RLERegion*() const { return handle.get(); }
+  std::unique_ptr<RLERegion, void (*)(RLERegion*)> handle;
+};
+
+// ---- what to label ------------------------------------------------------------------------------
+
+// The level is the highest grey value that the threshold made black; a constant picture has 0.
+int OtsuLevel(const GreyImage& image) {
+  GreyImage binary;
+  binary.CopyFrom(&image);
+  IxOtsuThreshold(&binary);
+  int level = 0;
+  for (int y = 0; y < binary.height; ++y) {
+    for (int x = 0; x < binary.width; ++x) {
+      if (binary.rows[y][x] == 0) level = std::max<int>(level, image.rows[y][x]);
+    }
+  }
+  return level;
+}
+
+Band ChooseBand(const Options& options, const GreyImage& image) {
+  if (!options.band.empty()) {
+    return {std::min(options.band[0], options.band[1]), std::max(options.band[0], options.band[1])};
+  }
+  const int level = OtsuLevel(image);
+  return options.dark ? Band{0, level} : Band{level + 1, 255};
+}
+
+// 1 where the picture is in the band, with the spare column, which is 0.
+void MakeBinary(const GreyImage& image, Band band, GreyImage& binary) {
+  binary.Create(image.width + 1, image.height);
+  if (!binary.bits) throw Failure("no memory for a binary picture");
+  for (int y = 0; y < image.height; ++y) {
+    const unsigned char* from = image.rows[y];
+    unsigned char* to = binary.rows[y];
+    for (int x = 0; x < image.width; ++x) to[x] = from[x] >= band.low && from[x] <= band.high;
+  }
+}
+
+// Sets all that is enclosed by ones to 1. Filling treats what touches only the left edge or the
+// bottom row as enclosed; a frame of zeros keeps all four edges open.
+void FillHoles(RLERegion* region, GreyImage& binary) {
+  GreyImage framed;
+  framed.Create(binary.width + 1, binary.height + 2);
+  if (!framed.bits) throw Failure("no memory for a binary picture");
+  const auto width = static_cast<size_t>(binary.width);
+  for (int y = 0; y < binary.height; ++y) {
+    std::memcpy(framed.rows[y + 1] + 1, binary.rows[y], width);
+  }
+  if (!IxBinaryFillUp(&framed, region, 1)) throw Failure("no memory for filling holes");
+  for (int y = 0; y < binary.height; ++y) {
+    std::memcpy(binary.rows[y], framed.rows[y + 1] + 1, width);
+  }
+}
+
+// ---- the region of interest ---------------------------------------------------------------------
+
+constexpr int kFarthest = 32767;  // as large as pictures get
+
+void ParsePoint(const std::string& text, std::vector<int>& points) {
+  const char* const end = text.data() + text.size();
+  int x = 0, y = 0;
+  const auto first = std::from_chars(text.data(), end, x);
+  const bool comma = first.ec == std::errc{} && first.ptr != end && *first.ptr == ',';
+  const auto second = std::from_chars(comma ? first.ptr + 1 : end, end, y);
+  if (!comma || second.ec != std::errc{} || second.ptr != end || std::abs(x) > kFarthest ||
+      std::abs(y) > kFarthest) {
+    throw CLI::ValidationError("--polygon", "'" + text +
+                                                "' is not a point X,Y of whole numbers "
+                                                "from -32767 to 32767");
+  }
+  points.insert(points.end(), {x, y});
+}
+
+// Twice the area, positive where the points run clockwise as displayed.
+int64_t SignedArea(const std::vector<int>& points) {
+  int64_t area = 0;
+  for (size_t i = 0; i < points.size(); i += 2) {
+    const size_t next = (i + 2) % points.size();
+    area += int64_t{points[i]} * points[next + 1] - int64_t{points[next]} * points[i + 1];
+  }
+  return area;
+}
+
+void CheckLength(const std::vector<int>& points) {
+  constexpr int64_t kLongest = 1 << 24;  // steps that the library takes
+  int64_t length = 0;
+  for (size_t i = 0; i < points.size(); i += 2) {
+    const size_t next = (i + 2) % points.size();
+    length +=
+        std::max(std::abs(points[next] - points[i]), std::abs(points[next + 1] - points[i + 1]));
+  }
+  if (length <= kLongest) return;
+  throw CLI::ValidationError("--polygon", "a boundary of " + std::to_string(length) +
+                                              " steps is longer than " + std::to_string(kLongest));
+}
+
+// The polygon's points, x and y in turn, clockwise: only then does its boundary belong to it. The
+// whole picture, spare column included, where no polygon is given.
+std::vector<int> RegionPoints(const Options& options, const GreyImage& image) {
+  std::vector<int> points;
+  if (options.polygon.empty()) {
+    const int right = image.width, bottom = image.height - 1;
+    return {0, 0, right, 0, right, bottom, 0, bottom};
+  }
+  for (const std::string& text : options.polygon) ParsePoint(text, points);
+  CheckLength(points);
+  if (SignedArea(points) < 0) {
+    std::reverse(points.begin(), points.end());
+    for (size_t i = 0; i < points.size(); i += 2) std::swap(points[i], points[i + 1]);
+  }
+  return points;
+}
+
+// ---- labelling and selecting --------------------------------------------------------------------
+
+int64_t LabelledPixels(RLERegion* region, const GreyImage& image, int low, int high) {
+  IxGrayBlobLabel(&image, region, low, high);
+  int64_t pixels = 0;
+  for (int n = 0; n < IxGetBlobCount(region); ++n) pixels += IxGetnBlobArea(region, n);
+  return pixels;
+}
+
+// Labels the ones, and returns how much of the region lies in the picture. Labelling that fills the
+// tables stops without a word, but then its blobs have fewer pixels than the means over the region
+// tell.
+double LabelAll(RLERegion* region, const GreyImage& image, const GreyImage& binary) {
+  GreyImage full;
+  MakeBinary(image, {0, 255}, full);
+  const auto inside = static_cast<double>(LabelledPixels(region, full, 1, 1));
+  const double ones = IxGetnRegionGrayMean(&binary, region);
+  const double share = IxGetnRegionGrayMean(&full, region);
+  const int64_t expected = share > 0 ? std::llround(ones / share * inside) : 0;
+  const int64_t labelled = LabelledPixels(region, binary, 1, 1);
+  if (labelled < expected) {
+    throw Failure(
+        "too many blobs: labelling takes 50000 of them, in 300000 runs; narrow --band or "
+        "--polygon, or smooth the picture first");
+  }
+  constexpr int kMostFeatures = 20'000;
+  if (const int count = IxGetBlobCount(region); count > kMostFeatures) {
+    throw Failure(std::to_string(count) + " blobs are more than the " +
+                  std::to_string(kMostFeatures) +
+                  " that can be measured; narrow --band or --polygon, or smooth the picture first");
+  }
+  return share;
+}
+
+std::vector<BlobFeature> SelectedBlobs(RLERegion* region) {
+  std::vector<BlobFeature> blobs(static_cast<size_t>(IxGetSelectBlobCount(region)));
+  if (!blobs.empty()) IxGetBlobList(region, blobs.data());
+  return blobs;
+}
+
+void Select(const Options& options, RLERegion* region) {
+  const auto centre = [](const std::vector<int>& given) {
+    return given.empty() ? Bounds{} : Bounds{given[0], given[1]};
+  };
+  const Bounds x = centre(options.centreX), y = centre(options.centreY);
+  if (options.area.AreGiven()) IxSelectBlobArea(region, options.area.max, options.area.min);
+  if (options.width.AreGiven()) IxSelectBlobWidth(region, options.width.max, options.width.min);
+  if (options.height.AreGiven()) IxSelectBlobHeight(region, options.height.max, options.height.min);
+  if (x.AreGiven() || y.AreGiven()) IxLocateBlobCenter(region, x.min, x.max, y.min, y.max);
+}
+
+// Blob numbers of the selected records. Both lists are in the order of the blobs, so each record is
+// the next one equal to it; blobs with equal records are selected together or not at all.
+std::vector<int> NumbersOf(const std::vector<BlobFeature>& selected,
+                           const std::vector<BlobFeature>& all) {
+  std::vector<int> numbers;
+  size_t n = 0;
+  for (const BlobFeature& blob : selected) {
+    while (std::memcmp(&all[n], &blob, sizeof blob) != 0) ++n;
+    numbers.push_back(static_cast<int>(n++));
+  }
+  return numbers;
+}
+
+// ---- findings and report ------------------------------------------------------------------------
+
+struct Pictures {
+  GreyImage grey;
+  ColourImage colour;  // empty for a grey file
+};
+
+std::vector<Fact> Facts(const Options& options, const Pictures& pictures, Band band,
+                        RLERegion* region, double share, size_t found,
+                        const std::vector<BlobFeature>& blobs) {
+  // The library's means divide by the whole region, what lies outside the picture included.
+  const auto regionMean = [&](double mean) { return share > 0 ? Cell{mean / share} : Cell{}; };
+  int64_t area = 0;
+  for (const BlobFeature& blob : blobs) area += blob.area;
+  std::vector<Fact> facts = {
+      {"image", "Picture", options.image},
+      {"width", "Width", int64_t{pictures.grey.width}},
+      {"height", "Height", int64_t{pictures.grey.height}},
+      {"low", "Lowest grey", int64_t{band.low}},
+      {"high", "Highest grey", int64_t{band.high}},
+      {"found", "Blobs found", static_cast<int64_t>(found)},
+      {"selected", "Blobs kept", static_cast<int64_t>(blobs.size())},
+      {"area", "Area kept", area},
+      {"mean", "Mean of region", regionMean(IxGetnRegionGrayMean(&pictures.grey, region))},
+  };
+  if (pictures.colour.bits) {
+    double mean[3] = {};
+    IxGetnRegionColorMean(&pictures.colour, region, mean);
+    facts.insert(facts.end(), {{"red", "", regionMean(mean[0])},
+                               {"green", "", regionMean(mean[1])},
+                               {"blue", "", regionMean(mean[2])}});
+  }
+  return facts;
+}
+
+Findings Measure(const Pictures& pictures, RLERegion* region, const std::vector<BlobFeature>& blobs,
+                 const std::vector<int>& numbers) {
+  Findings findings{.key = "blobs"};
+  findings.columns = {{"n", "n"},         {"area", "area"},   {"x", "x"},
+                      {"y", "y"},         {"width", "width"}, {"height", "height"},
+                      {"angle", "angle"}, {"mean", "mean", 1}};
+  for (const char* side : {"left", "top", "right", "bottom"}) {
+    findings.columns.push_back({side, side, 0, Shown::kInText});
+  }
+  if (pictures.colour.bits) {
+    for (const char* channel : {"red", "green", "blue"}) {
+      findings.columns.push_back({channel, channel, 1, Shown::kNowhere});
+    }
+  }
+  for (const char* corner : {"x1", "y1", "x2", "y2", "x3", "y3", "x4", "y4"}) {
+    findings.columns.push_back({corner, corner, 2, Shown::kNowhere});
+  }
+
+  for (size_t i = 0; i < blobs.size(); ++i) {
+    const BlobFeature& blob = blobs[i];
+    int bound[4] = {};
+    IxGetnBlobBound(region, numbers[i], bound);
+    const auto [left, right, top, bottom] = bound;
+    std::vector<Cell> row = {
+        int64_t{numbers[i]}, int64_t{blob.area},
+        blob.centreX,        blob.centreY,
+        Single(blob.width),  Single(blob.height),
+        Single(blob.angle),  IxGetnBlobGrayMean(&pictures.grey, region, numbers[i]),
+        int64_t{left},       int64_t{top},
+        int64_t{right},      int64_t{bottom}};
+    if (pictures.colour.bits) {
+      double mean[3] = {};
+      IxGetnBlobColorMean(&pictures.colour, region, numbers[i], mean);
+      row.insert(row.end(), std::begin(mean), std::end(mean));
+    }
+    for (const float corner : blob.corners) row.push_back(Single(corner));
+    findings.rows.push_back(std::move(row));
+  }
+  return findings;
+}
+
+void Draw(const Options& options, const Pictures& pictures, const std::vector<int>& regionPoints,
+          RLERegion* region, const std::vector<BlobFeature>& blobs, const std::vector<int>& numbers,
+          const Findings& findings) {
+  constexpr size_t kMostNumbers = 150;  // more of them hide the picture, until they are asked for
+  enum { kBox, kRectangle, kCentre, kNumber, kRegion };
+  Report report{.title = "Blobs of " + std::filesystem::path(options.image).filename().string(),
+                .layers = {{"Outline box", Tone::kCyan},
+                           {"Minimum rectangle", Tone::kAmber},
+                           {"Centre", Tone::kMagenta},
+                           {"Number", Tone::kWhite, blobs.size() <= kMostNumbers}}};
+  Picture& picture = report.pictures.emplace_back(
+      pictures.colour.bits ? Picture("", pictures.colour) : Picture("", pictures.grey));
+  if (!options.polygon.empty()) {
+    report.layers.push_back({"Region", Tone::kGreen});
+    std::vector<Point> outline;
+    for (size_t i = 0; i < regionPoints.size(); i += 2) {
+      outline.push_back(
+          {static_cast<double>(regionPoints[i]), static_cast<double>(regionPoints[i + 1])});
+    }
+    picture.Polygon({kRegion}, outline);
+  }
+  for (size_t i = 0; i < blobs.size(); ++i) {
+    const BlobFeature& blob = blobs[i];
+    const int row = static_cast<int>(i);
+    int bound[4] = {};
+    IxGetnBlobBound(region, numbers[i], bound);
+    const auto [left, right, top, bottom] = bound;
+    Point corners[4];
+    for (size_t c = 0; c < 4; ++c) corners[c] = {blob.corners[2 * c], blob.corners[2 * c + 1]};
+    picture.Box({kBox, row}, left, top, right, bottom);
+    picture.Polygon({kRectangle, row}, corners);
+    picture.Cross({kCentre, row}, {blob.centreX, blob.centreY});
+    picture.Label({kNumber, row}, {left - 0.5, top - 1.0}, std::to_string(numbers[i]));
+  }
+  WriteReport(options.output.report, report, findings);
+}
+
+// White where the region's picture was labelled from, for a look at what the band and the filling
+// did.
+void WriteBinary(const std::string& path, const GreyImage& image, GreyImage& binary) {
+  GreyImage shown;
+  shown.Create(image.width, image.height);
+  if (!shown.bits) throw Failure("no memory for a binary picture");
+  for (int y = 0; y < shown.height; ++y) {
+    for (int x = 0; x < shown.width; ++x) shown.rows[y][x] = binary.rows[y][x] ? 255 : 0;
+  }
+  WriteImage(path, shown);
+}
+
+void Run(const Options& options) {
+  Pictures pictures;
+  ReadImage(options.image, pictures.grey, pictures.colour);
+  const std::vector<int> points = RegionPoints(options, pictures.grey);
+  const Band band = ChooseBand(options, pictures.grey);
+  Region region;
+  GreyImage binary;
+  MakeBinary(pictures.grey, band, binary);
+  if (options.fillHoles) FillHoles(region, binary);
+  if (!options.binary.empty()) WriteBinary(options.binary, pictures.grey, binary);
+
+  IxPointToRegion(region, points.data(), static_cast<int>(points.size() / 2));
+  const double share = LabelAll(region, pictures.grey, binary);
+  IxComputeAllBlobFeature(region);
+  const std::vector<BlobFeature> all = SelectedBlobs(region);
+  Select(options, region);
+  const std::vector<BlobFeature> blobs = SelectedBlobs(region);
+  const std::vector<int> numbers = NumbersOf(blobs, all);
+
+  Findings findings = Measure(pictures, region, blobs, numbers);
+  findings.facts = Facts(options, pictures, band, region, share, all.size(), blobs);
+  Print(options.output, findings);
+  if (!options.output.report.empty()) {
+    Draw(options, pictures, points, region, blobs, numbers, findings);
+  }
+}
+
+// ---- the command --------------------------------------------------------------------------------
+
+void AddBounds(CLI::App& command, const std::string& what, const std::string& text,
+               Bounds& bounds) {
+  const CLI::Range range(0, INT_MAX);
+  command.add_option("--min-" + what, bounds.min, "keep " + text + " of at least this")
+      ->type_name("N")
+      ->check(range);
+  command.add_option("--max-" + what, bounds.max, "keep " + text + " of at most this")
+      ->type_name("N")
+      ->check(range);
+}
+
+void CheckOrder(const std::string& what, const Bounds& bounds) {
+  if (bounds.min <= bounds.max) return;
+  throw CLI::ValidationError("--min-" + what, "Value " + std::to_string(bounds.min) +
+                                                  " is above --max-" + what + " " +
+                                                  std::to_string(bounds.max));
+}
+
+void AddBlobs(CLI::App& app) {
+  auto options = std::make_shared<Options>();
+  CLI::App* command = app.add_subcommand(
+      "blobs", "Count, measure and select the connected groups of bright or dark pixels");
+  AddPictureToRead(*command, "IMAGE", options->image);
+  CLI::Option* band =
+      command->add_option("--band", options->band, "pixels of grey LOW to HIGH, both included")
+          ->expected(2)
+          ->type_name("LOW HIGH")
+          ->check(CLI::Range(0, 255));
+  command
+      ->add_flag("--otsu", options->otsu,
+                 "pixels above the level that separates dark and bright best (default)")
+      ->excludes(band);
+  command->add_flag("--dark", options->dark, "pixels at or below that level instead")
+      ->excludes(band);
+  command->add_flag("--fill-holes", options->fillHoles, "count what blobs enclose as theirs");
+  constexpr int kMostPoints = 100'000;
+  command->add_option("--polygon", options->polygon, "only inside this polygon, boundary included")
+      ->expected(3, kMostPoints)
+      ->type_name("X,Y X,Y X,Y ...");
+  AddBounds(*command, "area", "blobs of an area", options->area);
+  AddBounds(*command, "width", "blobs of a turned rectangle with a width", options->width);
+  AddBounds(*command, "height", "blobs of a turned rectangle with a height", options->height);
+  command->add_option("--center-x", options->centreX, "keep blobs whose mean column is within")
+      ->expected(2)
+      ->type_name("MIN MAX");
+  command->add_option("--center-y", options->centreY, "keep blobs whose mean row is within")
+      ->expected(2)
+      ->type_name("MIN MAX");
+  command->add_option("--binary", options->binary, "write what was labelled in white (.png, .bmp)")
+      ->type_name("FILE");
+  AddOutputOptions(*command, options->output);
+  command->callback([options] {
+    CheckOrder("area", options->area);
+    CheckOrder("width", options->width);
+    CheckOrder("height", options->height);
+    Run(*options);
+  });
+}
+
+}  // namespace
+
+const Family kBlobs = {"blobs", AddBlobs, kOperations};
+
+}  // namespace quillon::app

@@ -1,0 +1,77 @@
+// quillon sample: pictures to try the other commands on, drawn here, with the truth about them.
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <nlohmann/json.hpp>
+
+#include "commands.h"
+#include "errors.h"
+#include "image_files.h"
+#include "options.h"
+#include "tray.h"
+
+namespace quillon::app {
+namespace {
+
+constexpr int kWidth = 1200, kHeight = 900;
+
+// The truth in the form in which `quillon blobs --json` prints what it found.
+nlohmann::ordered_json Truth(uint32_t seed, const std::vector<DrawnPart>& parts) {
+  Findings findings{
+      .key = "blobs",
+      .facts = {{"image", "", "tray.png"},
+                {"seed", "", int64_t{seed}},
+                {"width", "", int64_t{kWidth}},
+                {"height", "", int64_t{kHeight}},
+                {"low", "", int64_t{kPartLevel}},
+                {"high", "", int64_t{255}}},
+      .columns = {
+          {"kind"}, {"area"}, {"x"}, {"y"}, {"left"}, {"top"}, {"right"}, {"bottom"}, {"degrees"}}};
+  for (const DrawnPart& part : parts) {
+    findings.rows.push_back({part.kind, part.area, part.x, part.y, int64_t{part.left},
+                             int64_t{part.top}, int64_t{part.right}, int64_t{part.bottom},
+                             part.degrees});
+  }
+  return ToJson(findings);
+}
+
+void WriteText(const std::string& path, const std::string& text) {
+  std::ofstream file(path, std::ios::binary);
+  file << text;
+  if (!file.flush()) throw Failure("cannot write '" + path + "'");
+}
+
+void DrawSamples(const std::string& folder, uint32_t seed) {
+  std::error_code error;
+  std::filesystem::create_directories(folder, error);
+  if (error) throw Failure("cannot make folder '" + folder + "': " + error.message());
+  ColourImage image;
+  std::vector<DrawnPart> parts;
+  DrawTray(seed, kWidth, kHeight, image, parts);
+  WriteImage(folder + "/tray.png", image);
+  WriteText(folder + "/tray.json", Truth(seed, parts).dump(2) + '\n');
+  DrawBracket(image);
+  WriteImage(folder + "/bracket.png", image);
+}
+
+void AddSample(CLI::App& app) {
+  struct Options {
+    std::string folder;
+    uint32_t seed = 1;
+  };
+  auto options = std::make_shared<Options>();
+  CLI::App* command = app.add_subcommand(
+      "sample",
+      "Draw a tray of parts (tray.png), one part of it (bracket.png) and the truth about "
+      "them (tray.json)");
+  command->add_option("OUTDIR", options->folder, "folder for the files; made if missing")
+      ->required();
+  command->add_option("--seed", options->seed, "other numbers, other trays")->capture_default_str();
+  command->callback([options] { DrawSamples(options->folder, options->seed); });
+}
+
+}  // namespace
+
+const Family kSample = {"sample", AddSample, {}};
+
+}  // namespace quillon::app

@@ -1,0 +1,128 @@
+// What the host answers to wrong usage, files that cannot be read or written, and what it lists.
+#include <gtest/gtest.h>
+
+#include "cli/host.h"
+#include "image_files.h"
+#include "support/images.h"
+
+namespace quillon::test {
+namespace {
+
+TEST(Commands, ErrorsNameWhatIsWrongAndItsLimit) {
+  const Scratch scratch;
+  GreyImage image;
+  Fill(image, 20, 10, Content::kNoise);
+  const std::string in = scratch / "in.png", out = scratch / "out.png";
+  app::WriteImage(in, image);
+  const std::string missing = scratch / "missing.png";
+  const std::string nowhere = scratch / "no-such-folder/out.png";
+
+  struct Case {
+    std::vector<std::string> arguments;
+    int exitCode;
+    std::vector<std::string> words;  // of the message
+  };
+  const Case cases[] = {
+      {{}, 2, {"subcommand"}},
+      {{"nonsense"}, 2, {"nonsense"}},
+      {{"blobs"}, 2, {"IMAGE"}},
+      {{"blobs", in, "--nonsense"}, 2, {"--nonsense"}},
+      {{"blobs", in, "--band", "3"}, 2, {"--band", "2", "1"}},
+      {{"blobs", in, "--band", "3", "256"}, 2, {"--band", "256", "255"}},
+      {{"blobs", in, "--band", "3", "x"}, 2, {"--band", "x"}},
+      {{"blobs", in, "--band", "1", "2", "--dark"}, 2, {"--band", "--dark"}},
+      {{"blobs", in, "--json", "--csv"}, 2, {"--json", "--csv"}},
+      {{"blobs", in, "--min-area", "-1"}, 2, {"--min-area", "-1", "0"}},
+      {{"blobs", in, "--min-area", "9", "--max-area", "8"}, 2, {"--min-area", "9", "--max-area 8"}},
+      {{"blobs", in, "--min-width", "9", "--max-width", "8"}, 2, {"--min-width", "9", "8"}},
+      {{"blobs", in, "--polygon", "1,2", "3,4"}, 2, {"--polygon", "3", "2"}},
+      {{"blobs", in, "--polygon", "1,2", "3,4", "5;6"}, 2, {"--polygon", "'5;6'", "32767"}},
+      {{"blobs", in, "--polygon", "1,2", "3,4", "5,6x"}, 2, {"--polygon", "'5,6x'"}},
+      {{"blobs", in, "--polygon", "1,2", "3,4", "5,-32768"}, 2, {"'5,-32768'", "-32767"}},
+      {{"threshold", in, out}, 2, {"--above", "--between"}},
+      {{"threshold", in, out, "--above", "256"}, 2, {"--above", "256", "255"}},
+      {{"blobs", missing}, 1, {missing}},
+      {{"gray", missing, out}, 1, {missing}},
+      {{"gray", scratch / "", out}, 1, {"cannot"}},
+      {{"gray", in, scratch / "out.gif"}, 1, {"out.gif", ".png", ".bmp"}},
+      {{"gray", in, nowhere}, 1, {nowhere}},
+      {{"blobs", in, "--report", nowhere}, 1, {nowhere}},
+      {{"blobs", in, "--binary", nowhere}, 1, {nowhere}},
+      {{"sample", in + "/folder"}, 1, {in + "/folder"}},
+      {{"list", "no operation is called that"}, 1, {"no operation is called that"}},
+  };
+  for (const Case& test : cases) {
+    std::string line = "quillon";
+    for (const std::string& argument : test.arguments) line += " " + argument;
+    const Answer answer = Quillon(test.arguments);
+    EXPECT_EQ(answer.exitCode, test.exitCode) << line << '\n' << answer.err;
+    for (const std::string& word : test.words) {
+      EXPECT_NE(answer.err.find(word), std::string::npos) << line << "\nlacks " << word << ":\n"
+                                                          << answer.err;
+    }
+    EXPECT_FALSE(std::filesystem::exists(out)) << line;
+  }
+  EXPECT_EQ(Quillon({"--help"}).exitCode, 0);
+  EXPECT_EQ(Quillon({"--version"}).out, QUILLON_VERSION "\n");
+}
+
+TEST(Commands, DamagedPicturesAreRefusedByName) {
+  const Scratch scratch;
+  GreyImage image;
+  Fill(image, 90, 70, Content::kNoise);
+  app::WriteImage(scratch / "good.png", image);
+  app::WriteImage(scratch / "good.bmp", image);
+  const std::string png = ReadText(scratch / "good.png"), bmp = ReadText(scratch / "good.bmp");
+  std::string huge = png;
+  huge.replace(16, 8, "\x7f\xff\xff\xff\x7f\xff\xff\xff", 8);  // width and height of the header
+
+  const std::pair<const char*, std::string> files[] = {
+      {"empty.png", ""},
+      {"letter.png", "x"},
+      {"signature.png", png.substr(0, 8)},
+      {"header.png", png.substr(0, 33)},
+      {"half.png", png.substr(0, png.size() / 2)},
+      {"huge.png", huge},
+      {"header.bmp", bmp.substr(0, 30)},
+      {"text.jpg", "this is not a picture"},
+      {"header.jpg", "\xFF\xD8\xFF\xE0"},
+      {"short.pgm", "P5 1000000000 1000000000 255 x"},
+      {"broken.pgm", "P5 10"},
+  };
+  for (const auto& [name, bytes] : files) {
+    WriteText(scratch / name, bytes);
+    const Answer answer = Quillon({"blobs", scratch / name});
+    EXPECT_EQ(answer.exitCode, 1) << name << '\n' << answer.out;
+    EXPECT_NE(answer.err.find(name), std::string::npos) << answer.err;
+    EXPECT_EQ(answer.out, "") << name;
+  }
+
+  // A byte that is wrong may pass unseen, but never ends the program.
+  Random random(1);
+  for (int i = 0; i < 24; ++i) {
+    std::string bytes = i % 2 ? png : bmp;
+    const int last = std::min(static_cast<int>(bytes.size()) - 1, i < 12 ? 60 : 5000);
+    for (int n = 0; n < 3; ++n) bytes[random.Within(0, last)] = static_cast<char>(random.Next());
+    WriteText(scratch / "flipped", bytes);
+    const int exitCode = Quillon({"gray", scratch / "flipped", scratch / "out.png"}).exitCode;
+    EXPECT_TRUE(exitCode == 0 || exitCode == 1) << exitCode << " for file " << i;
+  }
+}
+
+TEST(Commands, ListNamesExportedFunctionsAndCommandsThatExist) {
+  const std::string exported = ReadText(InProgramFolder("quillon.def"));
+  const std::string help = Quillon({"--help"}).out;
+  const auto operations = QuillonJson({"list"})["operations"];
+  EXPECT_GT(operations.size(), 20u);
+  for (const auto& operation : operations) {
+    const std::string name = operation["operation"], command = operation["command"];
+    EXPECT_NE(exported.find("\n  " + name), std::string::npos) << name << " is not exported";
+    if (command == "(for programs)") continue;
+    const std::string first = command.substr(0, command.find(' '));
+    EXPECT_NE(help.find("\n  " + first + " "), std::string::npos) << "no command " << first;
+  }
+  EXPECT_EQ(QuillonJson({"list", "otsuTHRESHOLD"})["operations"].size(), 1u);
+}
+
+}  // namespace
+}  // namespace quillon::test

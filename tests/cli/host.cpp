@@ -1,0 +1,113 @@
+#include "cli/host.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+
+#ifndef _WIN32
+#include <sys/wait.h>
+#endif
+
+namespace quillon::test {
+namespace {
+
+std::filesystem::path programFolder;
+
+// Arguments of tests hold no quotes of their own.
+std::string Quoted(const std::string& text) { return '"' + text + '"'; }
+
+int RunShell(const std::string& command) {
+#ifdef _WIN32
+  // The shell takes away the outermost quotes.
+  return std::system(Quoted(command).c_str());
+#else
+  const int status = std::system(command.c_str());
+  return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+#endif
+}
+
+}  // namespace
+
+Scratch::Scratch() {
+  static int made = 0;
+  const auto* test = testing::UnitTest::GetInstance()->current_test_info();
+  folder_ = programFolder / ("scratch-" + std::string(test->name()) + "-" + std::to_string(made++));
+  std::filesystem::remove_all(folder_);
+  std::filesystem::create_directories(folder_);
+}
+
+Scratch::~Scratch() {
+  std::error_code ignored;
+  std::filesystem::remove_all(folder_, ignored);
+}
+
+void SetProgramFolder(const char* testProgram) {
+  programFolder = std::filesystem::absolute(testProgram).parent_path();
+}
+
+std::string InProgramFolder(const std::string& name) { return (programFolder / name).string(); }
+
+Answer Quillon(const std::vector<std::string>& arguments) {
+#ifdef _WIN32
+  const char* const name = "quillon.exe";
+#else
+  const char* const name = "quillon";
+#endif
+  const Scratch streams;
+  std::string command = Quoted((programFolder / name).string());
+  for (const std::string& argument : arguments) command += " " + Quoted(argument);
+  const std::string out = streams / "out", err = streams / "err";
+  const int exitCode = RunShell(command + " >" + Quoted(out) + " 2>" + Quoted(err));
+  return {exitCode, ReadText(out), ReadText(err)};
+}
+
+nlohmann::json QuillonJson(std::vector<std::string> arguments) {
+  arguments.push_back("--json");
+  const Answer answer = Quillon(arguments);
+  EXPECT_EQ(answer.exitCode, 0) << answer.err;
+  auto json = nlohmann::json::parse(answer.out, nullptr, false);
+  EXPECT_FALSE(json.is_discarded()) << answer.out;
+  return json;
+}
+
+std::string ReadText(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  EXPECT_TRUE(file) << path;
+  std::string text{std::istreambuf_iterator<char>(file), {}};
+  std::erase(text, '\r');  // Windows ends the lines of standard output its own way
+  return text;
+}
+
+void WriteText(const std::string& path, const std::string& text) {
+  std::ofstream file(path, std::ios::binary);
+  file << text;
+  ASSERT_TRUE(file.flush()) << path;
+}
+
+std::vector<std::vector<std::string>> ParseCsv(const std::string& text) {
+  std::vector<std::vector<std::string>> records;
+  std::vector<std::string> record;
+  std::string field;
+  bool quoted = false;
+  for (size_t i = 0; i < text.size(); ++i) {
+    const char c = text[i];
+    if (c == '"') {
+      const bool twice = quoted && i + 1 < text.size() && text[i + 1] == '"';
+      if (twice) field += text[i++];
+      if (!twice) quoted = !quoted;
+    } else if (!quoted && (c == ',' || c == '\n')) {
+      record.push_back(std::move(field));
+      field.clear();
+      if (c == '\n') records.push_back(std::move(record)), record.clear();
+    } else {
+      field += c;
+    }
+  }
+  EXPECT_FALSE(quoted) << "a quote stays open";
+  EXPECT_TRUE(field.empty() && record.empty()) << "the last line does not end";
+  return records;
+}
+
+}  // namespace quillon::test

@@ -1,0 +1,45 @@
+// Running the built command-line host, as a user does.
+#pragma once
+
+#include <filesystem>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+namespace quillon::test {
+
+// A folder of the running test alone, removed with the object.
+class Scratch {
+ public:
+  Scratch();
+  ~Scratch();
+  Scratch(const Scratch&) = delete;
+  Scratch& operator=(const Scratch&) = delete;
+  std::string operator/(const std::string& name) const { return (folder_ / name).string(); }
+
+ private:
+  std::filesystem::path folder_;
+};
+
+struct Answer {
+  int exitCode;
+  std::string out, err;
+};
+
+// The folder of the test program, where the host's program and its library lie.
+void SetProgramFolder(const char* testProgram);
+std::string InProgramFolder(const std::string& name);
+
+// Runs the host with these arguments.
+Answer Quillon(const std::vector<std::string>& arguments);
+
+// The same, for a command that prints JSON; a failure shows what it printed instead.
+nlohmann::json QuillonJson(std::vector<std::string> arguments);
+
+std::string ReadText(const std::string& path);
+void WriteText(const std::string& path, const std::string& text);
+
+// The records of a CSV text, quotes resolved; the first holds the names.
+std::vector<std::vector<std::string>> ParseCsv(const std::string& text);
+
+}  // namespace quillon::test

@@ -1,0 +1,133 @@
+// The printed forms of findings: text, JSON, CSV and the report page.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+#include <nlohmann/json.hpp>
+#include <sstream>
+
+#include "cli/host.h"
+#include "report.h"
+#include "table.h"
+
+namespace quillon::test {
+namespace {
+
+using app::Cell;
+using app::Findings;
+
+// Everything that needs care: quotes, line breaks, commas, markup, letters of two bytes, numbers
+// that no short decimal holds, and what is not known.
+Findings Awkward() {
+  Findings findings{.key = "things"};
+  findings.facts = {{"file", "File", "a \"b\", <c>&'d'"}, {"hidden", "", int64_t{7}}};
+  findings.columns = {{"n", "n"},
+                      {"kind", "kind"},
+                      {"value", "value", 3},
+                      {"corner", "corner", 2, app::Shown::kNowhere}};
+  findings.rows = {{int64_t{0}, "plain", 1.0 / 3, 0.1},
+                   {int64_t{-12}, "a,b \"c\"\nd", -0.0001, app::Single(0.1f)},
+                   {int64_t{3}, "Größe", std::nan(""), std::numeric_limits<double>::infinity()},
+                   {int64_t{4}, "<script>", Cell{}, 1e300}};
+  return findings;
+}
+
+TEST(Output, TextIsAlignedAndRounded) {
+  std::ostringstream out;
+  Findings findings = Awkward();
+  findings.rows[1][1] = "longer word";
+  app::PrintText(findings, out);
+  EXPECT_EQ(out.str(),
+            "File  a \"b\", <c>&'d'\n"
+            "\n"
+            "  n  kind         value\n"
+            "  0  plain        0.333\n"
+            "-12  longer word  0.000\n"
+            "  3  Größe\n"
+            "  4  <script>\n");
+}
+
+TEST(Output, CsvAndJsonHoldTheSameValues) {
+  const Findings findings = Awkward();
+  std::ostringstream out;
+  app::PrintCsv(findings, out);
+  const auto records = ParseCsv(out.str());
+  const auto json = app::ToJson(findings);
+  EXPECT_EQ(json["file"], "a \"b\", <c>&'d'");
+  EXPECT_EQ(json["hidden"], 7);
+  ASSERT_EQ(records.size(), findings.rows.size() + 1);
+  ASSERT_EQ(json["things"].size(), findings.rows.size());
+  for (size_t row = 0; row < findings.rows.size(); ++row) {
+    ASSERT_EQ(records[row + 1].size(), findings.columns.size()) << row;
+    for (size_t c = 0; c < findings.columns.size(); ++c) {
+      const std::string& name = records[0][c];
+      EXPECT_EQ(name, findings.columns[c].key);
+      const std::string& field = records[row + 1][c];
+      // Reading the text back, JSON with it, gives the very same number.
+      const auto value = nlohmann::json::parse(json["things"][row][name].dump());
+      if (value.is_null()) {
+        EXPECT_EQ(field, "");
+      } else if (value.is_string()) {
+        EXPECT_EQ(field, value.get<std::string>());
+      } else {
+        EXPECT_EQ(std::stod(field), value.get<double>()) << name << " of row " << row;
+      }
+    }
+  }
+  EXPECT_EQ(json["things"][0]["value"].get<double>(), 1.0 / 3);
+  EXPECT_EQ(json["things"][1]["corner"].get<double>(), 0.1);
+}
+
+size_t Count(const std::string& text, const std::string& part) {
+  size_t count = 0;
+  for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++count;
+  return count;
+}
+
+TEST(Output, ReportHoldsEveryRowAndDrawingAndNothingFromElsewhere) {
+  const Findings findings = Awkward();
+  GreyImage grey;
+  grey.Create(40, 30);
+  ColourImage colour;
+  colour.Create(3, 2);
+  app::Report report{
+      .title = "Title <of> \"all\"",
+      .layers = {{"Layer & more", app::Tone::kCyan}, {"Off", app::Tone::kRed, false}}};
+  report.pictures.emplace_back("before <x>", grey);
+  report.pictures.emplace_back("after", colour);
+  for (int row = 0; row < 4; ++row) {
+    report.pictures[0].Box({0, row}, row, row, row + 2, row + 3);
+    report.pictures[1].Label({1, row}, {1, 1}, "<" + std::to_string(row) + ">");
+  }
+  const app::Point points[] = {{1, 2}, {3.25, 4}, {5, std::nan("")}};
+  report.pictures[0].Polygon({0}, points);
+  report.pictures[0].Dots({1, 2}, points);
+  report.pictures[0].Cross({0, 3}, {20, 10});
+  report.pictures[0].TurnedBox({0, 0}, {10, 20}, 8, 4, 90);
+  const std::string page = app::RenderReport(report, findings);
+
+  for (int row = 0; row < 4; ++row) {
+    const std::string mark = " data-row='" + std::to_string(row) + "'>";
+    EXPECT_EQ(Count(page, "<tr" + mark), 1u) << row;
+    EXPECT_EQ(Count(page, "<g" + mark), 2u) << row;
+    EXPECT_EQ(Count(page, "<rect x='" + std::to_string(row - 1) + ".5'"), row > 0 ? 1u : 0u);
+  }
+  EXPECT_EQ(Count(page, "<rect x='-0.5' y='-0.5' width='3' height='4'/>"), 1u);
+  EXPECT_EQ(Count(page, "points='12,16 12,24 8,24 8,16 '"), 1u) << "turned by 90 degrees";
+  EXPECT_EQ(Count(page, "points='1,2 3.25,4 5,0 '"), 1u);
+  EXPECT_EQ(Count(page, "M1 2h0M3.25 4h0"), 1u);
+  EXPECT_EQ(Count(page, "data:image/png;base64,"), 2u);
+  EXPECT_EQ(Count(page, "href="), 2u);
+  EXPECT_EQ(Count(page, "src="), 0u);
+  EXPECT_EQ(Count(page, "http"), 0u);
+  EXPECT_EQ(Count(page, "<script>"), 1u);
+  EXPECT_EQ(Count(page, "&lt;script&gt;"), 3u) << "in the table, and in a tip on each picture";
+  EXPECT_EQ(Count(page, "Title &lt;of&gt; &quot;all&quot;"), 2u);
+  EXPECT_EQ(Count(page, "before &lt;x&gt;"), 1u);
+  EXPECT_EQ(Count(page, "a &quot;b&quot;, &lt;c&gt;&amp;&#39;d&#39;"), 1u);
+  EXPECT_EQ(Count(page, "Layer &amp; more"), 1u);
+  EXPECT_EQ(Count(page, "hidden"), 0u);
+}
+
+}  // namespace
+}  // namespace quillon::test
