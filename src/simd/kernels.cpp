@@ -22,6 +22,7 @@ namespace {
     .pyramid = name::pyramid,           \
     .geomatch = name::geomatch,         \
     .correlation = name::correlation,   \
+    .colour = name::colour,             \
   }
 // clang-format on
 

@@ -8,6 +8,7 @@
 #include "arith/rotation_kernels.h"
 #include "arith/scaling_kernels.h"
 #include "blob/runs_kernels.h"
+#include "color/colour_kernels.h"
 #include "core/grey_kernels.h"
 #include "filters/gradient_kernels.h"
 #include "filters/median_kernels.h"
@@ -37,6 +38,7 @@ struct Kernels {
   const PyramidKernels& pyramid;
   const GeomatchKernels& geomatch;
   const CorrelationKernels& correlation;
+  const ColourKernels& colour;
 };
 
 // The widest level that this processor and its operating system run. A few bit tests, no state.

@@ -235,6 +235,24 @@ QUILLON_INLINE V ReciprocalEstimate(V v) {
   }
 }
 
+// The square root of float lanes, correctly rounded.
+template <class V>
+QUILLON_INLINE V SquareRoot(V v) {
+  if constexpr (sizeof(V) > kVectorBytes) {
+    return Join(SquareRoot(Low(v)), SquareRoot(High(v)));
+  } else if constexpr (sizeof(V) == 16) {
+    return BitCast<V>(_mm_sqrt_ps(BitCast<__m128>(v)));
+#if QUILLON_AVX2
+  } else if constexpr (sizeof(V) == 32) {
+    return BitCast<V>(_mm256_sqrt_ps(BitCast<__m256>(v)));
+#endif
+#if QUILLON_AVX512
+  } else {
+    return BitCast<V>(_mm512_maskz_sqrt_ps(0xFFFF, BitCast<__m512>(v)));
+#endif
+  }
+}
+
 // One bit per byte lane: its top bit. Lane 0 is bit 0.
 template <class V>
 QUILLON_INLINE uint64_t MoveMask(V v) {
