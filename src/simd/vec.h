@@ -317,68 +317,27 @@ QUILLON_INLINE auto PackLanes(V a, V b) {
   }
 }
 
-// a[0] * b[0] + a[1] * b[1], a[2] * b[2] + a[3] * b[3] ... on signed 16-bit lanes.
-template <class V>
-QUILLON_INLINE I32<sizeof(V) / 4> DotPairs(V a, V b) {
-  if constexpr (sizeof(V) > kVectorBytes) {
+// a[0] * b[0] + a[1] * b[1], a[2] * b[2] + a[3] * b[3] ... of unsigned by signed bytes; the sums
+// lie within 16 bits.
+template <class A, class B>
+QUILLON_INLINE I16<sizeof(A) / 2> DotPairs(A a, B b) {
+  static_assert(std::is_same_v<A, U8<sizeof(A)>> && std::is_same_v<B, I8<sizeof(A)>>);
+  if constexpr (sizeof(A) > kVectorBytes) {
     return Join(DotPairs(Low(a), Low(b)), DotPairs(High(a), High(b)));
-  } else if constexpr (sizeof(V) == 16) {
-    return BitCast<I32<4>>(_mm_madd_epi16(BitCast<__m128i>(a), BitCast<__m128i>(b)));
 #if QUILLON_AVX2
-  } else if constexpr (sizeof(V) == 32) {
-    return BitCast<I32<8>>(_mm256_madd_epi16(BitCast<__m256i>(a), BitCast<__m256i>(b)));
+  } else if constexpr (sizeof(A) == 16) {
+    return BitCast<I16<8>>(_mm_maddubs_epi16(BitCast<__m128i>(a), BitCast<__m128i>(b)));
+  } else if constexpr (sizeof(A) == 32) {
+    return BitCast<I16<16>>(_mm256_maddubs_epi16(BitCast<__m256i>(a), BitCast<__m256i>(b)));
 #endif
 #if QUILLON_AVX512
+  } else if constexpr (sizeof(A) == 64) {
+    return BitCast<I16<32>>(_mm512_maddubs_epi16(BitCast<__m512i>(a), BitCast<__m512i>(b)));
+#endif
   } else {
-    return BitCast<I32<16>>(_mm512_madd_epi16(BitCast<__m512i>(a), BitCast<__m512i>(b)));
-#endif
-  }
-}
-
-// Within each 16 bytes, the lower and the upper four 16-bit lanes of a and b in turn: a0 b0 a1 b1
-// ...; and 32-bit lanes of such halves as signed 16-bit lanes in their old order.
-template <class V>
-QUILLON_INLINE V ZipLow(V a, V b) {
-  if constexpr (sizeof(V) == 16) {
-    return BitCast<V>(_mm_unpacklo_epi16(BitCast<__m128i>(a), BitCast<__m128i>(b)));
-#if QUILLON_AVX2
-  } else if constexpr (sizeof(V) == 32) {
-    return BitCast<V>(_mm256_unpacklo_epi16(BitCast<__m256i>(a), BitCast<__m256i>(b)));
-#endif
-#if QUILLON_AVX512
-  } else {
-    return BitCast<V>(_mm512_unpacklo_epi16(BitCast<__m512i>(a), BitCast<__m512i>(b)));
-#endif
-  }
-}
-
-template <class V>
-QUILLON_INLINE V ZipHigh(V a, V b) {
-  if constexpr (sizeof(V) == 16) {
-    return BitCast<V>(_mm_unpackhi_epi16(BitCast<__m128i>(a), BitCast<__m128i>(b)));
-#if QUILLON_AVX2
-  } else if constexpr (sizeof(V) == 32) {
-    return BitCast<V>(_mm256_unpackhi_epi16(BitCast<__m256i>(a), BitCast<__m256i>(b)));
-#endif
-#if QUILLON_AVX512
-  } else {
-    return BitCast<V>(_mm512_unpackhi_epi16(BitCast<__m512i>(a), BitCast<__m512i>(b)));
-#endif
-  }
-}
-
-template <class V>
-QUILLON_INLINE I16<sizeof(V) / 2> PackZipped(V low, V high) {
-  if constexpr (sizeof(V) == 16) {
-    return BitCast<I16<8>>(_mm_packs_epi32(BitCast<__m128i>(low), BitCast<__m128i>(high)));
-#if QUILLON_AVX2
-  } else if constexpr (sizeof(V) == 32) {
-    return BitCast<I16<16>>(_mm256_packs_epi32(BitCast<__m256i>(low), BitCast<__m256i>(high)));
-#endif
-#if QUILLON_AVX512
-  } else {
-    return BitCast<I16<32>>(_mm512_packs_epi32(BitCast<__m512i>(low), BitCast<__m512i>(high)));
-#endif
+    using Sums = I16<sizeof(A) / 2>;
+    return BitCast<Sums>(EvenBytes(a)) * (BitCast<Sums>(b) << 8 >> 8) +
+           BitCast<Sums>(OddBytes(a)) * (BitCast<Sums>(b) >> 8);
   }
 }
 
