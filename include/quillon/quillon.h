@@ -509,6 +509,17 @@ QUILLON_API void QUILLON_CALL IxDistortionPreCalculate(GreyImage* image);
 // multiple of 4 they are also sheared. 1 when corrected; 0 without coefficients, map or pixels.
 QUILLON_API uint8_t QUILLON_CALL IxDistortionCalibrate(GreyImage* image);
 
+// The sum of the window's pixels, each times its weight in `kernel` (9, 25 or 49 of them, row by
+// row; the first one belongs to the top left neighbour), divided by the sum of the weights where
+// that is positive, truncated toward zero and clamped to 0 ... 255. Any weights: sums are exact. A
+// null kernel: nothing happens.
+QUILLON_API void QUILLON_CALL IxArbitraryConvolution3x3(const GreyImage* source, GreyImage* result,
+                                                        const int* kernel);
+QUILLON_API void QUILLON_CALL IxArbitraryConvolution5x5(const GreyImage* source, GreyImage* result,
+                                                        const int* kernel);
+QUILLON_API void QUILLON_CALL IxArbitraryConvolution7x7(const GreyImage* source, GreyImage* result,
+                                                        const int* kernel);
+
 // ---- image pyramid ------------------------------------------------------------------------------
 
 // The image reduced by 16, re-creating `result` at width / 16 x height / 16: a pixel is the sum of

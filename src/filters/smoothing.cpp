@@ -55,7 +55,7 @@ void SlideDown(const GreyImage& source, GreyImage& result, int size, const Move&
   if (!nothing) return;
   const int radius = size / 2;
   for (int y = 0; y < size - 1; ++y) move(source.rows[y], nothing.data());
-  FilterInnerRows(source, result, radius, size + 1,
+  FilterInnerRows(source, result, radius, source.width, size + 1,
                   [&](const SourceRows& rows, int y, uint8_t* out) {
                     move(rows[y + radius], y > radius ? rows[y - radius - 1] : nothing.data());
                     writeRow(out);

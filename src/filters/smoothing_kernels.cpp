@@ -62,7 +62,8 @@ QUILLON_INLINE Lanes WeighedPairs(U8<kBlock> bytes) {
   } else if constexpr (a == 0 && b == 1) {
     return OddBytes(bytes);
   } else {
-    return BitCast<Lanes>(DotPairs(bytes, BitCast<I8<kBlock>>(Splat<int16_t, kLanes>(a | b << 8))));
+    return BitCast<Lanes>(
+        DotBytePairs(bytes, BitCast<I8<kBlock>>(Splat<int16_t, kLanes>(a | b << 8))));
   }
 }
 

@@ -19,6 +19,7 @@ namespace {
     .smoothing = name::smoothing,       \
     .morph = name::morph,               \
     .runs = name::runs,                 \
+    .convolution = name::convolution,   \
     .pyramid = name::pyramid,           \
     .geomatch = name::geomatch,         \
     .correlation = name::correlation,   \

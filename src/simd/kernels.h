@@ -10,6 +10,7 @@
 #include "blob/runs_kernels.h"
 #include "color/colour_kernels.h"
 #include "core/grey_kernels.h"
+#include "filters/convolution_kernels.h"
 #include "filters/gradient_kernels.h"
 #include "filters/median_kernels.h"
 #include "filters/smoothing_kernels.h"
@@ -35,6 +36,7 @@ struct Kernels {
   const SmoothingKernels& smoothing;
   const MorphKernels& morph;
   const RunsKernels& runs;
+  const ConvolutionKernels& convolution;
   const PyramidKernels& pyramid;
   const GeomatchKernels& geomatch;
   const CorrelationKernels& correlation;

@@ -54,6 +54,17 @@ QUILLON_INLINE Vec<T, N> Load(const T* from) {
   return *reinterpret_cast<const typename vec_detail::VectorOf<T, N>::unaligned*>(from);
 }
 
+// N bytes as 16-bit lanes.
+template <int N>
+QUILLON_INLINE I16<N> LoadWidened(const uint8_t* from) {
+  if constexpr (N == 8) {
+    const __m128i bytes = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(from));
+    return reinterpret_cast<I16<8>>(_mm_unpacklo_epi8(bytes, _mm_setzero_si128()));
+  } else {
+    return __builtin_convertvector(Load<uint8_t, N>(from), I16<N>);
+  }
+}
+
 template <class T, class V>
 QUILLON_INLINE void Store(T* to, V value) {
   constexpr int n = sizeof(V) / sizeof(T);
@@ -320,10 +331,10 @@ QUILLON_INLINE auto PackLanes(V a, V b) {
 // a[0] * b[0] + a[1] * b[1], a[2] * b[2] + a[3] * b[3] ... of unsigned by signed bytes; the sums
 // lie within 16 bits.
 template <class A, class B>
-QUILLON_INLINE I16<sizeof(A) / 2> DotPairs(A a, B b) {
+QUILLON_INLINE I16<sizeof(A) / 2> DotBytePairs(A a, B b) {
   static_assert(std::is_same_v<A, U8<sizeof(A)>> && std::is_same_v<B, I8<sizeof(A)>>);
   if constexpr (sizeof(A) > kVectorBytes) {
-    return Join(DotPairs(Low(a), Low(b)), DotPairs(High(a), High(b)));
+    return Join(DotBytePairs(Low(a), Low(b)), DotBytePairs(High(a), High(b)));
 #if QUILLON_AVX2
   } else if constexpr (sizeof(A) == 16) {
     return BitCast<I16<8>>(_mm_maddubs_epi16(BitCast<__m128i>(a), BitCast<__m128i>(b)));
@@ -338,6 +349,24 @@ QUILLON_INLINE I16<sizeof(A) / 2> DotPairs(A a, B b) {
     using Sums = I16<sizeof(A) / 2>;
     return BitCast<Sums>(EvenBytes(a)) * (BitCast<Sums>(b) << 8 >> 8) +
            BitCast<Sums>(OddBytes(a)) * (BitCast<Sums>(b) >> 8);
+  }
+}
+
+// The same of signed 16-bit lanes, as 32-bit ones.
+template <class V>
+QUILLON_INLINE I32<sizeof(V) / 4> DotWordPairs(V a, V b) {
+  if constexpr (sizeof(V) > kVectorBytes) {
+    return Join(DotWordPairs(Low(a), Low(b)), DotWordPairs(High(a), High(b)));
+  } else if constexpr (sizeof(V) == 16) {
+    return BitCast<I32<4>>(_mm_madd_epi16(BitCast<__m128i>(a), BitCast<__m128i>(b)));
+#if QUILLON_AVX2
+  } else if constexpr (sizeof(V) == 32) {
+    return BitCast<I32<8>>(_mm256_madd_epi16(BitCast<__m256i>(a), BitCast<__m256i>(b)));
+#endif
+#if QUILLON_AVX512
+  } else {
+    return BitCast<I32<16>>(_mm512_madd_epi16(BitCast<__m512i>(a), BitCast<__m512i>(b)));
+#endif
   }
 }
 
