@@ -9,8 +9,6 @@ void AddBlobOperations();        // labelling, features, fill-up
 void AddMorphOperations();       // dilation, erosion and their composites
 void AddNeighbourhoodFilters();  // edges, sharpening, medians
 void AddEdgeMatching();          // edge-based matching
-void AddArithmetic();           // pixel arithmetic, geometric transforms
-void AddPointOperations();      // colour to grey, thresholds
-void AddSmoothingOperations();  // Gaussians, means, convolution
+void AddSmoothingOperations();   // Gaussians, means, convolution
 
 }  // namespace quillon::bench

@@ -66,8 +66,8 @@ QUILLON_INLINE BlockSums SumTerms(const WordTerms& list, int x) {
     const int16_t* from = list.terms[t].from + x;
     const auto weights = BitCast<Words>(Splat<uint32_t, kQuarter>(list.terms[t].weights));
     for (int i = 0; i < 2; ++i) {
-      sums.even[i] += DotWordPairs(Load<int16_t, kLanes>(from + i * kLanes), weights);
-      sums.odd[i] += DotWordPairs(Load<int16_t, kLanes>(from + i * kLanes + 1), weights);
+      sums.even[i] += DotPairs(Load<int16_t, kLanes>(from + i * kLanes), weights);
+      sums.odd[i] += DotPairs(Load<int16_t, kLanes>(from + i * kLanes + 1), weights);
     }
   }
   return sums;

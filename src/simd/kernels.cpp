@@ -17,9 +17,9 @@ namespace {
     .gradient = name::gradient,         \
     .median = name::median,             \
     .smoothing = name::smoothing,       \
+    .convolution = name::convolution,   \
     .morph = name::morph,               \
     .runs = name::runs,                 \
-    .convolution = name::convolution,   \
     .pyramid = name::pyramid,           \
     .geomatch = name::geomatch,         \
     .correlation = name::correlation,   \

@@ -34,9 +34,9 @@ struct Kernels {
   const GradientKernels& gradient;
   const MedianKernels& median;
   const SmoothingKernels& smoothing;
+  const ConvolutionKernels& convolution;
   const MorphKernels& morph;
   const RunsKernels& runs;
-  const ConvolutionKernels& convolution;
   const PyramidKernels& pyramid;
   const GeomatchKernels& geomatch;
   const CorrelationKernels& correlation;

@@ -354,9 +354,9 @@ QUILLON_INLINE I16<sizeof(A) / 2> DotBytePairs(A a, B b) {
 
 // The same of signed 16-bit lanes, as 32-bit ones.
 template <class V>
-QUILLON_INLINE I32<sizeof(V) / 4> DotWordPairs(V a, V b) {
+QUILLON_INLINE I32<sizeof(V) / 4> DotPairs(V a, V b) {
   if constexpr (sizeof(V) > kVectorBytes) {
-    return Join(DotWordPairs(Low(a), Low(b)), DotWordPairs(High(a), High(b)));
+    return Join(DotPairs(Low(a), Low(b)), DotPairs(High(a), High(b)));
   } else if constexpr (sizeof(V) == 16) {
     return BitCast<I32<4>>(_mm_madd_epi16(BitCast<__m128i>(a), BitCast<__m128i>(b)));
 #if QUILLON_AVX2
