@@ -196,6 +196,17 @@ QUILLON_API void QUILLON_CALL IxMeanSmoothing3x3(const GreyImage* source, GreyIm
 QUILLON_API void QUILLON_CALL IxMeanSmoothing5x5(const GreyImage* source, GreyImage* result);
 QUILLON_API void QUILLON_CALL IxMeanSmoothing7x7(const GreyImage* source, GreyImage* result);
 
+// The sum of the window's pixels, each times its weight in `kernel` (9, 25 or 49 of them, row by
+// row; the first one belongs to the top left neighbour), divided by the sum of the weights where
+// that is positive, truncated toward zero and clamped to 0 ... 255. Any weights: sums are exact. A
+// null kernel: nothing happens.
+QUILLON_API void QUILLON_CALL IxArbitraryConvolution3x3(const GreyImage* source, GreyImage* result,
+                                                        const int* kernel);
+QUILLON_API void QUILLON_CALL IxArbitraryConvolution5x5(const GreyImage* source, GreyImage* result,
+                                                        const int* kernel);
+QUILLON_API void QUILLON_CALL IxArbitraryConvolution7x7(const GreyImage* source, GreyImage* result,
+                                                        const int* kernel);
+
 // ---- regions of interest ------------------------------------------------------------------------
 // A region object holds a region of interest as horizontal runs, and every result of the last
 // labelling made into it. Its tables have fixed capacities: 300,000 runs of the region of interest,
@@ -508,17 +519,6 @@ QUILLON_API void QUILLON_CALL IxDistortionPreCalculate(GreyImage* image);
 // padded: rows appear upside down, which undoes the map's direction; where the width is not a
 // multiple of 4 they are also sheared. 1 when corrected; 0 without coefficients, map or pixels.
 QUILLON_API uint8_t QUILLON_CALL IxDistortionCalibrate(GreyImage* image);
-
-// The sum of the window's pixels, each times its weight in `kernel` (9, 25 or 49 of them, row by
-// row; the first one belongs to the top left neighbour), divided by the sum of the weights where
-// that is positive, truncated toward zero and clamped to 0 ... 255. Any weights: sums are exact. A
-// null kernel: nothing happens.
-QUILLON_API void QUILLON_CALL IxArbitraryConvolution3x3(const GreyImage* source, GreyImage* result,
-                                                        const int* kernel);
-QUILLON_API void QUILLON_CALL IxArbitraryConvolution5x5(const GreyImage* source, GreyImage* result,
-                                                        const int* kernel);
-QUILLON_API void QUILLON_CALL IxArbitraryConvolution7x7(const GreyImage* source, GreyImage* result,
-                                                        const int* kernel);
 
 // ---- image pyramid ------------------------------------------------------------------------------
 
