@@ -36,8 +36,8 @@ void LinkRows(const Kernels& kernels, const GreyImage& image, uint8_t value, int
 
 void FillRuns(const RLERegion& region, const BlobRecord& hole, GreyImage& image, uint8_t value) {
   ForEachRun(region, hole, [&](const RunRecord& run) {
-    std::memset(image.rows[run.y] + run.xStart, value,
-                static_cast<size_t>(run.xEnd - run.xStart + 1));
+    const int length = run.xEnd - run.xStart + 1;
+    std::memset(image.rows[run.y] + run.xStart, value, static_cast<size_t>(length));
   });
 }
 

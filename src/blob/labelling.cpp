@@ -58,7 +58,8 @@ int32_t WrappingProduct(int32_t a, int32_t b) {
 void AddRun(const RunRecord& run, BlobRecord& blob) {
   const int32_t length = run.xEnd - run.xStart + 1;
   blob.area += length;
-  blob.centreX += WrappingProduct(run.xStart + run.xEnd, length) / 2;
+  const int32_t columns = WrappingProduct(run.xStart + run.xEnd, length) / 2;
+  blob.centreX += columns;
   blob.centreY += WrappingProduct(run.y, length);
 }
 
