@@ -26,6 +26,7 @@ struct Family {
 extern const Family kGrey;
 extern const Family kThresholds;
 extern const Family kNeighbourhoodFilters;
+extern const Family kMorphology;
 extern const Family kBlobs;
 extern const Family kSample;
 extern const Family kGeneral;

@@ -4,7 +4,7 @@ namespace quillon::app {
 
 std::span<const Family* const> Families() {
   static constexpr const Family* kFamilies[] = {
-      &kGrey, &kThresholds, &kNeighbourhoodFilters, &kBlobs, &kSample, &kGeneral,
+      &kGrey, &kThresholds, &kNeighbourhoodFilters, &kMorphology, &kBlobs, &kSample, &kGeneral,
   };
   return kFamilies;
 }

@@ -55,14 +55,13 @@ class RunLinker {
     return true;
   }
 
- private:
-  // The label that survives of the label's merges. Those of two rows at most: blobs cannot cross,
-  // so it is a few steps away.
+  // The label that survives of the label's merges.
   int Root(int label) const {
     while (blobs_[label].label == -1) label = blobs_[label].parent;
     return label;
   }
 
+ private:
   int NewLabel() {
     BlobRecord& record = blobs_[labelCount_];
     record.label = labelCount_;

@@ -52,7 +52,7 @@ class Work {
 };
 
 void StoreRows(Rows& rows, GreyImage& result) {
-  for (int y = 0; y < result.height; ++y) {
+  for (int y = result.height - 1; y >= 0; --y) {
     const uint8_t* row = rows.Next(result.rows[y]);
     if (row != result.rows[y]) std::memcpy(result.rows[y], row, static_cast<size_t>(result.width));
   }
@@ -141,7 +141,7 @@ void Gradient(const Kernels& kernels, GreyImage& source, GreyImage& result,
   } else if (!Recreate(result, source)) {
     return;
   }
-  for (int y = 0; y < source.height; ++y) {
+  for (int y = source.height - 1; y >= 0; --y) {
     const uint8_t* low = lower->Next(scratch[0].data());
     const uint8_t* high = upper->Next(scratch[1].data());
     kernels.morph.Subtract(high, low, source.rows[y], source.width);
@@ -162,7 +162,7 @@ void WhiteTopHat(const Kernels& kernels, GreyImage& source, GreyImage& result,
   } else if (!Recreate(result, source)) {
     return;
   }
-  for (int y = 0; y < source.height; ++y) {
+  for (int y = source.height - 1; y >= 0; --y) {
     const uint8_t* low = opening->Next(scratch.data());
     kernels.morph.Subtract(source.rows[y], low, source.rows[y], source.width);
     if (!isInPlace) CopyWholeRow(source, result, y);
@@ -183,7 +183,7 @@ void BlackTopHat(const Kernels& kernels, const GreyImage& source, GreyImage& res
   } else if (!Recreate(result, source)) {
     return;
   }
-  for (int y = 0; y < source.height; ++y) {
+  for (int y = source.height - 1; y >= 0; --y) {
     const uint8_t* high = closing->Next(scratch.data());
     kernels.morph.Subtract(high, source.rows[y], result.rows[y], source.width);
   }

@@ -13,34 +13,35 @@ void CopyRow(uint8_t* to, const uint8_t* from, int width) {
 }
 
 std::unique_ptr<WindowedRows> MakeVerticalWindow(const ExtremeKernels& kernels, RowsPtr input,
-                                                 int width, Window window) {
+                                                 Columns columns, Window window) {
   if (window.radius <= ThinVerticalWindow::kMaxRadius) {
-    return Make<ThinVerticalWindow>(kernels, std::move(input), width, window);
+    return Make<ThinVerticalWindow>(kernels, std::move(input), columns, window);
   }
-  return Make<VerticalWindow>(kernels, std::move(input), width, window);
+  return Make<VerticalWindow>(kernels, std::move(input), columns, window);
 }
 
-// Rows whose top row and edge columns copy what is beside them.
+// Rows whose edge columns and top row copy what is beside them. The last row of the input takes no
+// part; it comes first.
 class BorderedRows : public Rows {
  public:
-  BorderedRows(int width, int height) : width_(width), height_(height), second_(width) {}
-  bool IsReady() const { return static_cast<bool>(second_); }
+  BorderedRows(Rows* input, int width, int height)
+      : width_(width), height_(height), input_(input), kept_(width), left_(height) {}
+  bool IsReady() const { return input_ && kept_; }
 
   const uint8_t* Next(uint8_t* scratch) final {
-    const int y = next_++;
+    if (left_ == height_) input_->Next(kept_.data());
+    const int y = --left_;
     if (y == 0) {
-      Compute(1, second_.data());
-      CopyRow(scratch, second_.data(), width_);
-    } else if (y == 1) {
-      CopyRow(scratch, second_.data(), width_);
+      CopyRow(scratch, kept_.data(), width_);
     } else {
       Compute(y, scratch);
+      if (y == 1) CopyRow(kept_.data(), scratch, width_);
     }
     return scratch;
   }
 
  protected:
-  // Rows 1, 2 ... in turn.
+  // Rows H - 1 ... 1 in turn.
   virtual void Compute(int y, uint8_t* out) = 0;
 
   void CopyEdges(uint8_t* row) const {
@@ -51,8 +52,9 @@ class BorderedRows : public Rows {
   const int width_, height_;
 
  private:
-  Buffer<uint8_t> second_;
-  int next_ = 0;
+  Rows* input_;  // owned by a stage of the derived class
+  Buffer<uint8_t> kept_;
+  int left_;
 };
 
 // ---- rectangles ---------------------------------------------------------------------------------
@@ -60,18 +62,18 @@ class BorderedRows : public Rows {
 // Horizontal passes only.
 class WideRows final : public Rows {
  public:
-  WideRows(const ExtremeKernels& kernels, RowsPtr input, int width, int height, int radius,
-           bool isFresh)
+  WideRows(const ExtremeKernels& kernels, RowsPtr input, int width, int radius, bool isFresh)
       : width_(width),
-        height_(height),
         isFresh_(isFresh),
         input_(input.get()),
-        window_(Make<HorizontalWindow>(kernels, std::move(input), Window{width, radius, 1})) {}
+        window_(Make<HorizontalWindow>(kernels, std::move(input), Columns{0, width}, radius, 1)) {}
   bool IsReady() const { return static_cast<bool>(window_); }
 
   const uint8_t* Next(uint8_t* scratch) override {
-    if (next_++ == height_ - 1) {
-      if (!isFresh_) return input_->Next(scratch);
+    if (isFirst_) {
+      isFirst_ = false;
+      const uint8_t* last = input_->Next(scratch);
+      if (!isFresh_) return last;
       std::memset(scratch, 0, static_cast<size_t>(width_));
       return scratch;
     }
@@ -82,11 +84,11 @@ class WideRows final : public Rows {
   }
 
  private:
-  const int width_, height_;
+  const int width_;
   const bool isFresh_;
   Rows* input_;  // owned by the window
   RowsPtr window_;
-  int next_ = 0;
+  bool isFirst_ = true;
 };
 
 // Vertical passes, after horizontal ones if there are any.
@@ -94,22 +96,21 @@ class RectangleRows final : public BorderedRows {
  public:
   RectangleRows(const ExtremeKernels& kernels, RowsPtr input, int width, int height,
                 int horizontalRadius, int verticalRadius)
-      : BorderedRows(width, height), edge_(horizontalRadius > 0 ? 1 : 0) {
+      : BorderedRows(input.get(), width, height), edge_(horizontalRadius > 0 ? 1 : 0) {
     if (edge_ > 0) {
-      input = Make<HorizontalWindow>(kernels, std::move(input), Window{width, horizontalRadius, 1});
+      input =
+          Make<HorizontalWindow>(kernels, std::move(input), Columns{0, width}, horizontalRadius, 1);
     }
-    window_ = MakeVerticalWindow(kernels, std::move(input), width - 2 * edge_,
+    window_ = MakeVerticalWindow(kernels, std::move(input), Columns{edge_, width - 2 * edge_},
                                  Window{height - 1, verticalRadius, 1});
   }
   bool IsReady() const { return BorderedRows::IsReady() && window_; }
 
  private:
   void Compute(int y, uint8_t* out) override {
-    if (y < height_ - 2) {
-      window_->Next(out + edge_);
-    } else {
-      CopyRow(out + edge_, window_->LastInput(), width_ - 2 * edge_);
-    }
+    uint8_t* inner = out + edge_;
+    const uint8_t* row = y < height_ - 2 ? window_->Next(inner) : window_->FirstInput();
+    if (row != inner) CopyRow(inner, row, width_ - 2 * edge_);
     if (edge_ > 0) CopyEdges(out);
   }
 
@@ -123,7 +124,7 @@ RowsPtr ApplyRectangle(const ExtremeKernels& kernels, const Element& element, bo
   const int h = std::clamp(element.horizontalPasses, isFresh ? 1 : 0, width);
   const int v = std::clamp(element.verticalPasses, 0, std::max(height - 3, 1));
   if (v > 0) return Make<RectangleRows>(kernels, std::move(input), width, height, h, v);
-  if (h > 0) return Make<WideRows>(kernels, std::move(input), width, height, h, isFresh);
+  if (h > 0) return Make<WideRows>(kernels, std::move(input), width, h, isFresh);
   return input;
 }
 
@@ -149,16 +150,16 @@ class StarRows final : public BorderedRows {
  public:
   StarRows(const ExtremeKernels& kernels, Extreme extreme, RowsPtr input, int width, int height,
            Passes passes, bool isFresh)
-      : BorderedRows(width, height),
+      : BorderedRows(input.get(), width, height),
         kernels_(kernels),
         extreme_(extreme),
         passes_(passes),
         isFresh_(isFresh),
         bottomSource_(width) {
-    auto cross = Make<Cross>(kernels, std::move(input), width, height - 1);
+    auto cross = Make<Cross>(kernels, std::move(input), width);
     cross_ = cross.get();
     inner_ = std::move(cross);
-    GrowInner(width - 2, height - 3);
+    GrowInner({1, width - 2}, height - 3);
     // The last row copies the one above before a square at the end widens that.
     const bool endsWithSquare = passes.squares == passes.crosses;
     bottom_[0] = WidenedBottom(passes.squares);
@@ -170,46 +171,49 @@ class StarRows final : public BorderedRows {
 
  private:
   // What follows the first cross, on the pixels that are not border.
-  void GrowInner(int width, int height) {
+  void GrowInner(Columns columns, int height) {
     if (height == 0) return;
     for (int radius = 1; radius < passes_.crosses;) {
       const int step = std::min(radius, passes_.crosses - radius);
-      inner_ = Make<DiamondGrowth>(kernels_, std::move(inner_), width, height, step);
+      inner_ = Make<DiamondGrowth>(kernels_, std::move(inner_), columns, height, step);
       radius += step;
     }
     if (passes_.squares == 0) return;
-    inner_ = MakeVerticalWindow(kernels_, std::move(inner_), width,
+    inner_ = MakeVerticalWindow(kernels_, std::move(inner_), columns,
                                 Window{height, std::min(passes_.squares, height), 0});
-    inner_ = Make<HorizontalWindow>(kernels_, std::move(inner_),
-                                    Window{width, std::min(passes_.squares, width), 0});
+    inner_ = Make<HorizontalWindow>(kernels_, std::move(inner_), columns,
+                                    std::min(passes_.squares, columns.count), 0);
   }
 
   // Row H - 2 after this many squares, the edge columns still to be copied.
   RowsPtr WidenedBottom(int squares) const {
     RowsPtr row = Make<KeptRow>(bottomSource_.data());
     if (squares == 0) return row;
-    return Make<HorizontalWindow>(kernels_, std::move(row),
-                                  Window{width_, std::min(squares, width_), 1});
+    return Make<HorizontalWindow>(kernels_, std::move(row), Columns{0, width_},
+                                  std::min(squares, width_), 1);
   }
 
   void Compute(int y, uint8_t* out) override {
     const int fromBottom = height_ - 2 - y;
-    if (isFresh_ && (fromBottom <= 0 || IsReachedByZero(fromBottom))) {
-      std::memset(out, 0, static_cast<size_t>(width_));
-    } else if (fromBottom > 0) {
+    if (fromBottom < 0) CopyRow(bottomSource_.data(), cross_->FirstInput(), width_);
+    if (fromBottom <= 0) {
+      ComputeBottom(bottom_[-fromBottom].get(), out);
+    } else {
       inner_->Next(out + 1);
+      if (isFresh_ && IsReachedByZero(fromBottom)) SetZero(out);
       if (!isFresh_ && passes_.squares > 0) SpreadCorners(fromBottom, out);
       CopyEdges(out);
-    } else {
-      if (fromBottom == 0) CopyRow(bottomSource_.data(), cross_->LastInput(), width_);
-      const uint8_t* row = bottom_[-fromBottom]->Next(out + 1);
-      if (row == out + 1) {
-        CopyEdges(out);
-      } else {
-        CopyRow(out, row, width_);
-      }
     }
   }
+
+  void ComputeBottom(Rows* widened, uint8_t* out) const {
+    if (isFresh_) return SetZero(out);
+    const uint8_t* row = widened->Next(out + 1);
+    if (row == out + 1) return CopyEdges(out);
+    CopyRow(out, row, width_);
+  }
+
+  void SetZero(uint8_t* row) const { std::memset(row, 0, static_cast<size_t>(width_)); }
 
   bool IsReachedByZero(int fromBottom) const {
     return extreme_ == Extreme::kMinimum && fromBottom < passes_.Count();
@@ -217,15 +221,15 @@ class StarRows final : public BorderedRows {
 
   // The first square takes the corner to the pixel diagonally inside; from there the passes after
   // it spread it.
-  void SpreadCorners(int fromBottom, uint8_t* row) {
+  void SpreadCorners(int fromBottom, uint8_t* row) const {
     const int64_t crosses = passes_.crosses - 1, squares = passes_.squares - 1;
     const int64_t rise = fromBottom - 1;
     const int64_t reach = std::min(crosses + squares, crosses + 2 * squares - rise);
     if (rise > crosses + squares || reach < 0) return;
-    const uint8_t* bottom = cross_->LastInput();
     const int count = static_cast<int>(std::min<int64_t>(reach + 1, width_ - 2));
-    for (int x = 1; x <= count; ++x) Take(row[x], bottom[0]);
-    for (int x = width_ - 1 - count; x <= width_ - 2; ++x) Take(row[x], bottom[width_ - 1]);
+    for (int x = 1; x <= count; ++x) Take(row[x], bottomSource_[0]);
+    for (int x = width_ - 1 - count; x <= width_ - 2; ++x)
+      Take(row[x], bottomSource_[static_cast<size_t>(width_) - 1]);
   }
 
   void Take(uint8_t& pixel, uint8_t value) const {

@@ -20,14 +20,23 @@ struct Minimum {
   }
 };
 
-// Covers [0, count) with blocks; the last one reaches back over its predecessor, so that rows of 16
-// pixels or more need no tail. For bodies that may be run twice on the same pixels.
+// Covers [0, count) with blocks that write to `out`. The first is followed by those at aligned
+// addresses, for a store across two cache lines costs as much as several, and the last reaches
+// back: so rows of 16 pixels or more need no tail. For bodies that may run twice on the same
+// pixels.
 template <int kLargest = kVectorBytes, class Body>
-QUILLON_INLINE void CoverWithBlocks(int count, Body&& body) {
+QUILLON_INLINE void CoverWithBlocks(const uint8_t* out, int count, Body&& body) {
   if constexpr (kLargest > 1) {
-    if (count < kLargest)
-      return CoverWithBlocks < kLargest == 16 ? 1 : kLargest / 2 > (count, body);
-    for (int x = 0; x < count - kLargest; x += kLargest) body(Width<kLargest>{}, x);
+    if (count < kLargest) {
+      return CoverWithBlocks < kLargest == 16 ? 1 : kLargest / 2 > (out, count, body);
+    }
+    body(Width<kLargest>{}, 0);
+    int x = kLargest - static_cast<int>(reinterpret_cast<uintptr_t>(out) % kLargest);
+    for (; x <= count - 2 * kLargest; x += 2 * kLargest) {
+      body(Width<kLargest>{}, x);
+      body(Width<kLargest>{}, x + kLargest);
+    }
+    if (x <= count - kLargest) body(Width<kLargest>{}, x);
     body(Width<kLargest>{}, count - kLargest);
   } else {
     for (int x = 0; x < count; ++x) body(Width<1>{}, x);
@@ -54,7 +63,7 @@ template <class Extreme, int kTerms>
 void OfTerms(const uint8_t* const* from, uint8_t* out, int count) {
   const uint8_t* rows[kTerms];
   for (int i = 0; i < kTerms; ++i) rows[i] = from[i];
-  CoverWithBlocks(count, [&](auto width, int x) {
+  CoverWithBlocks(out, count, [&](auto width, int x) {
     auto extreme = LoadBlock<width>(rows[0] + x);
     for (int i = 1; i < kTerms; ++i) {
       extreme = Extreme::Of(extreme, LoadBlock<width>(rows[i] + x));
@@ -81,9 +90,34 @@ void OfRows(const uint8_t* const* from, int terms, uint8_t* out, int count) {
   }
 }
 
+template <class Extreme, int kTerms>
+void OfTermsTwice(const uint8_t* const* from, uint8_t* first, uint8_t* second, int count) {
+  const uint8_t* rows[kTerms + 1];
+  for (int i = 0; i <= kTerms; ++i) rows[i] = from[i];
+  CoverWithBlocks(first, count, [&](auto width, int x) {
+    auto shared = LoadBlock<width>(rows[1] + x);
+    for (int i = 2; i < kTerms; ++i) shared = Extreme::Of(shared, LoadBlock<width>(rows[i] + x));
+    StoreBlock(first + x, Extreme::Of(shared, LoadBlock<width>(rows[0] + x)));
+    StoreBlock(second + x, Extreme::Of(shared, LoadBlock<width>(rows[kTerms] + x)));
+  });
+}
+
+template <class Extreme>
+void OfRowsTwice(const uint8_t* const* from, int terms, uint8_t* first, uint8_t* second,
+                 int count) {
+  switch (terms) {
+    case 3:
+      return OfTermsTwice<Extreme, 3>(from, first, second, count);
+    case 5:
+      return OfTermsTwice<Extreme, 5>(from, first, second, count);
+    case 7:
+      return OfTermsTwice<Extreme, 7>(from, first, second, count);
+  }
+}
+
 template <class Extreme>
 void Suffixes(uint8_t* rows, ptrdiff_t stride, int rowCount, int count) {
-  CoverWithBlocks(count, [&](auto width, int x) {
+  CoverWithBlocks(rows, count, [&](auto width, int x) {
     uint8_t* row = rows + (rowCount - 1) * stride + x;
     auto extreme = LoadBlock<width>(row);
     for (int i = rowCount - 2; i >= 0; --i) {
@@ -96,7 +130,7 @@ void Suffixes(uint8_t* rows, ptrdiff_t stride, int rowCount, int count) {
 
 template <class Extreme>
 void Slide(const uint8_t* row, const uint8_t* suffix, uint8_t* prefix, uint8_t* out, int count) {
-  CoverWithBlocks(count, [&](auto width, int x) {
+  CoverWithBlocks(out, count, [&](auto width, int x) {
     const auto extreme = Extreme::Of(LoadBlock<width>(prefix + x), LoadBlock<width>(row + x));
     StoreBlock(prefix + x, extreme);
     StoreBlock(out + x, Extreme::Of(extreme, LoadBlock<width>(suffix + x)));
@@ -114,8 +148,10 @@ void Subtract(const uint8_t* a, const uint8_t* b, uint8_t* out, int count) {
 }
 
 template <class Extreme>
-constexpr ExtremeKernels kExtreme = {
-    .OfRows = OfRows<Extreme>, .Suffixes = Suffixes<Extreme>, .Slide = Slide<Extreme>};
+constexpr ExtremeKernels kExtreme = {.OfRows = OfRows<Extreme>,
+                                     .OfRowsTwice = OfRowsTwice<Extreme>,
+                                     .Suffixes = Suffixes<Extreme>,
+                                     .Slide = Slide<Extreme>};
 
 }  // namespace
 

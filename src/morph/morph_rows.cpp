@@ -1,6 +1,7 @@
 #include "morph/morph_rows.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstring>
 
 #include "morph/morph_kernels.h"
@@ -19,38 +20,32 @@ void FillMargins(uint8_t* row, int width, int margin) {
   std::memset(row + width, row[width - 1], static_cast<size_t>(margin));
 }
 
-// Whole cache lines, an odd number of them: rows at even distances would share a few cache sets.
-size_t RingStride(int width, int margin) {
-  constexpr size_t kLine = 64;
-  const size_t lines = (static_cast<size_t>(width) + 2 * static_cast<size_t>(margin)) / kLine + 1;
-  return (lines | 1) * kLine;
-}
+constexpr size_t kLine = 64;  // of the cache
+
+size_t WholeLines(size_t bytes) { return (bytes + kLine - 1) / kLine * kLine; }
 
 }  // namespace
 
-RowRing::RowRing(int rows, int width, int margin)
-    : rows_(rows), margin_(margin), stride_(RingStride(width, margin)) {
-  if (static_cast<size_t>(rows) <= PTRDIFF_MAX / stride_) {
-    store_ = Buffer<uint8_t>(static_cast<size_t>(rows) * stride_);
-  }
-}
-
-const uint8_t* ImageRows::Next(uint8_t* scratch) {
-  const uint8_t* row = image_.rows[next_++];
-  if (!isOverwritten_) return row;
-  std::memcpy(scratch, row, static_cast<size_t>(image_.width));
-  return scratch;
+// Column 0 of the image lies at the start of a cache line, as it does in most images, and rows an
+// odd number of lines apart: at even distances they would share a few sets of the cache.
+RowRing::RowRing(int rows, Columns columns, int margin)
+    : mask_(std::bit_ceil(static_cast<unsigned>(rows)) - 1),
+      offset_(WholeLines(static_cast<size_t>(margin)) + static_cast<size_t>(columns.first)) {
+  const size_t used = offset_ + static_cast<size_t>(columns.count) + static_cast<size_t>(margin);
+  stride_ = WholeLines(used) | kLine;
+  if (mask_ < PTRDIFF_MAX / stride_) store_ = Buffer<uint8_t>((mask_ + 1) * stride_);
 }
 
 // ---- along rows ---------------------------------------------------------------------------------
 
-HorizontalWindow::HorizontalWindow(const ExtremeKernels& kernels, RowsPtr input, Window window)
+HorizontalWindow::HorizontalWindow(const ExtremeKernels& kernels, RowsPtr input, Columns columns,
+                                   int radius, int inset)
     : kernels_(kernels),
       input_(std::move(input)),
-      window_(window),
-      margin_(window.radius - window.inset) {
-  const size_t length = static_cast<size_t>(window.length) + 2 * static_cast<size_t>(margin_);
-  padded_ = Buffer<uint8_t>(length);
+      window_{columns.count, radius, inset},
+      margin_(radius - inset),
+      padded_(1, columns, margin_) {
+  const size_t length = static_cast<size_t>(columns.count) + 2 * static_cast<size_t>(margin_);
   work_[0] = Buffer<uint8_t>(length);
   work_[1] = Buffer<uint8_t>(length);
   Plan();
@@ -84,12 +79,17 @@ void HorizontalWindow::Plan() {
 const uint8_t* HorizontalWindow::Next(uint8_t* scratch) {
   const uint8_t* row;
   if (margin_ == 0) {
-    row = input_->Next(padded_.data());
+    row = input_->Next(padded_.Row(0));
+    if (row + window_.inset == scratch) {
+      // In place: neighbours would be read after they were written.
+      std::memcpy(padded_.Row(0), row, static_cast<size_t>(window_.length));
+      row = padded_.Row(0);
+    }
   } else {
-    uint8_t* padded = padded_.data() + margin_;
+    uint8_t* padded = padded_.Row(0);
     Fetch(*input_, padded, window_.length);
     FillMargins(padded, window_.length, margin_);
-    row = padded_.data();
+    row = padded - margin_;
   }
   for (int i = 0; i < stepCount_; ++i) {
     const Step& step = steps_[i];
@@ -104,44 +104,55 @@ const uint8_t* HorizontalWindow::Next(uint8_t* scratch) {
 
 // ---- along columns ------------------------------------------------------------------------------
 
-ThinVerticalWindow::ThinVerticalWindow(const ExtremeKernels& kernels, RowsPtr input, int width,
-                                       Window window)
+ThinVerticalWindow::ThinVerticalWindow(const ExtremeKernels& kernels, RowsPtr input,
+                                       Columns columns, Window window)
     : kernels_(kernels),
       input_(std::move(input)),
-      width_(width),
+      width_(columns.count),
       window_(window),
-      ring_(2 * window.radius + 1, width, 0) {}
+      ring_(2 * window.radius + 2, columns, 0),
+      second_(1, columns, 0) {}
 
 void ThinVerticalWindow::ReadUpTo(int row) {
-  for (; read_ <= row; ++read_) rows_[read_ % Span()] = input_->Next(ring_.Row(read_));
+  for (; read_ <= row; ++read_) Fetch(*input_, ring_.Row(read_), width_);
 }
 
 const uint8_t* ThinVerticalWindow::Next(uint8_t* scratch) {
   const int centre = next_++ + window_.inset;
-  const int last = window_.length - 1;
-  ReadUpTo(std::min(centre + window_.radius, last));
-  const uint8_t* from[2 * kMaxRadius + 1];
-  for (int i = 0; i < Span(); ++i) {
-    from[i] = rows_[std::clamp(centre + i - window_.radius, 0, last) % Span()];
+  if (hasSecond_) {
+    hasSecond_ = false;
+    return second_.Row(0);
   }
-  kernels_.OfRows(from, Span(), scratch, width_);
+  const int last = window_.length - 1, span = 2 * window_.radius + 1;
+  const bool takesTwo = next_ < window_.Count();
+  ReadUpTo(std::min(centre + window_.radius + (takesTwo ? 1 : 0), last));
+  const uint8_t* from[2 * kMaxRadius + 2];
+  for (int i = 0; i <= span; ++i) {
+    from[i] = ring_.Row(std::clamp(centre + i - window_.radius, 0, last));
+  }
+  if (takesTwo) {
+    kernels_.OfRowsTwice(from, span, scratch, second_.Row(0), width_);
+    hasSecond_ = true;
+  } else {
+    kernels_.OfRows(from, span, scratch, width_);
+  }
   return scratch;
 }
 
-const uint8_t* ThinVerticalWindow::LastInput() {
-  ReadUpTo(window_.length - 1);
-  return rows_[(read_ - 1) % Span()];
+const uint8_t* ThinVerticalWindow::FirstInput() {
+  ReadUpTo(0);
+  return ring_.Row(0);
 }
 
-VerticalWindow::VerticalWindow(const ExtremeKernels& kernels, RowsPtr input, int width,
+VerticalWindow::VerticalWindow(const ExtremeKernels& kernels, RowsPtr input, Columns columns,
                                Window window)
     : kernels_(kernels),
       input_(std::move(input)),
-      width_(width),
+      width_(columns.count),
       window_(window),
       blockRows_(2 * window.radius + 1),
-      block_(blockRows_, width, 0),
-      prefix_(static_cast<size_t>(width)),
+      block_(blockRows_, columns, 0),
+      prefix_(1, columns, 0),
       position_(window.inset - window.radius) {}
 
 void VerticalWindow::ReadInto(int slot) {
@@ -167,53 +178,61 @@ const uint8_t* VerticalWindow::Next(uint8_t* scratch) {
   } else {
     ReadInto(phase_ - 1);
     const uint8_t* row = block_.Row(slot_);
-    if (phase_ == 1) std::memcpy(prefix_.data(), row, static_cast<size_t>(width_));
-    kernels_.Slide(row, block_.Row(phase_), prefix_.data(), scratch, width_);
+    if (phase_ == 1) std::memcpy(prefix_.Row(0), row, static_cast<size_t>(width_));
+    kernels_.Slide(row, block_.Row(phase_), prefix_.Row(0), scratch, width_);
   }
   phase_ = (phase_ + 1) % blockRows_;
   return scratch;
 }
 
-const uint8_t* VerticalWindow::LastInput() { return block_.Row(slot_); }
+const uint8_t* VerticalWindow::FirstInput() {
+  if (!hasRead_) ReadInto(0);
+  return block_.Row(0);
+}
 
 // ---- diamonds -----------------------------------------------------------------------------------
 
-Cross::Cross(const ExtremeKernels& kernels, RowsPtr input, int width, int rows)
+Cross::Cross(const ExtremeKernels& kernels, RowsPtr input, int width)
     : kernels_(kernels),
       input_(std::move(input)),
+      inputStays_(input_ && input_->Stay()),
       width_(width),
-      inputRows_(rows),
-      ring_(kRows, width, 0) {}
+      ring_(kRows, {0, width}, 0) {}
 
-void Cross::ReadUpTo(int row) {
-  for (; read_ <= row; ++read_) rows_[read_ % kRows] = input_->Next(ring_.Row(read_));
+void Cross::Read() {
+  uint8_t* slot = ring_.Row(read_++);
+  rows_[0] = rows_[1];
+  rows_[1] = rows_[2];
+  rows_[2] = input_->Next(slot);
+  if (inputStays_ || rows_[2] == slot) return;
+  std::memcpy(slot, rows_[2], static_cast<size_t>(width_));
+  rows_[2] = slot;
 }
 
 const uint8_t* Cross::Next(uint8_t* scratch) {
-  ReadUpTo(next_ + 2);
-  const uint8_t* above = rows_[next_ % kRows];
-  const uint8_t* centre = rows_[(next_ + 1) % kRows];
-  const uint8_t* below = rows_[(next_ + 2) % kRows];
-  const uint8_t* from[] = {centre + 1, centre, centre + 2, above + 1, below + 1};
+  do {
+    Read();
+  } while (read_ < kRows);
+  const uint8_t* centre = rows_[1];
+  const uint8_t* from[] = {centre + 1, centre, centre + 2, rows_[0] + 1, rows_[2] + 1};
   kernels_.OfRows(from, 5, scratch, width_ - 2);
-  ++next_;
   return scratch;
 }
 
-const uint8_t* Cross::LastInput() {
-  ReadUpTo(inputRows_ - 1);
-  return rows_[(read_ - 1) % kRows];
+const uint8_t* Cross::FirstInput() {
+  if (read_ == 0) Read();
+  return rows_[2];
 }
 
-DiamondGrowth::DiamondGrowth(const ExtremeKernels& kernels, RowsPtr input, int width, int rows,
-                             int step)
+DiamondGrowth::DiamondGrowth(const ExtremeKernels& kernels, RowsPtr input, Columns columns,
+                             int rows, int step)
     : kernels_(kernels),
       input_(std::move(input)),
-      width_(width),
+      width_(columns.count),
       rows_(rows),
       step_(step),
-      margin_(std::min(step, width)),
-      ring_(static_cast<int>(std::min<int64_t>(2 * int64_t{step} + 1, rows)), width, margin_) {}
+      margin_(std::min(step, columns.count)),
+      ring_(static_cast<int>(std::min<int64_t>(2 * int64_t{step} + 1, rows)), columns, margin_) {}
 
 const uint8_t* DiamondGrowth::Next(uint8_t* scratch) {
   const auto clamped = [&](int64_t row) {

@@ -1,7 +1,8 @@
-// Rows on their way through a morphological operation. Every stage yields its rows from the top
-// down, one a call, and asks the stage before it for the rows it needs; what it must keep, it keeps
-// in a ring. So a whole chain of operations runs over a band of rows while they are in cache, reads
-// each row of the image once and writes it once, and may write over the image it reads.
+// Rows on their way through a morphological operation. Every stage yields its rows one a call, from
+// the bottom up as they lie in memory, and asks the stage before it for those it needs; what it
+// must keep, it keeps in a ring. So a whole chain of operations runs over a band of rows while they
+// are in cache, reads each row of the image once and writes it once, and may write over what it has
+// read.
 #pragma once
 
 #include <cstddef>
@@ -20,16 +21,18 @@ struct ExtremeKernels;
 class Rows {
  public:
   virtual ~Rows() = default;
-  // The next row: written to `scratch`, or where it lies already if it stays there to the end.
+  // The next row: written to `scratch`, or where it lies already, until the next call.
   virtual const uint8_t* Next(uint8_t* scratch) = 0;
+  // Whether rows that lie somewhere already stay there to the end.
+  virtual bool Stay() const { return false; }
 };
 
 using RowsPtr = std::unique_ptr<Rows>;
 
-// A stage that also tells the last row it reads. Asked for when all its own rows are taken.
+// A stage that also tells the first row it reads, before any of its own is taken.
 class WindowedRows : public Rows {
  public:
-  virtual const uint8_t* LastInput() = 0;
+  virtual const uint8_t* FirstInput() = 0;
 };
 
 // A new stage; null when it, or a stage before it, finds no memory.
@@ -40,34 +43,42 @@ std::unique_ptr<Stage> Make(Arguments&&... arguments) {
   return stage;
 }
 
-// The last rows of many, each with room for copies of its edge pixels on both sides.
+// A run of the image's columns.
+struct Columns {
+  int first, count;
+};
+
+// Rows of these columns, each with room for copies of its edge pixels on both sides.
 class RowRing {
  public:
-  RowRing() = default;
-  RowRing(int rows, int width, int margin);
+  RowRing(int rows, Columns columns, int margin);
   explicit operator bool() const { return static_cast<bool>(store_); }
-  uint8_t* Row(int i) { return store_.data() + margin_ + static_cast<size_t>(i % rows_) * stride_; }
+  // Row i, as long as no row that is `rows` away has taken its place.
+  uint8_t* Row(int i) {
+    return store_.data() + offset_ + (static_cast<unsigned>(i) & mask_) * stride_;
+  }
   ptrdiff_t Stride() const { return static_cast<ptrdiff_t>(stride_); }
 
  private:
-  int rows_ = 0;
-  int margin_ = 0;
-  size_t stride_ = 0;
+  const size_t mask_;  // for a power of two rows
+  const size_t offset_;
+  size_t stride_;
   Buffer<uint8_t> store_;
 };
 
-// The rows of an image. One that is overwritten meanwhile is copied row by row.
+// The rows of an image.
 class ImageRows final : public Rows {
  public:
   ImageRows(const GreyImage& image, bool isOverwritten)
-      : image_(image), isOverwritten_(isOverwritten) {}
+      : image_(image), isOverwritten_(isOverwritten), left_(image.height) {}
   bool IsReady() const { return true; }
-  const uint8_t* Next(uint8_t* scratch) override;
+  const uint8_t* Next(uint8_t*) override { return image_.rows[--left_]; }
+  bool Stay() const override { return !isOverwritten_; }
 
  private:
   const GreyImage& image_;
   const bool isOverwritten_;
-  int next_ = 0;
+  int left_;
 };
 
 // Of a line of `length` pixels (or rows): an extreme over 2 * radius + 1 of them, clipped at the
@@ -82,7 +93,8 @@ struct Window {
 // running ordering and max/min calculation", IEEE Trans. Circuits and Systems 36(6), 1989).
 class HorizontalWindow final : public Rows {
  public:
-  HorizontalWindow(const ExtremeKernels& kernels, RowsPtr input, Window window);
+  HorizontalWindow(const ExtremeKernels& kernels, RowsPtr input, Columns columns, int radius,
+                   int inset);
   bool IsReady() const { return input_ && padded_ && work_[0] && work_[1]; }
   const uint8_t* Next(uint8_t* scratch) override;
 
@@ -102,29 +114,29 @@ class HorizontalWindow final : public Rows {
   const int margin_;
   Step steps_[kMaxSteps];
   int stepCount_ = 0;
-  Buffer<uint8_t> padded_, work_[2];
+  RowRing padded_;
+  Buffer<uint8_t> work_[2];
 };
 
-// Extremes along each column of rows of `width` pixels, small radius: straight from the rows.
+// Extremes along each column, small radius: straight from the rows, for two results at a time.
 class ThinVerticalWindow final : public WindowedRows {
  public:
   static constexpr int kMaxRadius = 3;
 
-  ThinVerticalWindow(const ExtremeKernels& kernels, RowsPtr input, int width, Window window);
-  bool IsReady() const { return input_ && ring_; }
+  ThinVerticalWindow(const ExtremeKernels& kernels, RowsPtr input, Columns columns, Window window);
+  bool IsReady() const { return input_ && ring_ && second_; }
   const uint8_t* Next(uint8_t* scratch) override;
-  const uint8_t* LastInput() override;
+  const uint8_t* FirstInput() override;
 
  private:
-  int Span() const { return 2 * window_.radius + 1; }
   void ReadUpTo(int row);
 
   const ExtremeKernels& kernels_;
   RowsPtr input_;
   const int width_;
   const Window window_;
-  RowRing ring_;
-  const uint8_t* rows_[2 * kMaxRadius + 1];
+  RowRing ring_, second_;
+  bool hasSecond_ = false;
   int read_ = 0;
   int next_ = 0;
 };
@@ -136,10 +148,10 @@ class ThinVerticalWindow final : public WindowedRows {
 // IEEE Trans. PAMI 15(5), 1993).
 class VerticalWindow final : public WindowedRows {
  public:
-  VerticalWindow(const ExtremeKernels& kernels, RowsPtr input, int width, Window window);
+  VerticalWindow(const ExtremeKernels& kernels, RowsPtr input, Columns columns, Window window);
   bool IsReady() const { return input_ && block_ && prefix_; }
   const uint8_t* Next(uint8_t* scratch) override;
-  const uint8_t* LastInput() override;
+  const uint8_t* FirstInput() override;
 
  private:
   void ReadInto(int slot);
@@ -149,8 +161,7 @@ class VerticalWindow final : public WindowedRows {
   const int width_;
   const Window window_;
   const int blockRows_;
-  RowRing block_;
-  Buffer<uint8_t> prefix_;
+  RowRing block_, prefix_;
   int position_;  // of the next row to take in; rows off the line repeat its ends
   bool hasRead_ = false;
   int slot_ = 0;   // where the last row went
@@ -161,22 +172,22 @@ class VerticalWindow final : public WindowedRows {
 // row and column.
 class Cross final : public WindowedRows {
  public:
-  Cross(const ExtremeKernels& kernels, RowsPtr input, int width, int rows);
+  Cross(const ExtremeKernels& kernels, RowsPtr input, int width);
   bool IsReady() const { return input_ && ring_; }
   const uint8_t* Next(uint8_t* scratch) override;
-  const uint8_t* LastInput() override;
+  const uint8_t* FirstInput() override;
 
  private:
   static constexpr int kRows = 3;
-  void ReadUpTo(int row);
+  void Read();
 
   const ExtremeKernels& kernels_;
   RowsPtr input_;
-  const int width_, inputRows_;
+  const bool inputStays_;
+  const int width_;
   RowRing ring_;
-  const uint8_t* rows_[kRows];
+  const uint8_t* rows_[kRows];  // the last ones, the newest last
   int read_ = 0;
-  int next_ = 0;
 };
 
 // Grows extremes over diamonds of radius r >= step to radius r + step: the four diamonds at that
@@ -187,7 +198,7 @@ class Cross final : public WindowedRows {
 // beyond it does.
 class DiamondGrowth final : public Rows {
  public:
-  DiamondGrowth(const ExtremeKernels& kernels, RowsPtr input, int width, int rows, int step);
+  DiamondGrowth(const ExtremeKernels& kernels, RowsPtr input, Columns columns, int rows, int step);
   bool IsReady() const { return input_ && ring_; }
   const uint8_t* Next(uint8_t* scratch) override;
 
