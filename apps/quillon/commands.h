@@ -29,6 +29,7 @@ extern const Family kNeighbourhoodFilters;
 extern const Family kMorphology;
 extern const Family kBlobs;
 extern const Family kSample;
+extern const Family kEdgeMatching;
 extern const Family kGeneral;
 
 // All of them, in the order in which help and list show them.
