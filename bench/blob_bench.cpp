@@ -1,13 +1,17 @@
 // Blob analysis beside OpenCV: labelling, labelling with all features, fill-up.
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
 #include <cstring>
+#include <filesystem>
+#include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 
 #include "blob/features.h"
 #include "blob/labelling.h"
 #include "blob/polygon.h"
 #include "families.h"
+#include "point/threshold.h"
 #include "support/operation.h"
 
 namespace quillon::bench {
@@ -123,9 +127,41 @@ void FillUpPeer(PeerFrame& f) {
   cv::compare(inner, kReached, f.result, cv::CMP_NE);
 }
 
+// Labelling of real pictures, binarised at Otsu's level: one row for each picture of the folder
+// that QUILLON_DATA names.
+void AddPhotos() {
+  const char* data = std::getenv("QUILLON_DATA");
+  if (!data) return;
+  std::vector<std::filesystem::path> files;
+  std::error_code missing;
+  for (const auto& entry :
+       std::filesystem::directory_iterator(std::filesystem::path(data) / "photos", missing)) {
+    files.push_back(entry.path());
+  }
+  std::sort(files.begin(), files.end());
+  for (const auto& file : files) {
+    const cv::Mat photo = cv::imread(file.string(), cv::IMREAD_GRAYSCALE);
+    if (photo.empty()) continue;
+    const auto prepare = [photo](Frame& f) {
+      FromMat(photo, f.source);
+      ApplyThreshold(f.kernels, f.source, ComputeOtsuThreshold(f.source));
+      MakeRegion(f);
+    };
+    Add({.name = "blob_label_" + file.stem().string(),
+         .bytesPerPixel = 1,
+         .prepare = prepare,
+         .ours = Label,
+         .preparePeer = MakePeerBlobs,
+         .peer = LabelPeer,
+         .check = SameAreas,
+         .sizes = {{photo.cols, photo.rows}}});
+  }
+}
+
 }  // namespace
 
 void AddBlobOperations() {
+  AddPhotos();
   for (const int count : {500, 5000}) {
     const auto prepare = [count](Frame& f) {
       DrawBlobs(f.source, count, /*holes=*/false);

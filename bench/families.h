@@ -9,5 +9,6 @@ void AddBlobOperations();        // labelling, features, fill-up
 void AddMorphOperations();       // dilation, erosion and their composites
 void AddNeighbourhoodFilters();  // edges, sharpening, medians
 void AddEdgeMatching();          // edge-based matching
+void AddSmoothingOperations();   // Gaussians, means, convolution
 
 }  // namespace quillon::bench

@@ -2,7 +2,7 @@
 # flags; tests/check_kernel_symbols holds that none of their code can be called by a lower level.
 set(QUILLON_LEVELS sse2 avx2 avx512)
 set(quillon_flags_sse2 -msse2)
-set(quillon_flags_avx2 -mavx2 -mbmi -mbmi2 -mlzcnt -mpopcnt)
+set(quillon_flags_avx2 -mavx2 -mbmi -mbmi2 -mpopcnt)
 set(quillon_flags_avx512 ${quillon_flags_avx2}
     -mavx512f -mavx512cd -mavx512bw -mavx512dq -mavx512vl -mavx512vbmi -mavx512vbmi2 -mavx512vnni
     -mavx512bitalg -mavx512vpopcntdq -mprefer-vector-width=512)

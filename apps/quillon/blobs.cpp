@@ -64,7 +64,7 @@ struct Options {
   std::vector<std::string> polygon;
   Bounds area, width, height;
   std::vector<int> centreX, centreY;
-  std::string binary;
+  std::string binary, drawn;
   Output output;
 };
 
@@ -330,9 +330,9 @@ Findings Measure(const Pictures& pictures, RLERegion* region, const std::vector<
   return findings;
 }
 
-void Draw(const Options& options, const Pictures& pictures, const std::vector<int>& regionPoints,
-          RLERegion* region, const std::vector<BlobFeature>& blobs, const std::vector<int>& numbers,
-          const Findings& findings) {
+Report Draw(const Options& options, const Pictures& pictures, const std::vector<int>& regionPoints,
+            RLERegion* region, const std::vector<BlobFeature>& blobs,
+            const std::vector<int>& numbers) {
   constexpr size_t kMostNumbers = 150;  // more of them hide the picture, until they are asked for
   enum { kBox, kRectangle, kCentre, kNumber, kRegion };
   Report report{.title = "Blobs of " + std::filesystem::path(options.image).filename().string(),
@@ -364,7 +364,7 @@ void Draw(const Options& options, const Pictures& pictures, const std::vector<in
     picture.Cross({kCentre, row}, {blob.centreX, blob.centreY});
     picture.Label({kNumber, row}, {left - 0.5, top - 1.0}, std::to_string(numbers[i]));
   }
-  WriteReport(options.output.report, report, findings);
+  return report;
 }
 
 // White where the region's picture was labelled from, for a look at what the band and the filling
@@ -401,9 +401,11 @@ void Run(const Options& options) {
   Findings findings = Measure(pictures, region, blobs, numbers);
   findings.facts = Facts(options, pictures, band, region, share, all.size(), blobs);
   Print(options.output, findings);
-  if (!options.output.report.empty()) {
-    Draw(options, pictures, points, region, blobs, numbers, findings);
-  }
+  const bool page = !options.output.report.empty(), drawn = !options.drawn.empty();
+  if (!page && !drawn) return;
+  const Report report = Draw(options, pictures, points, region, blobs, numbers);
+  if (page) WriteReport(options.output.report, report, findings);
+  if (drawn) WriteDrawnPicture(options.drawn, report);
 }
 
 // ---- the command --------------------------------------------------------------------------------
@@ -457,6 +459,9 @@ void AddBlobs(CLI::App& app) {
       ->expected(2)
       ->type_name("MIN MAX");
   command->add_option("--binary", options->binary, "write what was labelled in white (.png, .bmp)")
+      ->type_name("FILE");
+  command
+      ->add_option("--draw", options->drawn, "write the picture with its blobs drawn (.png, .bmp)")
       ->type_name("FILE");
   AddOutputOptions(*command, options->output);
   command->callback([options] {

@@ -1,13 +1,10 @@
 #include "report.h"
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <fstream>
-#include <numbers>
 
 #include "errors.h"
-#include "image_files.h"
 #include "page_parts.h"
 
 namespace quillon::app {
@@ -86,59 +83,6 @@ const char* ClassOf(Tone tone) {
   return "";
 }
 
-}  // namespace
-
-Picture::Picture(std::string caption, const GreyImage& image)
-    : caption_(std::move(caption)),
-      width_(image.width),
-      height_(image.height),
-      png_(EncodePng(image)) {}
-
-Picture::Picture(std::string caption, const ColourImage& image)
-    : caption_(std::move(caption)),
-      width_(image.width),
-      height_(image.height),
-      png_(EncodePng(image)) {}
-
-void Picture::Box(Mark mark, double left, double top, double right, double bottom) {
-  drawings_.push_back({mark, "<rect" + Attribute("x", left - 0.5) + Attribute("y", top - 0.5) +
-                                 Attribute("width", right - left + 1) +
-                                 Attribute("height", bottom - top + 1) + "/>"});
-}
-
-void Picture::TurnedBox(Mark mark, Point centre, double width, double height, double degrees) {
-  const double angle = degrees * std::numbers::pi / 180;
-  const double cosine = std::cos(angle), sine = std::sin(angle);
-  std::array<Point, 4> corners;
-  constexpr double kSides[4][2] = {{-0.5, -0.5}, {0.5, -0.5}, {0.5, 0.5}, {-0.5, 0.5}};
-  for (size_t i = 0; i < 4; ++i) {
-    const double x = kSides[i][0] * width, y = kSides[i][1] * height;
-    corners[i] = {centre.x + x * cosine - y * sine, centre.y + x * sine + y * cosine};
-  }
-  Polygon(mark, corners);
-}
-
-void Picture::Polygon(Mark mark, std::span<const Point> points) {
-  std::string list;
-  for (const Point& point : points) list += Number(point.x) + "," + Number(point.y) + " ";
-  drawings_.push_back({mark, "<polygon points='" + list + "'/>"});
-}
-
-void Picture::Dots(Mark mark, std::span<const Point> points) {
-  std::string path;
-  for (const Point& point : points) path += "M" + Number(point.x) + " " + Number(point.y) + "h0";
-  drawings_.push_back({mark, "<path class='dots' d='" + path + "'/>"});
-}
-
-void Picture::Cross(Mark mark, Point centre) { drawings_.push_back({mark, "", centre}); }
-
-void Picture::Label(Mark mark, Point at, std::string_view text) {
-  // Near the upper edge the text goes below the point.
-  const char* place = at.y < height_ / 30.0 ? " class='below'" : "";
-  drawings_.push_back({mark, "<text" + std::string(place) + Attribute("x", at.x) +
-                                 Attribute("y", at.y) + ">" + Escaped(text) + "</text>"});
-}
-
 // Writes the page from top to bottom.
 class Page {
  public:
@@ -200,53 +144,73 @@ class Page {
   }
 
   void Show(const Picture& picture) {
-    const std::string width = std::to_string(picture.width_);
-    const std::string height = std::to_string(picture.height_);
+    const std::string width = std::to_string(picture.Width());
+    const std::string height = std::to_string(picture.Height());
     html_ += "<figure><div class='frame'><svg viewBox='-0.5 -0.5 " + width + " " + height +
              "' data-width='" + width + "' style='--w:" + width + ";--h:" + height +
              ";--text:" + Number(TextSize(picture)) + "px'>\n<image x='-0.5' y='-0.5' width='" +
              width + "' height='" + height + "' href='data:image/png;base64," +
-             Base64(picture.png_) + "'/>\n";
+             Base64(picture.Png()) + "'/>\n";
     Draw(picture);
     html_ += "</svg></div>";
-    if (!picture.caption_.empty()) {
-      html_ += "<figcaption>" + Escaped(picture.caption_) + "</figcaption>";
+    if (!picture.Caption().empty()) {
+      html_ += "<figcaption>" + Escaped(picture.Caption()) + "</figcaption>";
     }
     html_ += "</figure>\n";
   }
 
   // Readable on a picture that is shown to its full width, smaller where the drawings are many.
   double TextSize(const Picture& picture) const {
-    const double side = std::sqrt(static_cast<double>(picture.width_) * picture.height_);
+    const double side = std::sqrt(static_cast<double>(picture.Width()) * picture.Height());
     const double rows = std::max<double>(1, static_cast<double>(findings_.rows.size()));
     return std::max(2.0, std::min(side / 42, 0.36 * side / std::sqrt(rows)));
   }
 
   // One group for each row of the table.
   void Draw(const Picture& picture) {
-    std::vector<const Picture::Drawing*> drawings;
-    for (const auto& drawing : picture.drawings_) drawings.push_back(&drawing);
+    std::vector<const Drawing*> drawings;
+    for (const auto& drawing : picture.Drawings()) drawings.push_back(&drawing);
     std::stable_sort(drawings.begin(), drawings.end(),
                      [](const auto* a, const auto* b) { return a->mark.row < b->mark.row; });
-    const double arm = 0.22 * TextSize(picture);
     for (size_t i = 0; i < drawings.size();) {
       const int row = drawings[i]->mark.row;
       html_ += row == kNoRow ? "<g>" : "<g data-row='" + std::to_string(row) + "'>" + Tip(row);
       for (; i < drawings.size() && drawings[i]->mark.row == row; ++i) {
-        const size_t layer = static_cast<size_t>(drawings[i]->mark.layer);
-        html_ += "<g class='layer" + std::to_string(layer) + " " +
-                 ClassOf(report_.layers.at(layer).tone) +
-                 (report_.layers[layer].shown ? "'>" : " off'>") +
-                 (drawings[i]->svg.empty() ? Cross(drawings[i]->cross, arm) : drawings[i]->svg) +
-                 "</g>";
+        const Layer& layer = report_.layers.at(static_cast<size_t>(drawings[i]->mark.layer));
+        html_ += "<g class='layer" + std::to_string(drawings[i]->mark.layer) + " " +
+                 ClassOf(layer.tone) + (layer.shown ? "'>" : " off'>") +
+                 Svg(*drawings[i], picture) + "</g>";
       }
       html_ += "</g>\n";
     }
   }
 
-  static std::string Cross(Point centre, double arm) {
-    return "<path d='M" + Number(centre.x - arm) + " " + Number(centre.y) + "h" + Number(2 * arm) +
-           "M" + Number(centre.x) + " " + Number(centre.y - arm) + "v" + Number(2 * arm) + "'/>";
+  std::string Svg(const Drawing& drawing, const Picture& picture) const {
+    const std::vector<Point>& p = drawing.points;
+    std::string list;
+    switch (drawing.kind) {
+      case Drawing::Kind::kBox:
+        return "<rect" + Attribute("x", p[0].x) + Attribute("y", p[0].y) +
+               Attribute("width", p[1].x - p[0].x) + Attribute("height", p[1].y - p[0].y) + "/>";
+      case Drawing::Kind::kPolygon:
+        for (const Point& point : p) list += Number(point.x) + "," + Number(point.y) + " ";
+        return "<polygon points='" + list + "'/>";
+      case Drawing::Kind::kDots:
+        for (const Point& point : p) list += "M" + Number(point.x) + " " + Number(point.y) + "h0";
+        return "<path class='dots' d='" + list + "'/>";
+      case Drawing::Kind::kCross: {
+        const double arm = 0.22 * TextSize(picture);
+        return "<path d='M" + Number(p[0].x - arm) + " " + Number(p[0].y) + "h" + Number(2 * arm) +
+               "M" + Number(p[0].x) + " " + Number(p[0].y - arm) + "v" + Number(2 * arm) + "'/>";
+      }
+      case Drawing::Kind::kLabel: {
+        // Near the upper edge the text goes below the point.
+        const bool below = p[0].y < picture.Height() / 30.0;
+        return std::string("<text") + (below ? " class='below'" : "") + Attribute("x", p[0].x) +
+               Attribute("y", p[0].y) + ">" + Escaped(drawing.text) + "</text>";
+      }
+    }
+    return "";
   }
 
   // What a pointer over a drawing says: the first cells of the row.
@@ -292,6 +256,8 @@ class Page {
   const Findings& findings_;
   std::string html_;
 };
+
+}  // namespace
 
 std::string RenderReport(const Report& report, const Findings& findings) {
   return Page(report, findings).Render();

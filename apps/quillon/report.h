@@ -15,6 +15,7 @@
 // the centre of the top left pixel.
 #pragma once
 
+#include <memory>
 #include <span>
 #include <string>
 #include <string_view>
@@ -46,9 +47,18 @@ struct Mark {
   int row = kNoRow;
 };
 
+// One drawing over a picture.
+struct Drawing {
+  enum class Kind { kBox, kPolygon, kDots, kCross, kLabel };
+  Mark mark;
+  Kind kind;
+  std::vector<Point> points;  // a box: its outer corners; a cross, a label: one point
+  std::string text = {};
+};
+
+// A picture with its drawings; keeps a copy of the pixels.
 class Picture {
  public:
-  // The pixels are encoded at once; the image is not kept.
   Picture(std::string caption, const GreyImage& image);
   Picture(std::string caption, const ColourImage& image);
 
@@ -63,17 +73,19 @@ class Picture {
   // A short text whose lower left corner is at the point, where there is room above it.
   void Label(Mark mark, Point at, std::string_view text);
 
- private:
-  struct Drawing {
-    Mark mark;
-    std::string svg;  // the whole element; empty for a cross, whose size is the page's choice
-    Point cross = {};
-  };
-  friend class Page;
+  const std::string& Caption() const { return caption_; }
+  int Width() const { return width_; }
+  int Height() const { return height_; }
+  std::vector<unsigned char> Png() const;
+  const std::vector<Drawing>& Drawings() const { return drawings_; }
+  // The pixels in colour.
+  void CopyTo(ColourImage& image) const;
 
+ private:
   std::string caption_;
   int width_, height_;
-  std::vector<unsigned char> png_;
+  std::unique_ptr<GreyImage> grey_;  // one of the two
+  std::unique_ptr<ColourImage> colour_;
   std::vector<Drawing> drawings_;
 };
 
@@ -85,6 +97,9 @@ struct Report {
 
 // The whole page as text.
 std::string RenderReport(const Report& report, const Findings& findings);
+
+// The first picture with the drawings of all layers that are shown at first, as an image file.
+void WriteDrawnPicture(const std::string& path, const Report& report);
 
 // The page as a file; throws Failure naming it.
 void WriteReport(const std::string& path, const Report& report, const Findings& findings);

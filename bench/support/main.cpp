@@ -15,5 +15,6 @@ int main(int argc, char** argv) {
   quillon::bench::AddMorphOperations();
   quillon::bench::AddNeighbourhoodFilters();
   quillon::bench::AddEdgeMatching();
+  quillon::bench::AddSmoothingOperations();
   benchmark::RunSpecifiedBenchmarks();
 }

@@ -145,17 +145,18 @@ QUILLON_API void QUILLON_CALL IxImageGainOffset(const GreyImage* source, GreyIma
                                                 double gain, double offset);
 
 // ---- geometric transforms -----------------------------------------------------------------------
-// Grey images of 8 bits; when an image, the result included, reports another depth, nothing happens.
-// The result may be the source, with the same pixels as out of place.
+// Grey images of 8 bits; when an image, the result included, reports another depth, nothing
+// happens. The result may be the source, with the same pixels as out of place.
 
 // Nearest neighbour at pixel centres. The result is re-created at trunc(width * scaleX + 0.5) x
-// trunc(height * scaleY + 0.5); its column x shows column min(trunc((x + 0.5) / scaleX), width - 1),
-// its rows likewise. A scale that is not finite and positive, or a side of the result outside
+// trunc(height * scaleY + 0.5); its column x shows column min(trunc((x + 0.5) / scaleX), width -
+// 1), its rows likewise. A scale that is not finite and positive, or a side of the result outside
 // 1 ... 32767: nothing happens.
 QUILLON_API void QUILLON_CALL IxImageScaling(const GreyImage* source, GreyImage* result,
                                              double scaleX, double scaleY);
 
-// result(x + dx, y + dy) = source(x, y), at the source's size; uncovered pixels are 0. Any distance.
+// result(x + dx, y + dy) = source(x, y), at the source's size; uncovered pixels are 0. Any
+// distance.
 QUILLON_API void QUILLON_CALL IxImageTranslation(const GreyImage* source, GreyImage* result, int dx,
                                                  int dy);
 
@@ -165,9 +166,9 @@ QUILLON_API void QUILLON_CALL IxImageTranslation(const GreyImage* source, GreyIm
 //   sy = ((y - cy) cos - (x - cx) sin) + cy        cy = (height - 1) / 2
 // IxImageRotation takes the nearest pixel, halves going up, of positions in [-0.5, width - 0.5) x
 // [-0.5, height - 0.5). IxImageRotationBilinear interpolates between the four pixels around, in
-// double, positions in [0, width - 1] x [0, height - 1] and up to 1e-9 beyond, and rounds to nearest,
-// halves up. Any finite angle; multiples of 90 degrees are exact. An angle that is not finite:
-// nothing happens.
+// double, positions in [0, width - 1] x [0, height - 1] and up to 1e-9 beyond, and rounds to
+// nearest, halves up. Any finite angle; multiples of 90 degrees are exact. An angle that is not
+// finite: nothing happens.
 QUILLON_API void QUILLON_CALL IxImageRotation(const GreyImage* source, GreyImage* result,
                                               double angle);
 QUILLON_API void QUILLON_CALL IxImageRotationBilinear(const GreyImage* source, GreyImage* result,
@@ -194,6 +195,17 @@ QUILLON_API void QUILLON_CALL IxMeanSmoothing(const GreyImage* source, GreyImage
 QUILLON_API void QUILLON_CALL IxMeanSmoothing3x3(const GreyImage* source, GreyImage* result);
 QUILLON_API void QUILLON_CALL IxMeanSmoothing5x5(const GreyImage* source, GreyImage* result);
 QUILLON_API void QUILLON_CALL IxMeanSmoothing7x7(const GreyImage* source, GreyImage* result);
+
+// The sum of the window's pixels, each times its weight in `kernel` (9, 25 or 49 of them, row by
+// row; the first one belongs to the top left neighbour), divided by the sum of the weights where
+// that is positive, truncated toward zero and clamped to 0 ... 255. Any weights: sums are exact. A
+// null kernel: nothing happens.
+QUILLON_API void QUILLON_CALL IxArbitraryConvolution3x3(const GreyImage* source, GreyImage* result,
+                                                        const int* kernel);
+QUILLON_API void QUILLON_CALL IxArbitraryConvolution5x5(const GreyImage* source, GreyImage* result,
+                                                        const int* kernel);
+QUILLON_API void QUILLON_CALL IxArbitraryConvolution7x7(const GreyImage* source, GreyImage* result,
+                                                        const int* kernel);
 
 // ---- regions of interest ------------------------------------------------------------------------
 // A region object holds a region of interest as horizontal runs, and every result of the last
@@ -231,10 +243,10 @@ QUILLON_API bool QUILLON_CALL IxImgAssignToRegion(RLERegion* region, const GreyI
 QUILLON_API HBITMAP QUILLON_CALL IxGetRegDisplay(RLERegion* region);
 
 // ---- blobs --------------------------------------------------------------------------------------
-// Blobs are groups of pixels that touch, diagonals included. Rows are scanned from the top, each from
-// the left; a run that touches nothing above starts a label, and where a run joins several, the
-// leftmost one's is kept. Blobs are numbered 0, 1, 2 ... in the order of the labels that were kept.
-// Pixels are read as bytes, whatever the image's depth.
+// Blobs are groups of pixels that touch, diagonals included. Rows are scanned from the top, each
+// from the left; a run that touches nothing above starts a label, and where a run joins several,
+// the leftmost one's is kept. Blobs are numbered 0, 1, 2 ... in the order of the labels that were
+// kept. Pixels are read as bytes, whatever the image's depth.
 
 // Labels the pixels whose value is at least min(low, high) and at most max(low, high), inside the
 // region of interest.
@@ -273,8 +285,9 @@ QUILLON_API void QUILLON_CALL IxGetnBlobBound(const RLERegion* region, int n, in
 
 // The rectangle of least area around the centres of the blob's pixels, as 13 floats: centre x, y;
 // height, the length of the first side; width, of the second; the angle of the first side; corners
-// x, y. One of its sides lies along an edge of the convex hull (H. Freeman, R. Shapira, "Determining
-// the minimum-area encasing rectangle", Comm. ACM 18(7), 1975), and that is the first side.
+// x, y. One of its sides lies along an edge of the convex hull (H. Freeman, R. Shapira,
+// "Determining the minimum-area encasing rectangle", Comm. ACM 18(7), 1975), and that is the first
+// side.
 //   angle: atan2(-dy, dx) in degrees; 0 where dx is 0; 90 is added to negative ones
 //   one pixel: 1 x 1, angle 0, all corners the pixel
 //   pixels on one line from p to q: height |q - p|, width 0, corners p, (q.x, p.y), p, q
@@ -403,6 +416,109 @@ QUILLON_API void QUILLON_CALL IxMorphBlackTopHatDiamond(const GreyImage* source,
                                                         int passes);
 QUILLON_API void QUILLON_CALL IxMorphBlackTopHatCircle(const GreyImage* source, GreyImage* result,
                                                        int passes);
+
+// ---- colour spaces ------------------------------------------------------------------------------
+// A set of three tables of 16,777,216 bytes each, which the host allocates, holds a colour space:
+// the entry for the pixel bytes b0, b1, b2 (blue, green, red) is at b0 + 256 b1 + 65536 b2. One set
+// serves any number of conversions, from any thread. With B, G, R = b / 255:
+
+// Fills hue, saturation and intensity. 1, or 0 when a pointer is null.
+//   c1 = 0.81649 B - 0.40824 R - 0.40824 G,  c2 = 0.8761 G - 0.8761 R
+//   saturation = 312.3099 sqrt(c1^2 + c2^2), intensity = 147.2243 * 0.57736 (R + B + G)
+//   angle = acos(((B - G) + (B - R)) / 2 / sqrt((G - R)(B - R) + (B - G)^2)), 0 for grey colours
+//   and cosines above 0.99999; hue = 57.2957 * 0.708 angle, and 255 less that where G < R
+// All are clamped to 0 ... 255 and truncated. Blue takes the part of the textbook's red. The arc
+// cosine is the platform's: its last bit may move an entry that lies on the edge of two bytes.
+QUILLON_API uint8_t QUILLON_CALL IxCreateCToHSI(uint8_t* hue, uint8_t* saturation,
+                                                uint8_t* intensity);
+
+// Fills CIE L*a*b* scaled to bytes. 1, or 0 when a pointer is null.
+//   X = (0.412453 R + 0.180423 B + 0.35758 G) * 1.0521265581994328
+//   Y = 0.212671 R + 0.71516 G + 0.072169 B
+//   Z = (0.019334 R + 0.119193 G + 0.950227 B) * 0.9182247410147117
+//   f(t) = t^0.333333 above 0.008856, else 7.787 t + 0.1379
+//   L = 295.8 f(Y) - 40.8, a = 691.37 (f(X) - f(Y)) + 119.16633, b = 252.054 (f(Y) - f(Z)) +
+//   135.93486
+// All are clamped to 0 ... 255 and rounded. The power is the platform's, as above.
+QUILLON_API uint8_t QUILLON_CALL IxCreateCToLab(uint8_t* lightness, uint8_t* a, uint8_t* b);
+
+// Converts a picture through the tables of either space: byte k of every pixel of `result`,
+// re-created at the source's size, is the entry of table k. `result` may be the source. Depth:
+// above 8. 1 when done; 0 for a null table or image; not 0, and nothing done, for a grey source.
+// IxColorToLab is a second name of the same function.
+QUILLON_API uint8_t QUILLON_CALL IxColorToHSI(const ColourImage* source, ColourImage* result,
+                                              const uint8_t* table0, const uint8_t* table1,
+                                              const uint8_t* table2);
+QUILLON_API uint8_t QUILLON_CALL IxColorToLab(const ColourImage* source, ColourImage* result,
+                                              const uint8_t* table0, const uint8_t* table1,
+                                              const uint8_t* table2);
+
+// Copies byte `channel` (0, 1, 2) of every pixel into `result`, re-created at the source's size;
+// with any other channel the new image is all zero. 1, or 0 when the source has no pixels.
+// IxGetCIELab is a second name of the same function.
+QUILLON_API uint8_t QUILLON_CALL IxGetHSI(const ColourImage* source, GreyImage* result,
+                                          int channel);
+QUILLON_API uint8_t QUILLON_CALL IxGetCIELab(const ColourImage* source, GreyImage* result,
+                                             int channel);
+
+// Copies the three bytes of pixel (x, y). 1; 0, and `channels` untouched, when the image has no
+// pixels or the point lies outside it. IxGetCIELabPoint is a second name of the same function.
+QUILLON_API uint8_t QUILLON_CALL IxGetHSIPoint(const ColourImage* image, int x, int y,
+                                               uint8_t* channels);
+QUILLON_API uint8_t QUILLON_CALL IxGetCIELabPoint(const ColourImage* image, int x, int y,
+                                                  uint8_t* channels);
+
+// ---- flat field ---------------------------------------------------------------------------------
+// Evens out a region's brightness by a gain per grey level, target / level. The gains are kept in
+// the image object; they survive re-creation of its pixels and go with CImage::Destroy. A region
+// has columns xStart ... xEnd - 1 and rows yStart ... yEnd - 1. No depth is tested.
+
+// Gives the image the gains for `target` (clamped to 0 ... 255) and writes them with the region to
+// a file of 2072 bytes. 1; 0 when the file cannot be opened (the image keeps the new gains).
+QUILLON_API uint8_t QUILLON_CALL IxFFCParaBuild(GreyImage* image, int target, int xStart, int xEnd,
+                                                int yStart, int yEnd, const char* fileName);
+
+// Takes gains and region, four ints xStart, xEnd, yStart, yEnd, from a file. 1; 0 when it cannot be
+// opened: the image is then without gains. What a short file lacks comes out as 0.
+QUILLON_API uint8_t QUILLON_CALL IxFFCParaLoad(GreyImage* image, int* region, const char* fileName);
+
+// Corrects the part of the region that lies inside the image, in place: pixel * gain, truncated,
+// 255 at most. The product falls one short of the target for some pairs of target and level (49
+// with target 1 gives 0). Black stays black. Nothing happens without gains.
+QUILLON_API void QUILLON_CALL IxFFCCalibrate(GreyImage* image, int xStart, int xEnd, int yStart,
+                                             int yEnd);
+
+// ---- lens distortion ----------------------------------------------------------------------------
+// A bivariate cubic maps ideal grid positions to measured ones. Parameters, coefficients and the
+// pixel map are kept in the image object. Build or load, pre-calculate, then calibrate any number
+// of images of that size made with the same object. No depth is tested.
+
+// Fits the cubic to `count` points, pairs x, y, measured on a square grid with an odd number of
+// points a side, row by row from the top left; the middle one becomes the centre. A grid step is
+// trunc(pitch * 10000 / pixelSize + 0.5) pixels. Least squares by orthogonal rotations; where the
+// points leave coefficients undetermined (nine points do), those of least norm. The points are
+// rewritten as x - centreX, centreY - y. Writes a file of 208 bytes; one that cannot be opened is
+// not reported. 1; 0, and nothing changed, for an even count or one below 1, null points, or no
+// memory.
+QUILLON_API uint8_t QUILLON_CALL IxDistortionParaBuild(GreyImage* image, int* points, int count,
+                                                       float xPitch, float yPitch, float xPixelSize,
+                                                       float yPixelSize, const char* fileName);
+
+// Takes parameters and coefficients from a file. 1; 0 when it cannot be opened: the image is then
+// without coefficients. What a short file lacks comes out as 0.
+QUILLON_API uint8_t QUILLON_CALL IxDistortionParaLoad(GreyImage* image, const char* fileName);
+
+// Makes the pixel map, pairs source x, source y for every pixel of the corrected rectangle, for the
+// image's present size. The map's y grows upwards from the centre. Where a source lies outside the
+// image its x stays 0. Nothing happens without coefficients; a rectangle that is empty, or
+// whose map needs 2 GiB or more, leaves no map.
+QUILLON_API void QUILLON_CALL IxDistortionPreCalculate(GreyImage* image);
+
+// Resamples the image through its map, nearest neighbour, in place; sources outside the image give
+// 0. The result is stored top row first without row padding, over a store that is bottom up and
+// padded: rows appear upside down, which undoes the map's direction; where the width is not a
+// multiple of 4 they are also sheared. 1 when corrected; 0 without coefficients, map or pixels.
+QUILLON_API uint8_t QUILLON_CALL IxDistortionCalibrate(GreyImage* image);
 
 // ---- image pyramid ------------------------------------------------------------------------------
 

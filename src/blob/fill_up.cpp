@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "blob/labelling.h"
+#include "blob/queries.h"
 #include "blob/run_linker.h"
 #include "core/buffer.h"
 #include "simd/kernels.h"
@@ -33,6 +34,13 @@ void LinkRows(const Kernels& kernels, const GreyImage& image, uint8_t value, int
   }
 }
 
+void FillRuns(const RLERegion& region, const BlobRecord& hole, GreyImage& image, uint8_t value) {
+  ForEachRun(region, hole, [&](const RunRecord& run) {
+    const int length = run.xEnd - run.xStart + 1;
+    std::memset(image.rows[run.y] + run.xStart, value, static_cast<size_t>(length));
+  });
+}
+
 }  // namespace
 
 bool FillUpHoles(const Kernels& kernels, RLERegion& region, GreyImage& image, uint8_t value) {
@@ -40,11 +48,8 @@ bool FillUpHoles(const Kernels& kernels, RLERegion& region, GreyImage& image, ui
   if (!edges) return false;
   RunLinker linker(region, /*withBorder=*/true);
   LinkRows(kernels, image, value, edges.data(), linker);
-  for (int i = 1; i < linker.RunCount(); ++i) {
-    const RunRecord& run = region.runs[i];
-    if (linker.Root(run.blob) == kBorder) continue;
-    std::memset(image.rows[run.y] + run.xStart, value,
-                static_cast<size_t>(run.xEnd - run.xStart + 1));
+  for (int label = kBorder + 1; label < linker.LabelCount(); ++label) {
+    if (region.blobs[label].label != -1) FillRuns(region, region.blobs[label], image, value);
   }
   return true;
 }

@@ -58,15 +58,15 @@ int32_t WrappingProduct(int32_t a, int32_t b) {
 void AddRun(const RunRecord& run, BlobRecord& blob) {
   const int32_t length = run.xEnd - run.xStart + 1;
   blob.area += length;
-  blob.centreX += WrappingProduct(run.xStart + run.xEnd, length) / 2;
+  const int32_t columns = WrappingProduct(run.xStart + run.xEnd, length) / 2;
+  blob.centreX += columns;
   blob.centreY += WrappingProduct(run.y, length);
 }
 
-// Numbers the surviving labels and sums up their runs, in table order rather than chain by chain:
-// that reads the runs once from front to back, and a row meets the same few blobs again.
-void NumberBlobs(RLERegion& region, const RunLinker& linker) {
+// Gives every label that survived its blob's number, in their order.
+void NumberBlobs(RLERegion& region, int labelCount) {
   int blobCount = 0;
-  for (int label = 0; label < linker.LabelCount(); ++label) {
+  for (int label = 0; label < labelCount; ++label) {
     BlobRecord& blob = region.blobs[label];
     if (blob.label == -1) continue;
     region.blobIndex[blobCount] = label;
@@ -78,19 +78,35 @@ void NumberBlobs(RLERegion& region, const RunLinker& linker) {
     blob.right = head.xEnd;
     blob.top = blob.bottom = head.y;
   }
-  for (int i = 0; i < linker.RunCount(); ++i) {
-    RunRecord& run = region.runs[i];
-    BlobRecord& blob = region.blobs[linker.Root(run.blob)];
-    run.blob = blob.label;
-    AddRun(run, blob);
+  region.blobCount = blobCount;
+}
+
+// The number of the blob that each label ended in. A label's merges may be a long way: each step of
+// it is walked once.
+void ResolveLabels(const RLERegion& region, Buffer<int32_t>& numbers) {
+  const int labelCount = static_cast<int>(numbers.size());
+  for (int label = 0; label < labelCount; ++label) numbers[label] = region.blobs[label].label;
+  for (int label = 0; label < labelCount; ++label) {
+    int root = label;
+    while (numbers[root] < 0) root = region.blobs[root].parent;
+    for (int l = label; numbers[l] < 0; l = region.blobs[l].parent) numbers[l] = numbers[root];
   }
-  for (int n = 0; n < blobCount; ++n) {
+}
+
+// Sums up the blobs in table order rather than chain by chain: that reads the runs once from front
+// to back, and a row meets the same few blobs again.
+void SumUpBlobs(RLERegion& region, int runCount, const Buffer<int32_t>& numbers) {
+  for (int i = 0; i < runCount; ++i) {
+    RunRecord& run = region.runs[i];
+    run.blob = numbers[run.blob];
+    AddRun(run, region.blobs[region.blobIndex[run.blob]]);
+  }
+  for (int n = 0; n < region.blobCount; ++n) {
     BlobRecord& blob = region.blobs[region.blobIndex[n]];
     const double perPixel = 1.0 / blob.area;
     blob.centreX *= perPixel;
     blob.centreY *= perPixel;
   }
-  region.blobCount = blobCount;
 }
 
 }  // namespace
@@ -105,8 +121,12 @@ void LabelGrayBlobs(const Kernels& kernels, RLERegion& region, const GreyImage& 
   const Band band = {static_cast<uint8_t>(lowest), static_cast<uint8_t>(highest - lowest)};
   RunLinker linker(region, /*withBorder=*/false);
   LabelRegionRuns(kernels, region, image, band, edges.data(), linker);
+  Buffer<int32_t> numbers(static_cast<size_t>(linker.LabelCount()));
+  if (!numbers) return;
   region.labelCount = linker.LabelCount();
-  NumberBlobs(region, linker);
+  NumberBlobs(region, linker.LabelCount());
+  ResolveLabels(region, numbers);
+  SumUpBlobs(region, linker.RunCount(), numbers);
 }
 
 }  // namespace quillon

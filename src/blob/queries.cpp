@@ -1,6 +1,7 @@
 #include "blob/queries.h"
 
 #include "core/image_access.h"
+#include "simd/kernels.h"
 
 namespace quillon {
 namespace {
@@ -11,15 +12,13 @@ class PixelSums {
  public:
   static constexpr int kChannels = static_cast<int>(sizeof(Pixel));
 
-  explicit PixelSums(const CImage<Pixel>& image) : image_(image) {}
+  PixelSums(const Kernels& kernels, const CImage<Pixel>& image)
+      : kernels_(kernels), image_(image) {}
 
   void Add(const RunRecord& run) {
     if (run.y < 0 || run.y >= image_.height) return;
-    const int end = std::min(run.xEnd, image_.width - 1) + 1;
-    for (int x = std::max(run.xStart, 0); x < end; ++x) {
-      const uint8_t* pixel = image_.rows[run.y] + kChannels * x;
-      for (int c = 0; c < kChannels; ++c) sums_[c] += pixel[c];
-    }
+    const int begin = std::max(run.xStart, 0), end = std::min(run.xEnd, image_.width - 1) + 1;
+    if (begin < end) AddPixels(image_.rows[run.y] + kChannels * begin, end - begin);
   }
 
   double Mean(int channel, int32_t area) const {
@@ -28,21 +27,37 @@ class PixelSums {
   ColourMean Means(int32_t area) const { return {Mean(2, area), Mean(1, area), Mean(0, area)}; }
 
  private:
+  void AddPixels(const uint8_t* pixels, int count) {
+    if constexpr (kChannels == 1) {
+      sums_[0] += kernels_.runs.SumRow(pixels, count);
+    } else {
+      constexpr int kBlock = 512;
+      uint8_t planes[kChannels][kBlock];
+      for (int x = 0; x < count; x += kBlock) {
+        const int n = std::min(kBlock, count - x);
+        kernels_.grey.SplitRow(pixels + kChannels * x, planes[0], planes[1], planes[2], n);
+        for (int c = 0; c < kChannels; ++c) sums_[c] += kernels_.runs.SumRow(planes[c], n);
+      }
+    }
+  }
+
+  const Kernels& kernels_;
   const CImage<Pixel>& image_;
   uint32_t sums_[kChannels] = {};
 };
 
 template <class Pixel>
-PixelSums<Pixel> SumBlob(const CImage<Pixel>& image, const RLERegion& region,
-                         const BlobRecord& blob) {
-  PixelSums<Pixel> sums(image);
+PixelSums<Pixel> SumBlob(const Kernels& kernels, const CImage<Pixel>& image,
+                         const RLERegion& region, const BlobRecord& blob) {
+  PixelSums<Pixel> sums(kernels, image);
   ForEachRun(region, blob, [&](const RunRecord& run) { sums.Add(run); });
   return sums;
 }
 
 template <class Pixel>
-PixelSums<Pixel> SumRegion(const CImage<Pixel>& image, const RLERegion& region) {
-  PixelSums<Pixel> sums(image);
+PixelSums<Pixel> SumRegion(const Kernels& kernels, const CImage<Pixel>& image,
+                           const RLERegion& region) {
+  PixelSums<Pixel> sums(kernels, image);
   for (int i = 0; i < region.roiRunCount; ++i) sums.Add(region.roiRuns[i]);
   return sums;
 }
@@ -68,27 +83,29 @@ Bounds BoundsOfBlob(const RLERegion& region, int n) {
   return bounds;
 }
 
-double GrayMeanOfBlob(const GreyImage* image, RLERegion& region, int n) {
+double GrayMeanOfBlob(const Kernels& kernels, const GreyImage* image, RLERegion& region, int n) {
   BlobRecord* blob = MakeCurrent(region, n);
   if (!blob || !HasPixels(image)) return 0;
-  blob->grayMean = SumBlob(*image, region, *blob).Mean(0, blob->area);
+  blob->grayMean = SumBlob(kernels, *image, region, *blob).Mean(0, blob->area);
   return blob->grayMean;
 }
 
-ColourMean ColourMeanOfBlob(const ColourImage* image, RLERegion& region, int n) {
+ColourMean ColourMeanOfBlob(const Kernels& kernels, const ColourImage* image, RLERegion& region,
+                            int n) {
   const BlobRecord* blob = MakeCurrent(region, n);
   if (!blob || !HasPixels(image)) return {};
-  return SumBlob(*image, region, *blob).Means(blob->area);
+  return SumBlob(kernels, *image, region, *blob).Means(blob->area);
 }
 
-double GrayMeanOfRegion(const GreyImage* image, const RLERegion& region) {
+double GrayMeanOfRegion(const Kernels& kernels, const GreyImage* image, const RLERegion& region) {
   if (!HasPixels(image) || region.roiRunCount == 0) return 0;
-  return SumRegion(*image, region).Mean(0, region.roiArea);
+  return SumRegion(kernels, *image, region).Mean(0, region.roiArea);
 }
 
-ColourMean ColourMeanOfRegion(const ColourImage* image, const RLERegion& region) {
+ColourMean ColourMeanOfRegion(const Kernels& kernels, const ColourImage* image,
+                              const RLERegion& region) {
   if (!HasPixels(image) || region.roiRunCount == 0) return {};
-  return SumRegion(*image, region).Means(region.roiArea);
+  return SumRegion(kernels, *image, region).Means(region.roiArea);
 }
 
 }  // namespace quillon

@@ -8,6 +8,8 @@
 
 namespace quillon {
 
+struct Kernels;
+
 // Null when there is no blob of this number.
 inline BlobRecord* FindBlob(const RLERegion& region, int n) {
   return n >= 0 && n < region.blobCount ? &region.blobs[region.blobIndex[n]] : nullptr;
@@ -37,9 +39,11 @@ struct ColourMean {
 // Means of the image's pixels, divided by the area of the blob or of the region. Sums are 32 bits
 // wide; pixels outside the image add nothing. The means of a blob make it the current one, and the
 // grey mean is kept in its record.
-double GrayMeanOfBlob(const GreyImage* image, RLERegion& region, int n);
-ColourMean ColourMeanOfBlob(const ColourImage* image, RLERegion& region, int n);
-double GrayMeanOfRegion(const GreyImage* image, const RLERegion& region);
-ColourMean ColourMeanOfRegion(const ColourImage* image, const RLERegion& region);
+double GrayMeanOfBlob(const Kernels& kernels, const GreyImage* image, RLERegion& region, int n);
+ColourMean ColourMeanOfBlob(const Kernels& kernels, const ColourImage* image, RLERegion& region,
+                            int n);
+double GrayMeanOfRegion(const Kernels& kernels, const GreyImage* image, const RLERegion& region);
+ColourMean ColourMeanOfRegion(const Kernels& kernels, const ColourImage* image,
+                              const RLERegion& region);
 
 }  // namespace quillon

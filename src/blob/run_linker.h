@@ -55,13 +55,14 @@ class RunLinker {
     return true;
   }
 
-  // The label that survives of the label's merges.
+ private:
+  // The label that survives of the label's merges. Those of two rows at most: blobs cannot cross,
+  // so it is a few steps away.
   int Root(int label) const {
     while (blobs_[label].label == -1) label = blobs_[label].parent;
     return label;
   }
 
- private:
   int NewLabel() {
     BlobRecord& record = blobs_[labelCount_];
     record.label = labelCount_;

@@ -62,8 +62,20 @@ int FindRuns(const uint8_t* row, int count, uint8_t first, uint8_t span, int32_t
   return static_cast<int>(edge - edges) / 2;
 }
 
+uint32_t SumRow(const uint8_t* row, int count) {
+  U64<kVectorBytes / 8> sums = {};
+  int x = 0;
+  for (; x <= count - kVectorBytes; x += kVectorBytes) {
+    sums += SumEights(Load<uint8_t, kVectorBytes>(row + x));
+  }
+  uint32_t sum = 0;
+  for (int lane = 0; lane < kVectorBytes / 8; ++lane) sum += static_cast<uint32_t>(sums[lane]);
+  for (; x < count; ++x) sum += row[x];
+  return sum;
+}
+
 }  // namespace
 
-const RunsKernels runs = {.FindRuns = FindRuns};
+const RunsKernels runs = {.FindRuns = FindRuns, .SumRow = SumRow};
 
 }  // namespace quillon::QUILLON_LEVEL

@@ -1,4 +1,4 @@
-// The kernel that finds runs of pixels.
+// The kernels that find runs of pixels and sum up what lies in them.
 #pragma once
 
 #include <stdint.h>
@@ -12,6 +12,8 @@ struct RunsKernels {
   // modulo 256: run k is edges[2k] ... edges[2k + 1] - 1. Returns the number of runs. There is room
   // for count + 1 edges.
   int (*FindRuns)(const uint8_t* row, int count, uint8_t first, uint8_t span, int32_t* edges);
+  // The sum of `count` bytes, in 32 bits.
+  uint32_t (*SumRow)(const uint8_t* row, int count);
 };
 
 QUILLON_KERNELS(RunsKernels, runs)

@@ -79,19 +79,19 @@ bool IxGetBlobMinRect(const RLERegion* region, int n, float* result) {
 }
 
 double IxGetnBlobGrayMean(const GreyImage* image, RLERegion* region, int n) {
-  return region ? GrayMeanOfBlob(image, *region, n) : 0;
+  return region ? GrayMeanOfBlob(BestKernels(), image, *region, n) : 0;
 }
 
 void IxGetnBlobColorMean(const ColourImage* image, RLERegion* region, int n, double* result) {
-  Write(region ? ColourMeanOfBlob(image, *region, n) : ColourMean(), result);
+  Write(region ? ColourMeanOfBlob(BestKernels(), image, *region, n) : ColourMean(), result);
 }
 
 double IxGetnRegionGrayMean(const GreyImage* image, const RLERegion* region) {
-  return region ? GrayMeanOfRegion(image, *region) : 0;
+  return region ? GrayMeanOfRegion(BestKernels(), image, *region) : 0;
 }
 
 void IxGetnRegionColorMean(const ColourImage* image, const RLERegion* region, double* result) {
-  Write(region ? ColourMeanOfRegion(image, *region) : ColourMean(), result);
+  Write(region ? ColourMeanOfRegion(BestKernels(), image, *region) : ColourMean(), result);
 }
 
 bool IxComputeAllBlobFeature(RLERegion* region) {

@@ -1,5 +1,7 @@
 #include "filters/smoothing.h"
 
+#include <algorithm>
+
 #include "core/buffer.h"
 #include "filters/inner_rows.h"
 #include "simd/kernels.h"
@@ -53,7 +55,7 @@ void SlideDown(const GreyImage& source, GreyImage& result, int size, const Move&
   if (!nothing) return;
   const int radius = size / 2;
   for (int y = 0; y < size - 1; ++y) move(source.rows[y], nothing.data());
-  FilterInnerRows(source, result, radius, size + 1,
+  FilterInnerRows(source, result, radius, source.width, size + 1,
                   [&](const SourceRows& rows, int y, uint8_t* out) {
                     move(rows[y + radius], y > radius ? rows[y - radius - 1] : nothing.data());
                     writeRow(out);
@@ -97,19 +99,35 @@ void WideMean(const Kernels& kernels, const GreyImage& source, GreyImage& result
 
 }  // namespace
 
+// Every row is read once: what later rows need of it is in the state.
 void GaussianSmoothing(const Kernels& kernels, const GreyImage& source, GreyImage& result,
                        int size) {
-  ColumnMemory memory(source.width);
-  if (!memory) return;
+  const int width = source.width, height = source.height, radius = size / 2;
+  if (width < size || height < size) return CopyUnchanged(source, result);
   const SmoothingKernels& k = kernels.smoothing;
-  const auto writeRow = size == 3 ? k.Gaussian3 : size == 5 ? k.Gaussian5 : k.Gaussian7;
-  const int radius = size / 2, width = source.width;
-  const ColumnSums sums = memory.Sums();
-  FilterInnerRows(source, result, radius, size, [&](const SourceRows& rows, int y, uint8_t* out) {
-    const uint8_t* window[7];
-    for (int i = 0; i < size; ++i) window[i] = rows[y - radius + i];
-    writeRow(window, width, sums, out);
-  });
+  const auto addRows = size == 3 ? k.Gaussian3 : size == 5 ? k.Gaussian5 : k.Gaussian7;
+  const int count = width - size + 1;
+  const size_t blocks = static_cast<size_t>(count) / 64 + 1;
+  auto state = Buffer<uint8_t>::Zeroed(blocks * 64 * static_cast<size_t>(GaussianState(size)));
+  Buffer<uint8_t> nowhere(static_cast<size_t>(count));
+  SourceRows rows(source, result, width, kGaussianBand);
+  if (!state || !nowhere || !rows || !PrepareResult(source, result)) return;
+
+  const uint8_t* from[kGaussianBand];
+  uint8_t* to[kGaussianBand];
+  for (int y = 0; y < height; y += kGaussianBand) {
+    const int n = std::min(kGaussianBand, height - y);
+    rows.ReadTo(y + n - 1);
+    for (int i = 0; i < n; ++i) {
+      from[i] = rows[y + i];
+      to[i] = y + i < 2 * radius ? nowhere.data() : result.rows[y + i - radius] + radius;
+    }
+    addRows(from, to, n, count, state.data());
+    for (int i = 0; i < n; ++i) {
+      if (y + i >= 2 * radius) FillOuterColumns(result.rows[y + i - radius], width, radius);
+    }
+  }
+  CopyBorderRows(result, radius);
 }
 
 void MeanSmoothing(const Kernels& kernels, const GreyImage& source, GreyImage& result, int size) {

@@ -47,64 +47,116 @@ QUILLON_INLINE Lanes Column(const ColumnSums& sums, int lane, int k) {
 
 // ---- binomial weights ---------------------------------------------------------------------------
 
-template <int kSize, class At>
-QUILLON_INLINE Lanes Binomial(const At& at) {
-  if constexpr (kSize == 3) {
-    return at(0) + at(2) + (at(1) << 1);
-  } else if constexpr (kSize == 5) {
-    return at(0) + at(4) + ((at(1) + at(3)) << 2) + at(2) * 6;
+template <int kSize>
+constexpr int Weight(int k) {
+  constexpr int kWeights[] = {1, 2, 1, 1, 4, 6, 4, 1, 1, 6, 15, 20, 15, 6, 1};
+  constexpr int kFirst = kSize == 3 ? 0 : kSize == 5 ? 3 : 8;
+  return k < 0 || k >= kSize ? 0 : kWeights[kFirst + k];
+}
+
+// Each pair of bytes weighed by a and b.
+template <int a, int b>
+QUILLON_INLINE Lanes WeighedPairs(U8<kBlock> bytes) {
+  if constexpr (a == 1 && b == 0) {
+    return EvenBytes(bytes);
+  } else if constexpr (a == 0 && b == 1) {
+    return OddBytes(bytes);
   } else {
-    return at(0) + at(6) + (at(1) + at(5)) * 6 + (at(2) + at(4)) * 15 + at(3) * 20;
+    return BitCast<Lanes>(
+        DotBytePairs(bytes, BitCast<I8<kBlock>>(Splat<int16_t, kLanes>(a | b << 8))));
   }
 }
 
-// The two-dimensional weights add up to 16, 256, 4096; half of that rounds, spread over the
-// columns, whose own weights add up to 4, 16, 64.
-template <int kSize>
-constexpr int kShift = 2 * (kSize - 1);
-template <int kSize>
-constexpr uint16_t kRounding = (1 << kShift<kSize>) / 2 >> (kSize - 1);
-
-template <int kSize>
-QUILLON_INLINE void SumBinomially(const uint8_t* const* rows, int width, const ColumnSums& sums) {
-  ForColumnBlocks<kSize>(rows, width, [&](const uint8_t* const* from, int x, int lane) {
-    const auto bytes = [&](int k) { return Load<uint8_t, kBlock>(from[k] + x); };
-    const auto even = [&](int k) { return EvenBytes(bytes(k)); };
-    const auto odd = [&](int k) { return OddBytes(bytes(k)); };
-    Store(sums.even + lane, Binomial<kSize>(even) + kRounding<kSize>);
-    Store(sums.odd + lane, Binomial<kSize>(odd) + kRounding<kSize>);
-  });
+// The sums across of the windows at even places from `from`, or of those at odd ones.
+template <int kSize, bool kOdd, int... k>
+QUILLON_INLINE Lanes SumAcross(const uint8_t* from, std::integer_sequence<int, k...>) {
+  return (WeighedPairs<Weight<kSize>(2 * k - kOdd), Weight<kSize>(2 * k + 1 - kOdd)>(
+              Load<uint8_t, kBlock>(from + 2 * k)) +
+          ...);
 }
 
-// Column sums of up to 16,352 weighed by 1 6 15 20 15 6 1 need 20 bits.
-template <class At>
-QUILLON_INLINE Lanes Mean7Binomially(const At& at) {
-  const auto outer = BitCast<I16<kLanes>>(at(0) + at(6));
-  const auto second = BitCast<I16<kLanes>>(at(1) + at(5));
-  const auto third = BitCast<I16<kLanes>>(at(2) + at(4));
-  const auto centre = BitCast<I16<kLanes>>(at(3));
-  const auto outerWeights = BitCast<I16<kLanes>>(Quarter{} + (1 | 6 << 16));
-  const auto innerWeights = BitCast<I16<kLanes>>(Quarter{} + (15 | 20 << 16));
-  const auto low =
-      DotPairs(ZipLow(outer, second), outerWeights) + DotPairs(ZipLow(third, centre), innerWeights);
-  const auto high = DotPairs(ZipHigh(outer, second), outerWeights) +
-                    DotPairs(ZipHigh(third, centre), innerWeights);
-  return BitCast<Lanes>(PackZipped(low >> kShift<7>, high >> kShift<7>));
+// A row weighed binomially with the rows before it: adding each row to the one before, kSteps times
+// over, makes 1 1, then 1 2 1, 1 3 3 1 ... `before` holds what the row before put into each step.
+template <int kSteps>
+QUILLON_INLINE Lanes SumDown(Lanes row, Lanes* before) {
+#pragma GCC unroll 8
+  for (int i = 0; i < kSteps; ++i) {
+    const Lanes sum = row + before[i];
+    before[i] = row;
+    row = sum;
+  }
+  return row;
+}
+
+// What half a block of columns keeps of the rows above, as vectors.
+template <int kSize>
+constexpr int kStates = kSize == 7 ? 10 : kSize - 1;
+
+// Adds a row; the windows' means that it completes.
+template <int kSize, bool kOdd>
+QUILLON_INLINE Lanes AddRow(const uint8_t* from, Lanes* state) {
+  const Lanes row = SumAcross<kSize, kOdd>(from, std::make_integer_sequence<int, kSize / 2 + 1>{});
+  if constexpr (kSize < 7) {
+    constexpr int kShift = 2 * (kSize - 1);
+    return (SumDown<kSize - 1>(row, state) + (1 << kShift >> 1)) >> kShift;
+  } else {
+    // The sums need 20 bits: after two steps, in 16, the upper twelve and the lower four bits go on
+    // apart.
+    const Lanes sum = SumDown<2>(row, state);
+    const Lanes low = SumDown<4>(sum & 15, state + 2);
+    return (SumDown<4>(sum >> 4, state + 6) + (low >> 4) + 128) >> 8;
+  }
+}
+
+// kRows rows at once, so that the state is loaded and stored once for all of them, and even and odd
+// columns in turn, so that it fits into the registers.
+template <int kSize, int kRows>
+void GaussianRows(const uint8_t* const* rows, uint8_t* const* outs, int count, uint8_t* memory) {
+  constexpr int kBytes = 2 * kStates<kSize> * kBlock;
+  static_assert(kBytes == GaussianState(kSize) * kBlock);
+  const auto walk = [](const uint8_t* const* from, uint8_t* const* to, int x, uint8_t* kept) {
+    Lanes even[kRows], odd[kRows];
+    const auto addRows = [&](auto isOdd, uint8_t* half, Lanes* means) {
+      Lanes state[kStates<kSize>];
+      const auto at = [&](int i) { return reinterpret_cast<uint16_t*>(half + i * kBlock); };
+#pragma GCC unroll 16
+      for (int i = 0; i < kStates<kSize>; ++i) state[i] = Load<uint16_t, kLanes>(at(i));
+#pragma GCC unroll 4
+      for (int i = 0; i < kRows; ++i) means[i] = AddRow<kSize, isOdd>(from[i] + x, state);
+#pragma GCC unroll 16
+      for (int i = 0; i < kStates<kSize>; ++i) Store(at(i), state[i]);
+    };
+    addRows(std::false_type{}, kept, even);
+    addRows(std::true_type{}, kept + kBytes / 2, odd);
+#pragma GCC unroll 4
+    for (int i = 0; i < kRows; ++i) Store(to[i] + x, MergeBytes(even[i], odd[i]));
+  };
+  const uint8_t* from[kRows];
+  uint8_t* to[kRows];
+  for (int i = 0; i < kRows; ++i) from[i] = rows[i], to[i] = outs[i];
+  int x = 0;
+  for (; x <= count - kBlock; x += kBlock, memory += kBytes) walk(from, to, x, memory);
+  if (x == count) return;
+  // The last columns as a block of their own, filled up with zeros.
+  uint8_t rest[kRows][kBlock + kSize - 1] = {}, sums[kRows][kBlock];
+  for (int i = 0; i < kRows; ++i) {
+    __builtin_memcpy(rest[i], rows[i] + x, static_cast<size_t>(count + kSize - 1 - x));
+    from[i] = rest[i], to[i] = sums[i];
+  }
+  walk(from, to, 0, memory);
+  for (int i = 0; i < kRows; ++i) {
+    __builtin_memcpy(outs[i] + x, sums[i], static_cast<size_t>(count - x));
+  }
 }
 
 template <int kSize>
-void Gaussian(const uint8_t* const* rows, int width, const ColumnSums& sums, uint8_t* out) {
-  SumBinomially<kSize>(rows, width, sums);
-  StoreBlocks(out, width - kSize + 1, [&](int lane) {
-    const auto even = [&](int k) { return Column(sums, lane, k); };
-    const auto odd = [&](int k) { return Column(sums, lane, k + 1); };
-    if constexpr (kSize == 7) {
-      return MergeBytes(Mean7Binomially(even), Mean7Binomially(odd));
-    } else {
-      return MergeBytes(Binomial<kSize>(even) >> kShift<kSize>,
-                        Binomial<kSize>(odd) >> kShift<kSize>);
-    }
-  });
+void Gaussian(const uint8_t* const* rows, uint8_t* const* outs, int rowCount, int count,
+              uint8_t* state) {
+  int i = 0;
+  for (; i <= rowCount - kGaussianBand; i += kGaussianBand) {
+    GaussianRows<kSize, kGaussianBand>(rows + i, outs + i, count, state);
+  }
+  for (; i < rowCount; ++i) GaussianRows<kSize, 1>(rows + i, outs + i, count, state);
 }
 
 // ---- box means ----------------------------------------------------------------------------------

@@ -15,16 +15,25 @@ struct ColumnSums {
 };
 constexpr int kColumnPadding = 128;
 
+// Rows that a Gaussian takes at once, and what it keeps of the rows above.
+constexpr int kGaussianBand = 4;
+constexpr int GaussianState(int size) { return size == 7 ? 20 : 2 * (size - 1); }
+
 // The largest window whose means are formed from 16-bit column sums: differences of two sums stay
 // within 16 bits, quotients by float are exact.
 constexpr int kLargestNarrowMean = 127;
 
 struct SmoothingKernels {
-  // Means of the `width - size + 1` windows of a row, size being the name's. `rows` are the
-  // window's rows from their first column, `sums` is scratch.
-  void (*Gaussian3)(const uint8_t* const* rows, int width, const ColumnSums& sums, uint8_t* out);
-  void (*Gaussian5)(const uint8_t* const* rows, int width, const ColumnSums& sums, uint8_t* out);
-  void (*Gaussian7)(const uint8_t* const* rows, int width, const ColumnSums& sums, uint8_t* out);
+  // Adds `rowCount` rows to those before them: each out row becomes the weighed means of the
+  // `count` windows whose last row it is. `rows` start at their windows' first column; `state`
+  // holds GaussianState(size) bytes for each of `count` columns, rounded up to whole blocks of 64,
+  // and is zero before the first row. The size is the name's.
+  void (*Gaussian3)(const uint8_t* const* rows, uint8_t* const* outs, int rowCount, int count,
+                    uint8_t* state);
+  void (*Gaussian5)(const uint8_t* const* rows, uint8_t* const* outs, int rowCount, int count,
+                    uint8_t* state);
+  void (*Gaussian7)(const uint8_t* const* rows, uint8_t* const* outs, int rowCount, int count,
+                    uint8_t* state);
 
   // sums[x] += entering[x] - leaving[x]
   void (*MoveColumns)(const ColumnSums& sums, const uint8_t* entering, const uint8_t* leaving,

@@ -17,11 +17,13 @@ namespace {
     .gradient = name::gradient,         \
     .median = name::median,             \
     .smoothing = name::smoothing,       \
+    .convolution = name::convolution,   \
     .morph = name::morph,               \
     .runs = name::runs,                 \
     .pyramid = name::pyramid,           \
     .geomatch = name::geomatch,         \
     .correlation = name::correlation,   \
+    .colour = name::colour,             \
   }
 // clang-format on
 

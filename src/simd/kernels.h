@@ -8,7 +8,9 @@
 #include "arith/rotation_kernels.h"
 #include "arith/scaling_kernels.h"
 #include "blob/runs_kernels.h"
+#include "color/colour_kernels.h"
 #include "core/grey_kernels.h"
+#include "filters/convolution_kernels.h"
 #include "filters/gradient_kernels.h"
 #include "filters/median_kernels.h"
 #include "filters/smoothing_kernels.h"
@@ -32,11 +34,13 @@ struct Kernels {
   const GradientKernels& gradient;
   const MedianKernels& median;
   const SmoothingKernels& smoothing;
+  const ConvolutionKernels& convolution;
   const MorphKernels& morph;
   const RunsKernels& runs;
   const PyramidKernels& pyramid;
   const GeomatchKernels& geomatch;
   const CorrelationKernels& correlation;
+  const ColourKernels& colour;
 };
 
 // The widest level that this processor and its operating system run. A few bit tests, no state.

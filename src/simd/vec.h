@@ -54,6 +54,17 @@ QUILLON_INLINE Vec<T, N> Load(const T* from) {
   return *reinterpret_cast<const typename vec_detail::VectorOf<T, N>::unaligned*>(from);
 }
 
+// N bytes as 16-bit lanes.
+template <int N>
+QUILLON_INLINE I16<N> LoadWidened(const uint8_t* from) {
+  if constexpr (N == 8) {
+    const __m128i bytes = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(from));
+    return reinterpret_cast<I16<8>>(_mm_unpacklo_epi8(bytes, _mm_setzero_si128()));
+  } else {
+    return __builtin_convertvector(Load<uint8_t, N>(from), I16<N>);
+  }
+}
+
 template <class T, class V>
 QUILLON_INLINE void Store(T* to, V value) {
   constexpr int n = sizeof(V) / sizeof(T);
@@ -235,6 +246,42 @@ QUILLON_INLINE V ReciprocalEstimate(V v) {
   }
 }
 
+// The square root of float lanes, correctly rounded.
+template <class V>
+QUILLON_INLINE V SquareRoot(V v) {
+  if constexpr (sizeof(V) > kVectorBytes) {
+    return Join(SquareRoot(Low(v)), SquareRoot(High(v)));
+  } else if constexpr (sizeof(V) == 16) {
+    return BitCast<V>(_mm_sqrt_ps(BitCast<__m128>(v)));
+#if QUILLON_AVX2
+  } else if constexpr (sizeof(V) == 32) {
+    return BitCast<V>(_mm256_sqrt_ps(BitCast<__m256>(v)));
+#endif
+#if QUILLON_AVX512
+  } else {
+    return BitCast<V>(_mm512_maskz_sqrt_ps(0xFFFF, BitCast<__m512>(v)));
+#endif
+  }
+}
+
+// The sums of eight neighbouring bytes each.
+template <class V>
+QUILLON_INLINE U64<sizeof(V) / 8> SumEights(V v) {
+  if constexpr (sizeof(V) > kVectorBytes) {
+    return Join(SumEights(Low(v)), SumEights(High(v)));
+  } else if constexpr (sizeof(V) == 16) {
+    return BitCast<U64<2>>(_mm_sad_epu8(BitCast<__m128i>(v), _mm_setzero_si128()));
+#if QUILLON_AVX2
+  } else if constexpr (sizeof(V) == 32) {
+    return BitCast<U64<4>>(_mm256_sad_epu8(BitCast<__m256i>(v), _mm256_setzero_si256()));
+#endif
+#if QUILLON_AVX512
+  } else {
+    return BitCast<U64<8>>(_mm512_sad_epu8(BitCast<__m512i>(v), _mm512_setzero_si512()));
+#endif
+  }
+}
+
 // One bit per byte lane: its top bit. Lane 0 is bit 0.
 template <class V>
 QUILLON_INLINE uint64_t MoveMask(V v) {
@@ -299,7 +346,31 @@ QUILLON_INLINE auto PackLanes(V a, V b) {
   }
 }
 
-// a[0] * b[0] + a[1] * b[1], a[2] * b[2] + a[3] * b[3] ... on signed 16-bit lanes.
+// a[0] * b[0] + a[1] * b[1], a[2] * b[2] + a[3] * b[3] ... of unsigned by signed bytes; the sums
+// lie within 16 bits.
+template <class A, class B>
+QUILLON_INLINE I16<sizeof(A) / 2> DotBytePairs(A a, B b) {
+  static_assert(std::is_same_v<A, U8<sizeof(A)>> && std::is_same_v<B, I8<sizeof(A)>>);
+  if constexpr (sizeof(A) > kVectorBytes) {
+    return Join(DotBytePairs(Low(a), Low(b)), DotBytePairs(High(a), High(b)));
+#if QUILLON_AVX2
+  } else if constexpr (sizeof(A) == 16) {
+    return BitCast<I16<8>>(_mm_maddubs_epi16(BitCast<__m128i>(a), BitCast<__m128i>(b)));
+  } else if constexpr (sizeof(A) == 32) {
+    return BitCast<I16<16>>(_mm256_maddubs_epi16(BitCast<__m256i>(a), BitCast<__m256i>(b)));
+#endif
+#if QUILLON_AVX512
+  } else if constexpr (sizeof(A) == 64) {
+    return BitCast<I16<32>>(_mm512_maddubs_epi16(BitCast<__m512i>(a), BitCast<__m512i>(b)));
+#endif
+  } else {
+    using Sums = I16<sizeof(A) / 2>;
+    return BitCast<Sums>(EvenBytes(a)) * (BitCast<Sums>(b) << 8 >> 8) +
+           BitCast<Sums>(OddBytes(a)) * (BitCast<Sums>(b) >> 8);
+  }
+}
+
+// The same of signed 16-bit lanes, as 32-bit ones.
 template <class V>
 QUILLON_INLINE I32<sizeof(V) / 4> DotPairs(V a, V b) {
   if constexpr (sizeof(V) > kVectorBytes) {
@@ -313,53 +384,6 @@ QUILLON_INLINE I32<sizeof(V) / 4> DotPairs(V a, V b) {
 #if QUILLON_AVX512
   } else {
     return BitCast<I32<16>>(_mm512_madd_epi16(BitCast<__m512i>(a), BitCast<__m512i>(b)));
-#endif
-  }
-}
-
-// Within each 16 bytes, the lower and the upper four 16-bit lanes of a and b in turn: a0 b0 a1 b1
-// ...; and 32-bit lanes of such halves as signed 16-bit lanes in their old order.
-template <class V>
-QUILLON_INLINE V ZipLow(V a, V b) {
-  if constexpr (sizeof(V) == 16) {
-    return BitCast<V>(_mm_unpacklo_epi16(BitCast<__m128i>(a), BitCast<__m128i>(b)));
-#if QUILLON_AVX2
-  } else if constexpr (sizeof(V) == 32) {
-    return BitCast<V>(_mm256_unpacklo_epi16(BitCast<__m256i>(a), BitCast<__m256i>(b)));
-#endif
-#if QUILLON_AVX512
-  } else {
-    return BitCast<V>(_mm512_unpacklo_epi16(BitCast<__m512i>(a), BitCast<__m512i>(b)));
-#endif
-  }
-}
-
-template <class V>
-QUILLON_INLINE V ZipHigh(V a, V b) {
-  if constexpr (sizeof(V) == 16) {
-    return BitCast<V>(_mm_unpackhi_epi16(BitCast<__m128i>(a), BitCast<__m128i>(b)));
-#if QUILLON_AVX2
-  } else if constexpr (sizeof(V) == 32) {
-    return BitCast<V>(_mm256_unpackhi_epi16(BitCast<__m256i>(a), BitCast<__m256i>(b)));
-#endif
-#if QUILLON_AVX512
-  } else {
-    return BitCast<V>(_mm512_unpackhi_epi16(BitCast<__m512i>(a), BitCast<__m512i>(b)));
-#endif
-  }
-}
-
-template <class V>
-QUILLON_INLINE I16<sizeof(V) / 2> PackZipped(V low, V high) {
-  if constexpr (sizeof(V) == 16) {
-    return BitCast<I16<8>>(_mm_packs_epi32(BitCast<__m128i>(low), BitCast<__m128i>(high)));
-#if QUILLON_AVX2
-  } else if constexpr (sizeof(V) == 32) {
-    return BitCast<I16<16>>(_mm256_packs_epi32(BitCast<__m256i>(low), BitCast<__m256i>(high)));
-#endif
-#if QUILLON_AVX512
-  } else {
-    return BitCast<I16<32>>(_mm512_packs_epi32(BitCast<__m512i>(low), BitCast<__m512i>(high)));
 #endif
   }
 }

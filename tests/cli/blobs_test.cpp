@@ -279,6 +279,30 @@ TEST(Blobs, CsvTextAndReportTellTheSameAsJson) {
   }
 }
 
+TEST(Blobs, DrawingsSurroundTheirBlobsInTheirColours) {
+  const Scratch scratch;
+  GreyImage image;
+  image.Create(60, 50);
+  for (int y = 20; y <= 27; ++y) {
+    for (int x = 30; x <= 44; ++x) image.rows[y][x] = 255;
+  }
+  app::WriteImage(scratch / "in.png", image);
+  const Answer answer = Quillon({"blobs", scratch / "in.png", "--draw", scratch / "out.png"});
+  ASSERT_EQ(answer.exitCode, 0) << answer.err;
+  ColourImage drawn;
+  app::ReadImage(scratch / "out.png", drawn);
+  const auto red = [&](int x, int y) { return drawn.rows[y][3 * x + 2]; };
+  const int cyan = 0x22, amber = 0xfb, magenta = 0xf4, white = 0xff;
+  ASSERT_EQ(drawn.width, 60);
+  for (int x = 29; x <= 45; ++x) EXPECT_EQ(red(x, 28), cyan) << "box below, column " << x;
+  for (int y = 19; y <= 28; ++y) EXPECT_EQ(red(45, y), cyan) << "box to the right, row " << y;
+  for (int x = 30; x <= 33; ++x) EXPECT_EQ(red(x, 27), amber) << "rectangle, column " << x;
+  EXPECT_EQ(red(37, 24), magenta) << "centre";
+  EXPECT_EQ(red(33, 22), white) << "inside";
+  EXPECT_EQ(red(46, 29), 0) << "outside";
+  EXPECT_EQ(red(30, 10), white) << "the number above";
+}
+
 TEST(Blobs, MoreThanTheTablesHoldIsRefused) {
   const Scratch scratch;
   const std::string path = scratch / "dots.png";

@@ -1,0 +1,38 @@
+// The calibration files: little-endian words and doubles, one after another.
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+
+namespace quillon {
+
+class ParameterFile {
+ public:
+  // Modes as for fopen. A null name is a file that cannot be opened.
+  ParameterFile(const char* name, const char* mode)
+      : file_(name ? std::fopen(name, mode) : nullptr) {}
+  ~ParameterFile() {
+    if (file_) std::fclose(file_);
+  }
+  ParameterFile(const ParameterFile&) = delete;
+  ParameterFile& operator=(const ParameterFile&) = delete;
+
+  explicit operator bool() const { return file_ != nullptr; }
+
+  template <class Value>
+  void Write(Value value) {
+    std::fwrite(&value, sizeof value, 1, file_);
+  }
+
+  // 0 when the file has ended.
+  template <class Value>
+  Value Read() {
+    Value value;
+    return std::fread(&value, sizeof value, 1, file_) == 1 ? value : Value{};
+  }
+
+ private:
+  std::FILE* file_;
+};
+
+}  // namespace quillon

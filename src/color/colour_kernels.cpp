@@ -1,0 +1,209 @@
+// Row kernels of the colour spaces. Compiled once per level.
+//
+// The tables are evaluated in single precision, and a byte is trusted only where its value keeps a
+// margin from the next edge between two bytes. The margins bound, with room to spare, what rounding
+// can do; e = 2^-24 is half a unit in the last place of 1.
+//   saturation  c1, c2 within 10 e 255 each, the root of their squares no further off; times 1.225
+//               and two more roundings of at most 273:         10 e 255 * 2 * 1.225 + 4 e 273 <
+//               5e-4
+//   intensity   an integer times a constant:                                    3 e 255 < 5e-5
+//   hue         arctangent within 4e-7, composed within 4 e 3.2, scaled:
+//                                              (4e-7 + 8e-7) * 40.57 + 4 e 255 < 1.2e-4
+//   L, a, b     X, Y, Z within 6 e of themselves, roots within 8 e (two roundings of the last
+//               iteration, the correction and its rounding), so f within 10 e * 1.02:
+//               L 295.8, a 691.37 * 2, b 252.054 * 2 times that and a few roundings of the value
+//                                                                      < 2.5e-4, 9.5e-4, 4.2e-4
+#include "color/colour_kernels.h"
+
+#include "simd/blocks.h"
+#include "simd/deinterleave.h"
+
+namespace quillon::QUILLON_LEVEL {
+namespace {
+
+constexpr int kLanes = kVectorBytes / 4;
+using Real = F32<kLanes>;
+using Whole = I32<kLanes>;
+
+constexpr float kHueMargin = 4e-4f, kSaturationMargin = 6e-4f, kIntensityMargin = 1e-4f;
+constexpr float kLightnessMargin = 5e-4f, kRedGreenMargin = 2e-3f, kBlueYellowMargin = 1e-3f;
+
+// Bytes of three channels, and where one of them cannot be told.
+struct Entry {
+  Whole channel[3];
+  Whole doubt;
+};
+
+// The value truncated to 0 ... 255; adds to `doubt` where it lies within `margin` of an edge.
+QUILLON_INLINE Whole ToByte(Real value, float margin, Whole& doubt) {
+  const Real inside = Min(Max(value, Real{}), Real{} + 255.5f);
+  const Whole whole = Convert<int32_t, kLanes>(inside);
+  const Real above = inside - Convert<float, kLanes>(whole);
+  doubt |= (above < margin) | (above > 1 - margin);
+  return whole;
+}
+
+// atan(r) for 0 <= r <= 1, within 4e-7: a polynomial fitted for least greatest error.
+QUILLON_INLINE Real ArcTangent(Real r) {
+  const Real s = r * r;
+  Real sum = s * 0.0068117676f - 0.033604138f;
+  sum = sum * s + 0.079623573f;
+  sum = sum * s - 0.13233337f;
+  sum = sum * s + 0.19807814f;
+  sum = sum * s - 0.33317369f;
+  sum = sum * s + 0.99999613f;
+  return sum * r;
+}
+
+// The angle 0 ... pi of a point with y >= 0.
+QUILLON_INLINE Real Angle(Real y, Real x) {
+  const Real ax = Abs(x);
+  // Coordinates are whole or whole times the root of 3, so below 1 there is only 0.
+  const Real acute = ArcTangent(Min(ax, y) / Max(Max(ax, y), Real{} + 1));
+  const Real first = y > ax ? 1.57079633f - acute : acute;
+  return x < 0 ? 3.14159265f - first : first;
+}
+
+// With N = 2 B - G - R the textbook's quotient is the cosine of the angle of (N, sqrt(3) (G - R)).
+QUILLON_INLINE Entry Hsi(Real blue, float green, float red) {
+  Entry entry = {};
+  constexpr float kNear = 0.004472150f;  // the arc cosine of 0.99999: nearer than this counts as 0
+  constexpr float kNearMargin = 1e-5f;
+  constexpr float kScale = 40.5653556f;  // 57.2957 * 0.708
+  const float apart = green < red ? red - green : green - red;
+  const Real angle = Angle(Real{} + 1.73205081f * apart, 2 * blue - (green + red));
+  const Whole isZero = angle<kNear, isHalfTurn = angle> 3.14159265f - kNear;
+  Real hue = angle * kScale;
+  hue = isHalfTurn ? Real{} + 3.1415926f * kScale : hue;
+  if (green < red) hue = 255 - hue;
+  entry.channel[0] = ToByte(hue, kHueMargin, entry.doubt);
+  entry.channel[0] = isZero ? Whole{} + (green < red ? 255 : 0) : entry.channel[0];
+  entry.doubt &= ~isZero;
+  const Real toZero = Abs(angle - kNear), toHalfTurn = Abs(angle - (3.14159265f - kNear));
+  entry.doubt |= (toZero < kNearMargin) | (toHalfTurn < kNearMargin);
+
+  const Real c1 = 0.81649f * blue - 0.40824f * (red + green);
+  const float c2 = 0.8761f * (green - red);
+  const Real saturation = SquareRoot(c1 * c1 + c2 * c2) * (312.3099f / 255);
+  entry.channel[1] = ToByte(saturation, kSaturationMargin, entry.doubt);
+  entry.channel[1] = Min(entry.channel[1], Whole{} + 255);
+
+  const Real intensity = (blue + (green + red)) * static_cast<float>(0.57736 * 147.2243 / 255);
+  entry.channel[2] = ToByte(intensity, kIntensityMargin, entry.doubt);
+  return entry;
+}
+
+// t to the power 0.333333, or the line that continues it towards 0.
+QUILLON_INLINE Real RootOf(Real t, Whole& doubt) {
+  constexpr float kEdge = 0.008856f, kEdgeMargin = 1e-7f;
+  // A third of the bits is a third of the logarithm; two of Halley's iterations, of third order,
+  // leave the rounding of the last. (W. Kahan, "Computing a real cube root", 1991)
+  const Real bits = Convert<float, kLanes>(BitCast<Whole>(t));
+  Real root = BitCast<Real>(Convert<int32_t, kLanes>(bits * (1.0f / 3)) + 709921077);
+  for (int i = 0; i < 2; ++i) {
+    const Real cube = root * root * root;
+    root = root * ((cube + 2 * t) / (2 * cube + t));
+  }
+  // The exponent is a third less 3.33e-7; for that little the logarithm of the bits is enough.
+  const Real logarithm = (bits - 1064866805.0f) * (0.69314718f / (1 << 23));
+  const Real power = root - root * (logarithm * 3.33333e-7f);
+  doubt |= Abs(t - kEdge) < kEdgeMargin;
+  return t > kEdge ? power : t * 7.787f + 0.1379f;
+}
+
+QUILLON_INLINE Entry Lab(Real blue, float green, float red) {
+  constexpr double kX = 1.0521265581994328 / 255, kZ = 0.9182247410147117 / 255;
+  const Real x = blue * static_cast<float>(0.180423 * kX) +
+                 static_cast<float>((0.412453 * red + 0.35758 * green) * kX);
+  const Real y = blue * static_cast<float>(0.072169 / 255) +
+                 static_cast<float>((0.212671 * red + 0.71516 * green) / 255);
+  const Real z = blue * static_cast<float>(0.950227 * kZ) +
+                 static_cast<float>((0.019334 * red + 0.119193 * green) * kZ);
+  Entry entry = {};
+  const Real fx = RootOf(x, entry.doubt), fy = RootOf(y, entry.doubt), fz = RootOf(z, entry.doubt);
+  const auto rounded = [&](Real value, float margin) {
+    return ToByte(Min(Max(value, Real{}), Real{} + 255) + 0.5f, margin, entry.doubt);
+  };
+  entry.channel[0] = rounded(fy * 295.8f - 40.8f, kLightnessMargin);
+  entry.channel[1] = rounded((fx - fy) * 691.37f + 119.16633f, kRedGreenMargin);
+  entry.channel[2] = rounded((fy - fz) * 252.054f + 135.93486f, kBlueYellowMargin);
+  return entry;
+}
+
+// Four vectors of 32-bit lanes as one of bytes.
+QUILLON_INLINE U8<kVectorBytes> PackBytes(const Whole (&lanes)[4]) {
+  return PackLanes(PackLanes(lanes[0], lanes[1]), PackLanes(lanes[2], lanes[3]));
+}
+
+template <class Formula>
+QUILLON_INLINE void FillRow(int b1, int b2, ColourRow& row, const Formula& formula) {
+  Whole firstBlues;
+  for (int i = 0; i < kLanes; ++i) firstBlues[i] = i;
+  for (uint64_t& word : row.doubt) word = 0;
+  for (int b0 = 0; b0 < kColourRow; b0 += kVectorBytes) {
+    Whole bytes[3][4], doubts[4];
+    for (int part = 0; part < 4; ++part) {
+      const Real blue = Convert<float, kLanes>(firstBlues + (b0 + part * kLanes));
+      const Entry entry = formula(blue, static_cast<float>(b1), static_cast<float>(b2));
+      for (int c = 0; c < 3; ++c) bytes[c][part] = entry.channel[c];
+      doubts[part] = entry.doubt & 255;
+    }
+    for (int c = 0; c < 3; ++c) Store(row.channel[c] + b0, PackBytes(bytes[c]));
+    row.doubt[b0 / 64] |= MoveMask(PackBytes(doubts)) << (b0 % 64);
+  }
+}
+
+void HsiRow(int b1, int b2, ColourRow& row) {
+  FillRow(b1, b2, row, [](Real b, float g, float r) { return Hsi(b, g, r); });
+}
+
+void LabRow(int b1, int b2, ColourRow& row) {
+  FillRow(b1, b2, row, [](Real b, float g, float r) { return Lab(b, g, r); });
+}
+
+template <int kChannel>
+QUILLON_INLINE void CopyChannel(const uint8_t* bgr, uint8_t* grey, int count) {
+  const int tail = ForEachBlock(count, [&](auto width, int x) {
+    const auto planes = LoadPlanes<width>(bgr + 3 * x);
+    Store(grey + x, kChannel == 0 ? planes.blue : kChannel == 1 ? planes.green : planes.red);
+  });
+  for (int x = tail; x < count; ++x) grey[x] = bgr[3 * x + kChannel];
+}
+
+void ChannelRow(const uint8_t* bgr, uint8_t* grey, int count, int channel) {
+  if (channel == 0) CopyChannel<0>(bgr, grey, count);
+  if (channel == 1) CopyChannel<1>(bgr, grey, count);
+  if (channel == 2) CopyChannel<2>(bgr, grey, count);
+}
+
+// Four pixels make three words: the plain loop's three stores a pixel would be what bounds it.
+void ConvertRow(const uint8_t* from, uint8_t* to, int count, const uint8_t* table0,
+                const uint8_t* table1, const uint8_t* table2) {
+  const auto entry = [&](uint32_t i) {
+    return table0[i] | static_cast<uint32_t>(table1[i]) << 8 |
+           static_cast<uint32_t>(table2[i]) << 16;
+  };
+  int x = 0;
+  for (; x <= count - 4; x += 4) {
+    uint32_t words[3];
+    __builtin_memcpy(words, from + 3 * x, sizeof words);
+    const uint32_t a = entry(words[0] & 0xFFFFFF);
+    const uint32_t b = entry(words[0] >> 24 | (words[1] & 0xFFFF) << 8);
+    const uint32_t c = entry(words[1] >> 16 | (words[2] & 0xFF) << 16);
+    const uint32_t d = entry(words[2] >> 8);
+    const uint32_t converted[3] = {a | b << 24, b >> 8 | c << 16, c >> 16 | d << 8};
+    __builtin_memcpy(to + 3 * x, converted, sizeof converted);
+  }
+  for (; x < count; ++x) {
+    const uint8_t* pixel = from + 3 * x;
+    const uint32_t found = entry(pixel[0] | pixel[1] << 8 | pixel[2] << 16);
+    for (int c = 0; c < 3; ++c) to[3 * x + c] = static_cast<uint8_t>(found >> (8 * c));
+  }
+}
+
+}  // namespace
+
+const ColourKernels colour = {
+    .HsiRow = HsiRow, .LabRow = LabRow, .ChannelRow = ChannelRow, .ConvertRow = ConvertRow};
+
+}  // namespace quillon::QUILLON_LEVEL
