@@ -1,6 +1,8 @@
-// Row kernels of rotation. Compiled once per level. The loops are plain: the compiler turns all but
-// the loads into vectors.
+// Row kernels of rotation. Compiled once per level. The loops over arithmetic are plain: the compiler
+// turns them into vectors.
 #include "arith/rotation_kernels.h"
+
+#include <utility>
 
 #include "simd/blocks.h"
 
@@ -11,6 +13,12 @@ namespace {
 // first cache beside the image.
 constexpr int kRun = 128;
 
+QUILLON_INLINE uint16_t LoadPair(const uint8_t* from) {
+  uint16_t pair;
+  __builtin_memcpy(&pair, from, sizeof pair);
+  return pair;
+}
+
 QUILLON_INLINE double SourceX(const RotatedRow& row, int x) {
   return (row.columnX[x] + row.rowX) + row.originX;
 }
@@ -18,6 +26,34 @@ QUILLON_INLINE double SourceX(const RotatedRow& row, int x) {
 QUILLON_INLINE double SourceY(const RotatedRow& row, int x) {
   return (row.rowY - row.columnY[x]) + row.originY;
 }
+
+// Pixels from all over the image are inserted into a register one by one: written to memory singly,
+// they would cost twice as much.
+template <int... kLane>
+QUILLON_INLINE void CollectPixels(const uint8_t* top, const int32_t* offsets, uint8_t* out,
+                                  std::integer_sequence<int, kLane...>) {
+  __m128i pixels = _mm_setzero_si128();
+#if QUILLON_AVX2
+  ((pixels = _mm_insert_epi8(pixels, top[offsets[kLane]], kLane)), ...);
+  ((pixels = _mm_insert_epi8(pixels, top[offsets[kLane + 8]], kLane + 8)), ...);
+#else
+  ((pixels = _mm_insert_epi16(
+        pixels, top[offsets[2 * kLane]] | top[offsets[2 * kLane + 1]] << 8, kLane)),
+   ...);
+#endif
+  Store(out, pixels);
+}
+
+// Each pixel with its right neighbour, in 16 bits.
+template <int... kLane>
+QUILLON_INLINE void CollectPairs(const uint8_t* top, const int32_t* offsets, uint16_t* out,
+                                 std::integer_sequence<int, kLane...>) {
+  __m128i pairs = _mm_setzero_si128();
+  ((pairs = _mm_insert_epi16(pairs, LoadPair(top + offsets[kLane]), kLane)), ...);
+  Store(out, pairs);
+}
+
+constexpr auto kEight = std::make_integer_sequence<int, 8>{};
 
 void NearestRow(const RotatedRow& given, uint8_t* out, int first, int end) {
   const RotatedRow row = given;
@@ -28,7 +64,9 @@ void NearestRow(const RotatedRow& given, uint8_t* out, int first, int end) {
       offsets[i] = static_cast<int32_t>(SourceX(row, x + i)) -
                    static_cast<int32_t>(SourceY(row, x + i)) * row.stride;
     }
-    for (int i = 0; i < count; ++i) out[x + i] = row.top[offsets[i]];
+    int i = 0;
+    for (; i <= count - 16; i += 16) CollectPixels(row.top, offsets + i, out + x + i, kEight);
+    for (; i < count; ++i) out[x + i] = row.top[offsets[i]];
   }
 }
 
@@ -69,10 +107,15 @@ void BilinearRow(const RotatedRow& given, uint8_t* out, int first, int end) {
       down[i] = static_cast<float>(sy - line);
       offsets[i] = column - line * row.stride;
     }
-    for (int i = 0; i < count; ++i) {
-      const uint8_t* at = row.top + offsets[i];
-      __builtin_memcpy(&upper[i], at, 2);
-      __builtin_memcpy(&lower[i], at - row.stride, 2);
+    const uint8_t* next = row.top - row.stride;
+    int loaded = 0;
+    for (; loaded <= count - 8; loaded += 8) {
+      CollectPairs(row.top, offsets + loaded, upper + loaded, kEight);
+      CollectPairs(next, offsets + loaded, lower + loaded, kEight);
+    }
+    for (; loaded < count; ++loaded) {
+      upper[loaded] = LoadPair(row.top + offsets[loaded]);
+      lower[loaded] = LoadPair(next + offsets[loaded]);
     }
     uint8_t anyDoubt = 0;
     for (int i = 0; i < count; ++i) {
