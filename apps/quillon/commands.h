@@ -26,6 +26,8 @@ struct Family {
 extern const Family kGrey;
 extern const Family kThresholds;
 extern const Family kNeighbourhoodFilters;
+extern const Family kPixelArithmetic;
+extern const Family kGeometricTransforms;
 extern const Family kMorphology;
 extern const Family kBlobs;
 extern const Family kSample;

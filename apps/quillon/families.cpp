@@ -4,8 +4,8 @@ namespace quillon::app {
 
 std::span<const Family* const> Families() {
   static constexpr const Family* kFamilies[] = {
-      &kGrey,   &kThresholds, &kNeighbourhoodFilters, &kMorphology, &kBlobs, &kEdgeMatching,
-      &kSample, &kGeneral,
+      &kGrey,       &kThresholds, &kNeighbourhoodFilters, &kPixelArithmetic, &kGeometricTransforms,
+      &kMorphology, &kBlobs,      &kEdgeMatching,         &kSample,          &kGeneral,
   };
   return kFamilies;
 }

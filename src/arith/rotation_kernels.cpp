@@ -1,5 +1,5 @@
-// Row kernels of rotation. Compiled once per level. The loops over arithmetic are plain: the compiler
-// turns them into vectors.
+// Row kernels of rotation. Compiled once per level. The loops over arithmetic are plain: the
+// compiler turns them into vectors.
 #include "arith/rotation_kernels.h"
 
 #include <utility>
@@ -37,8 +37,8 @@ QUILLON_INLINE void CollectPixels(const uint8_t* top, const int32_t* offsets, ui
   ((pixels = _mm_insert_epi8(pixels, top[offsets[kLane]], kLane)), ...);
   ((pixels = _mm_insert_epi8(pixels, top[offsets[kLane + 8]], kLane + 8)), ...);
 #else
-  ((pixels = _mm_insert_epi16(
-        pixels, top[offsets[2 * kLane]] | top[offsets[2 * kLane + 1]] << 8, kLane)),
+  ((pixels = _mm_insert_epi16(pixels, top[offsets[2 * kLane]] | top[offsets[2 * kLane + 1]] << 8,
+                              kLane)),
    ...);
 #endif
   Store(out, pixels);
