@@ -26,10 +26,9 @@ bool LinkRuns(const Kernels& kernels, const GreyImage& image, const RunRecord& r
               int32_t* edges, RunLinker& linker) {
   if (region.y < 0 || region.y >= image.height) return true;
   const Columns columns = VisibleColumns(region, image.width);
-  const int count = columns.end - columns.begin;
-  if (columns.begin >= image.width || count <= 0) return true;
-  const int runs = kernels.runs.FindRuns(image.rows[region.y] + columns.begin, count, band.first,
-                                         band.span, edges);
+  if (columns.begin >= columns.end) return true;
+  const int runs = kernels.runs.FindRuns(image.rows[region.y] + columns.begin,
+                                         columns.end - columns.begin, band.first, band.span, edges);
   for (int k = 0; k < runs; ++k) {
     const int xStart = columns.begin + edges[2 * k];
     const int xEnd = columns.begin + edges[2 * k + 1] - 1;

@@ -25,11 +25,12 @@ struct Span {
 // A region of interest of these runs, which are in row-major order.
 inline void SetRuns(RLERegion& region, const std::vector<Span>& spans) {
   region.roiRunCount = static_cast<int>(spans.size());
-  region.roiArea = 0;
+  uint32_t area = 0;
   for (size_t i = 0; i < spans.size(); ++i) {
     region.roiRuns[i] = {-7, spans[i].xStart, spans[i].xEnd, spans[i].y, -7};
-    region.roiArea += spans[i].xEnd - spans[i].xStart + 1;
+    area += static_cast<uint32_t>(spans[i].xEnd) - static_cast<uint32_t>(spans[i].xStart) + 1;
   }
+  region.roiArea = static_cast<int32_t>(area);
 }
 
 // One run a row, `margin` columns beyond the image on either side. With margin 0 the last column is
