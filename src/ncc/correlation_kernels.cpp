@@ -47,8 +47,175 @@ void SumProducts(const uint8_t* a, const uint8_t* b, int count, uint64_t sums[3]
   }
 }
 
+// ---- packed rows --------------------------------------------------------------------------------
+// With VNNI a lane adds four products of an unsigned and a signed byte: the pattern is shifted down
+// by 128. Without, it adds two products of 16-bit elements.
+
+#if QUILLON_AVX512
+using Element = uint8_t;
+constexpr int kBias = 128;
+#else
+using Element = int16_t;
+constexpr int kBias = 0;
+#endif
+constexpr int kGroup = 4 / static_cast<int>(sizeof(Element));  // products a lane
+
+template <int kBytes>
+QUILLON_INLINE I32<kBytes / 4> AddProducts(I32<kBytes / 4> sums, U8<kBytes> image,
+                                           U8<kBytes> pattern) {
+#if QUILLON_AVX512
+  if constexpr (kBytes == 16) {
+    return BitCast<I32<4>>(_mm_dpbusd_epi32(BitCast<__m128i>(sums), BitCast<__m128i>(image),
+                                            BitCast<__m128i>(pattern)));
+  } else if constexpr (kBytes == 32) {
+    return BitCast<I32<8>>(_mm256_dpbusd_epi32(BitCast<__m256i>(sums), BitCast<__m256i>(image),
+                                               BitCast<__m256i>(pattern)));
+  } else {
+    return BitCast<I32<16>>(_mm512_dpbusd_epi32(BitCast<__m512i>(sums), BitCast<__m512i>(image),
+                                                BitCast<__m512i>(pattern)));
+  }
+#else
+  return sums + DotPairs(BitCast<I16<kBytes / 2>>(image), BitCast<I16<kBytes / 2>>(pattern));
+#endif
+}
+
+void PackImage(const uint8_t* pixels, int count, uint8_t* packed) {
+  auto* out = reinterpret_cast<Element*>(packed);
+  for (int x = 0; x < count; ++x) out[x] = pixels[x];
+}
+
+void PackPattern(const uint8_t* pixels, const uint8_t* care, int count, uint8_t* packed) {
+  auto* out = reinterpret_cast<Element*>(packed);
+  constexpr int kWhole = 64 / static_cast<int>(sizeof(Element));
+  int x = 0;
+  for (; x < count; ++x) out[x] = care[x] ? static_cast<Element>(pixels[x] - kBias) : Element{0};
+  for (; x % kWhole != 0; ++x) out[x] = 0;
+}
+
+// Lane j of sums r belongs to position kGroup * j + r: loads at neighbouring elements give the
+// positions in between without a shuffle.
+void CorrelateRow(const PackedRow* rows, int rowCount, ptrdiff_t offset, int count, uint32_t* out) {
+  constexpr int kLanes = kVectorBytes / 4, kSums = 4, kBlock = kSums * kLanes;
+  constexpr int kStep = static_cast<int>(sizeof(Element));
+  for (int x = 0; x < count; x += kBlock) {
+    I32<kLanes> sums[kSums] = {};
+    for (const PackedRow* row = rows; row != rows + rowCount; ++row) {
+      const uint8_t* image = row->image + offset + x * kStep;
+      const uint8_t* pattern = row->pattern;
+      for (int i = 0; i < row->count; i += kGroup, image += 4, pattern += 4) {
+        int32_t group;
+        __builtin_memcpy(&group, pattern, 4);
+        const auto wanted = BitCast<U8<kVectorBytes>>(Splat<int32_t, kLanes>(group));
+        for (int r = 0; r < kSums; ++r) {
+          const int at = r / kGroup * kVectorBytes + r % kGroup * kStep;
+          sums[r] =
+              AddProducts<kVectorBytes>(sums[r], Load<uint8_t, kVectorBytes>(image + at), wanted);
+        }
+      }
+    }
+    for (int r = 0; r < kSums; ++r) {
+      uint32_t* to = out + x + r / kGroup * kGroup * kLanes + r % kGroup;
+      for (int j = 0; j < kLanes; ++j) to[kGroup * j] = static_cast<uint32_t>(sums[r][j]);
+    }
+  }
+}
+
+template <int kBytes, int kCount>
+QUILLON_INLINE void CorrelateWindow(const PackedRow* rows, int rowCount, ptrdiff_t offset,
+                                    uint32_t* out) {
+  constexpr int kStep = static_cast<int>(sizeof(Element));
+  I32<kBytes / 4> sums[kCount] = {};
+  for (const PackedRow* row = rows; row != rows + rowCount; ++row) {
+    const uint8_t* image = row->image + offset;
+    for (int i = 0; i < row->count * kStep; i += kBytes) {
+      const auto pattern = Load<uint8_t, kBytes>(row->pattern + i);
+      for (int c = 0; c < kCount; ++c) {
+        sums[c] =
+            AddProducts<kBytes>(sums[c], Load<uint8_t, kBytes>(image + i + c * kStep), pattern);
+      }
+    }
+  }
+  for (int c = 0; c < kCount; ++c) {
+    uint32_t sum = 0;
+    for (int j = 0; j < kBytes / 4; ++j) sum += static_cast<uint32_t>(sums[c][j]);
+    out[c] = sum;
+  }
+}
+
+void CorrelateWindow(const PackedRow* rows, int rowCount, ptrdiff_t offset, int count,
+                     uint32_t* out) {
+  int longest = 0;
+  for (int row = 0; row < rowCount; ++row) {
+    longest = rows[row].count > longest ? rows[row].count : longest;
+  }
+  const auto run = [&](auto bytes) {
+    if (count <= 5) {
+      CorrelateWindow<bytes, 5>(rows, rowCount, offset, out);
+    } else {
+      CorrelateWindow<bytes, 7>(rows, rowCount, offset, out);
+    }
+  };
+  const int bytes = longest * static_cast<int>(sizeof(Element));
+  if (kVectorBytes >= 64 && bytes > 32) return run(Width<kVectorBytes>{});
+  if (kVectorBytes >= 32 && bytes > 16) return run(Width < kVectorBytes < 32 ? 16 : 32 > {});
+  run(Width<16>{});
+}
+
+void SumRuns(const RunSum* runs, int runCount, ptrdiff_t offset, int count, uint32_t* values,
+             uint32_t* squares) {
+  constexpr int kLanes = kVectorBytes / 4;
+  for (int x = 0; x < count; x += kLanes) {
+    U32<kLanes> valueSum = {}, squareSum = {};
+    for (const RunSum* run = runs; run != runs + runCount; ++run) {
+      const uint32_t* v = run->values + offset + x;
+      const uint32_t* q = run->squares + offset + x;
+      valueSum += Load<uint32_t, kLanes>(v + run->length) - Load<uint32_t, kLanes>(v);
+      squareSum += Load<uint32_t, kLanes>(q + run->length) - Load<uint32_t, kLanes>(q);
+    }
+    Store(values + x, valueSum);
+    Store(squares + x, squareSum);
+  }
+}
+
+// covariance^2 > score^2 dev(I) dev(T) without dividing. The slack is far wider than the rounding
+// of either side, and far narrower than what would let a flat patch pass in numbers.
+int Promising(const double* values, const double* squares, const double* products, int count,
+              const ScoreBound& bound, int* positions) {
+  constexpr int kLanes = kVectorBytes / 8;
+  constexpr double kSlack = 1e-11;
+  int found = 0;
+  const int tail = ForEachBlock<kLanes, kLanes>(count, [&](auto width, int x) {
+    const auto s = Load<double, width>(values + x), q = Load<double, width>(squares + x);
+    const auto c = Load<double, width>(products + x);
+    const auto covariance = c * (1 + kSlack) - s * bound.mean;
+    const auto deviation = q * (1 - kSlack) - s * s * bound.inverseCount;
+    const auto good = (covariance > 0.0) & (covariance * covariance > bound.squared * deviation);
+    for (uint64_t mask = MoveMask(BitCast<U8<kVectorBytes>>(good)); mask != 0;) {
+      const int lane = __builtin_ctzll(mask) / 8;
+      positions[found++] = x + lane;
+      mask &= ~(uint64_t{0xFF} << 8 * lane);
+    }
+  });
+  for (int x = tail; x < count; ++x) {
+    const double covariance = products[x] * (1 + kSlack) - values[x] * bound.mean;
+    const double deviation = squares[x] * (1 - kSlack) - values[x] * values[x] * bound.inverseCount;
+    if (covariance > 0 && covariance * covariance > bound.squared * deviation) {
+      positions[found++] = x;
+    }
+  }
+  return found;
+}
+
 }  // namespace
 
-const CorrelationKernels correlation = {.SumProducts = SumProducts};
+const CorrelationKernels correlation = {.SumProducts = SumProducts,
+                                        .elementBytes = sizeof(Element),
+                                        .patternBias = kBias,
+                                        .PackImage = PackImage,
+                                        .PackPattern = PackPattern,
+                                        .CorrelateRow = CorrelateRow,
+                                        .CorrelateWindow = CorrelateWindow,
+                                        .SumRuns = SumRuns,
+                                        .Promising = Promising};
 
 }  // namespace quillon::QUILLON_LEVEL

@@ -1,15 +1,64 @@
 // Kernels of the correlation: sums of products of pixels.
 #pragma once
 
+#include <stddef.h>
 #include <stdint.h>
 
 #include "simd/table.h"
 
 namespace quillon {
 
+// Rows that are correlated with a pattern are packed into the elements that the level multiplies
+// best, with room behind each row for vectors that reach past it.
+constexpr int kPackedMargin =
+    192;  // elements behind an image row; pattern rows end in whole 64 bytes
+
+// One row of a pattern and where it lies on the image for position 0.
+struct PackedRow {
+  const uint8_t* image;
+  const uint8_t* pattern;
+  int count;  // columns
+};
+
+// One run of columns and its place in the image's running sums for position 0.
+struct RunSum {
+  const uint32_t* values;
+  const uint32_t* squares;
+  int length;
+};
+
+// What decides whether a position is worth an exact score.
+struct ScoreBound {
+  double inverseCount;  // 1 / n
+  double mean;          // of the pattern
+  double squared;       // the square of the score to beat, times the pattern's deviation
+};
+
 struct CorrelationKernels {
   // The sums of a[i], of a[i] * a[i] and of a[i] * b[i].
   void (*SumProducts)(const uint8_t* a, const uint8_t* b, int count, uint64_t sums[3]);
+
+  int elementBytes;  // of packed rows
+  int patternBias;   // packed patterns hold pixel - patternBias where they take part
+  void (*PackImage)(const uint8_t* pixels, int count, uint8_t* packed);
+  // Zero where `care` is 0, and up to the next whole 64 bytes.
+  void (*PackPattern)(const uint8_t* pixels, const uint8_t* care, int count, uint8_t* packed);
+
+  // out[x] = the sum over all rows of image[x + i] * pattern[i], modulo 2^32. Image rows are
+  // entered `offset` bytes further on. Writes whole blocks of 64.
+  void (*CorrelateRow)(const PackedRow* rows, int rowCount, ptrdiff_t offset, int count,
+                       uint32_t* out);
+  // The same for at most 7 positions, which share the loads of the pattern. Writes 8.
+  void (*CorrelateWindow)(const PackedRow* rows, int rowCount, ptrdiff_t offset, int count,
+                          uint32_t* out);
+  // Sums over runs, from running sums entered `offset` further on, modulo 2^32. Writes whole
+  // blocks of 16.
+  void (*SumRuns)(const RunSum* runs, int runCount, ptrdiff_t offset, int count, uint32_t* values,
+                  uint32_t* squares);
+  // The positions whose correlation may exceed a score that is not negative, in order; returns
+  // their number. None that does is left out.
+  int (*Promising)(const double* values, const double* squares, const double* products, int count,
+                   const ScoreBound& bound, int* positions);
 };
 
 QUILLON_KERNELS(CorrelationKernels, correlation)

@@ -1,0 +1,104 @@
+#include "ncc/patch.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "simd/kernels.h"
+
+namespace quillon {
+namespace {
+
+// Zeroed, so that what vectors read behind a row is never undefined.
+template <class T>
+bool Grow(size_t count, Buffer<T>& buffer) {
+  if (!buffer || buffer.size() < count) buffer = Buffer<T>::Zeroed(count);
+  return static_cast<bool>(buffer);
+}
+
+}  // namespace
+
+bool OpenSearchImage(const Kernels&, const GreyImage& image, SearchImage& opened) {
+  opened.width = image.width;
+  opened.height = image.height;
+  opened.planes = 1;
+  opened.rows[0] = image.rows;
+  return true;
+}
+
+bool OpenSearchImage(const Kernels& kernels, const ColourImage& image, SearchImage& opened) {
+  const size_t width = static_cast<size_t>(image.width), height = static_cast<size_t>(image.height);
+  opened.width = image.width;
+  opened.height = image.height;
+  opened.planes = 3;
+  opened.pixels = Buffer<uint8_t>(3 * width * height);
+  opened.rowTable = Buffer<uint8_t*>(3 * height);
+  if (!opened.pixels || !opened.rowTable) return false;
+  for (size_t i = 0; i < 3 * height; ++i) opened.rowTable[i] = opened.pixels.data() + i * width;
+  for (size_t plane = 0; plane < 3; ++plane) {
+    opened.rows[plane] = opened.rowTable.data() + plane * height;
+  }
+  for (size_t y = 0; y < height; ++y) {
+    kernels.grey.SplitRow(image.rows[y], opened.rowTable[y], opened.rowTable[height + y],
+                          opened.rowTable[2 * height + y], image.width);
+  }
+  return true;
+}
+
+void Patch::AddSums(int plane, int y) {
+  const uint8_t* pixels = Pixels(plane, y);
+  uint32_t* values = values_.data() + RowOf(0, y) * SumStride();
+  uint32_t* squares = squares_.data() + RowOf(0, y) * SumStride();
+  uint32_t value = 0, square = 0;
+  if (plane == 0) values[0] = squares[0] = 0;
+  for (int x = 0; x < width_; ++x) {
+    value += pixels[x];
+    square += static_cast<uint32_t>(pixels[x] * pixels[x]);
+    values[x + 1] = plane == 0 ? value : values[x + 1] + value;
+    squares[x + 1] = plane == 0 ? square : squares[x + 1] + square;
+  }
+}
+
+bool Patch::CutPixels(const Kernels& kernels, const SearchImage& image, int level,
+                      const Region& region) {
+  left_ = std::max(region.left, 0);
+  top_ = std::max(region.top, 0);
+  width_ = std::max(std::min(region.right, ReducedSize(image.width, level)) - left_, 0);
+  height_ = std::max(std::min(region.bottom, ReducedSize(image.height, level)) - top_, 0);
+  if (!Grow(static_cast<size_t>(image.planes) * height_ * width_, pixels_)) return false;
+  const int side = 1 << level;
+  for (int plane = 0; plane < image.planes; ++plane) {
+    for (int y = 0; y < height_; ++y) {
+      uint8_t* row = pixels_.data() + RowOf(plane, y) * width_;
+      const uint8_t* source[1 << kMaxPyramidLevel];
+      for (int i = 0; i < side; ++i) {
+        source[i] = image.rows[plane][(top_ + y) * side + i] + static_cast<ptrdiff_t>(left_) * side;
+      }
+      if (level == 0) {
+        std::memcpy(row, source[0], static_cast<size_t>(width_));
+      } else {
+        kernels.pyramid.ReduceRow[level - 1](source, row, width_);
+      }
+    }
+  }
+  return true;
+}
+
+bool Patch::Cut(const Kernels& kernels, const SearchImage& image, int level, const Region& region) {
+  if (!CutPixels(kernels, image, level, region)) return false;
+  packedStride_ = (width_ + kPackedMargin) * kernels.correlation.elementBytes;
+  const size_t sums = static_cast<size_t>(SumStride()) * height_;
+  if (!Grow(static_cast<size_t>(image.planes) * height_ * packedStride_, packed_) ||
+      !Grow(sums, values_) || !Grow(sums, squares_)) {
+    return false;
+  }
+  for (int plane = 0; plane < image.planes; ++plane) {
+    for (int y = 0; y < height_; ++y) {
+      kernels.correlation.PackImage(Pixels(plane, y), width_,
+                                    packed_.data() + RowOf(plane, y) * packedStride_);
+      AddSums(plane, y);
+    }
+  }
+  return true;
+}
+
+}  // namespace quillon

@@ -1,0 +1,147 @@
+#include "ncc/search.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "ncc/stages.h"
+#include "ncc/variant.h"
+#include "simd/kernels.h"
+
+namespace quillon {
+namespace {
+
+// Whether the levels that a search uses belong together: a single-level model may stand on what an
+// earlier one left.
+bool IsSearchable(const NccTool& tool, int planes) {
+  const NccLevel& full = tool.levels[0];
+  for (int k = 0; k <= tool.currentLevel; ++k) {
+    const NccLevel& level = tool.levels[k];
+    const NccMask& mask = tool.masks[k];
+    if (level.planes != planes || level.width != ReducedSize(full.width, k) ||
+        level.height != ReducedSize(full.height, k) || level.width == 0 || level.height == 0) {
+      return false;
+    }
+    if (tool.maskEnabled && (mask.width != level.width || mask.height != level.height))
+      return false;
+  }
+  return true;
+}
+
+Lattice MakeLattice(const NccTool& tool) {
+  const int level = tool.currentLevel;
+  const double width = tool.levels[level].width, height = tool.levels[level].height;
+  constexpr double kDegrees = 57.29577950560105;
+  const double radius = 0.5 * std::sqrt(width * width + height * height);
+  const double angleStep = std::acos(1 - 1 / (radius * radius)) * kDegrees;
+  const double scaleStep = 1 / std::max(width, height);
+  return {std::ldexp(angleStep, -level), std::ldexp(scaleStep, -level)};
+}
+
+// A limit that a grid point misses by rounding is met.
+bool Within(double value, double low, double high, double step) {
+  const double slack = step * (1 + 1e-9);
+  return value >= low - slack && value <= high + slack;
+}
+
+// A candidate that refinement lost keeps its coarse score, but must not suppress with it: the score
+// it was last measured at counts.
+void ToPlaces(const Search& search, const Candidate* candidates, int count, Place* places) {
+  for (int i = 0; i < count; ++i) {
+    Candidate full = candidates[i];
+    for (int level = std::min(search.tool.currentLevel, 1) - 1; level >= 0; --level) {
+      CarryToLevel(search, level, full);
+    }
+    places[i] = {full.x, full.y, full.measured};
+  }
+}
+
+void Report(const Search& search, const Match* matches, int count, NccTool& tool) {
+  const NccLevel& full = tool.levels[0];
+  for (int i = 0; i < count && tool.resultCount < tool.maxResults; ++i) {
+    const Match& match = matches[i];
+    const bool suppressed = match.score <= -1;
+    if (suppressed || !(match.score >= search.limits.minScore)) continue;
+    tool.results[tool.resultCount++] = {
+        .matchWidth = static_cast<int32_t>(full.width * match.pose.scale),
+        .matchHeight = static_cast<int32_t>(full.height * match.pose.scale),
+        .x = match.pose.x - 0.5,
+        .y = match.pose.y - 0.5,
+        .angle = match.pose.degrees,
+        .scale = match.pose.scale,
+        .score = std::min(match.score, 1.0)};
+  }
+}
+
+bool RunStages(Search& search, NccTool& tool) {
+  const NccLevel& full = tool.levels[0];
+  Buffer<Candidate> candidates;
+  int count = 0;
+  if (!SweepCoarsestLevel(search, tool.candidateCapacity, candidates, count)) return false;
+  count = PruneAtKnee(candidates.data(), count, tool.maxResults);
+  for (int level = tool.currentLevel - 1; level >= 1; --level) {
+    if (!RefineAtLevel(search, level, candidates.data(), count)) return false;
+  }
+
+  Buffer<Place> places(static_cast<size_t>(count));
+  Buffer<Match> matches(static_cast<size_t>(count));
+  if (!places || !matches) return false;
+  const double distance = std::min(full.centreX, full.centreY);
+  ToPlaces(search, candidates.data(), count, places.data());
+  if (!SuppressDuplicates(places.data(), count, distance)) return false;
+  for (int i = 0; i < count; ++i) candidates[i].score = places[i].score;
+  if (!FitAtFullResolution(search, candidates.data(), count, matches.data())) return false;
+
+  // Fits that start apart may meet on one match.
+  for (int i = 0; i < count; ++i) {
+    places[i] = {matches[i].pose.x, matches[i].pose.y, matches[i].score};
+  }
+  if (!SuppressDuplicates(places.data(), count, distance)) return false;
+  Buffer<int> order(static_cast<size_t>(count));
+  if (!order) return false;
+  for (int i = 0; i < count; ++i) order[i] = i;
+  std::sort(order.begin(), order.end(), [&](int a, int b) {
+    return places[a].score != places[b].score ? places[a].score > places[b].score : a < b;
+  });
+  Buffer<Match> sorted(static_cast<size_t>(count));
+  if (!sorted) return false;
+  for (int i = 0; i < count; ++i) sorted[i] = {matches[order[i]].pose, places[order[i]].score};
+  Report(search, sorted.data(), count, tool);
+  return true;
+}
+
+}  // namespace
+
+bool Search::AllowsAngle(int index, int level) const {
+  return Within(lattice.Angle(index), limits.angleMin, limits.angleMax, lattice.AngleStep(level));
+}
+
+bool Search::AllowsScale(int index, int level) const {
+  return Within(lattice.Scale(index), limits.scaleMin, limits.scaleMax, lattice.ScaleStep(level));
+}
+
+template <class Pixel>
+bool FindNccModel(const Kernels& kernels, const CImage<Pixel>& image, const SearchLimits& limits,
+                  NccTool& tool) {
+  constexpr int kPlanes = sizeof(Pixel);
+  if (tool.kind != (kPlanes == 1 ? ModelKind::kGrey : ModelKind::kColour)) return false;
+  const NccLevel& full = tool.levels[0];
+  const int64_t area = static_cast<int64_t>(full.width) * full.height;
+  const int64_t placements =
+      std::max<int64_t>(1, static_cast<int64_t>(image.width) * image.height / area);
+  tool.maxResults = static_cast<int>(
+      std::clamp<int64_t>(limits.maxResults, 0, std::min<int64_t>(placements, kMaxNccResults)));
+  tool.candidateCapacity = static_cast<int>(std::min<int64_t>(2 * placements, INT32_MAX));
+  std::fill_n(tool.results.begin(), tool.maxResults, NccResult{});
+  tool.resultCount = 0;
+  if (tool.maxResults == 0 || !IsSearchable(tool, kPlanes)) return true;
+
+  SearchImage opened;
+  if (!OpenSearchImage(kernels, image, opened)) return false;
+  Search search = {kernels, tool, opened, limits, MakeLattice(tool)};
+  return RunStages(search, tool);
+}
+
+template bool FindNccModel(const Kernels&, const GreyImage&, const SearchLimits&, NccTool&);
+template bool FindNccModel(const Kernels&, const ColourImage&, const SearchLimits&, NccTool&);
+
+}  // namespace quillon

@@ -1,0 +1,71 @@
+// A template as it is looked for: one level of it, scaled and turned, packed for correlation.
+#pragma once
+
+#include "ncc/tool.h"
+
+namespace quillon {
+
+struct Kernels;
+
+// Longer rows would overflow 32-bit sums of three planes.
+constexpr int kMaxPatternSide = 22'016;
+
+struct VariantRow {
+  int first, count;  // the columns from the first to the last that takes part
+};
+
+struct Variant {
+  int width = 0, height = 0;  // the upright box around it; its middle is the template's centre
+  double halfWidth = 0, halfHeight = 0;  // of the scaled template before it was turned
+  double cosine = 1, sine = 0;
+  bool turned = false;
+  int planes = 0;
+  uint32_t count = 0;  // values, all planes
+  double mean = 0, deviation = 0;
+  int rowBytes = 0;
+  Buffer<uint8_t> packed;  // rows of each plane from their first column on
+  Buffer<VariantRow> rows;
+  Buffer<MaskRun> runs;
+  int runCount = 0;
+
+  const uint8_t* Packed(int plane, int y) const {
+    return packed.data() + (static_cast<ptrdiff_t>(plane) * height + y) * rowBytes;
+  }
+};
+
+// Draws variants, keeping its scratch memory from one to the next.
+class VariantMaker {
+ public:
+  VariantMaker(const Kernels& kernels, const NccLevel& level, const NccMask* mask)
+      : kernels_(kernels), level_(level), mask_(mask) {}
+
+  // Scaling takes the nearest pixel, turning interpolates; only pixels that come from inside the
+  // template and its mask take part. Positive degrees turn clockwise as displayed; 0 is not turned.
+  // A turned variant is the mean of turns `spread` degrees apart, where that is not 0: a template
+  // that is off the grid's angle looks more like it.
+  // False when memory is short. A variant that is flat or empty has count 0.
+  bool Make(double scale, double degrees, double spread, Variant& variant);
+
+ private:
+  struct Picture {
+    int width = 0, height = 0;
+    Buffer<uint8_t> pixels;  // planes, then care: 255 where a pixel takes part, else 0
+    uint8_t* Plane(int plane) {
+      return pixels.data() + static_cast<ptrdiff_t>(plane) * width * height;
+    }
+  };
+
+  bool Reserve(int width, int height, Picture& picture) const;
+  bool Scale(double scale);
+  void TurnOnce(double c, double s, int turn);
+  bool Turn(double spread, Variant& variant);
+  bool Pack(Picture& picture, Variant& variant) const;
+
+  const Kernels& kernels_;
+  const NccLevel& level_;
+  const NccMask* mask_;
+  double scale_ = 0;  // of scaled_
+  Picture scaled_, turned_;
+};
+
+}  // namespace quillon

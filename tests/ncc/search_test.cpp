@@ -1,0 +1,336 @@
+#include "ncc/search.h"
+
+#include <cmath>
+#include <limits>
+#include <memory>
+
+#include "ncc/model.h"
+#include "quillon/quillon.h"
+#include "support/levels.h"
+#include "support/scenes.h"
+
+namespace quillon::test {
+namespace {
+
+constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
+constexpr double kInfinity = std::numeric_limits<double>::infinity();
+
+SearchLimits LimitsOf(const SceneSpec& spec, int maxResults = 50) {
+  return {.minScore = 0.8,
+          .angleMax = spec.angleMax,
+          .angleMin = spec.angleMin,
+          .scaleMax = spec.scaleMax,
+          .scaleMin = spec.scaleMin,
+          .rotate = spec.angleMin < spec.angleMax,
+          .maxResults = maxResults};
+}
+
+std::vector<NccResult> ResultsOf(const NccTool& tool) {
+  return {tool.results.begin(), tool.results.begin() + tool.resultCount};
+}
+
+template <class Pixel>
+std::vector<NccResult> Find(const Kernels& kernels, const CImage<Pixel>& pattern,
+                            const CImage<Pixel>& image, const SearchLimits& limits,
+                            bool masked = false) {
+  const auto tool = std::make_unique<NccTool>();
+  EXPECT_TRUE(BuildNccModel(kernels, pattern, masked, *tool));
+  EXPECT_TRUE(FindNccModel(kernels, image, limits, *tool));
+  for (const NccResult& r : ResultsOf(*tool)) {
+    for (double value : {r.x, r.y, r.angle, r.scale, r.score}) EXPECT_TRUE(std::isfinite(value));
+    EXPECT_GE(r.score, limits.minScore);
+    EXPECT_LE(r.score, 1.0);
+    EXPECT_EQ(r.matchWidth, static_cast<int>(pattern.width * r.scale));
+    EXPECT_EQ(r.matchHeight, static_cast<int>(pattern.height * r.scale));
+  }
+  return ResultsOf(*tool);
+}
+
+bool SameResults(const std::vector<NccResult>& a, const std::vector<NccResult>& b) {
+  if (a.size() != b.size()) return false;
+  for (size_t i = 0; i < a.size(); ++i) {
+    if (a[i].x != b[i].x || a[i].y != b[i].y || a[i].angle != b[i].angle ||
+        a[i].scale != b[i].scale || a[i].score != b[i].score) {
+      return false;
+    }
+  }
+  return true;
+}
+
+// Copies the pattern into the image with its top left pixel at (left, top).
+void Paste(const GreyImage& pattern, int left, int top, GreyImage& image) {
+  for (int y = 0; y < pattern.height; ++y) {
+    std::copy_n(pattern.rows[y], pattern.width, image.rows[top + y] + left);
+  }
+}
+
+}  // namespace
+
+TEST(NccSearch, FindsEveryInstanceWhereItIs) {
+  struct Case {
+    const char* name;
+    SceneSpec spec;
+    double position, worst, angle, scale;
+  };
+  const Case cases[] = {
+      {"moved", {.instances = 6, .seed = 11}, 0.05, 0.2, 0, 0},
+      {"turned", {.instances = 5, .angleMin = -20, .angleMax = 20, .seed = 12}, 0.05, 0.2, 0.05, 0},
+      {"scaled",
+       {.instances = 4, .scaleMin = 0.8, .scaleMax = 1.2, .seed = 16},
+       0.05,
+       0.2,
+       0,
+       0.002},
+      {"all of it",
+       {.templateWidth = 100,
+        .templateHeight = 80,
+        .instances = 3,
+        .angleMin = -180,
+        .angleMax = 180,
+        .scaleMin = 0.9,
+        .scaleMax = 1.1,
+        .seed = 14},
+       0.05,
+       0.2,
+       0.05,
+       0.002},
+      {"noisy",
+       {.instances = 5, .angleMin = -20, .angleMax = 20, .gain = 0.7, .noise = 10, .seed = 15},
+       0.1,
+       0.4,
+       0.1,
+       0}};
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    GreyImage pattern, scene;
+    const auto truths = MakeScene(c.spec, pattern, scene);
+    const auto results = Find(BestKernels(), pattern, scene, LimitsOf(c.spec));
+    ASSERT_EQ(results.size(), truths.size());
+    double position = 0, angle = 0, scale = 0;
+    for (const Truth& truth : truths) {
+      const NccResult* nearest = &results[0];
+      const auto distance = [&](const NccResult& r) {
+        return std::hypot(r.x - truth.x, r.y - truth.y);
+      };
+      for (const NccResult& r : results) {
+        if (distance(r) < distance(*nearest)) nearest = &r;
+      }
+      EXPECT_LT(distance(*nearest), c.worst);
+      position += distance(*nearest) / static_cast<double>(truths.size());
+      angle += std::abs(std::remainder(nearest->angle - truth.angle, 360)) /
+               static_cast<double>(truths.size());
+      scale += std::abs(nearest->scale - truth.scale) / static_cast<double>(truths.size());
+    }
+    EXPECT_LE(position, c.position);
+    EXPECT_LE(angle, c.angle);
+    EXPECT_LE(scale, c.scale);
+  }
+}
+
+TEST(NccSearch, LevelsAgreeAndNothingElseChanges) {
+  const SceneSpec spec = {.instances = 4,
+                          .angleMin = -15,
+                          .angleMax = 15,
+                          .scaleMin = 0.9,
+                          .scaleMax = 1.1,
+                          .noise = 4,
+                          .seed = 21};
+  GreyImage pattern, scene;
+  ColourImage colourPattern, colourScene;
+  MakeScene(spec, pattern, scene);
+  Colourise(pattern, colourPattern);
+  Colourise(scene, colourScene);
+  const auto before = Bytes(scene), colourBefore = Bytes(colourScene);
+  for (bool masked : {false, true}) {
+    const auto grey = Find(*AvailableKernels()[0], pattern, scene, LimitsOf(spec), masked);
+    const auto colour =
+        Find(*AvailableKernels()[0], colourPattern, colourScene, LimitsOf(spec), masked);
+    EXPECT_EQ(grey.size(), 4u);
+    EXPECT_EQ(colour.size(), 4u);
+    ForEachLevel([&](const Kernels& kernels) {
+      EXPECT_TRUE(SameResults(Find(kernels, pattern, scene, LimitsOf(spec), masked), grey));
+      EXPECT_TRUE(
+          SameResults(Find(kernels, colourPattern, colourScene, LimitsOf(spec), masked), colour));
+    });
+  }
+  EXPECT_EQ(Bytes(scene), before);
+  EXPECT_EQ(Bytes(colourScene), colourBefore);
+
+  NccTool tool;
+  ASSERT_TRUE(BuildNccModel(BestKernels(), pattern, false, tool));
+  ASSERT_TRUE(FindNccModel(BestKernels(), scene, LimitsOf(spec), tool));
+  const auto first = ResultsOf(tool);
+  const std::vector<uint8_t> model(tool.levels[0].pixels.begin(), tool.levels[0].pixels.end());
+  ASSERT_TRUE(FindNccModel(BestKernels(), scene, LimitsOf(spec), tool));
+  EXPECT_TRUE(SameResults(ResultsOf(tool), first)) << "a second search";
+  EXPECT_TRUE(std::equal(model.begin(), model.end(), tool.levels[0].pixels.begin()));
+}
+
+// Where neither angle nor scale is searched, the score is the formula's at the whole-pixel
+// position.
+TEST(NccSearch, ScoreOfAMovedTemplateIsTheCorrelation) {
+  GreyImage pattern, scene;
+  const SceneSpec spec = {.instances = 8, .noise = 12, .wholePixels = true, .seed = 31};
+  const auto truths = MakeScene(spec, pattern, scene);
+  const auto results = Find(BestKernels(), pattern, scene, LimitsOf(spec));
+  ASSERT_EQ(results.size(), truths.size());
+  for (const NccResult& r : results) {
+    const int left = static_cast<int>(std::lround(r.x + 0.5 - pattern.width * 0.5));
+    const int top = static_cast<int>(std::lround(r.y + 0.5 - pattern.height * 0.5));
+    double n = 0, sumI = 0, sumT = 0, sumII = 0, sumTT = 0, sumIT = 0;
+    for (int y = 0; y < pattern.height; ++y) {
+      for (int x = 0; x < pattern.width; ++x) {
+        const double i = scene.rows[top + y][left + x], t = pattern.rows[y][x];
+        ++n, sumI += i, sumT += t, sumII += i * i, sumTT += t * t, sumIT += i * t;
+      }
+    }
+    const double expected = (sumIT - sumI * sumT / n) /
+                            std::sqrt((sumII - sumI * sumI / n) * (sumTT - sumT * sumT / n));
+    EXPECT_NEAR(r.score, expected, 1e-9);
+  }
+}
+
+TEST(NccSearch, MatchesAtTheBorderAndOfTheWholeImage) {
+  GreyImage pattern, scene;
+  Fill(scene, 203, 151, Content::kNoise);
+  const SearchLimits limits = {.minScore = 0.8,
+                               .angleMax = 0,
+                               .angleMin = 0,
+                               .scaleMax = 1,
+                               .scaleMin = 1,
+                               .rotate = false,
+                               .maxResults = 10};
+  MakeScene({.templateWidth = 41, .templateHeight = 30, .seed = 5}, pattern, scene);
+  for (auto [left, top] : {std::pair{0, 0}, {162, 0}, {0, 121}, {162, 121}, {77, 121}}) {
+    Fill(scene, 203, 151, Content::kNoise);
+    Paste(pattern, left, top, scene);
+    const auto results = Find(BestKernels(), pattern, scene, limits);
+    ASSERT_EQ(results.size(), 1u) << left << ", " << top;
+    EXPECT_NEAR(results[0].x, left + 20, 0.02);
+    EXPECT_NEAR(results[0].y, top + 14.5, 0.02);
+    EXPECT_NEAR(results[0].score, 1, 1e-9);
+  }
+  const auto whole = Find(BestKernels(), scene, scene, limits);
+  ASSERT_EQ(whole.size(), 1u) << "a template as large as the image";
+  EXPECT_NEAR(whole[0].x, 101, 0.02);
+  EXPECT_TRUE(Find(BestKernels(), scene, pattern, limits).empty()) << "larger than the image";
+}
+
+TEST(NccSearch, EqualMatchesAreAllFoundAndCloseOnesAreOne) {
+  GreyImage pattern, scene;
+  MakeScene({.templateWidth = 32, .templateHeight = 32, .seed = 9}, pattern, scene);
+  const SearchLimits limits = {.minScore = 0.8,
+                               .angleMax = 0,
+                               .angleMin = 0,
+                               .scaleMax = 1,
+                               .scaleMin = 1,
+                               .rotate = false,
+                               .maxResults = 500};
+  scene.Create(256, 256);
+  for (int i = 0; i < 9; ++i) Paste(pattern, 8 + i % 3 * 80, 8 + i / 3 * 80, scene);
+  EXPECT_EQ(Find(BestKernels(), pattern, scene, limits).size(), 9u);
+}
+
+TEST(NccSearch, LimitsOfTheResultTable) {
+  GreyImage pattern, scene;
+  const SceneSpec spec = {.templateWidth = 40,
+                          .templateHeight = 40,
+                          .width = 200,
+                          .height = 160,
+                          .instances = 4,
+                          .seed = 41};
+  MakeScene(spec, pattern, scene);
+  NccTool tool;
+  ASSERT_TRUE(BuildNccModel(BestKernels(), pattern, false, tool));
+  struct Case {
+    int asked, kept;
+  };
+  for (auto [asked, kept] :
+       {Case{1000, 20}, {INT32_MAX, 20}, {3, 3}, {1, 1}, {0, 0}, {-7, 0}, {INT32_MIN, 0}}) {
+    ASSERT_TRUE(FindNccModel(BestKernels(), scene, LimitsOf(spec, asked), tool));
+    EXPECT_EQ(tool.maxResults, kept);
+    EXPECT_LE(tool.resultCount, kept);
+    EXPECT_EQ(tool.resultCount, std::min(kept, 4));
+  }
+  EXPECT_EQ(tool.candidateCapacity, 40);
+}
+
+TEST(NccSearch, NothingIsFoundWithoutSomethingToFind) {
+  GreyImage flat, black, noise, tall;
+  Fill(flat, 24, 24, Content::kFlat);
+  Fill(noise, 90, 70, Content::kNoise);
+  black.Create(24, 24);
+  Fill(tall, 1, 700, Content::kNoise);
+  const SearchLimits any = {.minScore = -kInfinity,
+                            .angleMax = 180,
+                            .angleMin = -180,
+                            .scaleMax = 1.3,
+                            .scaleMin = 0.7,
+                            .rotate = true,
+                            .maxResults = 50};
+  for (bool masked : {false, true}) {
+    EXPECT_TRUE(Find(BestKernels(), flat, noise, any, masked).empty());
+    EXPECT_TRUE(Find(BestKernels(), black, noise, any, masked).empty());
+    EXPECT_TRUE(Find(BestKernels(), tall, noise, any, masked).empty());
+    Find(BestKernels(), noise, flat, any, masked);
+  }
+  GreyImage pattern;
+  Fill(pattern, 20, 20, Content::kNoise);
+  Paste(pattern, 30, 30, noise);
+  for (double bad : {kNaN, kInfinity, -kInfinity, 1e300, -1e300}) {
+    for (int field = 0; field < 5; ++field) {
+      SearchLimits limits = {.minScore = 0.5,
+                             .angleMax = 10,
+                             .angleMin = -10,
+                             .scaleMax = 1,
+                             .scaleMin = 1,
+                             .rotate = true,
+                             .maxResults = 5};
+      double* const fields[] = {&limits.minScore, &limits.angleMax, &limits.angleMin,
+                                &limits.scaleMax, &limits.scaleMin};
+      *fields[field] = bad;
+      const auto results = Find(BestKernels(), pattern, noise, limits);
+      if (std::isnan(bad)) {
+        EXPECT_TRUE(results.empty()) << field;
+      }
+    }
+  }
+}
+
+TEST(NccSearch, SearchesOfTheWrongKindKeepTheResults) {
+  GreyImage pattern, scene;
+  ColourImage colour;
+  MakeScene({.instances = 2, .seed = 51}, pattern, scene);
+  Colourise(scene, colour);
+  const std::unique_ptr<NccTool, void (*)(NccTool*)> tool(IxCreateNCCTool(), IxDestroyNCCModel);
+  EXPECT_EQ(IxFindNCCMatchModel(&scene, tool.get(), 0.8, 0, 0, 1, 1, false, 5), 0) << "no model";
+  ASSERT_TRUE(IxCreateNCCMatchModel(&pattern, tool.get(), false));
+  ASSERT_EQ(IxFindNCCMatchModel(&scene, tool.get(), 0.8, 0, 0, 1, 1, false, 5), 2);
+  GreyImage empty;
+  EXPECT_EQ(IxFindNCCMatchColorModel(&colour, tool.get(), 0.8, 0, 0, 1, 1, false, 5), 0);
+  EXPECT_EQ(IxFindNCCMatchModel(&empty, tool.get(), 0.8, 0, 0, 1, 1, false, 5), 0);
+  EXPECT_EQ(IxFindNCCMatchModel(nullptr, tool.get(), 0.8, 0, 0, 1, 1, false, 5), 0);
+  EXPECT_EQ(IxFindNCCMatchModel(&scene, nullptr, 0.8, 0, 0, 1, 1, false, 5), 0);
+  EXPECT_EQ(IxFindNCCMatchModel(reinterpret_cast<GreyImage*>(&colour), tool.get(), 0.8, 0, 0, 1, 1,
+                                false, 5),
+            0);
+  NccResult result = {};
+  EXPECT_TRUE(IxGetNCCMatchResults(tool.get(), 1, &result)) << "the results are still there";
+  EXPECT_GT(result.score, 0.8);
+  result.score = 7;
+  for (int index : {2, 500, INT32_MAX, -1, INT32_MIN}) {
+    EXPECT_FALSE(IxGetNCCMatchResults(tool.get(), index, &result));
+  }
+  EXPECT_EQ(result.score, 7);
+  EXPECT_FALSE(IxGetNCCMatchResults(tool.get(), 0, nullptr));
+
+  // A single-level colour model on levels of another size: refused, not read.
+  ColourImage large, small;
+  Fill(large, 64, 64, Content::kNoise);
+  Fill(small, 20, 20, Content::kNoise);
+  ASSERT_TRUE(IxCreateNCCMatchColorModel(&large, tool.get(), true));
+  ASSERT_TRUE(IxCreateNCCMatchColorModel_ROI(&small, tool.get()));
+  EXPECT_EQ(IxFindNCCMatchColorModel(&colour, tool.get(), 0.1, 0, 0, 1, 1, false, 5), 0);
+}
+
+}  // namespace quillon::test
