@@ -24,30 +24,22 @@ Columns ColumnsOf(int width) {
 
 bool TooSmall(const GreyImage& image) { return image.width < 3 || image.height < 3; }
 
-void Filter3x3(Row3x3* block, Row3x3* tail, const GreyImage& source, GreyImage& result) {
+void Filter3x3(StripKernel* block, StripKernel* tail, const GreyImage& source, GreyImage& result) {
   const Columns columns = ColumnsOf(source.width);
-  SourceRows rows(source, result, columns.end + 1, 3);
-  if (!rows || !PrepareResult(source, result)) return;
-  // Where the tail has its own weights, it is computed first and in full vectors, over columns that
-  // the blocks then overwrite.
-  constexpr int kFullVector = 16;
-  const bool uniform = block == tail;
-  const int tailStart = std::max(columns.end - kFullVector, 1);
-  const bool hasPadding = source.stride > source.width;
-  for (int y = 1; y < source.height - 1; ++y) {
-    rows.ReadTo(y + 1);
-    const Rows3 window = {rows[y - 1], rows[y], rows[y + 1]};
-    uint8_t* out = result.rows[y];
-    if (!uniform && columns.end > columns.blockEnd) tail(window, out, tailStart, columns.end);
-    block(window, out, 1, uniform ? columns.end : columns.blockEnd);
-    out[0] = out[1];
-    if (columns.end < source.width || hasPadding) out[columns.end] = out[columns.end - 1];
-  }
-  CopyBorderRows(result, 1);
+  FilterStrips(source, result, columns.end + 1, [&](const Strip& strip) {
+    if (block == tail) return block(strip, 1, columns.end);
+    // Where the tail has its own weights, it is computed first and in full vectors, over columns
+    // that the blocks then overwrite.
+    constexpr int kFullVector = 16;
+    if (columns.end > columns.blockEnd) {
+      tail(strip, std::max(columns.end - kFullVector, 1), columns.end);
+    }
+    block(strip, 1, columns.blockEnd);
+  });
 }
 
 // No pixel of a small image has all its neighbours: there is no edge in it.
-void Gradient(Row3x3* block, Row3x3* tail, const GreyImage& source, GreyImage& result) {
+void Gradient(StripKernel* block, StripKernel* tail, const GreyImage& source, GreyImage& result) {
   if (!TooSmall(source)) return Filter3x3(block, tail, source, result);
   if (!PrepareResult(source, result)) return;
   for (int y = 0; y < result.height; ++y) {
@@ -59,30 +51,30 @@ void Gradient(Row3x3* block, Row3x3* tail, const GreyImage& source, GreyImage& r
 
 void Sobel(const Kernels& kernels, const GreyImage& source, GreyImage& result) {
   const auto& k = kernels.gradient;
-  Gradient(k.SobelRow, k.SobelRow, source, result);
+  Gradient(k.Sobel, k.Sobel, source, result);
 }
 
 void Prewitt(const Kernels& kernels, const GreyImage& source, GreyImage& result) {
   const auto& k = kernels.gradient;
-  Gradient(k.PrewittRow, k.SobelRow, source, result);
+  Gradient(k.Prewitt, k.Sobel, source, result);
 }
 
 // A 2 x 2 operator in the frame of the others: row 0, which it could compute, is a copy all the
 // same.
 void Robert(const Kernels& kernels, const GreyImage& source, GreyImage& result) {
   const auto& k = kernels.gradient;
-  Gradient(k.RobertRow, k.RobertRow, source, result);
+  Gradient(k.Robert, k.Robert, source, result);
 }
 
 void Laplacian(const Kernels& kernels, const GreyImage& source, GreyImage& result) {
   const auto& k = kernels.gradient;
-  Gradient(k.LaplacianRow, k.LaplacianRow, source, result);
+  Gradient(k.Laplacian, k.Laplacian, source, result);
 }
 
 void LaplacianSharpen(const Kernels& kernels, const GreyImage& source, GreyImage& result) {
   const auto& k = kernels.gradient;
   if (TooSmall(source)) return CopyUnchanged(source, result);
-  Filter3x3(k.SharpenRow, k.WeakSharpenRow, source, result);
+  Filter3x3(k.Sharpen, k.WeakSharpen, source, result);
 }
 
 }  // namespace quillon

@@ -1,12 +1,13 @@
-// Row kernels of the gradient filters. Compiled once per level.
+// Kernels of the gradient filters. Compiled once per level.
 //
 //              Sobel                 Prewitt             Laplacian
 //    gx: -1 0 1   gy: -1 -2 -1    the same with        -1 -1 -1
 //        -2 0 2        0  0  0    1 in place of 2      -1  8 -1
 //        -1 0 1        1  2  1                         -1 -1 -1
 //
-// Each formula is split into what one column of three pixels contributes and how three columns
-// combine; neighbouring outputs share columns. All sums fit 16 bits with room to spare: 10 * 255.
+// Each formula is split into what three neighbours of one row contribute and how three rows
+// combine: walking down a strip, a row's part serves three outputs. All sums fit 16 bits with room
+// to spare: 10 * 255.
 #include "filters/gradient_kernels.h"
 
 #include "simd/blocks.h"
@@ -14,27 +15,22 @@
 namespace quillon::QUILLON_LEVEL {
 namespace {
 
-// V is int, or a vector of 16-bit lanes.
-template <class V>
-QUILLON_INLINE V Clamp(V v) {
-  return Min(Max(v, V{}), V{} + 255);
-}
-
-// (|gx| + |gy|) / 4; the middle row and column weigh kMiddle.
+// (|gx| + |gy|) / 4; the middle row and column weigh kMiddle. V is int, or a vector of 16-bit
+// lanes. Sums are grouped so that neighbours share them.
 template <int kMiddle>
 struct GradientMagnitude {
   template <class V>
-  struct Column {
+  struct Part {
     V smooth, slope;
   };
   template <class V>
-  QUILLON_INLINE static Column<V> OfColumn(V top, V middle, V bottom) {
-    return {top + bottom + kMiddle * middle, bottom - top};
+  QUILLON_INLINE static Part<V> OfRow(V west, V centre, V east) {
+    return {(west + centre) + (east + (kMiddle - 1) * centre), east - west};
   }
   template <class V>
-  QUILLON_INLINE static V Combine(Column<V> left, Column<V> centre, Column<V> right) {
-    const V gx = right.smooth - left.smooth;
-    const V gy = left.slope + right.slope + kMiddle * centre.slope;
+  QUILLON_INLINE static V Combine(const Part<V>& above, const Part<V>& here, const Part<V>& below) {
+    const V gx = (above.slope + here.slope) + (below.slope + (kMiddle - 1) * here.slope);
+    const V gy = below.smooth - above.smooth;
     return Min((Abs(gx) + Abs(gy)) >> 2, V{} + 255);
   }
 };
@@ -43,16 +39,17 @@ struct GradientMagnitude {
 template <int kCentre>
 struct CentreAgainstNeighbours {
   template <class V>
-  struct Column {
-    V sum, middle;
+  struct Part {
+    V sum, centre;
   };
   template <class V>
-  QUILLON_INLINE static Column<V> OfColumn(V top, V middle, V bottom) {
-    return {top + middle + bottom, middle};
+  QUILLON_INLINE static Part<V> OfRow(V west, V centre, V east) {
+    return {west + centre + east, centre};
   }
   template <class V>
-  QUILLON_INLINE static V Combine(Column<V> left, Column<V> centre, Column<V> right) {
-    return Clamp((kCentre + 1) * centre.middle - (left.sum + centre.sum + right.sum));
+  QUILLON_INLINE static V Combine(const Part<V>& above, const Part<V>& here, const Part<V>& below) {
+    const V v = (kCentre + 1) * here.centre - (above.sum + here.sum + below.sum);
+    return Min(Max(v, V{}), V{} + 255);
   }
 };
 
@@ -66,42 +63,54 @@ QUILLON_INLINE auto Odd(V v) {
   return BitCast<I16<sizeof(V) / 2>>(OddBytes(v));
 }
 
-// N outputs at x. Even outputs lie between columns of `before` and `after`, which load the window's
-// left and right columns; odd outputs one column further on.
+// The parts of a row around N columns from x on: at x, x + 2, ... and at x + 1, x + 3, ...
 template <class Formula, int N>
-QUILLON_INLINE void FilterBlock(const Rows3& rows, uint8_t* out, int x) {
-  struct Three {
-    U8<N> top, middle, bottom;
-  };
-  const auto load = [&](int at) {
-    return Three{Load<uint8_t, N>(rows.top + at), Load<uint8_t, N>(rows.middle + at),
-                 Load<uint8_t, N>(rows.bottom + at)};
-  };
-  const auto even = [](const Three& p) {
-    return Formula::OfColumn(Even(p.top), Even(p.middle), Even(p.bottom));
-  };
-  const auto odd = [](const Three& p) {
-    return Formula::OfColumn(Odd(p.top), Odd(p.middle), Odd(p.bottom));
-  };
-  const Three before = load(x - 1), after = load(x + 1);
-  const auto column0 = even(before), column1 = odd(before);
-  const auto column2 = even(after), column3 = odd(after);
-  const auto evens = Formula::Combine(column0, column1, column2);
-  const auto odds = Formula::Combine(column1, column2, column3);
-  Store(out + x, BitCast<U8<N>>(evens | odds << 8));
+struct Parts {
+  typename Formula::template Part<I16<N / 2>> even, odd;
+
+  QUILLON_INLINE static Parts Load(const uint8_t* row, int x) {
+    const auto west = QUILLON_LEVEL::Load<uint8_t, N>(row + x - 1);
+    const auto east = QUILLON_LEVEL::Load<uint8_t, N>(row + x + 1);
+    return {Formula::OfRow(Even(west), Odd(west), Even(east)),
+            Formula::OfRow(Odd(west), Even(east), Odd(east))};
+  }
+};
+
+// Rows first ... first + kRows - 1 of a strip, N columns from x on.
+template <class Formula, int N, int kRows>
+QUILLON_INLINE void FilterBlock(const Strip& strip, int first, int x) {
+  using P = Parts<Formula, N>;
+  P above = P::Load(strip.in[first], x), here = P::Load(strip.in[first + 1], x);
+  Unroll<kRows>([&](auto i) {
+    const P below = P::Load(strip.in[first + i + 2], x);
+    const auto even = Formula::Combine(above.even, here.even, below.even);
+    const auto odd = Formula::Combine(above.odd, here.odd, below.odd);
+    Store(strip.out[first + i] + x, BitCast<U8<N>>(even | odd << 8));
+    above = here;
+    here = below;
+  });
+}
+
+template <class Formula, int kRows>
+QUILLON_INLINE void FilterRows(const Strip& strip, int first, int from, int to) {
+  const bool done = ForEachOverlappingBlock(
+      from, to, [&](auto width, int x) { FilterBlock<Formula, width, kRows>(strip, first, x); });
+  if (done) return;
+  for (int i = first; i < first + kRows; ++i) {
+    const auto part = [&](const uint8_t* row, int x) {
+      return Formula::template OfRow<int>(row[x - 1], row[x], row[x + 1]);
+    };
+    for (int x = from; x < to; ++x) {
+      strip.out[i][x] = static_cast<uint8_t>(Formula::Combine(
+          part(strip.in[i], x), part(strip.in[i + 1], x), part(strip.in[i + 2], x)));
+    }
+  }
 }
 
 template <class Formula>
-void FilterRow(const Rows3& rows, uint8_t* out, int from, int to) {
-  const bool done = ForEachOverlappingBlock(
-      from, to, [&](auto width, int x) { FilterBlock<Formula, width>(rows, out, x); });
-  if (done) return;
-  const auto column = [&](int x) {
-    return Formula::template OfColumn<int>(rows.top[x], rows.middle[x], rows.bottom[x]);
-  };
-  for (int x = from; x < to; ++x) {
-    out[x] = static_cast<uint8_t>(Formula::Combine(column(x - 1), column(x), column(x + 1)));
-  }
+void Filter(const Strip& strip, int from, int to) {
+  if (strip.rows == kStripRows) return FilterRows<Formula, kStripRows>(strip, 0, from, to);
+  for (int i = 0; i < strip.rows; ++i) FilterRows<Formula, 1>(strip, i, from, to);
 }
 
 // Twice the sum of the absolute differences along the two diagonals of 2 x 2 pixels.
@@ -111,8 +120,7 @@ QUILLON_INLINE V RobertsCross(V pixel, V east, V south, V southEast) {
   return AddSaturate(sum, sum);
 }
 
-void RobertRow(const Rows3& rows, uint8_t* out, int from, int to) {
-  const uint8_t *here = rows.middle, *below = rows.bottom;
+void RobertRow(const uint8_t* here, const uint8_t* below, uint8_t* out, int from, int to) {
   const bool done = ForEachOverlappingBlock(from, to, [&](auto width, int x) {
     Store(out + x,
           RobertsCross(Load<uint8_t, width>(here + x), Load<uint8_t, width>(here + x + 1),
@@ -125,13 +133,19 @@ void RobertRow(const Rows3& rows, uint8_t* out, int from, int to) {
   }
 }
 
+void Robert(const Strip& strip, int from, int to) {
+  for (int i = 0; i < strip.rows; ++i) {
+    RobertRow(strip.in[i + 1], strip.in[i + 2], strip.out[i], from, to);
+  }
+}
+
 }  // namespace
 
-const GradientKernels gradient = {.SobelRow = FilterRow<GradientMagnitude<2>>,
-                                  .PrewittRow = FilterRow<GradientMagnitude<1>>,
-                                  .RobertRow = RobertRow,
-                                  .LaplacianRow = FilterRow<CentreAgainstNeighbours<8>>,
-                                  .SharpenRow = FilterRow<CentreAgainstNeighbours<9>>,
-                                  .WeakSharpenRow = FilterRow<CentreAgainstNeighbours<7>>};
+const GradientKernels gradient = {.Sobel = Filter<GradientMagnitude<2>>,
+                                  .Prewitt = Filter<GradientMagnitude<1>>,
+                                  .Robert = Robert,
+                                  .Laplacian = Filter<CentreAgainstNeighbours<8>>,
+                                  .Sharpen = Filter<CentreAgainstNeighbours<9>>,
+                                  .WeakSharpen = Filter<CentreAgainstNeighbours<7>>};
 
 }  // namespace quillon::QUILLON_LEVEL

@@ -34,16 +34,6 @@ struct Sorted {
 template <class V>
 struct Sorted<V, 0> {};
 
-template <class Body, int... i>
-QUILLON_INLINE void UnrollOver(std::integer_sequence<int, i...>, Body&& body) {
-  (body(Width<i>{}), ...);
-}
-// body(0), ... body(n - 1), each with a constant.
-template <int n, class Body>
-QUILLON_INLINE void Unroll(Body&& body) {
-  UnrollOver(std::make_integer_sequence<int, n>{}, body);
-}
-
 // The elements `first`, `first` + 2, ...
 template <int first, class V, int n>
 QUILLON_INLINE auto EverySecond(const Sorted<V, n>& a) {

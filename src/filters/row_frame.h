@@ -11,7 +11,10 @@
 //   CopyBorderRows(result, 1);
 #pragma once
 
+#include <algorithm>
+
 #include "core/buffer.h"
+#include "filters/strip.h"
 #include "quillon/image.h"
 
 namespace quillon {
@@ -52,5 +55,30 @@ void CopyUnchanged(const GreyImage& source, GreyImage& result);
 
 // The outermost `radius` rows on either side become copies of the nearest row inside.
 void CopyBorderRows(GreyImage& result, int radius);
+
+// The strips of the inner rows of a 3 x 3 filter, top to bottom. Reads `columns` bytes of a row;
+// calls compute(strip) for each, whose result rows from column 1 to `columns` - 2 are then
+// complete, and repeats columns at both ends: columns - 1 too, if it is part of the row or of its
+// padding. Nothing happens without memory.
+template <class Compute>
+void FilterStrips(const GreyImage& source, GreyImage& result, int columns, const Compute& compute) {
+  SourceRows rows(source, result, columns, kStripRows + 2);
+  if (!rows || !PrepareResult(source, result)) return;
+  const int end = columns - 1;
+  for (int y = 1; y < source.height - 1; y += kStripRows) {
+    Strip strip = {};
+    strip.rows = std::min(kStripRows, source.height - 1 - y);
+    rows.ReadTo(y + strip.rows);
+    for (int i = 0; i < strip.rows + 2; ++i) strip.in[i] = rows[y - 1 + i];
+    for (int i = 0; i < strip.rows; ++i) strip.out[i] = result.rows[y + i];
+    compute(strip);
+    for (int i = 0; i < strip.rows; ++i) {
+      uint8_t* out = strip.out[i];
+      out[0] = out[1];
+      if (end < source.stride) out[end] = out[end - 1];
+    }
+  }
+  CopyBorderRows(result, 1);
+}
 
 }  // namespace quillon

@@ -10,11 +10,21 @@
 
 namespace quillon::QUILLON_LEVEL {
 
-// A block width that is a constant expression wherever it is used.
+// A block width, or another number, that is a constant expression wherever it is used.
 template <int N>
 struct Width {
   constexpr operator int() const { return N; }
 };
+
+template <class Body, int... i>
+QUILLON_INLINE void UnrollOver(std::integer_sequence<int, i...>, Body&& body) {
+  (body(Width<i>{}), ...);
+}
+// body(0), ... body(n - 1), each with a constant.
+template <int n, class Body>
+QUILLON_INLINE void Unroll(Body&& body) {
+  UnrollOver(std::make_integer_sequence<int, n>{}, body);
+}
 
 // Covers [0, count) with blocks of kLargest lanes, then at most one block of each half width down
 // to kSmallest; returns the first lane that is left.
@@ -29,16 +39,18 @@ QUILLON_INLINE int ForEachBlock(int count, Body&& body) {
   return x;
 }
 
-// Covers [from, to) with blocks of kVectorBytes lanes, the last of which overlaps the one before
-// it, or with narrower ones where the range is short. False when it has fewer than 16 lanes:
-// nothing is done. For bodies whose output is not among their input.
+// Covers [from, to) with blocks of kVectorBytes lanes, or with narrower ones where the range is
+// short. Between the first and the last, blocks start at multiples of their width, where rows
+// mostly are aligned; so those two overlap their neighbours. False when the range has fewer than 16
+// lanes: nothing is done. For bodies whose output is not among their input.
 template <int kLanes = kVectorBytes, class Body>
 QUILLON_INLINE bool ForEachOverlappingBlock(int from, int to, Body&& body) {
   if (to - from < kLanes) {
     if constexpr (kLanes > 16) return ForEachOverlappingBlock<kLanes / 2>(from, to, body);
     return false;
   }
-  int x = from;
+  if (from % kLanes != 0) body(Width<kLanes>{}, from);
+  int x = (from + kLanes - 1) / kLanes * kLanes;
   for (; x <= to - kLanes; x += kLanes) body(Width<kLanes>{}, x);
   if (x < to) body(Width<kLanes>{}, to - kLanes);
   return true;
