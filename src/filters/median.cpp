@@ -1,4 +1,4 @@
-// Median filters, two rows at a time.
+// Median filters, several rows at a time.
 #include "filters/median.h"
 
 #include <algorithm>
@@ -53,23 +53,8 @@ void Median3x3(const Kernels& kernels, const GreyImage& source, GreyImage& resul
   const int width = source.width, height = source.height;
   if (width < 3 || height < 3) return CopyUnchanged(source, result);
   const int end = ColumnsEnd3x3(width);
-  SourceRows rows(source, result, end + 1, 4);
-  Buffer<uint8_t> spare(static_cast<size_t>(end));  // the second of two rows where one is left
-  if (!rows || !spare || !PrepareResult(source, result)) return;
-  const bool hasPadding = source.stride > width;
-  for (int y = 1; y < height - 1; y += 2) {
-    const bool two = y + 1 < height - 1;
-    const int last = two ? y + 2 : y + 1;
-    rows.ReadTo(last);
-    const uint8_t* const window[4] = {rows[y - 1], rows[y], rows[y + 1], rows[last]};
-    kernels.median.Rows3x3(window, result.rows[y], two ? result.rows[y + 1] : spare.data(), 1, end);
-    for (int i = y; i < last; ++i) {
-      uint8_t* out = result.rows[i];
-      out[0] = out[1];
-      if (end < width || hasPadding) out[end] = out[end - 1];
-    }
-  }
-  CopyBorderRows(result, 1);
+  FilterStrips(source, result, end + 1,
+               [&](const Strip& strip) { kernels.median.Filter3x3(strip, 1, end); });
 }
 
 void Median5x5(const Kernels& kernels, const GreyImage& source, GreyImage& result) {

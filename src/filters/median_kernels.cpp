@@ -1,11 +1,11 @@
-// Row kernels of the median filters. Compiled once per level.
+// Kernels of the median filters. Compiled once per level.
 //
 // Windows of neighbouring pixels overlap, so what they share is sorted once (A. Adams, "Fast median
 // filters using separable sorting networks", ACM Transactions on Graphics 40(4), 2021).
 //
-// 3 x 3: columns of three are sorted; of the pair of rows that two outputs share, once for both.
-// The median of a window is the median of the greatest low, the middle middle and the least high of
-// its three columns.
+// 3 x 3: the three neighbours of each row are sorted, once for the three rows around it. The median
+// of a window is the median of the greatest low, the middle middle and the least high of its rows;
+// of the two rows that two outputs share, these are formed once.
 //
 // 5 x 5: four outputs, two by two, share a core of 4 x 4 pixels.
 //
@@ -100,25 +100,6 @@ QUILLON_INLINE V Between(V low, V v, V high) {
 
 // ---- 3 x 3 --------------------------------------------------------------------------------------
 
-template <class V>
-QUILLON_INLINE Sorted<V, 3> Insert(V v, const Sorted<V, 2>& pair) {
-  return Merge(Sorted<V, 1>{{v}}, pair);
-}
-
-template <class V>
-QUILLON_INLINE V MedianOf3(V a, V b, V c) {
-  return Between(Min(a, b), c, Max(a, b));
-}
-
-template <class V>
-QUILLON_INLINE V MedianOfColumns(const Sorted<V, 3>& a, const Sorted<V, 3>& b,
-                                 const Sorted<V, 3>& c) {
-  const V low = Max(Max(a.at[0], b.at[0]), c.at[0]);
-  const V middle = MedianOf3(a.at[1], b.at[1], c.at[1]);
-  const V high = Min(Min(a.at[2], b.at[2]), c.at[2]);
-  return MedianOf3(low, middle, high);
-}
-
 // A vector of N bytes, or, with N = 1, one byte.
 template <int N>
 QUILLON_INLINE auto LoadBytes(const uint8_t* from) {
@@ -128,63 +109,52 @@ QUILLON_INLINE auto LoadBytes(const uint8_t* from) {
     return Load<uint8_t, N>(from);
   }
 }
+
+template <int N>
+QUILLON_INLINE auto SortedNeighbours(const uint8_t* row, int x) {
+  const auto sides = Sort(LoadBytes<N>(row + x - 1), LoadBytes<N>(row + x + 1));
+  return Merge(Sorted<decltype(LoadBytes<N>(row)), 1>{{LoadBytes<N>(row + x)}}, sides);
+}
+
 template <class V>
-QUILLON_INLINE void StoreBytes(uint8_t* to, V value) {
-  if constexpr (sizeof(V) == 1) {
-    *to = value;
-  } else {
-    Store(to, value);
-  }
+QUILLON_INLINE V MedianOfRows(const Sorted<V, 3>& pairA, const Sorted<V, 3>& pairB,
+                              const Sorted<V, 3>& single) {
+  const V low = Max(Max(pairA.at[0], pairB.at[0]), single.at[0]);
+  const V high = Min(Min(pairA.at[2], pairB.at[2]), single.at[2]);
+  const auto middles = Sort(pairA.at[1], pairB.at[1]);
+  const V middle = Between(middles.at[0], single.at[1], middles.at[1]);
+  return Between(Min(low, high), middle, Max(low, high));
 }
 
-// Calls body(width, x) over [0, count), in vectors or, where there are few, byte by byte.
-template <class Body>
-QUILLON_INLINE void ForEachColumn(int count, Body&& body) {
-  if (ForEachOverlappingBlock(0, count, body)) return;
-  for (int x = 0; x < count; ++x) body(Width<1>{}, x);
-}
-
-// Sorted columns of a stretch of a row: short enough to stay in the nearest cache.
-constexpr int kStretch = 1024;
-template <int kRanks, int kColumns = kStretch + 64>
-struct SortedColumns {
-  alignas(64) uint8_t rank[kRanks][kColumns];
-
-  template <int N>
-  QUILLON_INLINE auto LoadAt(int x) const {
-    Sorted<decltype(LoadBytes<N>(nullptr)), kRanks> column;
-    Unroll<kRanks>([&](auto i) { column.at[i] = LoadBytes<N>(rank[i] + x); });
-    return column;
-  }
-  template <class V>
-  QUILLON_INLINE void StoreAt(int x, const Sorted<V, kRanks>& column) {
-    Unroll<kRanks>([&](auto i) { StoreBytes(rank[i] + x, column.at[i]); });
-  }
-};
-
-void Stretch3x3(const uint8_t* const rows[4], uint8_t* upper, uint8_t* lower, int count) {
-  SortedColumns<3> above, below;  // column 0 of both is the one before the first output
-  ForEachColumn(count + 2, [&](auto width, int x) {
-    const auto load = [&](int i) { return LoadBytes<width>(rows[i] + x - 1); };
-    const auto shared = Sort(load(1), load(2));
-    above.StoreAt(x, Insert(load(0), shared));
-    below.StoreAt(x, Insert(load(3), shared));
+// Rows first ... first + kRows - 1 of a strip, at x. Outputs 0 and 1, 2 and 3 ... share a pair.
+template <int N, int kRows>
+QUILLON_INLINE void MedianBlock3x3(const Strip& strip, int first, int x) {
+  Sorted<decltype(LoadBytes<N>(nullptr)), 3> row[kRows + 2];
+  row[0] = SortedNeighbours<N>(strip.in[first], x);
+  row[1] = SortedNeighbours<N>(strip.in[first + 1], x);
+  Unroll<kRows>([&](auto i) {
+    row[i + 2] = SortedNeighbours<N>(strip.in[first + i + 2], x);
+    const auto median = i % 2 == 0 ? MedianOfRows(row[i + 1], row[i + 2], row[i])
+                                   : MedianOfRows(row[i], row[i + 1], row[i + 2]);
+    if constexpr (N == 1) {
+      strip.out[first + i][x] = median;
+    } else {
+      Store(strip.out[first + i] + x, median);
+    }
   });
-  const auto combine = [&](const SortedColumns<3>& columns, uint8_t* out) {
-    ForEachColumn(count, [&](auto width, int x) {
-      StoreBytes(out + x, MedianOfColumns(columns.LoadAt<width>(x), columns.LoadAt<width>(x + 1),
-                                          columns.LoadAt<width>(x + 2)));
-    });
-  };
-  combine(above, upper);
-  combine(below, lower);
 }
 
-void Rows3x3(const uint8_t* const rows[4], uint8_t* upper, uint8_t* lower, int from, int to) {
-  for (int x = from; x < to; x += kStretch) {
-    const uint8_t* const at[4] = {rows[0] + x, rows[1] + x, rows[2] + x, rows[3] + x};
-    Stretch3x3(at, upper + x, lower + x, Min(kStretch, to - x));
-  }
+template <int kRows>
+QUILLON_INLINE void MedianRows3x3(const Strip& strip, int first, int from, int to) {
+  const bool done = ForEachOverlappingBlock(
+      from, to, [&](auto width, int x) { MedianBlock3x3<width, kRows>(strip, first, x); });
+  if (done) return;
+  for (int x = from; x < to; ++x) MedianBlock3x3<1, kRows>(strip, first, x);
+}
+
+void Filter3x3(const Strip& strip, int from, int to) {
+  if (strip.rows == kStripRows) return MedianRows3x3<kStripRows>(strip, 0, from, to);
+  for (int i = 0; i < strip.rows; ++i) MedianRows3x3<1>(strip, i, from, to);
 }
 
 // ---- 5 x 5 --------------------------------------------------------------------------------------
@@ -218,6 +188,21 @@ void Split(const uint8_t* row, int width, const SplitRow& split) {
 }
 
 QUILLON_INLINE Bytes LoadFrom(const uint8_t* from) { return Load<uint8_t, kVectorBytes>(from); }
+
+// Sorted lists of a stretch of columns, a row of bytes for each rank.
+template <int kRanks, int kColumns>
+struct SortedColumns {
+  alignas(64) uint8_t rank[kRanks][kColumns];
+
+  QUILLON_INLINE Sorted<Bytes, kRanks> LoadAt(int x) const {
+    Sorted<Bytes, kRanks> column;
+    Unroll<kRanks>([&](auto i) { column.at[i] = LoadFrom(rank[i] + x); });
+    return column;
+  }
+  QUILLON_INLINE void StoreAt(int x, const Sorted<Bytes, kRanks>& column) {
+    Unroll<kRanks>([&](auto i) { Store(rank[i] + x, column.at[i]); });
+  }
+};
 
 // Sorted columns of the four rows that two outputs share, around a stretch of pairs of outputs.
 // Index i stands for the odd column left of pair i and the even column of pair i.
@@ -264,10 +249,9 @@ void Stretch5x5(const SplitRow rows[6], uint8_t* upper, uint8_t* lower, int firs
   }
   for (int i = 1; i <= count; i += kVectorBytes) {
     const int k = base + i;
-    const auto core = Middle<3, 10>(
-        Merge(columns.both.LoadAt<kVectorBytes>(i), columns.both.LoadAt<kVectorBytes>(i + 1)));
-    const auto west = Middle<4, 6>(Merge(core, columns.even.LoadAt<kVectorBytes>(i - 1)));
-    const auto east = Middle<4, 6>(Merge(core, columns.odd.LoadAt<kVectorBytes>(i + 2)));
+    const auto core = Middle<3, 10>(Merge(columns.both.LoadAt(i), columns.both.LoadAt(i + 1)));
+    const auto west = Middle<4, 6>(Merge(core, columns.even.LoadAt(i - 1)));
+    const auto east = Middle<4, 6>(Merge(core, columns.odd.LoadAt(i + 2)));
     StorePair(upper + 2 * k, WithRow(west, east, rows[0], k));
     StorePair(lower + 2 * k, WithRow(west, east, rows[5], k));
   }
@@ -281,6 +265,6 @@ void Rows5x5(const SplitRow rows[6], uint8_t* upper, uint8_t* lower, int pairs) 
 
 }  // namespace
 
-const MedianKernels median = {.Rows3x3 = Rows3x3, .Split = Split, .Rows5x5 = Rows5x5};
+const MedianKernels median = {.Filter3x3 = Filter3x3, .Split = Split, .Rows5x5 = Rows5x5};
 
 }  // namespace quillon::QUILLON_LEVEL

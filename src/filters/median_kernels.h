@@ -1,8 +1,9 @@
-// Row kernels of the median filters.
+// Kernels of the median filters.
 #pragma once
 
 #include <stdint.h>
 
+#include "filters/strip.h"
 #include "simd/table.h"
 
 namespace quillon {
@@ -13,9 +14,7 @@ struct SplitRow {
 };
 
 struct MedianKernels {
-  // 3 x 3 medians of two rows at once, those between rows[0] and rows[3], for the columns of
-  // [from, to); reads columns from - 1 ... to. The results lie apart from the rows.
-  void (*Rows3x3)(const uint8_t* const rows[4], uint8_t* upper, uint8_t* lower, int from, int to);
+  StripKernel* Filter3x3;
 
   void (*Split)(const uint8_t* row, int width, const SplitRow& split);
 
