@@ -16,5 +16,6 @@ int main(int argc, char** argv) {
   quillon::bench::AddNeighbourhoodFilters();
   quillon::bench::AddEdgeMatching();
   quillon::bench::AddSmoothingOperations();
+  quillon::bench::AddCalibration();
   benchmark::RunSpecifiedBenchmarks();
 }

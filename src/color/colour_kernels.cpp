@@ -176,29 +176,26 @@ void ChannelRow(const uint8_t* bgr, uint8_t* grey, int count, int channel) {
   if (channel == 2) CopyChannel<2>(bgr, grey, count);
 }
 
-// Four pixels make three words: the plain loop's three stores a pixel would be what bounds it.
+// One store a pixel, of four bytes: the next pixel's store replaces the fourth. So that `to` may be
+// `from`, a pixel is read before the store that reaches its first byte.
 void ConvertRow(const uint8_t* from, uint8_t* to, int count, const uint8_t* table0,
                 const uint8_t* table1, const uint8_t* table2) {
-  const auto entry = [&](uint32_t i) {
-    return table0[i] | static_cast<uint32_t>(table1[i]) << 8 |
-           static_cast<uint32_t>(table2[i]) << 16;
+  if (count <= 0) return;
+  uint32_t colour = from[0] | from[1] << 8 | from[2] << 16;
+  const auto entry = [&] {
+    return table0[colour] | static_cast<uint32_t>(table1[colour]) << 8 |
+           static_cast<uint32_t>(table2[colour]) << 16;
   };
-  int x = 0;
-  for (; x <= count - 4; x += 4) {
-    uint32_t words[3];
-    __builtin_memcpy(words, from + 3 * x, sizeof words);
-    const uint32_t a = entry(words[0] & 0xFFFFFF);
-    const uint32_t b = entry(words[0] >> 24 | (words[1] & 0xFFFF) << 8);
-    const uint32_t c = entry(words[1] >> 16 | (words[2] & 0xFF) << 16);
-    const uint32_t d = entry(words[2] >> 8);
-    const uint32_t converted[3] = {a | b << 24, b >> 8 | c << 16, c >> 16 | d << 8};
-    __builtin_memcpy(to + 3 * x, converted, sizeof converted);
+  const uint8_t* const last = to + 3 * (count - 1);
+  for (; to < last; to += 3) {
+    const uint32_t converted = entry();
+    __builtin_memcpy(&colour, from + 2, sizeof colour);  // from the byte before the next pixel
+    colour >>= 8;
+    from += 3;
+    __builtin_memcpy(to, &converted, sizeof converted);
   }
-  for (; x < count; ++x) {
-    const uint8_t* pixel = from + 3 * x;
-    const uint32_t found = entry(pixel[0] | pixel[1] << 8 | pixel[2] << 16);
-    for (int c = 0; c < 3; ++c) to[3 * x + c] = static_cast<uint8_t>(found >> (8 * c));
-  }
+  const uint32_t converted = entry();
+  __builtin_memcpy(to, &converted, 3);
 }
 
 }  // namespace
