@@ -213,7 +213,7 @@ TEST(Blobs, MeansCountOnlyWhatLiesInThePicture) {
 
 TEST(Blobs, SelectionsKeepWhatTheirBoundsSay) {
   const Scratch scratch;
-  ASSERT_EQ(Quillon({"sample", scratch / ""}).exitCode, 0);
+  ASSERT_EQ(Quillon({"sample", scratch / "."}).exitCode, 0);
   const std::string path = scratch / "tray.png";
   const Json all = QuillonJson({"blobs", path})["blobs"];
   struct Case {
@@ -251,7 +251,7 @@ TEST(Blobs, SelectionsKeepWhatTheirBoundsSay) {
 
 TEST(Blobs, CsvTextAndReportTellTheSameAsJson) {
   const Scratch scratch;
-  ASSERT_EQ(Quillon({"sample", scratch / ""}).exitCode, 0);
+  ASSERT_EQ(Quillon({"sample", scratch / "."}).exitCode, 0);
   const std::string path = scratch / "tray.png", report = scratch / "out.html";
   const Json blobs = QuillonJson({"blobs", path, "--report", report})["blobs"];
   const auto records = ParseCsv(Quillon({"blobs", path, "--csv"}).out);

@@ -43,7 +43,7 @@ TEST(Commands, ErrorsNameWhatIsWrongAndItsLimit) {
       {{"threshold", in, out, "--above", "256"}, 2, {"--above", "256", "255"}},
       {{"blobs", missing}, 1, {missing}},
       {{"gray", missing, out}, 1, {missing}},
-      {{"gray", scratch / "", out}, 1, {"cannot"}},
+      {{"gray", scratch / ".", out}, 1, {"cannot"}},
       {{"gray", in, scratch / "out.gif"}, 1, {"out.gif", ".png", ".bmp"}},
       {{"gray", in, nowhere}, 1, {nowhere}},
       {{"blobs", in, "--report", nowhere}, 1, {nowhere}},
