@@ -1,10 +1,12 @@
-// quillon filter NAME: edges, sharpening, medians, smoothing. A filter is a row of the table.
+// quillon filter NAME: edges, sharpening, medians, smoothing, convolution. A filter is a row of the
+// table.
 #include <algorithm>
 #include <array>
 #include <charconv>
 #include <iterator>
 #include <memory>
 #include <variant>
+#include <vector>
 
 #include "commands.h"
 #include "image_files.h"
@@ -17,10 +19,15 @@ namespace {
 using Plain = void (*)(const GreyImage*, GreyImage*);
 using Sized = void (*)(const GreyImage*, GreyImage*, int size);
 
+struct Weighed {
+  void (*run)(const GreyImage*, GreyImage*, const int* kernel);
+  int size;
+};
+
 struct Filter {
   const char* name;
   Operation operation;
-  std::variant<Plain, Sized> run;
+  std::variant<Plain, Sized, Weighed> run;
 };
 
 const Filter kFilters[] = {
@@ -66,11 +73,24 @@ const Filter kFilters[] = {
     {"mean7x7",
      {"IxMeanSmoothing7x7", "filter mean7x7 IN OUT", "the mean of 7 x 7 pixels"},
      IxMeanSmoothing7x7},
+    {"convolution3x3",
+     {"IxArbitraryConvolution3x3", "filter convolution3x3 IN OUT --kernel=W,W...",
+      "9 weights, row by row, divided by their sum"},
+     Weighed{IxArbitraryConvolution3x3, 3}},
+    {"convolution5x5",
+     {"IxArbitraryConvolution5x5", "filter convolution5x5 IN OUT --kernel=W,W...",
+      "25 weights, row by row, divided by their sum"},
+     Weighed{IxArbitraryConvolution5x5, 5}},
+    {"convolution7x7",
+     {"IxArbitraryConvolution7x7", "filter convolution7x7 IN OUT --kernel=W,W...",
+      "49 weights, row by row, divided by their sum"},
+     Weighed{IxArbitraryConvolution7x7, 7}},
 };
 
 struct Options {
   std::string in, out;
   int size = 0;
+  std::vector<int> kernel;
 };
 
 std::string CheckOdd(const std::string& text) {
@@ -87,12 +107,16 @@ void RunFilter(const Filter& filter, const Options& options) {
   ReadImage(options.in, image);
   if (const auto* plain = std::get_if<Plain>(&filter.run)) (*plain)(&image, &image);
   if (const auto* sized = std::get_if<Sized>(&filter.run)) (*sized)(&image, &image, options.size);
+  if (const auto* weighed = std::get_if<Weighed>(&filter.run)) {
+    weighed->run(&image, &image, options.kernel.data());
+  }
   WriteImage(options.out, image);
 }
 
 void AddFilters(CLI::App& app) {
   auto options = std::make_shared<Options>();
-  CLI::App* command = app.add_subcommand("filter", "Edges, sharpening, medians and smoothing");
+  CLI::App* command =
+      app.add_subcommand("filter", "Edges, sharpening, medians, smoothing and convolution");
   command->require_subcommand(1);
   for (const Filter& filter : kFilters) {
     CLI::App* named = command->add_subcommand(filter.name, filter.operation.summary);
@@ -102,6 +126,14 @@ void AddFilters(CLI::App& app) {
       named->add_option("--size", options->size, "side of the window, odd")
           ->required()
           ->check(CheckOdd);
+    }
+    if (const auto* weighed = std::get_if<Weighed>(&filter.run)) {
+      named
+          ->add_option("--kernel", options->kernel,
+                       "whole numbers, row by row; --kernel=0,-1,0,-1,5,-1,0,-1,0 sharpens")
+          ->required()
+          ->delimiter(',')
+          ->expected(weighed->size * weighed->size);
     }
     named->callback([&filter, options] { RunFilter(filter, *options); });
   }

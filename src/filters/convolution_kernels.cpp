@@ -12,13 +12,15 @@ constexpr int kQuarter = kBlock / 4;
 using Words = I16<kLanes>;
 using Longs = I32<kQuarter>;
 
-// Calls body(blocks, x) for four blocks at a time, so that weights are loaded once for four, then
+// Calls body(blocks, x) for kMost blocks at a time, so that weights are loaded once for them, then
 // for one; the last overlaps the one before.
-template <class Body>
+template <int kMost, class Body>
 QUILLON_INLINE void ForEachBlocks(int count, const Body& body) {
   static_assert(kBlock <= kLeastColumns);
   int x = 0;
-  for (; x <= count - 4 * kBlock; x += 4 * kBlock) body(std::integral_constant<int, 4>{}, x);
+  for (; x <= count - kMost * kBlock; x += kMost * kBlock) {
+    body(std::integral_constant<int, kMost>{}, x);
+  }
   for (; x <= count - kBlock; x += kBlock) body(std::integral_constant<int, 1>{}, x);
   if (x < count) body(std::integral_constant<int, 1>{}, count - kBlock);
 }
@@ -34,7 +36,7 @@ QUILLON_INLINE U16<kLanes> Quotient(Words sum, const ByteQuotient& quotient) {
 
 void ByteSums(const ByteTerm* terms, int termCount, const ByteQuotient& quotient, int count,
               uint8_t* out) {
-  ForEachBlocks(count, [&](auto blocks, int x) {
+  ForEachBlocks<4>(count, [&](auto blocks, int x) {
     Words even[blocks] = {}, odd[blocks] = {};
     for (int t = 0; t < termCount; ++t) {
       const ByteTerm& term = terms[t];
@@ -55,30 +57,28 @@ void ByteSums(const ByteTerm* terms, int termCount, const ByteQuotient& quotient
 
 // ---- larger weights -----------------------------------------------------------------------------
 
-// Sums of the windows at even and at odd places of two vectors of columns.
-struct BlockSums {
-  Longs even[2], odd[2];
+// Sums of the windows at even and at odd places of a vector of columns.
+struct WordPairs {
+  Longs even, odd;
 };
 
-QUILLON_INLINE BlockSums SumTerms(const WordTerms& list, int x) {
-  BlockSums sums = {};
+// Adds the terms to the sums of `kVectors` vectors from column x on; weights are loaded once for
+// all of them.
+template <int kVectors>
+QUILLON_INLINE void SumTerms(const WordTerms& list, int x, WordPairs* sums) {
   for (int t = 0; t < list.count; ++t) {
     const int16_t* from = list.terms[t].from + x;
     const auto weights = BitCast<Words>(Splat<uint32_t, kQuarter>(list.terms[t].weights));
-    for (int i = 0; i < 2; ++i) {
-      sums.even[i] += DotPairs(Load<int16_t, kLanes>(from + i * kLanes), weights);
-      sums.odd[i] += DotPairs(Load<int16_t, kLanes>(from + i * kLanes + 1), weights);
+    for (int i = 0; i < kVectors; ++i) {
+      sums[i].even += DotPairs(Load<int16_t, kLanes>(from + i * kLanes), weights);
+      sums[i].odd += DotPairs(Load<int16_t, kLanes>(from + i * kLanes + 1), weights);
     }
   }
-  return sums;
 }
 
-// Values at even and at odd places, all of 0 ... 255, as bytes.
-QUILLON_INLINE U8<kBlock> Bytes(const BlockSums& values) {
-  const auto merged = [&](int i) {
-    return BitCast<U16<kLanes>>(values.even[i] | values.odd[i] << 16);
-  };
-  return PackLanes(merged(0), merged(1));
+// Values at even and at odd places, all of 0 ... 255, as 16-bit lanes.
+QUILLON_INLINE U16<kLanes> MergeWords(Longs even, Longs odd) {
+  return BitCast<U16<kLanes>>(even | odd << 16);
 }
 
 // Sums beyond 2^24 lose their last bits in a float, but their quotients lie far above 255.
@@ -104,29 +104,44 @@ QUILLON_INLINE Longs LongQuotient(Longs low, Longs high, double reciprocal) {
   return Join(Convert<int32_t, kHalf>(first), Convert<int32_t, kHalf>(second));
 }
 
+void ShortWordSums(const WordTerms& terms, float reciprocal, int count, uint8_t* out) {
+  ForEachBlocks<2>(count, [&](auto blocks, int x) {
+    WordPairs sums[2 * blocks] = {};
+    SumTerms<2 * blocks>(terms, x, sums);
+    const auto words = [&](const WordPairs& sum) {
+      return MergeWords(ShortQuotient(sum.even, reciprocal), ShortQuotient(sum.odd, reciprocal));
+    };
+    for (int i = 0; i < blocks; ++i) {
+      Store(out + x + i * kBlock, PackLanes(words(sums[2 * i]), words(sums[2 * i + 1])));
+    }
+  });
+}
+
+void LongWordSums(const WordTerms& low, const WordTerms& high, double reciprocal, int count,
+                  uint8_t* out) {
+  ForEachBlocks<1>(count, [&](auto, int x) {
+    WordPairs lower[2] = {}, upper[2] = {};
+    SumTerms<2>(low, x, lower);
+    SumTerms<2>(high, x, upper);
+    const auto words = [&](int i) {
+      return MergeWords(LongQuotient(lower[i].even, upper[i].even, reciprocal),
+                        LongQuotient(lower[i].odd, upper[i].odd, reciprocal));
+    };
+    Store(out + x, PackLanes(words(0), words(1)));
+  });
+}
+
 void WordSums(const WordTerms& low, const WordTerms& high, const WordQuotient& quotient, int count,
               uint8_t* out) {
-  const bool isShort = high.count == 0 && quotient.divisor <= kLargestFloatDivisor;
-  int x = 0;
-  const auto writeBlock = [&](int at) {
-    BlockSums values = SumTerms(low, at);
-    const BlockSums upper = SumTerms(high, at);
-    const auto divide = [&](Longs& sum, const Longs& above) {
-      sum = isShort ? ShortQuotient(sum, quotient.shortReciprocal)
-                    : LongQuotient(sum, above, quotient.reciprocal);
-    };
-    for (int i = 0; i < 2; ++i) {
-      divide(values.even[i], upper.even[i]);
-      divide(values.odd[i], upper.odd[i]);
-    }
-    Store(out + at, Bytes(values));
-  };
-  for (; x <= count - kBlock; x += kBlock) writeBlock(x);
-  if (x < count) writeBlock(count - kBlock);
+  if (high.count == 0 && quotient.divisor <= kLargestFloatDivisor) {
+    ShortWordSums(low, quotient.shortReciprocal, count, out);
+  } else {
+    LongWordSums(low, high, quotient.reciprocal, count, out);
+  }
 }
 
 void ColumnSums(const ColumnTerm* terms, int termCount, int count, int16_t* sums) {
-  ForEachBlocks(count, [&](auto blocks, int x) {
+  ForEachBlocks<4>(count, [&](auto blocks, int x) {
     Words sum[2 * blocks] = {};
     for (int t = 0; t < termCount; ++t) {
       const uint8_t* from = terms[t].from + x;
