@@ -34,17 +34,18 @@ int32_t LeastSquare(int32_t greatest, const Predicate& passes) {
   return low;
 }
 
-// The classes of a level's pixels, one row of the image after the other.
-class Classes {
+// Which pixels of a level are edge points.
+class EdgeMap {
  public:
-  Classes(int width, int height)
+  EdgeMap(int width, int height)
       : width_(width),
         height_(height),
         gradients_(Pixels()),
         squares_(Buffer<int32_t>::Zeroed(Pixels())),
-        classes_(Pixels()) {}
+        classes_(Pixels()),
+        columns_(static_cast<size_t>(width)) {}
 
-  explicit operator bool() const { return gradients_ && squares_ && classes_; }
+  explicit operator bool() const { return gradients_ && squares_ && classes_ && columns_; }
   PackedVector Gradient(int x, int y) const { return gradients_[At(x, y)]; }
 
   void Compute(const Kernels& kernels, const uint8_t* const* rows, double high, double low) {
@@ -66,26 +67,24 @@ class Classes {
       kernels.geomatch.ClassifyRow(gradients_.data() + At(1, y), squares - width_, squares,
                                    squares + width_, limits, classes_.data() + At(1, y), inner);
     }
-  }
-
-  // Strong, or weak beside a strong one. No pixel becomes strong here, so an order of visiting has
-  // no influence: chains of weak pixels are not followed.
-  bool IsPoint(int x, int y) const {
-    const int32_t* p = classes_.data() + At(x, y);
-    if (Gradient(x, y) == 0 || *p == kNoEdge) return false;
-    const auto strongBeside = [](const int32_t* q) {
-      return q[-1] == kStrongEdge || q[0] == kStrongEdge || q[1] == kStrongEdge;
-    };
-    return *p == kStrongEdge || strongBeside(p - width_) || strongBeside(p) ||
-           strongBeside(p + width_);
-  }
-
-  template <class Visit>
-  void ForEachPoint(const Visit& visit) const {
     for (int y = 1; y < height_ - 1; ++y) {
+      const int32_t* classes = classes_.data() + At(1, y);
+      kernels.geomatch.MarkRow(gradients_.data() + At(1, y), classes - width_, classes,
+                               classes + width_, squares_.data() + At(1, y), inner);
+    }
+  }
+
+  // Columns are listed first, without a branch for each pixel.
+  template <class Visit>
+  void ForEachPoint(const Visit& visit) {
+    for (int y = 1; y < height_ - 1; ++y) {
+      const int32_t* marks = squares_.data() + At(0, y);
+      int points = 0;
       for (int x = 1; x < width_ - 1; ++x) {
-        if (IsPoint(x, y)) visit(x, y);
+        columns_[points] = x;
+        points += marks[x];
       }
+      for (int i = 0; i < points; ++i) visit(columns_[i], y);
     }
   }
 
@@ -96,8 +95,9 @@ class Classes {
   }
 
   int width_, height_;
-  Buffer<PackedVector> gradients_;  // inner pixels only
-  Buffer<int32_t> squares_, classes_;
+  Buffer<PackedVector> gradients_;     // inner pixels only
+  Buffer<int32_t> squares_, classes_;  // in the end marks take the place of the squares
+  Buffer<int32_t> columns_;
 };
 
 }  // namespace
@@ -106,17 +106,17 @@ bool ExtractGeoEdges(const Kernels& kernels, const LevelPixels& pixels, double h
                      GeoOwnedLevel& level) {
   level.radius = 0;
   if (pixels.width < 3 || pixels.height < 3) return level.Allocate(0);
-  Classes classes(pixels.width, pixels.height);
-  if (!classes) return false;
-  classes.Compute(kernels, pixels.rows, high, low);
+  EdgeMap edges(pixels.width, pixels.height);
+  if (!edges) return false;
+  edges.Compute(kernels, pixels.rows, high, low);
 
   int count = 0;
-  classes.ForEachPoint([&](int, int) { ++count; });
+  edges.ForEachPoint([&](int, int) { ++count; });
   if (!level.Allocate(count)) return false;
   GeoOwnedLevel::Components to = level.Writable();
   double farthest = 0;
-  classes.ForEachPoint([&](int x, int y) {
-    const PackedVector gradient = classes.Gradient(x, y);
+  edges.ForEachPoint([&](int x, int y) {
+    const PackedVector gradient = edges.Gradient(x, y);
     const double gx = VectorX(gradient), gy = VectorY(gradient);
     const double dx = x - level.referenceX, dy = y - level.referenceY;
     *to.x++ = x - level.referenceX;

@@ -47,6 +47,17 @@ void ClassifyRow(const PackedVector* gradients, const int32_t* above, const int3
   }
 }
 
+// No pixel becomes strong here, so an order of visiting has no influence: chains of weak pixels are
+// not followed.
+void MarkRow(const PackedVector* gradients, const int32_t* above, const int32_t* classes,
+             const int32_t* below, int32_t* __restrict marks, int count) {
+  const auto strongest = [](const int32_t* p) { return Max(Max(p[-1], p[0]), p[1]); };
+  for (int x = 0; x < count; ++x) {
+    const int around = Max(Max(strongest(above + x), strongest(classes + x)), strongest(below + x));
+    marks[x] = (around == kStrongEdge) & (classes[x] != kNoEdge) & (gradients[x] != 0);
+  }
+}
+
 constexpr int kWords = kVectorBytes / 4;  // 32-bit lanes of a register
 
 // Adding this leaves the nearest integer in the low bits of the sum.
@@ -187,6 +198,7 @@ void SumNeighbourhood(const PackedVector* gradients, const double* inverses, int
 const GeomatchKernels geomatch = {.SobelRow = SobelRow,
                                   .SquareRow = SquareRow,
                                   .ClassifyRow = ClassifyRow,
+                                  .MarkRow = MarkRow,
                                   .UnitRow = UnitRow,
                                   .InverseRow = InverseRow,
                                   .TurnModel = TurnModel,

@@ -61,6 +61,10 @@ struct GeomatchKernels {
   // squares reach one pixel further on both sides.
   void (*ClassifyRow)(const PackedVector* gradients, const int32_t* above, const int32_t* squares,
                       const int32_t* below, EdgeLimits limits, int32_t* classes, int count);
+  // 1 for an edge point: a gradient, and a strong pixel, or a weak one with a strong one among its
+  // eight neighbours; else 0. Rows of classes as those of squares above.
+  void (*MarkRow)(const PackedVector* gradients, const int32_t* above, const int32_t* classes,
+                  const int32_t* below, int32_t* marks, int count);
   // Gradients scaled to the length kSearchUnit, each component off by less than 0.501.
   void (*UnitRow)(const PackedVector* gradients, PackedVector* units, int count);
   // 1 / sqrt(gx^2 + gy^2), or 0.
