@@ -11,7 +11,6 @@ struct Candidate {
   double x, y;       // the template's centre, in pixels of the level it was found at
   int angle, scale;  // points of the search's lattice
   double score;
-  double measured = 0;  // the best found where refinement looked last, which may be less
 };
 
 // The best candidates of a sweep, in decreasing order of score, equals in the order they came, no

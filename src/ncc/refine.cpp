@@ -50,8 +50,8 @@ class Refinement {
   bool Run(Candidate& candidate) {
     CarryToLevel(search_, level_, candidate);
     Candidate best = candidate;
-    best.score = -1;
-    const double toBeat = candidate.score - 0.1;
+    best.score = candidate.score - 0.1;
+    const double toBeat = best.score;
     const int step = 2 << level_;
     if (!CutAround(candidate)) return false;
     for (int scale : {candidate.scale - step, candidate.scale}) {
@@ -62,7 +62,6 @@ class Refinement {
         if (!Try(candidate, scale, angle, best)) return false;
       }
     }
-    candidate.measured = best.score;
     if (best.score > toBeat) candidate = best;
     return true;
   }
@@ -95,11 +94,7 @@ class Refinement {
     scorer_.FindBest(x - reach, y - reach, x + reach, y + reach, found);
     if (found.score > best.score) {
       best = {found.x + patch_.Left() + variant->width * 0.5,
-              found.y + patch_.Top() + variant->height * 0.5,
-              angle,
-              scale,
-              found.score,
-              found.score};
+              found.y + patch_.Top() + variant->height * 0.5, angle, scale, found.score};
     }
     return true;
   }

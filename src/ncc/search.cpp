@@ -43,18 +43,6 @@ bool Within(double value, double low, double high, double step) {
   return value >= low - slack && value <= high + slack;
 }
 
-// A candidate that refinement lost keeps its coarse score, but must not suppress with it: the score
-// it was last measured at counts.
-void ToPlaces(const Search& search, const Candidate* candidates, int count, Place* places) {
-  for (int i = 0; i < count; ++i) {
-    Candidate full = candidates[i];
-    for (int level = std::min(search.tool.currentLevel, 1) - 1; level >= 0; --level) {
-      CarryToLevel(search, level, full);
-    }
-    places[i] = {full.x, full.y, full.measured};
-  }
-}
-
 void Report(const Search& search, const Match* matches, int count, NccTool& tool) {
   const NccLevel& full = tool.levels[0];
   for (int i = 0; i < count && tool.resultCount < tool.maxResults; ++i) {
@@ -86,12 +74,11 @@ bool RunStages(Search& search, NccTool& tool) {
   Buffer<Match> matches(static_cast<size_t>(count));
   if (!places || !matches) return false;
   const double distance = std::min(full.centreX, full.centreY);
-  ToPlaces(search, candidates.data(), count, places.data());
-  if (!SuppressDuplicates(places.data(), count, distance)) return false;
-  for (int i = 0; i < count; ++i) candidates[i].score = places[i].score;
   if (!FitAtFullResolution(search, candidates.data(), count, matches.data())) return false;
 
-  // Fits that start apart may meet on one match.
+  // By the scores of the fits: before them, a distractor could suppress a match with a high score
+  // that it owes to the coarsest level, and a match whose scale the grid missed looks worse than it
+  // is.
   for (int i = 0; i < count; ++i) {
     places[i] = {matches[i].pose.x, matches[i].pose.y, matches[i].score};
   }

@@ -59,7 +59,7 @@ class Sweep {
     for (int y = 0; y < scorer_.Rows(); ++y) {
       scorer_.ScoreRow(y, threshold_, [&](int x, double score) {
         if (!(score > threshold_)) return;
-        list_.Insert({x + centreX, y + centreY, angle, scale, score, score}, near);
+        list_.Insert({x + centreX, y + centreY, angle, scale, score}, near);
         threshold_ = std::max(threshold_, list_.LastScore());
       });
     }
