@@ -32,6 +32,9 @@ extern const Family kMorphology;
 extern const Family kBlobs;
 extern const Family kSample;
 extern const Family kEdgeMatching;
+extern const Family kColourSpaces;
+extern const Family kFlatField;
+extern const Family kLens;
 extern const Family kGeneral;
 
 // All of them, in the order in which help and list show them.

@@ -4,8 +4,19 @@ namespace quillon::app {
 
 std::span<const Family* const> Families() {
   static constexpr const Family* kFamilies[] = {
-      &kGrey,       &kThresholds, &kNeighbourhoodFilters, &kPixelArithmetic, &kGeometricTransforms,
-      &kMorphology, &kBlobs,      &kEdgeMatching,         &kSample,          &kGeneral,
+      &kGrey,
+      &kThresholds,
+      &kNeighbourhoodFilters,
+      &kPixelArithmetic,
+      &kGeometricTransforms,
+      &kMorphology,
+      &kBlobs,
+      &kEdgeMatching,
+      &kSample,
+      &kColourSpaces,
+      &kFlatField,
+      &kLens,
+      &kGeneral,
   };
   return kFamilies;
 }

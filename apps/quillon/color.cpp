@@ -1,0 +1,86 @@
+// quillon color: a picture in hue, saturation and intensity, or in CIE L*a*b*.
+#include <map>
+#include <memory>
+#include <vector>
+
+#include "commands.h"
+#include "image_files.h"
+#include "options.h"
+#include "quillon/quillon.h"
+
+namespace quillon::app {
+namespace {
+
+constexpr Operation kOperations[] = {
+    {"IxCreateCToHSI", "color hsi IN OUT", "the tables of hue, saturation and intensity"},
+    {"IxCreateCToLab", "color lab IN OUT", "the tables of CIE L*a*b*"},
+    {"IxColorToHSI", "color hsi IN OUT", "a picture through the tables of a colour space"},
+    {"IxColorToLab", "color lab IN OUT", "a second name of IxColorToHSI"},
+    {"IxGetHSI", "color hsi IN OUT --channel hue", "one channel of a converted picture"},
+    {"IxGetCIELab", "color lab IN OUT --channel L", "a second name of IxGetHSI"},
+    {"IxGetHSIPoint", "", "the three channels of one pixel"},
+    {"IxGetCIELabPoint", "", "a second name of IxGetHSIPoint"},
+};
+
+struct Space {
+  const char* name;
+  const char* summary;
+  uint8_t(QUILLON_CALL* build)(uint8_t*, uint8_t*, uint8_t*);
+  std::map<std::string, int> channels;
+};
+
+const Space kSpaces[] = {
+    {"hsi",
+     "Hue, saturation and intensity, a byte each",
+     IxCreateCToHSI,
+     {{"hue", 0}, {"saturation", 1}, {"intensity", 2}}},
+    {"lab",
+     "Lightness, green to red, blue to yellow (CIE L*a*b*), a byte each",
+     IxCreateCToLab,
+     {{"L", 0}, {"a", 1}, {"b", 2}}},
+};
+
+struct Options {
+  std::string in, out;
+  int channel = -1;
+};
+
+void Convert(const Space& space, const Options& options) {
+  constexpr size_t kColours = 1u << 24;
+  ColourImage image, converted;
+  ReadImage(options.in, image);
+  std::vector<uint8_t> tables(3 * kColours);
+  uint8_t* const table = tables.data();
+  space.build(table, table + kColours, table + 2 * kColours);
+  IxColorToHSI(&image, &converted, table, table + kColours, table + 2 * kColours);
+  if (options.channel < 0) {
+    WriteImage(options.out, converted);
+    return;
+  }
+  GreyImage channel;
+  IxGetHSI(&converted, &channel, options.channel);
+  WriteImage(options.out, channel);
+}
+
+void AddColor(CLI::App& app) {
+  CLI::App* color = app.add_subcommand("color", "A picture in another colour space");
+  color->require_subcommand(1);
+  for (const Space& space : kSpaces) {
+    auto options = std::make_shared<Options>();
+    CLI::App* command = color->add_subcommand(space.name, space.summary);
+    AddPictureToRead(*command, "IN", options->in);
+    AddPictureToWrite(*command, "OUT", options->out);
+    command
+        ->add_option("--channel", options->channel,
+                     "write this channel alone, in grey; without it the first channel is written "
+                     "as blue, the second as green, the third as red")
+        ->transform(CLI::CheckedTransformer(space.channels));
+    command->callback([&space, options] { Convert(space, *options); });
+  }
+}
+
+}  // namespace
+
+const Family kColourSpaces = {"colour spaces", AddColor, kOperations};
+
+}  // namespace quillon::app

@@ -1,0 +1,165 @@
+// quillon undistort: the bend of a lens, fitted to a grid, kept in a file, and taken out of
+// pictures.
+#include <charconv>
+#include <cmath>
+#include <cstring>
+#include <fstream>
+#include <memory>
+#include <vector>
+
+#include "before_after.h"
+#include "commands.h"
+#include "errors.h"
+#include "image_files.h"
+#include "options.h"
+#include "quillon/quillon.h"
+
+namespace quillon::app {
+namespace {
+
+constexpr Operation kOperations[] = {
+    {"IxDistortionParaBuild", "undistort build POINTS.csv PARAMS --step PIXELS",
+     "fits the bend of a lens to the points of a grid"},
+    {"IxDistortionParaLoad", "undistort apply IN PARAMS OUT", "the fit of a file"},
+    {"IxDistortionPreCalculate", "undistort apply IN PARAMS OUT", "where each pixel comes from"},
+    {"IxDistortionCalibrate", "undistort apply IN PARAMS OUT", "a picture without the bend"},
+};
+
+struct Options {
+  std::string points, in, parameters, out, report;
+  std::vector<double> step;  // across, and down where it differs
+};
+
+// Numbers to the nearest pixel, from "x,y" lines; a first line of names is passed over.
+std::vector<int> ReadPoints(const std::string& path) {
+  std::ifstream file(path);
+  if (!file) throw Failure("cannot open '" + path + "'");
+  std::vector<int> points;
+  std::string line;
+  for (int number = 1; std::getline(file, line); ++number) {
+    if (!line.empty() && line.back() == '\r') line.pop_back();
+    if (line.empty()) continue;
+    const char *at = line.data(), *end = at + line.size();
+    double pair[2];
+    bool read = true;
+    for (int i = 0; i < 2 && read; ++i) {
+      while (at < end && (*at == ' ' || (i == 1 && *at == ','))) ++at;
+      const auto result = std::from_chars(at, end, pair[i]);
+      read = result.ec == std::errc() && std::fabs(pair[i]) <= 32767;
+      at = result.ptr;
+    }
+    if (!read || at != end) {
+      if (number == 1) continue;
+      throw Failure("'" + path + "' line " + std::to_string(number) + ": '" + line +
+                    "' is not a point x,y with numbers up to 32767");
+    }
+    for (double value : pair) points.push_back(static_cast<int>(std::lround(value)));
+  }
+  return points;
+}
+
+void Build(const Options& options) {
+  std::vector<int> points = ReadPoints(options.points);
+  const auto count = static_cast<int>(points.size() / 2);
+  const auto side = static_cast<int>(std::lround(std::sqrt(count)));
+  if (count < 9 || side * side != count || side % 2 == 0) {
+    throw Failure(
+        "'" + options.points + "' has " + std::to_string(count) +
+        " points: a square grid with an odd side is needed, 9, 25, 49, ... points, row by "
+        "row from the top left");
+  }
+  GreyImage image;
+  image.Create(1, 1);
+  constexpr float kPixelSize = 10000;  // then a pitch is a step in pixels
+  const auto xPitch = static_cast<float>(options.step.front());
+  const auto yPitch = static_cast<float>(options.step.back());
+  std::ofstream probe(options.parameters, std::ios::binary);
+  if (!probe) throw Failure("cannot write '" + options.parameters + "'");
+  probe.close();
+  IxDistortionParaBuild(&image, points.data(), count, xPitch, yPitch, kPixelSize, kPixelSize,
+                        options.parameters.c_str());
+}
+
+// Turned upside down about the row `centre`; rows that come from outside are black.
+void FlipAbout(int centre, const GreyImage& image, GreyImage& flipped) {
+  flipped.Create(image.width, image.height);
+  for (int y = 0; y < image.height; ++y) {
+    const int source = 2 * centre - y;
+    if (source < 0 || source >= image.height) continue;
+    std::memcpy(flipped.rows[y], image.rows[source], static_cast<size_t>(image.width));
+  }
+}
+
+// The library's map runs upwards and its result is packed, top row first. So the flipped picture
+// goes in, and the packed rows that come out are the corrected picture.
+void Apply(const Options& options) {
+  GreyImage image, work;
+  ReadImage(options.in, image);
+  if (!IxDistortionParaLoad(&work, options.parameters.c_str())) {
+    throw Failure("cannot open '" + options.parameters + "'");
+  }
+  FlipAbout(work.centreY, image, work);
+  IxDistortionPreCalculate(&work);
+  if (!IxDistortionCalibrate(&work)) {
+    throw Failure("'" + options.parameters + "' holds no rectangle that can be corrected: " +
+                  std::to_string(work.correctedWidth) + " x " +
+                  std::to_string(work.correctedHeight));
+  }
+  GreyImage corrected;
+  corrected.Create(image.width, image.height);
+  for (int y = 0; y < image.height; ++y) {
+    std::memcpy(corrected.rows[y], work.bits + static_cast<size_t>(y) * image.width,
+                static_cast<size_t>(image.width));
+  }
+  WriteImage(options.out, corrected);
+  if (options.report.empty()) return;
+  const Findings findings = {
+      .key = "rectangles",
+      .columns = {{"xMin", "left"},
+                  {"yMin", "top"},
+                  {"xMax", "right"},
+                  {"yMax", "bottom"},
+                  {"centreX", "centre x"},
+                  {"centreY", "centre y"}},
+      .rows = {{int64_t{work.xMin}, int64_t{work.yMin}, int64_t{work.xMax}, int64_t{work.yMax},
+                int64_t{work.centreX}, int64_t{work.centreY}}}};
+  WriteBeforeAfter(options.report, "Lens correction of " + options.in, image, corrected, findings);
+}
+
+void AddUndistort(CLI::App& app) {
+  CLI::App* undistort = app.add_subcommand("undistort", "Take the bend of a lens out of pictures");
+  undistort->require_subcommand(1);
+  auto options = std::make_shared<Options>();
+
+  CLI::App* build =
+      undistort->add_subcommand("build", "Fit the bend to the points of a square grid");
+  build
+      ->add_option("POINTS", options->points,
+                   "lines x,y: an odd number of points a side, row by row from the top left")
+      ->required();
+  build->add_option("PARAMS", options->parameters, "parameter file to write")->required();
+  build
+      ->add_option(
+          "--step", options->step,
+          "pixels from point to point in corrected pictures: one number, or across and down")
+      ->required()
+      ->expected(1, 2)
+      ->type_name("PIXELS")
+      ->check(CLI::Range(1.0, 10000.0));
+  build->callback([options] { Build(*options); });
+
+  CLI::App* apply = undistort->add_subcommand(
+      "apply", "Correct a picture; what lies outside the grid becomes black");
+  AddPictureToRead(*apply, "IN", options->in);
+  apply->add_option("PARAMS", options->parameters, "parameter file to read")->required();
+  AddPictureToWrite(*apply, "OUT", options->out);
+  apply->add_option("--report", options->report, "write a page with both pictures (.html)")
+      ->type_name("FILE");
+  apply->callback([options] { Apply(*options); });
+}
+
+}  // namespace
+
+const Family kLens = {"lens distortion", AddUndistort, kOperations};
+
+}  // namespace quillon::app
