@@ -562,8 +562,9 @@ QUILLON_API bool QUILLON_CALL IxCreateGeoMatchModel(const GreyImage* image, GeoM
 //   score at (x, y)  mean over the n model points, in raster order, of
 //                      (model gradient . image gradient) * model inverse magnitude
 //                        * image inverse magnitude
-//                    at (x + xi, y + yi); a point outside the image, or on a pixel without gradient,
-//                    adds nothing. 1 is a perfect match at any contrast. Contrast reversed: below 0.
+//                    at (x + xi, y + yi); a point outside the image, or on a pixel without
+//                    gradient, adds nothing. 1 is a perfect match at any contrast. Contrast
+//                    reversed: below 0.
 //   abandoned        after point j, when sum / j is below
 //                      min((s - 1) + (1 - greediness * minScore) / (1 - greediness) * j / n,
 //                          minScore * j / n);
@@ -576,6 +577,8 @@ QUILLON_API bool QUILLON_CALL IxCreateGeoMatchModel(const GreyImage* image, GeoM
 //                    limits, s = acos(1 - 1 / radius^2); at finer levels the angle found and 2 s to
 //                    both sides of it, s halving each time; each angle's best score is the minScore
 //                    of the next. At last a quadric through 27 scores refines the angle.
+//                    Sine, cosine and arc cosine are the platform's: their last bits decide where a
+//                    turned point falls on a pixel border.
 //
 // minScore and greediness mean 0 to 1, greediness below 1; other numbers are put into the formulas
 // as they are, and where the threshold is not a number nothing is abandoned.
