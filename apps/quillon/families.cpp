@@ -11,6 +11,7 @@ std::span<const Family* const> Families() {
       &kGeometricTransforms,
       &kMorphology,
       &kBlobs,
+      &kTemplateMatching,
       &kEdgeMatching,
       &kSample,
       &kColourSpaces,

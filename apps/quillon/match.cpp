@@ -1,0 +1,166 @@
+// quillon match TEMPLATE IMAGE: where a template lies, found by correlating grey values or colours.
+#include <cstdio>
+#include <memory>
+#include <vector>
+
+#include "commands.h"
+#include "errors.h"
+#include "image_files.h"
+#include "options.h"
+#include "progress.h"
+#include "quillon/quillon.h"
+#include "report.h"
+
+namespace quillon::app {
+namespace {
+
+constexpr Operation kOperations[] = {
+    {"IxImgPyramid", "", "an image reduced by 16"},
+    {"IxCreateNCCTool", "match TEMPLATE IMAGE", "a tool that will hold a template"},
+    {"IxCreateNCCMatchModel", "match TEMPLATE IMAGE --mask", "teach a grey template"},
+    {"IxCreateNCCMatchColorModel", "match TEMPLATE IMAGE --color", "teach a colour template"},
+    {"IxGet_DefaultPyramidLevel", "match TEMPLATE IMAGE", "the coarsest level of the template"},
+    {"IxGet_CurrentPyramidLevel", "", "the level where a search starts"},
+    {"IxSetPyramidLevel", "", "start searches at another level"},
+    {"IxGet_Pyramid_GrayImage", "", "a level of a grey template"},
+    {"IxGet_Pyramid_ColorImage", "", "a level of a colour template"},
+    {"IxFindNCCMatchModel", "match TEMPLATE IMAGE --angle MIN MAX", "find a grey template"},
+    {"IxFindNCCMatchColorModel", "match TEMPLATE IMAGE --color", "find a colour template"},
+    {"IxGetNCCMatchResults", "match TEMPLATE IMAGE", "one match of the last search"},
+    {"IxCreateNCCMatchColorModel_ROI", "", "teach a colour template for one position"},
+    {"IxFindNCCMatchColorModel_ROI", "", "the correlation of an image of the template's size"},
+    {"IxDestroyNCCModel", "match TEMPLATE IMAGE", "release the tool"},
+};
+
+struct Options {
+  std::string pattern, image;
+  std::vector<double> angle;  // empty: as the template lies
+  std::vector<double> scale = {1, 1};
+  double minScore = 0.7;
+  int most = 50;
+  bool mask = false, colour = false;
+  Output output;
+};
+
+struct ReleaseTool {
+  void operator()(NccTool* tool) const { IxDestroyNCCModel(tool); }
+};
+using Tool = std::unique_ptr<NccTool, ReleaseTool>;
+
+bool Teach(const GreyImage& pattern, NccTool* tool, bool mask) {
+  return IxCreateNCCMatchModel(&pattern, tool, mask);
+}
+bool Teach(const ColourImage& pattern, NccTool* tool, bool mask) {
+  return IxCreateNCCMatchColorModel(&pattern, tool, mask);
+}
+
+template <class Image, class Find>
+std::vector<NccResult> Search(const Options& options, const Image& image, NccTool* tool,
+                              Find find) {
+  const bool anyAngle = !options.angle.empty();
+  const double lowest = anyAngle ? options.angle[0] : 0, highest = anyAngle ? options.angle[1] : 0;
+  const Progress progress("searching");
+  const int count = find(&image, tool, options.minScore, highest, lowest, options.scale[1],
+                         options.scale[0], anyAngle, options.most);
+  std::vector<NccResult> matches(static_cast<size_t>(count));
+  for (int i = 0; i < count; ++i) IxGetNCCMatchResults(tool, i, &matches[static_cast<size_t>(i)]);
+  return matches;
+}
+
+Findings MakeFindings(const NccTool* tool, const std::vector<NccResult>& matches) {
+  Findings findings{
+      .key = "matches",
+      .facts = {{"levels", "Levels of the template", int64_t{IxGet_DefaultPyramidLevel(tool)} + 1}},
+      .columns = {{"x", "X", 2},
+                  {"y", "Y", 2},
+                  {"angle", "ANGLE", 2},
+                  {"scale", "SCALE", 3},
+                  {"score", "SCORE", 3}},
+      .rows = {}};
+  for (const NccResult& m : matches) {
+    findings.rows.push_back({m.x, m.y, m.angle, m.scale, m.score});
+  }
+  return findings;
+}
+
+template <class Image>
+Report MakeReport(const Options& options, const Image& pattern, const Image& image,
+                  const std::vector<NccResult>& matches) {
+  enum { kOutline, kCentre, kScore };
+  Report report{.title = options.pattern + " in " + options.image};
+  report.layers = {{"Outline", Tone::kCyan}, {"Centre", Tone::kAmber}, {"Score", Tone::kWhite}};
+  report.pictures.emplace_back("Template", pattern);
+  Picture& searched = report.pictures.emplace_back("Picture", image);
+  for (size_t i = 0; i < matches.size(); ++i) {
+    const NccResult& m = matches[i];
+    const int row = static_cast<int>(i);
+    searched.TurnedBox({kOutline, row}, {m.x, m.y}, pattern.width * m.scale,
+                       pattern.height * m.scale, m.angle);
+    searched.Cross({kCentre, row}, {m.x, m.y});
+    char score[16];
+    std::snprintf(score, sizeof score, "%.2f", m.score);
+    searched.Label({kScore, row}, {m.x, m.y}, score);
+  }
+  return report;
+}
+
+template <class Image, class Find>
+void Match(const Options& options, Find find) {
+  Image pattern, image;
+  ReadImage(options.pattern, pattern);
+  ReadImage(options.image, image);
+  const Tool tool(IxCreateNCCTool());
+  if (!tool || !Teach(pattern, tool.get(), options.mask)) {
+    throw Failure("no memory for template '" + options.pattern + "'");
+  }
+  const auto matches = Search(options, image, tool.get(), find);
+  const Findings findings = MakeFindings(tool.get(), matches);
+  Print(options.output, findings);
+  if (options.output.report.empty()) return;
+  WriteReport(options.output.report, MakeReport(options, pattern, image, matches), findings);
+}
+
+void RunMatch(const Options& options) {
+  if (!options.angle.empty() && options.angle[0] > options.angle[1]) {
+    throw Failure("--angle: MIN is greater than MAX");
+  }
+  if (options.scale[0] > options.scale[1]) throw Failure("--scale: MIN is greater than MAX");
+  if (options.colour) {
+    Match<ColourImage>(options, IxFindNCCMatchColorModel);
+  } else {
+    Match<GreyImage>(options, IxFindNCCMatchModel);
+  }
+}
+
+void AddMatch(CLI::App& app) {
+  auto options = std::make_shared<Options>();
+  CLI::App* command = app.add_subcommand(
+      "match", "Find a template by its grey values or colours, to fractions of a pixel");
+  AddPictureToRead(*command, "TEMPLATE", options->pattern);
+  AddPictureToRead(*command, "IMAGE", options->image);
+  command->add_option("--angle", options->angle, "search these angles, in degrees clockwise")
+      ->expected(2)
+      ->type_name("MIN MAX")
+      ->check(CLI::Range(-360.0, 360.0));
+  command->add_option("--scale", options->scale, "search these sizes, relative to the template")
+      ->expected(2)
+      ->type_name("MIN MAX")
+      ->check(CLI::Range(0.1, 10.0))
+      ->capture_default_str();
+  command->add_option("--min-score", options->minScore, "correlation that is a match")
+      ->check(CLI::Range(0.0, 1.0))
+      ->capture_default_str();
+  command->add_option("--max", options->most, "report at most this many")
+      ->check(CLI::Range(1, 500))
+      ->capture_default_str();
+  command->add_flag("--mask", options->mask, "black pixels of the template do not count");
+  command->add_flag("--color", options->colour, "match colours, not grey values");
+  AddOutputOptions(*command, options->output);
+  command->callback([options] { RunMatch(*options); });
+}
+
+}  // namespace
+
+const Family kTemplateMatching = {"template matching", AddMatch, kOperations};
+
+}  // namespace quillon::app
