@@ -640,27 +640,28 @@ QUILLON_API bool QUILLON_CALL IxGet_Pyramid_ColorImage(const NccTool* tool, Colo
 
 // ---- template matching: search ------------------------------------------------------------------
 
-// Finds the template in an image, at any whole-pixel position where it fits and over ranges of angle
-// and scale: a sweep at the tool's current level, the candidates refined level by level, then fitted
-// at full resolution to fractions of a pixel, degree and per cent (docs/ncc-accuracy.md).
+// Finds the template in an image, at any whole-pixel position where it fits and over ranges of
+// angle and scale: a sweep at the tool's current level, the candidates refined level by level, then
+// fitted at full resolution to fractions of a pixel, degree and per cent (docs/ncc-accuracy.md).
 //   minScore            only matches that score at least this are reported; 0.7 to 0.9 is usual
-//   angleMin, angleMax  degrees, clockwise as displayed: a scene that is the template turned by +a is
+//   angleMin, angleMax  degrees, clockwise as displayed: a scene that is the template turned by +a
+//   is
 //                       found at angle +a. Used with `rotate` alone; without it the angle is 0.
-//                       Reached are 50 angular steps of the coarsest level to either side, all angles
-//                       for most templates
+//                       Reached are 50 angular steps of the coarsest level to either side, all
+//                       angles for most templates
 //   scaleMin, scaleMax  sizes relative to the template; 1, 1 for the size as it is
 //   maxResults          at most this many, at most 500, and at most as many templates as fill the
 //                       image's area; below 1: none
 // The score of a match is the correlation over the template's pixels, pooled over the planes of a
 // colour model, as stated for IxFindNCCMatchColorModel_ROI: of the best whole-pixel position where
-// neither angle nor scale is searched, else of the template interpolated at the fitted pose. Matches
-// nearer than half the template's smaller side along both axes are one match.
-// Results are in decreasing order of score, and finite whatever the template or the image. A flat
-// template, a mask that leaves nothing, an image smaller than the template, templates whose longer
-// side is beyond 15000 pixels, limits that are no range or not numbers: no results.
-// Result: the number of matches; 0 also when the image has no pixels or the wrong depth (8 for the
-// grey search, any other for the colour search), when the model is of the other kind (the results of
-// the search before stay then), or memory is short. Image and model are not changed.
+// neither angle nor scale is searched, else of the template interpolated at the fitted pose.
+// Matches nearer than half the template's smaller side along both axes are one match. Results are
+// in decreasing order of score, and finite whatever the template or the image. A flat template, a
+// mask that leaves nothing, an image smaller than the template, templates whose longer side is
+// beyond 15000 pixels, limits that are no range or not numbers: no results. Result: the number of
+// matches; 0 also when the image has no pixels or the wrong depth (8 for the grey search, any other
+// for the colour search), when the model is of the other kind (the results of the search before
+// stay then), or memory is short. Image and model are not changed.
 QUILLON_API int QUILLON_CALL IxFindNCCMatchModel(const GreyImage* image, NccTool* tool,
                                                  double minScore, double angleMax, double angleMin,
                                                  double scaleMax, double scaleMin, bool rotate,
