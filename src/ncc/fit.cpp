@@ -107,18 +107,63 @@ class Fit {
     return m;
   }
 
-  void AddPixel(int plane, int column, int row, double u, double v, uint8_t pixel,
-                Moments& m) const {
+  // The template and its slopes between pixels.
+  struct Sample {
+    double value, du, dv;
+  };
+
+  Sample Linear(int plane, int column, int row, double fu, double fv) const {
     const uint8_t* upper = pattern_.Plane(plane)[row] + column;
     const uint8_t* lower = pattern_.Plane(plane)[row + 1] + column;
-    const double fu = u - column, fv = v - row;
     const double above = upper[0] + (upper[1] - upper[0]) * fu;
     const double below = lower[0] + (lower[1] - lower[0]) * fu;
     const double du = (upper[1] - upper[0]) * (1 - fv) + (lower[1] - lower[0]) * fv;
-    const double dv = below - above;
+    return {above + (below - above) * fv, du, below - above};
+  }
+
+  // Without turn and scale all pixels have the same fraction: linear interpolation, which blurs the
+  // more the nearer that is to a half, would pull every match to whole pixels.
+  Sample Cubic(int plane, int column, int row, double fu, double fv) const {
+    double weightU[4], slopeU[4], weightV[4], slopeV[4];
+    CubicWeights(fu, weightU, slopeU);
+    CubicWeights(fv, weightV, slopeV);
+    Sample t = {0, 0, 0};
+    for (int j = 0; j < 4; ++j) {
+      const uint8_t* pixels =
+          pattern_.Plane(plane)[std::clamp(row + j - 1, 0, pattern_.height - 1)];
+      double value = 0, slope = 0;
+      for (int i = 0; i < 4; ++i) {
+        const int pixel = pixels[std::clamp(column + i - 1, 0, pattern_.width - 1)];
+        value += weightU[i] * pixel;
+        slope += slopeU[i] * pixel;
+      }
+      t.value += weightV[j] * value;
+      t.du += weightV[j] * slope;
+      t.dv += slopeV[j] * value;
+    }
+    return t;
+  }
+
+  // Catmull and Rom's, of the pixels at -1, 0, 1 and 2, and their slopes.
+  static void CubicWeights(double f, double* weight, double* slope) {
+    weight[0] = 0.5 * f * (f * (2 - f) - 1);
+    weight[1] = 0.5 * (f * f * (3 * f - 5) + 2);
+    weight[2] = 0.5 * f * (f * (4 - 3 * f) + 1);
+    weight[3] = 0.5 * f * f * (f - 1);
+    slope[0] = 0.5 * (f * (4 - 3 * f) - 1);
+    slope[1] = 0.5 * f * (9 * f - 10);
+    slope[2] = 0.5 * (f * (8 - 9 * f) + 1);
+    slope[3] = 0.5 * f * (3 * f - 2);
+  }
+
+  void AddPixel(int plane, int column, int row, double u, double v, uint8_t pixel,
+                Moments& m) const {
+    const bool moveOnly = !freedom_.turn && !freedom_.scale;
+    const Sample t = moveOnly ? Cubic(plane, column, row, u - column, v - row)
+                              : Linear(plane, column, row, u - column, v - row);
     const double fromU = u - (pattern_.width - 1) * 0.5, fromV = v - (pattern_.height - 1) * 0.5;
-    const double b[kTerms] = {1,  above + dv * fv - 128,   du,
-                              dv, du * fromV - dv * fromU, -(du * fromU + dv * fromV)};
+    const double b[kTerms] = {
+        1, t.value - 128, t.du, t.dv, t.du * fromV - t.dv * fromU, -(t.du * fromU + t.dv * fromV)};
     const double value = pixel - 128.0;
     ++m.count;
     for (int i = 0; i < kTerms; ++i) {

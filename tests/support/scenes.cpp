@@ -126,6 +126,9 @@ std::vector<Truth> MakeScene(const SceneSpec& spec, GreyImage& pattern, GreyImag
     const double reach = diagonal * truth.scale * 0.5 + 1;
     truth.x = reach + random.Unit() * (spec.width - 1 - 2 * reach);
     truth.y = reach + random.Unit() * (spec.height - 1 - 2 * reach);
+    // Whole texels: where nothing is turned or scaled, a finer position would not be drawn.
+    truth.x = std::round(truth.x * kFine) / kFine;
+    truth.y = std::round(truth.y * kFine) / kFine;
     if (spec.wholePixels) {
       truth.x = std::floor(truth.x) + (spec.templateWidth - 1) % 2 * 0.5;
       truth.y = std::floor(truth.y) + (spec.templateHeight - 1) % 2 * 0.5;
