@@ -12,12 +12,29 @@ void CopyRow(uint8_t* to, const uint8_t* from, int width) {
   std::memcpy(to, from, static_cast<size_t>(width));
 }
 
-std::unique_ptr<WindowedRows> MakeVerticalWindow(const ExtremeKernels& kernels, RowsPtr input,
-                                                 Columns columns, Window window) {
-  if (window.radius <= ThinVerticalWindow::kMaxRadius) {
-    return Make<ThinVerticalWindow>(kernels, std::move(input), columns, window);
+// Extremes over rectangles: along columns, then along rows.
+struct Box {
+  RowsPtr rows;
+  WindowedRows* vertical;  // owned by `rows`
+};
+
+Box MakeBox(const ExtremeKernels& kernels, RowsPtr input, Columns columns, Window vertical,
+            Window horizontal) {
+  const bool isThin = vertical.radius <= ThinVerticalWindow::kMaxRadius;
+  std::unique_ptr<WindowedRows> window;
+  if (isThin) {
+    window = Make<ThinVerticalWindow>(kernels, std::move(input), columns, vertical,
+                                      HorizontalWindow::Margin(horizontal));
+  } else {
+    window = Make<VerticalWindow>(kernels, std::move(input), columns, vertical);
   }
-  return Make<VerticalWindow>(kernels, std::move(input), columns, window);
+  Box box = {nullptr, window.get()};
+  box.rows = std::move(window);
+  if (horizontal.radius > 0) {
+    box.rows = Make<HorizontalWindow>(kernels, std::move(box.rows), columns, horizontal.radius,
+                                      horizontal.inset, isThin);
+  }
+  return box;
 }
 
 // Rows whose edge columns and top row copy what is beside them. The last row of the input takes no
@@ -91,31 +108,44 @@ class WideRows final : public Rows {
   bool isFirst_ = true;
 };
 
-// Vertical passes, after horizontal ones if there are any.
+// The first row that a window reads, as often as asked for.
+class FirstInputRows final : public Rows {
+ public:
+  explicit FirstInputRows(WindowedRows* window) : window_(window) {}
+  bool IsReady() const { return window_; }
+  const uint8_t* Next(uint8_t*) override { return window_->FirstInput(); }
+
+ private:
+  WindowedRows* window_;
+};
+
+// Vertical passes, and horizontal ones if there are any: their order does not matter to an extreme.
 class RectangleRows final : public BorderedRows {
  public:
   RectangleRows(const ExtremeKernels& kernels, RowsPtr input, int width, int height,
                 int horizontalRadius, int verticalRadius)
       : BorderedRows(input.get(), width, height), edge_(horizontalRadius > 0 ? 1 : 0) {
+    Box box = MakeBox(kernels, std::move(input), {0, width}, {height - 1, verticalRadius, 1},
+                      {width, horizontalRadius, edge_});
+    inner_ = std::move(box.rows);
+    bottom_ = Make<FirstInputRows>(box.vertical);
     if (edge_ > 0) {
-      input =
-          Make<HorizontalWindow>(kernels, std::move(input), Columns{0, width}, horizontalRadius, 1);
+      bottom_ = Make<HorizontalWindow>(kernels, std::move(bottom_), Columns{0, width},
+                                       horizontalRadius, edge_);
     }
-    window_ = MakeVerticalWindow(kernels, std::move(input), Columns{edge_, width - 2 * edge_},
-                                 Window{height - 1, verticalRadius, 1});
   }
-  bool IsReady() const { return BorderedRows::IsReady() && window_; }
+  bool IsReady() const { return BorderedRows::IsReady() && inner_ && bottom_; }
 
  private:
   void Compute(int y, uint8_t* out) override {
-    uint8_t* inner = out + edge_;
-    const uint8_t* row = y < height_ - 2 ? window_->Next(inner) : window_->FirstInput();
-    if (row != inner) CopyRow(inner, row, width_ - 2 * edge_);
+    uint8_t* to = out + edge_;
+    const uint8_t* row = y < height_ - 2 ? inner_->Next(to) : bottom_->Next(to);
+    if (row != to) CopyRow(to, row, width_ - 2 * edge_);
     if (edge_ > 0) CopyEdges(out);
   }
 
   const int edge_;  // columns on each side that copy their neighbour
-  std::unique_ptr<WindowedRows> window_;
+  RowsPtr inner_, bottom_;
 };
 
 RowsPtr ApplyRectangle(const ExtremeKernels& kernels, const Element& element, bool isFresh,
@@ -179,10 +209,10 @@ class StarRows final : public BorderedRows {
       radius += step;
     }
     if (passes_.squares == 0) return;
-    inner_ = MakeVerticalWindow(kernels_, std::move(inner_), columns,
-                                Window{height, std::min(passes_.squares, height), 0});
-    inner_ = Make<HorizontalWindow>(kernels_, std::move(inner_), columns,
-                                    std::min(passes_.squares, columns.count), 0);
+    const int squares = passes_.squares;
+    inner_ = MakeBox(kernels_, std::move(inner_), columns, {height, std::min(squares, height), 0},
+                     {columns.count, std::min(squares, columns.count), 0})
+                 .rows;
   }
 
   // Row H - 2 after this many squares, the edge columns still to be copied.

@@ -91,27 +91,37 @@ void OfRows(const uint8_t* const* from, int terms, uint8_t* out, int count) {
 }
 
 template <class Extreme, int kTerms>
-void OfTermsTwice(const uint8_t* const* from, uint8_t* first, uint8_t* second, int count) {
-  const uint8_t* rows[kTerms + 1];
-  for (int i = 0; i <= kTerms; ++i) rows[i] = from[i];
-  CoverWithBlocks(first, count, [&](auto width, int x) {
-    auto shared = LoadBlock<width>(rows[1] + x);
-    for (int i = 2; i < kTerms; ++i) shared = Extreme::Of(shared, LoadBlock<width>(rows[i] + x));
-    StoreBlock(first + x, Extreme::Of(shared, LoadBlock<width>(rows[0] + x)));
-    StoreBlock(second + x, Extreme::Of(shared, LoadBlock<width>(rows[kTerms] + x)));
+void FourOfTerms(const uint8_t* const* from, uint8_t* const* to, int count) {
+  const uint8_t* rows[kTerms + 3];
+  for (int i = 0; i < kTerms + 3; ++i) rows[i] = from[i];
+  uint8_t* const out[] = {to[0], to[1], to[2], to[3]};
+  CoverWithBlocks(out[0], count, [&](auto width, int x) {
+    const auto load = [&](int i) { return LoadBlock<width>(rows[i] + x); };
+    // What the first two windows share, and the last two.
+    auto first = Extreme::Of(load(1), load(2));
+    auto second = Extreme::Of(load(kTerms), load(kTerms + 1));
+    if constexpr (kTerms > 3) {
+      auto all = load(3);
+      for (int i = 4; i < kTerms; ++i) all = Extreme::Of(all, load(i));
+      first = Extreme::Of(first, all);
+      second = Extreme::Of(second, all);
+    }
+    StoreBlock(out[0] + x, Extreme::Of(first, load(0)));
+    StoreBlock(out[1] + x, Extreme::Of(first, load(kTerms)));
+    StoreBlock(out[2] + x, Extreme::Of(second, load(2)));
+    StoreBlock(out[3] + x, Extreme::Of(second, load(kTerms + 2)));
   });
 }
 
 template <class Extreme>
-void OfRowsTwice(const uint8_t* const* from, int terms, uint8_t* first, uint8_t* second,
-                 int count) {
+void FourOfRows(const uint8_t* const* from, int terms, uint8_t* const* out, int count) {
   switch (terms) {
     case 3:
-      return OfTermsTwice<Extreme, 3>(from, first, second, count);
+      return FourOfTerms<Extreme, 3>(from, out, count);
     case 5:
-      return OfTermsTwice<Extreme, 5>(from, first, second, count);
+      return FourOfTerms<Extreme, 5>(from, out, count);
     case 7:
-      return OfTermsTwice<Extreme, 7>(from, first, second, count);
+      return FourOfTerms<Extreme, 7>(from, out, count);
   }
 }
 
@@ -149,7 +159,7 @@ void Subtract(const uint8_t* a, const uint8_t* b, uint8_t* out, int count) {
 
 template <class Extreme>
 constexpr ExtremeKernels kExtreme = {.OfRows = OfRows<Extreme>,
-                                     .OfRowsTwice = OfRowsTwice<Extreme>,
+                                     .FourOfRows = FourOfRows<Extreme>,
                                      .Suffixes = Suffixes<Extreme>,
                                      .Slide = Slide<Extreme>};
 

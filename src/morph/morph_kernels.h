@@ -17,10 +17,9 @@ struct ExtremeKernels {
   // out[x] = the extreme of from[i][x] over i = 0 ... terms - 1; terms is 2 ... kMaxTerms.
   void (*OfRows)(const uint8_t* const* from, int terms, uint8_t* out, int count);
 
-  // Both windows of `terms` rows that lie in from[0] ... from[terms]; terms is 3, 5 or 7. What they
-  // share is loaded once.
-  void (*OfRowsTwice)(const uint8_t* const* from, int terms, uint8_t* first, uint8_t* second,
-                      int count);
+  // The four windows of `terms` rows that lie in from[0] ... from[terms + 2]; terms is 3, 5 or 7.
+  // What they share is loaded once.
+  void (*FourOfRows)(const uint8_t* const* from, int terms, uint8_t* const* out, int count);
 
   // The two halves of a sliding window over rows. Ahead of a block: every row becomes the extreme
   // of itself and all rows after it.

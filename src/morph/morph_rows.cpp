@@ -39,11 +39,12 @@ RowRing::RowRing(int rows, Columns columns, int margin)
 // ---- along rows ---------------------------------------------------------------------------------
 
 HorizontalWindow::HorizontalWindow(const ExtremeKernels& kernels, RowsPtr input, Columns columns,
-                                   int radius, int inset)
+                                   int radius, int inset, bool hasMargins)
     : kernels_(kernels),
       input_(std::move(input)),
       window_{columns.count, radius, inset},
-      margin_(radius - inset),
+      margin_(Margin(window_)),
+      hasMargins_(hasMargins || margin_ == 0),
       padded_(1, columns, margin_) {
   const size_t length = static_cast<size_t>(columns.count) + 2 * static_cast<size_t>(margin_);
   work_[0] = Buffer<uint8_t>(length);
@@ -51,7 +52,8 @@ HorizontalWindow::HorizontalWindow(const ExtremeKernels& kernels, RowsPtr input,
   Plan();
 }
 
-// Even steps, as few as kMaxTerms allows.
+// Even steps, as few as kMaxTerms allows. A small radius takes a single one: the result of a first
+// step would cost more to store and load than it saves.
 void HorizontalWindow::Plan() {
   const int64_t covered = 2 * static_cast<int64_t>(window_.radius) + 1;
   const int64_t length = window_.length + 2 * static_cast<int64_t>(margin_);
@@ -61,7 +63,9 @@ void HorizontalWindow::Plan() {
     return product;
   };
   int stepsLeft = 1;
-  while (power(kMaxTerms, stepsLeft) < covered) ++stepsLeft;
+  if (covered > kSingleTerms) {
+    while (power(kMaxTerms, stepsLeft) < covered) ++stepsLeft;
+  }
   for (int64_t reach = 1; reach < covered; --stepsLeft) {
     int64_t factor = 2;
     while (reach * power(factor, stepsLeft) < covered) ++factor;
@@ -78,13 +82,14 @@ void HorizontalWindow::Plan() {
 
 const uint8_t* HorizontalWindow::Next(uint8_t* scratch) {
   const uint8_t* row;
-  if (margin_ == 0) {
+  if (hasMargins_) {
     row = input_->Next(padded_.Row(0));
     if (row + window_.inset == scratch) {
       // In place: neighbours would be read after they were written.
       std::memcpy(padded_.Row(0), row, static_cast<size_t>(window_.length));
       row = padded_.Row(0);
     }
+    row -= margin_;
   } else {
     uint8_t* padded = padded_.Row(0);
     Fetch(*input_, padded, window_.length);
@@ -104,44 +109,55 @@ const uint8_t* HorizontalWindow::Next(uint8_t* scratch) {
 
 // ---- along columns ------------------------------------------------------------------------------
 
-ThinVerticalWindow::ThinVerticalWindow(const ExtremeKernels& kernels, RowsPtr input,
-                                       Columns columns, Window window)
-    : kernels_(kernels),
-      input_(std::move(input)),
+RecentRows::RecentRows(RowsPtr input, int rows, Columns columns)
+    : input_(std::move(input)),
+      inputStays_(input_ && input_->Stay()),
+      count_(rows),
       width_(columns.count),
-      window_(window),
-      ring_(2 * window.radius + 2, columns, 0),
-      second_(1, columns, 0) {}
+      ring_(inputStays_ ? 1 : rows, columns, 0),
+      rows_(static_cast<size_t>(rows)) {}
 
-void ThinVerticalWindow::ReadUpTo(int row) {
-  for (; read_ <= row; ++read_) Fetch(*input_, ring_.Row(read_), width_);
+void RecentRows::ReadUpTo(int row) {
+  for (; read_ <= row; ++read_) {
+    uint8_t* slot = ring_.Row(read_);
+    const uint8_t* from = input_->Next(slot);
+    if (!inputStays_ && from != slot) {
+      std::memcpy(slot, from, static_cast<size_t>(width_));
+      from = slot;
+    }
+    rows_[static_cast<size_t>(read_ % count_)] = from;
+  }
 }
 
-const uint8_t* ThinVerticalWindow::Next(uint8_t* scratch) {
-  const int centre = next_++ + window_.inset;
-  if (hasSecond_) {
-    hasSecond_ = false;
-    return second_.Row(0);
+ThinVerticalWindow::ThinVerticalWindow(const ExtremeKernels& kernels, RowsPtr input,
+                                       Columns columns, Window window, int margin)
+    : kernels_(kernels),
+      width_(columns.count),
+      margin_(margin),
+      window_(window),
+      input_(std::move(input), 2 * window.radius + kStrip, columns),
+      strip_(kStrip, columns, margin) {}
+
+const uint8_t* ThinVerticalWindow::Next(uint8_t*) {
+  const int first = next_ + window_.inset - window_.radius;
+  if (next_ % kStrip == 0) {
+    const int last = window_.length - 1, terms = 2 * window_.radius + 1;
+    input_.ReadUpTo(std::min(first + terms + kStrip - 2, last));
+    const uint8_t* from[2 * kMaxRadius + kStrip];
+    for (int i = 0; i < terms + kStrip - 1; ++i) {
+      from[i] = input_.Row(std::clamp(first + i, 0, last));
+    }
+    uint8_t* out[kStrip];
+    for (int i = 0; i < kStrip; ++i) out[i] = strip_.Row(i);
+    kernels_.FourOfRows(from, terms, out, width_);
+    for (uint8_t* row : out) FillMargins(row, width_, margin_);
   }
-  const int last = window_.length - 1, span = 2 * window_.radius + 1;
-  const bool takesTwo = next_ < window_.Count();
-  ReadUpTo(std::min(centre + window_.radius + (takesTwo ? 1 : 0), last));
-  const uint8_t* from[2 * kMaxRadius + 2];
-  for (int i = 0; i <= span; ++i) {
-    from[i] = ring_.Row(std::clamp(centre + i - window_.radius, 0, last));
-  }
-  if (takesTwo) {
-    kernels_.OfRowsTwice(from, span, scratch, second_.Row(0), width_);
-    hasSecond_ = true;
-  } else {
-    kernels_.OfRows(from, span, scratch, width_);
-  }
-  return scratch;
+  return strip_.Row(next_++);
 }
 
 const uint8_t* ThinVerticalWindow::FirstInput() {
-  ReadUpTo(0);
-  return ring_.Row(0);
+  input_.ReadUpTo(0);
+  return input_.Row(0);
 }
 
 VerticalWindow::VerticalWindow(const ExtremeKernels& kernels, RowsPtr input, Columns columns,

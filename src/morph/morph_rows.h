@@ -90,20 +90,24 @@ struct Window {
 
 // Extremes along each row, in steps: an extreme of many neighbours comes from a few that cover some
 // of them. So the cost grows with the logarithm of the radius (I. Pitas, "Fast algorithms for
-// running ordering and max/min calculation", IEEE Trans. Circuits and Systems 36(6), 1989).
+// running ordering and max/min calculation", IEEE Trans. Circuits and Systems 36(6), 1989). Input
+// that has its margins filled already is not copied.
 class HorizontalWindow final : public Rows {
  public:
   HorizontalWindow(const ExtremeKernels& kernels, RowsPtr input, Columns columns, int radius,
-                   int inset);
+                   int inset, bool hasMargins = false);
   bool IsReady() const { return input_ && padded_ && work_[0] && work_[1]; }
+  // How many copies of the edge pixels are read on both sides.
+  static int Margin(const Window& window) { return window.radius - window.inset; }
   const uint8_t* Next(uint8_t* scratch) override;
 
  private:
-  static constexpr int kMaxTerms = 5;
-  static constexpr int kMaxSteps = 14;  // 5^14 > 2^32
+  static constexpr int kMaxTerms = 5;     // of one step among several
+  static constexpr int kSingleTerms = 7;  // of a step that is the only one
+  static constexpr int kMaxSteps = 14;    // 5^14 > 2^32
   struct Step {
     int terms;
-    int offsets[kMaxTerms];
+    int offsets[kSingleTerms];
     int count;
   };
   void Plan();
@@ -112,32 +116,50 @@ class HorizontalWindow final : public Rows {
   RowsPtr input_;
   const Window window_;
   const int margin_;
+  const bool hasMargins_;
   Step steps_[kMaxSteps];
   int stepCount_ = 0;
   RowRing padded_;
   Buffer<uint8_t> work_[2];
 };
 
-// Extremes along each column, small radius: straight from the rows, for two results at a time.
+// The last rows of a stage, straight where the stage before it leaves them.
+class RecentRows {
+ public:
+  RecentRows(RowsPtr input, int rows, Columns columns);
+  explicit operator bool() const { return input_ && ring_ && rows_; }
+  void ReadUpTo(int row);
+  const uint8_t* Row(int i) { return rows_[static_cast<size_t>(i % count_)]; }
+
+ private:
+  RowsPtr input_;
+  const bool inputStays_;
+  const int count_, width_;
+  RowRing ring_;
+  Buffer<const uint8_t*> rows_;
+  int read_ = 0;
+};
+
+// Extremes along each column, small radius: straight from the rows, for four results at a time.
+// These have `margin` copies of their edge pixels on both sides.
 class ThinVerticalWindow final : public WindowedRows {
  public:
   static constexpr int kMaxRadius = 3;
 
-  ThinVerticalWindow(const ExtremeKernels& kernels, RowsPtr input, Columns columns, Window window);
-  bool IsReady() const { return input_ && ring_ && second_; }
+  ThinVerticalWindow(const ExtremeKernels& kernels, RowsPtr input, Columns columns, Window window,
+                     int margin);
+  bool IsReady() const { return input_ && strip_; }
   const uint8_t* Next(uint8_t* scratch) override;
   const uint8_t* FirstInput() override;
 
  private:
-  void ReadUpTo(int row);
+  static constexpr int kStrip = 4;
 
   const ExtremeKernels& kernels_;
-  RowsPtr input_;
-  const int width_;
+  const int width_, margin_;
   const Window window_;
-  RowRing ring_, second_;
-  bool hasSecond_ = false;
-  int read_ = 0;
+  RecentRows input_;
+  RowRing strip_;
   int next_ = 0;
 };
 
