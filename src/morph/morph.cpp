@@ -91,10 +91,24 @@ void ApplyPair(const Kernels& kernels, const GreyImage& source, GreyImage& resul
   asm volatile("" : : "r"(temporary));  // the compiler may not drop an allocation without a use
 }
 
-// Where the two images differ, the result becomes a copy of the source: the row with its padding.
-void CopyWholeRow(const GreyImage& source, GreyImage& result, int y) {
-  const int bytes = std::min(source.stride, result.stride);
-  std::memcpy(result.rows[y], source.rows[y], static_cast<size_t>(bytes));
+// Where the two images differ, both receive the row, and the result the source's padding. The rows
+// of the source are still read for kRowsKept rows.
+void ShareRow(GreyImage& source, GreyImage& result, int y) {
+  const auto width = static_cast<size_t>(source.width);
+  const auto bytes = static_cast<size_t>(std::min(source.stride, result.stride));
+  std::memcpy(source.rows[y], result.rows[y], width);
+  std::memcpy(result.rows[y] + width, source.rows[y] + width, bytes - width);
+}
+
+// Computes the rows of the result, from the bottom up, into the source as well.
+template <class ComputeRow>
+void ComputeShared(GreyImage& source, GreyImage& result, ComputeRow&& computeRow) {
+  const bool isInPlace = &source == &result;
+  for (int y = source.height - 1; y >= -Rows::kRowsKept; --y) {
+    if (y >= 0) computeRow(y);
+    const int finished = y + Rows::kRowsKept;
+    if (!isInPlace && finished < source.height) ShareRow(source, result, finished);
+  }
 }
 
 // In place the source becomes a copy of a fresh image: grey palette, padding zero.
@@ -132,8 +146,8 @@ void Gradient(const Kernels& kernels, GreyImage& source, GreyImage& result,
   if (IsTooSmall(source)) return;
   const bool isInPlace = &source == &result;
   const Work work(kernels, source, element);
-  const RowsPtr lower = work.Passes(Extreme::kMinimum, true, work.Read(true));
-  const RowsPtr upper = work.Passes(Extreme::kMaximum, false, work.Read(true));
+  const RowsPtr lower = work.Passes(Extreme::kMinimum, true, work.Read(isInPlace));
+  const RowsPtr upper = work.Passes(Extreme::kMaximum, false, work.Read(isInPlace));
   Buffer<uint8_t> scratch[] = {Buffer<uint8_t>(source.width), Buffer<uint8_t>(source.width)};
   if (!lower || !upper || !scratch[0] || !scratch[1]) return;
   if (isInPlace) {
@@ -141,12 +155,11 @@ void Gradient(const Kernels& kernels, GreyImage& source, GreyImage& result,
   } else if (!Recreate(result, source)) {
     return;
   }
-  for (int y = source.height - 1; y >= 0; --y) {
+  ComputeShared(source, result, [&](int y) {
     const uint8_t* low = lower->Next(scratch[0].data());
     const uint8_t* high = upper->Next(scratch[1].data());
-    kernels.morph.Subtract(high, low, source.rows[y], source.width);
-    if (!isInPlace) CopyWholeRow(source, result, y);
-  }
+    kernels.morph.Subtract(high, low, result.rows[y], source.width);
+  });
 }
 
 void WhiteTopHat(const Kernels& kernels, GreyImage& source, GreyImage& result,
@@ -154,7 +167,7 @@ void WhiteTopHat(const Kernels& kernels, GreyImage& source, GreyImage& result,
   if (IsTooSmall(source)) return;
   const bool isInPlace = &source == &result;
   const Work work(kernels, source, element);
-  const RowsPtr opening = work.Pair(Extreme::kMinimum, true, work.Read(true));
+  const RowsPtr opening = work.Pair(Extreme::kMinimum, true, work.Read(isInPlace));
   Buffer<uint8_t> scratch(source.width);
   if (!opening || !scratch) return;
   if (isInPlace) {
@@ -162,11 +175,10 @@ void WhiteTopHat(const Kernels& kernels, GreyImage& source, GreyImage& result,
   } else if (!Recreate(result, source)) {
     return;
   }
-  for (int y = source.height - 1; y >= 0; --y) {
+  ComputeShared(source, result, [&](int y) {
     const uint8_t* low = opening->Next(scratch.data());
-    kernels.morph.Subtract(source.rows[y], low, source.rows[y], source.width);
-    if (!isInPlace) CopyWholeRow(source, result, y);
-  }
+    kernels.morph.Subtract(source.rows[y], low, result.rows[y], source.width);
+  });
 }
 
 void BlackTopHat(const Kernels& kernels, const GreyImage& source, GreyImage& result,

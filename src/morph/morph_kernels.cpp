@@ -1,6 +1,9 @@
 // Row kernels of the morphology. Compiled once per level.
 #include "morph/morph_kernels.h"
 
+#include <algorithm>
+#include <bit>
+
 #include "simd/blocks.h"
 
 namespace quillon::QUILLON_LEVEL {
@@ -90,6 +93,86 @@ void OfRows(const uint8_t* const* from, int terms, uint8_t* out, int count) {
   }
 }
 
+// Lanes kShift, kShift + 1 ... of `low`, then the first ones of `high`; kShift is 1 ... 15.
+template <int kShift, class V>
+QUILLON_INLINE V LanesFrom(V low, V high) {
+  if constexpr (sizeof(V) == 16) {
+    return BitCast<V>(_mm_srli_si128(BitCast<__m128i>(low), kShift) |
+                      _mm_slli_si128(BitCast<__m128i>(high), 16 - kShift));
+#if QUILLON_AVX2
+  } else if constexpr (sizeof(V) == 32) {
+    const __m256i from = BitCast<__m256i>(low);
+    const __m256i next = _mm256_permute2x128_si256(from, BitCast<__m256i>(high), 0x21);
+    return BitCast<V>(_mm256_alignr_epi8(next, from, kShift));
+#endif
+#if QUILLON_AVX512
+  } else {
+    const __m512i from = BitCast<__m512i>(low);
+    const __m512i next = _mm512_maskz_alignr_epi64(0xFF, BitCast<__m512i>(high), from, 2);
+    return BitCast<V>(_mm512_alignr_epi8(next, from, kShift));
+#endif
+  }
+}
+
+// Extremes of runs, a block after the one to its right. Each step joins the extremes of two shorter
+// runs, the second one's from the same step of the block before.
+template <class Extreme, int kRun, int N>
+class RunBlocks {
+ public:
+  explicit RunBlocks(const uint8_t* row) : row_(row) {}
+  QUILLON_INLINE U8<N> Block(int x) {
+    U8<N> extreme = Load<uint8_t, N>(row_ + x);
+    Unroll<kSteps>([&](auto step) {
+      constexpr int kCovered = 1 << step;
+      const U8<N> shorter = extreme;
+      extreme = Extreme::Of(shorter,
+                            LanesFrom<std::min(kCovered, kRun - kCovered)>(shorter, right_[step]));
+      right_[step] = shorter;
+    });
+    return extreme;
+  }
+
+ private:
+  static constexpr int kSteps = std::bit_width(static_cast<unsigned>(kRun - 1));
+  const uint8_t* row_;
+  U8<N> right_[kSteps] = {};
+};
+
+// Blocks that write to aligned addresses, and one at either end that does not.
+template <class Extreme, int kRun, int N = kVectorBytes>
+void OfRun(const uint8_t* row, uint8_t* out, int count) {
+  if (count >= N) {
+    RunBlocks<Extreme, kRun, N> blocks(row);
+    blocks.Block(count);
+    Store(out + count - N, blocks.Block(count - N));
+    int x = count - static_cast<int>(reinterpret_cast<uintptr_t>(out + count) % N);
+    blocks.Block(x);
+    for (x -= N; x >= 0; x -= N) Store(out + x, blocks.Block(x));
+    if (x == -N) return;
+    blocks.Block(N);
+    Store(out, blocks.Block(0));
+  } else if constexpr (N > 16) {
+    OfRun<Extreme, kRun, N / 2>(row, out, count);
+  } else {
+    for (int x = 0; x < count; ++x) {
+      out[x] = row[x];
+      for (int i = 1; i < kRun; ++i) out[x] = Extreme::Of(out[x], row[x + i]);
+    }
+  }
+}
+
+template <class Extreme>
+void OfRuns(const uint8_t* row, int run, uint8_t* out, int count) {
+  switch (run) {
+    case 7:
+      return OfRun<Extreme, 7>(row, out, count);
+    case 8:
+      return OfRun<Extreme, 8>(row, out, count);
+    case 16:
+      return OfRun<Extreme, 16>(row, out, count);
+  }
+}
+
 template <class Extreme, int kTerms>
 void FourOfTerms(const uint8_t* const* from, uint8_t* const* to, int count) {
   const uint8_t* rows[kTerms + 3];
@@ -159,6 +242,7 @@ void Subtract(const uint8_t* a, const uint8_t* b, uint8_t* out, int count) {
 
 template <class Extreme>
 constexpr ExtremeKernels kExtreme = {.OfRows = OfRows<Extreme>,
+                                     .OfRuns = OfRuns<Extreme>,
                                      .FourOfRows = FourOfRows<Extreme>,
                                      .Suffixes = Suffixes<Extreme>,
                                      .Slide = Slide<Extreme>};

@@ -22,6 +22,9 @@ void FillMargins(uint8_t* row, int width, int margin) {
 
 constexpr size_t kLine = 64;  // of the cache
 
+// Runs are read whole vectors at a time.
+constexpr size_t kReadBeyond = ExtremeKernels::kReadBeyond;
+
 size_t WholeLines(size_t bytes) { return (bytes + kLine - 1) / kLine * kLine; }
 
 }  // namespace
@@ -32,7 +35,7 @@ RowRing::RowRing(int rows, Columns columns, int margin)
     : mask_(std::bit_ceil(static_cast<unsigned>(rows)) - 1),
       offset_(WholeLines(static_cast<size_t>(margin)) + static_cast<size_t>(columns.first)) {
   const size_t used = offset_ + static_cast<size_t>(columns.count) + static_cast<size_t>(margin);
-  stride_ = WholeLines(used) | kLine;
+  stride_ = WholeLines(used + kReadBeyond) | kLine;
   if (mask_ < PTRDIFF_MAX / stride_) store_ = Buffer<uint8_t>((mask_ + 1) * stride_);
 }
 
@@ -52,8 +55,8 @@ HorizontalWindow::HorizontalWindow(const ExtremeKernels& kernels, RowsPtr input,
   Plan();
 }
 
-// Even steps, as few as kMaxTerms allows. A small radius takes a single one: the result of a first
-// step would cost more to store and load than it saves.
+// Runs of 7, 8 or 16 first, which take no memory on their way. Then even steps, as few as kMaxTerms
+// allows.
 void HorizontalWindow::Plan() {
   const int64_t covered = 2 * static_cast<int64_t>(window_.radius) + 1;
   const int64_t length = window_.length + 2 * static_cast<int64_t>(margin_);
@@ -62,11 +65,14 @@ void HorizontalWindow::Plan() {
     while (exponent-- > 0) product *= base;
     return product;
   };
-  int stepsLeft = 1;
-  if (covered > kSingleTerms) {
-    while (power(kMaxTerms, stepsLeft) < covered) ++stepsLeft;
+  if (covered >= 7) {
+    run_ = covered >= 16 ? 16 : covered >= 8 ? 8 : 7;
+    runCount_ = static_cast<int>(length - run_ + 1);
   }
-  for (int64_t reach = 1; reach < covered; --stepsLeft) {
+  int64_t reach = run_;
+  int stepsLeft = 1;
+  while (reach * power(kMaxTerms, stepsLeft) < covered) ++stepsLeft;
+  for (; reach < covered; --stepsLeft) {
     int64_t factor = 2;
     while (reach * power(factor, stepsLeft) < covered) ++factor;
     const int64_t grown = std::min(reach * factor, covered);
@@ -95,6 +101,11 @@ const uint8_t* HorizontalWindow::Next(uint8_t* scratch) {
     Fetch(*input_, padded, window_.length);
     FillMargins(padded, window_.length, margin_);
     row = padded - margin_;
+  }
+  if (runCount_ > 0) {
+    uint8_t* out = stepCount_ == 0 ? scratch : work_[1].data();
+    kernels_.OfRuns(row, run_, out, runCount_);
+    row = out;
   }
   for (int i = 0; i < stepCount_; ++i) {
     const Step& step = steps_[i];

@@ -23,7 +23,9 @@ class Rows {
   virtual ~Rows() = default;
   // The next row: written to `scratch`, or where it lies already, until the next call.
   virtual const uint8_t* Next(uint8_t* scratch) = 0;
-  // Whether rows that lie somewhere already stay there to the end.
+  // Whether rows that lie somewhere already stay there until the chain of stages has yielded
+  // kRowsKept more rows.
+  static constexpr int kRowsKept = 4;
   virtual bool Stay() const { return false; }
 };
 
@@ -102,12 +104,11 @@ class HorizontalWindow final : public Rows {
   const uint8_t* Next(uint8_t* scratch) override;
 
  private:
-  static constexpr int kMaxTerms = 5;     // of one step among several
-  static constexpr int kSingleTerms = 7;  // of a step that is the only one
-  static constexpr int kMaxSteps = 14;    // 5^14 > 2^32
+  static constexpr int kMaxTerms = 5;
+  static constexpr int kMaxSteps = 14;  // 5^14 > 2^32
   struct Step {
     int terms;
-    int offsets[kSingleTerms];
+    int offsets[kMaxTerms];
     int count;
   };
   void Plan();
@@ -117,7 +118,8 @@ class HorizontalWindow final : public Rows {
   const Window window_;
   const int margin_;
   const bool hasMargins_;
-  Step steps_[kMaxSteps];
+  int run_ = 1, runCount_ = 0;  // what a first step covers, and how many results it has
+  Step steps_[kMaxSteps];       // the others
   int stepCount_ = 0;
   RowRing padded_;
   Buffer<uint8_t> work_[2];
