@@ -31,11 +31,12 @@ void TranslateImage(const GreyImage& source, GreyImage& result, int dx, int dy) 
     Clear(row, 0, first);
     Clear(row, std::max(end, first), width);
   };
-  // In place, a row is overwritten only after it has moved on.
-  if (dy > 0) {
-    for (int y = height - 1; y >= 0; --y) moveRow(y);
-  } else {
+  // In the order of memory, where fetching ahead follows; in place and upwards the other way, so
+  // that a row is overwritten only after it has moved on.
+  if (&result == &source && dy <= 0) {
     for (int y = 0; y < height; ++y) moveRow(y);
+  } else {
+    for (int y = height - 1; y >= 0; --y) moveRow(y);
   }
 }
 
