@@ -69,12 +69,19 @@ void ScaleImage(const Kernels& kernels, const GreyImage& source, GreyImage& resu
   if (!columns || !rows) return;
   const auto groups = MakeGroups(columns, source.width);
   if (!groups || !RecreateForOverwrite(result, width, height)) return;
-  for (int y = 0; y < height; ++y) {
-    if (y > 0 && rows[y] == rows[y - 1]) {
-      std::memcpy(result.rows[y], result.rows[y - 1], static_cast<size_t>(width));
+  const auto pickRow = [&](const uint8_t* from, uint8_t* to) {
+    if (scaleX != 0.5) {
+      return kernels.scaling.PickRow(from, to, width, columns.data(), groups.data());
+    }
+    // (x + 1/2) / (1/2) = 2 x + 1, which the last column of an odd width does not have.
+    kernels.scaling.PickOddRow(from, to, source.width / 2);
+    to[width - 1] = from[columns[width - 1]];
+  };
+  for (int y = height - 1; y >= 0; --y) {  // in the order of memory
+    if (y < height - 1 && rows[y] == rows[y + 1]) {
+      std::memcpy(result.rows[y], result.rows[y + 1], static_cast<size_t>(width));
     } else {
-      kernels.scaling.PickRow(source.rows[rows[y]], result.rows[y], width, columns.data(),
-                              groups.data());
+      pickRow(source.rows[rows[y]], result.rows[y]);
     }
   }
 }

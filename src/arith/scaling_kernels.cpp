@@ -59,8 +59,18 @@ void PickRow(const uint8_t* from, uint8_t* to, int count, const int32_t* columns
 
 #endif
 
+void PickOddRow(const uint8_t* from, uint8_t* to, int count) {
+  int x = ForEachBlock(count, [&](auto width, int first) {
+    const auto oddOf = [&](const uint8_t* pixels) {
+      return BitCast<I16<width / 2>>(OddBytes(Load<uint8_t, width>(pixels)));
+    };
+    Store(to + first, PackLanes(oddOf(from + 2 * first), oddOf(from + 2 * first + width)));
+  });
+  for (; x < count; ++x) to[x] = from[2 * x + 1];
+}
+
 }  // namespace
 
-const ScalingKernels scaling = {.PickRow = PickRow};
+const ScalingKernels scaling = {.PickRow = PickRow, .PickOddRow = PickOddRow};
 
 }  // namespace quillon::QUILLON_LEVEL

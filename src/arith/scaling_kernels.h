@@ -23,6 +23,8 @@ struct ScalingKernels {
   // columns from 16 g on, the last one the last 16. Fewer than 16 columns have no groups.
   void (*PickRow)(const uint8_t* from, uint8_t* to, int count, const int32_t* columns,
                   const ColumnGroup* groups);
+  // to[x] = from[2 x + 1]
+  void (*PickOddRow)(const uint8_t* from, uint8_t* to, int count);
 };
 
 QUILLON_KERNELS(ScalingKernels, scaling)
