@@ -21,6 +21,15 @@ enum class PairRule {
 };
 constexpr int kPairRules = 9;
 
+// A straight line in whole numbers: a pixel p becomes
+//   ((p * step + start) * gain >> 16) - base, clamped to 0 ... 255
+// where p * step + start lies within 0 ... 65535, and the result before clamping within 16 signed
+// bits; the base counts modulo 65536.
+struct IntegerLine {
+  int16_t step;
+  uint16_t start, gain, base;
+};
+
 struct ArithmeticKernels {
   // By PairRule. `out` may be a or b or both.
   void (*PairRow[kPairRules])(const uint8_t* a, const uint8_t* b, uint8_t* out, int count);
@@ -29,6 +38,8 @@ struct ArithmeticKernels {
   void (*ShiftRightRow)(const uint8_t* from, uint8_t* out, int count, int bits);
   // 255 - pixel; `out` may be `from`.
   void (*InvertRow)(const uint8_t* from, uint8_t* out, int count);
+  // Each pixel's place on the line; `out` may be `from`. Null where a table is faster.
+  void (*LineRow)(const uint8_t* from, uint8_t* out, int count, const IntegerLine& line);
 };
 
 QUILLON_KERNELS(ArithmeticKernels, arithmetic)

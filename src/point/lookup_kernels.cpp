@@ -1,6 +1,7 @@
 // Row kernel of byte tables. Compiled once per level.
 #include "point/lookup_kernels.h"
 
+#include "point/byte_table.h"
 #include "simd/blocks.h"
 
 namespace quillon::QUILLON_LEVEL {
@@ -12,19 +13,11 @@ constexpr int kBlock = 64;
 
 #if QUILLON_AVX512
 
-// The table in four registers: one byte permute reaches two of them.
-struct Table {
-  QUILLON_INLINE explicit Table(const uint8_t* table) {
-    for (int i = 0; i < 4; ++i) quarter[i] = BitCast<__m512i>(Load<uint8_t, 64>(table + 64 * i));
-  }
+struct Table : ByteTable {
+  using ByteTable::ByteTable;
   QUILLON_INLINE void Find(const uint8_t* from, uint8_t* to) const {
-    const __m512i at = BitCast<__m512i>(Load<uint8_t, 64>(from));
-    const __m512i low = _mm512_permutex2var_epi8(quarter[0], at, quarter[1]);
-    const __m512i high = _mm512_permutex2var_epi8(quarter[2], at, quarter[3]);
-    Store(to, _mm512_mask_blend_epi8(_mm512_movepi8_mask(at), low, high));
+    Store(to, At(BitCast<__m512i>(Load<uint8_t, 64>(from))));
   }
-
-  __m512i quarter[4];
 };
 
 #elif QUILLON_AVX2
