@@ -18,7 +18,7 @@ function(quillon_flags target)
   endif()
   if(QUILLON_SANITIZE)
     target_compile_options(${target} PRIVATE
-      -fsanitize=${QUILLON_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer
+      -fsanitize=${QUILLON_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer -g1
       -Wno-maybe-uninitialized)  # the instrumented code confuses this warning
     target_link_options(${target} PRIVATE -fsanitize=${QUILLON_SANITIZE})
   endif()

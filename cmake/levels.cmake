@@ -13,7 +13,9 @@ function(quillon_add_kernels)
     set(target quillon_kernels_${level})
     add_library(${target} OBJECT ${ARGN})
     quillon_library_flags(${target})
-    target_compile_options(${target} PRIVATE -O3 ${quillon_flags_${level}})
+    # Instrumented kernels take minutes to optimise.
+    target_compile_options(${target} PRIVATE $<IF:$<BOOL:${QUILLON_SANITIZE}>,-O1,-O3>
+                           ${quillon_flags_${level}})
     target_compile_definitions(${target} PRIVATE QUILLON_LEVEL=${level})
     target_include_directories(${target} PRIVATE
       ${PROJECT_SOURCE_DIR}/src ${PROJECT_SOURCE_DIR}/include)

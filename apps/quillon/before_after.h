@@ -3,12 +3,18 @@
 
 #include <string>
 
-#include "quillon/image.h"
+#include "report.h"
 #include "table.h"
 
 namespace quillon::app {
 
-void WriteBeforeAfter(const std::string& path, const std::string& title, const GreyImage& before,
-                      const GreyImage& after, const Findings& findings);
+template <class Before, class After>
+void WriteBeforeAfter(const std::string& path, const std::string& title, const Before& before,
+                      const After& after, const Findings& findings) {
+  Report report{.title = title};
+  report.pictures.emplace_back("Before", before);
+  report.pictures.emplace_back("After", after);
+  WriteReport(path, report, findings);
+}
 
 }  // namespace quillon::app

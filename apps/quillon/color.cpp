@@ -3,6 +3,7 @@
 #include <memory>
 #include <vector>
 
+#include "before_after.h"
 #include "commands.h"
 #include "image_files.h"
 #include "options.h"
@@ -41,7 +42,7 @@ const Space kSpaces[] = {
 };
 
 struct Options {
-  std::string in, out;
+  std::string in, out, report;
   int channel = -1;
 };
 
@@ -53,13 +54,18 @@ void Convert(const Space& space, const Options& options) {
   uint8_t* const table = tables.data();
   space.build(table, table + kColours, table + 2 * kColours);
   IxColorToHSI(&image, &converted, table, table + kColours, table + 2 * kColours);
+  const auto finish = [&](const auto& result) {
+    WriteImage(options.out, result);
+    if (options.report.empty()) return;
+    WriteBeforeAfter(options.report, "Colours of " + options.in, image, result, {.key = "colours"});
+  };
   if (options.channel < 0) {
-    WriteImage(options.out, converted);
+    finish(converted);
     return;
   }
   GreyImage channel;
   IxGetHSI(&converted, &channel, options.channel);
-  WriteImage(options.out, channel);
+  finish(channel);
 }
 
 void AddColor(CLI::App& app) {
@@ -75,6 +81,8 @@ void AddColor(CLI::App& app) {
                      "write this channel alone, in grey; without it the first channel is written "
                      "as blue, the second as green, the third as red")
         ->transform(CLI::CheckedTransformer(space.channels));
+    command->add_option("--report", options->report, "write a page with both pictures (.html)")
+        ->type_name("FILE");
     command->callback([&space, options] { Convert(space, *options); });
   }
 }
