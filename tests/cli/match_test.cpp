@@ -1,0 +1,190 @@
+// quillon match on drawn scenes whose poses are known.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+
+#include "cli/host.h"
+#include "image_files.h"
+#include "quillon/quillon.h"
+#include "support/scenes.h"
+
+namespace quillon::test {
+namespace {
+
+using Json = nlohmann::json;
+
+class Match : public testing::Test {
+ protected:
+  // Draws the scene into the files.
+  std::vector<Truth> Draw(const SceneSpec& spec) {
+    GreyImage pattern, scene;
+    auto truths = MakeScene(spec, pattern, scene);
+    app::WriteImage(pattern_, pattern);
+    app::WriteImage(scene_, scene);
+    return truths;
+  }
+
+  Json Matches(const std::vector<std::string>& options = {}) const {
+    std::vector<std::string> arguments = {"match", pattern_, scene_};
+    arguments.insert(arguments.end(), options.begin(), options.end());
+    return QuillonJson(arguments)["matches"];
+  }
+
+  Scratch folder_;
+  std::string pattern_ = folder_ / "template.png", scene_ = folder_ / "scene.png";
+};
+
+double Distance(const Json& match, double x, double y) {
+  return std::hypot(match["x"].get<double>() - x, match["y"].get<double>() - y);
+}
+
+// One match for each truth, and no other.
+void ExpectEach(const std::vector<Truth>& truths, const Json& matches) {
+  EXPECT_EQ(matches.size(), truths.size());
+  for (const Truth& truth : truths) {
+    int found = 0;
+    for (const Json& match : matches) {
+      found += Distance(match, truth.x, truth.y) < 0.3 &&
+               std::abs(match["angle"].get<double>() - truth.angle) < 0.3 &&
+               std::abs(match["scale"].get<double>() - truth.scale) < 0.01;
+    }
+    EXPECT_EQ(found, 1) << truth.x << ", " << truth.y << " at " << truth.angle << " x "
+                        << truth.scale << " in " << matches;
+  }
+}
+
+// Copies the pattern into the image with its top left pixel at (left, top).
+template <class Pixel>
+void Paste(const CImage<Pixel>& pattern, int left, int top, CImage<Pixel>& image) {
+  const int bytes = pattern.bpp / 8;
+  for (int y = 0; y < pattern.height; ++y) {
+    std::copy_n(pattern.rows[y], pattern.width * bytes, image.rows[top + y] + left * bytes);
+  }
+}
+
+}  // namespace
+
+TEST_F(Match, FindsPlacesAnglesAndScales) {
+  auto truths = Draw({.templateWidth = 48,
+                      .templateHeight = 40,
+                      .width = 320,
+                      .height = 240,
+                      .instances = 4,
+                      .seed = 3});
+  ExpectEach(truths, Matches());
+  const Json two = Matches({"--max", "2"}), all = Matches();
+  ASSERT_EQ(two.size(), 2u);
+  EXPECT_EQ(two[0], all[0]);
+  EXPECT_EQ(two[1], all[1]);
+  EXPECT_GE(two[0]["score"], two[1]["score"]);
+  EXPECT_EQ(all[0]["angle"], 0);
+
+  truths = Draw({.templateWidth = 64,
+                 .templateHeight = 56,
+                 .width = 400,
+                 .height = 300,
+                 .instances = 3,
+                 .angleMin = -40,
+                 .angleMax = 25,
+                 .scaleMin = 0.85,
+                 .scaleMax = 1.15,
+                 .seed = 4});
+  ExpectEach(truths, Matches({"--angle", "-40", "25", "--scale", "0.85", "1.15"}));
+  const Answer table = Quillon({"match", pattern_, scene_, "--angle", "-40", "25"});
+  EXPECT_EQ(table.exitCode, 0);
+  EXPECT_NE(table.out.find("SCORE"), std::string::npos) << table.out;
+}
+
+TEST_F(Match, ColoursTellApartWhatIsEquallyGrey) {
+  Draw({.templateWidth = 40, .templateHeight = 40, .width = 200, .height = 150, .seed = 6});
+  GreyImage greyPattern, greyed;
+  app::ReadImage(pattern_, greyPattern);
+  ColourImage pattern, twin, scene;
+  Colourise(greyPattern, pattern);
+  IxColorToGray(&pattern, &greyed);
+  twin.Create(greyed.width, greyed.height);
+  for (int y = 0; y < greyed.height; ++y) {
+    for (int x = 0; x < 3 * greyed.width; ++x) twin.rows[y][x] = greyed.rows[y][x / 3];
+  }
+  Fill(scene, 200, 150, Content::kNoise);
+  Paste(pattern, 20, 30, scene);
+  Paste(twin, 120, 90, scene);
+  app::WriteImage(pattern_, pattern);
+  app::WriteImage(scene_, scene);
+
+  EXPECT_EQ(Matches().size(), 2u);
+  const Json coloured = Matches({"--color"});
+  ASSERT_EQ(coloured.size(), 1u);
+  EXPECT_LT(Distance(coloured[0], 39.5, 49.5), 0.05);
+}
+
+TEST_F(Match, MaskedPixelsDoNotCount) {
+  Draw({.templateWidth = 48, .templateHeight = 48, .width = 200, .height = 150, .seed = 8});
+  GreyImage pattern, scene, ground;
+  app::ReadImage(pattern_, pattern);
+  Fill(scene, 200, 150, Content::kNoise);
+  Fill(ground, 24, 48, Content::kNoise, 5);
+  Paste(pattern, 90, 60, scene);
+  Paste(ground, 90, 60, scene);  // the left half is of another picture
+  for (int y = 0; y < 48; ++y) std::fill_n(pattern.rows[y], 24, uint8_t{0});
+  app::WriteImage(pattern_, pattern);
+  app::WriteImage(scene_, scene);
+
+  const Json masked = Matches({"--mask"});
+  ASSERT_EQ(masked.size(), 1u);
+  EXPECT_LT(Distance(masked[0], 113.5, 83.5), 0.05);
+  EXPECT_GT(masked[0]["score"], 0.999);
+  EXPECT_EQ(Matches({"--min-score", "0.99"}).size(), 0u) << "black counts without --mask";
+}
+
+TEST_F(Match, TellsWhenThereIsNothingAndWhatIsWrong) {
+  Draw({.templateWidth = 32, .templateHeight = 32, .width = 160, .height = 120, .seed = 9});
+  const std::string flat = folder_ / "flat.png";
+  GreyImage image;
+  Fill(image, 160, 120, Content::kFlat);
+  app::WriteImage(flat, image);
+  EXPECT_EQ(QuillonJson({"match", pattern_, flat})["matches"].size(), 0u);
+  EXPECT_EQ(QuillonJson({"match", flat, scene_})["matches"].size(), 0u);
+  EXPECT_EQ(QuillonJson({"match", scene_, pattern_})["matches"].size(), 0u);
+
+  struct Case {
+    std::vector<std::string> options;
+    int exitCode;
+    const char* message;
+  };
+  const Case cases[] = {
+      {{"--angle", "9", "-9"}, 1, "--angle"},     {{"--scale", "2", "1"}, 1, "--scale"},
+      {{"--scale", "0", "1"}, 2, "--scale"},      {{"--angle", "5"}, 2, "--angle"},
+      {{"--min-score", "1.1"}, 2, "--min-score"}, {{"--max", "0"}, 2, "--max"}};
+  for (const Case& c : cases) {
+    std::vector<std::string> arguments = {"match", pattern_, scene_};
+    arguments.insert(arguments.end(), c.options.begin(), c.options.end());
+    const Answer answer = Quillon(arguments);
+    EXPECT_EQ(answer.exitCode, c.exitCode) << c.message;
+    EXPECT_NE(answer.err.find(c.message), std::string::npos) << answer.err;
+  }
+  EXPECT_EQ(Quillon({"match", pattern_}).exitCode, 2);
+}
+
+TEST_F(Match, ReportShowsTemplateAndMatches) {
+  Draw({.templateWidth = 40,
+        .templateHeight = 40,
+        .width = 240,
+        .height = 180,
+        .instances = 3,
+        .seed = 10});
+  const std::string page = folder_ / "page.html";
+  ASSERT_EQ(Quillon({"match", pattern_, scene_, "--report", page}).exitCode, 0);
+  const std::string text = ReadText(page);
+  const auto count = [&](const std::string& word) {
+    int found = 0;
+    for (size_t at = text.find(word); at != std::string::npos; at = text.find(word, at + 1))
+      ++found;
+    return found;
+  };
+  EXPECT_EQ(count("data:image/png"), 2);
+  for (const char* layer : {"Outline", "Centre", "Score"}) EXPECT_GE(count(layer), 1) << layer;
+}
+
+}  // namespace quillon::test
