@@ -9,13 +9,15 @@ set(quillon_flags_avx512 ${quillon_flags_avx2}
 
 # Object libraries quillon_kernels_<level> of the given sources.
 function(quillon_add_kernels)
+  set(optimise -O3)
+  if(QUILLON_SANITIZE)
+    set(optimise -O1)  # instrumented kernels take minutes to optimise
+  endif()
   foreach(level IN LISTS QUILLON_LEVELS)
     set(target quillon_kernels_${level})
     add_library(${target} OBJECT ${ARGN})
     quillon_library_flags(${target})
-    # Instrumented kernels take minutes to optimise.
-    target_compile_options(${target} PRIVATE $<IF:$<BOOL:${QUILLON_SANITIZE}>,-O1,-O3>
-                           ${quillon_flags_${level}})
+    target_compile_options(${target} PRIVATE ${optimise} ${quillon_flags_${level}})
     target_compile_definitions(${target} PRIVATE QUILLON_LEVEL=${level})
     target_include_directories(${target} PRIVATE
       ${PROJECT_SOURCE_DIR}/src ${PROJECT_SOURCE_DIR}/include)
