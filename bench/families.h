@@ -10,6 +10,7 @@ void AddMorphOperations();       // dilation, erosion and their composites
 void AddNeighbourhoodFilters();  // edges, sharpening, medians
 void AddEdgeMatching();          // edge-based matching
 void AddSmoothingOperations();   // Gaussians, means, convolution
+void AddTemplateMatching();      // image pyramid, template matching
 void AddCalibration();           // flat field, lens distortion, colour spaces
 
 }  // namespace quillon::bench

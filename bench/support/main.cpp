@@ -16,6 +16,7 @@ int main(int argc, char** argv) {
   quillon::bench::AddNeighbourhoodFilters();
   quillon::bench::AddEdgeMatching();
   quillon::bench::AddSmoothingOperations();
+  quillon::bench::AddTemplateMatching();
   quillon::bench::AddCalibration();
   benchmark::RunSpecifiedBenchmarks();
 }

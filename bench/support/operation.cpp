@@ -43,7 +43,7 @@ void Check(const Operation& operation, Size size) {
   const auto frame = MakeFrame(operation, BestKernels(), size);
   const auto peer = MakePeerFrame(operation, *frame);
   operation.ours(*frame);
-  operation.peer(*peer);
+  if (operation.peer) operation.peer(*peer);
   const std::string message = operation.check(*frame, *peer);
   if (message.empty()) return;
   std::fprintf(stderr, "%s at %d x %d: %s\n", operation.name.c_str(), size.width, size.height,
