@@ -73,7 +73,7 @@ std::optional<IntegerLine> FindLine(const uint8_t* table, double gain, double of
   const int least = static_cast<int>(std::fabs(gain)) + 1;
   for (int size = least; size < least + kSteps; ++size) {
     const int step = gain < 0 ? -size : size;
-    const int share = std::min(static_cast<int>(gain / step * 65536 + 0.5), 65535);
+    const int share = std::min(static_cast<int>(std::lround(gain / step * 65536)), 65535);
     const Offsets offsets =
         OffsetsThatFit(table, int64_t{step} * share, {about - 131072, about + 131072});
     if (offsets.first >= offsets.end) continue;
