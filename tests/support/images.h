@@ -28,7 +28,8 @@ class Random {
   }
   // A number of [low, high].
   int Within(int low, int high) {
-    return low + static_cast<int>(Next() % (static_cast<uint32_t>(high - low) + 1));
+    const auto span = static_cast<uint32_t>(static_cast<int64_t>(high) - low) + 1;
+    return static_cast<int>(low + static_cast<int64_t>(Next() % span));
   }
   // A number of [0, 1).
   double Unit() { return Next() / 4294967296.0; }
