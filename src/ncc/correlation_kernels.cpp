@@ -75,7 +75,11 @@ QUILLON_INLINE I32<kBytes / 4> AddProducts(I32<kBytes / 4> sums, U8<kBytes> imag
                                                 BitCast<__m512i>(pattern)));
   }
 #else
-  return sums + DotPairs(BitCast<I16<kBytes / 2>>(image), BitCast<I16<kBytes / 2>>(pattern));
+  // Added without sign: sums run to 2^32 and are read so.
+  const auto products =
+      DotPairs(BitCast<I16<kBytes / 2>>(image), BitCast<I16<kBytes / 2>>(pattern));
+  using Sums = U32<kBytes / 4>;
+  return BitCast<I32<kBytes / 4>>(BitCast<Sums>(sums) + BitCast<Sums>(products));
 #endif
 }
 
