@@ -1,15 +1,11 @@
 // quillon blobs: finds, measures and selects the connected groups of pixels of a picture.
-//
-// Labelling leaves out the last column of a region that ends there. Nobody who counts parts wants
-// that, so the picture is labelled with one spare column on its right.
 #include <algorithm>
 #include <charconv>
 #include <climits>
-#include <cmath>
-#include <cstring>
 #include <filesystem>
 #include <memory>
 
+#include "blob_search.h"
 #include "commands.h"
 #include "errors.h"
 #include "image_files.h"
@@ -50,11 +46,6 @@ constexpr Operation kOperations[] = {
     {"IxGetBlobList", "blobs IMAGE", "the records of the blobs that are kept"},
 };
 
-struct Bounds {
-  int min = INT_MIN, max = INT_MAX;
-  bool AreGiven() const { return min != INT_MIN || max != INT_MAX; }
-};
-
 struct Options {
   std::string image;
   std::vector<int> band;
@@ -68,33 +59,7 @@ struct Options {
   Output output;
 };
 
-struct Band {
-  int low, high;
-};
-
-struct Region {
-  Region() : handle(CreateRLERegion(), DestroyRLERegion) {
-    if (!handle) throw Failure("no memory for the tables of a region");
-  }
-  operator RLERegion*() const { return handle.get(); }
-  std::unique_ptr<RLERegion, void (*)(RLERegion*)> handle;
-};
-
 // ---- what to label ------------------------------------------------------------------------------
-
-// The level is the highest grey value that the threshold made black; a constant picture has 0.
-int OtsuLevel(const GreyImage& image) {
-  GreyImage binary;
-  binary.CopyFrom(&image);
-  IxOtsuThreshold(&binary);
-  int level = 0;
-  for (int y = 0; y < binary.height; ++y) {
-    for (int x = 0; x < binary.width; ++x) {
-      if (binary.rows[y][x] == 0) level = std::max<int>(level, image.rows[y][x]);
-    }
-  }
-  return level;
-}
 
 Band ChooseBand(const Options& options, const GreyImage& image) {
   if (!options.band.empty()) {
@@ -104,36 +69,7 @@ Band ChooseBand(const Options& options, const GreyImage& image) {
   return options.dark ? Band{0, level} : Band{level + 1, 255};
 }
 
-// 1 where the picture is in the band, with the spare column, which is 0.
-void MakeBinary(const GreyImage& image, Band band, GreyImage& binary) {
-  binary.Create(image.width + 1, image.height);
-  if (!binary.bits) throw Failure("no memory for a binary picture");
-  for (int y = 0; y < image.height; ++y) {
-    const unsigned char* from = image.rows[y];
-    unsigned char* to = binary.rows[y];
-    for (int x = 0; x < image.width; ++x) to[x] = from[x] >= band.low && from[x] <= band.high;
-  }
-}
-
-// Sets all that is enclosed by ones to 1. Filling treats what touches only the left edge or the
-// bottom row as enclosed; a frame of zeros keeps all four edges open.
-void FillHoles(RLERegion* region, GreyImage& binary) {
-  GreyImage framed;
-  framed.Create(binary.width + 1, binary.height + 2);
-  if (!framed.bits) throw Failure("no memory for a binary picture");
-  const auto width = static_cast<size_t>(binary.width);
-  for (int y = 0; y < binary.height; ++y) {
-    std::memcpy(framed.rows[y + 1] + 1, binary.rows[y], width);
-  }
-  if (!IxBinaryFillUp(&framed, region, 1)) throw Failure("no memory for filling holes");
-  for (int y = 0; y < binary.height; ++y) {
-    std::memcpy(binary.rows[y], framed.rows[y + 1] + 1, width);
-  }
-}
-
 // ---- the region of interest ---------------------------------------------------------------------
-
-constexpr int kFarthest = 32767;  // as large as pictures get
 
 void ParsePoint(const std::string& text, std::vector<int>& points) {
   const char* const end = text.data() + text.size();
@@ -150,108 +86,29 @@ void ParsePoint(const std::string& text, std::vector<int>& points) {
   points.insert(points.end(), {x, y});
 }
 
-// Twice the area, positive where the points run clockwise as displayed.
-int64_t SignedArea(const std::vector<int>& points) {
-  int64_t area = 0;
-  for (size_t i = 0; i < points.size(); i += 2) {
-    const size_t next = (i + 2) % points.size();
-    area += int64_t{points[i]} * points[next + 1] - int64_t{points[next]} * points[i + 1];
-  }
-  return area;
-}
-
 void CheckLength(const std::vector<int>& points) {
-  constexpr int64_t kLongest = 1 << 24;  // steps that the library takes
-  int64_t length = 0;
-  for (size_t i = 0; i < points.size(); i += 2) {
-    const size_t next = (i + 2) % points.size();
-    length +=
-        std::max(std::abs(points[next] - points[i]), std::abs(points[next + 1] - points[i + 1]));
-  }
-  if (length <= kLongest) return;
+  const int64_t length = BoundaryLength(points);
+  if (length <= kLongestBoundary) return;
   throw CLI::ValidationError("--polygon", "a boundary of " + std::to_string(length) +
-                                              " steps is longer than " + std::to_string(kLongest));
+                                              " steps is longer than " +
+                                              std::to_string(kLongestBoundary));
 }
 
-// The polygon's points, x and y in turn, clockwise: only then does its boundary belong to it. The
-// whole picture, spare column included, where no polygon is given.
 std::vector<int> RegionPoints(const Options& options, const GreyImage& image) {
+  if (options.polygon.empty()) return WholePicture(image);
   std::vector<int> points;
-  if (options.polygon.empty()) {
-    const int right = image.width, bottom = image.height - 1;
-    return {0, 0, right, 0, right, bottom, 0, bottom};
-  }
   for (const std::string& text : options.polygon) ParsePoint(text, points);
   CheckLength(points);
-  if (SignedArea(points) < 0) {
-    std::reverse(points.begin(), points.end());
-    for (size_t i = 0; i < points.size(); i += 2) std::swap(points[i], points[i + 1]);
-  }
+  TurnClockwise(points);
   return points;
 }
 
-// ---- labelling and selecting --------------------------------------------------------------------
-
-int64_t LabelledPixels(RLERegion* region, const GreyImage& image, int low, int high) {
-  IxGrayBlobLabel(&image, region, low, high);
-  int64_t pixels = 0;
-  for (int n = 0; n < IxGetBlobCount(region); ++n) pixels += IxGetnBlobArea(region, n);
-  return pixels;
-}
-
-// Labels the ones, and returns how much of the region lies in the picture. Labelling that fills the
-// tables stops without a word, but then its blobs have fewer pixels than the means over the region
-// tell.
-double LabelAll(RLERegion* region, const GreyImage& image, const GreyImage& binary) {
-  GreyImage full;
-  MakeBinary(image, {0, 255}, full);
-  const auto inside = static_cast<double>(LabelledPixels(region, full, 1, 1));
-  const double ones = IxGetnRegionGrayMean(&binary, region);
-  const double share = IxGetnRegionGrayMean(&full, region);
-  const int64_t expected = share > 0 ? std::llround(ones / share * inside) : 0;
-  const int64_t labelled = LabelledPixels(region, binary, 1, 1);
-  if (labelled < expected) {
-    throw Failure(
-        "too many blobs: labelling takes 50000 of them, in 300000 runs; narrow --band or "
-        "--polygon, or smooth the picture first");
-  }
-  constexpr int kMostFeatures = 20'000;
-  if (const int count = IxGetBlobCount(region); count > kMostFeatures) {
-    throw Failure(std::to_string(count) + " blobs are more than the " +
-                  std::to_string(kMostFeatures) +
-                  " that can be measured; narrow --band or --polygon, or smooth the picture first");
-  }
-  return share;
-}
-
-std::vector<BlobFeature> SelectedBlobs(RLERegion* region) {
-  std::vector<BlobFeature> blobs(static_cast<size_t>(IxGetSelectBlobCount(region)));
-  if (!blobs.empty()) IxGetBlobList(region, blobs.data());
-  return blobs;
-}
-
-void Select(const Options& options, RLERegion* region) {
+BlobSelection Selection(const Options& options) {
   const auto centre = [](const std::vector<int>& given) {
     return given.empty() ? Bounds{} : Bounds{given[0], given[1]};
   };
-  const Bounds x = centre(options.centreX), y = centre(options.centreY);
-  if (options.area.AreGiven()) IxSelectBlobArea(region, options.area.max, options.area.min);
-  if (options.width.AreGiven()) IxSelectBlobWidth(region, options.width.max, options.width.min);
-  if (options.height.AreGiven()) IxSelectBlobHeight(region, options.height.max, options.height.min);
-  if (x.AreGiven() || y.AreGiven()) IxLocateBlobCenter(region, x.min, x.max, y.min, y.max);
-}
-
-// Blob numbers of the selected records. Both lists are in the order of the blobs, so each record is
-// the next one equal to it; blobs with equal records are selected together or not at all.
-std::vector<int> NumbersOf(const std::vector<BlobFeature>& selected,
-                           const std::vector<BlobFeature>& all) {
-  std::vector<int> numbers;
-  size_t n = 0;
-  for (const BlobFeature& blob : selected) {
-    while (std::memcmp(&all[n], &blob, sizeof blob) != 0) ++n;
-    numbers.push_back(static_cast<int>(n++));
-  }
-  return numbers;
+  return {options.area, options.width, options.height, centre(options.centreX),
+          centre(options.centreY)};
 }
 
 // ---- findings and report ------------------------------------------------------------------------
@@ -387,14 +244,14 @@ void Run(const Options& options) {
   Region region;
   GreyImage binary;
   MakeBinary(pictures.grey, band, binary);
-  if (options.fillHoles) FillHoles(region, binary);
+  if (options.fillHoles) FillHoles(region, binary, 1);
   if (!options.binary.empty()) WriteBinary(options.binary, pictures.grey, binary);
 
   IxPointToRegion(region, points.data(), static_cast<int>(points.size() / 2));
   const double share = LabelAll(region, pictures.grey, binary);
   IxComputeAllBlobFeature(region);
   const std::vector<BlobFeature> all = SelectedBlobs(region);
-  Select(options, region);
+  SelectBlobs(Selection(options), region);
   const std::vector<BlobFeature> blobs = SelectedBlobs(region);
   const std::vector<int> numbers = NumbersOf(blobs, all);
 

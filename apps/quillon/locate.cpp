@@ -1,9 +1,8 @@
 // quillon locate TEMPLATE IMAGE: where a part lies, found by its edges.
-#include <cmath>
 #include <memory>
-#include <numbers>
 
 #include "commands.h"
+#include "edge_search.h"
 #include "errors.h"
 #include "image_files.h"
 #include "options.h"
@@ -30,52 +29,6 @@ struct Options {
   Output output;
 };
 
-struct ReleaseTool {
-  void operator()(GeoMatchTool* tool) const { IxDestroyMatchModel(tool); }
-};
-using Tool = std::unique_ptr<GeoMatchTool, ReleaseTool>;
-
-// Where the template's reference point lies, and how the template is turned.
-struct Pose {
-  double x, y, degrees;
-
-  Point At(double dx, double dy) const {
-    const double a = degrees * std::numbers::pi / 180;
-    return {x + dx * std::cos(a) - dy * std::sin(a), y + dx * std::sin(a) + dy * std::cos(a)};
-  }
-};
-
-std::vector<Point> EdgePoints(const GeoModelLevel& model, const Pose& pose) {
-  std::vector<Point> points;
-  for (int i = 0; i < model.count; ++i) points.push_back(pose.At(model.x[i], model.y[i]));
-  return points;
-}
-
-// The Sobel gradient of the picture at a pixel; none at the edge of the picture and beyond it.
-Point Gradient(const GreyImage& image, int x, int y) {
-  if (x < 1 || y < 1 || x >= image.width - 1 || y >= image.height - 1) return {0, 0};
-  const unsigned char *a = image.rows[y - 1] + x, *m = image.rows[y] + x,
-                      *b = image.rows[y + 1] + x;
-  return {double((a[1] + 2 * m[1] + b[1]) - (a[-1] + 2 * m[-1] + b[-1])),
-          double((b[-1] + 2 * b[0] + b[1]) - (a[-1] + 2 * a[0] + a[1]))};
-}
-
-// How well the directions of the edges agree: 1 for all, 0 for none. The search does not tell the
-// score of what it found.
-double Agreement(const GreyImage& image, const GeoModelLevel& model, const Pose& pose) {
-  const Pose turn = {0, 0, pose.degrees};
-  double sum = 0;
-  for (int i = 0; i < model.count; ++i) {
-    const Point at = pose.At(model.x[i], model.y[i]);
-    const Point g =
-        Gradient(image, static_cast<int>(std::lround(at.x)), static_cast<int>(std::lround(at.y)));
-    const Point m = turn.At(model.gradientX[i], model.gradientY[i]);
-    const double length = std::hypot(g.x, g.y) * std::hypot(m.x, m.y);
-    if (length > 0) sum += (g.x * m.x + g.y * m.y) / length;
-  }
-  return sum / model.count;
-}
-
 Findings MakeFindings(const GeoModelLevel& model, double bestScore) {
   return {.key = "matches",
           .facts = {{"edge_points", "Edge points of the template", int64_t{model.count}},
@@ -98,51 +51,31 @@ Report MakeReport(const Options& options, const GreyImage& pattern, const GreyIm
 
   Picture& searched = report.pictures.emplace_back("Picture", image);
   if (!match) return report;
-  const Point centre = match->At((model.width - 1) / 2.0 - model.referenceX,
-                                 (model.height - 1) / 2.0 - model.referenceY);
+  const Point centre = CentreOf(model, *match);
   searched.Dots({kEdges, kFirstRow}, EdgePoints(model, *match));
   searched.TurnedBox({kOutline, kFirstRow}, centre, model.width, model.height, match->degrees);
   searched.Cross({kPlace, kFirstRow}, {match->x, match->y});
   return report;
 }
 
-Tool Teach(const Options& options, const GreyImage& pattern) {
-  const double low = options.edges[0], high = options.edges[1];
-  Tool tool(IxCreateGeoTool());
-  if (!tool || !IxCreateGeoMatchModel(&pattern, tool.get(), high, low)) {
-    throw Failure("no memory for the edges of template '" + options.pattern + "'");
-  }
-  if (tool->model->count == 0) {
-    throw Failure("template '" + options.pattern + "' has no edges");
-  }
-  return tool;
-}
-
 void Locate(const Options& options) {
-  const bool anyAngle = !options.angle.empty();
-  const double lowest = anyAngle ? options.angle[0] : 0, highest = anyAngle ? options.angle[1] : 0;
-  if (lowest > highest) throw Failure("--angle: MIN is greater than MAX");
+  EdgeQuery query = {options.minScore, options.greediness, {}, {}};
+  if (!options.angle.empty()) query.lowest = options.angle[0], query.highest = options.angle[1];
+  if (query.lowest > query.highest) throw Failure("--angle: MIN is greater than MAX");
   GreyImage pattern, image;
   ReadImage(options.pattern, pattern);
   ReadImage(options.image, image);
-  const Tool tool = Teach(options, pattern);
+  const EdgeTool tool = TeachEdges(options.pattern, pattern, options.edges[0], options.edges[1]);
   const GeoModelLevel& model = *tool->model;
 
-  int position[2] = {-1, -1};
-  Pose pose = {};
-  {
+  const auto [found, pose, score] = [&] {
     const Progress progress("searching");
-    pose.degrees = IxFindGeoMatchModel(&image, tool.get(), options.minScore, options.greediness,
-                                       position, highest, lowest, anyAngle);
-  }
-  pose.x = position[0];
-  pose.y = position[1];
-  const double score = position[0] < 0 ? 0 : Agreement(image, model, pose);
-  const bool found = position[0] >= 0 && score >= options.minScore;
-
+    return FindEdges(image, *tool, query);
+  }();
   Findings findings = MakeFindings(model, score);
   if (found) {
-    findings.rows.push_back({int64_t{position[0]}, int64_t{position[1]}, pose.degrees, score});
+    findings.rows.push_back(
+        {static_cast<int64_t>(pose.x), static_cast<int64_t>(pose.y), pose.degrees, score});
   }
   Print(options.output, findings);
   if (options.output.report.empty()) return;

@@ -2,7 +2,6 @@
 // pictures.
 #include <charconv>
 #include <cmath>
-#include <cstring>
 #include <fstream>
 #include <memory>
 #include <vector>
@@ -11,6 +10,7 @@
 #include "commands.h"
 #include "errors.h"
 #include "image_files.h"
+#include "lens.h"
 #include "options.h"
 #include "quillon/quillon.h"
 
@@ -80,39 +80,14 @@ void Build(const Options& options) {
                         options.parameters.c_str());
 }
 
-// Turned upside down about the row `centre`; rows that come from outside are black.
-void FlipAbout(int centre, const GreyImage& image, GreyImage& flipped) {
-  flipped.Create(image.width, image.height);
-  for (int y = 0; y < image.height; ++y) {
-    const int source = 2 * centre - y;
-    if (source < 0 || source >= image.height) continue;
-    std::memcpy(flipped.rows[y], image.rows[source], static_cast<size_t>(image.width));
-  }
-}
-
-// The library's map runs upwards and its result is packed, top row first. So the flipped picture
-// goes in, and the packed rows that come out are the corrected picture.
 void Apply(const Options& options) {
-  GreyImage image, work;
+  GreyImage image, corrected;
   ReadImage(options.in, image);
-  if (!IxDistortionParaLoad(&work, options.parameters.c_str())) {
-    throw Failure("cannot open '" + options.parameters + "'");
-  }
-  FlipAbout(work.centreY, image, work);
-  IxDistortionPreCalculate(&work);
-  if (!IxDistortionCalibrate(&work)) {
-    throw Failure("'" + options.parameters + "' holds no rectangle that can be corrected: " +
-                  std::to_string(work.correctedWidth) + " x " +
-                  std::to_string(work.correctedHeight));
-  }
-  GreyImage corrected;
-  corrected.Create(image.width, image.height);
-  for (int y = 0; y < image.height; ++y) {
-    std::memcpy(corrected.rows[y], work.bits + static_cast<size_t>(y) * image.width,
-                static_cast<size_t>(image.width));
-  }
+  LensCorrection correction(options.parameters);
+  correction.Apply(image, corrected);
   WriteImage(options.out, corrected);
   if (options.report.empty()) return;
+  const GreyImage& work = correction.Map();
   const Findings findings = {
       .key = "rectangles",
       .columns = {{"xMin", "left"},
