@@ -1,0 +1,11 @@
+// One function a family: it adds the family's part to the module.
+#pragma once
+
+#include <pybind11/pybind11.h>
+
+namespace quillon::python {
+
+void AddPoint(pybind11::module_& module);
+void AddFilters(pybind11::module_& module);
+
+}  // namespace quillon::python

@@ -1,0 +1,9 @@
+// The native half of the Python package `quillon`: one file a family of exports.
+#include "families.h"
+
+PYBIND11_MODULE(_quillon, module) {
+  using namespace quillon::python;
+  module.doc() = "The functions and objects of libquillon on NumPy arrays.";
+  AddPoint(module);
+  AddFilters(module);
+}

@@ -1,0 +1,48 @@
+"""`python3 -m quillon`: what the package offers."""
+
+import argparse
+import sys
+
+import quillon
+
+
+def summary(name):
+    """A function's name with the first line of its description."""
+    target = quillon
+    for part in name.split("."):
+        target = getattr(target, part)
+    # A signature comes first in the description of a native function.
+    lines = [line for line in (target.__doc__ or "").splitlines() if line]
+    text = [line for line in lines if "->" not in line] or [""]
+    return text[0]
+
+
+def list_functions(_arguments):
+    width = max(map(len, quillon.EXPORTS.values()))
+    for name in dict.fromkeys(quillon.EXPORTS.values()):
+        print(f"{name:{width}}  {summary(name)}")
+
+
+def show_export(arguments):
+    name = quillon.EXPORTS.get(arguments.export)
+    if name is None:
+        sys.exit(f"{arguments.export}: not a function of the C library")
+    print(f"quillon.{name}: {summary(name)}")
+
+
+def main():
+    parser = argparse.ArgumentParser(prog="python3 -m quillon", description=quillon.__doc__,
+                                     formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("--version", action="version", version=quillon.__version__)
+    commands = parser.add_subparsers(required=True, metavar="COMMAND")
+    command = commands.add_parser("list", help="list every function with its first line")
+    command.set_defaults(run=list_functions)
+    command = commands.add_parser("find", help="the Python name of a function of the C library")
+    command.add_argument("export", metavar="NAME", help="a C name, such as IxSobel")
+    command.set_defaults(run=show_export)
+    arguments = parser.parse_args()
+    arguments.run(arguments)
+
+
+if __name__ == "__main__":
+    main()

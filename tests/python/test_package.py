@@ -1,0 +1,79 @@
+"""The package as a whole: names, stubs, what `python3 -m quillon` prints."""
+
+import ast
+import inspect
+import os
+import re
+import subprocess
+import sys
+from pathlib import Path
+
+import quillon
+
+SOURCE = Path(__file__).parents[2]
+
+
+def run(*arguments, path=None):
+    environment = dict(os.environ, **({"PYTHONPATH": str(path)} if path else {}))
+    return subprocess.run([sys.executable, "-m", "quillon", *arguments], env=environment,
+                          capture_output=True, text=True, check=True).stdout
+
+
+def resolve(name):
+    target = quillon
+    for part in name.split("."):
+        target = getattr(target, part)
+    return target
+
+
+def test_every_name_leads_to_something_described():
+    for export, name in quillon.EXPORTS.items():
+        assert len(resolve(name).__doc__.strip().splitlines()[-1]) > 10, export
+
+
+def stub_functions():
+    """The functions of the stub, methods as Class.method: name -> parameters."""
+    tree = ast.parse((SOURCE / "python" / "quillon" / "_quillon.pyi").read_text())
+    for node in tree.body:
+        inside = node.body if isinstance(node, ast.ClassDef) else [node]
+        for function in inside:
+            if isinstance(function, ast.FunctionDef):
+                prefix = f"{node.name}." if isinstance(node, ast.ClassDef) else ""
+                arguments = function.args
+                yield prefix + function.name, [
+                    argument.arg for argument in arguments.args + arguments.kwonlyargs]
+
+
+def native_functions():
+    """The same of the native module, from the signatures that it states."""
+    for owner, prefix in [(quillon._quillon, "")] + [
+            (value, f"{name}.") for name, value in vars(quillon._quillon).items()
+            if inspect.isclass(value)]:
+        for name, value in vars(owner).items():
+            text = getattr(value.fget if isinstance(value, property) else value, "__doc__", None)
+            signature = re.match(rf"{name}\((.*?)\) ->", text or "")
+            if signature and (name[0] != "_" or name == "__init__"):
+                yield prefix + name, re.findall(r"(?:^|, )(\w+)", signature[1])
+
+
+def test_the_stubs_state_the_functions_that_are_there():
+    assert dict(stub_functions()) == dict(native_functions())
+
+
+def test_the_command_prints_what_there_is():
+    assert "list every function" in run("--help")
+    listed = [line.split()[0] for line in run("list").splitlines()]
+    assert listed == list(dict.fromkeys(quillon.EXPORTS.values()))
+    assert run("find", "IxRobert").startswith("quillon.roberts: Edges")
+
+
+def test_the_installed_package_runs(tmp_path):
+    build = os.environ["QUILLON_BUILD"]
+    for prefix, site in [("/usr", "usr/lib/python3/dist-packages"),
+                         ("/usr/local", "usr/local/lib/python3.11/dist-packages")]:
+        root = tmp_path / prefix.replace("/", "_")
+        subprocess.run(["cmake", "--install", build, "--prefix", prefix], check=True,
+                       env=dict(os.environ, DESTDIR=str(root)), stdout=subprocess.DEVNULL)
+        assert (root / site / "quillon" / "py.typed").exists()
+        assert "list every function" in run("--help", path=root / site)
+        assert run("--version", path=root / site) == (SOURCE / "VERSION").read_text()
