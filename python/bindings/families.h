@@ -7,5 +7,8 @@ namespace quillon::python {
 
 void AddPoint(pybind11::module_& module);
 void AddFilters(pybind11::module_& module);
+void AddArithmetic(pybind11::module_& module);
+void AddMorphology(pybind11::module_& module);
+void AddColor(pybind11::module_& module);
 
 }  // namespace quillon::python

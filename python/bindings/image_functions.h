@@ -27,6 +27,13 @@ void NeedPixels(const CImage<Pixel>& result) {
   if (!result.bits) throw std::bad_alloc();
 }
 
+// In place such an export leaves an image behind that nobody can release; through another image the
+// pixels are the same.
+template <class Check>
+constexpr bool kNeverInPlace = requires {
+  Check::kNeverInPlace;
+};
+
 // `export_` with one image as its source and another, or with `out=image` the same, as its result.
 // `check` throws for arguments with which the export would do nothing.
 template <class Check, class In, class Out, class... Extra>
@@ -36,7 +43,7 @@ py::array Filter(void (*export_)(In*, CImage<Out>*, Extra...), const Check& chec
   using Pixel = std::conditional_t<std::is_same_v<Pixels, GreyImage>, unsigned char, RGB_24>;
   const PixelView view = ViewOf(image, "image", kLayoutOf<Pixel>);
   check(Size{view.width, view.height}, extra...);
-  if constexpr (std::is_same_v<Pixel, Out>) {
+  if constexpr (std::is_same_v<Pixel, Out> && !kNeverInPlace<Check>) {
     if (out.object.is(image.object)) {
       auto both = CopyOf<Pixel>(image, "image");
       Unlocked([&] { export_(both.get(), both.get(), extra...); });

@@ -6,4 +6,7 @@ PYBIND11_MODULE(_quillon, module) {
   module.doc() = "The functions and objects of libquillon on NumPy arrays.";
   AddPoint(module);
   AddFilters(module);
+  AddArithmetic(module);
+  AddMorphology(module);
+  AddColor(module);
 }

@@ -1,11 +1,13 @@
 """Functions from an image to an image give the bytes of their C exports."""
 
+import math
+
 import numpy as np
 import pytest
 import quillon
-from c_library import filtered, worked_on
+from c_library import Image, call, filtered, worked_on
 from numpy.testing import assert_array_equal
-from pictures import LAYOUTS, SIZES, picture
+from pictures import LAYOUTS, SIZES, USUAL_SIZES, picture
 
 KERNELS = {size: np.random.default_rng(size).integers(-9, 12, (size, size)).astype(np.int32)
            for size in (3, 5, 7)}
@@ -21,7 +23,33 @@ FILTERS = [
     *(("mean_smoothing", "IxMeanSmoothing", (size,)) for size in (1, 3, 9, 101)),
     *((f"arbitrary_convolution_{size}x{size}", f"IxArbitraryConvolution{size}x{size}", (kernel,))
       for size, kernel in KERNELS.items()),
+    *(("shift_left", "IxImageShiftLeft", (bits,)) for bits in (0, 3, 8, 2**31 - 1)),
+    ("shift_right", "IxImageShiftRight", (3,)),
+    ("invert", "IxImageInvert", ()),
+    *(("gain_offset", "IxImageGainOffset", numbers)
+      for numbers in ((1.7, -20.0), (math.nan, 0.0), (math.inf, -math.inf))),
+    ("translate", "IxImageTranslation", (3, -2)),
+    ("translate", "IxImageTranslation", (2**31 - 1, 0)),
+    *((python, export, (angle,)) for angle in (0.0, 90.0, -17.3)
+      for python, export in (("rotate", "IxImageRotation"),
+                             ("rotate_bilinear", "IxImageRotationBilinear"))),
 ]
+# By rectangles, diamonds and circles; images of at least 3 x 3 pixels.
+MORPHOLOGY = [
+    (python + suffix, export + element, passes)
+    for python, export in (
+        ("dilation", "IxDilation"), ("erosion", "IxErosion"), ("opening", "IxOpening"),
+        ("closing", "IxClosing"), ("morph_gradient", "IxMorphGradient"),
+        ("white_top_hat", "IxMorphWhiteTopHat"), ("black_top_hat", "IxMorphBlackTopHat"))
+    for suffix, element, choices in (
+        ("", "", ((1, 1), (0, 2), (5, 0), (-1, -1))), ("_diamond", "Diamond", ((0,), (1,), (4,))),
+        ("_circle", "Circle", ((0,), (1,), (4,))))
+    for passes in choices
+]
+PAIRS = [("add", "IxImageAdd"), ("subtract", "IxImageSub"), ("multiply", "IxImageMul"),
+         ("divide", "IxImageDiv"), ("bitwise_and", "IxImageBirwiseAND"),
+         ("bitwise_or", "IxImageBirwiseOR"), ("bitwise_xor", "IxImageBirwiseXOR"),
+         ("equal", "IxImageEqual"), ("not_equal", "IxImageNOTEqual")]
 POINT_FUNCTIONS = [
     *(("threshold", "IxThreshold", (level,)) for level in (-1, 0, 100, 255, 300, -2**31)),
     *(("double_threshold", "IxDoubleThreshold", bounds) for bounds in ((20, 200), (200, 20))),
@@ -29,8 +57,9 @@ POINT_FUNCTIONS = [
 ]
 
 
-@pytest.mark.parametrize("size", SIZES)
-@pytest.mark.parametrize("python, export, arguments", FILTERS)
+@pytest.mark.parametrize("python, export, arguments, size", [
+    (*case, size) for cases, sizes in ((FILTERS, SIZES), (MORPHOLOGY, USUAL_SIZES))
+    for case in cases for size in sizes])
 def test_a_filter_gives_the_bytes_of_its_export(python, export, arguments, size):
     image = picture(size)
     function = getattr(quillon, python)
@@ -59,6 +88,30 @@ def test_a_point_function_gives_the_bytes_of_its_export(python, export, argument
         assert_array_equal(source, image, "the source changed")
         assert function(source, *arguments, out=source) is source
         assert_array_equal(source, expected, layout)
+
+
+@pytest.mark.parametrize("size", SIZES)
+@pytest.mark.parametrize("python, export", PAIRS)
+def test_two_images_give_the_bytes_of_their_export(python, export, size):
+    a, b = picture(size), picture(size, seed=1)
+    b[::3] = a[::3]
+    source, other, result = Image(a), Image(b), Image()
+    call(export, source, other, result)
+    function = getattr(quillon, python)
+    for layout, lay in LAYOUTS.items():
+        first, second = lay(a), lay(b)
+        assert_array_equal(function(first, second), result.pixels(), layout)
+        assert function(first, second, out=second) is second
+        assert_array_equal(second, result.pixels(), layout)
+
+
+@pytest.mark.parametrize("size", SIZES)
+@pytest.mark.parametrize("scales", [(1.0, 1.0), (2.5, 3.0), (0.6, 0.9)])
+def test_scaling_gives_the_bytes_of_its_export(size, scales):
+    image = picture(size)
+    expected = filtered("IxImageScaling", image, *scales)
+    for layout, lay in LAYOUTS.items():
+        assert_array_equal(quillon.scale(lay(image), *scales), expected, layout)
 
 
 @pytest.mark.parametrize("size", SIZES)
