@@ -1,6 +1,9 @@
 # The flags of everything we compile. quillon_flags(TARGET) applies them.
 set(QUILLON_SANITIZE "" CACHE STRING "Sanitizers to build with, as in -fsanitize=")
 
+set(QUILLON_OPTIMISE "" CACHE STRING
+    "One optimisation for all of the library, as in -O0; empty: what is best for each part")
+
 function(quillon_flags target)
   target_compile_options(${target} PRIVATE
     -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wno-sign-conversion -Werror

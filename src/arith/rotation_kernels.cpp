@@ -2,6 +2,8 @@
 // compiler turns them into vectors.
 #include "arith/rotation_kernels.h"
 
+#include <stddef.h>
+
 #include <utility>
 
 #include "simd/blocks.h"

@@ -2,6 +2,8 @@
 // the compilers vectorise well.
 #include "geomatch/geomatch_kernels.h"
 
+#include <stddef.h>
+
 #include "simd/blocks.h"
 
 namespace quillon::QUILLON_LEVEL {
@@ -41,7 +43,7 @@ void ClassifyRow(const PackedVector* gradients, const int32_t* above, const int3
     const int ahead = steep ? above[x] : (diagonal ? above[x + 1] : squares[x + 1]);
     const int behind = steep ? below[x] : (diagonal ? below[x - 1] : squares[x - 1]);
     const int centre = squares[x];
-    const int kept = (centre < ahead) | (centre < behind) ? 0 : centre;
+    const int kept = ((centre < ahead) | (centre < behind)) ? 0 : centre;
     const int weak = kept < limits.weak ? kNoEdge : kWeakEdge;
     classes[x] = kept < limits.strong ? weak : kStrongEdge;
   }

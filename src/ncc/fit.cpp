@@ -8,7 +8,7 @@ namespace {
 
 // The image is explained as offset + gain T + what small changes of the pose add to T:
 //   b = (1, T, dT/du, dT/dv, dT/d(turn), dT/d(scale)), u and v along the template's axes.
-constexpr int kTerms = 6, kPoseTerms = 4;
+constexpr int kTerms = 6;
 enum Term { kOffset, kGain, kU, kV, kTurn, kScale };
 
 struct Moments {

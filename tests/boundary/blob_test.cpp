@@ -2,26 +2,11 @@
 #include <memory>
 
 #include "quillon/quillon.h"
+#include "support/bitmap.h"
 #include "support/images.h"
-
-#ifdef _WIN32
-#include <windows.h>
-#endif
 
 namespace quillon::test {
 namespace {
-
-// The bottom row of a bitmap that only its handle is known of.
-const uint8_t* BitsOf(HBITMAP bitmap) {
-#ifdef _WIN32
-  BITMAP description = {};
-  GetObject(bitmap, sizeof description, &description);
-  return static_cast<const uint8_t*>(description.bmBits);
-#else
-  const auto block = reinterpret_cast<uintptr_t>(bitmap);
-  return reinterpret_cast<const uint8_t*>((block + 63) / 64 * 64);
-#endif
-}
 
 struct RegionDeleter {
   void operator()(RLERegion* region) const { DestroyRLERegion(region); }

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <limits>
 
+#include "calib/distortion_reference.h"
 #include "calib/polynomial.h"
 #include "support/levels.h"
 #include "support/temporary_file.h"
@@ -34,33 +35,6 @@ GridPitch Step(int pixels) {
   return {pitch, pitch, 10000.0f, 10000.0f};
 }
 
-std::array<double, 2> Evaluate(const GreyImage& image, double u, double v) {
-  const auto terms = CubicTerms(u, v);
-  std::array<double, 2> at = {};
-  for (size_t i = 0; i < kCubicTerms; ++i) {
-    for (size_t k = 0; k < 2; ++k) at[k] += image.distortionCoefficientRows[i][k] * terms[i];
-  }
-  return at;
-}
-
-int TruncatedHalfUp(double v) { return static_cast<int>(v + 0.5); }
-
-// Map and resampling, pixel by pixel, into what the store holds afterwards.
-std::vector<uint8_t> PlainCorrection(const GreyImage& image) {
-  std::vector<uint8_t> packed(static_cast<size_t>(image.imageSize), 0);
-  for (int y = std::max(0, image.yMin); y <= std::min(image.yMax, image.height - 1); ++y) {
-    for (int x = std::max(0, image.xMin); x <= std::min(image.xMax, image.width - 1); ++x) {
-      const auto at = Evaluate(image, x - image.centreX, image.centreY - y);
-      const int sx = TruncatedHalfUp(at[0]) + image.centreX;
-      const int sy = TruncatedHalfUp(at[1]) + image.centreY;
-      const bool inside = sx >= 0 && sx < image.width && sy >= 0 && sy < image.height;
-      if (sy < 0 || sy >= image.height) continue;
-      packed[static_cast<size_t>(y) * image.width + x] = image.rows[sy][inside ? sx : 0];
-    }
-  }
-  return packed;
-}
-
 }  // namespace
 
 TEST(Distortion, FitsKnownCubicsToAMillionthOfAPixel) {
@@ -83,7 +57,8 @@ TEST(Distortion, FitsKnownCubicsToAMillionthOfAPixel) {
     double worst = 0;
     for (int k = 0; k < c.side * c.side; ++k) {
       const int half = (c.side - 1) / 2;
-      const auto at = Evaluate(image, (k % c.side - half) * step, (half - k / c.side) * step);
+      const auto at =
+          reference::Evaluate(image, (k % c.side - half) * step, (half - k / c.side) * step);
       worst =
           std::max({worst, std::fabs(at[0] - points[2 * k]), std::fabs(at[1] - points[2 * k + 1])});
     }
@@ -105,7 +80,7 @@ TEST(Distortion, NinePointsTakeTheFitOfLeastNorm) {
   EXPECT_EQ(image.xMax, 300);
   EXPECT_EQ(image.centreX, 200);
   for (int k = 0; k < 9; ++k) {
-    const auto at = Evaluate(image, (k % 3 - 1) * 100, (1 - k / 3) * 100);
+    const auto at = reference::Evaluate(image, (k % 3 - 1) * 100, (1 - k / 3) * 100);
     EXPECT_NEAR(at[0], points[2 * static_cast<size_t>(k)], 1e-6);
     EXPECT_NEAR(at[1], points[2 * static_cast<size_t>(k) + 1], 1e-6);
   }
@@ -124,7 +99,7 @@ TEST(Distortion, CorrectsEveryPixelThroughItsMap) {
       EXPECT_FALSE(ApplyDistortionMap(image)) << "there is no map yet";
       BuildDistortionMap(image);
       ASSERT_TRUE(image.distortionMap);
-      const auto expected = PlainCorrection(image);
+      const auto expected = reference::CorrectDistortion(image);
       EXPECT_TRUE(ApplyDistortionMap(image));
       EXPECT_EQ(Bytes(image), expected);
     }

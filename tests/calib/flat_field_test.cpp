@@ -5,6 +5,7 @@
 #include <cstring>
 #include <limits>
 
+#include "calib/flat_field_reference.h"
 #include "support/levels.h"
 #include "support/temporary_file.h"
 
@@ -12,20 +13,6 @@ namespace quillon::test {
 namespace {
 
 const std::string kNowhere = "no-such-folder/no-such-file";
-
-// pixel * gain in double, for every pixel of the region that the image has.
-void Plain(GreyImage& image, const FlatFieldRegion& region) {
-  for (int y = 0; y < image.height; ++y) {
-    for (int x = 0; x < image.width; ++x) {
-      if (x < region.xStart || x >= region.xEnd || y < region.yStart || y >= region.yEnd) continue;
-      uint8_t& pixel = image.rows[y][x];
-      const double value = pixel * image.flatFieldTable[pixel];
-      pixel = value >= 255.0                      ? 255
-              : value <= 0.0 || std::isnan(value) ? 0
-                                                  : static_cast<uint8_t>(value);
-    }
-  }
-}
 
 }  // namespace
 
@@ -48,7 +35,7 @@ TEST(FlatField, CorrectsTheRegionByTheTruncatedProduct) {
         free(expected.flatFieldTable);
         expected.flatFieldTable = static_cast<double*>(malloc(2048));
         std::memcpy(expected.flatFieldTable, actual.flatFieldTable, 2048);
-        Plain(expected, region);
+        reference::ApplyFlatField(expected, region);
         ApplyFlatField(level, actual, region);
         ASSERT_EQ(Bytes(actual), Bytes(expected)) << target << ": " << Difference(actual, expected);
       }

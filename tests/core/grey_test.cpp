@@ -2,26 +2,10 @@
 
 #include <cstring>
 
+#include "core/grey_reference.h"
 #include "support/levels.h"
 
 namespace quillon::test {
-namespace reference {
-
-void ColorToGrey(const ColourImage& source, GreyImage& result) {
-  result.Create(source.width, source.height);
-  for (int y = 0; y < source.height; ++y) {
-    for (int x = 0; x < source.width; ++x) {
-      const uint8_t* p = source.rows[y] + 3 * x;
-      result.rows[y][x] = static_cast<uint8_t>(
-          x < source.width / 8 * 8
-              ? p[0] * 116 / 1024 + p[1] * 600 / 1024 + p[2] * 305 / 1024
-              : static_cast<int>((p[1] * 0.587 + p[0] * 0.114) + p[2] * 0.2989));
-    }
-  }
-}
-
-}  // namespace reference
-
 TEST(Grey, MatchesBothFormulasInTheirColumns) {
   ColourImage source;
   GreyImage actual, expected;

@@ -3,6 +3,7 @@
 #include <climits>
 #include <numeric>
 
+#include "filters/convolution_reference.h"
 #include "filters/windows.h"
 #include "quillon/quillon.h"
 
@@ -10,24 +11,6 @@ namespace quillon::test {
 namespace {
 
 using Weights = std::vector<int>;
-
-// The definition; 49 products of a byte and an int stay far below 64 bits.
-void ConvolveByDefinition(const GreyImage& source, int size, const Weights& weights,
-                          GreyImage& result) {
-  const int r = size / 2;
-  const int64_t total = std::accumulate(weights.begin(), weights.end(), int64_t{0});
-  const int64_t divisor = total > 0 ? total : 1;
-  FilterByDefinition(source, size, result, [&](int x, int y) {
-    int64_t sum = 0;
-    for (int dy = -r; dy <= r; ++dy) {
-      for (int dx = -r; dx <= r; ++dx) {
-        const int64_t weight = weights[static_cast<size_t>((dy + r) * size + dx + r)];
-        sum += weight * source.rows[y + dy][x + dx];
-      }
-    }
-    return static_cast<uint8_t>(std::clamp<int64_t>(sum / divisor, 0, 255));
-  });
-}
 
 struct Kernel {
   std::string name;
@@ -117,7 +100,7 @@ std::vector<Kernel> KernelsOf(int size) {
 
 void ExpectKernel(const Kernels& level, const GreyImage& source, const Kernel& kernel) {
   GreyImage expected;
-  ConvolveByDefinition(source, kernel.size, kernel.weights, expected);
+  reference::Convolve(source, kernel.size, kernel.weights, expected);
   ASSERT_NO_FATAL_FAILURE(ExpectEverywhere(source, expected,
                                            [&](const GreyImage& from, GreyImage& to) {
                                              Convolve(level, from, to, kernel.weights.data(),
@@ -206,7 +189,7 @@ TEST(Convolution, ExportsReachTheirSizesAndIgnoreMissingImages) {
     e.call(&source, &result, nullptr);
     EXPECT_FALSE(result.bits);
     e.call(&source, &result, kernel.weights.data());
-    ConvolveByDefinition(source, e.size, kernel.weights, expected);
+    reference::Convolve(source, e.size, kernel.weights, expected);
     EXPECT_SAME_PIXELS(result, expected) << e.size;
   }
 }

@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "ncc/correlation.h"
+#include "ncc/pyramid_reference.h"
 #include "quillon/quillon.h"
 #include "support/levels.h"
 
@@ -18,22 +19,10 @@ uint8_t At(const ColourImage& image, int x, int y, int plane) {
   return image.rows[y][3 * x + plane];
 }
 
-// The mean of a block of one plane of `at`, as level `level` keeps it.
-template <class Value>
-uint8_t BlockMean(int level, int x, int y, Value at) {
-  const int side = 1 << level;
-  int left = 0, right = 0;
-  for (int j = 0; j < side; ++j) {
-    for (int i = 0; i < side; ++i) (2 * i < side ? left : right) += at(side * x + i, side * y + j);
-  }
-  return static_cast<uint8_t>(level == 4 ? left / 512 + right / 512
-                                         : (left + right) / (side * side));
-}
-
 // Whether a reduced pixel takes part, straight from the template.
 template <class Pixel>
 bool Cares(const CImage<Pixel>& image, int level, int x, int y) {
-  return BlockMean(level, x, y, [&](int i, int j) {
+  return reference::BlockMean(level, x, y, [&](int i, int j) {
            for (int plane = 0; plane < kPlanes<Pixel>; ++plane) {
              if (At(image, i, j, plane) != 0) return 0;
            }
@@ -64,7 +53,7 @@ void ExpectModelOf(const CImage<Pixel>& image, bool masked, const NccTool& tool)
         const bool cares = !masked || Cares(image, k, x, y);
         for (int plane = 0; plane < kPlanes<Pixel>; ++plane) {
           const uint8_t value =
-              BlockMean(k, x, y, [&](int i, int j) { return At(image, i, j, plane); });
+              reference::BlockMean(k, x, y, [&](int i, int j) { return At(image, i, j, plane); });
           ASSERT_EQ(level.Plane(plane)[y][x], value) << x << ", " << y;
           if (!cares) continue;
           ++count;

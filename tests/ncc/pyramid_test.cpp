@@ -2,35 +2,11 @@
 
 #include <utility>
 
+#include "ncc/pyramid_reference.h"
 #include "quillon/quillon.h"
 #include "support/levels.h"
 
 namespace quillon::test {
-namespace reference {
-
-int Sum(const GreyImage& image, int left, int top, int width, int height) {
-  int sum = 0;
-  for (int y = top; y < top + height; ++y) {
-    for (int x = left; x < left + width; ++x) sum += image.rows[y][x];
-  }
-  return sum;
-}
-
-// Level `level`, in the top left corner of `result`.
-void Reduce(const GreyImage& source, int level, GreyImage& result) {
-  const int side = 1 << level;
-  for (int y = 0; y < source.height / side; ++y) {
-    for (int x = 0; x < source.width / side; ++x) {
-      result.rows[y][x] = static_cast<uint8_t>(
-          level == 4 ? Sum(source, 16 * x, 16 * y, 8, 16) / 512 +
-                           Sum(source, 16 * x + 8, 16 * y, 8, 16) / 512
-                     : Sum(source, side * x, side * y, side, side) / (side * side));
-    }
-  }
-}
-
-}  // namespace reference
-
 // Widths around every block of every level, and exact multiples of none.
 const std::vector<Size> kPyramidSizes = {
     {1, 1},   {2, 2},    {3, 5},    {15, 16},  {16, 15},  {16, 16},  {17, 17},   {31, 33},
