@@ -53,7 +53,7 @@ class Finish {
     pose = FromLevel(search_.tool, level, pose);
     pose.degrees = limits.rotate ? IntoRange(pose.degrees) : 0;
     pose.scale = std::clamp(pose.scale, limits.scaleMin, limits.scaleMax);
-    match = {pose, -1};
+    match.pose = pose;
     const bool moveOnly = !freedom_.turn && !freedom_.scale && pose.degrees == 0 && pose.scale == 1;
     if (moveOnly) return MoveOnly(match);
     if (!FitThroughLevels(match)) return false;
@@ -88,7 +88,7 @@ class Finish {
   bool MoveOnly(Match& match) {
     constexpr int kReach = 2;
     const NccLevel& pattern = search_.tool.levels[0];
-    if (upright_.planes == 0 && !maker_.Make(1, 0, 0, upright_)) return false;
+    if (upright_.planes == 0 && !maker_.Make(1, 0, upright_)) return false;
     const int left = static_cast<int>(std::floor(match.pose.x - pattern.centreX + 0.5));
     const int top = static_cast<int>(std::floor(match.pose.y - pattern.centreY + 0.5));
     const Region region = {left - kReach, top - kReach, left + kReach + pattern.width,
@@ -102,7 +102,8 @@ class Finish {
     if (!(best.score > -1)) return true;
     const Pose whole = {best.x + patch_.Left() + pattern.centreX,
                         best.y + patch_.Top() + pattern.centreY, 0, 1};
-    match = {whole, best.score};
+    match.pose = whole;
+    match.score = best.score;
     if (!(best.score >= search_.limits.minScore)) return true;
     FitPose(pattern, search_.Mask(0), patch_, freedom_, match.pose);
     const double moved =
@@ -148,7 +149,7 @@ bool FitAtFullResolution(const Search& search, const Candidate* candidates, int 
                          Match* matches) {
   Finish finish(search);
   for (int i = 0; i < count; ++i) {
-    matches[i] = {{}, -1};
+    matches[i] = {{}, -1, i};
     if (candidates[i].score > -1 && !finish.Run(candidates[i], matches[i])) return false;
   }
   return true;

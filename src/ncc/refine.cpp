@@ -22,7 +22,7 @@ class VariantCache {
     }
     Slot& slot = slots_[next_];
     next_ = (next_ + 1) % kSlots;
-    slot.used = maker_.Make(lattice_.Scale(scale), lattice_.Angle(angle), 0, slot.variant);
+    slot.used = maker_.Make(lattice_.Scale(scale), lattice_.Angle(angle), slot.variant);
     slot.scale = scale;
     slot.angle = angle;
     return slot.used ? &slot.variant : nullptr;
@@ -54,11 +54,15 @@ class Refinement {
     const double toBeat = best.score;
     const int step = 2 << level_;
     if (!CutAround(candidate)) return false;
+    const int turn = step * Lattice::kThirds;
+    const Lattice& lattice = search_.lattice;
     for (int scale : {candidate.scale - step, candidate.scale}) {
-      if (!search_.AllowsScale(scale, level_)) continue;
-      for (int angle : {candidate.angle - step, candidate.angle, candidate.angle + step}) {
+      if (!search_.AllowsScale(scale, lattice.ScaleStep(level_))) continue;
+      for (int angle : {candidate.angle - turn, candidate.angle, candidate.angle + turn}) {
         if (angle != 0 && !search_.limits.rotate) continue;
-        if (search_.limits.rotate && !search_.AllowsAngle(angle, level_)) continue;
+        if (search_.limits.rotate && !search_.AllowsAngle(angle, lattice.AngleStep(level_))) {
+          continue;
+        }
         if (!Try(candidate, scale, angle, best)) return false;
       }
     }

@@ -60,6 +60,32 @@ void Report(const Search& search, const Match* matches, int count, NccTool& tool
   }
 }
 
+// Of candidates of level 1 (or 0, where the search starts there) the better ones.
+bool SuppressCandidates(const Search& search, double distance, Candidate* candidates, int count) {
+  Buffer<Place> places(static_cast<size_t>(count));
+  if (!places) return false;
+  for (int i = 0; i < count; ++i) {
+    Candidate full = candidates[i];
+    if (search.tool.currentLevel > 0) CarryToLevel(search, 0, full);
+    places[i] = {full.x, full.y, full.score};
+  }
+  if (!SuppressDuplicates(places.data(), count, distance)) return false;
+  for (int i = 0; i < count; ++i) candidates[i].score = places[i].score;
+  return true;
+}
+
+// Two candidates that lay apart may have been fitted to the same place.
+bool SuppressMatches(double distance, Match* matches, int count) {
+  Buffer<Place> places(static_cast<size_t>(count));
+  if (!places) return false;
+  for (int i = 0; i < count; ++i) {
+    places[i] = {matches[i].pose.x, matches[i].pose.y, matches[i].score};
+  }
+  if (!SuppressDuplicates(places.data(), count, distance)) return false;
+  for (int i = 0; i < count; ++i) matches[i].score = places[i].score;
+  return true;
+}
+
 bool RunStages(Search& search, NccTool& tool) {
   const NccLevel& full = tool.levels[0];
   Buffer<Candidate> candidates;
@@ -70,40 +96,28 @@ bool RunStages(Search& search, NccTool& tool) {
     if (!RefineAtLevel(search, level, candidates.data(), count)) return false;
   }
 
-  Buffer<Place> places(static_cast<size_t>(count));
-  Buffer<Match> matches(static_cast<size_t>(count));
-  if (!places || !matches) return false;
   const double distance = std::min(full.centreX, full.centreY);
-  if (!FitAtFullResolution(search, candidates.data(), count, matches.data())) return false;
-
-  // By the scores of the fits: before them, a distractor could suppress a match with a high score
-  // that it owes to the coarsest level, and a match whose scale the grid missed looks worse than it
-  // is.
-  for (int i = 0; i < count; ++i) {
-    places[i] = {matches[i].pose.x, matches[i].pose.y, matches[i].score};
+  if (!SuppressCandidates(search, distance, candidates.data(), count)) return false;
+  Buffer<Match> matches(static_cast<size_t>(count));
+  if (!matches || !FitAtFullResolution(search, candidates.data(), count, matches.data()) ||
+      !SuppressMatches(distance, matches.data(), count)) {
+    return false;
   }
-  if (!SuppressDuplicates(places.data(), count, distance)) return false;
-  Buffer<int> order(static_cast<size_t>(count));
-  if (!order) return false;
-  for (int i = 0; i < count; ++i) order[i] = i;
-  std::sort(order.begin(), order.end(), [&](int a, int b) {
-    return places[a].score != places[b].score ? places[a].score > places[b].score : a < b;
+  std::sort(matches.begin(), matches.end(), [](const Match& a, const Match& b) {
+    return a.score != b.score ? a.score > b.score : a.rank < b.rank;
   });
-  Buffer<Match> sorted(static_cast<size_t>(count));
-  if (!sorted) return false;
-  for (int i = 0; i < count; ++i) sorted[i] = {matches[order[i]].pose, places[order[i]].score};
-  Report(search, sorted.data(), count, tool);
+  Report(search, matches.data(), count, tool);
   return true;
 }
 
 }  // namespace
 
-bool Search::AllowsAngle(int index, int level) const {
-  return Within(lattice.Angle(index), limits.angleMin, limits.angleMax, lattice.AngleStep(level));
+bool Search::AllowsAngle(int index, double step) const {
+  return Within(lattice.Angle(index), limits.angleMin, limits.angleMax, step);
 }
 
-bool Search::AllowsScale(int index, int level) const {
-  return Within(lattice.Scale(index), limits.scaleMin, limits.scaleMax, lattice.ScaleStep(level));
+bool Search::AllowsScale(int index, double step) const {
+  return Within(lattice.Scale(index), limits.scaleMin, limits.scaleMax, step);
 }
 
 template <class Pixel>

@@ -11,13 +11,14 @@ namespace quillon {
 
 // The grid of angles and scales. A level's angular step moves the template's corner by one of its
 // pixels, its scale step an edge by half of one; the next finer level halves both. Grid points are
-// whole multiples of the steps of level 0.
+// whole multiples of a third of the angular step and of the scale step of level 0.
 struct Lattice {
   double angleStep = 0, scaleStep = 0;  // of level 0
 
+  static constexpr int kThirds = 3;  // points of an angular step
   double AngleStep(int level) const { return angleStep * (1 << level); }
   double ScaleStep(int level) const { return scaleStep * (1 << level); }
-  double Angle(int index) const { return index * angleStep; }
+  double Angle(int index) const { return index * (angleStep / kThirds); }
   double Scale(int index) const { return 1 + index * scaleStep; }
 };
 
@@ -29,9 +30,9 @@ struct Search {
   Lattice lattice = {};
 
   const NccMask* Mask(int level) const { return tool.maskEnabled ? &tool.masks[level] : nullptr; }
-  // Whether the grid point lies within the limits, give or take a step of the level.
-  bool AllowsAngle(int index, int level) const;
-  bool AllowsScale(int index, int level) const;
+  // Whether the grid point lies within the limits, give or take a step.
+  bool AllowsAngle(int index, double step) const;
+  bool AllowsScale(int index, double step) const;
 };
 
 // Moves a candidate's centre to the next finer level: blocks that a reduction drops at the right
@@ -51,6 +52,7 @@ bool RefineAtLevel(const Search& search, int level, Candidate* candidates, int c
 struct Match {
   Pose pose;
   double score;
+  int rank;  // among the candidates
 };
 
 // Measures the candidates of level 1 (or 0, where that is the current level) at full resolution.

@@ -7,8 +7,8 @@
 namespace quillon {
 namespace {
 
-constexpr double kSpread = 0.5;  // of an angular step, half the way to the middle between two
-constexpr int kHalfSteps = 50;   // the grid reaches 50 double steps to either side
+constexpr int kSteps =
+    50;  // the grid reaches so many steps to either side of a turn, twice of a scale
 
 class Sweep {
  public:
@@ -27,9 +27,10 @@ class Sweep {
   }
 
   bool Run() {
-    for (int i = -kHalfSteps; i <= kHalfSteps; ++i) {
+    const double step = search_.lattice.ScaleStep(level_);
+    for (int i = -kSteps; i <= kSteps; ++i) {
       const int scale = (2 * i) << level_;
-      if (search_.AllowsScale(scale, level_) && !RunScale(scale)) return false;
+      if (search_.AllowsScale(scale, step) && !RunScale(scale)) return false;
     }
     return true;
   }
@@ -37,19 +38,22 @@ class Sweep {
   CandidateList& List() { return list_; }
 
  private:
+  // Two steps apart, a match half way between two angles looks like neither: at the coarsest level
+  // a few pixels are all there is of a template. So angles follow by two thirds of a step.
   bool RunScale(int scale) {
     if (!search_.limits.rotate) return RunVariant(scale, 0);
-    for (int i = -kHalfSteps / 2; i <= kHalfSteps / 2; ++i) {
+    const double step = search_.lattice.AngleStep(level_) / Lattice::kThirds;
+    constexpr int kTurns = kSteps / 2 * Lattice::kThirds;
+    for (int i = -kTurns; i <= kTurns; ++i) {
       const int angle = (2 * i) << level_;
-      if (search_.AllowsAngle(angle, level_) && !RunVariant(scale, angle)) return false;
+      if (search_.AllowsAngle(angle, step) && !RunVariant(scale, angle)) return false;
     }
     return true;
   }
 
   bool RunVariant(int scale, int angle) {
     const Lattice& lattice = search_.lattice;
-    if (!maker_.Make(lattice.Scale(scale), lattice.Angle(angle),
-                     kSpread * lattice.AngleStep(level_), variant_) ||
+    if (!maker_.Make(lattice.Scale(scale), lattice.Angle(angle), variant_) ||
         !scorer_.Open(search_.kernels, variant_, patch_)) {
       return false;
     }

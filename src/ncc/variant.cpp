@@ -75,9 +75,17 @@ bool VariantMaker::Scale(double scale) {
   return true;
 }
 
-// Adds turn number `turn` to the mean of those before. The first says which pixels take part.
-void VariantMaker::TurnOnce(double c, double s, int turn) {
+bool VariantMaker::Turn(double c, double s) {
   const int width = scaled_.width, height = scaled_.height, planes = level_.planes;
+  const double boxWidth = std::abs(width * c) + std::abs(height * s);
+  const double boxHeight = std::abs(width * s) + std::abs(height * c);
+  constexpr double kRounding = 1e-6;  // a quarter turn needs no extra column
+  if (!Reserve(static_cast<int>(std::ceil(boxWidth - kRounding)),
+               static_cast<int>(std::ceil(boxHeight - kRounding)), turned_)) {
+    return false;
+  }
+  std::memset(turned_.pixels.data(), 0,
+              static_cast<size_t>(planes + 1) * turned_.width * turned_.height);
   uint8_t* care = turned_.Plane(planes);
   const uint8_t* scaledCare = scaled_.Plane(planes);
   const int stepU = ToFixed(c), stepV = ToFixed(-s);
@@ -88,42 +96,15 @@ void VariantMaker::TurnOnce(double c, double s, int turn) {
     int u = ToFixed(fromX * c + fromY * s + width * 0.5);
     int v = ToFixed(fromY * c - fromX * s + height * 0.5);
     for (int x = 0; x < turned_.width; ++x, u += stepU, v += stepV, ++at) {
-      const bool inside =
-          u >= 0 && u < endU && v >= 0 && v < endV &&
-          scaledCare[static_cast<ptrdiff_t>(v >> kFraction) * width + (u >> kFraction)];
-      if (turn == 0) care[at] = inside ? 255 : 0;
-      if (!inside || !care[at]) continue;
+      if (u < 0 || u >= endU || v < 0 || v >= endV ||
+          !scaledCare[static_cast<ptrdiff_t>(v >> kFraction) * width + (u >> kFraction)]) {
+        continue;
+      }
+      care[at] = 255;
       for (int plane = 0; plane < planes; ++plane) {
-        const int value = Sample(scaled_.Plane(plane), width, height, u, v);
-        uint8_t& mean = turned_.Plane(plane)[at];
-        mean = static_cast<uint8_t>((mean * turn + value + turn / 2) / (turn + 1));
+        turned_.Plane(plane)[at] = Sample(scaled_.Plane(plane), width, height, u, v);
       }
     }
-  }
-}
-
-bool VariantMaker::Turn(double spread, Variant& variant) {
-  const int width = scaled_.width, height = scaled_.height, planes = level_.planes;
-  const double c = variant.cosine, s = variant.sine;
-  const double boxWidth = std::abs(width * c) + std::abs(height * s);
-  const double boxHeight = std::abs(width * s) + std::abs(height * c);
-  constexpr double kRounding = 1e-6;  // a quarter turn needs no extra column
-  if (!Reserve(static_cast<int>(std::ceil(boxWidth - kRounding)),
-               static_cast<int>(std::ceil(boxHeight - kRounding)), turned_)) {
-    return false;
-  }
-  std::memset(turned_.pixels.data(), 0,
-              static_cast<size_t>(planes + 1) * turned_.width * turned_.height);
-  if (spread == 0) {
-    TurnOnce(c, s, 0);
-    return true;
-  }
-  // The mean of the turns that the grid point stands for.
-  constexpr int kTurns = 3;
-  for (int i = 0; i < kTurns; ++i) {
-    const double by = (i - 1) * spread * kRadians;
-    const double cosine = std::cos(by), sine = std::sin(by);
-    TurnOnce(c * cosine - s * sine, s * cosine + c * sine, i);
   }
   return true;
 }
@@ -180,7 +161,7 @@ bool VariantMaker::Pack(Picture& picture, Variant& variant) const {
   return true;
 }
 
-bool VariantMaker::Make(double scale, double degrees, double spread, Variant& variant) {
+bool VariantMaker::Make(double scale, double degrees, Variant& variant) {
   variant.count = 0;
   variant.width = variant.height = 0;
   const double side = std::hypot(level_.width, level_.height) * scale;
@@ -194,7 +175,7 @@ bool VariantMaker::Make(double scale, double degrees, double spread, Variant& va
   variant.cosine = variant.turned ? std::cos(degrees * kRadians) : 1.0;
   variant.sine = variant.turned ? std::sin(degrees * kRadians) : 0.0;
   if (!variant.turned) return Pack(scaled_, variant);
-  return Turn(spread, variant) && Pack(turned_, variant);
+  return Turn(variant.cosine, variant.sine) && Pack(turned_, variant);
 }
 
 }  // namespace quillon

@@ -41,10 +41,8 @@ class VariantMaker {
 
   // Scaling takes the nearest pixel, turning interpolates; only pixels that come from inside the
   // template and its mask take part. Positive degrees turn clockwise as displayed; 0 is not turned.
-  // A turned variant is the mean of turns `spread` degrees apart, where that is not 0: a template
-  // that is off the grid's angle looks more like it.
   // False when memory is short. A variant that is flat or empty has count 0.
-  bool Make(double scale, double degrees, double spread, Variant& variant);
+  bool Make(double scale, double degrees, Variant& variant);
 
  private:
   struct Picture {
@@ -57,8 +55,7 @@ class VariantMaker {
 
   bool Reserve(int width, int height, Picture& picture) const;
   bool Scale(double scale);
-  void TurnOnce(double c, double s, int turn);
-  bool Turn(double spread, Variant& variant);
+  bool Turn(double c, double s);
   bool Pack(Picture& picture, Variant& variant) const;
 
   const Kernels& kernels_;

@@ -56,7 +56,7 @@ void ExpectScoresOf(const Kernels& kernels, Size size, bool masked, Content cont
   VariantMaker maker(kernels, tool.levels[0], masked ? &tool.masks[0] : nullptr);
   ASSERT_TRUE(OpenSearchImage(kernels, image, opened));
   ASSERT_TRUE(patch.Cut(kernels, opened, 0, {-3, 2, image.width, image.height + 5}));
-  ASSERT_TRUE(maker.Make(1, 0, 0, variant));
+  ASSERT_TRUE(maker.Make(1, 0, variant));
   ASSERT_EQ(variant.count, tool.levels[0].count);
   ASSERT_TRUE(scorer.Open(kernels, variant, patch));
   ASSERT_EQ(scorer.Columns(), 71);
@@ -119,7 +119,7 @@ TEST(NccScorer, LargeBrightTemplatesDoNotOverflow) {
     VariantMaker maker(kernels, tool.levels[0], nullptr);
     ASSERT_TRUE(OpenSearchImage(kernels, image, opened));
     ASSERT_TRUE(patch.Cut(kernels, opened, 0, {0, 0, 402, 403}));
-    ASSERT_TRUE(maker.Make(1, 0, 0, variant));
+    ASSERT_TRUE(maker.Make(1, 0, variant));
     ASSERT_TRUE(scorer.Open(kernels, variant, patch));
     Position best = {.score = -1};
     scorer.FindBest(0, 0, 2, 3, best);
