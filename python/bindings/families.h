@@ -10,5 +10,6 @@ void AddFilters(pybind11::module_& module);
 void AddArithmetic(pybind11::module_& module);
 void AddMorphology(pybind11::module_& module);
 void AddColor(pybind11::module_& module);
+void AddRegions(pybind11::module_& module);
 
 }  // namespace quillon::python

@@ -1,9 +1,9 @@
 // Edges, sharpening, medians, smoothing and convolution.
-#include <array>
 #include <string>
 
 #include "families.h"
 #include "image_functions.h"
+#include "numbers.h"
 
 namespace quillon::python {
 namespace {
@@ -14,41 +14,13 @@ struct NeedsOddSize {
   }
 };
 
-// A kernel argument: size x size whole numbers, as a square or one after another.
-template <int size>
-std::array<int, size * size> ReadKernel(const py::object& kernel) {
-  const py::object numpy = py::module_::import("numpy");
-  const py::array given = numpy.attr("asarray")(kernel);
-  const bool square = given.ndim() == 2 && given.shape(0) == size && given.shape(1) == size;
-  const bool flat = given.ndim() == 1 && given.shape(0) == size * size;
-  const std::string side = std::to_string(size);
-  if (!square && !flat) {
-    Refuse("kernel", "an array of shape (" + side + ", " + side + ")",
-           "one of " + py::str(py::tuple(given.attr("shape"))).cast<std::string>());
-  }
-  if (given.dtype().kind() != 'i' && given.dtype().kind() != 'u') {
-    throw py::type_error("kernel: whole numbers are wanted, these are " +
-                         py::str(given.dtype()).cast<std::string>());
-  }
-  std::array<int, size * size> weights{};
-  size_t i = 0;
-  for (const py::handle weight : given.attr("ravel")().attr("tolist")()) {
-    const long long value = weight.cast<long long>();
-    if (value != static_cast<int>(value)) {
-      Refuse("kernel", "a weight of 32 bits", std::to_string(value));
-    }
-    weights[i++] = static_cast<int>(value);
-  }
-  return weights;
-}
-
 template <int size>
 void DefineConvolution(py::module_& module, const char* name,
                        void (*export_)(const GreyImage*, GreyImage*, const int*)) {
   module.def(
       name,
       [export_](const Array& image, const py::object& kernel, const Array& out) {
-        const auto weights = ReadKernel<size>(kernel);
+        const auto weights = ReadWholeNumbers(kernel, "kernel", {size, size}, true);
         return Filter(export_, TakesAll(), image, out, weights.data());
       },
       py::arg("image"), py::arg("kernel"), py::kw_only(), py::arg("out") = py::none(),
@@ -57,6 +29,14 @@ void DefineConvolution(py::module_& module, const char* name,
 The sum of pixels times weights, divided by the sum of the weights where that is positive,
 truncated toward zero and clamped to 0 to 255.)");
 }
+
+struct NeedsWholeBlock {
+  void operator()(Size size) const {
+    if (size.width >= 16 && size.height >= 16) return;
+    Refuse("image", "an array of at least 16 x 16 pixels",
+           "one of " + std::to_string(size.height) + " x " + std::to_string(size.width));
+  }
+};
 
 }  // namespace
 
@@ -97,6 +77,13 @@ In the columns after 8 * ((width - 1) // 8), 7 times the pixel.)");
   DefineConvolution<3>(module, "arbitrary_convolution_3x3", IxArbitraryConvolution3x3);
   DefineConvolution<5>(module, "arbitrary_convolution_5x5", IxArbitraryConvolution5x5);
   DefineConvolution<7>(module, "arbitrary_convolution_7x7", IxArbitraryConvolution7x7);
+
+  DefineFilter(
+      module, "pyramid", IxImgPyramid,
+      R"(The image reduced by 16 each way; a pixel is half of the mean of its 16 x 16 block.
+
+With `out=image` the reduced image is written into the top left corner, the rest stays.)",
+      NeedsWholeBlock());
 }
 
 }  // namespace quillon::python

@@ -9,4 +9,5 @@ PYBIND11_MODULE(_quillon, module) {
   AddArithmetic(module);
   AddMorphology(module);
   AddColor(module);
+  AddRegions(module);
 }

@@ -12,7 +12,7 @@ def summary(name):
     for part in name.split("."):
         target = getattr(target, part)
     # A signature comes first in the description of a native function.
-    lines = [line for line in (target.__doc__ or "").splitlines() if line]
+    lines = [line for line in (target.__doc__).splitlines() if line]
     text = [line for line in lines if "->" not in line] or [""]
     return text[0]
 

@@ -75,4 +75,33 @@ EXPORTS = {
     "IxGetCIELab": "get_lab",
     "IxGetHSIPoint": "get_hsi_point",
     "IxGetCIELabPoint": "get_lab_point",
+    # regions of interest
+    "CreateRLERegion": "Region",
+    "DestroyRLERegion": "Region.close",
+    "IxPointToRegion": "Region.set_polygon",
+    "IxImgAssignToRegion": "Region.assign_image",
+    "IxGetRegDisplay": "Region.display",
+    # blobs
+    "IxGrayBlobLabel": "Region.label",
+    "IxBinaryFillUp": "Region.fill_up",
+    "IxGetBlobCount": "Region.blob_count",
+    "IxGetnBlobArea": "Region.blob_area",
+    "IxGetnBlobCenter": "Region.blob_center",
+    "IxGetnBlobBound": "Region.blob_bound",
+    "IxGetBlobMinRect": "Region.blob_min_rect",
+    "IxGetnBlobGrayMean": "Region.blob_gray_mean",
+    "IxGetnBlobColorMean": "Region.blob_color_mean",
+    "IxGetnRegionGrayMean": "Region.gray_mean",
+    "IxGetnRegionColorMean": "Region.color_mean",
+    # selecting blobs
+    "IxComputeAllBlobFeature": "Region.compute_features",
+    "IxSelectBlobArea": "Region.select_area",
+    "IxSelectBlobWidth": "Region.select_width",
+    "IxSelectBlobHeight": "Region.select_height",
+    "IxLocateBlobCenter": "Region.select_center",
+    "IxReSelectBlob": "Region.reselect",
+    "IxGetSelectBlobCount": "Region.selected_count",
+    "IxGetBlobList": "Region.selected_blobs",
+    # image pyramid
+    "IxImgPyramid": "pyramid",
 }

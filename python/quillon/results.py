@@ -1,6 +1,6 @@
 """What the functions return where it is more than one thing: tuples with names."""
 
-from typing import NamedTuple
+from typing import NamedTuple, Tuple
 
 import numpy as np
 from numpy.typing import NDArray
@@ -28,3 +28,37 @@ class Lab(NamedTuple):
     lightness: int
     a: int
     b: int
+
+
+class Point(NamedTuple):
+    """A place in pixels; whole numbers are pixel centers."""
+
+    x: float
+    y: float
+
+
+class Bound(NamedTuple):
+    """First and last columns and rows, inclusive."""
+
+    left: int
+    right: int
+    top: int
+    bottom: int
+
+
+class MinRect(NamedTuple):
+    """The rectangle of least area around the centers of a blob's pixels."""
+
+    center: Point
+    height: float  # length of the first side
+    width: float  # length of the second side
+    angle: float  # of the first side, degrees
+    corners: Tuple[Point, Point, Point, Point]
+
+
+class ColorMean(NamedTuple):
+    """Means of the three channels."""
+
+    red: float
+    green: float
+    blue: float

@@ -44,7 +44,7 @@ READ_ONLY.setflags(write=False)
     (lambda: quillon.arbitrary_convolution_3x3(GRAY, np.ones((3, 3))), TypeError,
      "kernel: whole numbers are wanted, these are float64"),
     (lambda: quillon.arbitrary_convolution_3x3(GRAY, [2**31] * 9), ValueError,
-     "kernel: a weight of 32 bits is wanted, this is 2147483648"),
+     "kernel: a number of 32 bits is wanted, this is 2147483648"),
     (lambda: quillon.add(GRAY, GRAY[1:]), ValueError,
      "b: an array of the shape of a, (12, 16), is wanted, this is one of (11, 16)"),
     (lambda: quillon.shift_left(GRAY, -1), ValueError,
@@ -66,6 +66,15 @@ READ_ONLY.setflags(write=False)
      "tables[0]: a contiguous array of 16777216 uint8 is wanted, this is another object"),
     (lambda: quillon.color_to_hsi(COLOR, [GRAY]), TypeError,
      "tables: three arrays are wanted, as hsi_tables() or lab_tables() makes"),
+    (lambda: quillon.pyramid(GRAY), ValueError,
+     "image: an array of at least 16 x 16 pixels is wanted, this is one of 12 x 16"),
+    (lambda: quillon.Region().set_polygon([]), ValueError,
+     "points: an array of shape (n, 2) is wanted, this is one of (0,)"),
+    (lambda: quillon.Region().set_polygon([(0.5, 1), (2, 3)]), TypeError,
+     "points: whole numbers are wanted, these are float64"),
+    (lambda: quillon.Region().display(), ValueError, "assign_image() comes first"),
+    (lambda: quillon.Region().blob_area(0), IndexError,
+     "n: one of 0 blobs is wanted, this is 0"),
 ])
 def test_wrong_arguments_are_named_with_what_they_are_and_what_is_wanted(call, error, message):
     with pytest.raises(error) as caught:

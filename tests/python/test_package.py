@@ -25,14 +25,17 @@ def test_every_name_leads_to_something_described():
         assert len(summary(name)) > 10, export
 
 
+def is_shown(name):
+    return name[0] != "_" or name == "__init__"
+
+
 def stub_functions():
     """The functions of the stub, methods as Class.method: name -> parameters."""
     tree = ast.parse((SOURCE / "python" / "quillon" / "_quillon.pyi").read_text())
     for node in tree.body:
-        inside = node.body if isinstance(node, ast.ClassDef) else [node]
-        for function in inside:
-            if isinstance(function, ast.FunctionDef):
-                prefix = f"{node.name}." if isinstance(node, ast.ClassDef) else ""
+        prefix = f"{node.name}." if isinstance(node, ast.ClassDef) else ""
+        for function in node.body if prefix else [node]:
+            if isinstance(function, ast.FunctionDef) and is_shown(function.name):
                 arguments = function.args
                 yield prefix + function.name, [
                     argument.arg for argument in arguments.args + arguments.kwonlyargs]
@@ -40,13 +43,14 @@ def stub_functions():
 
 def native_functions():
     """The same of the native module, from the signatures that it states."""
-    for owner, prefix in [(quillon._quillon, "")] + [
-            (value, f"{name}.") for name, value in vars(quillon._quillon).items()
-            if inspect.isclass(value)]:
+    classes = [(value, f"{name}.") for name, value in vars(quillon._quillon).items()
+               if inspect.isclass(value)]
+    for owner, prefix in [(quillon._quillon, ""), *classes]:
         for name, value in vars(owner).items():
-            text = getattr(value.fget if isinstance(value, property) else value, "__doc__", None)
-            signature = re.match(rf"{name}\((.*?)\) ->", text or "")
-            if signature and (name[0] != "_" or name == "__init__"):
+            if isinstance(value, property):
+                yield prefix + name, ["self"]
+            elif is_shown(name) and callable(value) and not inspect.isclass(value):
+                signature = re.match(rf"{name}\((.*?)\) ->", value.__doc__)
                 yield prefix + name, re.findall(r"(?:^|, )(\w+)", signature[1])
 
 
