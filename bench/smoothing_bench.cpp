@@ -52,7 +52,7 @@ void AddMean(int size) {
 using Weights = std::vector<int>;
 
 // Kernels without a zero, one for each way that convolution has. Signs and values vary, so that no
-// other symmetry helps.
+// other symmetry helps, nor a common divisor.
 Weights SmallWeights(int size) {
   Weights weights;
   for (int i = 0; i < size * size; ++i) weights.push_back(i % 5 == 2 ? -2 : 1 + i % 3);
@@ -61,7 +61,7 @@ Weights SmallWeights(int size) {
 Weights SeparableWeights(int size) {
   Weights weights;
   for (int i = 0; i < size; ++i) {
-    for (int j = 0; j < size; ++j) weights.push_back((3 + i % 4) * (2 + j % 3) * 11);
+    for (int j = 0; j < size; ++j) weights.push_back((3 + 5 * (i % 4)) * (2 + 7 * (j % 3)));
   }
   return weights;
 }
@@ -72,7 +72,7 @@ Weights WordWeights(int size) {
 }
 Weights LongWeights(int size) {
   Weights weights = WordWeights(size);
-  for (int& weight : weights) weight *= 12345;
+  for (int i = 0; i < size * size; ++i) weights[i] = weights[i] * 12345 + i % 3;
   return weights;
 }
 

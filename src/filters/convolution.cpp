@@ -1,11 +1,14 @@
 // Convolution. The kernel is looked at once per call and takes the first way that is open to it,
 // all of which give the exact quotient:
 //   small weights   all sums within 16 bits: products of bytes
-//   separable       columns weighed into 16 bits, then rows of those
+//   separable       rows weighed into 16 bits, then columns of those
 //   any             products of 16-bit halves of the weights, summed up apart
+// The last two compute two rows at a time, from source rows that lie pixel by pixel in turn: so
+// every load serves four products.
 #include "filters/convolution.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstdlib>
 #include <cstring>
 #include <numeric>
@@ -18,23 +21,23 @@ namespace quillon {
 namespace {
 
 constexpr int kLargestSize = 7;
-constexpr int kPairs = (kLargestSize + 1) / 2;  // terms of a row of weights
+constexpr int kPairs = (kLargestSize + 1) / 2;  // of neighbours in a window
 
-// A square of weights whose columns before the first and behind the last are zero.
+// A square of weights within zeros.
 struct Weights {
   const int* weights;
   int size;
 
   int at(int row, int column) const {
-    return column < 0 || column >= size ? 0 : weights[row * size + column];
+    const bool inside = row >= 0 && row < size && column >= 0 && column < size;
+    return inside ? weights[row * size + column] : 0;
   }
 };
 
 // What a call knows about the rows it walks.
 struct Walk {
-  Walk(const Kernels& level, const GreyImage& image, GreyImage& destination, int windowSize)
-      : kernels(level.convolution),
-        source(image),
+  Walk(const GreyImage& image, GreyImage& destination, int windowSize)
+      : source(image),
         result(destination),
         size(windowSize),
         count(image.width - windowSize + 1),
@@ -43,8 +46,8 @@ struct Walk {
 
   // Calls computeRow(rows, y, out), which writes longCount pixels, for every inner row.
   template <class ComputeRow>
-  void ForEachRow(int kept, const ComputeRow& computeRow) const {
-    FilterInnerRows(source, result, size / 2, columns, kept,
+  void ForEachRow(const ComputeRow& computeRow) const {
+    FilterInnerRows(source, result, size / 2, columns, size,
                     [&](const SourceRows& rows, int y, uint8_t* out) {
                       if (count == longCount) return computeRow(rows, y, out);
                       uint8_t padded[kLeastColumns];
@@ -53,7 +56,6 @@ struct Walk {
                     });
   }
 
-  const ConvolutionKernels& kernels;
   const GreyImage& source;
   GreyImage& result;
   int size;
@@ -64,99 +66,179 @@ struct Walk {
 
 // ---- small weights ------------------------------------------------------------------------------
 
-// Whether the positive and the negative weights each add up to at most 128: sums of bytes then stay
-// within 128 * 255, and the divisor within 128.
-bool AreSmall(const Weights& weights) {
-  int64_t positive = 0, negative = 0;
-  for (int i = 0; i < weights.size * weights.size; ++i) {
-    (weights.weights[i] > 0 ? positive : negative) += weights.weights[i];
-    if (weights.weights[i] > INT8_MAX) return false;
-  }
-  return positive <= 128 && negative >= -128;
-}
+struct Place {
+  int row, column;
+};
 
 uint32_t BytePair(int first, int second) {
   const uint32_t pair = (first & 255) | (second & 255) << 8;
   return pair | pair << 16;
 }
 
-// The factor is 2^(15 + shift) / divisor, rounded up by less than 1 with 2^shift >= divisor: the
-// product with a sum below 2^15 is too large by less than 1 / divisor.
-ByteQuotient QuotientBy(int divisor) {
-  int shift = 0;
-  while (1 << shift < divisor) ++shift;
-  return {static_cast<uint16_t>(((1 << (15 + shift)) + divisor - 1) / divisor), shift};
+// With f = 2^(16 + shift) / divisor, rounded up by e / divisor, the quotient of sum * f by
+// 2^(16 + shift) is exact as long as sum * e < 2^(16 + shift); rounded down by e / divisor, that of
+// (sum + 1) * f is as long as (sum + 1) * e <= 2^(16 + shift). Only sums below 256 * divisor
+// matter, 2^shift >= divisor / 4, and the lesser e is at most divisor / 2 <= 64: it always
+// suffices.
+ByteQuotient ByteQuotientBy(int divisor) {
+  const int bits = std::bit_width(static_cast<unsigned>(divisor)) - 1;
+  if (divisor == 1 << bits) return {.bias = 0, .factor = 0, .shift = bits};
+  const int shift = bits - 1;  // the factor stays below 2^15
+  const int down = (1 << (16 + shift)) / divisor;
+  const bool goesDown = 2 * ((1 << (16 + shift)) % divisor) <= divisor;
+  return {.bias = static_cast<int16_t>(goesDown),
+          .factor = static_cast<int16_t>(goesDown ? down : down + 1),
+          .shift = shift};
 }
 
-struct Place {
-  int row, column;
-};
-
-void ConvolveBytes(const Walk& walk, const Weights& weights, int divisor) {
-  ByteTerm terms[kLargestSize * kPairs];
-  Place places[kLargestSize * kPairs];
-  int n = 0;
-  for (int row = 0; row < walk.size; ++row) {
-    for (int column = 0; column < walk.size; column += 2) {
-      const int left = weights.at(row, column - 1), centre = weights.at(row, column);
-      const int right = weights.at(row, column + 1);
+struct ByteTermList {
+  // The row's weights are weightAt(column), 0 outside.
+  template <class WeightAt>
+  void AddRow(int row, int size, const WeightAt& weightAt) {
+    for (int column = 0; column < size; column += 2) {
+      const int left = weightAt(column - 1), centre = weightAt(column),
+                right = weightAt(column + 1);
       if (left == 0 && centre == 0 && right == 0) continue;
-      terms[n] = {nullptr, BytePair(centre, right), BytePair(left, centre)};
-      places[n++] = {row, column};
+      terms[count] = {nullptr, BytePair(centre, right), BytePair(left, centre)};
+      places[count++] = {row, column};
     }
   }
-  const ByteQuotient quotient = QuotientBy(divisor);
-  walk.ForEachRow(walk.size, [&](const SourceRows& rows, int y, uint8_t* out) {
-    for (int i = 0; i < n; ++i) {
-      terms[i].from = rows[y - walk.size / 2 + places[i].row] + places[i].column;
-    }
-    walk.kernels.ByteSums(terms, n, quotient, walk.longCount, out);
+  // The terms on rows that are row(0), row(1) ...
+  template <class Row>
+  const ByteTerm* On(const Row& row) {
+    for (int i = 0; i < count; ++i) terms[i].from = row(places[i].row) + places[i].column;
+    return terms;
+  }
+
+  ByteTerm terms[kLargestSize * kPairs];
+  Place places[kLargestSize * kPairs];
+  int count = 0;
+};
+
+void ConvolveBytes(const Kernels& kernels, const Walk& walk, const Weights& weights, int divisor) {
+  ByteTermList list;
+  for (int row = 0; row < walk.size; ++row) {
+    list.AddRow(row, walk.size, [&](int column) { return weights.at(row, column); });
+  }
+  const ByteQuotient quotient = ByteQuotientBy(divisor);
+  walk.ForEachRow([&](const SourceRows& rows, int y, uint8_t* out) {
+    const ByteTerm* terms = list.On([&](int row) { return rows[y - walk.size / 2 + row]; });
+    kernels.convolution.ByteSums(terms, list.count, quotient, walk.longCount, out);
   });
 }
 
 // ---- larger weights -----------------------------------------------------------------------------
 
-// The products with the float are the quotients of all sums whose quotient is at most 255: it is
-// above 1 / divisor, by less than 2^-22 of it, so that multiples do not fall short and the number
-// before a multiple, 1 / divisor >= 2^-13 below it, does not reach it.
-WordQuotient LongQuotientBy(int64_t divisor) {
-  const auto real = static_cast<double>(divisor);
-  return {divisor, 1.0f / static_cast<float>(divisor) * 1.0000001f, 1.0 / real};
+// Sums are quotients of `divisor` and at most 255 * magnitude.
+//
+// kFloat: the reciprocal is above 1 / divisor, by less than 2^-22 of it, so that multiples do not
+// fall short and the number before a multiple, 1 / divisor >= 2^-13 below it, does not reach it.
+// kCorrected: it is 2^-22.5 to 2^-20.5 below, so that with both roundings a quotient below 2^19
+// comes out right or one less; larger ones stay above 255.
+// kLong: the halves of a sum are off by 2^-24 each as floats, at most 1/4 of the divisor.
+PairQuotient PairQuotientBy(int64_t divisor, int64_t magnitude) {
+  constexpr int64_t kLargestFloatDivisor = 8192;
+  const auto real = static_cast<float>(divisor);
+  const float above = 1 / real * 1.0000001f, below = 1 / real * 0.9999997f;
+  PairQuotient quotient = {.way = PairQuotient::kDouble,
+                           .divisor = static_cast<int32_t>(divisor),
+                           .shift = std::countr_zero(static_cast<uint64_t>(divisor)),
+                           .reciprocal = below,
+                           .doubleReciprocal = 1 / static_cast<double>(divisor)};
+  if (255 * magnitude > INT32_MAX) {
+    const int64_t halves = magnitude + kLargestSize * kLargestSize * 65536;
+    const bool isLong = divisor < 1 << 30 && halves <= 8192 * divisor;
+    if (isLong) quotient.way = PairQuotient::kLong;
+  } else if (divisor == int64_t{1} << quotient.shift) {
+    quotient.way = PairQuotient::kShift;
+  } else if (divisor <= kLargestFloatDivisor) {
+    quotient.way = PairQuotient::kFloat;
+    quotient.reciprocal = above;
+  } else {
+    quotient.way = PairQuotient::kCorrected;
+  }
+  return quotient;
 }
 
 uint32_t WordPair(int first, int second) {
   return (static_cast<uint32_t>(first) & 0xFFFF) | static_cast<uint32_t>(second) << 16;
 }
 
-// Terms of weights that fit 16 bits, with the places of their columns.
-class TermList {
+// Terms of weights that fit 16 bits, on pairs of rows, with the places of their columns.
+class PairTermList {
  public:
-  // The row's weights are weightAt(column).
+  // The column's weights are weightAt(row), 0 outside.
   template <class WeightAt>
-  void AddRow(int row, int size, const WeightAt& weightAt) {
-    for (int column = 0; column < size; column += 2) {
-      const int first = weightAt(column), second = column + 1 < size ? weightAt(column + 1) : 0;
-      if (first == 0 && second == 0) continue;
-      terms_[count_] = {nullptr, WordPair(first, second)};
-      places_[count_++] = {row, column};
+  void AddColumn(int column, int size, const WeightAt& weightAt) {
+    for (int row = 0; row < size; row += 2) {
+      const int above = weightAt(row - 1), upper = weightAt(row), lower = weightAt(row + 1);
+      if (above == 0 && upper == 0 && lower == 0) continue;
+      Add({row / 2, column}, WordPair(upper, lower), WordPair(above, upper));
     }
   }
-  // The terms on rows that are row(0), row(1) ...
-  template <class Row>
-  WordTerms On(const Row& row) {
-    for (int i = 0; i < count_; ++i) terms_[i].from = row(places_[i].row) + places_[i].column;
+  // Sums have a first term, if one of zeros.
+  void FillUp() {
+    if (count_ == 0) Add({0, 0}, 0, 0);
+  }
+  // The terms on pairs of rows that are pair(0), pair(1) ...
+  template <class Pair>
+  PairTerms On(const Pair& pair) {
+    for (int i = 0; i < count_; ++i) terms_[i].from = pair(places_[i].row) + 2 * places_[i].column;
     return {terms_, count_};
   }
 
  private:
   static constexpr int kMost = 2 * kLargestSize * kPairs;  // the upper halves may take two each
 
-  WordTerm terms_[kMost];
+  void Add(Place place, uint32_t first, uint32_t second) {
+    terms_[count_] = {nullptr, first, second};
+    places_[count_++] = place;
+  }
+
+  PairTerm terms_[kMost];
   Place places_[kMost];
   int count_ = 0;
 };
 
-// factor * column[y] * row[x], column and row without a common divisor.
+// Calls makePair(upper, lower, pair) for rows of the source from the top on, and computes result
+// rows by two.
+template <class MakePair>
+void FilterPairs(const Kernels& kernels, const Walk& walk, const MakePair& makePair,
+                 PairTermList& low, PairTermList& high, const PairQuotient& quotient) {
+  const GreyImage& source = walk.source;
+  const int radius = walk.size / 2, last = source.height - 1;
+  const auto pitch = 2 * static_cast<size_t>(walk.columns);
+  Buffer<int16_t> ring(pitch * kPairs);
+  Buffer<uint8_t> spare(2 * static_cast<size_t>(walk.longCount));
+  SourceRows rows(source, walk.result, walk.columns, 2);
+  if (!ring || !spare || !rows || !PrepareResult(source, walk.result)) return;
+  const auto pairAt = [&](int i) { return ring.data() + static_cast<size_t>(i % kPairs) * pitch; };
+  int made = 0;
+  for (int y = radius; y <= last - radius; y += 2) {
+    for (; 2 * made <= std::min(y + radius + 1, last); ++made) {
+      const int upper = 2 * made, lower = std::min(upper + 1, last);
+      rows.ReadTo(lower);
+      makePair(rows[upper], rows[lower], pairAt(made));
+    }
+    const auto pair = [&](int i) { return pairAt((y - radius) / 2 + i); };
+    uint8_t* out[2] = {spare.data(), spare.data() + walk.longCount};
+    const int two = y < last - radius ? 2 : 1;
+    if (walk.count == walk.longCount) {
+      for (int i = 0; i < two; ++i) out[i] = walk.result.rows[y + i] + radius;
+    }
+    kernels.convolution.PairSums(low.On(pair), high.On(pair), quotient, walk.longCount, out);
+    for (int i = 0; i < two; ++i) {
+      uint8_t* row = walk.result.rows[y + i];
+      if (out[i] != row + radius) {
+        std::memcpy(row + radius, out[i], static_cast<size_t>(walk.count));
+      }
+      FillOuterColumns(row, source.width, radius);
+    }
+  }
+  CopyBorderRows(walk.result, radius);
+}
+
+// column[y] * row[x]
 struct Factors {
   int column[kLargestSize], row[kLargestSize];
 };
@@ -171,88 +253,87 @@ int64_t Reduce(int64_t* values, int size) {
   return divisor;
 }
 
-// Splits weights of rank one; columns of bytes so weighed fit 16 bits and all sums 32. False where
+// Whether the positive and the negative weights each add up to at most 128: sums of bytes then stay
+// within 128 * 255, and the divisor within 128.
+bool AreSmall(const int* weights, int count) {
+  int64_t positive = 0, negative = 0;
+  for (int i = 0; i < count; ++i) {
+    (weights[i] > 0 ? positive : negative) += weights[i];
+    if (weights[i] > INT8_MAX) return false;
+  }
+  return positive <= 128 && negative >= -128;
+}
+
+// Splits weights of rank one; the row's weights are small, and all sums fit 32 bits. False where
 // that is not so.
 bool Separate(const Weights& weights, Factors& factors) {
-  const int size = weights.size;
+  const int size = weights.size, cells = size * size;
   int pivot = 0;
-  const int cells = size * size;
   while (pivot < cells && weights.weights[pivot] == 0) ++pivot;
   if (pivot == cells) return false;
   int64_t row[kLargestSize], column[kLargestSize];
   for (int i = 0; i < size; ++i) row[i] = weights.at(pivot / size, i);
   Reduce(row, size);
   const int64_t head = row[pivot % size];
+  int64_t columnSum = 0, rowSum = 0;
   for (int i = 0; i < size; ++i) {
     column[i] = weights.at(i, pivot % size) / head;
     for (int j = 0; j < size; ++j) {
       if (column[i] * row[j] != weights.at(i, j)) return false;
     }
-  }
-  const int64_t factor = Reduce(column, size);
-  int64_t columnSum = 0, rowSum = 0;
-  for (int i = 0; i < size; ++i) {
-    row[i] *= factor;
     columnSum += std::abs(column[i]);
     rowSum += std::abs(row[i]);
   }
-  if (255 * columnSum > INT16_MAX || rowSum > INT16_MAX) return false;
-  if (255 * columnSum * rowSum > INT32_MAX) return false;
+  if (columnSum > INT16_MAX || 255 * columnSum * rowSum > INT32_MAX) return false;
   std::copy_n(column, size, factors.column);
   std::copy_n(row, size, factors.row);
-  return true;
+  return AreSmall(factors.row, size);
 }
 
-void ConvolveSeparably(const Walk& walk, const Factors& factors, int64_t divisor) {
-  auto sums = Buffer<int16_t>::Zeroed(static_cast<size_t>(walk.columns) + kLeastColumns);
-  if (!sums) return;
-  TermList across;
-  across.AddRow(0, walk.size, [&](int column) { return factors.row[column]; });
-  const WordTerms terms = across.On([&](int) { return sums.data(); });
-  const WordQuotient quotient = LongQuotientBy(divisor);
-  walk.ForEachRow(walk.size, [&](const SourceRows& rows, int y, uint8_t* out) {
-    ColumnTerm down[kLargestSize];
-    for (int i = 0; i < walk.size; ++i) {
-      down[i] = {rows[y - walk.size / 2 + i], static_cast<int16_t>(factors.column[i])};
-    }
-    walk.kernels.ColumnSums(down, walk.size, walk.columns, sums.data());
-    walk.kernels.WordSums(terms, {}, quotient, walk.longCount, out);
-  });
+void ConvolveSeparably(const Kernels& kernels, const Walk& walk, const Factors& factors,
+                       const PairQuotient& quotient) {
+  const auto weightIn = [&](const int* weights) {
+    return [=, size = walk.size](int i) { return i >= 0 && i < size ? weights[i] : 0; };
+  };
+  ByteTermList upperRow, lowerRow;
+  upperRow.AddRow(0, walk.size, weightIn(factors.row));
+  lowerRow.AddRow(0, walk.size, weightIn(factors.row));
+  PairTermList down, none;
+  down.AddColumn(0, walk.size, weightIn(factors.column));
+  FilterPairs(
+      kernels, walk,
+      [&](const uint8_t* upper, const uint8_t* lower, int16_t* pair) {
+        kernels.convolution.PairByteSums(upperRow.On([=](int) { return upper; }),
+                                         lowerRow.On([=](int) { return lower; }), upperRow.count,
+                                         walk.longCount, pair);
+      },
+      down, none, quotient);
 }
 
 // Every weight is low + 65536 * high, low and high of 16 bits with sign. The largest weights have a
 // high half of 32768, which goes into two terms.
-void ConvolveWords(const Walk& walk, const Weights& weights, int64_t divisor) {
-  TermList low, high;
+void ConvolveWords(const Kernels& kernels, const Walk& walk, const Weights& weights,
+                   const PairQuotient& quotient) {
+  PairTermList low, high;
   const auto lowHalf = [](int weight) { return static_cast<int16_t>(weight); };
   const auto highHalf = [&](int weight) {
     return static_cast<int>((static_cast<int64_t>(weight) - lowHalf(weight)) >> 16);
   };
-  for (int row = 0; row < walk.size; ++row) {
-    const auto weightAt = [&](int column) { return weights.at(row, column); };
-    low.AddRow(row, walk.size, [&](int column) { return lowHalf(weightAt(column)); });
-    high.AddRow(row, walk.size,
-                [&](int column) { return std::min(highHalf(weightAt(column)), INT16_MAX); });
-    high.AddRow(row, walk.size,
-                [&](int column) { return std::max(highHalf(weightAt(column)) - INT16_MAX, 0); });
+  for (int column = 0; column < walk.size; ++column) {
+    const auto weightAt = [&](int row) { return weights.at(row, column); };
+    low.AddColumn(column, walk.size, [&](int row) { return lowHalf(weightAt(row)); });
+    high.AddColumn(column, walk.size,
+                   [&](int row) { return std::min(highHalf(weightAt(row)), INT16_MAX); });
+    high.AddColumn(column, walk.size,
+                   [&](int row) { return std::max(highHalf(weightAt(row)) - INT16_MAX, 0); });
   }
-  const auto pitch = static_cast<size_t>(walk.columns) + kLeastColumns;
-  auto ring = Buffer<int16_t>::Zeroed(pitch * static_cast<size_t>(walk.size));
-  if (!ring) return;
-  const auto widened = [&](int y) {
-    return ring.data() + static_cast<size_t>(y % walk.size) * pitch;
-  };
-  const WordQuotient quotient = LongQuotientBy(divisor);
-  int read = 0;
-  walk.ForEachRow(walk.size, [&](const SourceRows& rows, int y, uint8_t* out) {
-    const int radius = walk.size / 2;
-    for (; read <= y + radius; ++read) {
-      const ColumnTerm copy = {rows[read], 1};
-      walk.kernels.ColumnSums(&copy, 1, walk.columns, widened(read));
-    }
-    const auto row = [&](int i) { return widened(y - radius + i); };
-    walk.kernels.WordSums(low.On(row), high.On(row), quotient, walk.longCount, out);
-  });
+  low.FillUp();
+  FilterPairs(
+      kernels, walk,
+      [&](const uint8_t* upper, const uint8_t* lower, int16_t* pair) {
+        kernels.convolution.PairPixels(upper, lower, walk.columns, pair);
+      },
+      low, high, quotient);
 }
 
 }  // namespace
@@ -260,21 +341,33 @@ void ConvolveWords(const Walk& walk, const Weights& weights, int64_t divisor) {
 void Convolve(const Kernels& kernels, const GreyImage& source, GreyImage& result, const int* values,
               int size) {
   if (source.width < size || source.height < size) return CopyUnchanged(source, result);
-  const Walk walk(kernels, source, result, size);
-  const Weights weights = {values, size};
-  const int64_t sum = std::accumulate(values, values + size * size, int64_t{0});
+  const int cells = size * size;
+  int64_t longValues[kLargestSize * kLargestSize];
+  std::copy_n(values, cells, longValues);
+  int64_t sum = std::accumulate(longValues, longValues + cells, int64_t{0});
+  // What divides all weights divides their sum. Where the sum is not the divisor, it stays.
+  if (sum > 0) sum /= Reduce(longValues, cells);
   const int64_t divisor = std::max<int64_t>(sum, 1);
+  int reduced[kLargestSize * kLargestSize];
+  int64_t magnitude = 0;
+  for (int i = 0; i < cells; ++i) {
+    reduced[i] = static_cast<int>(longValues[i]);
+    magnitude += std::abs(longValues[i]);
+  }
+  const Walk walk(source, result, size);
+  const Weights weights = {reduced, size};
+  const PairQuotient quotient = PairQuotientBy(divisor, magnitude);
+  const bool small = AreSmall(reduced, cells);
   Factors factors;
-  const bool small = AreSmall(weights);
   // Below seven columns the products of bytes are fewer than those of the detour.
   if (small && size < 7) {
-    ConvolveBytes(walk, weights, static_cast<int>(divisor));
+    ConvolveBytes(kernels, walk, weights, static_cast<int>(divisor));
   } else if (Separate(weights, factors)) {
-    ConvolveSeparably(walk, factors, divisor);
+    ConvolveSeparably(kernels, walk, factors, quotient);
   } else if (small) {
-    ConvolveBytes(walk, weights, static_cast<int>(divisor));
+    ConvolveBytes(kernels, walk, weights, static_cast<int>(divisor));
   } else {
-    ConvolveWords(walk, weights, divisor);
+    ConvolveWords(kernels, walk, weights, quotient);
   }
 }
 

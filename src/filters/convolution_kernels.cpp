@@ -9,8 +9,10 @@ namespace {
 constexpr int kBlock = kVectorBytes;  // columns at a time
 constexpr int kLanes = kBlock / 2;
 constexpr int kQuarter = kBlock / 4;
+using Bytes = U8<kBlock>;
 using Words = I16<kLanes>;
 using Longs = I32<kQuarter>;
+using Floats = F32<kQuarter>;
 
 // Calls body(blocks, x) for kMost blocks at a time, so that weights are loaded once for them, then
 // for one; the last overlaps the one before.
@@ -25,72 +27,195 @@ QUILLON_INLINE void ForEachBlocks(int count, const Body& body) {
   if (x < count) body(std::integral_constant<int, 1>{}, count - kBlock);
 }
 
-// ---- small weights ------------------------------------------------------------------------------
-
-QUILLON_INLINE U16<kLanes> Quotient(Words sum, const ByteQuotient& quotient) {
-  const auto twice = BitCast<U16<kLanes>>(Max(sum, Words{})) << 1;
-  const auto value = MulHigh(twice, Splat<uint16_t, kLanes>(quotient.factor)) >> quotient.shift;
-  // As signed lanes: they are below 32768, and the floor has no other minimum.
-  return BitCast<U16<kLanes>>(Min(BitCast<Words>(value), Words{} + 255));
+// A vector that is used twice: the compiler would load it twice.
+template <class V>
+QUILLON_INLINE V LoadOnce(V v) {
+  asm("" : "+v"(v));
+  return v;
 }
 
-void ByteSums(const ByteTerm* terms, int termCount, const ByteQuotient& quotient, int count,
-              uint8_t* out) {
-  ForEachBlocks<4>(count, [&](auto blocks, int x) {
-    Words even[blocks] = {}, odd[blocks] = {};
-    for (int t = 0; t < termCount; ++t) {
-      const ByteTerm& term = terms[t];
-      const auto evenWeights = BitCast<I8<kBlock>>(Splat<uint32_t, kQuarter>(term.even));
-      const auto oddWeights = BitCast<I8<kBlock>>(Splat<uint32_t, kQuarter>(term.odd));
-      for (int i = 0; i < blocks; ++i) {
-        const auto pixels = Load<uint8_t, kBlock>(term.from + x + i * kBlock);
-        even[i] += DotBytePairs(pixels, evenWeights);
-        odd[i] += DotBytePairs(pixels, oddWeights);
-      }
-    }
-    for (int i = 0; i < blocks; ++i) {
-      Store(out + x + i * kBlock,
-            MergeBytes(Quotient(even[i], quotient), Quotient(odd[i], quotient)));
-    }
-  });
-}
+// ---- sums of bytes ------------------------------------------------------------------------------
 
-// ---- larger weights -----------------------------------------------------------------------------
-
-// Sums of the windows at even and at odd places of a vector of columns.
-struct WordPairs {
-  Longs even, odd;
-};
-
-// Adds the terms to the sums of `kVectors` vectors from column x on; weights are loaded once for
-// all of them.
-template <int kVectors>
-QUILLON_INLINE void SumTerms(const WordTerms& list, int x, WordPairs* sums) {
-  for (int t = 0; t < list.count; ++t) {
-    const int16_t* from = list.terms[t].from + x;
-    const auto weights = BitCast<Words>(Splat<uint32_t, kQuarter>(list.terms[t].weights));
-    for (int i = 0; i < kVectors; ++i) {
-      sums[i].even += DotPairs(Load<int16_t, kLanes>(from + i * kLanes), weights);
-      sums[i].odd += DotPairs(Load<int16_t, kLanes>(from + i * kLanes + 1), weights);
+template <int kBlocks>
+QUILLON_INLINE void SumBytes(const ByteTerm* terms, int termCount, int x, Words* even, Words* odd) {
+  for (int t = 0; t < termCount; ++t) {
+    const ByteTerm& term = terms[t];
+    const auto evenWeights = BitCast<I8<kBlock>>(Splat<uint32_t, kQuarter>(term.even));
+    const auto oddWeights = BitCast<I8<kBlock>>(Splat<uint32_t, kQuarter>(term.odd));
+    for (int i = 0; i < kBlocks; ++i) {
+      const auto pixels = LoadOnce(Load<uint8_t, kBlock>(term.from + x + i * kBlock));
+      even[i] += DotBytePairs(pixels, evenWeights);
+      odd[i] += DotBytePairs(pixels, oddWeights);
     }
   }
 }
 
-// Values at even and at odd places, all of 0 ... 255, as 16-bit lanes.
-QUILLON_INLINE U16<kLanes> MergeWords(Longs even, Longs odd) {
-  return BitCast<U16<kLanes>>(even | odd << 16);
+#if QUILLON_AVX2
+constexpr struct {
+  alignas(64) uint8_t places[64] = {0, 8, 1, 9, 2, 10, 3, 11, 4, 12, 5, 13, 6, 14, 7, 15,
+                                    0, 8, 1, 9, 2, 10, 3, 11, 4, 12, 5, 13, 6, 14, 7, 15,
+                                    0, 8, 1, 9, 2, 10, 3, 11, 4, 12, 5, 13, 6, 14, 7, 15,
+                                    0, 8, 1, 9, 2, 10, 3, 11, 4, 12, 5, 13, 6, 14, 7, 15};
+} kInterleaved;
+#endif
+
+QUILLON_INLINE Words HighProduct(Words a, Words b) {
+#if QUILLON_AVX512
+  return BitCast<Words>(_mm512_mulhi_epi16(BitCast<__m512i>(a), BitCast<__m512i>(b)));
+#elif QUILLON_AVX2
+  return BitCast<Words>(_mm256_mulhi_epi16(BitCast<__m256i>(a), BitCast<__m256i>(b)));
+#else
+  return BitCast<Words>(_mm_mulhi_epi16(BitCast<__m128i>(a), BitCast<__m128i>(b)));
+#endif
 }
 
-// Sums beyond 2^24 lose their last bits in a float, but their quotients lie far above 255.
-QUILLON_INLINE Longs ShortQuotient(Longs sum, float reciprocal) {
-  using Floats = F32<kQuarter>;
-  const Floats value = Convert<float, kQuarter>(sum) * reciprocal;
-  return Convert<int32_t, kQuarter>(Min(Max(value, Floats{}), Floats{} + 255.0f));
+// The lanes in turn, as bytes clamped to 0 ... 255: packed within 16 bytes, even places first, and
+// then ordered there.
+QUILLON_INLINE Bytes MergeClamped(Words even, Words odd) {
+#if QUILLON_AVX512
+  const __m512i order = BitCast<__m512i>(Load<uint8_t, 64>(kInterleaved.places));
+  const __m512i packed = _mm512_packus_epi16(BitCast<__m512i>(even), BitCast<__m512i>(odd));
+  return BitCast<Bytes>(_mm512_shuffle_epi8(packed, order));
+#elif QUILLON_AVX2
+  const __m256i order = BitCast<__m256i>(Load<uint8_t, 32>(kInterleaved.places));
+  const __m256i packed = _mm256_packus_epi16(BitCast<__m256i>(even), BitCast<__m256i>(odd));
+  return BitCast<Bytes>(_mm256_shuffle_epi8(packed, order));
+#else
+  const __m128i packed = _mm_packus_epi16(BitCast<__m128i>(even), BitCast<__m128i>(odd));
+  return BitCast<Bytes>(_mm_unpacklo_epi8(packed, _mm_srli_si128(packed, 8)));
+#endif
 }
 
-// In doubles the sums, below 2^45, are exact. Half a unit more keeps the quotient at least
+template <bool kScaled>
+void ScaledByteSums(const ByteTerm* terms, int termCount, const ByteQuotient& given, int count,
+                    uint8_t* out) {
+  const ByteQuotient quotient = given;
+  const Words bias = Splat<int16_t, kLanes>(quotient.bias);
+  const Words factor = Splat<int16_t, kLanes>(quotient.factor);
+  const auto quotientOf = [&](Words sum) {
+    return (kScaled ? HighProduct(sum, factor) : sum) >> quotient.shift;
+  };
+  ForEachBlocks<4>(count, [&](auto blocks, int x) {
+    Words even[blocks], odd[blocks];
+    for (int i = 0; i < blocks; ++i) even[i] = odd[i] = bias;
+    SumBytes<blocks>(terms, termCount, x, even, odd);
+    for (int i = 0; i < blocks; ++i) {
+      Store(out + x + i * kBlock, MergeClamped(quotientOf(even[i]), quotientOf(odd[i])));
+    }
+  });
+}
+
+void ByteSums(const ByteTerm* terms, int termCount, const ByteQuotient& quotient, int count,
+              uint8_t* out) {
+  (quotient.factor ? ScaledByteSums<true> : ScaledByteSums<false>)(terms, termCount, quotient,
+                                                                   count, out);
+}
+
+// ---- pairs of rows ------------------------------------------------------------------------------
+
+// The lanes of a and b in turn: a[0] b[0] a[1] b[1] ..., the first or the second half of them.
+template <int kFirst, class V, int... kLane>
+QUILLON_INLINE V Zip(V a, V b, std::integer_sequence<int, kLane...>) {
+  constexpr int n = sizeof...(kLane);
+  return __builtin_shufflevector(a, b, (kFirst + kLane / 2 + kLane % 2 * n)...);
+}
+template <class V>
+QUILLON_INLINE V ZipLow(V a, V b) {
+  return Zip<0>(a, b, std::make_integer_sequence<int, sizeof(V) / sizeof(a[0])>{});
+}
+template <class V>
+QUILLON_INLINE V ZipHigh(V a, V b) {
+  constexpr int n = sizeof(V) / sizeof(a[0]);
+  return Zip<n / 2>(a, b, std::make_integer_sequence<int, n>{});
+}
+
+void PairPixels(const uint8_t* upper, const uint8_t* lower, int count, int16_t* pairs) {
+  ForEachBlocks<1>(count, [&](auto, int first) {
+    for (int x = first; x < first + kBlock; x += kLanes) {
+      const Words a = LoadWidened<kLanes>(upper + x), b = LoadWidened<kLanes>(lower + x);
+      Store(pairs + 2 * x, ZipLow(a, b));
+      Store(pairs + 2 * x + kLanes, ZipHigh(a, b));
+    }
+  });
+}
+
+void PairByteSums(const ByteTerm* upper, const ByteTerm* lower, int termCount, int count,
+                  int16_t* pairs) {
+  ForEachBlocks<2>(count, [&](auto blocks, int x) {
+    Words upperEven[blocks] = {}, upperOdd[blocks] = {}, lowerEven[blocks] = {},
+          lowerOdd[blocks] = {};
+    SumBytes<blocks>(upper, termCount, x, upperEven, upperOdd);
+    SumBytes<blocks>(lower, termCount, x, lowerEven, lowerOdd);
+    for (int i = 0; i < blocks; ++i) {
+      int16_t* to = pairs + 2 * (x + i * kBlock);
+      const auto store = [&](int from, Words even, Words odd) {
+        const auto evenPairs = BitCast<Longs>(even), oddPairs = BitCast<Longs>(odd);
+        Store(to + from, BitCast<Words>(ZipLow(evenPairs, oddPairs)));
+        Store(to + from + kLanes, BitCast<Words>(ZipHigh(evenPairs, oddPairs)));
+      };
+      store(0, ZipLow(upperEven[i], lowerEven[i]), ZipLow(upperOdd[i], lowerOdd[i]));
+      store(2 * kLanes, ZipHigh(upperEven[i], lowerEven[i]), ZipHigh(upperOdd[i], lowerOdd[i]));
+    }
+  });
+}
+
+QUILLON_INLINE Longs AddDotPairs(Longs sum, Words a, Words b) {
+#if QUILLON_AVX512
+  return BitCast<Longs>(
+      _mm512_dpwssd_epi32(BitCast<__m512i>(sum), BitCast<__m512i>(a), BitCast<__m512i>(b)));
+#else
+  return sum + DotPairs(a, b);
+#endif
+}
+
+// The sums of a block of columns in both result rows. There is at least one term.
+QUILLON_INLINE void SumPairs(const PairTerms& list, int x, Longs (&first)[4], Longs (&second)[4]) {
+  const auto forTerm = [&](const PairTerm& term, const auto& take) {
+    const int16_t* from = term.from + 2 * x;
+    const auto firstWeights = BitCast<Words>(Splat<uint32_t, kQuarter>(term.first));
+    const auto secondWeights = BitCast<Words>(Splat<uint32_t, kQuarter>(term.second));
+    for (int i = 0; i < 4; ++i) {
+      const auto pairs = LoadOnce(Load<int16_t, kLanes>(from + i * kLanes));
+      take(first[i], pairs, firstWeights);
+      take(second[i], pairs, secondWeights);
+    }
+  };
+  forTerm(list.terms[0], [](Longs& sum, Words pairs, Words w) { sum = DotPairs(pairs, w); });
+  for (int t = 1; t < list.count; ++t) {
+    forTerm(list.terms[t],
+            [](Longs& sum, Words pairs, Words w) { sum = AddDotPairs(sum, pairs, w); });
+  }
+}
+
+// Clamps to 0 ... 255 on the way.
+QUILLON_INLINE Bytes PackBytes(const Longs (&values)[4]) {
+#if QUILLON_AVX512
+  const auto in = [&](int i) { return BitCast<__m512i>(values[i]); };
+  const auto mixed = BitCast<Longs>(
+      _mm512_packus_epi16(_mm512_packs_epi32(in(0), in(1)), _mm512_packs_epi32(in(2), in(3))));
+  return BitCast<Bytes>(
+      __builtin_shufflevector(mixed, mixed, 0, 4, 8, 12, 1, 5, 9, 13, 2, 6, 10, 14, 3, 7, 11, 15));
+#elif QUILLON_AVX2
+  const auto in = [&](int i) { return BitCast<__m256i>(values[i]); };
+  const auto mixed = BitCast<Longs>(
+      _mm256_packus_epi16(_mm256_packs_epi32(in(0), in(1)), _mm256_packs_epi32(in(2), in(3))));
+  return BitCast<Bytes>(__builtin_shufflevector(mixed, mixed, 0, 4, 1, 5, 2, 6, 3, 7));
+#else
+  const auto in = [&](int i) { return BitCast<__m128i>(values[i]); };
+  return BitCast<Bytes>(
+      _mm_packus_epi16(_mm_packs_epi32(in(0), in(1)), _mm_packs_epi32(in(2), in(3))));
+#endif
+}
+
+// The estimate is the quotient or one less.
+QUILLON_INLINE Longs Corrected(Longs estimate, Longs sum, int32_t divisor) {
+  const Longs rest = sum - estimate * divisor;
+  return estimate - (rest > divisor - 1);
+}
+
+// Below 2^53 sums are exact in doubles. Half a unit more keeps the quotient at least
 // 1 / (2 * divisor), that is 2^-38, away from the next integers; its error is below 2^-43.
-QUILLON_INLINE Longs LongQuotient(Longs low, Longs high, double reciprocal) {
+QUILLON_INLINE Longs DoubleQuotient(Longs low, Longs high, double reciprocal) {
   constexpr int kHalf = kQuarter / 2;
   using Doubles = F64<kHalf>;
   const auto quotient = [&](auto lowHalf, auto highHalf) {
@@ -104,58 +229,69 @@ QUILLON_INLINE Longs LongQuotient(Longs low, Longs high, double reciprocal) {
   return Join(Convert<int32_t, kHalf>(first), Convert<int32_t, kHalf>(second));
 }
 
-void ShortWordSums(const WordTerms& terms, float reciprocal, int count, uint8_t* out) {
-  ForEachBlocks<2>(count, [&](auto blocks, int x) {
-    WordPairs sums[2 * blocks] = {};
-    SumTerms<2 * blocks>(terms, x, sums);
-    const auto words = [&](const WordPairs& sum) {
-      return MergeWords(ShortQuotient(sum.even, reciprocal), ShortQuotient(sum.odd, reciprocal));
-    };
-    for (int i = 0; i < blocks; ++i) {
-      Store(out + x + i * kBlock, PackLanes(words(sums[2 * i]), words(sums[2 * i + 1])));
-    }
-  });
-}
-
-void LongWordSums(const WordTerms& low, const WordTerms& high, double reciprocal, int count,
-                  uint8_t* out) {
-  ForEachBlocks<1>(count, [&](auto, int x) {
-    WordPairs lower[2] = {}, upper[2] = {};
-    SumTerms<2>(low, x, lower);
-    SumTerms<2>(high, x, upper);
-    const auto words = [&](int i) {
-      return MergeWords(LongQuotient(lower[i].even, upper[i].even, reciprocal),
-                        LongQuotient(lower[i].odd, upper[i].odd, reciprocal));
-    };
-    Store(out + x, PackLanes(words(0), words(1)));
-  });
-}
-
-void WordSums(const WordTerms& low, const WordTerms& high, const WordQuotient& quotient, int count,
-              uint8_t* out) {
-  if (high.count == 0 && quotient.divisor <= kLargestFloatDivisor) {
-    ShortWordSums(low, quotient.shortReciprocal, count, out);
+template <PairQuotient::Way kWay>
+QUILLON_INLINE Longs QuotientOf(Longs low, Longs high, const PairQuotient& quotient) {
+  if constexpr (kWay == PairQuotient::kDouble) {
+    return DoubleQuotient(low, high, quotient.doubleReciprocal);
   } else {
-    LongWordSums(low, high, quotient.reciprocal, count, out);
+    const Longs sum = low + (high << 16);  // modulo 2^32
+    if constexpr (kWay == PairQuotient::kShift) return sum >> quotient.shift;
+    if constexpr (kWay == PairQuotient::kLong) {
+      const Floats approximate =
+          Convert<float, kQuarter>(low) + Convert<float, kQuarter>(high) * 65536.0f;
+      const Floats estimate = approximate * quotient.reciprocal - 0.25f;
+      return Corrected(Convert<int32_t, kQuarter>(estimate), sum, quotient.divisor);
+    }
+    const auto estimate =
+        Convert<int32_t, kQuarter>(Convert<float, kQuarter>(sum) * quotient.reciprocal);
+    if constexpr (kWay == PairQuotient::kFloat) return estimate;
+    return Corrected(estimate, sum, quotient.divisor);
   }
 }
 
-void ColumnSums(const ColumnTerm* terms, int termCount, int count, int16_t* sums) {
-  ForEachBlocks<4>(count, [&](auto blocks, int x) {
-    Words sum[2 * blocks] = {};
-    for (int t = 0; t < termCount; ++t) {
-      const uint8_t* from = terms[t].from + x;
-      const int16_t weight = terms[t].weight;
-      for (int i = 0; i < 2 * blocks; ++i)
-        sum[i] += LoadWidened<kLanes>(from + i * kLanes) * weight;
+template <PairQuotient::Way kWay, bool kHigh>
+void PairSumsBy(const PairTerms& givenLow, const PairTerms& givenHigh, const PairQuotient& given,
+                int count, uint8_t* const* givenOut) {
+  const PairTerms lowTerms = givenLow, highTerms = givenHigh;
+  const PairQuotient quotient = given;
+  uint8_t* const out[2] = {givenOut[0], givenOut[1]};
+  ForEachBlocks<1>(count, [&](auto, int x) {
+    Longs low[2][4], high[2][4] = {};
+    SumPairs(lowTerms, x, low[0], low[1]);
+    if constexpr (kHigh) SumPairs(highTerms, x, high[0], high[1]);
+    for (int row = 0; row < 2; ++row) {
+      for (int i = 0; i < 4; ++i) {
+        low[row][i] = QuotientOf<kWay>(low[row][i], high[row][i], quotient);
+      }
+      Store(out[row] + x, PackBytes(low[row]));
     }
-    for (int i = 0; i < 2 * blocks; ++i) Store(sums + x + i * kLanes, sum[i]);
   });
+}
+
+void PairSums(const PairTerms& low, const PairTerms& high, const PairQuotient& quotient, int count,
+              uint8_t* const* out) {
+  using Q = PairQuotient;
+  const bool hasHigh = high.count > 0;
+  const auto by = [&](auto sums) { sums(low, high, quotient, count, out); };
+  switch (quotient.way) {
+    case Q::kShift:
+      return by(hasHigh ? PairSumsBy<Q::kShift, true> : PairSumsBy<Q::kShift, false>);
+    case Q::kFloat:
+      return by(hasHigh ? PairSumsBy<Q::kFloat, true> : PairSumsBy<Q::kFloat, false>);
+    case Q::kCorrected:
+      return by(hasHigh ? PairSumsBy<Q::kCorrected, true> : PairSumsBy<Q::kCorrected, false>);
+    case Q::kLong:
+      return by(PairSumsBy<Q::kLong, true>);
+    case Q::kDouble:
+      return by(PairSumsBy<Q::kDouble, true>);
+  }
 }
 
 }  // namespace
 
-const ConvolutionKernels convolution = {
-    .ByteSums = ByteSums, .WordSums = WordSums, .ColumnSums = ColumnSums};
+const ConvolutionKernels convolution = {.ByteSums = ByteSums,
+                                        .PairPixels = PairPixels,
+                                        .PairByteSums = PairByteSums,
+                                        .PairSums = PairSums};
 
 }  // namespace quillon::QUILLON_LEVEL

@@ -18,48 +18,55 @@ struct ByteTerm {
   uint32_t even, odd;
 };
 
-// max(sum, 0) * 2 * factor >> 16 >> shift
+// A sum of 16 bits with sign becomes ((sum + bias) * factor >> 16) >> shift, or sum >> shift where
+// the factor is 0.
 struct ByteQuotient {
-  uint16_t factor;
+  int16_t bias, factor;
   int shift;
 };
 
-// Two columns of 16 bits; the first one's weight in the lower half.
-struct WordTerm {
+// A column of pixels of two rows, in turn, and its weights in the windows of two result rows: the
+// upper pixel's weight in the lower half.
+struct PairTerm {
   const int16_t* from;
-  uint32_t weights;
+  uint32_t first, second;
 };
 
-struct WordTerms {
-  const WordTerm* terms;
+struct PairTerms {
+  const PairTerm* terms;
   int count;
 };
 
-// low + 65536 * high, divided by the divisor. Where the high terms are none and the divisor is at
-// most kLargestFloatDivisor, `shortReciprocal` is used, a little more than its reciprocal.
-struct WordQuotient {
-  int64_t divisor;
-  float shortReciprocal;
-  double reciprocal;
-};
-constexpr int kLargestFloatDivisor = 8192;
+// How sums of low + 65536 * high terms become pixels.
+struct PairQuotient {
+  enum Way {
+    kShift,      // sum >> shift
+    kFloat,      // truncated product with the reciprocal, which is a little too large
+    kCorrected,  // the same with one a little too small, and then compared with the divisor
+    kLong,       // kCorrected for sums beyond 32 bits
+    kDouble,     // the same in double
+  };
 
-// One column of bytes.
-struct ColumnTerm {
-  const uint8_t* from;
-  int16_t weight;
+  Way way;
+  int32_t divisor;
+  int shift;
+  float reciprocal;
+  double doubleReciprocal;
 };
 
 struct ConvolutionKernels {
   // out[x] = the quotient of the terms' sum, clamped to 0 ... 255. All partial sums fit 16 bits.
   void (*ByteSums)(const ByteTerm* terms, int termCount, const ByteQuotient& quotient, int count,
                    uint8_t* out);
-  // The same; the sums of low and of high terms each fit 32 bits. Columns can be read up to
-  // kLeastColumns beyond the last.
-  void (*WordSums)(const WordTerms& low, const WordTerms& high, const WordQuotient& quotient,
-                   int count, uint8_t* out);
-  // sums[x] = the terms' sum, which fits 16 bits.
-  void (*ColumnSums)(const ColumnTerm* terms, int termCount, int count, int16_t* sums);
+  // pairs[2 x] = upper[x], pairs[2 x + 1] = lower[x]
+  void (*PairPixels)(const uint8_t* upper, const uint8_t* lower, int count, int16_t* pairs);
+  // The same with the terms' sums instead of pixels.
+  void (*PairByteSums)(const ByteTerm* upper, const ByteTerm* lower, int termCount, int count,
+                       int16_t* pairs);
+  // Two rows of quotients, clamped to 0 ... 255. There is a low term, and high ones where the way
+  // is kLong or kDouble; otherwise all sums fit 32 bits, and the sums of either always do.
+  void (*PairSums)(const PairTerms& low, const PairTerms& high, const PairQuotient& quotient,
+                   int count, uint8_t* const out[2]);
 };
 
 QUILLON_KERNELS(ConvolutionKernels, convolution)
