@@ -36,6 +36,7 @@ extern const Family kColourSpaces;
 extern const Family kFlatField;
 extern const Family kLens;
 extern const Family kTemplateMatching;
+extern const Family kRecipes;
 extern const Family kGeneral;
 
 // All of them, in the order in which help and list show them.

@@ -13,6 +13,7 @@ std::span<const Family* const> Families() {
       &kBlobs,
       &kTemplateMatching,
       &kEdgeMatching,
+      &kRecipes,
       &kSample,
       &kColourSpaces,
       &kFlatField,

@@ -13,9 +13,15 @@ int main(int argc, char** argv) {
   app.require_subcommand(1);
   for (const Family* family : Families()) family->addCommands(app);
   try {
-    app.parse(argc, argv);
+    constexpr int kNotAllPassed = 3;
+    int code = 0;
+    try {
+      app.parse(argc, argv);
+    } catch (const NotAllPassed&) {
+      code = kNotAllPassed;
+    }
     if (!std::cout.flush()) throw Failure("cannot write to standard output");
-    return 0;
+    return code;
   } catch (const CLI::ParseError& error) {
     constexpr int kUsage = 2;
     if (app.get_subcommands().empty() && app.remaining_size() > 0) {

@@ -1,0 +1,193 @@
+// quillon run RECIPE IMAGE...: inspects images by a recipe. quillon recipe: checks recipes, and
+// says what they can be made of.
+#include <algorithm>
+#include <filesystem>
+#include <iostream>
+#include <memory>
+#include <optional>
+#include <thread>
+
+#include "commands.h"
+#include "errors.h"
+#include "options.h"
+#include "progress.h"
+#include "recipe/results.h"
+#include "recipe/runner.h"
+#include "recipe/schema.h"
+
+namespace quillon::app {
+namespace {
+
+using namespace recipe;
+namespace fs = std::filesystem;
+
+struct Options {
+  std::string recipe;
+  std::vector<std::string> images;
+  int jobs = 0;
+  std::string folder;  // empty: nothing is written
+  bool resume = false, overwrite = false;
+  bool json = false, csv = false;
+};
+
+bool IsImageName(const fs::path& path) {
+  std::string ending = path.extension().string();
+  std::transform(ending.begin(), ending.end(), ending.begin(),
+                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  const auto known = {".png", ".jpg", ".jpeg", ".bmp", ".pgm"};
+  return std::find(known.begin(), known.end(), ending) != known.end();
+}
+
+// Files as they are given, folders as the images in them, by name.
+std::vector<std::string> ListImages(const std::vector<std::string>& given) {
+  std::vector<std::string> images;
+  for (const std::string& path : given) {
+    std::error_code error;
+    if (!fs::is_directory(path, error)) {
+      images.push_back(path);
+      continue;
+    }
+    std::vector<std::string> found;
+    for (auto entry = fs::directory_iterator(path, error);
+         !error && entry != fs::directory_iterator(); entry.increment(error)) {
+      if (!entry->is_directory() && IsImageName(entry->path())) {
+        found.push_back(entry->path().generic_string());
+      }
+    }
+    if (error) throw Failure("cannot read folder '" + path + "': " + error.message());
+    if (found.empty()) {
+      throw Failure("there is no image in folder '" + path + "' (PNG, JPEG, BMP, PGM)");
+    }
+    std::sort(found.begin(), found.end());
+    images.insert(images.end(), found.begin(), found.end());
+  }
+  return images;
+}
+
+std::string FolderOf(const std::string& path) { return fs::path(path).parent_path().string(); }
+
+size_t JobsOf(const Options& options, size_t images) {
+  const size_t wanted = options.jobs > 0 ? static_cast<size_t>(options.jobs)
+                                         : std::max(1u, std::thread::hardware_concurrency());
+  return std::clamp<size_t>(wanted, 1, std::max<size_t>(1, images));
+}
+
+std::optional<ResultsFile> OpenResults(const Options& options, const Recipe& recipe,
+                                       const std::vector<std::string>& images,
+                                       std::vector<Record>& done) {
+  if (options.folder.empty()) return {};
+  std::error_code error;
+  fs::create_directories(options.folder, error);
+  if (error) throw Failure("cannot make folder '" + options.folder + "': " + error.message());
+  const std::string path = (fs::path(options.folder) / "results.jsonl").generic_string();
+  const std::string fingerprint = Fingerprint(recipe, FolderOf(options.recipe));
+  if (options.overwrite) fs::remove(path, error);
+  if (options.resume) return ResultsFile::Resume(path, recipe, fingerprint, images, done);
+  return ResultsFile::Begin(path, recipe, fingerprint);
+}
+
+void PrintSummary(const Recipe& recipe, const std::vector<Record>& records,
+                  const Options& options) {
+  const Findings findings = ToFindings(recipe, records);
+  if (options.csv) PrintCsv(findings, std::cout);
+  if (!options.csv && !options.json) PrintText(findings, std::cout);
+}
+
+void Run(const Options& options) {
+  const Recipe recipe = ReadRecipe(options.recipe);
+  const std::vector<std::string> images = ListImages(options.images);
+  std::vector<std::unique_ptr<Inspector>> inspectors;
+  for (size_t i = JobsOf(options, images.size()); i > 0; --i) {
+    inspectors.push_back(std::make_unique<Inspector>(recipe, FolderOf(options.recipe)));
+  }
+  std::vector<Record> records;
+  std::optional<ResultsFile> file = OpenResults(options, recipe, images, records);
+  const auto print = [&](const Record& record) {
+    if (options.json) std::cout << ToLine(recipe, record) << '\n' << std::flush;
+  };
+  for (const Record& record : records) print(record);
+
+  bool isWhole = true;
+  {
+    Progress progress("inspecting");
+    const InterruptGuard guard;
+    const int total = static_cast<int>(images.size());
+    progress.Step(static_cast<int>(records.size()), total);
+    isWhole = RunAll({.images = images,
+                      .first = records.size(),
+                      .inspect = [&](Inspector& inspector,
+                                     size_t index) { return inspector.Inspect(images[index]); },
+                      .receive =
+                          [&](size_t index, Record record) {
+                            if (file) file->Append(recipe, record);
+                            print(record);
+                            records.push_back(std::move(record));
+                            progress.Step(static_cast<int>(index + 1), total);
+                          }},
+                     inspectors);
+  }
+  PrintSummary(recipe, records, options);
+  if (!isWhole) {
+    throw Failure("interrupted after " + std::to_string(records.size()) + " of " +
+                  std::to_string(images.size()) + " images" +
+                  (options.folder.empty() ? "" : "; --resume goes on"));
+  }
+  if (Count(records).pass < records.size()) throw NotAllPassed();
+}
+
+void AddRun(CLI::App& app) {
+  auto options = std::make_shared<Options>();
+  CLI::App* command = app.add_subcommand("run", "Inspect images by a recipe of steps and limits");
+  command->add_option("RECIPE", options->recipe, "recipe to read (JSON; docs/recipes.md)")
+      ->required();
+  command->add_option("IMAGE", options->images, "pictures, or folders of pictures")->required();
+  constexpr int kMostJobs = 256;
+  command->add_option("--jobs", options->jobs, "threads (default: one for each processor)")
+      ->check(CLI::Range(1, kMostJobs));
+  CLI::Option* folder = command->add_option("--out", options->folder,
+                                            "folder for results and pages; made if missing");
+  folder->type_name("FOLDER");
+  CLI::Option* resume = command->add_flag("--resume", options->resume,
+                                          "go on with the run whose results are in that folder");
+  resume->needs(folder);
+  command->add_flag("--overwrite", options->overwrite, "begin anew in a folder that holds results")
+      ->needs(folder)
+      ->excludes(resume);
+  CLI::Option* json = command->add_flag(
+      "--json", options->json, "print a line of JSON for each image as soon as it is known");
+  command->add_flag("--csv", options->csv, "print CSV instead of a table")->excludes(json);
+  command->callback([options] { Run(*options); });
+}
+
+void AddRecipe(CLI::App& app) {
+  CLI::App* command = app.add_subcommand("recipe", "Check recipes, and what they are made of");
+  command->require_subcommand(1);
+
+  auto path = std::make_shared<std::string>();
+  CLI::App* check =
+      command->add_subcommand("check", "Say all that is wrong with a recipe and what it names");
+  check->add_option("RECIPE", *path, "recipe to read")->required();
+  check->callback([path] {
+    const Recipe recipe = ReadRecipe(*path);
+    const Inspector inspector(recipe, FolderOf(*path));
+    std::cout << *path << ": " << recipe.steps.size() << " steps, " << recipe.measurements.size()
+              << " measurements\n";
+  });
+
+  command->add_subcommand("schema", "Print the JSON Schema of recipes")->callback([] {
+    std::cout << RecipeSchema().dump(2) << '\n';
+  });
+  command->add_subcommand("operations", "Print the operations and their arguments (Markdown)")
+      ->callback([] { std::cout << OperationsInMarkdown(); });
+}
+
+void AddRecipes(CLI::App& app) {
+  AddRun(app);
+  AddRecipe(app);
+}
+
+}  // namespace
+
+const Family kRecipes = {"recipes", AddRecipes, {}};
+
+}  // namespace quillon::app
