@@ -1,3 +1,15 @@
+# Gives a program or library the second names of one .def file; not for Windows linkers, which read
+# the file themselves.
+function(quillon_second_names target def)
+  file(STRINGS ${def} lines REGEX "^  [A-Za-z0-9_]+ *=")
+  foreach(line IN LISTS lines)
+    string(REGEX MATCHALL "[A-Za-z0-9_]+" words ${line})
+    list(GET words 0 name)
+    list(GET words 1 aliased)
+    target_link_options(${target} PRIVATE "LINKER:--defsym=${name}=${aliased}")
+  endforeach()
+endfunction()
+
 # Gives a shared library the names of one .def file, and no others.
 #
 # A line of the list is NAME, or NAME = TARGET for a second name of one entry point. Windows linkers
@@ -15,11 +27,8 @@ function(quillon_export_names target def)
     string(REGEX MATCHALL "[A-Za-z0-9_]+" words ${line})
     list(GET words 0 name)
     string(APPEND names "    ${name};\n")
-    if(line MATCHES "=")
-      list(GET words 1 aliased)
-      target_link_options(${target} PRIVATE "LINKER:--defsym=${name}=${aliased}")
-    endif()
   endforeach()
+  quillon_second_names(${target} ${def})
   set(script ${CMAKE_CURRENT_BINARY_DIR}/${target}.map)
   file(WRITE ${script} "{\n  global:\n${names}  local: *;\n};\n")
   target_link_options(${target} PRIVATE "LINKER:--version-script=${script}" LINKER:--no-undefined)

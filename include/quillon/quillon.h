@@ -444,7 +444,8 @@ QUILLON_API uint8_t QUILLON_CALL IxCreateCToLab(uint8_t* lightness, uint8_t* a, 
 
 // Converts a picture through the tables of either space: byte k of every pixel of `result`,
 // re-created at the source's size, is the entry of table k. `result` may be the source. Depth:
-// above 8. 1 when done; 0 for a null table or image; not 0, and nothing done, for a grey source.
+// above 8. 1 when done; 0 for a null table or image, or no memory; not 0, and nothing done, for a
+// grey source.
 // IxColorToLab is a second name of the same function.
 QUILLON_API uint8_t QUILLON_CALL IxColorToHSI(const ColourImage* source, ColourImage* result,
                                               const uint8_t* table0, const uint8_t* table1,
@@ -454,7 +455,8 @@ QUILLON_API uint8_t QUILLON_CALL IxColorToLab(const ColourImage* source, ColourI
                                               const uint8_t* table2);
 
 // Copies byte `channel` (0, 1, 2) of every pixel into `result`, re-created at the source's size;
-// with any other channel the new image is all zero. 1, or 0 when the source has no pixels.
+// with any other channel the new image is all zero. 1, or 0 when the source has no pixels or memory
+// is short.
 // IxGetCIELab is a second name of the same function.
 QUILLON_API uint8_t QUILLON_CALL IxGetHSI(const ColourImage* source, GreyImage* result,
                                           int channel);
@@ -550,14 +552,15 @@ QUILLON_API GeoMatchTool* QUILLON_CALL IxCreateGeoTool();
 //                has v >= high, or v >= low and one of its eight neighbours has v >= high
 // The template's reference point is its pixel (width / 2, height / 2). Teaching again replaces the
 // model. Thresholds may be any numbers: the rules hold as they stand.
-// True when the tool holds a model; false, and no model, for null or empty arguments or when memory
-// is short. Depths are not tested: rows are read as `width` bytes.
+// True when the tool holds a model; false, and nothing changes, for null or empty arguments; false,
+// and no model, when memory is short. Depths are not tested: rows are read as `width` bytes.
 QUILLON_API bool QUILLON_CALL IxCreateGeoMatchModel(const GreyImage* image, GeoMatchTool* tool,
                                                     double high, double low);
 
 // Finds the taught template: `position`, two ints, gets the place of its reference point.
 // Result: the template's angle in degrees, from lowestAngle to highestAngle, positive turning
-// clockwise as displayed, when the low byte of angleSearch is not 0; else 0.
+// clockwise as displayed, when the low byte of angleSearch is not 0; else 0. Where the
+// limits are infinite on the wrong side, so is the result.
 //
 //   score at (x, y)  mean over the n model points, in raster order, of
 //                      (model gradient . image gradient) * model inverse magnitude
@@ -687,8 +690,8 @@ QUILLON_API bool QUILLON_CALL IxCreateNCCMatchColorModel_ROI(const ColourImage* 
 //   (sum(I T) - n mean(I) mean(T)) / sqrt(dev(I) dev(T)),  dev(I) = sum(I^2) - n mean(I)^2
 // -1 to 1, masks ignored. 0.0 for a flat image, another size, no pixels, or a tool without a colour
 // model.
-// A flat template gives a value that is not a number or infinite: the only result of this library
-// that may be; test for it when templates come from users.
+// A flat template gives a value that is not a number or infinite: test for it when templates come
+// from users. No other result can be not a number.
 QUILLON_API double QUILLON_CALL IxFindNCCMatchColorModel_ROI(const ColourImage* image,
                                                              const NccTool* tool);
 

@@ -59,9 +59,9 @@ void ScaleImage(const Kernels& kernels, const GreyImage& source, GreyImage& resu
   const int width = ScaledSide(source.width, scaleX), height = ScaledSide(source.height, scaleY);
   if (width == 0 || height == 0) return;
   if (&result == &source) {
-    GreyImage copy;
-    copy.CopyFrom(&source);
-    if (HasPixels(&copy)) ScaleImage(kernels, copy, result, scaleX, scaleY);
+    GreyImage scaled;
+    ScaleImage(kernels, source, scaled, scaleX, scaleY);
+    if (HasPixels(&scaled)) SwapPixels(result, scaled);
     return;
   }
   const auto columns = NearestPlaces(width, source.width, scaleX);

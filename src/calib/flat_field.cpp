@@ -71,7 +71,7 @@ bool LoadFlatFieldTable(GreyImage& image, FlatFieldRegion& region, const char* f
 void ApplyFlatField(const Kernels& kernels, GreyImage& image, const FlatFieldRegion& region) {
   const int xStart = std::max(region.xStart, 0), xEnd = std::min(region.xEnd, image.width);
   const int yStart = std::max(region.yStart, 0), yEnd = std::min(region.yEnd, image.height);
-  if (!image.flatFieldTable || xStart >= xEnd) return;
+  if (!image.flatFieldTable || xStart >= xEnd || yStart >= yEnd) return;
 
   uint8_t corrected[kLevels];
   for (int i = 0; i < kLevels; ++i) corrected[i] = Corrected(i, image.flatFieldTable[i]);

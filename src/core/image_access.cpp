@@ -1,6 +1,7 @@
 #include "core/image_access.h"
 
 #include <cstring>
+#include <utility>
 
 namespace quillon {
 namespace {
@@ -42,6 +43,20 @@ bool RecreateZeroed(CImage<Pixel>& image, int width, int height) {
     std::memset(image.bits, 0, static_cast<size_t>(image.imageSize));
   }
   return HasPixels(&image);
+}
+
+void SwapPixels(GreyImage& a, GreyImage& b) {
+  std::swap(a.bitmap, b.bitmap);
+  std::swap(a.bits, b.bits);
+  std::swap(a.rows, b.rows);
+  std::swap(a.width, b.width);
+  std::swap(a.height, b.height);
+  std::swap(a.bpp, b.bpp);
+  std::swap(a.stride, b.stride);
+  std::swap(a.bytesPerPixel, b.bytesPerPixel);
+  std::swap(a.paletteEntries, b.paletteEntries);
+  std::swap(a.imageSize, b.imageSize);
+  a.memoryDC = b.memoryDC = nullptr;
 }
 
 template bool RecreateForOverwrite(GreyImage&, int, int);

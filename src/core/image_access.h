@@ -27,4 +27,8 @@ bool RecreateForOverwrite(CImage<Pixel>& image, int width, int height);
 template <class Pixel>
 bool RecreateZeroed(CImage<Pixel>& image, int width, int height);
 
+// Exchanges the pixels of two images; calibration and the rest stay. For a result that replaces its
+// own source: where there is no memory for it, the source is still there.
+void SwapPixels(GreyImage& a, GreyImage& b);
+
 }  // namespace quillon

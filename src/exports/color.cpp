@@ -22,14 +22,11 @@ uint8_t IxColorToHSI(const ColourImage* source, ColourImage* result, const uint8
   if (!table0 || !table1 || !table2 || !result) return 0;
   if (source && source->bitmap && source->bpp <= 8) return 1;
   if (!HasPixels(source)) return 0;
-  ConvertByColourTables(BestKernels(), *source, *result, table0, table1, table2);
-  return 1;
+  return ConvertByColourTables(BestKernels(), *source, *result, table0, table1, table2);
 }
 
 uint8_t IxGetHSI(const ColourImage* source, GreyImage* result, int channel) {
-  if (!HasPixels(source) || !result) return 0;
-  CopyChannel(BestKernels(), *source, *result, channel);
-  return 1;
+  return HasPixels(source) && result && CopyChannel(BestKernels(), *source, *result, channel);
 }
 
 uint8_t IxGetHSIPoint(const ColourImage* image, int x, int y, uint8_t* channels) {

@@ -25,22 +25,27 @@ bool IsEmpty(const PixelBox& box) { return box.right < box.left || box.bottom < 
 class GeoSearch {
  public:
   GeoSearch(const Kernels& kernels, const GreyImage& image, const GeoTaughtTool& tool,
-            const GeoQuery& query, GeoPosition& position)
+            const GeoQuery& query, GeoPosition position)
       : kernels_(kernels), image_(image), tool_(tool), query_(query), position_(position) {}
 
-  double Run() {
-    if (!Allocate()) return 0;
+  // False when memory is short: what was found so far may be of a coarse level then.
+  bool Run() {
+    if (!Allocate()) return false;
     // The farthest point moves by about 1.4 pixels from one angle to the next.
     const double radius = tool_.levels[tool_.topLevel].radius;
     step_ = std::acos(1 - 1 / (radius * radius)) * kDegreesPerRadian;
-    if (!SearchTop()) return 0;
+    SearchTop();
     step_ *= 0.5;
     for (int k = tool_.topLevel - 1; k >= 0; --k) {
       SearchAroundPosition(k);
       step_ *= 0.5;
     }
-    return query_.anyAngle ? RefinedAngle() : 0;
+    angle_ = query_.anyAngle ? RefinedAngle() : 0;
+    return !isShortOfMemory_;
   }
+
+  GeoPosition position() const { return position_; }
+  double angle() const { return angle_; }
 
  private:
   bool Allocate() {
@@ -51,28 +56,29 @@ class GeoSearch {
 
   bool Prepare(int k, const PixelBox& window, bool withInverses) {
     const int margin = static_cast<int>(tool_.levels[k].radius) + 1;
-    return planes_.ComputeSearchGradients(kernels_, image_, k, window, margin, withInverses);
+    const bool done =
+        planes_.ComputeSearchGradients(kernels_, image_, k, window, margin, withInverses);
+    isShortOfMemory_ |= !done;
+    return done;
   }
 
-  bool SearchTop() {
+  void SearchTop() {
     const int k = tool_.topLevel;
     const GeoModelLevel& level = tool_.levels[k];
     const int width = ReducedSize(image_.width, k), height = ReducedSize(image_.height, k);
     const PixelBox window = Clamped(level.referenceX, level.referenceY, width - level.referenceX,
                                     height - level.referenceY, width, height);
-    if (IsEmpty(window)) return true;
-    if (!Prepare(k, window, /*withInverses=*/false)) return false;
+    if (IsEmpty(window) || !Prepare(k, window, /*withInverses=*/false)) return;
     StartLevel();
     if (!query_.anyAngle) {
       TryAngle(k, window, 0);
-      return true;
+      return;
     }
-    if (!(step_ > 0)) return true;
+    if (!(step_ > 0)) return;
     const double slack = step_ / 2;
     for (double a = -kSweepSteps * step_; a <= kSweepSteps * step_; a += 2 * step_) {
       if (query_.lowest - slack <= a && a <= query_.highest + slack) TryAngle(k, window, a);
     }
-    return true;
   }
 
   void SearchAroundPosition(int k) {
@@ -147,19 +153,23 @@ class GeoSearch {
   const GreyImage& image_;
   const GeoTaughtTool& tool_;
   const GeoQuery& query_;
-  GeoPosition& position_;
+  GeoPosition position_;
   SearchPlanes planes_;
   GeoTurner turner_;
   GeoScorer scorer_;
   double step_ = 0, angle_ = 0;  // degrees
   double best_ = 0, runningMinimum_ = 0;
+  bool isShortOfMemory_ = false;
 };
 
 }  // namespace
 
 double FindGeoModel(const Kernels& kernels, const GreyImage& image, const GeoTaughtTool& tool,
                     const GeoQuery& query, GeoPosition& position) {
-  return GeoSearch(kernels, image, tool, query, position).Run();
+  GeoSearch search(kernels, image, tool, query, position);
+  if (!search.Run()) return 0;
+  position = search.position();
+  return search.angle();
 }
 
 }  // namespace quillon

@@ -13,7 +13,7 @@ struct GeoQuery {
 };
 
 // The angle found, 0 without a search for it. `position` is that of the template's reference point;
-// it stays as it was where nothing scores.
+// it stays as it was where nothing scores. Short of memory: 0, and the position stays.
 double FindGeoModel(const Kernels& kernels, const GreyImage& image, const GeoTaughtTool& tool,
                     const GeoQuery& query, GeoPosition& position);
 
