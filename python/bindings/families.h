@@ -11,5 +11,8 @@ void AddArithmetic(pybind11::module_& module);
 void AddMorphology(pybind11::module_& module);
 void AddColor(pybind11::module_& module);
 void AddRegions(pybind11::module_& module);
+void AddNcc(pybind11::module_& module);
+void AddGeoMatch(pybind11::module_& module);
+void AddCalibration(pybind11::module_& module);
 
 }  // namespace quillon::python

@@ -10,4 +10,7 @@ PYBIND11_MODULE(_quillon, module) {
   AddMorphology(module);
   AddColor(module);
   AddRegions(module);
+  AddNcc(module);
+  AddGeoMatch(module);
+  AddCalibration(module);
 }

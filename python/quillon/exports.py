@@ -104,4 +104,32 @@ EXPORTS = {
     "IxGetBlobList": "Region.selected_blobs",
     # image pyramid
     "IxImgPyramid": "pyramid",
+    # template matching
+    "IxCreateNCCTool": "NccTool",
+    "IxDestroyNCCModel": "NccTool.close",
+    "IxCreateNCCMatchModel": "NccTool.teach",
+    "IxCreateNCCMatchColorModel": "NccTool.teach",
+    "IxGet_DefaultPyramidLevel": "NccTool.default_level",
+    "IxGet_CurrentPyramidLevel": "NccTool.current_level",
+    "IxSetPyramidLevel": "NccTool.current_level",
+    "IxGet_Pyramid_GrayImage": "NccTool.level_image",
+    "IxGet_Pyramid_ColorImage": "NccTool.level_image",
+    "IxFindNCCMatchModel": "NccTool.find",
+    "IxFindNCCMatchColorModel": "NccTool.find",
+    "IxGetNCCMatchResults": "NccTool.results",
+    "IxCreateNCCMatchColorModel_ROI": "NccTool.teach_roi",
+    "IxFindNCCMatchColorModel_ROI": "NccTool.correlate",
+    # edge-based matching
+    "IxCreateGeoTool": "GeoMatchTool",
+    "IxDestroyMatchModel": "GeoMatchTool.close",
+    "IxCreateGeoMatchModel": "GeoMatchTool.teach",
+    "IxFindGeoMatchModel": "GeoMatchTool.find",
+    # calibration
+    "IxFFCParaBuild": "FlatField.build",
+    "IxFFCParaLoad": "FlatField.load",
+    "IxFFCCalibrate": "FlatField.calibrate",
+    "IxDistortionParaBuild": "LensCalibration.build",
+    "IxDistortionParaLoad": "LensCalibration.load",
+    "IxDistortionPreCalculate": "LensCalibration.precalculate",
+    "IxDistortionCalibrate": "LensCalibration.calibrate",
 }

@@ -62,3 +62,40 @@ class ColorMean(NamedTuple):
     red: float
     green: float
     blue: float
+
+
+class GeoMatch(NamedTuple):
+    """Where an edge template was found: its reference point, and its angle in degrees."""
+
+    x: int
+    y: int
+    angle: float
+
+
+class GeoModel(NamedTuple):
+    """An edge template at full resolution."""
+
+    points: NDArray[np.void]  # x, y, gradient_x, gradient_y, inverse_magnitude
+    width: int
+    height: int
+    reference: Point
+    radius: float  # from the reference point to the farthest point
+
+
+class FlatFieldRegion(NamedTuple):
+    """Columns and rows, the ends exclusive."""
+
+    x_start: int
+    x_end: int
+    y_start: int
+    y_end: int
+
+
+class LensParameters(NamedTuple):
+    """What corrects a lens."""
+
+    center: Point
+    corrected_width: int
+    corrected_height: int
+    bound: Bound
+    coefficients: NDArray[np.float64]  # ten terms, x and y

@@ -40,9 +40,12 @@ class Image:
         color = color if pixels is None else pixels.ndim == 3
         self.header = _Header(bpp=24 if color else 8)
         if pixels is not None:
-            self._create(pixels)
+            self.put(pixels)
 
-    def _create(self, pixels):
+    def put(self, pixels):
+        """Takes these pixels in place of its own; calibration state stays."""
+        _libc.free(self.header.rows)
+        _libc.free(self.header.bitmap)
         header, channels = self.header, 3 if pixels.ndim == 3 else 1
         header.height, header.width = pixels.shape[:2]
         header.bytes_per_pixel = channels

@@ -20,6 +20,13 @@ def run(*arguments, path=None):
                           capture_output=True, text=True, check=True).stdout
 
 
+def test_every_export_has_a_name():
+    text = (SOURCE / "src" / "exports" / "quillon.def").read_text()
+    exports = re.findall(r"^  ([A-Za-z]\w*)", text, re.MULTILINE)
+    assert len(exports) == 117
+    assert sorted(exports) == sorted(quillon.EXPORTS)
+
+
 def test_every_name_leads_to_something_described():
     for export, name in quillon.EXPORTS.items():
         assert len(summary(name)) > 10, export
@@ -37,6 +44,8 @@ def stub_functions():
         for function in node.body if prefix else [node]:
             if isinstance(function, ast.FunctionDef) and is_shown(function.name):
                 arguments = function.args
+                if any(isinstance(mark, ast.Attribute) for mark in function.decorator_list):
+                    continue  # the setter of a property
                 yield prefix + function.name, [
                     argument.arg for argument in arguments.args + arguments.kwonlyargs]
 
@@ -51,7 +60,7 @@ def native_functions():
                 yield prefix + name, ["self"]
             elif is_shown(name) and callable(value) and not inspect.isclass(value):
                 signature = re.match(rf"{name}\((.*?)\) ->", value.__doc__)
-                yield prefix + name, re.findall(r"(?:^|, )(\w+)", signature[1])
+                yield prefix + name, re.findall(r"(?:^|, )(\w+):", signature[1])
 
 
 def test_the_stubs_state_the_functions_that_are_there():
