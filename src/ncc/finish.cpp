@@ -54,8 +54,7 @@ class Finish {
     pose.degrees = limits.rotate ? IntoRange(pose.degrees) : 0;
     pose.scale = std::clamp(pose.scale, limits.scaleMin, limits.scaleMax);
     match.pose = pose;
-    const bool moveOnly = !freedom_.turn && !freedom_.scale && pose.degrees == 0 && pose.scale == 1;
-    if (moveOnly) return MoveOnly(match);
+    if (freedom_.moveOnly) return MoveOnly(match);
     if (!FitThroughLevels(match)) return false;
     if (limits.rotate) match.pose.degrees = IntoRange(match.pose.degrees);
     return true;
@@ -67,8 +66,12 @@ class Finish {
   // Limits of a full turn or more do not stop a fit.
   static FitFreedom FreedomOf(const SearchLimits& limits) {
     const bool anyAngle = limits.angleMax - limits.angleMin >= kTurn;
-    return {.turn = limits.rotate && limits.angleMin < limits.angleMax,
-            .scale = limits.scaleMin < limits.scaleMax,
+    const bool turn = limits.rotate && limits.angleMin < limits.angleMax;
+    const bool scale = limits.scaleMin < limits.scaleMax;
+    const bool turned = limits.rotate && limits.angleMin != 0;
+    return {.turn = turn,
+            .scale = scale,
+            .moveOnly = !turn && !scale && !turned && limits.scaleMin == 1,
             .degreesMin = anyAngle ? -HUGE_VAL : limits.angleMin,
             .degreesMax = anyAngle ? HUGE_VAL : limits.angleMax,
             .scaleMin = limits.scaleMin,
@@ -105,39 +108,61 @@ class Finish {
     match.pose = whole;
     match.score = best.score;
     if (!(best.score >= search_.limits.minScore)) return true;
-    FitPose(pattern, search_.Mask(0), patch_, freedom_, match.pose);
+    double fitted = -1;
+    if (!OpenFit(0) || !fits_[0].Run(patch_, match.pose, fitted)) return false;
     const double moved =
         std::max(std::abs(match.pose.x - whole.x), std::abs(match.pose.y - whole.y));
     if (!(moved <= 1)) match.pose = whole;
     return true;
   }
 
-  // Scales may be off by as much as the coarsest grid, so the fit starts there too.
+  // The grid's scales only go down from a candidate's, and its own was a coarse guess: the first
+  // fit starts from larger ones, too. A fit that is hopeless at a reduced level is left there.
   bool FitThroughLevels(Match& match) {
-    const int coarsest = search_.tool.currentLevel;
-    for (int level = std::max(coarsest - 1, 0); level >= 0; --level) {
-      const NccLevel& pattern = search_.tool.levels[level];
-      Pose pose = ToLevel(search_.tool, level, match.pose);
-      const double reach = pose.scale * std::hypot(pattern.width, pattern.height) * 0.5 + kMargin;
-      const Region region = {static_cast<int>(std::floor(pose.x - reach)),
-                             static_cast<int>(std::floor(pose.y - reach)),
-                             static_cast<int>(std::ceil(pose.x + reach)),
-                             static_cast<int>(std::ceil(pose.y + reach))};
-      if (!patch_.CutPixels(search_.kernels, search_.image, level, region)) return false;
-      match.score = FitPose(pattern, search_.Mask(level), patch_, freedom_, pose);
-      match.pose = FromLevel(search_.tool, level, pose);
-      // What reduction left out may lower the score of a true match, but not by so much.
-      constexpr double kHopeless = 0.3;
-      if (level > 0 && match.score < search_.limits.minScore - kHopeless) return true;
+    const int coarsest = std::max(search_.tool.currentLevel - 1, 0);
+    constexpr double kHopeless = 0.3;  // of score: what reduction left out does not cost so much
+    Pose start = match.pose;
+    for (int i = 0; i <= (freedom_.scale ? kLargerStarts : 0); ++i) {
+      Match tried = {start, -1, match.rank};
+      if (!FitAtLevel(coarsest, tried)) return false;
+      if (i == 0 || tried.score > match.score) match = tried;
+      if (start.scale >= search_.limits.scaleMax) break;
+      const double step = search_.lattice.ScaleStep(search_.tool.currentLevel);
+      start.scale = std::min(start.scale + step, search_.limits.scaleMax);
+    }
+    for (int level = coarsest - 1; level >= 0; --level) {
+      if (match.score < search_.limits.minScore - kHopeless) return true;
+      if (!FitAtLevel(level, match)) return false;
     }
     return true;
   }
 
-  static constexpr int kMargin = 4;
+  bool FitAtLevel(int level, Match& match) {
+    const NccLevel& pattern = search_.tool.levels[level];
+    Pose pose = ToLevel(search_.tool, level, match.pose);
+    const double reach = pose.scale * std::hypot(pattern.width, pattern.height) * 0.5 + kMargin;
+    const Region region = {
+        static_cast<int>(std::floor(pose.x - reach)), static_cast<int>(std::floor(pose.y - reach)),
+        static_cast<int>(std::ceil(pose.x + reach)), static_cast<int>(std::ceil(pose.y + reach))};
+    if (!patch_.CutPixels(search_.kernels, search_.image, level, region) || !OpenFit(level) ||
+        !fits_[level].Run(patch_, pose, match.score)) {
+      return false;
+    }
+    match.pose = FromLevel(search_.tool, level, pose);
+    return true;
+  }
+
+  bool OpenFit(int level) {
+    return fits_[level].IsOpen() || fits_[level].Open(search_.kernels, search_.tool.levels[level],
+                                                      search_.Mask(level), freedom_);
+  }
+
+  static constexpr int kMargin = 4, kLargerStarts = 2;
 
   const Search& search_;
   VariantMaker maker_;
   const FitFreedom freedom_;
+  PoseFit fits_[kMaxPyramidLevel + 1];
   Variant upright_;
   Patch patch_;
   Scorer scorer_;

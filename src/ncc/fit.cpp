@@ -3,29 +3,28 @@
 #include <algorithm>
 #include <cmath>
 
+#include "simd/kernels.h"
+
 namespace quillon {
 namespace {
 
-// The image is explained as offset + gain T + what small changes of the pose add to T:
-//   b = (1, T, dT/du, dT/dv, dT/d(turn), dT/d(scale)), u and v along the template's axes.
-constexpr int kTerms = 6;
-enum Term { kOffset, kGain, kU, kV, kTurn, kScale };
+constexpr int kTaps = 4;                // of cubic interpolation: pixels -1 ... 2
+constexpr int kBefore = 1, kAfter = 2;  // of the border
+constexpr int kArrays = 4 + 2 * kTaps;  // of floats along a row
+constexpr int kEnough = 16;             // pixels
 
-struct Moments {
-  int count = 0;
-  double normal[kTerms][kTerms] = {};  // sums of b_i b_j, upper triangle
-  double right[kTerms] = {};           // sums of b_i I
-  double imageSquared = 0;
-};
+int WholeLanes(int count) { return (count + kFitLanes - 1) / kFitLanes * kFitLanes; }
 
-double Score(const Moments& m) {
-  const double n = m.normal[kOffset][kOffset];
-  const double sumT = m.normal[kOffset][kGain], sumI = m.right[kOffset];
-  const double devT = m.normal[kGain][kGain] - sumT * sumT / n;
-  const double devI = m.imageSquared - sumI * sumI / n;
-  constexpr double kFlat = 1e-3;
-  if (!(devT > kFlat) || !(devI > kFlat)) return -1;
-  return (m.right[kGain] - sumT * sumI / n) / std::sqrt(devT * devI);
+// Catmull and Rom's, of the pixels at -1, 0, 1 and 2, and their slopes.
+void CubicWeights(double f, float* weight, float* slope) {
+  weight[0] = static_cast<float>(0.5 * f * (f * (2 - f) - 1));
+  weight[1] = static_cast<float>(0.5 * (f * f * (3 * f - 5) + 2));
+  weight[2] = static_cast<float>(0.5 * f * (f * (4 - 3 * f) + 1));
+  weight[3] = static_cast<float>(0.5 * f * f * (f - 1));
+  slope[0] = static_cast<float>(0.5 * (f * (4 - 3 * f) - 1));
+  slope[1] = static_cast<float>(0.5 * f * (9 * f - 10));
+  slope[2] = static_cast<float>(0.5 * (f * (8 - 9 * f) + 1));
+  slope[3] = static_cast<float>(0.5 * f * (3 * f - 2));
 }
 
 // The columns first ... last - 1 of [0, end) where low <= start + step x <= high.
@@ -41,211 +40,277 @@ void Intersect(double start, double step, double low, double high, int& first, i
   if (to < last - 1) last = to < first ? first : static_cast<int>(std::floor(to)) + 1;
 }
 
-class Fit {
- public:
-  Fit(const NccLevel& pattern, const NccMask* mask, const Patch& patch, const FitFreedom& freedom)
-      : pattern_(pattern), mask_(mask), patch_(patch), freedom_(freedom) {
-    active_[kTurn] = freedom.turn;
-    active_[kScale] = freedom.scale;
-  }
-
-  double Run(Pose& pose) {
-    if (pattern_.width < 2 || pattern_.height < 2) return -1;
-    Moments moments = Measure(pose);
-    double score = Score(moments);
-    const int enough = std::min(kEnough, (pattern_.width - 1) * (pattern_.height - 1) / 2);
-    if (moments.count < enough) return -1;
-    for (int i = 0; i < kIterations; ++i) {
-      Pose next = pose;
-      const double moved = Step(moments, next);
-      if (!(moved > 0)) break;
-      moments = Measure(next);
-      const double nextScore = Score(moments);
-      if (moments.count < enough || !(nextScore > score)) break;
-      pose = next;
-      score = nextScore;
-      if (moved < kStill) break;
-    }
-    return score;
-  }
-
- private:
-  static constexpr int kEnough = 16, kIterations = 8;
-  static constexpr double kStill = 0.003;  // pixels
-  static constexpr double kLongest = 2.0;  // of a step, pixels
-
-  bool Cares(int x, int y) const {
-    return !mask_ || (mask_->rows[y][x] == 0 && mask_->rows[y][x + 1] == 0 &&
-                      mask_->rows[y + 1][x] == 0 && mask_->rows[y + 1][x + 1] == 0);
-  }
-
-  Moments Measure(const Pose& pose) const {
-    Moments m;
-    const double c = std::cos(pose.degrees * kRadians) / pose.scale;
-    const double s = std::sin(pose.degrees * kRadians) / pose.scale;
-    const double middleU = (pattern_.width - 1) * 0.5, middleV = (pattern_.height - 1) * 0.5;
-    for (int y = 0; y < patch_.Height(); ++y) {
-      const double fromX = patch_.Left() + 0.5 - pose.x, fromY = patch_.Top() + y + 0.5 - pose.y;
-      const double startU = fromX * c + fromY * s + middleU;
-      const double startV = fromY * c - fromX * s + middleV;
-      int first = 0, last = patch_.Width();
-      Intersect(startU, c, 0, pattern_.width - 1, first, last);
-      Intersect(startV, -s, 0, pattern_.height - 1, first, last);
-      for (int x = first; x < last; ++x) {
-        const double u = startU + x * c, v = startV - x * s;
-        const int column = std::clamp(static_cast<int>(u), 0, pattern_.width - 2);
-        const int row = std::clamp(static_cast<int>(v), 0, pattern_.height - 2);
-        if (!Cares(column, row)) continue;
-        for (int plane = 0; plane < pattern_.planes; ++plane) {
-          AddPixel(plane, column, row, u, v, patch_.Pixels(plane, y)[x], m);
-        }
-      }
-    }
-    for (int i = 0; i < kTerms; ++i) {
-      for (int j = 0; j < i; ++j) m.normal[i][j] = m.normal[j][i];
-    }
-    return m;
-  }
-
-  // The template and its slopes between pixels.
-  struct Sample {
-    double value, du, dv;
-  };
-
-  Sample Linear(int plane, int column, int row, double fu, double fv) const {
-    const uint8_t* upper = pattern_.Plane(plane)[row] + column;
-    const uint8_t* lower = pattern_.Plane(plane)[row + 1] + column;
-    const double above = upper[0] + (upper[1] - upper[0]) * fu;
-    const double below = lower[0] + (lower[1] - lower[0]) * fu;
-    const double du = (upper[1] - upper[0]) * (1 - fv) + (lower[1] - lower[0]) * fv;
-    return {above + (below - above) * fv, du, below - above};
-  }
-
-  // Without turn and scale all pixels have the same fraction: linear interpolation, which blurs the
-  // more the nearer that is to a half, would pull every match to whole pixels.
-  Sample Cubic(int plane, int column, int row, double fu, double fv) const {
-    double weightU[4], slopeU[4], weightV[4], slopeV[4];
-    CubicWeights(fu, weightU, slopeU);
-    CubicWeights(fv, weightV, slopeV);
-    Sample t = {0, 0, 0};
-    for (int j = 0; j < 4; ++j) {
-      const uint8_t* pixels =
-          pattern_.Plane(plane)[std::clamp(row + j - 1, 0, pattern_.height - 1)];
-      double value = 0, slope = 0;
-      for (int i = 0; i < 4; ++i) {
-        const int pixel = pixels[std::clamp(column + i - 1, 0, pattern_.width - 1)];
-        value += weightU[i] * pixel;
-        slope += slopeU[i] * pixel;
-      }
-      t.value += weightV[j] * value;
-      t.du += weightV[j] * slope;
-      t.dv += slopeV[j] * value;
-    }
-    return t;
-  }
-
-  // Catmull and Rom's, of the pixels at -1, 0, 1 and 2, and their slopes.
-  static void CubicWeights(double f, double* weight, double* slope) {
-    weight[0] = 0.5 * f * (f * (2 - f) - 1);
-    weight[1] = 0.5 * (f * f * (3 * f - 5) + 2);
-    weight[2] = 0.5 * f * (f * (4 - 3 * f) + 1);
-    weight[3] = 0.5 * f * f * (f - 1);
-    slope[0] = 0.5 * (f * (4 - 3 * f) - 1);
-    slope[1] = 0.5 * f * (9 * f - 10);
-    slope[2] = 0.5 * (f * (8 - 9 * f) + 1);
-    slope[3] = 0.5 * f * (3 * f - 2);
-  }
-
-  void AddPixel(int plane, int column, int row, double u, double v, uint8_t pixel,
-                Moments& m) const {
-    const bool moveOnly = !freedom_.turn && !freedom_.scale;
-    const Sample t = moveOnly ? Cubic(plane, column, row, u - column, v - row)
-                              : Linear(plane, column, row, u - column, v - row);
-    const double fromU = u - (pattern_.width - 1) * 0.5, fromV = v - (pattern_.height - 1) * 0.5;
-    const double b[kTerms] = {
-        1, t.value - 128, t.du, t.dv, t.du * fromV - t.dv * fromU, -(t.du * fromU + t.dv * fromV)};
-    const double value = pixel - 128.0;
-    ++m.count;
-    for (int i = 0; i < kTerms; ++i) {
-      for (int j = i; j < kTerms; ++j) m.normal[i][j] += b[i] * b[j];
-      m.right[i] += b[i] * value;
-    }
-    m.imageSquared += value * value;
-  }
-
-  // Solves for the active terms; the others are 0. False when they cannot be told apart.
-  bool Solve(const Moments& m, double* solution) const {
-    double a[kTerms][kTerms + 1];
-    int term[kTerms], size = 0;
-    for (int i = 0; i < kTerms; ++i) {
-      solution[i] = 0;
-      if (active_[i]) term[size++] = i;
-    }
-    for (int i = 0; i < size; ++i) {
-      for (int j = 0; j < size; ++j) a[i][j] = m.normal[term[i]][term[j]];
-      a[i][size] = m.right[term[i]];
-    }
-    // Symmetric and positive: no need to exchange rows.
-    for (int i = 0; i < size; ++i) {
-      constexpr double kSingular = 1e-9;
-      if (!(a[i][i] > kSingular * m.normal[term[i]][term[i]])) return false;
-      for (int k = i + 1; k < size; ++k) {
-        const double factor = a[k][i] / a[i][i];
-        for (int j = i; j <= size; ++j) a[k][j] -= factor * a[i][j];
-      }
-    }
-    for (int i = size - 1; i >= 0; --i) {
-      double sum = a[i][size];
-      for (int j = i + 1; j < size; ++j) sum -= a[i][j] * solution[term[j]];
-      solution[term[i]] = sum / a[i][i];
-    }
-    return true;
-  }
-
-  // Moves the pose; returns by how many pixels at most, 0 when it cannot.
-  double Step(const Moments& m, Pose& pose) {
-    double solution[kTerms];
-    if (!Solve(m, solution) || !(solution[kGain] > 0)) return 0;
-    const double radius = 0.5 * std::hypot(pattern_.width, pattern_.height);
-    const double gain = solution[kGain];
-    double change[kTerms];
-    for (int i = kU; i < kTerms; ++i) change[i] = solution[i] / gain;
-    const double moved = pose.scale * (std::hypot(change[kU], change[kV]) +
-                                       radius * std::hypot(change[kTurn], change[kScale]));
-    if (!std::isfinite(moved)) return 0;
-    const double shorten = moved > kLongest ? kLongest / moved : 1;
-    for (int i = kU; i < kTerms; ++i) change[i] *= shorten;
-    // T(u + change) is the template moved the other way.
-    const double c = pose.scale * std::cos(pose.degrees * kRadians);
-    const double s = pose.scale * std::sin(pose.degrees * kRadians);
-    pose.x -= change[kU] * c - change[kV] * s;
-    pose.y -= change[kU] * s + change[kV] * c;
-    Move(kTurn, change[kTurn] / kRadians, freedom_.degreesMin, freedom_.degreesMax, pose.degrees);
-    Move(kScale, change[kScale] * pose.scale, freedom_.scaleMin, freedom_.scaleMax, pose.scale);
-    return moved * shorten;
-  }
-
-  // What reaches its bound stays there, and the others are fitted without it.
-  void Move(Term term, double change, double low, double high, double& value) {
-    if (!active_[term]) return;
-    value += change;
-    if (value >= low && value <= high) return;
-    value = std::clamp(value, low, high);
-    active_[term] = false;
-  }
-
-  const NccLevel& pattern_;
-  const NccMask* mask_;
-  const Patch& patch_;
-  const FitFreedom& freedom_;
-  bool active_[kTerms] = {true, true, true, true, false, false};
-};
-
 }  // namespace
 
-double FitPose(const NccLevel& pattern, const NccMask* mask, const Patch& patch,
-               const FitFreedom& freedom, Pose& pose) {
-  return Fit(pattern, mask, patch, freedom).Run(pose);
+// ---- the template -------------------------------------------------------------------------------
+
+bool PoseFit::Open(const Kernels& kernels, const NccLevel& pattern, const NccMask* mask,
+                   const FitFreedom& freedom) {
+  width_ = pattern.width;
+  height_ = pattern.height;
+  planes_ = pattern.planes;
+  freedom_ = freedom;
+  if (width_ >= 2 && height_ >= 2 &&
+      (!PrepareWeights(mask) ||
+       !(freedom.moveOnly ? PrepareSmooth(pattern) : PrepareCells(pattern)))) {
+    return false;
+  }
+  kernels_ = &kernels;
+  return true;
+}
+
+// A cell takes part when its four pixels do.
+bool PoseFit::PrepareWeights(const NccMask* mask) {
+  if (!mask) return true;
+  weights_ = Buffer<float>(static_cast<size_t>(width_) * height_);
+  if (!weights_) return false;
+  float* next = weights_.data();
+  for (int y = 0; y < height_; ++y) {
+    const uint8_t *upper = mask->rows[y], *lower = mask->rows[std::min(y + 1, height_ - 1)];
+    for (int x = 0; x < width_; ++x) {
+      const int right = std::min(x + 1, width_ - 1);
+      *next++ = (upper[x] | upper[right] | lower[x] | lower[right]) == 0 ? 1.0f : 0.0f;
+    }
+  }
+  return true;
+}
+
+// A cell for every pixel: those of the last column and row repeat it.
+bool PoseFit::PrepareCells(const NccLevel& pattern) {
+  cells_ = Buffer<uint32_t>(static_cast<size_t>(planes_) * width_ * height_);
+  if (!cells_) return false;
+  uint32_t* next = cells_.data();
+  for (int plane = 0; plane < planes_; ++plane) {
+    for (int y = 0; y < height_; ++y) {
+      const uint8_t* upper = pattern.Plane(plane)[y];
+      const uint8_t* lower = pattern.Plane(plane)[std::min(y + 1, height_ - 1)];
+      for (int x = 0; x < width_; ++x) {
+        const int right = std::min(x + 1, width_ - 1);
+        *next++ = static_cast<uint32_t>(upper[x]) | static_cast<uint32_t>(upper[right]) << 8 |
+                  static_cast<uint32_t>(lower[x]) << 16 | static_cast<uint32_t>(lower[right]) << 24;
+      }
+    }
+  }
+  return true;
+}
+
+// The pixels as numbers, within a border that repeats the outermost ones.
+bool PoseFit::PrepareSmooth(const NccLevel& pattern) {
+  smoothStride_ = WholeLanes(width_ + kBefore + kAfter) + kFitLanes;
+  const int rows = height_ + kBefore + kAfter;
+  smooth_ = Buffer<float>(static_cast<size_t>(planes_) * rows * smoothStride_);
+  if (!smooth_) return false;
+  float* next = smooth_.data();
+  for (int plane = 0; plane < planes_; ++plane) {
+    for (int y = 0; y < rows; ++y) {
+      const uint8_t* from = pattern.Plane(plane)[std::clamp(y - kBefore, 0, height_ - 1)];
+      for (int x = 0; x < smoothStride_; ++x)
+        *next++ = from[std::clamp(x - kBefore, 0, width_ - 1)];
+    }
+  }
+  return true;
+}
+
+// ---- sums ---------------------------------------------------------------------------------------
+
+bool PoseFit::Reserve(int width) {
+  const int room = WholeLanes(width);
+  if (room > room_) {
+    samples_ = Buffer<float>(kArrays * static_cast<size_t>(room));
+    scratch_ = Buffer<uint32_t>(static_cast<size_t>(room));
+    room_ = samples_ && scratch_ ? room : 0;
+    if (room_ == 0) return false;
+  }
+  float* const at = samples_.data();
+  row_ = {at, at + room_, at + 2 * room_, at + 3 * room_, scratch_.data()};
+  for (int i = 0; i < kTaps; ++i) {
+    filteredValues_[i] = at + (4 + 2 * i) * room_;
+    filteredSlopes_[i] = at + (5 + 2 * i) * room_;
+  }
+  return true;
+}
+
+// Sums in single precision hold a few rows.
+void PoseFit::Flush(Moments& m) {
+  for (int i = 0; i <= kFitTerms; ++i) {
+    for (int j = i; j <= kFitTerms; ++j) {
+      for (float& sum : sums_.sums[i][j]) {
+        m.sums[i][j] += sum;
+        sum = 0;
+      }
+      m.sums[j][i] = m.sums[i][j];
+    }
+  }
+  pixelsAdded_ = 0;
+}
+
+// All pixels have the same fraction, up to rounding: that of the first.
+void PoseFit::SampleMoved(int plane, const FitLine& line, int count) {
+  const FitKernels& kernels = kernels_->fit;
+  const int column = std::clamp(static_cast<int>(line.u), 0, width_ - 1);
+  const int row = std::clamp(static_cast<int>(line.v), 0, height_ - 1);
+  float weight[kTaps], slope[kTaps];
+  CubicWeights(line.u - column, weight, slope);
+  const int rows = height_ + kBefore + kAfter;
+  const float *values[kTaps], *slopes[kTaps];
+  for (int i = 0; i < kTaps; ++i) {
+    const int from = plane * rows + row + i, slot = from % kTaps;
+    if (filteredRows_[slot] != from) {
+      kernels.FilterRow(smooth_.data() + static_cast<ptrdiff_t>(from) * smoothStride_ + column,
+                        weight, slope, count, filteredValues_[slot], filteredSlopes_[slot]);
+      filteredRows_[slot] = from;
+    }
+    values[i] = filteredValues_[slot];
+    slopes[i] = filteredSlopes_[slot];
+  }
+  CubicWeights(line.v - row, weight, slope);
+  kernels.FilterColumns(values, slopes, weight, slope, count, row_);
+  const float* weights =
+      weights_ ? weights_.data() + static_cast<ptrdiff_t>(row) * width_ + column : nullptr;
+  for (int x = 0; x < count; ++x) row_.weight[x] = weights ? weights[x] : 1.0f;
+  for (int x = count; x < WholeLanes(count); ++x) row_.weight[x] = 0;
+}
+
+// A stretch of an image row with one plane of the template.
+void PoseFit::AddStretch(const uint8_t* pixels, const FitLine& line, int count, Moments& m) {
+  constexpr int kMostAdded = 1024;  // pixels in a lane's sum: 64
+  const int terms = freedom_.scale ? kFitTerms : freedom_.turn ? kScale : kTurn;
+  const FitLine fromCentre = {line.u - (width_ - 1) * 0.5, line.v - (height_ - 1) * 0.5, line.stepU,
+                              line.stepV};
+  if (pixelsAdded_ > 0 && pixelsAdded_ + count > kMostAdded) Flush(m);
+  kernels_->fit.AddProducts(row_, pixels, count, terms, fromCentre, sums_);
+  pixelsAdded_ += count;
+}
+
+PoseFit::Moments PoseFit::Measure(const Patch& patch, const Pose& pose) {
+  Moments m = {};
+  const double c = std::cos(pose.degrees * kRadians) / pose.scale;
+  const double s = std::sin(pose.degrees * kRadians) / pose.scale;
+  const double middleU = (width_ - 1) * 0.5, middleV = (height_ - 1) * 0.5;
+  const double fromX = patch.Left() + 0.5 - pose.x;
+  for (int plane = 0; plane < planes_; ++plane) {
+    const FitCells cells = {cells_.data() + static_cast<ptrdiff_t>(plane) * width_ * height_,
+                            weights_ ? weights_.data() : nullptr, width_, height_};
+    std::fill_n(filteredRows_, kTaps, -1);
+    for (int y = 0; y < patch.Height(); ++y) {
+      const double fromY = patch.Top() + y + 0.5 - pose.y;
+      const double u = fromX * c + fromY * s + middleU, v = fromY * c - fromX * s + middleV;
+      int first = 0, last = patch.Width();
+      Intersect(u, c, 0, width_ - 1, first, last);
+      Intersect(v, -s, 0, height_ - 1, first, last);
+      const int count = last - first;
+      if (count <= 0) continue;
+      const FitLine line = {u + first * c, v - first * s, c, -s};
+      if (freedom_.moveOnly) {
+        SampleMoved(plane, line, count);
+      } else {
+        kernels_->fit.SampleLine(cells, line, count, row_);
+      }
+      AddStretch(patch.Pixels(plane, y) + first, line, count, m);
+    }
+  }
+  Flush(m);
+  return m;
+}
+
+// ---- steps --------------------------------------------------------------------------------------
+
+double PoseFit::Score(const Moments& m) const {
+  const double n = m.sums[kOffset][kOffset];
+  if (n < std::min(kEnough, (width_ - 1) * (height_ - 1) / 2)) return -1;
+  const double sumT = m.sums[kOffset][kGain], sumI = m.sums[kOffset][kImage];
+  const double devT = m.sums[kGain][kGain] - sumT * sumT / n;
+  const double devI = m.sums[kImage][kImage] - sumI * sumI / n;
+  constexpr double kFlat = 1e-3;
+  if (!(devT > kFlat * n) || !(devI > kFlat * n)) return -1;
+  return (m.sums[kGain][kImage] - sumT * sumI / n) / std::sqrt(devT * devI);
+}
+
+// Solves for the active terms; the others are 0. False when they cannot be told apart.
+bool PoseFit::Solve(const Moments& m, double* solution) const {
+  double a[kFitTerms][kFitTerms + 1];
+  int term[kFitTerms], size = 0;
+  for (int i = 0; i < kFitTerms; ++i) {
+    solution[i] = 0;
+    if (active_[i]) term[size++] = i;
+  }
+  for (int i = 0; i < size; ++i) {
+    for (int j = 0; j < size; ++j) a[i][j] = m.sums[term[i]][term[j]];
+    a[i][size] = m.sums[term[i]][kImage];
+  }
+  // Symmetric and positive: no need to exchange rows.
+  for (int i = 0; i < size; ++i) {
+    constexpr double kSingular = 1e-6;
+    if (!(a[i][i] > kSingular * m.sums[term[i]][term[i]])) return false;
+    for (int k = i + 1; k < size; ++k) {
+      const double factor = a[k][i] / a[i][i];
+      for (int j = i; j <= size; ++j) a[k][j] -= factor * a[i][j];
+    }
+  }
+  for (int i = size - 1; i >= 0; --i) {
+    double sum = a[i][size];
+    for (int j = i + 1; j < size; ++j) sum -= a[i][j] * solution[term[j]];
+    solution[term[i]] = sum / a[i][i];
+  }
+  return true;
+}
+
+// Moves the pose; returns by how many pixels at most, 0 when it cannot.
+double PoseFit::Step(const Moments& m, Pose& pose) {
+  constexpr double kLongest = 2.0;  // pixels
+  double solution[kFitTerms];
+  if (!Solve(m, solution) || !(solution[kGain] > 0)) return 0;
+  const double radius = 0.5 * std::hypot(width_, height_);
+  const double gain = solution[kGain];
+  double change[kFitTerms];
+  for (int i = kU; i < kFitTerms; ++i) change[i] = solution[i] / gain;
+  const double moved = pose.scale * (std::hypot(change[kU], change[kV]) +
+                                     radius * std::hypot(change[kTurn], change[kScale]));
+  if (!std::isfinite(moved)) return 0;
+  const double shorten = moved > kLongest ? kLongest / moved : 1;
+  for (int i = kU; i < kFitTerms; ++i) change[i] *= shorten;
+  // T(u + change) is the template moved the other way.
+  const double c = pose.scale * std::cos(pose.degrees * kRadians);
+  const double s = pose.scale * std::sin(pose.degrees * kRadians);
+  pose.x -= change[kU] * c - change[kV] * s;
+  pose.y -= change[kU] * s + change[kV] * c;
+  Move(kTurn, change[kTurn] / kRadians, freedom_.degreesMin, freedom_.degreesMax, pose.degrees);
+  Move(kScale, change[kScale] * pose.scale, freedom_.scaleMin, freedom_.scaleMax, pose.scale);
+  return moved * shorten;
+}
+
+// What reaches its bound stays there, and the others are fitted without it.
+void PoseFit::Move(FitTerm term, double change, double low, double high, double& value) {
+  if (!active_[term]) return;
+  value += change;
+  if (value >= low && value <= high) return;
+  value = std::clamp(value, low, high);
+  active_[term] = false;
+}
+
+bool PoseFit::Run(const Patch& patch, Pose& pose, double& score) {
+  constexpr int kIterations = 8;
+  constexpr double kStill = 0.003;  // pixels
+  score = -1;
+  if (width_ < 2 || height_ < 2) return true;
+  if (!Reserve(patch.Width())) return false;
+  std::fill_n(active_, kFitTerms, true);
+  active_[kTurn] = freedom_.turn;
+  active_[kScale] = freedom_.scale;
+  Moments moments = Measure(patch, pose);
+  score = Score(moments);
+  for (int i = 0; i < kIterations; ++i) {
+    Pose next = pose;
+    const double moved = Step(moments, next);
+    if (!(moved > 0)) break;
+    moments = Measure(patch, next);
+    const double nextScore = Score(moments);
+    if (!(nextScore > score)) break;
+    pose = next;
+    score = nextScore;
+    if (moved < kStill) break;
+  }
+  return true;
 }
 
 }  // namespace quillon

@@ -64,7 +64,8 @@ bool Patch::CutPixels(const Kernels& kernels, const SearchImage& image, int leve
   top_ = std::max(region.top, 0);
   width_ = std::max(std::min(region.right, ReducedSize(image.width, level)) - left_, 0);
   height_ = std::max(std::min(region.bottom, ReducedSize(image.height, level)) - top_, 0);
-  if (!Grow(static_cast<size_t>(image.planes) * height_ * width_, pixels_)) return false;
+  const size_t size = static_cast<size_t>(image.planes) * height_ * width_;
+  if (!Grow(size + kPackedMargin, pixels_)) return false;
   const int side = 1 << level;
   for (int plane = 0; plane < image.planes; ++plane) {
     for (int y = 0; y < height_; ++y) {

@@ -23,6 +23,7 @@ namespace {
     .pyramid = name::pyramid,           \
     .geomatch = name::geomatch,         \
     .correlation = name::correlation,   \
+    .fit = name::fit,                   \
     .colour = name::colour,             \
   }
 // clang-format on

@@ -17,6 +17,7 @@
 #include "geomatch/geomatch_kernels.h"
 #include "morph/morph_kernels.h"
 #include "ncc/correlation_kernels.h"
+#include "ncc/fit_kernels.h"
 #include "ncc/pyramid_kernels.h"
 #include "point/lookup_kernels.h"
 #include "point/threshold_kernels.h"
@@ -40,6 +41,7 @@ struct Kernels {
   const PyramidKernels& pyramid;
   const GeomatchKernels& geomatch;
   const CorrelationKernels& correlation;
+  const FitKernels& fit;
   const ColourKernels& colour;
 };
 
