@@ -4,6 +4,7 @@ import argparse
 import sys
 
 import quillon
+from quillon import _batch_command
 
 
 def summary(name):
@@ -40,9 +41,10 @@ def main():
     command = commands.add_parser("find", help="the Python name of a function of the C library")
     command.add_argument("export", metavar="NAME", help="a C name, such as IxSobel")
     command.set_defaults(run=show_export)
+    _batch_command.add_command(commands)
     arguments = parser.parse_args()
-    arguments.run(arguments)
+    return arguments.run(arguments)
 
 
 if __name__ == "__main__":
-    main()
+    sys.exit(main())

@@ -1,0 +1,77 @@
+"""`python3 -m quillon batch`: a folder of images by a recipe, on a cluster."""
+
+import json
+import sys
+import time
+
+from quillon import batch
+
+NOT_ALL_PASSED = 3  # the exit code of `quillon run`
+
+
+class ProgressLine:
+    """One line on a terminal that tells how far the batch is; nothing elsewhere."""
+
+    def __init__(self, total, stream=sys.stderr):
+        self.total, self.stream = total, stream
+        self.begin, self.done, self.failures = time.monotonic(), 0, 0
+
+    def step(self, record):
+        self.done += 1
+        self.failures += not batch.is_inspected(record)
+        if self.stream.isatty():
+            print("\r\033[K" + self.text(), end="", file=self.stream, flush=True)
+
+    def text(self):
+        seconds = max(time.monotonic() - self.begin, 1e-3)
+        rate = self.done / seconds
+        left = (self.total - self.done) / rate
+        failed = f", {self.failures} not inspected" if self.failures else ""
+        return f"{self.done} of {self.total} images{failed}, {rate:.0f} a second, {left:.0f} s left"
+
+    def end(self):
+        if self.stream.isatty():
+            print("\r\033[K", end="", file=self.stream, flush=True)
+
+
+def inspect_folder(arguments):
+    images = batch.list_images(arguments.folder)
+    records = batch.run(arguments.recipe, images, arguments.scheduler, command=arguments.command,
+                        chunk=arguments.chunk)
+    passed, failures, progress = 0, [], ProgressLine(len(images))
+    try:
+        for record in records:
+            print(json.dumps(record), flush=True)
+            passed += record["verdict"] == "pass"
+            if not batch.is_inspected(record):
+                failures.append(record)
+            progress.step(record)
+    finally:
+        progress.end()
+    for record in failures:
+        print(f"{record['image']}: {record['error']}", file=sys.stderr)
+    print(f"{len(images)} images: {passed} passed, {len(images) - passed - len(failures)} failed, "
+          f"{len(failures)} not inspected", file=sys.stderr)
+    return 0 if passed == len(images) else NOT_ALL_PASSED
+
+
+def run(arguments):
+    try:
+        return inspect_folder(arguments)
+    except batch.BatchError as error:
+        print(f"quillon: {error}", file=sys.stderr)
+        return 1
+
+
+def add_command(commands):
+    command = commands.add_parser("batch", help="inspect a folder of images on a Dask cluster",
+                                  description=batch.__doc__.split("\n")[0])
+    command.add_argument("recipe", metavar="RECIPE", help="recipe to read, on every worker")
+    command.add_argument("folder", metavar="FOLDER", help="folder of images, on every worker")
+    command.add_argument("--scheduler", metavar="ADDRESS",
+                         help="such as tcp://10.0.0.5:8786 (default: workers on this machine)")
+    command.add_argument("--chunk", type=int, default=batch.CHUNK, metavar="N",
+                         help="images in one task (default: %(default)s)")
+    command.add_argument("--command", default="quillon", metavar="PATH",
+                         help="the command-line host on the workers (default: %(default)s)")
+    command.set_defaults(run=run)
