@@ -37,6 +37,7 @@ extern const Family kFlatField;
 extern const Family kLens;
 extern const Family kTemplateMatching;
 extern const Family kRecipes;
+extern const Family kInspection;
 extern const Family kGeneral;
 
 // All of them, in the order in which help and list show them.

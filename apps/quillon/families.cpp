@@ -14,6 +14,7 @@ std::span<const Family* const> Families() {
       &kTemplateMatching,
       &kEdgeMatching,
       &kRecipes,
+      &kInspection,
       &kSample,
       &kColourSpaces,
       &kFlatField,

@@ -1,0 +1,171 @@
+// quillon inspect GOOD TEST...: where boards differ from a good one.
+#include <cstdio>
+#include <memory>
+#include <vector>
+
+#include "commands.h"
+#include "errors.h"
+#include "image_files.h"
+#include "inspection.h"
+#include "options.h"
+#include "progress.h"
+#include "report.h"
+
+namespace quillon::app {
+namespace {
+
+struct Options {
+  std::string good;
+  std::vector<std::string> moreGood, tested;
+  InspectionRules rules;
+  Output output;
+};
+
+// Layers of the report.
+enum { kMissingBox, kExtraBox, kMissingPixels, kExtraPixels, kNumber };
+
+const char* Name(Difference kind) { return kind == Difference::kMissing ? "missing" : "extra"; }
+
+// What has been inspected so far.
+struct Results {
+  Findings findings{.key = "defects",
+                    .facts = {},
+                    .columns = {{"board", "BOARD"},
+                                {"n", "N"},
+                                {"kind", "KIND"},
+                                {"x", "X", 1},
+                                {"y", "Y", 1},
+                                {"left", "LEFT"},
+                                {"top", "TOP"},
+                                {"right", "RIGHT"},
+                                {"bottom", "BOTTOM"},
+                                {"missing", "MISSING"},
+                                {"extra", "EXTRA"}},
+                    .rows = {}};
+  Report report;
+  int inspected = 0, passed = 0;
+};
+
+// Reads a picture and gives it to `use`; what fails is told with the file's name.
+template <class Use>
+void WithPicture(const std::string& path, Use use) {
+  GreyImage image;
+  ReadImage(path, image);
+  try {
+    use(image);
+  } catch (const Failure& failure) {
+    throw Failure("'" + path + "' " + failure.what());
+  }
+}
+
+void DrawBox(Picture& picture, const Defect& d, int row, int dx, int dy) {
+  const int layer = d.Kind() == Difference::kMissing ? kMissingBox : kExtraBox;
+  picture.Box({layer, row}, d.left - dx, d.top - dy, d.right - dx, d.bottom - dy);
+}
+
+void Record(const std::string& path, const GreyImage& tested, const BoardInspector& inspector,
+            const Inspection& inspection, bool drawn, Results& results) {
+  ++results.inspected;
+  if (inspection.defects.empty()) ++results.passed;
+  if (drawn) results.report.pictures.emplace_back(path, tested);
+  for (size_t i = 0; i < inspection.defects.size(); ++i) {
+    const Defect& d = inspection.defects[i];
+    const int row = static_cast<int>(results.findings.rows.size());
+    results.findings.rows.push_back({path, static_cast<int64_t>(i), Name(d.Kind()),
+                                     (d.left + d.right) / 2.0, (d.top + d.bottom) / 2.0,
+                                     int64_t{d.left}, int64_t{d.top}, int64_t{d.right},
+                                     int64_t{d.bottom}, int64_t{d.missing}, int64_t{d.extra}});
+    if (!drawn) continue;
+    DrawBox(results.report.pictures.front(), d, row, d.shiftX, d.shiftY);
+    Picture& picture = results.report.pictures.back();
+    picture.Dots({kMissingPixels, row}, inspector.Pixels(d, Difference::kMissing));
+    picture.Dots({kExtraPixels, row}, inspector.Pixels(d, Difference::kExtra));
+    DrawBox(picture, d, row, 0, 0);
+    picture.Label({kNumber, row}, {d.left + 0.0, d.top + 0.0}, std::to_string(i));
+  }
+}
+
+void RunInspect(const Options& options) {
+  const Progress progress("inspecting");
+  const bool drawn = !options.output.report.empty();
+  Results results;
+  results.report = {.title = "Boards against " + options.good,
+                    .layers = {{"Missing", Tone::kMagenta},
+                               {"Extra", Tone::kCyan},
+                               {"Missing pixels", Tone::kRed},
+                               {"Extra pixels", Tone::kGreen},
+                               {"Number", Tone::kWhite}},
+                    .pictures = {}};
+
+  BoardInspector inspector(options.rules);
+  WithPicture(options.good, [&](const GreyImage& image) {
+    inspector.Teach(image);
+    results.report.pictures.emplace_back("Good: " + options.good, image);
+  });
+  for (const std::string& path : options.moreGood) {
+    WithPicture(path, [&](const GreyImage& image) { inspector.AddGood(image); });
+  }
+  int failed = 0;
+  for (const std::string& path : options.tested) {
+    try {
+      WithPicture(path, [&](const GreyImage& image) {
+        Record(path, image, inspector, inspector.Inspect(image), drawn, results);
+      });
+    } catch (const Failure& failure) {
+      std::fprintf(stderr, "quillon: %s\n", failure.what());
+      ++failed;
+    }
+  }
+  results.findings.facts = {
+      {"good", "Good board", options.good},
+      {"tolerance", "Tolerance at edges, pixels", int64_t{inspector.Tolerance()}},
+      {"inspected", "Boards inspected", int64_t{results.inspected}},
+      {"passed", "Boards without defects", int64_t{results.passed}},
+      {"found", "Defects", static_cast<int64_t>(results.findings.rows.size())}};
+  Print(options.output, results.findings);
+  if (drawn) WriteReport(options.output.report, results.report, results.findings);
+  if (failed > 0) {
+    throw Failure(std::to_string(failed) + " of " + std::to_string(options.tested.size()) +
+                  " boards could not be inspected");
+  }
+  if (results.passed < results.inspected) throw NotAllPassed();
+}
+
+void AddInspect(CLI::App& app) {
+  auto options = std::make_shared<Options>();
+  CLI::App* command = app.add_subcommand(
+      "inspect", "Compare boards with a good one: missing and extra material, boxed");
+  command->footer(
+      "Exit codes: 0 no defects, 3 defects found, 1 a board could not be inspected, "
+      "2 wrong usage.");
+  AddPictureToRead(*command, "GOOD", options->good);
+  command->add_option("TEST", options->tested, "pictures of the boards to inspect")->required();
+  command
+      ->add_option("--good", options->moreGood,
+                   "another good board, to learn from; may be repeated")
+      ->type_name("FILE")
+      ->expected(1)
+      ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+  command->add_flag("--bright", options->rules.brightMaterial,
+                    "material is brighter than its ground (default: darker)");
+  command
+      ->add_option("--tolerance", options->rules.tolerance,
+                   "pixels that edges may wander (default: learned, 3 from one good board)")
+      ->check(CLI::Range(1, InspectionRules::kMostTolerance));
+  command
+      ->add_option("--min-area", options->rules.minArea,
+                   "pixels beyond the tolerance that make a defect")
+      ->check(CLI::Range(1, 1'000'000))
+      ->capture_default_str();
+  command->add_option("--margin", options->rules.margin, "pixels that boxes leave around a defect")
+      ->check(CLI::Range(0, 1000))
+      ->capture_default_str();
+  AddOutputOptions(*command, options->output);
+  command->callback([options] { RunInspect(*options); });
+}
+
+}  // namespace
+
+const Family kInspection = {"board inspection", AddInspect, {}};
+
+}  // namespace quillon::app

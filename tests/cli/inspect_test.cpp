@@ -1,0 +1,389 @@
+// Board inspection on drawn boards whose defects are known, on marked pairs of real ones where they
+// are at hand, and quillon inspect as a user runs it.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <functional>
+
+#include "cli/host.h"
+#include "cli/marked_boards.h"
+#include "errors.h"
+#include "image_files.h"
+#include "quillon/quillon.h"
+#include "sample_board.h"
+#include "support/images.h"
+
+namespace quillon::test {
+namespace {
+
+using app::BoardInspector;
+using app::BoardPose;
+using app::Defect;
+using app::Difference;
+using app::DrawnDefect;
+using app::SampleBoard;
+using Json = nlohmann::json;
+
+constexpr int kAll = 99;  // as many defects as a board has places for
+
+struct Look {
+  double gain = 1, offset = 0;
+  int noise = 0;  // to either side
+};
+
+void Disturb(const Look& look, GreyImage& image) {
+  Random random(7);
+  for (int y = 0; y < image.height; ++y) {
+    for (int x = 0; x < image.width; ++x) {
+      const double value =
+          image.rows[y][x] * look.gain + look.offset + random.Within(-look.noise, look.noise);
+      image.rows[y][x] = static_cast<uint8_t>(std::clamp(value, 0.0, 255.0));
+    }
+  }
+}
+
+std::vector<Defect> Inspect(const GreyImage& good, const GreyImage& tested,
+                            const app::InspectionRules& rules = {}) {
+  BoardInspector inspector(rules);
+  inspector.Teach(good);
+  return inspector.Inspect(tested).defects;
+}
+
+bool Holds(const Defect& found, const DrawnDefect& drawn) {
+  constexpr int kBlur = 2;  // where a change is too faint to be seen
+  return found.left <= drawn.left + kBlur && found.right >= drawn.right - kBlur &&
+         found.top <= drawn.top + kBlur && found.bottom >= drawn.bottom - kBlur;
+}
+
+// One defect for each that was drawn, of its kind and around it, not much larger, and no other.
+void ExpectEach(const std::vector<DrawnDefect>& drawn, const std::vector<Defect>& found) {
+  EXPECT_EQ(found.size(), drawn.size());
+  for (const DrawnDefect& d : drawn) {
+    int held = 0;
+    for (const Defect& f : found) {
+      if (!Holds(f, d)) continue;
+      ++held;
+      EXPECT_EQ(f.Kind(), d.kind) << d.name;
+      constexpr int kMost = 2 * (8 + 3 + 2);  // margin, tolerance, shape
+      EXPECT_LE(f.right - f.left, d.right - d.left + kMost) << d.name;
+      EXPECT_LE(f.bottom - f.top, d.bottom - d.top + kMost) << d.name;
+    }
+    EXPECT_EQ(held, 1) << d.name << " at " << d.left << ", " << d.top;
+  }
+}
+
+std::string FailureOf(const std::function<void()>& work) {
+  try {
+    work();
+  } catch (const app::Failure& failure) {
+    return failure.what();
+  }
+  return "";
+}
+
+class InspectCommand : public testing::Test {
+ protected:
+  // A board with two defects, one without, and the good one.
+  InspectCommand() {
+    const SampleBoard board(3, 400, 300);
+    GreyImage image;
+    board.DrawGood(image);
+    app::WriteImage(good_, image);
+    board.DrawGood(image, {.x = 3, .y = -2});
+    app::WriteImage(passing_, image);
+    drawn_ = board.DrawTested(2, image, {.x = -2, .y = 4});
+    app::WriteImage(failing_, image);
+  }
+
+  Scratch folder_;
+  std::string good_ = folder_ / "good.png", passing_ = folder_ / "passing.png",
+              failing_ = folder_ / "failing.png";
+  std::vector<DrawnDefect> drawn_;
+};
+
+}  // namespace
+
+TEST(Inspection, BoardsWithoutDefectsPass) {
+  for (const auto [width, height] : {Size{200, 200}, {201, 333}, {640, 480}, {1030, 770}}) {
+    for (uint32_t seed = 1; seed <= 3; ++seed) {
+      const SampleBoard board(seed, width, height);
+      GreyImage good, same;
+      board.DrawGood(good);
+      EXPECT_TRUE(Inspect(good, good).empty());
+      for (const BoardPose& pose :
+           {BoardPose{.x = 4, .y = -7}, {.degrees = 0.6}, {.x = 1, .stretchX = 1.008}}) {
+        board.DrawGood(same, pose);
+        EXPECT_TRUE(Inspect(good, same).empty())
+            << width << " x " << height << ", seed " << seed << ", moved by " << pose.x << ", "
+            << pose.y << ", turned by " << pose.degrees << ", stretched by " << pose.stretchX;
+      }
+    }
+  }
+}
+
+TEST(Inspection, FindsWhatIsMissingAndWhatIsExtra) {
+  struct Case {
+    const char* name;
+    BoardPose pose;
+    Look look;
+  };
+  const Case cases[] = {
+      {"as the good one", {}, {}},
+      {"shifted", {.x = -9, .y = 6.5}, {}},
+      {"far", {.x = 25, .y = -20}, {}},
+      {"turned", {.x = 2, .degrees = -0.8}, {}},
+      {"stretched", {.y = 3, .stretchX = 0.992, .stretchY = 1.01}, {}},
+      {"faint and noisy", {.x = 3}, {.gain = 0.3, .offset = 90, .noise = 15}},
+  };
+  for (const Case& c : cases) {
+    for (uint32_t seed = 1; seed <= 4; ++seed) {
+      SCOPED_TRACE(std::string(c.name) + ", seed " + std::to_string(seed));
+      const SampleBoard board(seed, 640, 560);
+      GreyImage good, tested;
+      board.DrawGood(good);
+      const auto drawn = board.DrawTested(kAll, tested, c.pose);
+      ASSERT_GE(drawn.size(), 12u);
+      Disturb(c.look, tested);
+      ExpectEach(drawn, Inspect(good, tested));
+    }
+  }
+}
+
+TEST(Inspection, BrightMaterialAndMirroredBoardsGiveTheSame) {
+  const SampleBoard board(5, 600, 400);
+  GreyImage good, tested, good2, tested2;
+  board.DrawGood(good);
+  board.DrawTested(kAll, tested, {.x = 2, .y = 1});
+  const auto expected = Inspect(good, tested);
+  IxImageInvert(&good, &good2);
+  IxImageInvert(&tested, &tested2);
+  const auto bright = Inspect(good2, tested2, {.brightMaterial = true});
+  const auto swapped = Inspect(good2, tested2);
+  ASSERT_EQ(bright.size(), expected.size());
+  ASSERT_EQ(swapped.size(), expected.size());
+  for (size_t i = 0; i < expected.size(); ++i) {
+    EXPECT_EQ(bright[i].missing, expected[i].missing);
+    EXPECT_EQ(bright[i].left, expected[i].left);
+    EXPECT_EQ(swapped[i].extra, expected[i].missing) << "what is missing there is extra here";
+  }
+
+  const auto mirror = [](const GreyImage& from, GreyImage& to) {
+    to.Create(from.width, from.height);
+    for (int y = 0; y < to.height; ++y) {
+      for (int x = 0; x < to.width; ++x) to.rows[y][x] = from.rows[y][from.width - 1 - x];
+    }
+  };
+  mirror(good, good2);
+  mirror(tested, tested2);
+  const auto mirrored = Inspect(good2, tested2);
+  EXPECT_EQ(mirrored.size(), expected.size());
+  for (const Defect& e : expected) {
+    EXPECT_EQ(std::count_if(mirrored.begin(), mirrored.end(),
+                            [&](const Defect& m) {
+                              return std::abs(good.width - 1 - m.right - e.left) <= 2 &&
+                                     std::abs(m.top - e.top) <= 2;
+                            }),
+              1);
+  }
+}
+
+TEST(Inspection, PixelsLieInTheirDefects) {
+  const SampleBoard board(2, 500, 400);
+  GreyImage good, tested;
+  board.DrawGood(good);
+  const auto drawn = board.DrawTested(kAll, tested, {.x = 6, .y = -4});
+  BoardInspector inspector;
+  inspector.Teach(good);
+  const auto defects = inspector.Inspect(tested).defects;
+  ExpectEach(drawn, defects);
+  for (const Defect& defect : defects) {
+    const auto missing = inspector.Pixels(defect, Difference::kMissing);
+    const auto extra = inspector.Pixels(defect, Difference::kExtra);
+    EXPECT_EQ(static_cast<int>(missing.size()), defect.missing);
+    EXPECT_EQ(static_cast<int>(extra.size()), defect.extra);
+    // What is missing is ground in the picture, what is extra is material.
+    for (const app::Point& p : missing) {
+      EXPECT_GT(tested.rows[static_cast<int>(p.y)][static_cast<int>(p.x)], 128);
+    }
+    for (const app::Point& p : extra) {
+      EXPECT_LT(tested.rows[static_cast<int>(p.y)][static_cast<int>(p.x)], 140);
+    }
+  }
+}
+
+TEST(Inspection, LearnsFromGoodBoardsHowFarEdgesWander) {
+  const SampleBoard board(4, 500, 400);
+  GreyImage good, wide, wider, tested;
+  board.DrawGood(good);
+  board.DrawGood(wide, {}, 1.5);
+  board.DrawGood(wider, {}, 3.5);
+  const auto drawn = board.DrawTested(kAll, tested);
+
+  BoardInspector inspector;
+  inspector.Teach(good);
+  EXPECT_EQ(inspector.Tolerance(), 3);
+  EXPECT_FALSE(inspector.Inspect(wider).defects.empty()) << "traces grew by more than that";
+  inspector.AddGood(wide);
+  EXPECT_EQ(inspector.Tolerance(), 3) << "what a good board showed within it widens nothing";
+  inspector.AddGood(wider);
+  // Along slopes, where the band of a diamond is narrowest, 3.5 pixels need one of 5.
+  EXPECT_GE(inspector.Tolerance(), 4);
+  EXPECT_LE(inspector.Tolerance(), 6);
+  for (const GreyImage* image : {&good, &wide, &wider}) {
+    EXPECT_TRUE(inspector.Inspect(*image).defects.empty());
+  }
+  EXPECT_FALSE(inspector.Inspect(tested).defects.empty());
+
+  // A defect is no wandering edge.
+  inspector.Teach(good);
+  const std::string failure = FailureOf([&] { inspector.AddGood(tested); });
+  EXPECT_NE(failure.find("no good board"), std::string::npos) << failure;
+
+  // A given tolerance stays.
+  BoardInspector strict({.tolerance = 2});
+  strict.Teach(good);
+  strict.AddGood(wide);
+  EXPECT_EQ(strict.Tolerance(), 2);
+}
+
+TEST(Inspection, RefusesWhatCannotBeCompared) {
+  const SampleBoard board(1, 300, 300), otherBoard(2, 300, 300);
+  GreyImage good, other, flat, noise, small, smaller;
+  board.DrawGood(good);
+  otherBoard.DrawGood(other);
+  Fill(flat, 300, 300, Content::kFlat);
+  Fill(noise, 300, 300, Content::kNoise);
+  Fill(small, 300, 299, Content::kNoise);
+  Fill(smaller, 63, 300, Content::kNoise);
+
+  BoardInspector inspector;
+  inspector.Teach(good);
+  struct Case {
+    const GreyImage& tested;
+    const char* message;
+  };
+  for (const Case& c : {Case{other, "does not show this board"},
+                        {flat, "does not show this board"},
+                        {noise, "does not show this board"},
+                        {small, "300 x 299"}}) {
+    const std::string failure = FailureOf([&] { inspector.Inspect(c.tested); });
+    EXPECT_NE(failure.find(c.message), std::string::npos) << failure;
+  }
+  EXPECT_TRUE(inspector.Inspect(good).defects.empty()) << "a refusal leaves nothing behind";
+  EXPECT_NE(FailureOf([&] { inspector.Teach(smaller); }).find("63 x 300"), std::string::npos);
+  inspector.Teach(flat);
+  EXPECT_NE(FailureOf([&] { inspector.Inspect(good); }).find("no structure"), std::string::npos);
+}
+
+TEST(Inspection, MarkedPairsOfRealBoards) {
+  const char* const data = std::getenv("QUILLON_DATA");
+  const auto pairs = ReadMarkedPairs(data ? std::string(data) + "/pcb" : "");
+  if (pairs.empty()) GTEST_SKIP() << "QUILLON_DATA names no folder with pcb/";
+  DetectionCount total;
+  BoardInspector inspector;
+  for (const MarkedPair& pair : pairs) {
+    GreyImage good, tested;
+    app::ReadImage(pair.good, good);
+    app::ReadImage(pair.tested, tested);
+    inspector.Teach(good);
+    EXPECT_TRUE(inspector.Inspect(good).defects.empty()) << pair.name;
+    const DetectionCount count = Judge(inspector.Inspect(tested).defects, pair.marks);
+    EXPECT_GE(count.F(), 0.8) << pair.name;
+    total += count;
+  }
+  EXPECT_GE(total.F(), 0.95) << total.right << " right of " << total.found << " found and "
+                             << total.marks << " marked";
+}
+
+TEST_F(InspectCommand, PrintsDefectsAndVerdict) {
+  const Answer answer = Quillon({"inspect", good_, passing_, failing_, "--json"});
+  EXPECT_EQ(answer.exitCode, 3) << answer.err;
+  const Json json = Json::parse(answer.out);
+  EXPECT_EQ(json["inspected"], 2);
+  EXPECT_EQ(json["passed"], 1);
+  EXPECT_EQ(json["tolerance"], 3);
+  ASSERT_EQ(json["found"], drawn_.size());
+  ASSERT_EQ(json["defects"].size(), drawn_.size());
+  for (const DrawnDefect& d : drawn_) {
+    EXPECT_EQ(
+        std::count_if(json["defects"].begin(), json["defects"].end(),
+                      [&](const Json& f) {
+                        return f["board"] == failing_ && f["left"] < d.left &&
+                               f["right"] > d.right && f["top"] < d.top && f["bottom"] > d.bottom &&
+                               f["kind"] == (d.kind == Difference::kMissing ? "missing" : "extra");
+                      }),
+        1)
+        << d.name << " in " << json;
+  }
+
+  const Answer table = Quillon({"inspect", good_, passing_});
+  EXPECT_EQ(table.exitCode, 0);
+  EXPECT_NE(table.out.find("Boards without defects"), std::string::npos) << table.out;
+  const auto csv = ParseCsv(Quillon({"inspect", good_, failing_, "--csv"}).out);
+  ASSERT_EQ(csv.size(), drawn_.size() + 1);
+  EXPECT_EQ(csv[0][0], "board");
+  EXPECT_EQ(csv[1][0], failing_);
+
+  EXPECT_EQ(Quillon({"inspect", good_, failing_, "--min-area", "10000"}).exitCode, 0);
+  EXPECT_EQ(Quillon({"inspect", good_, failing_, "--good", failing_, "--tolerance", "3"}).exitCode,
+            0)
+      << "what a good board shows is accepted";
+}
+
+TEST_F(InspectCommand, GoesOnAfterABoardThatCannotBeInspected) {
+  const std::string broken = folder_ / "broken.png", small = folder_ / "small.png";
+  WriteText(broken, "no picture");
+  GreyImage image;
+  Fill(image, 100, 100, Content::kNoise);
+  app::WriteImage(small, image);
+  const Answer answer = Quillon({"inspect", good_, broken, small, failing_, "--json"});
+  EXPECT_EQ(answer.exitCode, 1);
+  EXPECT_EQ(Json::parse(answer.out)["found"], drawn_.size());
+  for (const char* message : {"broken.png", "small.png' is 100 x 100", "2 of 3 boards"}) {
+    EXPECT_NE(answer.err.find(message), std::string::npos) << answer.err;
+  }
+
+  struct Case {
+    std::vector<std::string> arguments;
+    int exitCode;
+    const char* message;
+  };
+  const Case cases[] = {
+      {{good_}, 2, "TEST"},
+      {{broken, good_}, 1, "broken.png"},
+      {{good_, good_, "--good", small}, 1, "small.png"},
+      {{good_, good_, "--tolerance", "13"}, 2, "--tolerance"},
+      {{good_, good_, "--min-area", "0"}, 2, "--min-area"},
+      {{good_, good_, "--margin", "-1"}, 2, "--margin"},
+  };
+  for (const Case& c : cases) {
+    std::vector<std::string> arguments = {"inspect"};
+    arguments.insert(arguments.end(), c.arguments.begin(), c.arguments.end());
+    const Answer wrong = Quillon(arguments);
+    EXPECT_EQ(wrong.exitCode, c.exitCode) << c.message;
+    EXPECT_NE(wrong.err.find(c.message), std::string::npos) << wrong.err;
+  }
+}
+
+TEST_F(InspectCommand, ReportShowsGoodAndTestedBoards) {
+  const std::string page = folder_ / "page.html";
+  ASSERT_EQ(Quillon({"inspect", good_, failing_, passing_, "--report", page}).exitCode, 3);
+  const std::string text = ReadText(page);
+  const auto count = [&](const std::string& word) {
+    int found = 0;
+    for (size_t at = text.find(word); at != std::string::npos; at = text.find(word, at + 1)) {
+      ++found;
+    }
+    return found;
+  };
+  EXPECT_EQ(count("data:image/png"), 3);
+  // Each defect is boxed on the good board and on its own.
+  EXPECT_EQ(count("<rect "), 2 * static_cast<int>(drawn_.size()));
+  for (const char* layer : {"Missing", "Extra", "Missing pixels", "Extra pixels"}) {
+    EXPECT_GE(count("</i>" + std::string(layer) + "</label>"), 1) << layer;
+  }
+}
+
+}  // namespace quillon::test
