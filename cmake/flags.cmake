@@ -22,7 +22,8 @@ function(quillon_flags target)
   if(QUILLON_SANITIZE)
     target_compile_options(${target} PRIVATE
       -fsanitize=${QUILLON_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer -g1
-      -Wno-maybe-uninitialized)  # the instrumented code confuses this warning
+      # The instrumented code confuses this warning.
+      $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
     target_link_options(${target} PRIVATE -fsanitize=${QUILLON_SANITIZE})
   endif()
 endfunction()

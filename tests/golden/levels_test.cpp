@@ -12,12 +12,13 @@ namespace {
 const quillon::Kernels* chosenLevel = nullptr;
 }
 
+// A reference travels as a pointer.
 extern "C" {
-const quillon::Kernels& __real__ZN7quillon11BestKernelsEv();
-const quillon::Kernels& __wrap__ZN7quillon11BestKernelsEv();
+const quillon::Kernels* __real__ZN7quillon11BestKernelsEv();
+const quillon::Kernels* __wrap__ZN7quillon11BestKernelsEv();
 
-const quillon::Kernels& __wrap__ZN7quillon11BestKernelsEv() {
-  return chosenLevel ? *chosenLevel : __real__ZN7quillon11BestKernelsEv();
+const quillon::Kernels* __wrap__ZN7quillon11BestKernelsEv() {
+  return chosenLevel ? chosenLevel : __real__ZN7quillon11BestKernelsEv();
 }
 }
 
