@@ -1,8 +1,6 @@
-// Row kernels of rotation. Compiled once per level. The loops over arithmetic are plain: the
-// compiler turns them into vectors.
+// Row kernels of rotation. Compiled once per level. Positions are computed in whole numbers, next
+// to the definition's; the few pixels for which that may matter are computed again in double.
 #include "arith/rotation_kernels.h"
-
-#include <stddef.h>
 
 #include <utility>
 
@@ -11,9 +9,13 @@
 namespace quillon::QUILLON_LEVEL {
 namespace {
 
-// Positions of so many pixels are computed, then their pixels loaded: few enough to stay in the
-// first cache beside the image.
-constexpr int kRun = 128;
+constexpr int kLanes = kVectorBytes / 4;
+constexpr int kGroup = 16;  // pixels that are computed together
+constexpr int kVectors = kGroup / kLanes;
+using Longs = I32<kLanes>;
+using Floats = F32<kLanes>;
+
+constexpr int kUnit = 1 << kPositionBits;
 
 QUILLON_INLINE uint16_t LoadPair(const uint8_t* from) {
   uint16_t pair;
@@ -29,48 +31,94 @@ QUILLON_INLINE double SourceY(const RotatedRow& row, int x) {
   return (row.rowY - row.columnY[x]) + row.originY;
 }
 
+QUILLON_INLINE const uint8_t* PixelAt(const RotatedRow& row, int column, int line) {
+  return row.top + column - static_cast<ptrdiff_t>(line) * row.stride;
+}
+
+// Offsets within a strip of wider rows may not fit 32 bits: all of their pixels are computed in
+// double.
+constexpr int kWidestStride = 1 << 22;
+
+// Where the source's pixels for a run of columns lie. First all of them are located, then loaded:
+// one by one, each load would wait for its address.
+constexpr int kRun = 128;
+
+struct Run {
+  alignas(64) int32_t offsets[kRun];  // from `start`
+};
+
+QUILLON_INLINE Longs FixedX(const RotatedRow& row, int x) {
+  return Load<int32_t, kLanes>(row.fixedX + x) + row.startX;
+}
+QUILLON_INLINE Longs FixedY(const RotatedRow& row, int x) {
+  return Load<int32_t, kLanes>(row.fixedY + x) + row.startY;
+}
+
+// Locates the pixels from column x on, whole vectors of them, and calls see(x, y, i) for each
+// vector.
+template <class See>
+QUILLON_INLINE void Locate(const RotatedRow& row, int x, int count, Run& run, const See& see) {
+  for (int i = 0; i < count; i += kLanes) {
+    const Longs sx = FixedX(row, x + i), sy = FixedY(row, x + i);
+    Store(run.offsets + i, (sx >> kPositionBits) - (sy >> kPositionBits) * row.stride);
+    see(sx, sy, i);
+  }
+  for (int i = row.fetched; i < count; i += 8) {
+    __builtin_prefetch(row.start + run.offsets[i] + row.ahead);
+  }
+}
+
+// ---- nearest ------------------------------------------------------------------------------------
+
 // Pixels from all over the image are inserted into a register one by one: written to memory singly,
 // they would cost twice as much.
 template <int... kLane>
-QUILLON_INLINE void CollectPixels(const uint8_t* top, const int32_t* offsets, uint8_t* out,
+QUILLON_INLINE void CollectPixels(const uint8_t* start, const int32_t* offsets, uint8_t* out,
                                   std::integer_sequence<int, kLane...>) {
   __m128i pixels = _mm_setzero_si128();
 #if QUILLON_AVX2
-  ((pixels = _mm_insert_epi8(pixels, top[offsets[kLane]], kLane)), ...);
-  ((pixels = _mm_insert_epi8(pixels, top[offsets[kLane + 8]], kLane + 8)), ...);
+  ((pixels = _mm_insert_epi8(pixels, start[offsets[kLane]], kLane)), ...);
+  ((pixels = _mm_insert_epi8(pixels, start[offsets[kLane + 8]], kLane + 8)), ...);
 #else
-  ((pixels = _mm_insert_epi16(pixels, top[offsets[2 * kLane]] | top[offsets[2 * kLane + 1]] << 8,
-                              kLane)),
+  ((pixels = _mm_insert_epi16(
+        pixels, start[offsets[2 * kLane]] | start[offsets[2 * kLane + 1]] << 8, kLane)),
    ...);
 #endif
   Store(out, pixels);
-}
-
-// Each pixel with its right neighbour, in 16 bits.
-template <int... kLane>
-QUILLON_INLINE void CollectPairs(const uint8_t* top, const int32_t* offsets, uint16_t* out,
-                                 std::integer_sequence<int, kLane...>) {
-  __m128i pairs = _mm_setzero_si128();
-  ((pairs = _mm_insert_epi16(pairs, LoadPair(top + offsets[kLane]), kLane)), ...);
-  Store(out, pairs);
 }
 
 constexpr auto kEight = std::make_integer_sequence<int, 8>{};
 
 void NearestRow(const RotatedRow& given, uint8_t* out, int first, int end) {
   const RotatedRow row = given;
-  alignas(64) int32_t offsets[kRun];
+  const auto exactPixel = [&](int x) {
+    out[x] = *PixelAt(row, static_cast<int>(SourceX(row, x)), static_cast<int>(SourceY(row, x)));
+  };
+  if (row.stride > kWidestStride) {
+    for (int x = first; x < end; ++x) exactPixel(x);
+    return;
+  }
+  Run run;
   for (int x = first; x < end; x += kRun) {
     const int count = end - x < kRun ? end - x : kRun;
-    for (int i = 0; i < count; ++i) {
-      offsets[i] = static_cast<int32_t>(SourceX(row, x + i)) -
-                   static_cast<int32_t>(SourceY(row, x + i)) * row.stride;
+    // A position so near to a whole number may truncate to another pixel than the definition's.
+    Longs nearest = Longs{} + kUnit;
+    Locate(row, x, count, run, [&](Longs sx, Longs sy, int) {
+      nearest = Min(nearest, Min((sx + 2) & (kUnit - 1), (sy + 2) & (kUnit - 1)));
+    });
+    if (MoveWordMask(nearest - 4) != 0) {
+      for (int i = 0; i < count; ++i) exactPixel(x + i);
+      continue;
     }
     int i = 0;
-    for (; i <= count - 16; i += 16) CollectPixels(row.top, offsets + i, out + x + i, kEight);
-    for (; i < count; ++i) out[x + i] = row.top[offsets[i]];
+    for (; i <= count - kGroup; i += kGroup) {
+      CollectPixels(row.start, run.offsets + i, out + x + i, kEight);
+    }
+    for (; i < count; ++i) out[x + i] = row.start[run.offsets[i]];
   }
 }
+
+// ---- bilinear -----------------------------------------------------------------------------------
 
 // Linear interpolation of four pixels, in T.
 template <class T>
@@ -83,57 +131,98 @@ QUILLON_INLINE T Interpolate(T nw, T ne, T sw, T se, T right, T down) {
 uint8_t ExactPixel(const RotatedRow& row, int x) {
   const double sx = SourceX(row, x), sy = SourceY(row, x);
   const int column = static_cast<int>(sx), line = static_cast<int>(sy);
-  const uint8_t* upper = row.top + column - static_cast<ptrdiff_t>(line) * row.stride;
+  const uint8_t* upper = PixelAt(row, column, line);
   const uint8_t* lower = upper - row.stride;
   return static_cast<uint8_t>(
       Interpolate<double>(upper[0], upper[1], lower[0], lower[1], sx - column, sy - line) + 0.5);
 }
 
-// In float, the sum of interpolation and 1/2 is off by less than 7 * 2^-16: 2^-17 for each rounding
-// of a number below 256 and for each fraction's own rounding, carried along. Where it lies farther
-// than 2^-13 from an integer, it truncates to the same value as in double; the others are few.
-constexpr float kDoubt = 0x1p-13f;
+// A position that is off by 1.01 units in each direction moves the value by less than
+// 2 * 255 * 1.01 * 2^-22 < 2^-12.98, also where it lies in the next pixel. In float, the sum of
+// interpolation and 1/2 is off by less than 10 * 2^-17: 2^-17 for each rounding of a number below
+// 256, carried along. So where both ends of a range of 2^-12 around it truncate to the same value,
+// this is the definition's; the other pixels are few.
+constexpr float kDoubt = 0x1p-12f;
+
+// Each of eight pixels with its right neighbour, in 16 bits.
+template <int... kLane>
+QUILLON_INLINE __m128i CollectPairs(const uint8_t* from, const int32_t* offsets,
+                                    std::integer_sequence<int, kLane...>) {
+  __m128i pairs = _mm_setzero_si128();
+  ((pairs = _mm_insert_epi16(pairs, LoadPair(from + offsets[kLane]), kLane)), ...);
+  return pairs;
+}
+
+// The pairs of a group in 32-bit lanes.
+QUILLON_INLINE void LoadPairs(const uint8_t* from, const int32_t* offsets,
+                              Longs (&pairs)[kVectors]) {
+  const __m128i low = CollectPairs(from, offsets, kEight);
+  const __m128i high = CollectPairs(from, offsets + 8, kEight);
+#if QUILLON_AVX512
+  const auto both = Join(BitCast<U64<2>>(low), BitCast<U64<2>>(high));
+  pairs[0] = BitCast<Longs>(_mm512_maskz_cvtepu16_epi32(0xFFFF, BitCast<__m256i>(both)));
+#elif QUILLON_AVX2
+  pairs[0] = BitCast<Longs>(_mm256_cvtepu16_epi32(low));
+  pairs[1] = BitCast<Longs>(_mm256_cvtepu16_epi32(high));
+#else
+  const __m128i zero = _mm_setzero_si128();
+  pairs[0] = BitCast<Longs>(_mm_unpacklo_epi16(low, zero));
+  pairs[1] = BitCast<Longs>(_mm_unpackhi_epi16(low, zero));
+  pairs[2] = BitCast<Longs>(_mm_unpacklo_epi16(high, zero));
+  pairs[3] = BitCast<Longs>(_mm_unpackhi_epi16(high, zero));
+#endif
+}
+
+// Lanes of 0 ... 255 as bytes.
+QUILLON_INLINE U8<16> PackGroup(const Longs (&values)[kVectors]) {
+#if QUILLON_AVX512
+  return BitCast<U8<16>>(_mm512_maskz_cvtepi32_epi8(0xFFFF, BitCast<__m512i>(values[0])));
+#elif QUILLON_AVX2
+  const auto words = PackLanes(values[0], values[1]);
+  const __m128i low = BitCast<__m128i>(Low(words)), high = BitCast<__m128i>(High(words));
+  return BitCast<U8<16>>(_mm_packus_epi16(low, high));
+#else
+  const auto low = PackLanes(values[0], values[1]), high = PackLanes(values[2], values[3]);
+  return BitCast<U8<16>>(_mm_packus_epi16(BitCast<__m128i>(low), BitCast<__m128i>(high)));
+#endif
+}
 
 void BilinearRow(const RotatedRow& given, uint8_t* out, int first, int end) {
   const RotatedRow row = given;
-  alignas(64) int32_t offsets[kRun];
-  alignas(64) float right[kRun], down[kRun];
-  alignas(64) uint16_t upper[kRun], lower[kRun];
-  alignas(64) uint8_t doubtful[kRun];
+  if (row.stride > kWidestStride) {
+    for (int x = first; x < end; ++x) out[x] = ExactPixel(row, x);
+    return;
+  }
+  const auto fraction = [](Longs position) {
+    return Convert<float, kLanes>(position & (kUnit - 1)) * (1.0f / kUnit);
+  };
+  Run run;
   for (int x = first; x < end; x += kRun) {
     const int count = end - x < kRun ? end - x : kRun;
-    for (int i = 0; i < count; ++i) {
-      const double sx = SourceX(row, x + i), sy = SourceY(row, x + i);
-      const int32_t column = static_cast<int32_t>(sx), line = static_cast<int32_t>(sy);
-      right[i] = static_cast<float>(sx - column);
-      down[i] = static_cast<float>(sy - line);
-      offsets[i] = column - line * row.stride;
+    Locate(row, x, count, run, [](Longs, Longs, int) {});
+    int i = 0;
+    for (; i <= count - kGroup; i += kGroup) {
+      Longs upper[kVectors], lower[kVectors], least[kVectors], most[kVectors];
+      LoadPairs(row.start, run.offsets + i, upper);
+      LoadPairs(row.start - row.stride, run.offsets + i, lower);
+      for (int v = 0; v < kVectors; ++v) {
+        const auto real = [](Longs lanes) { return Convert<float, kLanes>(lanes); };
+        const int at = x + i + v * kLanes;
+        const Floats value =
+            Interpolate(real(upper[v] & 255), real(upper[v] >> 8), real(lower[v] & 255),
+                        real(lower[v] >> 8), fraction(FixedX(row, at)), fraction(FixedY(row, at)));
+        least[v] = Convert<int32_t, kLanes>(value + (0.5f - kDoubt));
+        most[v] = Convert<int32_t, kLanes>(value + (0.5f + kDoubt));
+      }
+      const U8<16> pixels = PackGroup(least);
+      Store(out + x + i, pixels);
+      auto doubtful = static_cast<uint32_t>(MoveMask(pixels != PackGroup(most)));
+      for (; doubtful != 0; doubtful &= doubtful - 1) {
+        const int at = x + i + __builtin_ctz(doubtful);
+        out[at] = ExactPixel(row, at);
+      }
     }
-    const uint8_t* next = row.top - row.stride;
-    int loaded = 0;
-    for (; loaded <= count - 8; loaded += 8) {
-      CollectPairs(row.top, offsets + loaded, upper + loaded, kEight);
-      CollectPairs(next, offsets + loaded, lower + loaded, kEight);
-    }
-    for (; loaded < count; ++loaded) {
-      upper[loaded] = LoadPair(row.top + offsets[loaded]);
-      lower[loaded] = LoadPair(next + offsets[loaded]);
-    }
-    uint8_t anyDoubt = 0;
-    for (int i = 0; i < count; ++i) {
-      const float value = Interpolate<float>(upper[i] & 255, upper[i] >> 8, lower[i] & 255,
-                                             lower[i] >> 8, right[i], down[i]) +
-                          0.5f;
-      const int32_t pixel = static_cast<int32_t>(value);
-      const float fromMiddle = __builtin_fabsf(value - static_cast<float>(pixel) - 0.5f);
-      out[x + i] = static_cast<uint8_t>(pixel);
-      doubtful[i] = fromMiddle > 0.5f - kDoubt;
-      anyDoubt |= doubtful[i];
-    }
-    if (!anyDoubt) continue;
-    for (int i = 0; i < count; ++i) {
-      if (doubtful[i]) out[x + i] = ExactPixel(row, x + i);
-    }
+    for (; i < count; ++i) out[x + i] = ExactPixel(row, x + i);
   }
 }
 

@@ -7,8 +7,16 @@
 
 namespace quillon {
 
-// What is the same for all pixels of a row: column x shows the source at
+// Positions in whole numbers have so many bits behind the point: with those, and nine before it for
+// a strip of columns, they fit 32 bits.
+constexpr int kPositionBits = 22;
+constexpr int kStripColumns = 256;
+constexpr int kLanesBeyond = 16;  // of fixedX and fixedY that can be read behind the last column
+
+// What is the same for the pixels of a row in a strip of columns: column x shows the source at
 //   (columnX[x] + rowX) + originX,  (rowY - columnY[x]) + originY
+// which is, from the pixel at `start` on and within 1.01 units of 2^-kPositionBits,
+//   fixedX[x] + startX,  fixedY[x] + startY
 struct RotatedRow {
   const double* columnX;
   const double* columnY;
@@ -16,13 +24,24 @@ struct RotatedRow {
   double originX, originY;
   const uint8_t* top;  // the source's row 0; row 1 is `stride` bytes before it
   int32_t stride;
+
+  const int32_t* fixedX;
+  const int32_t* fixedY;
+  int32_t startX, startY;
+  const uint8_t* start;
+
+  // Of each eight pixels, this one's address so many bytes on is fetched ahead: over eight rows,
+  // all that a later row will need.
+  int32_t fetched;
+  int32_t ahead;
 };
 
 struct RotationKernels {
   // Columns first ... end - 1 of the result, all of which lie inside the source: the pixel at the
   // truncated position.
   void (*NearestRow)(const RotatedRow& row, uint8_t* out, int first, int end);
-  // The interpolated pixel; there is a next column and a next row at every position.
+  // The interpolated pixel; there is a next column and a next row at every position, and at those
+  // one unit beyond.
   void (*BilinearRow)(const RotatedRow& row, uint8_t* out, int first, int end);
 };
 
