@@ -174,6 +174,22 @@ void AddTemplateMatching() {
   AddSearch("ncc_find_full", moved, 0, {0});
   AddSearch("ncc_find_20deg", {.side = 64, .placed = {{place, 17}}, .angleLimit = 20}, 3,
             {-20, 0, 20});
+  AddSearch("ncc_find_20deg_large", {.side = 128, .placed = {{place, 17}}, .angleLimit = 20}, 4,
+            {-20, 0, 20});
+  Add(MakeSearch("ncc_find_any_pose", {.side = 100,
+                                       .placed = {{{130, 120}, 10, 0.85},
+                                                  {{390, 150}, 75, 1.15},
+                                                  {{640, 130}, 140, 0.95},
+                                                  {{900, 140}, -160, 1.05},
+                                                  {{1150, 160}, -95, 1.2},
+                                                  {{150, 480}, -35, 0.8},
+                                                  {{420, 560}, 175, 1.1},
+                                                  {{700, 840}, 50, 0.9},
+                                                  {{980, 700}, -120, 1},
+                                                  {{1130, 880}, 0, 1.17}},
+                                       .angleLimit = 180,
+                                       .scaleMin = 0.8,
+                                       .scaleMax = 1.2}));
 }
 
 }  // namespace quillon::bench
