@@ -42,10 +42,10 @@ Texture MakeTexture(int width, int height, double shapes, Random& random) {
       for (int x = left; x <= right; ++x) {
         const double u = ((x - cx) * c + (y - cy) * s) / size;
         const double v = ((y - cy) * c - (x - cx) * s) / (size * aspect);
-        const double r = std::hypot(u, v);
-        const bool inside = kind == 0   ? r < 1
+        const double squared = u * u + v * v;
+        const bool inside = kind == 0   ? squared < 1
                             : kind == 1 ? std::abs(u) < 1 && std::abs(v) < 1
-                                        : r < 1 && r > 0.6;
+                                        : squared < 1 && squared > 0.36;
         if (inside) t.texels[static_cast<size_t>(y) * t.width + x] = value;
       }
     }
