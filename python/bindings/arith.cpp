@@ -23,7 +23,7 @@ void DefinePair(py::module_& module, const char* name, PairExport export_, const
           Refuse("b", "an array of the shape of a, " + Text({first.width(), first.height()}) + ",",
                  "one of " + Text({second.width(), second.height()}));
         }
-        auto result = std::make_unique<GreyImage>();
+        auto result = NewResult<unsigned char>(first.width(), first.height());
         Unlocked([&] { export_(first.get(), second.get(), result.get()); });
         NeedPixels(*result);
         return Deliver(std::move(result), out);

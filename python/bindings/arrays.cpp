@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "spares.h"
+
 namespace quillon::python {
 namespace {
 
@@ -106,9 +108,15 @@ PixelView ViewOf(const Array& argument, const char* name, Layout layout) {
 }
 
 template <class Pixel>
+std::unique_ptr<CImage<Pixel>> NewResult(int width, int height) {
+  auto spare = Spares<Pixel>::Instance().Take(width, height);
+  return spare ? std::move(spare) : std::make_unique<CImage<Pixel>>();
+}
+
+template <class Pixel>
 std::unique_ptr<CImage<Pixel>> CopyPixels(const PixelView& view) {
-  auto image = std::make_unique<CImage<Pixel>>();
-  image->Create(view.width, view.height);
+  auto image = NewResult<Pixel>(view.width, view.height);
+  if (!image->bits) image->Create(view.width, view.height);
   if (!image->bits) throw std::bad_alloc();
   for (int y = view.height - 1; y >= 0; --y) {
     CopyRow(view, view.data + y * view.rowStep, image->rows[y]);
@@ -148,7 +156,8 @@ void Source<Pixel>::Borrow(const PixelView& view) {
 
 template <class Pixel>
 Source<Pixel>::~Source() {
-  // The store is the array's.
+  if (copy_) Spares<Pixel>::Instance().Give(std::move(copy_));
+  // The borrowed store is the array's.
   std::free(borrowed_.rows);
   borrowed_.rows = nullptr;
   borrowed_.bitmap = nullptr;
@@ -174,7 +183,10 @@ py::array ToArray(std::unique_ptr<CImage<Pixel>> image) {
   if (!image->bits) return py::array_t<uint8_t>(shape);
   ClearPadding(*image);
   const py::capsule owner(image.get(), kCapsule, [](PyObject* capsule) {
-    delete static_cast<CImage<Pixel>*>(PyCapsule_GetPointer(capsule, kCapsule));
+    std::unique_ptr<CImage<Pixel>> shown(
+        static_cast<CImage<Pixel>*>(PyCapsule_GetPointer(capsule, kCapsule)));
+    ClearPadding(*shown);
+    Spares<Pixel>::Instance().Give(std::move(shown));
   });
   return py::array_t<uint8_t>(shape, steps, image.release()->rows[0], owner);
 }
@@ -189,6 +201,8 @@ py::array CopyInto(const Array& out, const py::array& result) {
   return array;
 }
 
+template std::unique_ptr<GreyImage> NewResult(int, int);
+template std::unique_ptr<ColourImage> NewResult(int, int);
 template class Source<unsigned char>;
 template class Source<RGB_24>;
 template std::unique_ptr<GreyImage> CopyPixels(const PixelView&);

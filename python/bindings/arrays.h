@@ -48,6 +48,10 @@ bool IsColour(const Array& array);
 // Whether the argument is an array that may be written to.
 bool IsWritable(const Array& array);
 
+// An image for an export to make its result in: empty, or of this size with old pixels.
+template <class Pixel>
+std::unique_ptr<CImage<Pixel>> NewResult(int width, int height);
+
 // Copies the pixels into a new image. Needs no interpreter lock.
 template <class Pixel>
 std::unique_ptr<CImage<Pixel>> CopyPixels(const PixelView& view);

@@ -59,7 +59,7 @@ void DefineConversion(py::module_& module, const char* name, ConvertExport expor
         py::list keepAlive;
         const auto data = ReadTables(tables, keepAlive);
         const Source<RGB_24> source(image, "image");
-        auto result = std::make_unique<ColourImage>();
+        auto result = NewResult<RGB_24>(source.width(), source.height());
         Unlocked([&] { export_(source.get(), result.get(), data[0], data[1], data[2]); });
         NeedPixels(*result);
         return Deliver(std::move(result), out);
@@ -73,7 +73,7 @@ void DefineChannel(py::module_& module, const char* name, ChannelExport export_,
       [export_](const Array& image, int channel, const Array& out) {
         if (channel < 0 || channel > 2) Refuse("channel", "0, 1 or 2", std::to_string(channel));
         const Source<RGB_24> source(image, "image");
-        auto result = std::make_unique<GreyImage>();
+        auto result = NewResult<unsigned char>(source.width(), source.height());
         Unlocked([&] { export_(source.get(), result.get(), channel); });
         NeedPixels(*result);
         return Deliver(std::move(result), out);

@@ -51,7 +51,7 @@ py::array Filter(void (*export_)(In*, CImage<Out>*, Extra...), const Check& chec
       return Deliver(std::move(both), out);
     }
   }
-  auto result = std::make_unique<CImage<Out>>();
+  auto result = NewResult<Out>(view.width, view.height);
   if constexpr (std::is_const_v<In>) {
     const Source<Pixel> source(image, "image");
     Unlocked([&] { export_(source.get(), result.get(), extra...); });
