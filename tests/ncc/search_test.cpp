@@ -36,7 +36,10 @@ std::vector<NccResult> Find(const Kernels& kernels, const CImage<Pixel>& pattern
   const auto tool = std::make_unique<NccTool>();
   EXPECT_TRUE(BuildNccModel(kernels, pattern, masked, *tool));
   EXPECT_TRUE(FindNccModel(kernels, image, limits, *tool));
+  double previous = 1;
   for (const NccResult& r : ResultsOf(*tool)) {
+    EXPECT_LE(r.score, previous);
+    previous = r.score;
     for (double value : {r.x, r.y, r.angle, r.scale, r.score}) EXPECT_TRUE(std::isfinite(value));
     EXPECT_GE(r.score, limits.minScore);
     EXPECT_LE(r.score, 1.0);
@@ -214,9 +217,19 @@ TEST(NccSearch, MatchesAtTheBorderAndOfTheWholeImage) {
   ASSERT_EQ(whole.size(), 1u) << "a template as large as the image";
   EXPECT_NEAR(whole[0].x, 101, 0.02);
   EXPECT_TRUE(Find(BestKernels(), scene, pattern, limits).empty()) << "larger than the image";
+  SearchLimits anyPose = limits;
+  anyPose.rotate = true;
+  anyPose.angleMin = -180, anyPose.angleMax = 180;
+  anyPose.scaleMin = 0.8, anyPose.scaleMax = 1.25;
+  const auto turned = Find(BestKernels(), scene, scene, anyPose);
+  ASSERT_EQ(turned.size(), 1u) << "as large as the image, turned and scaled";
+  EXPECT_NEAR(turned[0].scale, 1, 0.01);
+  for (const NccResult& r : Find(BestKernels(), scene, pattern, anyPose)) {
+    EXPECT_LE(r.matchWidth, pattern.width) << "larger than the image";
+  }
 }
 
-TEST(NccSearch, EqualMatchesAreAllFoundAndCloseOnesAreOne) {
+TEST(NccSearch, EqualMatchesKeepTheirOrderAndCloseOnesAreOne) {
   GreyImage pattern, scene;
   MakeScene({.templateWidth = 32, .templateHeight = 32, .seed = 9}, pattern, scene);
   const SearchLimits limits = {.minScore = 0.8,
@@ -228,7 +241,85 @@ TEST(NccSearch, EqualMatchesAreAllFoundAndCloseOnesAreOne) {
                                .maxResults = 500};
   scene.Create(256, 256);
   for (int i = 0; i < 9; ++i) Paste(pattern, 8 + i % 3 * 80, 8 + i / 3 * 80, scene);
-  EXPECT_EQ(Find(BestKernels(), pattern, scene, limits).size(), 9u);
+  const auto results = Find(BestKernels(), pattern, scene, limits);
+  ASSERT_EQ(results.size(), 9u);
+  for (size_t i = 0; i < 9; ++i) {
+    EXPECT_NEAR(results[i].score, 1, 1e-9);
+    EXPECT_NEAR(results[i].x, 23.5 + static_cast<double>(i % 3 * 80), 0.02) << i;
+    EXPECT_NEAR(results[i].y, 23.5 + static_cast<double>(i / 3 * 80), 0.02) << i;
+  }
+  // Half a template apart along both axes or nearer, only the better match is left.
+  for (int apart : {4, 12, 16, 20}) {
+    scene.Create(128, 96);
+    Paste(pattern, 24, 24, scene);
+    Paste(pattern, 24 + apart, 24 + apart, scene);
+    SearchLimits any = limits;
+    any.minScore = 0.01;
+    const auto found = Find(BestKernels(), pattern, scene, any);
+    ASSERT_FALSE(found.empty());
+    EXPECT_NEAR(found[0].x, 39.5 + apart, 0.02);
+    for (size_t i = 0; i < found.size(); ++i) {
+      for (size_t j = 0; j < i; ++j) {
+        EXPECT_GE(std::max(std::abs(found[i].x - found[j].x), std::abs(found[i].y - found[j].y)),
+                  16.0);
+      }
+    }
+  }
+}
+
+// Few pixels, or the host's choice, leave the full resolution as the only level.
+TEST(NccSearch, ModelsOfOneLevel) {
+  for (const SceneSpec& spec :
+       {SceneSpec{.templateWidth = 15, .templateHeight = 14, .width = 90, .height = 70, .seed = 61},
+        SceneSpec{.templateWidth = 24,
+        .templateHeight = 20,
+        .width = 120,
+        .height = 90,
+        .angleMin = -15,
+        .angleMax = 15,
+        .scaleMin = 0.95,
+        .scaleMax = 1.05,
+        .seed = 62}}) {
+    GreyImage pattern, scene;
+    const auto truths = MakeScene(spec, pattern, scene);
+    const auto tool = std::make_unique<NccTool>();
+    for (bool masked : {false, true}) {
+      ASSERT_TRUE(BuildNccModel(BestKernels(), pattern, masked, *tool));
+      EXPECT_EQ(tool->defaultLevel, spec.templateWidth < 16 ? 0 : 1);
+      ASSERT_TRUE(IxSetPyramidLevel(tool.get(), 0));
+      SearchLimits limits = LimitsOf(spec, 1);
+      limits.minScore = 0.6;
+      ASSERT_TRUE(FindNccModel(BestKernels(), scene, limits, *tool));
+      ASSERT_EQ(tool->resultCount, 1);
+      EXPECT_LT(std::hypot(tool->results[0].x - truths[0].x, tool->results[0].y - truths[0].y),
+                0.2);
+      EXPECT_NEAR(tool->results[0].angle, truths[0].angle, 1);
+      EXPECT_NEAR(tool->results[0].scale, truths[0].scale, 0.02);
+    }
+  }
+}
+
+// Angles half way between two steps of the coarsest level, where a few pixels are left.
+TEST(NccSearch, TurnsBetweenTheStepsAreNotLost) {
+  for (const SceneSpec& spec :
+       {SceneSpec{.templateWidth = 128,
+       .templateHeight = 128,
+       .instances = 2,
+       .angleMin = -20,
+       .angleMax = 20,
+       .seed = 3},
+        SceneSpec{.templateWidth = 150,
+        .templateHeight = 151,
+        .instances = 2,
+        .angleMin = -180,
+        .angleMax = 180,
+        .seed = 800},
+        SceneSpec{.instances = 5, .angleMin = -20, .angleMax = 20, .seed = 342}}) {
+    GreyImage pattern, scene;
+    const auto truths = MakeScene(spec, pattern, scene);
+    const auto results = Find(BestKernels(), pattern, scene, LimitsOf(spec));
+    EXPECT_EQ(results.size(), truths.size()) << "seed " << spec.seed;
+  }
 }
 
 TEST(NccSearch, LimitsOfTheResultTable) {
