@@ -81,7 +81,8 @@ uint8_t EdgePixel(const GreyImage& source, const RotatedRow& row, int x) {
   const double right = sx - column, down = sy - line;
   const double above = upper[column] + (upper[next] - upper[column]) * right;
   const double below = lower[column] + (lower[next] - lower[column]) * right;
-  return static_cast<uint8_t>(above + (below - above) * down + 0.5);
+  const double rounded = above + (below - above) * down + 0.5;
+  return static_cast<uint8_t>(rounded);
 }
 
 // Columns of a row that show something, and those among them that the row kernel computes.

@@ -2,6 +2,8 @@
 // to the definition's; the few pixels for which that may matter are computed again in double.
 #include "arith/rotation_kernels.h"
 
+#include <stddef.h>
+
 #include <utility>
 
 #include "simd/blocks.h"
@@ -133,8 +135,9 @@ uint8_t ExactPixel(const RotatedRow& row, int x) {
   const int column = static_cast<int>(sx), line = static_cast<int>(sy);
   const uint8_t* upper = PixelAt(row, column, line);
   const uint8_t* lower = upper - row.stride;
-  return static_cast<uint8_t>(
-      Interpolate<double>(upper[0], upper[1], lower[0], lower[1], sx - column, sy - line) + 0.5);
+  const double rounded =
+      Interpolate<double>(upper[0], upper[1], lower[0], lower[1], sx - column, sy - line) + 0.5;
+  return static_cast<uint8_t>(rounded);
 }
 
 // A position that is off by 1.01 units in each direction moves the value by less than

@@ -358,11 +358,10 @@ void Convolve(const Kernels& kernels, const GreyImage& source, GreyImage& result
   const Weights weights = {reduced, size};
   const PairQuotient quotient = PairQuotientBy(divisor, magnitude);
   const bool small = AreSmall(reduced, cells);
-  Factors factors;
   // Below seven columns the products of bytes are fewer than those of the detour.
-  if (small && size < 7) {
-    ConvolveBytes(kernels, walk, weights, static_cast<int>(divisor));
-  } else if (Separate(weights, factors)) {
+  const bool direct = small && size < 7;
+  Factors factors;
+  if (!direct && Separate(weights, factors)) {
     ConvolveSeparably(kernels, walk, factors, quotient);
   } else if (small) {
     ConvolveBytes(kernels, walk, weights, static_cast<int>(divisor));

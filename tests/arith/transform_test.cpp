@@ -64,6 +64,23 @@ TEST(Transform, TranslationMovesAndClears) {
   });
 }
 
+// Rows without padding move several at a time.
+TEST(Transform, TranslationOfLargeImagesMovesAndClears) {
+  GreyImage source, expected;
+  for (const Size& size : {Size{1024, 100}, Size{1023, 100}, Size{40000, 3}}) {
+    Fill(source, size.width, size.height, Content::kNoise);
+    for (int dx : {0, 13, -9, 1024}) {
+      for (int dy : {0, 7, -41, 99}) {
+        SCOPED_TRACE(testing::Message() << size.width << ": " << dx << ", " << dy);
+        reference::Translate(source, expected, dx, dy);
+        ExpectTransformed(source, expected, [&](const GreyImage& from, GreyImage& to) {
+          TranslateImage(from, to, dx, dy);
+        });
+      }
+    }
+  }
+}
+
 TEST(Transform, RotationsMatchTheirFormula) {
   GreyImage expected;
   ForEachLevelAndImage([&](const Kernels& level, const GreyImage& source) {
