@@ -1,0 +1,51 @@
+// Recipes of any bytes. One that is free of problems is the same when its canonical text is read
+// again, and can be run on an image: it ends with a verdict.
+#include "errors.h"
+#include "fuzz/file.h"
+#include "fuzz/input.h"
+#include "recipe/inspection.h"
+#include "recipe/recipe.h"
+
+namespace quillon::fuzz {
+namespace {
+
+using namespace app::recipe;
+
+// What scaled images and templates from files cost is bounded by their own fuzzers.
+bool IsQuick(const Recipe& recipe) {
+  if (recipe.steps.size() > 8) return false;
+  for (const Step& step : recipe.steps) {
+    const bool scales = step.operation->name == std::string("scale");
+    if (step.operation->prepare || scales) return false;
+  }
+  return true;
+}
+
+void Inspect(const Recipe& recipe) {
+  std::string picture = "P5 40 30 255\n";
+  for (int i = 0; i < 40 * 30; ++i) picture += static_cast<char>(i * i / 7);
+  const char* path = FileOf(reinterpret_cast<const uint8_t*>(picture.data()), picture.size());
+  Inspector inspector(recipe, "");
+  const Record record = inspector.Inspect(path);
+  Require(record.verdict != Verdict::kUnreadable, "the picture is one");
+  Require(record.values.size() == recipe.measurements.size() || record.verdict == Verdict::kError,
+          "every measurement has its value");
+}
+
+}  // namespace
+}  // namespace quillon::fuzz
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
+  using namespace quillon::fuzz;
+  Problems problems;
+  const Recipe recipe = ParseRecipe({reinterpret_cast<const char*>(bytes), size}, problems);
+  if (!problems.empty()) return 0;
+  const Recipe again = ParseRecipe(recipe.canonical, problems);
+  Require(problems.empty() && again.canonical == recipe.canonical,
+          "the canonical text is the same recipe");
+  try {
+    if (IsQuick(recipe)) Inspect(recipe);
+  } catch (const quillon::app::Failure&) {  // a message to the user, by design
+  }
+  return 0;
+}
