@@ -61,6 +61,9 @@ def run(arguments):
     except batch.BatchError as error:
         print(f"quillon: {error}", file=sys.stderr)
         return 1
+    except KeyboardInterrupt:
+        print("quillon: interrupted", file=sys.stderr)
+        return 130
 
 
 def add_command(commands):

@@ -15,10 +15,15 @@ files lie where every machine sees them, and this package is installed on each.
 """
 
 import json
+import os
 import subprocess
 from collections import deque
 from itertools import islice
 from pathlib import Path
+from typing import Any, Dict, Iterable, Iterator, List, Union
+
+Record = Dict[str, Any]
+FileName = Union[str, "os.PathLike[str]"]
 
 IMAGE_ENDINGS = {".png", ".jpg", ".jpeg", ".bmp", ".pgm"}
 CHUNK = 16  # images a task: a start of the command and a teaching of templates go with each
@@ -28,7 +33,7 @@ class BatchError(Exception):
     """The batch cannot be run: the recipe, the folder or the cluster is not in order."""
 
 
-def list_images(folder):
+def list_images(folder: FileName) -> List[str]:
     """The images in a folder, by name, as `quillon run` finds them."""
     folder = Path(folder)
     if not folder.is_dir():
@@ -40,7 +45,7 @@ def list_images(folder):
     return images
 
 
-def check_recipe(recipe, command="quillon"):
+def check_recipe(recipe: FileName, command: str = "quillon") -> None:
     """Raises BatchError with what the command says of the recipe, if that is not in order."""
     try:
         checked = subprocess.run([command, "recipe", "check", recipe], capture_output=True,
@@ -51,7 +56,7 @@ def check_recipe(recipe, command="quillon"):
         raise BatchError(checked.stderr.strip())
 
 
-def inspect(command, recipe, images):
+def inspect(command: str, recipe: str, images: List[str]) -> List[Record]:
     """Runs on a worker: a record for each image, in order."""
     try:
         finished = subprocess.run([command, "run", recipe, *images, "--json", "--jobs", "1"],
@@ -68,12 +73,13 @@ def inspect(command, recipe, images):
     return records + [_failure(image, said) for image in images[len(records):]]
 
 
-def is_inspected(record):
+def is_inspected(record: Record) -> bool:
     """Whether the image passed or failed, rather than could not be inspected."""
     return record["verdict"] in ("pass", "fail")
 
 
-def run(recipe, images, scheduler=None, *, command="quillon", chunk=CHUNK):
+def run(recipe: FileName, images: Iterable[FileName], scheduler: Any = None, *,
+        command: str = "quillon", chunk: int = CHUNK) -> Iterator[Record]:
     """Yields a record for each image, in order.
 
     `scheduler` is the address of a Dask scheduler, a distributed.Client, or None for workers on

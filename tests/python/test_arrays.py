@@ -1,6 +1,7 @@
 """What may be passed as an image, what is refused and how, and what is copied."""
 
 import threading
+import time
 
 import numpy as np
 import pytest
@@ -119,3 +120,21 @@ def test_calls_on_several_threads_run_at_a_time_and_give_the_same_bytes():
         thread.join()
     for result in results:
         assert_array_equal(result, expected)
+
+
+def test_other_threads_run_during_a_call():
+    begun, done = threading.Event(), []
+
+    def work():
+        begun.set()
+        quillon.hsi_tables()  # the longest call there is
+        done.append(True)
+
+    thread, ticks = threading.Thread(target=work), 0
+    thread.start()
+    begun.wait()
+    while not done:
+        time.sleep(0.001)
+        ticks += 1
+    thread.join()
+    assert ticks > 10
