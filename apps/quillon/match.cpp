@@ -1,4 +1,6 @@
 // quillon match TEMPLATE IMAGE: where a template lies, found by correlating grey values or colours.
+#include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <memory>
 #include <vector>
@@ -20,8 +22,8 @@ constexpr Operation kOperations[] = {
     {"IxCreateNCCMatchModel", "match TEMPLATE IMAGE --mask", "teach a grey template"},
     {"IxCreateNCCMatchColorModel", "match TEMPLATE IMAGE --color", "teach a colour template"},
     {"IxGet_DefaultPyramidLevel", "match TEMPLATE IMAGE", "the coarsest level of the template"},
-    {"IxGet_CurrentPyramidLevel", "", "the level where a search starts"},
-    {"IxSetPyramidLevel", "", "start searches at another level"},
+    {"IxGet_CurrentPyramidLevel", "match TEMPLATE IMAGE", "the level where a search starts"},
+    {"IxSetPyramidLevel", "match TEMPLATE IMAGE --level N", "start searches at another level"},
     {"IxGet_Pyramid_GrayImage", "", "a level of a grey template"},
     {"IxGet_Pyramid_ColorImage", "", "a level of a colour template"},
     {"IxFindNCCMatchModel", "match TEMPLATE IMAGE --angle MIN MAX", "find a grey template"},
@@ -38,6 +40,7 @@ struct Options {
   std::vector<double> scale = {1, 1};
   double minScore = 0.7;
   int most = 50;
+  int level = -1;  // as many as there are
   bool mask = false, colour = false;
   Output output;
 };
@@ -52,6 +55,18 @@ bool Teach(const GreyImage& pattern, NccTool* tool, bool mask) {
 }
 bool Teach(const ColourImage& pattern, NccTool* tool, bool mask) {
   return IxCreateNCCMatchColorModel(&pattern, tool, mask);
+}
+
+// The coarsest level keeps some 16 pixels of the template as it was taught: of one that is looked
+// for at half that size, a level less keeps as many.
+void ChooseLevel(const Options& options, NccTool* tool) {
+  const int coarsest = IxGet_DefaultPyramidLevel(tool);
+  if (options.level > coarsest) {
+    throw Failure("--level: " + std::to_string(options.level) + " is above " +
+                  std::to_string(coarsest) + ", the coarsest level of '" + options.pattern + "'");
+  }
+  const int smaller = std::max(static_cast<int>(std::lround(-std::log2(options.scale[0]))), 0);
+  IxSetPyramidLevel(tool, options.level >= 0 ? options.level : std::max(coarsest - smaller, 0));
 }
 
 template <class Image, class Find>
@@ -70,7 +85,8 @@ std::vector<NccResult> Search(const Options& options, const Image& image, NccToo
 Findings MakeFindings(const NccTool* tool, const std::vector<NccResult>& matches) {
   Findings findings{
       .key = "matches",
-      .facts = {{"levels", "Levels of the template", int64_t{IxGet_DefaultPyramidLevel(tool)} + 1}},
+      .facts = {{"levels", "Levels of the template", int64_t{IxGet_DefaultPyramidLevel(tool)} + 1},
+                {"start", "Search starts at level", int64_t{IxGet_CurrentPyramidLevel(tool)}}},
       .columns = {{"x", "X", 2},
                   {"y", "Y", 2},
                   {"angle", "ANGLE", 2},
@@ -94,12 +110,18 @@ Report MakeReport(const Options& options, const Image& pattern, const Image& ima
   for (size_t i = 0; i < matches.size(); ++i) {
     const NccResult& m = matches[i];
     const int row = static_cast<int>(i);
-    searched.TurnedBox({kOutline, row}, {m.x, m.y}, pattern.width * m.scale,
-                       pattern.height * m.scale, m.angle);
+    const double width = pattern.width * m.scale, height = pattern.height * m.scale;
+    searched.TurnedBox({kOutline, row}, {m.x, m.y}, width, height, m.angle);
     searched.Cross({kCentre, row}, {m.x, m.y});
+    // At the template's upper left corner: that shows which way up it is, and leaves the centre
+    // free.
+    constexpr double kRadians = 3.14159265358979323846 / 180;
+    const double c = std::cos(m.angle * kRadians), s = std::sin(m.angle * kRadians);
+    const double left = -width / 2, top = -height / 2;
     char score[16];
     std::snprintf(score, sizeof score, "%.2f", m.score);
-    searched.Label({kScore, row}, {m.x, m.y}, score);
+    const double x = m.x + left * c - top * s, y = m.y + left * s + top * c;
+    searched.Label({kScore, row}, {std::clamp(x, 0.0, image.width * 0.95), y}, score);
   }
   return report;
 }
@@ -113,6 +135,7 @@ void Match(const Options& options, Find find) {
   if (!tool || !Teach(pattern, tool.get(), options.mask)) {
     throw Failure("no memory for template '" + options.pattern + "'");
   }
+  ChooseLevel(options, tool.get());
   const auto matches = Search(options, image, tool.get(), find);
   const Findings findings = MakeFindings(tool.get(), matches);
   Print(options.output, findings);
@@ -153,6 +176,11 @@ void AddMatch(CLI::App& app) {
   command->add_option("--max", options->most, "report at most this many")
       ->check(CLI::Range(1, 500))
       ->capture_default_str();
+  command
+      ->add_option("--level", options->level,
+                   "start the search at this level of the pyramid: 0 is full resolution, slow and "
+                   "sure; default: as coarse as the template and --scale allow")
+      ->check(CLI::Range(0, 6));
   command->add_flag("--mask", options->mask, "black pixels of the template do not count");
   command->add_flag("--color", options->colour, "match colours, not grey values");
   AddOutputOptions(*command, options->output);

@@ -138,6 +138,29 @@ TEST_F(Match, MaskedPixelsDoNotCount) {
   EXPECT_EQ(Matches({"--min-score", "0.99"}).size(), 0u) << "black counts without --mask";
 }
 
+// A template that is looked for at half its size has a quarter of its pixels at every level.
+TEST_F(Match, StartsLowerForSmallerScales) {
+  const auto truths = Draw({.templateWidth = 128,
+                            .templateHeight = 110,
+                            .width = 320,
+                            .height = 240,
+                            .instances = 3,
+                            .scaleMin = 0.4,
+                            .scaleMax = 0.6,
+                            .seed = 5});
+  const auto start = [&](const std::vector<std::string>& options) {
+    std::vector<std::string> arguments = {"match", pattern_, scene_};
+    arguments.insert(arguments.end(), options.begin(), options.end());
+    return QuillonJson(arguments)["start"].get<int>();
+  };
+  EXPECT_EQ(start({}), 3);
+  EXPECT_EQ(start({"--scale", "0.4", "0.6"}), 2);
+  EXPECT_EQ(start({"--scale", "0.1", "0.6"}), 0);
+  EXPECT_EQ(start({"--scale", "0.4", "0.6", "--level", "1"}), 1);
+  ExpectEach(truths, Matches({"--scale", "0.4", "0.6"}));
+  ExpectEach(truths, Matches({"--scale", "0.4", "0.6", "--level", "1"}));
+}
+
 TEST_F(Match, TellsWhenThereIsNothingAndWhatIsWrong) {
   Draw({.templateWidth = 32, .templateHeight = 32, .width = 160, .height = 120, .seed = 9});
   const std::string flat = folder_ / "flat.png";
@@ -156,7 +179,8 @@ TEST_F(Match, TellsWhenThereIsNothingAndWhatIsWrong) {
   const Case cases[] = {
       {{"--angle", "9", "-9"}, 1, "--angle"},     {{"--scale", "2", "1"}, 1, "--scale"},
       {{"--scale", "0", "1"}, 2, "--scale"},      {{"--angle", "5"}, 2, "--angle"},
-      {{"--min-score", "1.1"}, 2, "--min-score"}, {{"--max", "0"}, 2, "--max"}};
+      {{"--min-score", "1.1"}, 2, "--min-score"}, {{"--max", "0"}, 2, "--max"},
+      {{"--level", "7"}, 2, "--level"},           {{"--level", "3"}, 1, "--level: 3 is above 2"}};
   for (const Case& c : cases) {
     std::vector<std::string> arguments = {"match", pattern_, scene_};
     arguments.insert(arguments.end(), c.options.begin(), c.options.end());
