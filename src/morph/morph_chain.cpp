@@ -203,7 +203,13 @@ class StarRows final : public BorderedRows {
   // What follows the first cross, on the pixels that are not border.
   void GrowInner(Columns columns, int height) {
     if (height == 0) return;
-    for (int radius = 1; radius < passes_.crosses;) {
+    int radius = 1;
+    const int steps = std::min(passes_.crosses - 1, DiagonalGrowth::kMaxSteps);
+    if (steps >= DiagonalGrowth::kMinSteps) {
+      inner_ = Make<DiagonalGrowth>(kernels_, std::move(inner_), columns, height, steps);
+      radius += steps;
+    }
+    while (radius < passes_.crosses) {
       const int step = std::min(radius, passes_.crosses - radius);
       inner_ = Make<DiamondGrowth>(kernels_, std::move(inner_), columns, height, step);
       radius += step;
@@ -229,7 +235,8 @@ class StarRows final : public BorderedRows {
     if (fromBottom <= 0) {
       ComputeBottom(bottom_[-fromBottom].get(), out);
     } else {
-      inner_->Next(out + 1);
+      const uint8_t* row = inner_->Next(out + 1);
+      if (row != out + 1) CopyRow(out + 1, row, width_ - 2);
       if (isFresh_ && IsReachedByZero(fromBottom)) SetZero(out);
       if (!isFresh_ && passes_.squares > 0) SpreadCorners(fromBottom, out);
       CopyEdges(out);

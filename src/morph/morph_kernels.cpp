@@ -201,8 +201,12 @@ void FourOfRows(const uint8_t* const* from, int terms, uint8_t* const* out, int 
   switch (terms) {
     case 3:
       return FourOfTerms<Extreme, 3>(from, out, count);
+    case 4:
+      return FourOfTerms<Extreme, 4>(from, out, count);
     case 5:
       return FourOfTerms<Extreme, 5>(from, out, count);
+    case 6:
+      return FourOfTerms<Extreme, 6>(from, out, count);
     case 7:
       return FourOfTerms<Extreme, 7>(from, out, count);
   }

@@ -22,7 +22,7 @@ struct ExtremeKernels {
   static constexpr int kReadBeyond = 64;
   void (*OfRuns)(const uint8_t* row, int run, uint8_t* out, int count);
 
-  // The four windows of `terms` rows that lie in from[0] ... from[terms + 2]; terms is 3, 5 or 7.
+  // The four windows of `terms` rows that lie in from[0] ... from[terms + 2]; terms is 3 ... 7.
   // What they share is loaded once.
   void (*FourOfRows)(const uint8_t* const* from, int terms, uint8_t* const* out, int count);
 

@@ -251,6 +251,58 @@ const uint8_t* Cross::FirstInput() {
   return rows_[2];
 }
 
+namespace {
+
+int RoundUp(int value, int step) { return (value + step - 1) / step * step; }
+
+}  // namespace
+
+DiagonalGrowth::DiagonalGrowth(const ExtremeKernels& kernels, RowsPtr input, Columns columns,
+                               int rows, int steps)
+    : kernels_(kernels),
+      input_(std::move(input)),
+      width_(columns.count),
+      rows_(rows),
+      steps_(steps),
+      margin_(steps + kStrip - 1),
+      ring_(std::min(steps + kStrip, rows), columns, margin_),
+      falling_(RoundUp(steps, kStrip) + kStrip, columns, margin_),
+      strip_(kStrip, columns, kStrip - 1),
+      nextFalling_(-RoundUp(steps, kStrip)) {}
+
+// Row r, column x: the extreme of rows r ... r + steps, columns x ... x + steps. With every row
+// shifted by one column against the one before, that is a window along columns.
+void DiagonalGrowth::ComputeFalling() {
+  const int last = rows_ - 1, first = nextFalling_;
+  for (; read_ <= std::min(first + steps_ + kStrip - 1, last); ++read_) {
+    Fetch(*input_, ring_.Row(read_), width_);
+    FillMargins(ring_.Row(read_), width_, margin_);
+  }
+  const uint8_t* from[kMaxSteps + kStrip];
+  for (int i = 0; i < steps_ + kStrip; ++i) {
+    from[i] = ring_.Row(std::clamp(first + i, 0, last)) + i - margin_;
+  }
+  uint8_t* out[kStrip];
+  for (int i = 0; i < kStrip; ++i) out[i] = falling_.Row(first + i) + i - margin_;
+  kernels_.FourOfRows(from, steps_ + 1, out, width_ + margin_);
+  nextFalling_ += kStrip;
+}
+
+const uint8_t* DiagonalGrowth::Next(uint8_t*) {
+  const int phase = next_ % kStrip;
+  if (phase == 0) {
+    while (nextFalling_ < next_ + kStrip) ComputeFalling();
+    // The same along the rising diagonals, shifted the other way.
+    const uint8_t* from[kMaxSteps + kStrip];
+    for (int i = 0; i < steps_ + kStrip; ++i) from[i] = falling_.Row(next_ - steps_ + i) - i;
+    uint8_t* out[kStrip];
+    for (int i = 0; i < kStrip; ++i) out[i] = strip_.Row(i) - i;
+    kernels_.FourOfRows(from, steps_ + 1, out, width_ + kStrip - 1);
+  }
+  ++next_;
+  return strip_.Row(phase);
+}
+
 DiamondGrowth::DiamondGrowth(const ExtremeKernels& kernels, RowsPtr input, Columns columns,
                              int rows, int step)
     : kernels_(kernels),

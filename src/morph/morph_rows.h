@@ -214,12 +214,37 @@ class Cross final : public WindowedRows {
   int read_ = 0;
 };
 
+// Grows extremes over diamonds of radius 1 to radius 1 + steps: a step joins the four diamonds
+// beside each pixel, whose centres are two pixels along one diagonal and two along the other. So
+// all steps come to a window along each diagonal. Outside the image the edge pixels repeat: of the
+// image, the diamond around an edge pixel covers whatever the one around a pixel beyond it does.
+class DiagonalGrowth final : public Rows {
+ public:
+  static constexpr int kMinSteps = 2, kMaxSteps = 6;
+
+  DiagonalGrowth(const ExtremeKernels& kernels, RowsPtr input, Columns columns, int rows,
+                 int steps);
+  bool IsReady() const { return input_ && ring_ && falling_ && strip_; }
+  const uint8_t* Next(uint8_t* scratch) override;
+
+ private:
+  static constexpr int kStrip = 4;
+  void ComputeFalling();
+
+  const ExtremeKernels& kernels_;
+  RowsPtr input_;
+  const int width_, rows_, steps_, margin_;
+  RowRing ring_, falling_, strip_;
+  int read_ = 0;
+  int nextFalling_;  // rows of the windows along falling diagonals begin above the image
+  int next_ = 0;
+};
+
 // Grows extremes over diamonds of radius r >= step to radius r + step: the four diamonds at that
 // distance cover the larger one. So n steps of one pixel come to log2(n) (R. van den Boomgaard, R.
 // van Balen, "Methods for fast morphological image transforms using bitmapped binary images",
 // CVGIP: Graphical Models and Image Processing 54(3), 1992). Outside the image the edge pixels
-// repeat: of the image, the diamond around an edge pixel covers whatever the one around a pixel
-// beyond it does.
+// repeat, as above.
 class DiamondGrowth final : public Rows {
  public:
   DiamondGrowth(const ExtremeKernels& kernels, RowsPtr input, Columns columns, int rows, int step);
