@@ -111,6 +111,37 @@ void ComputeShared(GreyImage& source, GreyImage& result, ComputeRow&& computeRow
   }
 }
 
+bool Is3x3(const Element& element) {
+  return element.shape == Shape::kRectangle && element.horizontalPasses == 1 &&
+         element.verticalPasses == 1;
+}
+
+// The gradient of one pass each way, straight from the image: erosion and dilation differ in no
+// border. The last two rows have the horizontal pass alone, which three times the same row gives.
+void ComputeGradientOf3x3(const Kernels& kernels, GreyImage& source, GreyImage& result) {
+  constexpr int kStrip = MorphKernels::kMaxGradientRows;
+  const int width = source.width, height = source.height;
+  const auto copyRow = [&](int from, int to) {
+    std::memcpy(result.rows[to], result.rows[from], static_cast<size_t>(width));
+  };
+  const uint8_t* from[kStrip + 2];
+  uint8_t* out[kStrip];
+  from[0] = from[1] = from[2] = source.rows[height - 2];
+  kernels.morph.GradientOf3x3(from, 1, &result.rows[height - 1], width);
+  copyRow(height - 1, height - 2);
+  int shared = height;  // the rows from here on are the source's as well
+  for (int last = height - 3; last >= 1; last -= kStrip) {
+    const int count = std::min(kStrip, last);
+    for (int i = 0; i < count + 2; ++i) from[i] = source.rows[last + 1 - i];
+    for (int i = 0; i < count; ++i) out[i] = result.rows[last - i];
+    kernels.morph.GradientOf3x3(from, count, out, width);
+    // The next rows read the topmost one of these.
+    while (shared > last - count + 2) ShareRow(source, result, --shared);
+  }
+  copyRow(1, 0);
+  while (shared > 0) ShareRow(source, result, --shared);
+}
+
 // In place the source becomes a copy of a fresh image: grey palette, padding zero.
 void MakeLikeCopy(GreyImage& image) {
   const auto padding = static_cast<size_t>(image.stride - image.width);
@@ -145,6 +176,10 @@ void Gradient(const Kernels& kernels, GreyImage& source, GreyImage& result,
               const Element& element) {
   if (IsTooSmall(source)) return;
   const bool isInPlace = &source == &result;
+  if (Is3x3(element) && !isInPlace) {
+    if (Recreate(result, source)) ComputeGradientOf3x3(kernels, source, result);
+    return;
+  }
   const Work work(kernels, source, element);
   const RowsPtr lower = work.Passes(Extreme::kMinimum, true, work.Read(isInPlace));
   const RowsPtr upper = work.Passes(Extreme::kMaximum, false, work.Read(isInPlace));

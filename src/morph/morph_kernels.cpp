@@ -244,6 +244,72 @@ void Subtract(const uint8_t* a, const uint8_t* b, uint8_t* out, int count) {
   for (int x = whole; x < count; ++x) out[x] = a[x] < b[x] ? 0 : a[x];
 }
 
+template <class V>
+struct Range {
+  V least, largest;
+};
+
+template <class V>
+QUILLON_INLINE Range<V> Join(Range<V> a, Range<V> b) {
+  return {Min(a.least, b.least), Max(a.largest, b.largest)};
+}
+
+template <int N>
+QUILLON_INLINE auto LoadRange(const uint8_t* from) {
+  auto block = LoadBlock<N>(from);
+  return Range<decltype(block)>{block, block};
+}
+
+// The range of three neighbours, the first of them at `from`.
+template <int N>
+QUILLON_INLINE auto RangeOf3(const uint8_t* from) {
+  return Join(Join(LoadRange<N>(from), LoadRange<N>(from + 1)), LoadRange<N>(from + 2));
+}
+
+template <class V>
+QUILLON_INLINE V Extent(Range<V> range) {
+  if constexpr (sizeof(V) == 1) {
+    return static_cast<uint8_t>(range.largest - range.least);
+  } else {
+    return range.largest - range.least;
+  }
+}
+
+template <int kRows>
+void GradientOfRows(const uint8_t* const* from, uint8_t* const* to, int count) {
+  const uint8_t* rows[kRows + 2];
+  for (int i = 0; i < kRows + 2; ++i) rows[i] = from[i];
+  uint8_t* out[kRows];
+  for (int i = 0; i < kRows; ++i) out[i] = to[i] + 1;
+  CoverWithBlocks(out[0], count - 2, [&](auto width, int x) {
+    auto before = RangeOf3<width>(rows[0] + x), here = RangeOf3<width>(rows[1] + x);
+    Unroll<kRows>([&](auto i) {
+      const auto after = RangeOf3<width>(rows[i + 2] + x);
+      StoreBlock(out[i] + x, Extent(Join(Join(before, here), after)));
+      before = here;
+      here = after;
+    });
+  });
+  for (int i = 0; i < kRows; ++i) {
+    to[i][0] = to[i][1];
+    to[i][count - 1] = to[i][count - 2];
+    // The subtraction's last columns.
+    for (int x = count / 8 * 8; x < count; ++x) {
+      const int left = std::clamp(x, 1, count - 2) - 1;
+      auto range = RangeOf3<1>(rows[i] + left);
+      for (int k = 1; k < 3; ++k) range = Join(range, RangeOf3<1>(rows[i + k] + left));
+      to[i][x] = range.largest;
+    }
+  }
+}
+
+void GradientOf3x3(const uint8_t* const* rows, int rowCount, uint8_t* const* out, int count) {
+  if (rowCount == MorphKernels::kMaxGradientRows) {
+    return GradientOfRows<MorphKernels::kMaxGradientRows>(rows, out, count);
+  }
+  for (int i = 0; i < rowCount; ++i) GradientOfRows<1>(rows + i, out + i, count);
+}
+
 template <class Extreme>
 constexpr ExtremeKernels kExtreme = {.OfRows = OfRows<Extreme>,
                                      .OfRuns = OfRuns<Extreme>,
@@ -253,7 +319,9 @@ constexpr ExtremeKernels kExtreme = {.OfRows = OfRows<Extreme>,
 
 }  // namespace
 
-const MorphKernels morph = {
-    .maximum = kExtreme<Maximum>, .minimum = kExtreme<Minimum>, .Subtract = Subtract};
+const MorphKernels morph = {.maximum = kExtreme<Maximum>,
+                            .minimum = kExtreme<Minimum>,
+                            .Subtract = Subtract,
+                            .GradientOf3x3 = GradientOf3x3};
 
 }  // namespace quillon::QUILLON_LEVEL

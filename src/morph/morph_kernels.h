@@ -40,6 +40,13 @@ struct MorphKernels {
   // out[x] = max(a[x] - b[x], 0) in the columns before the last count % 8; there a[x] where that is
   // not below b[x], else 0. `out` may be `a` or `b`.
   void (*Subtract)(const uint8_t* a, const uint8_t* b, uint8_t* out, int count);
+
+  // The subtraction of what is smallest from what is largest in the 3 x 3 pixels around each one,
+  // in rows 1 ... rowCount of rows[0] ... rows[rowCount + 1]; rowCount is at most
+  // kMaxGradientRows. The edge columns have the extremes of the columns beside them. count is 3 or
+  // more.
+  static constexpr int kMaxGradientRows = 8;
+  void (*GradientOf3x3)(const uint8_t* const* rows, int rowCount, uint8_t* const* out, int count);
 };
 
 QUILLON_KERNELS(MorphKernels, morph)
