@@ -122,8 +122,11 @@ class RunBlocks {
   explicit RunBlocks(const uint8_t* row) : row_(row) {}
   QUILLON_INLINE U8<N> Block(int x) {
     U8<N> extreme = Load<uint8_t, N>(row_ + x);
+    for (int i = 1; i < kLoaded; ++i) {
+      extreme = Extreme::Of(extreme, Load<uint8_t, N>(row_ + x + i));
+    }
     Unroll<kSteps>([&](auto step) {
-      constexpr int kCovered = 1 << step;
+      constexpr int kCovered = kLoaded << step;
       const U8<N> shorter = extreme;
       extreme = Extreme::Of(shorter,
                             LanesFrom<std::min(kCovered, kRun - kCovered)>(shorter, right_[step]));
@@ -133,7 +136,8 @@ class RunBlocks {
   }
 
  private:
-  static constexpr int kSteps = std::bit_width(static_cast<unsigned>(kRun - 1));
+  static constexpr int kLoaded = 2;
+  static constexpr int kSteps = std::bit_width(static_cast<unsigned>((kRun - 1) / kLoaded));
   const uint8_t* row_;
   U8<N> right_[kSteps] = {};
 };
@@ -164,6 +168,8 @@ void OfRun(const uint8_t* row, uint8_t* out, int count) {
 template <class Extreme>
 void OfRuns(const uint8_t* row, int run, uint8_t* out, int count) {
   switch (run) {
+    case 5:
+      return OfRun<Extreme, 5>(row, out, count);
     case 7:
       return OfRun<Extreme, 7>(row, out, count);
     case 8:

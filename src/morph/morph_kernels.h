@@ -17,8 +17,8 @@ struct ExtremeKernels {
   // out[x] = the extreme of from[i][x] over i = 0 ... terms - 1; terms is 2 ... kMaxTerms.
   void (*OfRows)(const uint8_t* const* from, int terms, uint8_t* out, int count);
 
-  // out[x] = the extreme of row[x] ... row[x + run - 1]; run is 7, 8 or 16. Up to kReadBeyond bytes
-  // after the last of them are read.
+  // out[x] = the extreme of row[x] ... row[x + run - 1]; run is 5, 7, 8 or 16. Up to kReadBeyond
+  // bytes after the last of them are read.
   static constexpr int kReadBeyond = 64;
   void (*OfRuns)(const uint8_t* row, int run, uint8_t* out, int count);
 

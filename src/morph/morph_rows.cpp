@@ -14,13 +14,23 @@ void Fetch(Rows& input, uint8_t* row, int width) {
   if (from != row) std::memcpy(row, from, static_cast<size_t>(width));
 }
 
-// Copies of the row's edge pixels on both sides.
-void FillMargins(uint8_t* row, int width, int margin) {
-  std::memset(row - margin, row[0], static_cast<size_t>(margin));
-  std::memset(row + width, row[width - 1], static_cast<size_t>(margin));
-}
-
 constexpr size_t kLine = 64;  // of the cache
+
+// Copies of the edge pixels on both sides of a ring's row. Few are written as a fixed number, which
+// takes no call: rings have room for a line of the cache.
+void FillMargins(uint8_t* row, int width, int margin) {
+  constexpr size_t kFew = 16;
+  static_assert(kFew <= kLine && kFew <= size_t{ExtremeKernels::kReadBeyond});
+  const auto bytes = static_cast<size_t>(margin);
+  if (bytes == 0) return;
+  if (bytes <= kFew) {
+    std::memset(row - kFew, row[0], kFew);
+    std::memset(row + width, row[width - 1], kFew);
+  } else {
+    std::memset(row - bytes, row[0], bytes);
+    std::memset(row + width, row[width - 1], bytes);
+  }
+}
 
 // Runs are read whole vectors at a time.
 constexpr size_t kReadBeyond = ExtremeKernels::kReadBeyond;
@@ -65,8 +75,8 @@ void HorizontalWindow::Plan() {
     while (exponent-- > 0) product *= base;
     return product;
   };
-  if (covered >= 7) {
-    run_ = covered >= 16 ? 16 : covered >= 8 ? 8 : 7;
+  if (covered >= 5) {
+    run_ = covered >= 16 ? 16 : covered >= 8 ? 8 : covered >= 7 ? 7 : 5;
     runCount_ = static_cast<int>(length - run_ + 1);
   }
   int64_t reach = run_;
@@ -123,10 +133,10 @@ const uint8_t* HorizontalWindow::Next(uint8_t* scratch) {
 RecentRows::RecentRows(RowsPtr input, int rows, Columns columns)
     : input_(std::move(input)),
       inputStays_(input_ && input_->Stay()),
-      count_(rows),
       width_(columns.count),
+      mask_(std::bit_ceil(static_cast<unsigned>(rows)) - 1),
       ring_(inputStays_ ? 1 : rows, columns, 0),
-      rows_(static_cast<size_t>(rows)) {}
+      rows_(mask_ + size_t{1}) {}
 
 void RecentRows::ReadUpTo(int row) {
   for (; read_ <= row; ++read_) {
@@ -136,7 +146,7 @@ void RecentRows::ReadUpTo(int row) {
       std::memcpy(slot, from, static_cast<size_t>(width_));
       from = slot;
     }
-    rows_[static_cast<size_t>(read_ % count_)] = from;
+    rows_[static_cast<unsigned>(read_) & mask_] = from;
   }
 }
 

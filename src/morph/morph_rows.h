@@ -131,12 +131,13 @@ class RecentRows {
   RecentRows(RowsPtr input, int rows, Columns columns);
   explicit operator bool() const { return input_ && ring_ && rows_; }
   void ReadUpTo(int row);
-  const uint8_t* Row(int i) { return rows_[static_cast<size_t>(i % count_)]; }
+  const uint8_t* Row(int i) { return rows_[static_cast<unsigned>(i) & mask_]; }
 
  private:
   RowsPtr input_;
   const bool inputStays_;
-  const int count_, width_;
+  const int width_;
+  const unsigned mask_;  // for a power of two rows
   RowRing ring_;
   Buffer<const uint8_t*> rows_;
   int read_ = 0;
