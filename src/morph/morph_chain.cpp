@@ -188,8 +188,7 @@ class StarRows final : public BorderedRows {
         bottomSource_(width) {
     auto cross = Make<Cross>(kernels, std::move(input), width);
     cross_ = cross.get();
-    inner_ = std::move(cross);
-    GrowInner({1, width - 2}, height - 3);
+    GrowInner(std::move(cross), {1, width - 2}, height - 3);
     // The last row copies the one above before a square at the end widens that.
     const bool endsWithSquare = passes.squares == passes.crosses;
     bottom_[0] = WidenedBottom(passes.squares);
@@ -201,14 +200,16 @@ class StarRows final : public BorderedRows {
 
  private:
   // What follows the first cross, on the pixels that are not border.
-  void GrowInner(Columns columns, int height) {
-    if (height == 0) return;
+  void GrowInner(std::unique_ptr<Cross> cross, Columns columns, int height) {
     int radius = 1;
     const int steps = std::min(passes_.crosses - 1, DiagonalGrowth::kMaxSteps);
-    if (steps >= DiagonalGrowth::kMinSteps) {
-      inner_ = Make<DiagonalGrowth>(kernels_, std::move(inner_), columns, height, steps);
+    if (height > 0 && steps >= DiagonalGrowth::kMinSteps) {
+      inner_ = Make<DiagonalGrowth>(kernels_, std::move(cross), columns, height, steps);
       radius += steps;
+    } else {
+      inner_ = std::move(cross);
     }
+    if (height == 0) return;
     while (radius < passes_.crosses) {
       const int step = std::min(radius, passes_.crosses - radius);
       inner_ = Make<DiamondGrowth>(kernels_, std::move(inner_), columns, height, step);

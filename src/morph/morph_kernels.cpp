@@ -219,6 +219,27 @@ void FourOfRows(const uint8_t* const* from, int terms, uint8_t* const* out, int 
 }
 
 template <class Extreme>
+void FourOfCrosses(const uint8_t* const* from, uint8_t* const* to, int count) {
+  const uint8_t* rows[6];
+  for (int i = 0; i < 6; ++i) rows[i] = from[i] + 1;
+  uint8_t* const out[] = {to[0], to[1], to[2], to[3]};
+  CoverWithBlocks(out[0], count, [&](auto width, int x) {
+    const auto load = [&](int i) { return LoadBlock<width>(rows[i] + x); };
+    const auto store = [&](int i, auto along) {
+      const auto beside =
+          Extreme::Of(LoadBlock<width>(rows[i + 1] + x - 1), LoadBlock<width>(rows[i + 1] + x + 1));
+      StoreBlock(out[i] + x, Extreme::Of(along, beside));
+    };
+    // Of three rows, two enter the next window as well.
+    const auto first = Extreme::Of(load(1), load(2)), second = Extreme::Of(load(3), load(4));
+    store(0, Extreme::Of(load(0), first));
+    store(1, Extreme::Of(first, load(3)));
+    store(2, Extreme::Of(load(2), second));
+    store(3, Extreme::Of(second, load(5)));
+  });
+}
+
+template <class Extreme>
 void Suffixes(uint8_t* rows, ptrdiff_t stride, int rowCount, int count) {
   CoverWithBlocks(rows, count, [&](auto width, int x) {
     uint8_t* row = rows + (rowCount - 1) * stride + x;
@@ -320,6 +341,7 @@ template <class Extreme>
 constexpr ExtremeKernels kExtreme = {.OfRows = OfRows<Extreme>,
                                      .OfRuns = OfRuns<Extreme>,
                                      .FourOfRows = FourOfRows<Extreme>,
+                                     .FourOfCrosses = FourOfCrosses<Extreme>,
                                      .Suffixes = Suffixes<Extreme>,
                                      .Slide = Slide<Extreme>};
 

@@ -26,6 +26,10 @@ struct ExtremeKernels {
   // What they share is loaded once.
   void (*FourOfRows)(const uint8_t* const* from, int terms, uint8_t* const* out, int count);
 
+  // Four rows of crosses over rows[0] ... rows[5]: out[i][x] = the extreme of rows[i + 1][x] ...
+  // rows[i + 1][x + 2] and of what is above and below the middle one.
+  void (*FourOfCrosses)(const uint8_t* const* rows, uint8_t* const* out, int count);
+
   // The two halves of a sliding window over rows. Ahead of a block: every row becomes the extreme
   // of itself and all rows after it.
   void (*Suffixes)(uint8_t* rows, ptrdiff_t stride, int rowCount, int count);

@@ -230,35 +230,29 @@ const uint8_t* VerticalWindow::FirstInput() {
 // ---- diamonds -----------------------------------------------------------------------------------
 
 Cross::Cross(const ExtremeKernels& kernels, RowsPtr input, int width)
-    : kernels_(kernels),
-      input_(std::move(input)),
-      inputStays_(input_ && input_->Stay()),
-      width_(width),
-      ring_(kRows, {0, width}, 0) {}
-
-void Cross::Read() {
-  uint8_t* slot = ring_.Row(read_++);
-  rows_[0] = rows_[1];
-  rows_[1] = rows_[2];
-  rows_[2] = input_->Next(slot);
-  if (inputStays_ || rows_[2] == slot) return;
-  std::memcpy(slot, rows_[2], static_cast<size_t>(width_));
-  rows_[2] = slot;
-}
+    : kernels_(kernels), width_(width), input_(std::move(input), kStrip + 2, {0, width}) {}
 
 const uint8_t* Cross::Next(uint8_t* scratch) {
-  do {
-    Read();
-  } while (read_ < kRows);
-  const uint8_t* centre = rows_[1];
-  const uint8_t* from[] = {centre + 1, centre, centre + 2, rows_[0] + 1, rows_[2] + 1};
+  input_.ReadUpTo(next_ + 2);
+  const uint8_t* centre = input_.Row(next_ + 1);
+  const uint8_t* from[] = {centre + 1, centre, centre + 2, input_.Row(next_) + 1,
+                           input_.Row(next_ + 2) + 1};
   kernels_.OfRows(from, 5, scratch, width_ - 2);
+  ++next_;
   return scratch;
 }
 
+void Cross::NextStrip(uint8_t* const* out) {
+  input_.ReadUpTo(next_ + kStrip + 1);
+  const uint8_t* rows[kStrip + 2];
+  for (int i = 0; i < kStrip + 2; ++i) rows[i] = input_.Row(next_ + i);
+  kernels_.FourOfCrosses(rows, out, width_ - 2);
+  next_ += kStrip;
+}
+
 const uint8_t* Cross::FirstInput() {
-  if (read_ == 0) Read();
-  return rows_[2];
+  input_.ReadUpTo(0);
+  return input_.Row(0);
 }
 
 namespace {
@@ -267,27 +261,37 @@ int RoundUp(int value, int step) { return (value + step - 1) / step * step; }
 
 }  // namespace
 
-DiagonalGrowth::DiagonalGrowth(const ExtremeKernels& kernels, RowsPtr input, Columns columns,
-                               int rows, int steps)
+DiagonalGrowth::DiagonalGrowth(const ExtremeKernels& kernels, std::unique_ptr<Cross> input,
+                               Columns columns, int rows, int steps)
     : kernels_(kernels),
       input_(std::move(input)),
       width_(columns.count),
       rows_(rows),
       steps_(steps),
       margin_(steps + kStrip - 1),
-      ring_(std::min(steps + kStrip, rows), columns, margin_),
+      ring_(RoundUp(steps, kStrip) + kStrip, columns, margin_),
       falling_(RoundUp(steps, kStrip) + kStrip, columns, margin_),
       strip_(kStrip, columns, kStrip - 1),
       nextFalling_(-RoundUp(steps, kStrip)) {}
+
+void DiagonalGrowth::ReadStrip() {
+  const int count = std::min(kStrip, rows_ - read_);
+  uint8_t* rows[kStrip];
+  for (int i = 0; i < count; ++i) rows[i] = ring_.Row(read_ + i);
+  if (count == kStrip) {
+    input_->NextStrip(rows);
+  } else {
+    for (int i = 0; i < count; ++i) input_->Next(rows[i]);
+  }
+  for (int i = 0; i < count; ++i) FillMargins(rows[i], width_, margin_);
+  read_ += count;
+}
 
 // Row r, column x: the extreme of rows r ... r + steps, columns x ... x + steps. With every row
 // shifted by one column against the one before, that is a window along columns.
 void DiagonalGrowth::ComputeFalling() {
   const int last = rows_ - 1, first = nextFalling_;
-  for (; read_ <= std::min(first + steps_ + kStrip - 1, last); ++read_) {
-    Fetch(*input_, ring_.Row(read_), width_);
-    FillMargins(ring_.Row(read_), width_, margin_);
-  }
+  while (read_ <= std::min(first + steps_ + kStrip - 1, last)) ReadStrip();
   const uint8_t* from[kMaxSteps + kStrip];
   for (int i = 0; i < steps_ + kStrip; ++i) {
     from[i] = ring_.Row(std::clamp(first + i, 0, last)) + i - margin_;

@@ -197,22 +197,20 @@ class VerticalWindow final : public WindowedRows {
 // row and column.
 class Cross final : public WindowedRows {
  public:
+  static constexpr int kStrip = 4;
+
   Cross(const ExtremeKernels& kernels, RowsPtr input, int width);
-  bool IsReady() const { return input_ && ring_; }
+  bool IsReady() const { return static_cast<bool>(input_); }
   const uint8_t* Next(uint8_t* scratch) override;
+  // The next kStrip rows at once.
+  void NextStrip(uint8_t* const* out);
   const uint8_t* FirstInput() override;
 
  private:
-  static constexpr int kRows = 3;
-  void Read();
-
   const ExtremeKernels& kernels_;
-  RowsPtr input_;
-  const bool inputStays_;
   const int width_;
-  RowRing ring_;
-  const uint8_t* rows_[kRows];  // the last ones, the newest last
-  int read_ = 0;
+  RecentRows input_;
+  int next_ = 0;
 };
 
 // Grows extremes over diamonds of radius 1 to radius 1 + steps: a step joins the four diamonds
@@ -223,17 +221,18 @@ class DiagonalGrowth final : public Rows {
  public:
   static constexpr int kMinSteps = 2, kMaxSteps = 6;
 
-  DiagonalGrowth(const ExtremeKernels& kernels, RowsPtr input, Columns columns, int rows,
-                 int steps);
+  DiagonalGrowth(const ExtremeKernels& kernels, std::unique_ptr<Cross> input, Columns columns,
+                 int rows, int steps);
   bool IsReady() const { return input_ && ring_ && falling_ && strip_; }
   const uint8_t* Next(uint8_t* scratch) override;
 
  private:
-  static constexpr int kStrip = 4;
+  static constexpr int kStrip = Cross::kStrip;
+  void ReadStrip();
   void ComputeFalling();
 
   const ExtremeKernels& kernels_;
-  RowsPtr input_;
+  std::unique_ptr<Cross> input_;
   const int width_, rows_, steps_, margin_;
   RowRing ring_, falling_, strip_;
   int read_ = 0;
