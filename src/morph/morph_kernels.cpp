@@ -136,7 +136,7 @@ class RunBlocks {
   }
 
  private:
-  static constexpr int kLoaded = 2;
+  static constexpr int kLoaded = kRun == 5 ? 3 : 2;
   static constexpr int kSteps = std::bit_width(static_cast<unsigned>((kRun - 1) / kLoaded));
   const uint8_t* row_;
   U8<N> right_[kSteps] = {};

@@ -271,7 +271,7 @@ DiagonalGrowth::DiagonalGrowth(const ExtremeKernels& kernels, std::unique_ptr<Cr
       margin_(steps + kStrip - 1),
       ring_(RoundUp(steps, kStrip) + kStrip, columns, margin_),
       falling_(RoundUp(steps, kStrip) + kStrip, columns, margin_),
-      strip_(kStrip, columns, kStrip - 1),
+      strip_(RecentRows::kMaxRows + kStrip - 1, columns, kStrip - 1),
       nextFalling_(-RoundUp(steps, kStrip)) {}
 
 void DiagonalGrowth::ReadStrip() {
@@ -303,18 +303,16 @@ void DiagonalGrowth::ComputeFalling() {
 }
 
 const uint8_t* DiagonalGrowth::Next(uint8_t*) {
-  const int phase = next_ % kStrip;
-  if (phase == 0) {
+  if (next_ % kStrip == 0) {
     while (nextFalling_ < next_ + kStrip) ComputeFalling();
     // The same along the rising diagonals, shifted the other way.
     const uint8_t* from[kMaxSteps + kStrip];
     for (int i = 0; i < steps_ + kStrip; ++i) from[i] = falling_.Row(next_ - steps_ + i) - i;
     uint8_t* out[kStrip];
-    for (int i = 0; i < kStrip; ++i) out[i] = strip_.Row(i) - i;
+    for (int i = 0; i < kStrip; ++i) out[i] = strip_.Row(next_ + i) - i;
     kernels_.FourOfRows(from, steps_ + 1, out, width_ + kStrip - 1);
   }
-  ++next_;
-  return strip_.Row(phase);
+  return strip_.Row(next_++);
 }
 
 DiamondGrowth::DiamondGrowth(const ExtremeKernels& kernels, RowsPtr input, Columns columns,

@@ -23,8 +23,8 @@ class Rows {
   virtual ~Rows() = default;
   // The next row: written to `scratch`, or where it lies already, until the next call.
   virtual const uint8_t* Next(uint8_t* scratch) = 0;
-  // Whether rows that lie somewhere already stay there until the chain of stages has yielded
-  // kRowsKept more rows.
+  // Whether rows that lie somewhere already stay there while the next stage keeps them among its
+  // RecentRows. Those of an image stay until the whole chain has yielded kRowsKept more rows.
   static constexpr int kRowsKept = 4;
   virtual bool Stay() const { return false; }
 };
@@ -128,6 +128,8 @@ class HorizontalWindow final : public Rows {
 // The last rows of a stage, straight where the stage before it leaves them.
 class RecentRows {
  public:
+  static constexpr int kMaxRows = 10;
+
   RecentRows(RowsPtr input, int rows, Columns columns);
   explicit operator bool() const { return input_ && ring_ && rows_; }
   void ReadUpTo(int row);
@@ -157,6 +159,7 @@ class ThinVerticalWindow final : public WindowedRows {
 
  private:
   static constexpr int kStrip = 4;
+  static_assert(2 * kMaxRadius + kStrip <= RecentRows::kMaxRows);
 
   const ExtremeKernels& kernels_;
   const int width_, margin_;
@@ -225,6 +228,7 @@ class DiagonalGrowth final : public Rows {
                  int rows, int steps);
   bool IsReady() const { return input_ && ring_ && falling_ && strip_; }
   const uint8_t* Next(uint8_t* scratch) override;
+  bool Stay() const override { return true; }
 
  private:
   static constexpr int kStrip = Cross::kStrip;
