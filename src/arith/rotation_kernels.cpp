@@ -72,24 +72,36 @@ QUILLON_INLINE void Locate(const RotatedRow& row, int x, int count, Run& run, co
 
 // ---- nearest ------------------------------------------------------------------------------------
 
-// Pixels from all over the image are inserted into a register one by one: written to memory singly,
-// they would cost twice as much.
+constexpr auto kEight = std::make_integer_sequence<int, 8>{};
+// The floor inserts two bytes at once.
+constexpr int kPixelInserts = QUILLON_AVX2 ? 8 : 4;
+constexpr auto kInserts = std::make_integer_sequence<int, kPixelInserts>{};
+
+// Whether eight pixels follow one another in memory, as they mostly do where an image is turned a
+// little. Positions never step by more than 1 and never turn back; another line would be farther
+// off than a group, which no row is shorter than.
+QUILLON_INLINE bool FollowEachOther(const int32_t* offsets) { return offsets[7] - offsets[0] == 7; }
+
+QUILLON_INLINE __m128i LoadEight(const uint8_t* from) {
+  return _mm_loadl_epi64(reinterpret_cast<const __m128i*>(from));
+}
+
+// Eight pixels in the lower half. From all over the image, they are inserted into a register one by
+// one: written to memory singly, they would cost twice as much.
 template <int... kLane>
-QUILLON_INLINE void CollectPixels(const uint8_t* start, const int32_t* offsets, uint8_t* out,
-                                  std::integer_sequence<int, kLane...>) {
+QUILLON_INLINE __m128i CollectPixels(const uint8_t* start, const int32_t* offsets,
+                                     std::integer_sequence<int, kLane...>) {
+  if (FollowEachOther(offsets)) return LoadEight(start + offsets[0]);
   __m128i pixels = _mm_setzero_si128();
 #if QUILLON_AVX2
   ((pixels = _mm_insert_epi8(pixels, start[offsets[kLane]], kLane)), ...);
-  ((pixels = _mm_insert_epi8(pixels, start[offsets[kLane + 8]], kLane + 8)), ...);
 #else
   ((pixels = _mm_insert_epi16(
         pixels, start[offsets[2 * kLane]] | start[offsets[2 * kLane + 1]] << 8, kLane)),
    ...);
 #endif
-  Store(out, pixels);
+  return pixels;
 }
-
-constexpr auto kEight = std::make_integer_sequence<int, 8>{};
 
 void NearestRow(const RotatedRow& given, uint8_t* out, int first, int end) {
   const RotatedRow row = given;
@@ -114,7 +126,9 @@ void NearestRow(const RotatedRow& given, uint8_t* out, int first, int end) {
     }
     int i = 0;
     for (; i <= count - kGroup; i += kGroup) {
-      CollectPixels(row.start, run.offsets + i, out + x + i, kEight);
+      const __m128i low = CollectPixels(row.start, run.offsets + i, kInserts);
+      const __m128i high = CollectPixels(row.start, run.offsets + i + 8, kInserts);
+      Store(out + x + i, _mm_unpacklo_epi64(low, high));
     }
     for (; i < count; ++i) out[x + i] = row.start[run.offsets[i]];
   }
@@ -151,6 +165,9 @@ constexpr float kDoubt = 0x1p-12f;
 template <int... kLane>
 QUILLON_INLINE __m128i CollectPairs(const uint8_t* from, const int32_t* offsets,
                                     std::integer_sequence<int, kLane...>) {
+  if (FollowEachOther(offsets)) {
+    return _mm_unpacklo_epi8(LoadEight(from + offsets[0]), LoadEight(from + offsets[0] + 1));
+  }
   __m128i pairs = _mm_setzero_si128();
   ((pairs = _mm_insert_epi16(pairs, LoadPair(from + offsets[kLane]), kLane)), ...);
   return pairs;
