@@ -189,6 +189,8 @@ void RotateInto(const Kernels& kernels, Sampling sampling, const GreyImage& sour
     columnY[x] = (x - turn.centreX) * turn.direction.sine;
     const int strip = x - x % kStripColumns;
     fixedX[x] = FixedPosition(columnX[x] - columnX[strip]);
+    // Rounding may make a step one unit longer than a pixel, which kernels take for impossible.
+    if (x > strip) fixedX[x] = std::min(fixedX[x], fixedX[x - 1] + (1 << kPositionBits));
     fixedY[x] = FixedPosition(columnY[strip] - columnY[x]);
   }
   const double half = sampling == Sampling::kNearest ? 0.5 : 0;  // truncating then rounds
