@@ -14,6 +14,8 @@ using Words = I16<kLanes>;
 using Longs = I32<kQuarter>;
 using Floats = F32<kQuarter>;
 
+// Row kernels are flattened: a body that is not inlined keeps its vectors in memory.
+
 // Calls body(blocks, x) for kMost blocks at a time, so that weights are loaded once for them, then
 // for one; the last overlaps the one before.
 template <int kMost, class Body>
@@ -87,8 +89,8 @@ QUILLON_INLINE Bytes MergeClamped(Words even, Words odd) {
 }
 
 template <bool kScaled>
-void ScaledByteSums(const ByteTerm* terms, int termCount, const ByteQuotient& given, int count,
-                    uint8_t* out) {
+[[gnu::flatten]] void ScaledByteSums(const ByteTerm* terms, int termCount,
+                                     const ByteQuotient& given, int count, uint8_t* out) {
   const ByteQuotient quotient = given;
   const Words bias = Splat<int16_t, kLanes>(quotient.bias);
   const Words factor = Splat<int16_t, kLanes>(quotient.factor);
@@ -139,8 +141,8 @@ void PairPixels(const uint8_t* upper, const uint8_t* lower, int count, int16_t* 
   });
 }
 
-void PairByteSums(const ByteTerm* upper, const ByteTerm* lower, int termCount, int count,
-                  int16_t* pairs) {
+[[gnu::flatten]] void PairByteSums(const ByteTerm* upper, const ByteTerm* lower, int termCount,
+                                   int count, int16_t* pairs) {
   ForEachBlocks<2>(count, [&](auto blocks, int x) {
     Words upperEven[blocks] = {}, upperOdd[blocks] = {}, lowerEven[blocks] = {},
           lowerOdd[blocks] = {};
@@ -250,8 +252,8 @@ QUILLON_INLINE Longs QuotientOf(Longs low, Longs high, const PairQuotient& quoti
 }
 
 template <PairQuotient::Way kWay, bool kHigh>
-void PairSumsBy(const PairTerms& givenLow, const PairTerms& givenHigh, const PairQuotient& given,
-                int count, uint8_t* const* givenOut) {
+[[gnu::flatten]] void PairSumsBy(const PairTerms& givenLow, const PairTerms& givenHigh,
+                                 const PairQuotient& given, int count, uint8_t* const* givenOut) {
   const PairTerms lowTerms = givenLow, highTerms = givenHigh;
   const PairQuotient quotient = given;
   uint8_t* const out[2] = {givenOut[0], givenOut[1]};
