@@ -1,6 +1,7 @@
 """`python3 -m quillon batch`: a folder of images by a recipe, on a cluster."""
 
 import json
+import logging
 import sys
 import time
 
@@ -35,6 +36,8 @@ class ProgressLine:
 
 
 def inspect_folder(arguments):
+    # Dask drops what it waits for when it closes, and asyncio would tell of each.
+    logging.getLogger("asyncio").setLevel(logging.CRITICAL)
     images = batch.list_images(arguments.folder)
     records = batch.run(arguments.recipe, images, arguments.scheduler, command=arguments.command,
                         chunk=arguments.chunk)

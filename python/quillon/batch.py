@@ -53,7 +53,7 @@ def check_recipe(recipe: FileName, command: str = "quillon") -> None:
     except OSError as error:
         raise BatchError(f"{command}: {error.strerror}") from None
     if checked.returncode != 0:
-        raise BatchError(checked.stderr.strip())
+        raise BatchError(_said(checked))
 
 
 def inspect(command: str, recipe: str, images: List[str]) -> List[Record]:
@@ -69,7 +69,7 @@ def inspect(command: str, recipe: str, images: List[str]) -> List[Record]:
     lines = finished.stdout.splitlines(keepends=True)
     records = [{**json.loads(line), "image": image}
                for image, line in zip(images, lines) if line.endswith("\n")]
-    said = finished.stderr.strip() or f"{command} ended with code {finished.returncode}"
+    said = _said(finished) or f"{command} ended with code {finished.returncode}"
     return records + [_failure(image, said) for image in images[len(records):]]
 
 
@@ -118,6 +118,10 @@ def _check_workers(client, recipe, command):
         raise
     except Exception as error:  # a worker that cannot even load this module, for instance
         raise BatchError(f"a worker cannot begin: {error}") from None
+
+
+def _said(finished):
+    return finished.stderr.strip().removeprefix("quillon: ")
 
 
 def _failure(image, reason):
