@@ -45,15 +45,14 @@ def list_images(folder: FileName) -> List[str]:
     return images
 
 
-def check_recipe(recipe: FileName, command: str = "quillon") -> None:
-    """Raises BatchError with what the command says of the recipe, if that is not in order."""
+def complaint(recipe: str, command: str) -> str:
+    """Runs on a worker: what the command says of a recipe that is not in order, else nothing."""
     try:
         checked = subprocess.run([command, "recipe", "check", recipe], capture_output=True,
                                  text=True, errors="replace")
     except OSError as error:
-        raise BatchError(f"{command}: {error.strerror}") from None
-    if checked.returncode != 0:
-        raise BatchError(_said(checked))
+        return f"{command}: {error.strerror}"
+    return "" if checked.returncode == 0 else _said(checked) or f"{command}: cannot check recipes"
 
 
 def inspect(command: str, recipe: str, images: List[str]) -> List[Record]:
@@ -113,11 +112,12 @@ def _connect(scheduler):
 
 def _check_workers(client, recipe, command):
     try:
-        client.run(check_recipe, recipe, command)
-    except BatchError:
-        raise
+        complaints = client.run(complaint, recipe, command)
     except Exception as error:  # a worker that cannot even load this module, for instance
         raise BatchError(f"a worker cannot begin: {error}") from None
+    for worker, text in complaints.items():
+        if text:
+            raise BatchError(f"{text} (worker {worker})")
 
 
 def _said(finished):
