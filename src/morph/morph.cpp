@@ -211,7 +211,8 @@ void WhiteTopHat(const Kernels& kernels, GreyImage& source, GreyImage& result,
     return;
   }
   ComputeShared(source, result, [&](int y) {
-    const uint8_t* low = opening->Next(scratch.data());
+    // The result's row can take what is subtracted, unless the source's row lies there.
+    const uint8_t* low = opening->Next(isInPlace ? scratch.data() : result.rows[y]);
     kernels.morph.Subtract(source.rows[y], low, result.rows[y], source.width);
   });
 }
@@ -231,7 +232,7 @@ void BlackTopHat(const Kernels& kernels, const GreyImage& source, GreyImage& res
     return;
   }
   for (int y = source.height - 1; y >= 0; --y) {
-    const uint8_t* high = closing->Next(scratch.data());
+    const uint8_t* high = closing->Next(isInPlace ? scratch.data() : result.rows[y]);
     kernels.morph.Subtract(high, source.rows[y], result.rows[y], source.width);
   }
 }
