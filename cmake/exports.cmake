@@ -33,3 +33,19 @@ function(quillon_export_names target def)
   file(WRITE ${script} "{\n  global:\n${names}  local: *;\n};\n")
   target_link_options(${target} PRIVATE "LINKER:--version-script=${script}" LINKER:--no-undefined)
 endfunction()
+
+# Makes quillon.lib, by which Microsoft's linker and lld find the names of the DLL; MinGW's linker has
+# libquillon.dll.a, or takes the DLL itself.
+function(quillon_import_library target def)
+  find_program(LLVM_DLLTOOL llvm-dlltool REQUIRED)
+  set(machine i386)
+  if(CMAKE_SIZEOF_VOID_P EQUAL 8)
+    set(machine i386:x86-64)
+  endif()
+  set(library ${CMAKE_CURRENT_BINARY_DIR}/${target}.lib)
+  add_custom_command(
+    OUTPUT ${library} DEPENDS ${def}
+    COMMAND ${LLVM_DLLTOOL} -m ${machine} -D ${target}.dll -d ${def} -l ${library})
+  add_custom_target(${target}_import_library ALL DEPENDS ${library})
+  install(FILES ${library} DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development)
+endfunction()
