@@ -55,7 +55,7 @@ struct Options {
   std::vector<std::string> polygon;
   Bounds area, width, height;
   std::vector<int> centreX, centreY;
-  std::string binary, drawn;
+  std::string binary;
   Output output;
 };
 
@@ -258,11 +258,8 @@ void Run(const Options& options) {
   Findings findings = Measure(pictures, region, blobs, numbers);
   findings.facts = Facts(options, pictures, band, region, share, all.size(), blobs);
   Print(options.output, findings);
-  const bool page = !options.output.report.empty(), drawn = !options.drawn.empty();
-  if (!page && !drawn) return;
-  const Report report = Draw(options, pictures, points, region, blobs, numbers);
-  if (page) WriteReport(options.output.report, report, findings);
-  if (drawn) WriteDrawnPicture(options.drawn, report);
+  if (!options.output.WantsPictures()) return;
+  WritePictures(options.output, Draw(options, pictures, points, region, blobs, numbers), findings);
 }
 
 // ---- the command --------------------------------------------------------------------------------
@@ -316,9 +313,6 @@ void AddBlobs(CLI::App& app) {
       ->expected(2)
       ->type_name("MIN MAX");
   command->add_option("--binary", options->binary, "write what was labelled in white (.png, .bmp)")
-      ->type_name("FILE");
-  command
-      ->add_option("--draw", options->drawn, "write the picture with its blobs drawn (.png, .bmp)")
       ->type_name("FILE");
   AddOutputOptions(*command, options->output);
   command->callback([options] {

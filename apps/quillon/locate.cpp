@@ -78,9 +78,9 @@ void Locate(const Options& options) {
         {static_cast<int64_t>(pose.x), static_cast<int64_t>(pose.y), pose.degrees, score});
   }
   Print(options.output, findings);
-  if (options.output.report.empty()) return;
-  WriteReport(options.output.report,
-              MakeReport(options, pattern, image, model, found ? &pose : nullptr), findings);
+  if (!options.output.WantsPictures()) return;
+  WritePictures(options.output, MakeReport(options, pattern, image, model, found ? &pose : nullptr),
+                findings);
 }
 
 void AddLocate(CLI::App& app) {

@@ -139,8 +139,8 @@ void Match(const Options& options, Find find) {
   const auto matches = Search(options, image, tool.get(), find);
   const Findings findings = MakeFindings(tool.get(), matches);
   Print(options.output, findings);
-  if (options.output.report.empty()) return;
-  WriteReport(options.output.report, MakeReport(options, pattern, image, matches), findings);
+  if (!options.output.WantsPictures()) return;
+  WritePictures(options.output, MakeReport(options, pattern, image, matches), findings);
 }
 
 void RunMatch(const Options& options) {

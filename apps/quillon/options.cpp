@@ -22,6 +22,8 @@ void AddOutputOptions(CLI::App& command, Output& output) {
   AddFormatOptions(command, output);
   command.add_option("--report", output.report, "write a page with pictures and table (.html)")
       ->type_name("FILE");
+  command.add_option("--draw", output.drawn, "write the picture with the findings (.png, .bmp)")
+      ->type_name("FILE");
 }
 
 void Print(const Output& output, const Findings& findings) {
@@ -34,6 +36,11 @@ void Print(const Output& output, const Findings& findings) {
   } else {
     PrintText(findings, std::cout);
   }
+}
+
+void WritePictures(const Output& output, const Report& report, const Findings& findings) {
+  if (!output.report.empty()) WriteReport(output.report, report, findings);
+  if (!output.drawn.empty()) WriteDrawnPicture(output.drawn, report);
 }
 
 }  // namespace quillon::app

@@ -4,6 +4,7 @@
 #include <CLI/CLI.hpp>
 #include <string>
 
+#include "report.h"
 #include "table.h"
 
 namespace quillon::app {
@@ -15,16 +16,21 @@ void AddPictureToWrite(CLI::App& command, const char* name, std::string& path);
 struct Output {
   bool json = false;
   bool csv = false;
-  std::string report;  // a page is wanted when this is not empty
+  std::string report;  // files that are wanted, where not empty: a page,
+  std::string drawn;   // and a picture
+  bool WantsPictures() const { return !report.empty() || !drawn.empty(); }
 };
 
 // --json, --csv: one of them at most.
 void AddFormatOptions(CLI::App& command, Output& output);
 
-// The same, and --report FILE.
+// The same, and --report FILE and --draw FILE.
 void AddOutputOptions(CLI::App& command, Output& output);
 
 // Text, JSON or CSV on standard output.
 void Print(const Output& output, const Findings& findings);
+
+// The page and the picture, those that are wanted.
+void WritePictures(const Output& output, const Report& report, const Findings& findings);
 
 }  // namespace quillon::app

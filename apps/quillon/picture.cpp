@@ -211,12 +211,12 @@ class Canvas {
 
 void WriteDrawnPicture(const std::string& path, const Report& report) {
   ColourImage image;
-  report.pictures.front().CopyTo(image);
+  report.pictures.back().CopyTo(image);
   if (!image.bits) throw Failure("no memory for the picture '" + path + "'");
   Canvas canvas(image);
   for (size_t layer = 0; layer < report.layers.size(); ++layer) {
     if (!report.layers[layer].shown) continue;
-    for (const Drawing& drawing : report.pictures.front().Drawings()) {
+    for (const Drawing& drawing : report.pictures.back().Drawings()) {
       if (drawing.mark.layer != static_cast<int>(layer)) continue;
       canvas.Draw(drawing, ColourOf(report.layers[layer].tone));
     }

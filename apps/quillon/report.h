@@ -98,7 +98,8 @@ struct Report {
 // The whole page as text.
 std::string RenderReport(const Report& report, const Findings& findings);
 
-// The first picture with the drawings of all layers that are shown at first, as an image file.
+// The last picture, the one that was searched, with the drawings of all layers that are shown at
+// first, as an image file.
 void WriteDrawnPicture(const std::string& path, const Report& report);
 
 // The page as a file; throws Failure naming it.

@@ -3,8 +3,10 @@
 #include <fstream>
 #include <memory>
 #include <nlohmann/json.hpp>
+#include <sstream>
 
 #include "commands.h"
+#include "dot_grid.h"
 #include "errors.h"
 #include "image_files.h"
 #include "options.h"
@@ -52,6 +54,15 @@ void DrawSamples(const std::string& folder, uint32_t seed) {
   WriteText(folder + "/tray.json", Truth(seed, parts).dump(2) + '\n');
   DrawBracket(image);
   WriteImage(folder + "/bracket.png", image);
+
+  GreyImage grid;
+  std::vector<Point> centres;
+  DrawDotGrid(kWidth, kHeight, grid, centres);
+  WriteImage(folder + "/grid.png", grid);
+  std::ostringstream points;
+  points << "x,y\n";
+  for (const Point& centre : centres) points << centre.x << ',' << centre.y << '\n';
+  WriteText(folder + "/grid.csv", points.str());
 }
 
 void AddSample(CLI::App& app) {
@@ -63,7 +74,8 @@ void AddSample(CLI::App& app) {
   CLI::App* command = app.add_subcommand(
       "sample",
       "Draw a tray of parts (tray.png), one part of it (bracket.png) and the truth about "
-      "them (tray.json)");
+      "them (tray.json); a grid of dots seen through a lens (grid.png) and where the dots lie "
+      "(grid.csv)");
   command->add_option("OUTDIR", options->folder, "folder for the files; made if missing")
       ->required();
   command->add_option("--seed", options->seed, "other numbers, other trays")->capture_default_str();
