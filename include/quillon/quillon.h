@@ -216,6 +216,7 @@ QUILLON_API void QUILLON_CALL IxArbitraryConvolution7x7(const GreyImage* source,
 // A new region object without runs. Null when there is no memory for it (about 18 MB, touched only
 // as far as used).
 QUILLON_API RLERegion* QUILLON_CALL CreateRLERegion();
+// Frees the region, its tables and its display image.
 QUILLON_API void QUILLON_CALL DestroyRLERegion(RLERegion* region);
 
 // Makes the inside of a closed polygon the region of interest. `points` are count pairs x, y.
@@ -268,6 +269,7 @@ QUILLON_API void QUILLON_CALL IxGrayBlobLabel(const GreyImage* image, RLERegion*
 // False when an object is missing, or memory.
 QUILLON_API bool QUILLON_CALL IxBinaryFillUp(GreyImage* image, RLERegion* region, int value);
 
+// Blobs of the last labelling.
 QUILLON_API int QUILLON_CALL IxGetBlobCount(const RLERegion* region);
 
 // Of blob n. A number that no blob has gives area 0, centre (0, 0), means of 0, an empty bound and
@@ -316,16 +318,19 @@ QUILLON_API void QUILLON_CALL IxGetnRegionColorMean(const ColourImage* image,
 // 20,000 have records. False when nothing was labelled.
 QUILLON_API bool QUILLON_CALL IxComputeAllBlobFeature(RLERegion* region);
 
+// Pixels.
 QUILLON_API bool QUILLON_CALL IxSelectBlobArea(RLERegion* region, int maxArea, int minArea);
 // Width and height of the minimum rectangle, compared as floats.
 QUILLON_API bool QUILLON_CALL IxSelectBlobWidth(RLERegion* region, int maxWidth, int minWidth);
 QUILLON_API bool QUILLON_CALL IxSelectBlobHeight(RLERegion* region, int maxHeight, int minHeight);
+// Mean column and mean row.
 QUILLON_API bool QUILLON_CALL IxLocateBlobCenter(RLERegion* region, int xMin, int xMax, int yMin,
                                                  int yMax);
 
 // Selects all blobs again. An empty selection stays empty: only IxComputeAllBlobFeature undoes it.
 QUILLON_API bool QUILLON_CALL IxReSelectBlob(RLERegion* region);
 
+// Blobs in the current selection.
 QUILLON_API int QUILLON_CALL IxGetSelectBlobCount(const RLERegion* region);
 
 // Copies the selected records one after another, in the order of their blobs. `result` has room for
