@@ -87,7 +87,7 @@ void Record(const std::string& path, const GreyImage& tested, const BoardInspect
 
 void RunInspect(const Options& options) {
   const Progress progress("inspecting");
-  const bool drawn = !options.output.report.empty();
+  const bool drawn = options.output.WantsPictures();
   Results results;
   results.report = {.title = "Boards against " + options.good,
                     .layers = {{"Missing", Tone::kMagenta},
@@ -123,7 +123,7 @@ void RunInspect(const Options& options) {
       {"passed", "Boards without defects", int64_t{results.passed}},
       {"found", "Defects", static_cast<int64_t>(results.findings.rows.size())}};
   Print(options.output, results.findings);
-  if (drawn) WriteReport(options.output.report, results.report, results.findings);
+  if (drawn) WritePictures(options.output, results.report, results.findings);
   if (failed > 0) {
     throw Failure(std::to_string(failed) + " of " + std::to_string(options.tested.size()) +
                   " boards could not be inspected");
