@@ -77,7 +77,7 @@ def test_the_command_prints_what_there_is():
 def test_the_installed_package_runs(tmp_path):
     build = os.environ["QUILLON_BUILD"]
     for prefix, site in [("/usr", "usr/lib/python3/dist-packages"),
-                         ("/usr/local", "usr/local/lib/python3.11/dist-packages")]:
+                         ("/usr/local", "usr/local/lib/python{}.{}/dist-packages".format(*sys.version_info))]:
         root = tmp_path / prefix.replace("/", "_")
         subprocess.run(["cmake", "--install", build, "--prefix", prefix], check=True,
                        env=dict(os.environ, DESTDIR=str(root)), stdout=subprocess.DEVNULL)
