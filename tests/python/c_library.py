@@ -1,4 +1,4 @@
-"""The C library through ctypes, over an image object laid out by hand: what the module is held to."""
+"""What the module is held to: the C library, through ctypes, over images laid out by hand."""
 
 import ctypes as c
 import os

@@ -76,8 +76,9 @@ def test_the_command_prints_what_there_is():
 
 def test_the_installed_package_runs(tmp_path):
     build = os.environ["QUILLON_BUILD"]
+    version = "python{}.{}".format(*sys.version_info)
     for prefix, site in [("/usr", "usr/lib/python3/dist-packages"),
-                         ("/usr/local", "usr/local/lib/python{}.{}/dist-packages".format(*sys.version_info))]:
+                         ("/usr/local", f"usr/local/lib/{version}/dist-packages")]:
         root = tmp_path / prefix.replace("/", "_")
         subprocess.run(["cmake", "--install", build, "--prefix", prefix], check=True,
                        env=dict(os.environ, DESTDIR=str(root)), stdout=subprocess.DEVNULL)
