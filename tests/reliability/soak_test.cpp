@@ -9,7 +9,11 @@
 namespace quillon::test {
 namespace {
 
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr int kCalls = 10'000;
+#else
 constexpr int kCalls = 100'000;
+#endif
 
 void MakeMixedCalls(int calls) {
   Stage stage;
