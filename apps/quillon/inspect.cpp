@@ -24,8 +24,6 @@ struct Options {
 // Layers of the report.
 enum { kMissingBox, kExtraBox, kMissingPixels, kExtraPixels, kNumber };
 
-const char* Name(Difference kind) { return kind == Difference::kMissing ? "missing" : "extra"; }
-
 // What has been inspected so far.
 struct Results {
   Findings findings{.key = "defects",
@@ -92,8 +90,8 @@ void RunInspect(const Options& options) {
   results.report = {.title = "Boards against " + options.good,
                     .layers = {{"Missing", Tone::kMagenta},
                                {"Extra", Tone::kCyan},
-                               {"Missing pixels", Tone::kRed},
-                               {"Extra pixels", Tone::kGreen},
+                               {"Missing pixels", Tone::kMagenta},
+                               {"Extra pixels", Tone::kCyan},
                                {"Number", Tone::kWhite}},
                     .pictures = {}};
 

@@ -54,6 +54,8 @@ void WarpRow(const GreyImage& from, const BoardWarp& warp, int y, const unsigned
 
 }  // namespace
 
+const char* Name(Difference kind) { return kind == Difference::kMissing ? "missing" : "extra"; }
+
 BoardInspector::BoardInspector(const InspectionRules& rules)
     : rules_(rules), region_(CreateRLERegion(), DestroyRLERegion) {
   if (!region_) throw Failure("no memory for the tables of a region");

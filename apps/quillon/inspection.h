@@ -37,6 +37,7 @@ struct InspectionRules {
 };
 
 enum class Difference { kMissing, kExtra };
+const char* Name(Difference kind);  // "missing", "extra"
 
 // What differs, grouped. Coordinates are those of the tested picture, ends included.
 struct Defect {

@@ -10,6 +10,7 @@
 #include "errors.h"
 #include "image_files.h"
 #include "options.h"
+#include "sample_board.h"
 #include "tray.h"
 
 namespace quillon::app {
@@ -43,6 +44,34 @@ void WriteText(const std::string& path, const std::string& text) {
   if (!file.flush()) throw Failure("cannot write '" + path + "'");
 }
 
+// The truth about a board, in the form of `quillon inspect --json`.
+nlohmann::ordered_json BoardTruth(const std::vector<DrawnDefect>& defects) {
+  Findings findings{.key = "defects",
+                    .facts = {},
+                    .columns = {{"name"}, {"kind"}, {"left"}, {"top"}, {"right"}, {"bottom"}},
+                    .rows = {}};
+  for (const DrawnDefect& d : defects) {
+    findings.rows.push_back({d.name, Name(d.kind), int64_t{d.left}, int64_t{d.top},
+                             int64_t{d.right}, int64_t{d.bottom}});
+  }
+  return ToJson(findings);
+}
+
+// A good board; another of its kind that lies a little askew, with defects; one without.
+void DrawBoards(const std::string& folder, uint32_t seed) {
+  constexpr int kSide = 640, kDefects = 8;
+  const SampleBoard board(seed, kSide, kSide);
+  GreyImage image;
+  board.DrawGood(image);
+  WriteImage(folder + "/board.png", image);
+  board.DrawGood(image, {.x = 3, .y = -5, .degrees = 0.2});
+  WriteImage(folder + "/board-passing.png", image);
+  const auto defects = board.DrawTested(
+      kDefects, image, {.x = -6, .y = 4, .degrees = -0.4, .stretchX = 1.004, .stretchY = 0.997});
+  WriteImage(folder + "/board-failing.png", image);
+  WriteText(folder + "/board-failing.json", BoardTruth(defects).dump(2) + '\n');
+}
+
 void DrawSamples(const std::string& folder, uint32_t seed) {
   std::error_code error;
   std::filesystem::create_directories(folder, error);
@@ -63,6 +92,7 @@ void DrawSamples(const std::string& folder, uint32_t seed) {
   points << "x,y\n";
   for (const Point& centre : centres) points << centre.x << ',' << centre.y << '\n';
   WriteText(folder + "/grid.csv", points.str());
+  DrawBoards(folder, seed);
 }
 
 void AddSample(CLI::App& app) {
@@ -74,11 +104,13 @@ void AddSample(CLI::App& app) {
   CLI::App* command = app.add_subcommand(
       "sample",
       "Draw a tray of parts (tray.png), one part of it (bracket.png) and the truth about "
-      "them (tray.json); a grid of dots seen through a lens (grid.png) and where the dots lie "
-      "(grid.csv)");
+      "them (tray.json); circuit boards (board.png, board-passing.png, board-failing.png) and "
+      "the defects (board-failing.json); a grid of dots seen through a lens (grid.png) and where "
+      "the dots lie (grid.csv)");
   command->add_option("OUTDIR", options->folder, "folder for the files; made if missing")
       ->required();
-  command->add_option("--seed", options->seed, "other numbers, other trays")->capture_default_str();
+  command->add_option("--seed", options->seed, "other numbers, other trays and boards")
+      ->capture_default_str();
   command->callback([options] { DrawSamples(options->folder, options->seed); });
 }
 

@@ -78,6 +78,7 @@ struct Disturbance {
   const char* name;
   double xx = 1, xy = 0, yx = 0, yy = 1, dx = 0, dy = 0;
   double gain = 1, offset = 0, noise = 0;
+  double wobble = 0;  // how far lines are pushed to and fro, as by a stuttering scanner
   bool mirror = false, flip = false, invert = false;  // of both pictures
 };
 
@@ -101,6 +102,9 @@ void Disturb(const Disturbance& d, const GreyImage& from, bool tested, GreyImage
     for (int x = 0; x < to.width; ++x) {
       double px = (d.mirror ? -1 : 1) * (x - cx), py = (d.flip ? -1 : 1) * (y - cy), value;
       if (tested) {
+        constexpr double kPeriod = 100;
+        px += d.wobble * std::sin(6.2831853 * y / kPeriod);
+        py += d.wobble * std::cos(6.2831853 * x / kPeriod);
         value =
             Bilinear(from, cx + d.xx * px + d.xy * py + d.dx, cy + d.yx * px + d.yy * py + d.dy);
         value = d.gain * value + d.offset + d.noise * noise(random);
@@ -147,6 +151,11 @@ bool PrintDisturbed(const Pairs& pairs) {
       {.name = "gain 0.25, offset 10", .gain = 0.25, .offset = 10},
       {.name = "noise of 20", .noise = 20},
       {.name = "gain 0.5, noise of 20", .gain = 0.5, .offset = 60, .noise = 20},
+      {.name = "wobbling by 0.5", .wobble = 0.5},
+      {.name = "wobbling by 1", .wobble = 1},
+      {.name = "wobbling by 1.5", .wobble = 1.5},
+      {.name = "wobbling by 2", .wobble = 2},
+      {.name = "wobbling by 3", .wobble = 3},
       {.name = "mirrored", .mirror = true},
       {.name = "upside down", .flip = true},
       {.name = "bright for dark", .invert = true},

@@ -386,4 +386,41 @@ TEST_F(InspectCommand, ReportShowsGoodAndTestedBoards) {
   }
 }
 
+TEST_F(InspectCommand, SampleBoardsShowTheirTruth) {
+  ASSERT_EQ(Quillon({"sample", folder_ / "."}).exitCode, 0);
+  const std::string good = folder_ / "board.png", failing = folder_ / "board-failing.png",
+                    passing = folder_ / "board-passing.png", drawn = folder_ / "drawn.png";
+  EXPECT_EQ(Quillon({"inspect", good, passing}).exitCode, 0);
+  const Answer answer = Quillon({"inspect", good, failing, "--draw", drawn, "--json"});
+  EXPECT_EQ(answer.exitCode, 3);
+  const Json found = Json::parse(answer.out)["defects"];
+  const Json truth = Json::parse(ReadText(folder_ / "board-failing.json"))["defects"];
+  EXPECT_EQ(truth.size(), 8u);
+  EXPECT_EQ(found.size(), truth.size());
+  for (const Json& t : truth) {
+    EXPECT_EQ(std::count_if(found.begin(), found.end(),
+                            [&](const Json& f) {
+                              return f["kind"] == t["kind"] && f["left"] < t["left"] &&
+                                     f["right"] > t["right"] && f["top"] < t["top"] &&
+                                     f["bottom"] > t["bottom"];
+                            }),
+              1)
+        << t << " in " << found;
+  }
+
+  // The drawn picture is the tested one with something coloured around each defect.
+  GreyImage tested;
+  ColourImage picture;
+  app::ReadImage(failing, tested);
+  app::ReadImage(drawn, picture);
+  ASSERT_EQ(picture.width, tested.width);
+  for (const Json& f : found) {
+    // The lower side of its box, one pixel outside.
+    const int x = (f["left"].get<int>() + f["right"].get<int>()) / 2,
+              y = f["bottom"].get<int>() + 1;
+    const unsigned char* pixel = picture.rows[y] + 3 * x;
+    EXPECT_NE(pixel[0], pixel[1]) << f;
+  }
+}
+
 }  // namespace quillon::test
