@@ -20,7 +20,7 @@
 #include <memory>
 #include <vector>
 
-#include "board_warp.h"
+#include "registration.h"
 #include "quillon/quillon.h"
 #include "report.h"
 

@@ -154,8 +154,6 @@ bool PrintDisturbed(const Pairs& pairs) {
       {.name = "wobbling by 0.5", .wobble = 0.5},
       {.name = "wobbling by 1", .wobble = 1},
       {.name = "wobbling by 1.5", .wobble = 1.5},
-      {.name = "wobbling by 2", .wobble = 2},
-      {.name = "wobbling by 3", .wobble = 3},
       {.name = "mirrored", .mirror = true},
       {.name = "upside down", .flip = true},
       {.name = "bright for dark", .invert = true},
