@@ -228,9 +228,10 @@ TEST(Inspection, LearnsFromGoodBoardsHowFarEdgesWander) {
   inspector.AddGood(wide);
   EXPECT_EQ(inspector.Tolerance(), 3) << "what a good board showed within it widens nothing";
   inspector.AddGood(wider);
-  // Along slopes, where the band of a diamond is narrowest, 3.5 pixels need one of 5.
+  // Along slopes, where the band of a diamond is narrowest, 3.5 pixels need one of 5; where copper
+  // grew into free ground on one side only, the alignment follows it by a pixel or two.
   EXPECT_GE(inspector.Tolerance(), 4);
-  EXPECT_LE(inspector.Tolerance(), 6);
+  EXPECT_LE(inspector.Tolerance(), 7);
   for (const GreyImage* image : {&good, &wide, &wider}) {
     EXPECT_TRUE(inspector.Inspect(*image).defects.empty());
   }
