@@ -11,7 +11,7 @@ class Equations {
   explicit Equations(int terms)
       : terms_(terms),
         size_(2 * terms),
-        matrix_(static_cast<size_t>(size_ * size_)),
+        matrix_(static_cast<size_t>(size_) * static_cast<size_t>(size_)),
         right_(static_cast<size_t>(size_)) {}
 
   // A weak wish that coefficient i keep its value, which decides where no tile says anything.
@@ -56,7 +56,10 @@ class Equations {
   double& Right(int i) { return right_[static_cast<size_t>(i)]; }
 
  private:
-  double& At(int row, int column) { return matrix_[static_cast<size_t>(row * size_ + column)]; }
+  double& At(int row, int column) {
+    const int index = row * size_ + column;
+    return matrix_[static_cast<size_t>(index)];
+  }
 
   int terms_, size_;
   std::vector<double> matrix_, right_;

@@ -33,11 +33,11 @@ int Round(double value) {
 // over which the shift hardly changes.
 void WarpRow(const GreyImage& from, const BoardWarp& warp, int y, const unsigned char* unseen,
              unsigned char* to) {
-  constexpr int kBlock = 16;
+  constexpr int kBlock = 16, kMiddle = kBlock / 2;
   const BoardWarp::Row row = warp.RowAt(y);
   const double most = std::max(from.width, from.height);
   for (int x = 0; x < from.width; x += kBlock) {
-    const Displacement shift = row.At(x + kBlock / 2);
+    const Displacement shift = row.At(x + kMiddle);
     const int left = x + Round(std::clamp(shift.x, -most, most));
     const int top = y + Round(std::clamp(shift.y, -most, most));
     const bool inside = top >= 0 && top < from.height;

@@ -157,9 +157,10 @@ std::optional<TileView> Registrar::View(Tile tile, const Grid& grid, const GreyI
   if (!Teach(from, tile)) return {};
   ++result.tiles;
 
-  std::vector<double> scores(static_cast<size_t>(places * places));
+  std::vector<double> scores(static_cast<size_t>(places) * static_cast<size_t>(places));
   const auto at = [&](int dx, int dy) -> double& {
-    return scores[static_cast<size_t>((dy + range) * places + dx + range)];
+    const int index = (dy + range) * places + dx + range;
+    return scores[static_cast<size_t>(index)];
   };
   int bestX = 0, bestY = 0;
   for (int dy = -range; dy <= range; ++dy) {

@@ -53,7 +53,8 @@ void SampleBoard::AddBus(double top, double bottom) {
     strokes_.push_back({{x, y}, {x + step, y + step}, kTrace});
     strokes_.push_back({{x + step, y + step}, {width_ + 20.0, y + step}, kTrace});
   }
-  const double y = top + kTrace + kPitch * (count / 2);
+  const int middle = count / 2;
+  const double y = top + kTrace + kPitch * middle;
   const double left = Within(0.08, 0.14) * width_, right = Within(0.84, 0.9) * width_;
   spots_.push_back({"open", {{left, y}, {left + 6, y}, kTrace + 2, true}});
   spots_.push_back({"short", {{right, y + step}, {right, y + step - kPitch}, 3.5}});
@@ -141,7 +142,7 @@ void SampleBoard::Render(const std::vector<Stroke>& strokes, GreyImage& image) c
     for (int x = 0; x < width_; ++x) {
       const double c =
           copper[static_cast<size_t>(y) * static_cast<size_t>(width_) + static_cast<size_t>(x)];
-      image.rows[y][x] = static_cast<unsigned char>(kGround + (kCopper - kGround) * c + 0.5);
+      image.rows[y][x] = static_cast<unsigned char>(std::lround(kGround + (kCopper - kGround) * c));
     }
   }
 }
