@@ -20,8 +20,8 @@
 #include <memory>
 #include <vector>
 
-#include "registration.h"
 #include "quillon/quillon.h"
+#include "registration.h"
 #include "report.h"
 
 namespace quillon::app {
