@@ -24,4 +24,7 @@ void WriteImage(const std::string& path, const ColourImage& image);
 std::vector<unsigned char> EncodePng(const GreyImage& image);
 std::vector<unsigned char> EncodePng(const ColourImage& image);
 
+// The image as the bytes of a JPEG file, for thumbnails.
+std::vector<unsigned char> EncodeJpeg(const ColourImage& image);
+
 }  // namespace quillon::app

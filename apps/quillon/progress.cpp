@@ -1,6 +1,7 @@
 #include "progress.h"
 
 #include <chrono>
+#include <cstdint>
 #include <cstdio>
 #include <utility>
 
@@ -39,7 +40,24 @@ Progress::~Progress() {
 
 void Progress::Step(int done, int total) {
   const std::lock_guard lock(mutex_);
-  step_ = ", " + std::to_string(done) + " of " + std::to_string(total);
+  if (first_ < 0) first_ = done;
+  done_ = done;
+  total_ = total;
+}
+
+std::string Progress::Line(double seconds) const {
+  const std::string elapsed = std::to_string(static_cast<int64_t>(seconds)) + " s";
+  if (total_ <= 0) return what_ + " ... " + elapsed;
+  constexpr int kWidth = 30;
+  const auto filled = static_cast<size_t>(int64_t{kWidth} * done_ / total_);
+  std::string line = what_ + " [" + std::string(filled, '#') + std::string(kWidth - filled, '-') +
+                     "] " + std::to_string(done_) + " of " + std::to_string(total_) + ", " +
+                     elapsed;
+  if (done_ > first_ && done_ < total_) {
+    const double rest = seconds / (done_ - first_) * (total_ - done_);
+    line += ", about " + std::to_string(static_cast<int64_t>(rest) + 1) + " s to go";
+  }
+  return line;
 }
 
 void Progress::Show() {
@@ -50,9 +68,8 @@ void Progress::Show() {
   auto pause = 1000ms;
   while (!changed_.wait_for(lock, pause, [this] { return finished_; })) {
     pause = 200ms;
-    const auto seconds =
-        std::chrono::duration_cast<std::chrono::seconds>(std::chrono::steady_clock::now() - start);
-    std::string line = what_ + " ... " + std::to_string(seconds.count()) + " s" + step_;
+    const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - start;
+    std::string line = Line(elapsed.count());
     const size_t length = line.size();
     if (length < shown) line.append(shown - length, ' ');
     shown = length;

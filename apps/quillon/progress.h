@@ -8,8 +8,9 @@
 
 namespace quillon::app {
 
-// While the object lives, the terminal shows "searching ... 3 s"; the line is removed at the end.
-// Work of less than a second shows nothing, and neither does standard error that is a file or pipe.
+// While the object lives, the terminal shows "searching ... 3 s", or for work that has steps
+// "inspecting [####------] 40 of 100, 3 s, about 5 s to go"; the line is removed at the end. Work
+// of less than a second shows nothing, and neither does standard error that is a file or pipe.
 class Progress {
  public:
   explicit Progress(std::string what);
@@ -17,7 +18,7 @@ class Progress {
   Progress(const Progress&) = delete;
   Progress& operator=(const Progress&) = delete;
 
-  // Adds "2 of 5" to the line, for work that has steps.
+  // For work that has steps. The first call tells from how many the time to go is reckoned.
   void Step(int done, int total);
 
  private:
@@ -25,7 +26,10 @@ class Progress {
 
   std::mutex mutex_;
   std::condition_variable changed_;
-  std::string what_, step_;
+  std::string Line(double seconds) const;
+
+  std::string what_;
+  int first_ = -1, done_ = 0, total_ = 0;
   bool finished_ = false;
   std::thread thread_;  // the library's calls return when they are done: only a thread can tell
 };

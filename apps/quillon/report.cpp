@@ -8,7 +8,6 @@
 #include "page_parts.h"
 
 namespace quillon::app {
-namespace {
 
 std::string Escaped(std::string_view text) {
   std::string escaped;
@@ -35,6 +34,8 @@ std::string Escaped(std::string_view text) {
   }
   return escaped;
 }
+
+namespace {
 
 std::string Base64(std::span<const unsigned char> bytes) {
   constexpr char kDigits[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
@@ -94,7 +95,7 @@ class Page {
         "<meta name='viewport' content='width=device-width, initial-scale=1'>\n"
         "<meta name='generator' content='quillon " QUILLON_VERSION "'>\n<title>";
     html_ += Escaped(report_.title) + "</title>\n<style>\n" + kPageStyle + "</style>\n</head>\n";
-    html_ += "<body>\n<header>\n<h1>" + Escaped(report_.title) + "</h1>\n";
+    html_ += "<body>\n<header>\n<h1>" + Escaped(report_.title) + "</h1>\n" + report_.lead;
     Facts();
     // One picture has the table beside it; several have it below.
     html_ +=

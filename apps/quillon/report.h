@@ -91,9 +91,13 @@ class Picture {
 
 struct Report {
   std::string title;
+  std::string lead = {};  // HTML under the title, with its texts escaped
   std::vector<Layer> layers = {};
   std::vector<Picture> pictures = {};  // side by side where there is room
 };
+
+// A text as HTML shows it, in attributes too.
+std::string Escaped(std::string_view text);
 
 // The whole page as text.
 std::string RenderReport(const Report& report, const Findings& findings);

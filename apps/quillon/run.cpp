@@ -11,6 +11,7 @@
 #include "errors.h"
 #include "options.h"
 #include "progress.h"
+#include "recipe/pages.h"
 #include "recipe/results.h"
 #include "recipe/runner.h"
 #include "recipe/schema.h"
@@ -26,7 +27,7 @@ struct Options {
   std::vector<std::string> images;
   int jobs = 0;
   std::string folder;  // empty: nothing is written
-  bool resume = false, overwrite = false;
+  bool resume = false, overwrite = false, noPages = false;
   bool json = false, csv = false;
 };
 
@@ -102,6 +103,8 @@ void Run(const Options& options) {
   }
   std::vector<Record> records;
   std::optional<ResultsFile> file = OpenResults(options, recipe, images, records);
+  std::optional<Pages> pages;
+  if (!options.folder.empty() && !options.noPages) pages.emplace(recipe, options.folder);
   const auto print = [&](const Record& record) {
     if (options.json) std::cout << ToLine(recipe, record) << '\n' << std::flush;
   };
@@ -115,8 +118,12 @@ void Run(const Options& options) {
     progress.Step(static_cast<int>(records.size()), total);
     isWhole = RunAll({.images = images,
                       .first = records.size(),
-                      .inspect = [&](Inspector& inspector,
-                                     size_t index) { return inspector.Inspect(images[index]); },
+                      .inspect =
+                          [&](Inspector& inspector, size_t index) {
+                            Record record = inspector.Inspect(images[index]);
+                            if (pages) pages->Write(index, record, inspector);
+                            return record;
+                          },
                       .receive =
                           [&](size_t index, Record record) {
                             if (file) file->Append(recipe, record);
@@ -126,6 +133,7 @@ void Run(const Options& options) {
                           }},
                      inspectors);
   }
+  if (pages) pages->WriteIndex(records);
   PrintSummary(recipe, records, options);
   if (!isWhole) {
     throw Failure("interrupted after " + std::to_string(records.size()) + " of " +

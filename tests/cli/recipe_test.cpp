@@ -40,7 +40,8 @@ std::vector<Json> Variants(const Json& test) {
     Json& single = variants.emplace_back(recipe);
     single[list] = Json::array({entry});
     if (list == "steps") {
-      single["measurements"] = {{{"name", "m"}, {"input", "image"}, {"value", "mean"}}};
+      const Json mean = {{"name", "m"}, {"input", "image"}, {"value", "mean"}};
+      single["measurements"] = Json::array({mean});
     }
   }
   return variants;
@@ -111,6 +112,9 @@ TEST(Recipes, DocumentsAreThoseOfTheTableOfOperations) {
   const Json schema = app::recipe::RecipeSchema();
   EXPECT_EQ(schema.dump(2) + "\n", ReadText(InProgramFolder("recipe.schema.json")))
       << "renew it: quillon recipe schema > docs/recipe.schema.json";
+  EXPECT_NE(ReadText(InProgramFolder("recipes.md")).find(app::recipe::OperationsInMarkdown()),
+            std::string::npos)
+      << "renew its tables: quillon recipe operations";
   for (const auto& operation : app::recipe::Operations()) {
     EXPECT_TRUE(schema["$defs"].contains(operation.name)) << operation.name;
     for (const auto& argument : operation.arguments) {

@@ -194,7 +194,7 @@ TEST(Run, ResumesFromAnyPrefixOfTheResults) {
   WriteText(trays.folder + "/102b.png", "this is not a picture");
   const std::string recipe = scratch / "recipe.json", out = scratch / "out";
   WriteText(recipe, kCountParts);
-  const Answer whole = Quillon({"run", recipe, trays.folder, "--json", "--out", out});
+  const Answer whole = Quillon({"run", recipe, trays.folder, "--json", "--out", out, "--no-pages"});
   const std::string results = out + "/results.jsonl", full = ReadText(results);
   ASSERT_EQ(ParseLines(full).size(), 7u);
   EXPECT_EQ(full.substr(full.find('\n') + 1), whole.out);
@@ -258,7 +258,7 @@ TEST(Run, AKilledRunLosesNothing) {
   GTEST_SKIP() << "the shell that starts and kills the run is a POSIX one";
 #else
   const Scratch scratch;
-  const Trays trays(scratch, 24);
+  const Trays trays(scratch, 16);
   ColourImage bracket;
   app::DrawBracket(bracket);
   app::WriteImage(scratch / "bracket.png", bracket);
@@ -271,13 +271,13 @@ TEST(Run, AKilledRunLosesNothing) {
     "measurements": [{"name": "count", "input": "find", "value": "count", "max": 1},
                      {"name": "score", "input": "find", "value": "score"}]})");
   const Answer whole =
-      Quillon({"run", recipe, trays.folder, "--json", "--out", twin, "--jobs", "4"});
-  ASSERT_EQ(ParseLines(whole.out).size(), 24u) << whole.err;
+      Quillon({"run", recipe, trays.folder, "--json", "--out", twin, "--no-pages", "--jobs", "4"});
+  ASSERT_EQ(ParseLines(whole.out).size(), 16u) << whole.err;
 
   const std::string results = out + "/results.jsonl";
   const std::string script = "'" + InProgramFolder("quillon") + "' run '" + recipe + "' '" +
                              trays.folder + "' --out '" + out +
-                             "' --jobs 2 >/dev/null 2>&1 & run=$!\n"
+                             "' --no-pages --jobs 2 >/dev/null 2>&1 & run=$!\n"
                              "for i in $(seq 2000); do [ -f '" +
                              results + "' ] && [ $(wc -l <'" + results +
                              "') -ge 6 ] && break; sleep 0.005; done\n"
@@ -287,9 +287,9 @@ TEST(Run, AKilledRunLosesNothing) {
   const size_t done =
       ParseLines(ReadText(results).substr(0, ReadText(results).rfind('\n') + 1)).size();
   ASSERT_GE(done, 6u);
-  ASSERT_LT(done, 25u) << "the run was over before it was killed";
-  const Answer rest =
-      Quillon({"run", recipe, trays.folder, "--json", "--out", out, "--resume", "--jobs", "4"});
+  ASSERT_LT(done, 17u) << "the run was over before it was killed";
+  const Answer rest = Quillon({"run", recipe, trays.folder, "--json", "--out", out, "--resume",
+                               "--no-pages", "--jobs", "4"});
   EXPECT_EQ(rest.out, whole.out);
   EXPECT_EQ(ReadText(results), ReadText(twin + "/results.jsonl"));
 #endif
