@@ -1,5 +1,6 @@
 // What finds things: blobs, template matching, edge-based matching; and filling holes.
 #include <algorithm>
+#include <cmath>
 
 #include "blob_search.h"
 #include "edge_search.h"
@@ -114,6 +115,17 @@ std::unique_ptr<Tool> TeachTemplate(const Values& values, const std::string& fol
   if (!taught->tool || !Teach(pattern, taught->tool.get(), values.Flag("mask"))) {
     throw Failure("no memory for template '" + path + "'");
   }
+  // The coarsest level keeps some 16 pixels of the template as it was taught: of one that is looked
+  // for at half that size, a level less keeps as many.
+  const int coarsest = IxGet_DefaultPyramidLevel(taught->tool.get());
+  const double least = values.List<double>("scale")[0];
+  int level = coarsest - std::max(static_cast<int>(std::lround(-std::log2(least))), 0);
+  if (values.Has("level")) level = values.Whole("level");
+  if (level > coarsest) {
+    throw Failure("level " + std::to_string(level) + " is above " + std::to_string(coarsest) +
+                  ", the coarsest of '" + path + "'");
+  }
+  IxSetPyramidLevel(taught->tool.get(), std::max(level, 0));
   return taught;
 }
 
@@ -161,6 +173,8 @@ const std::vector<Argument> kMatchArguments = {
     Range("scale", 0.1, 10, "search these sizes, relative to the template").Or("[1, 1]"),
     Number("min_score", 0, 1, "correlation that is a match").Or("0.7"),
     Whole("max", 1, 500, "at most this many, the best").Or("50"),
+    Whole("level", 0, 6, "start the search at this level of the pyramid: 0 is slow and sure")
+        .Optional(),
     Flag("mask", "black pixels of the template do not count").Or("false"),
 };
 

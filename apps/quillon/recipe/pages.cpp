@@ -113,7 +113,10 @@ void Draw(Picture& picture, const Thing& thing, int row, bool isBlob, const std:
   if (isBlob) picture.Box({kBox, row}, thing.left, thing.top, thing.right, thing.bottom);
   picture.Polygon({kRectangle, row}, corners);
   picture.Cross({kCentre, row}, {thing.x, thing.y});
-  const Point at = isBlob ? Point{thing.left - 0.5, thing.top - 1.0} : Point{thing.x, thing.y};
+  // A match's upper left corner shows which way up it is.
+  const Point at = isBlob
+                       ? Point{thing.left - 0.5, thing.top - 1.0}
+                       : Point{std::clamp(corners[0].x, 0.0, picture.Width() * 0.95), corners[0].y};
   picture.Label({kNumber, row}, at, number);
 }
 
