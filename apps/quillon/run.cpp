@@ -161,6 +161,8 @@ void AddRun(CLI::App& app) {
   command->add_flag("--overwrite", options->overwrite, "begin anew in a folder that holds results")
       ->needs(folder)
       ->excludes(resume);
+  command->add_flag("--no-pages", options->noPages, "write the results alone into that folder")
+      ->needs(folder);
   CLI::Option* json = command->add_flag(
       "--json", options->json, "print a line of JSON for each image as soon as it is known");
   command->add_flag("--csv", options->csv, "print CSV instead of a table")->excludes(json);
