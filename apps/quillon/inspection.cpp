@@ -145,7 +145,7 @@ Registration BoardInspector::Align(const GreyImage& picture) {
   }
   MakeMaterial(picture);
   reducedOther_.Make(material_);
-  const Registration registration = registrar_.Register(reducedGood_, reducedOther_);
+  Registration registration = registrar_.Register(reducedGood_, reducedOther_);
   if (registration.tiles == 0) throw Failure("cannot be aligned: the good board has no structure");
   if (!registration.Succeeded()) {
     throw Failure("does not show this board: " + std::to_string(registration.agreeing) + " of " +
