@@ -9,6 +9,7 @@
 #include "errors.h"
 #include "image_files.h"
 #include "options.h"
+#include "pattern_search.h"
 #include "progress.h"
 #include "quillon/quillon.h"
 #include "report.h"
@@ -40,47 +41,10 @@ struct Options {
   std::vector<double> scale = {1, 1};
   double minScore = 0.7;
   int most = 50;
-  int level = -1;  // as many as there are
+  std::optional<int> level;
   bool mask = false, colour = false;
   Output output;
 };
-
-struct ReleaseTool {
-  void operator()(NccTool* tool) const { IxDestroyNCCModel(tool); }
-};
-using Tool = std::unique_ptr<NccTool, ReleaseTool>;
-
-bool Teach(const GreyImage& pattern, NccTool* tool, bool mask) {
-  return IxCreateNCCMatchModel(&pattern, tool, mask);
-}
-bool Teach(const ColourImage& pattern, NccTool* tool, bool mask) {
-  return IxCreateNCCMatchColorModel(&pattern, tool, mask);
-}
-
-// The coarsest level keeps some 16 pixels of the template as it was taught: of one that is looked
-// for at half that size, a level less keeps as many.
-void ChooseLevel(const Options& options, NccTool* tool) {
-  const int coarsest = IxGet_DefaultPyramidLevel(tool);
-  if (options.level > coarsest) {
-    throw Failure("--level: " + std::to_string(options.level) + " is above " +
-                  std::to_string(coarsest) + ", the coarsest level of '" + options.pattern + "'");
-  }
-  const int smaller = std::max(static_cast<int>(std::lround(-std::log2(options.scale[0]))), 0);
-  IxSetPyramidLevel(tool, options.level >= 0 ? options.level : std::max(coarsest - smaller, 0));
-}
-
-template <class Image, class Find>
-std::vector<NccResult> Search(const Options& options, const Image& image, NccTool* tool,
-                              Find find) {
-  const bool anyAngle = !options.angle.empty();
-  const double lowest = anyAngle ? options.angle[0] : 0, highest = anyAngle ? options.angle[1] : 0;
-  const Progress progress("searching");
-  const int count = find(&image, tool, options.minScore, highest, lowest, options.scale[1],
-                         options.scale[0], anyAngle, options.most);
-  std::vector<NccResult> matches(static_cast<size_t>(count));
-  for (int i = 0; i < count; ++i) IxGetNCCMatchResults(tool, i, &matches[static_cast<size_t>(i)]);
-  return matches;
-}
 
 Findings MakeFindings(const NccTool* tool, const std::vector<NccResult>& matches) {
   Findings findings{
@@ -126,17 +90,18 @@ Report MakeReport(const Options& options, const Image& pattern, const Image& ima
   return report;
 }
 
-template <class Image, class Find>
-void Match(const Options& options, Find find) {
+template <class Image>
+void Match(const Options& options) {
   Image pattern, image;
   ReadImage(options.pattern, pattern);
   ReadImage(options.image, image);
-  const Tool tool(IxCreateNCCTool());
-  if (!tool || !Teach(pattern, tool.get(), options.mask)) {
-    throw Failure("no memory for template '" + options.pattern + "'");
-  }
-  ChooseLevel(options, tool.get());
-  const auto matches = Search(options, image, tool.get(), find);
+  const PatternTool tool = TeachPattern(options.pattern, pattern, options.mask);
+  ChooseStartLevel(options.pattern, options.scale[0], options.level, tool.get());
+  const auto matches = [&] {
+    const Progress progress("searching");
+    return FindPattern(image, tool.get(),
+                       {options.minScore, options.angle, options.scale, options.most});
+  }();
   const Findings findings = MakeFindings(tool.get(), matches);
   Print(options.output, findings);
   if (!options.output.WantsPictures()) return;
@@ -149,9 +114,9 @@ void RunMatch(const Options& options) {
   }
   if (options.scale[0] > options.scale[1]) throw Failure("--scale: MIN is greater than MAX");
   if (options.colour) {
-    Match<ColourImage>(options, IxFindNCCMatchColorModel);
+    Match<ColourImage>(options);
   } else {
-    Match<GreyImage>(options, IxFindNCCMatchModel);
+    Match<GreyImage>(options);
   }
 }
 

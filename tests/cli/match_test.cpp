@@ -180,7 +180,7 @@ TEST_F(Match, TellsWhenThereIsNothingAndWhatIsWrong) {
       {{"--angle", "9", "-9"}, 1, "--angle"},     {{"--scale", "2", "1"}, 1, "--scale"},
       {{"--scale", "0", "1"}, 2, "--scale"},      {{"--angle", "5"}, 2, "--angle"},
       {{"--min-score", "1.1"}, 2, "--min-score"}, {{"--max", "0"}, 2, "--max"},
-      {{"--level", "7"}, 2, "--level"},           {{"--level", "3"}, 1, "--level: 3 is above 2"}};
+      {{"--level", "7"}, 2, "--level"},           {{"--level", "3"}, 1, "level 3 is above 2"}};
   for (const Case& c : cases) {
     std::vector<std::string> arguments = {"match", pattern_, scene_};
     arguments.insert(arguments.end(), c.options.begin(), c.options.end());

@@ -1,12 +1,11 @@
 // What finds things: blobs, template matching, edge-based matching; and filling holes.
-#include <algorithm>
-#include <cmath>
 
 #include "blob_search.h"
 #include "edge_search.h"
 #include "errors.h"
 #include "image_files.h"
 #include "operation.h"
+#include "pattern_search.h"
 
 namespace quillon::app::recipe {
 namespace {
@@ -88,21 +87,10 @@ void FillUp(const Call& call) {
 
 // ---- template matching --------------------------------------------------------------------------
 
-struct ReleaseTemplate {
-  void operator()(NccTool* tool) const { IxDestroyNCCModel(tool); }
-};
-
 struct Template : Tool {
-  std::unique_ptr<NccTool, ReleaseTemplate> tool{IxCreateNCCTool()};
+  PatternTool tool;
   int width = 0, height = 0;
 };
-
-bool Teach(const GreyImage& pattern, NccTool* tool, bool mask) {
-  return IxCreateNCCMatchModel(&pattern, tool, mask);
-}
-bool Teach(const ColourImage& pattern, NccTool* tool, bool mask) {
-  return IxCreateNCCMatchColorModel(&pattern, tool, mask);
-}
 
 template <class Image>
 std::unique_ptr<Tool> TeachTemplate(const Values& values, const std::string& folder) {
@@ -112,20 +100,10 @@ std::unique_ptr<Tool> TeachTemplate(const Values& values, const std::string& fol
   auto taught = std::make_unique<Template>();
   taught->width = pattern.width;
   taught->height = pattern.height;
-  if (!taught->tool || !Teach(pattern, taught->tool.get(), values.Flag("mask"))) {
-    throw Failure("no memory for template '" + path + "'");
-  }
-  // The coarsest level keeps some 16 pixels of the template as it was taught: of one that is looked
-  // for at half that size, a level less keeps as many.
-  const int coarsest = IxGet_DefaultPyramidLevel(taught->tool.get());
-  const double least = values.List<double>("scale")[0];
-  int level = coarsest - std::max(static_cast<int>(std::lround(-std::log2(least))), 0);
+  taught->tool = TeachPattern(path, pattern, values.Flag("mask"));
+  std::optional<int> level;
   if (values.Has("level")) level = values.Whole("level");
-  if (level > coarsest) {
-    throw Failure("level " + std::to_string(level) + " is above " + std::to_string(coarsest) +
-                  ", the coarsest of '" + path + "'");
-  }
-  IxSetPyramidLevel(taught->tool.get(), std::max(level, 0));
+  ChooseStartLevel(path, values.List<double>("scale")[0], level, taught->tool.get());
   return taught;
 }
 
@@ -142,17 +120,15 @@ std::array<double, 8> Corners(Point centre, double width, double height, double 
   return corners;
 }
 
-template <class Image, auto find>
+template <class Image>
 void Match(const Call& call, const Image& image) {
   const auto& taught = static_cast<const Template&>(*call.tool);
-  const bool anyAngle = call.values.Has("angle");
-  const auto angle = anyAngle ? call.values.List<double>("angle") : std::vector<double>{0, 0};
-  const auto scale = call.values.List<double>("scale");
-  const int count = find(&image, taught.tool.get(), call.values.Number("min_score"), angle[1],
-                         angle[0], scale[1], scale[0], anyAngle, call.values.Whole("max"));
-  for (int i = 0; i < count; ++i) {
-    NccResult match;
-    IxGetNCCMatchResults(taught.tool.get(), i, &match);
+  PatternQuery query = {.minScore = call.values.Number("min_score"),
+                        .angle = {},
+                        .scale = call.values.List<double>("scale"),
+                        .most = call.values.Whole("max")};
+  if (call.values.Has("angle")) query.angle = call.values.List<double>("angle");
+  for (const NccResult& match : FindPattern(image, taught.tool.get(), query)) {
     const double width = taught.width * match.scale, height = taught.height * match.scale;
     call.result.things.push_back(
         {.x = match.x,
@@ -248,12 +224,10 @@ std::vector<RecipeOperation> ObjectOperations() {
        FindBlobs,
        MakeRegion},
       {"match", "matching", "places of a template by its grey values, the best first", kPicture,
-       Kind::kMatches, kMatchArguments,
-       [](const Call& call) { Match<GreyImage, IxFindNCCMatchModel>(call, call.a.picture); },
+       Kind::kMatches, kMatchArguments, [](const Call& call) { Match(call, call.a.picture); },
        TeachTemplate<GreyImage>},
       {"match-color", "matching", "places of a template by its colours, the best first", kColour,
-       Kind::kMatches, kMatchArguments,
-       [](const Call& call) { Match<ColourImage, IxFindNCCMatchColorModel>(call, call.a.colour); },
+       Kind::kMatches, kMatchArguments, [](const Call& call) { Match(call, call.a.colour); },
        TeachTemplate<ColourImage>},
       {"locate",
        "matching",
