@@ -36,18 +36,31 @@ Histogram CountPixels(const GreyImage& image) {
 }
 
 // Large images: neighbours counted as pairs. A processor commits one store a cycle, which is what
-// bounds a histogram; so half the stores pay for a table of 65,536 counters.
+// bounds a histogram; so half the stores pay for a table of 65,536 counters. Eight pixels that
+// repeat the eight before them are counted with those: in flat parts one counter would wait for
+// itself.
 Histogram CountPairs(const GreyImage& image, Buffer<uint32_t>& pairs) {
   Histogram histogram = {};
   for (int y = 0; y < image.height; ++y) {
     const uint8_t* row = image.rows[y];
     int x = 0;
+    uint64_t held = 0;
+    uint32_t times = 0;
+    const auto count = [&] {
+#pragma GCC unroll 4
+      for (int i = 0; i < 4; ++i) pairs[held >> (16 * i) & 0xFFFF] += times;
+    };
     for (; x <= image.width - 8; x += 8) {
       uint64_t pixels;
       std::memcpy(&pixels, row + x, sizeof pixels);
-#pragma GCC unroll 4
-      for (int i = 0; i < 4; ++i) ++pairs[pixels >> (16 * i) & 0xFFFF];
+      if (pixels != held) {
+        count();
+        held = pixels;
+        times = 0;
+      }
+      ++times;
     }
+    count();
     for (; x < image.width; ++x) ++histogram[row[x]];
   }
   for (int second = 0; second < kLevels; ++second) {
