@@ -12,6 +12,7 @@ constexpr int kQuarter = kBlock / 4;
 using Bytes = U8<kBlock>;
 using Words = I16<kLanes>;
 using Longs = I32<kQuarter>;
+using ULongs = U32<kQuarter>;
 using Floats = F32<kQuarter>;
 
 // Row kernels are flattened: a body that is not inlined keeps its vectors in memory.
@@ -209,9 +210,10 @@ QUILLON_INLINE Bytes PackBytes(const Longs (&values)[4]) {
 #endif
 }
 
-// The estimate is the quotient or one less.
+// The estimate is the quotient or one less. Modulo 2^32, and so without sign: the rest fits again.
 QUILLON_INLINE Longs Corrected(Longs estimate, Longs sum, int32_t divisor) {
-  const Longs rest = sum - estimate * divisor;
+  const ULongs product = BitCast<ULongs>(estimate) * static_cast<uint32_t>(divisor);
+  const auto rest = BitCast<Longs>(BitCast<ULongs>(sum) - product);
   return estimate - (rest > divisor - 1);
 }
 
@@ -236,7 +238,7 @@ QUILLON_INLINE Longs QuotientOf(Longs low, Longs high, const PairQuotient& quoti
   if constexpr (kWay == PairQuotient::kDouble) {
     return DoubleQuotient(low, high, quotient.doubleReciprocal);
   } else {
-    const Longs sum = low + (high << 16);  // modulo 2^32
+    const auto sum = BitCast<Longs>(BitCast<ULongs>(low) + (BitCast<ULongs>(high) << 16));
     if constexpr (kWay == PairQuotient::kShift) return sum >> quotient.shift;
     if constexpr (kWay == PairQuotient::kLong) {
       const Floats approximate =
