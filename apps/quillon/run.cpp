@@ -39,13 +39,14 @@ bool IsImageName(const fs::path& path) {
   return std::find(known.begin(), known.end(), ending) != known.end();
 }
 
-// Files as they are given, folders as the images in them, by name.
+// Files as they are given, folders as the images in them, by name; with the same slashes on every
+// system, so that results can be compared.
 std::vector<std::string> ListImages(const std::vector<std::string>& given) {
   std::vector<std::string> images;
   for (const std::string& path : given) {
     std::error_code error;
     if (!fs::is_directory(path, error)) {
-      images.push_back(path);
+      images.push_back(fs::path(path).generic_string());
       continue;
     }
     std::vector<std::string> found;

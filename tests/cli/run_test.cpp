@@ -32,7 +32,8 @@ const char kCountParts[] = R"({
 // Trays of several sizes under names whose order is that of the seeds, and what the recipe must
 // find.
 struct Trays {
-  Trays(const Scratch& scratch, int count) : folder(scratch / "trays") {
+  Trays(const Scratch& scratch, int count)
+      : folder(std::filesystem::path(scratch / "trays").generic_string()) {
     std::filesystem::create_directories(folder);
     for (int i = 0; i < count; ++i) {
       ColourImage image;
