@@ -7,54 +7,53 @@
 namespace quillon::QUILLON_LEVEL {
 namespace {
 
-#if QUILLON_AVX2
-constexpr int kBlock = 64;
-#endif
-
 #if QUILLON_AVX512
 
 struct Table : ByteTable {
   using ByteTable::ByteTable;
+  static constexpr int kBlock = 64;
   QUILLON_INLINE void Find(const uint8_t* from, uint8_t* to) const {
-    Store(to, At(BitCast<__m512i>(Load<uint8_t, 64>(from))));
+    Store(to, At(BitCast<__m512i>(Load<uint8_t, kBlock>(from))));
   }
 };
 
 #elif QUILLON_AVX2
 
-// Sixteen shuffles of 16 entries each. A shuffle gives 0 where the place is negative. Places run
-// down by 16 from step to step and stop at the least number, so at step i all places of at least
-// 16 i still answer; each table holds the difference to the one before, and the differences of the
-// answering steps add up to the wanted entry. Places above 127 take part in the second half.
+// Sixteen shuffles of 16 entries each: the low four bits of a place are its entry within a row of
+// the table, the high four bits the row. A shuffle gives 0 where bit 7 of the place is set, so rows
+// 8 apart are told by an OR of two shuffles, the second with that bit flipped; a tree of blends,
+// which go by the top bit of a byte, tells rows by their other three bits.
 struct Table {
+  static constexpr int kBlock = 32;
+  using Bytes = U8<kBlock>;
+  using Lanes = U16<kBlock / 2>;
+
   QUILLON_INLINE explicit Table(const uint8_t* table) {
     for (int i = 0; i < 16; ++i) {
-      auto entries = Load<uint8_t, 16>(table + 16 * i);
-      if (i % 8 > 0) entries ^= Load<uint8_t, 16>(table + 16 * (i - 1));
-      step[i] = BitCast<__m256i>(Join(entries, entries));
+      const auto entries = Load<uint8_t, 16>(table + 16 * i);
+      row[i] = BitCast<__m256i>(Join(entries, entries));
     }
   }
-  // Two vectors at a time share the loads of the steps.
   QUILLON_INLINE void Find(const uint8_t* from, uint8_t* to) const {
-    const __m256i sixteen = _mm256_set1_epi8(16);
-    __m256i found[2] = {}, places[2];
-    for (int v = 0; v < 2; ++v) places[v] = BitCast<__m256i>(Load<uint8_t, 32>(from + 32 * v));
-    for (int half = 0; half < 2; ++half) {
-      __m256i at[2] = {places[0], places[1]};
-      if (half == 1) {
-        for (__m256i& place : at) place = _mm256_xor_si256(place, _mm256_set1_epi8(-128));
-      }
-      for (int i = 8 * half; i < 8 * half + 8; ++i) {
-        for (int v = 0; v < 2; ++v) {
-          found[v] = _mm256_xor_si256(found[v], _mm256_shuffle_epi8(step[i], at[v]));
-          at[v] = _mm256_subs_epi8(at[v], sixteen);
-        }
-      }
+    Store(to, EntryOfRows<0, 8>(Load<uint8_t, kBlock>(from)));
+  }
+  // For places in rows kRow, kRow + 1, ... kRow + kRows - 1, or 8 further on.
+  template <int kRow, int kRows>
+  QUILLON_INLINE __m256i EntryOfRows(Bytes places) const {
+    if constexpr (kRows == 1) {
+      const auto flipped = BitCast<__m256i>(places ^ 128);
+      return _mm256_or_si256(_mm256_shuffle_epi8(row[kRow], BitCast<__m256i>(places)),
+                             _mm256_shuffle_epi8(row[kRow + 8], flipped));
+    } else {
+      // Their bit moves up to the top; what crosses from byte to byte stays below it.
+      constexpr uint16_t kToTop = 16 / kRows;
+      return _mm256_blendv_epi8(EntryOfRows<kRow, kRows / 2>(places),
+                                EntryOfRows<kRow + kRows / 2, kRows / 2>(places),
+                                BitCast<__m256i>(BitCast<Lanes>(places) * kToTop));
     }
-    for (int v = 0; v < 2; ++v) Store(to + 32 * v, found[v]);
   }
 
-  __m256i step[16];
+  __m256i row[16];
 };
 
 #endif
@@ -62,9 +61,9 @@ struct Table {
 void LookupRow(const uint8_t* from, uint8_t* to, int count, const uint8_t* table) {
   int x = 0;
 #if QUILLON_AVX2
-  if (count >= kBlock) {
+  if (count >= Table::kBlock) {
     const Table entries(table);
-    for (; x <= count - kBlock; x += kBlock) entries.Find(from + x, to + x);
+    for (; x <= count - Table::kBlock; x += Table::kBlock) entries.Find(from + x, to + x);
   }
 #endif
   // Four places a load: a byte at a time, loading them costs as much as looking them up.

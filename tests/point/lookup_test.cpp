@@ -14,7 +14,7 @@ TEST(Lookup, FindsEveryEntryAtEveryPlaceAndStaysInItsRow) {
   ForEachLevel([&](const Kernels& level) {
     for (int first = 0; first < 256; ++first) {
       for (int x = 0; x < kMax; ++x) from[x] = static_cast<uint8_t>(first + 37 * x);
-      for (int count : {0, 1, 3, 4, 5, 31, 63, 64, 65, 127, 131, kMax - 1}) {
+      for (int count : {0, 1, 3, 4, 5, 31, 32, 33, 63, 64, 65, 127, 131, kMax - 1}) {
         uint8_t to[kMax], expected[kMax];
         std::memset(to, 7, kMax);
         std::memset(expected, 7, kMax);
