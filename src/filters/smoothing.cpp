@@ -1,6 +1,7 @@
 #include "filters/smoothing.h"
 
 #include <algorithm>
+#include <bit>
 
 #include "core/buffer.h"
 #include "filters/inner_rows.h"
@@ -23,24 +24,61 @@ class ColumnMemory {
   Buffer<uint16_t> memory_;
 };
 
-// A little more than 1 / area: exact quotients of multiples must not fall short.
-constexpr float ReciprocalOf(int area) { return 1.0f / static_cast<float>(area) * 1.0000001f; }
+// The float 1.5 * 2^23: from here to 2^24, floats are the whole numbers.
+constexpr float kWhole = 12582912;
 
-// Whether truncated products are the quotients of all sums of `area` bytes, area / 2 added. Both
-// are monotone, so it is enough to look at both sides of every step.
-constexpr bool IsExact(int area) {
-  const float reciprocal = ReciprocalOf(area);
-  const auto quotient = [&](int sum) {
-    return static_cast<int>(static_cast<float>(sum) * reciprocal);
+// Sums without a conversion: the floats 2^e ... 2^(e + 1) count in steps of 1 / weight, and their
+// bits go up by one a step. So the bits of m * area, a little above 2^e, and those of a sum times
+// the weight add up to the float m * area + sum, whose product with 1 / area is m + mean.
+constexpr MeanScale ScaleByBits(int area) {
+  int exponent = 0, m = 0;
+  do {
+    ++exponent;
+    m = ((1 << exponent) + area - 1) / area;
+  } while ((m + 255) * area >= 2 << exponent);
+  const int weight = (1 << 23) >> exponent;
+  return {.converted = false,
+          .weight = weight,
+          .bias = std::bit_cast<int32_t>(static_cast<float>(m * area * weight)),
+          .reciprocal = 1.0f / static_cast<float>(area * weight),
+          .offset = kWhole - static_cast<float>(m)};
+}
+
+constexpr MeanScale ScaleByConversion(int area) {
+  return {.converted = true,
+          .weight = 1,
+          .bias = 0,
+          .reciprocal = 1.0f / static_cast<float>(area),
+          .offset = kWhole};
+}
+
+// Whether the means of all sums are their quotients by the area, rounded to nearest: there are no
+// halves, as the area is odd. Rounding is monotone, so it is enough to look at both sides of every
+// step. The product may be rounded or, as kernels with a fused addition have it, not.
+constexpr bool IsExact(const MeanScale& scale, int area) {
+  const auto isMean = [&](int sum, int mean) {
+    const int bits = sum * scale.weight + scale.bias;
+    const float value = scale.converted ? static_cast<float>(bits) : std::bit_cast<float>(bits);
+    const float rounded = value * scale.reciprocal + scale.offset;
+    const double fused = static_cast<double>(value) * static_cast<double>(scale.reciprocal) +
+                         static_cast<double>(scale.offset - kWhole);
+    return rounded == kWhole + static_cast<float>(mean) && static_cast<int>(fused + 0.5) == mean;
   };
-  for (int q = 0; q <= 255; ++q) {
-    if (quotient(q * area) != q || quotient(q * area + area - 1) != q) return false;
+  for (int mean = 0; mean <= 255; ++mean) {
+    const int least = std::max(mean * area - area / 2, 0);
+    const int most = std::min(mean * area + area / 2, 255 * area);
+    if (!isMean(least, mean) || !isMean(most, mean)) return false;
   }
   return true;
 }
+
+constexpr MeanScale ScaleOf(int area) {
+  constexpr int kLargestByBits = 101 * 101;  // beyond, products of six more bits are not exact
+  return area <= kLargestByBits ? ScaleByBits(area) : ScaleByConversion(area);
+}
 constexpr bool AllNarrowMeansAreExact() {
   for (int size = 3; size <= kLargestNarrowMean; size += 2) {
-    if (!IsExact(size * size)) return false;
+    if (!IsExact(ScaleOf(size * size), size * size)) return false;
   }
   return true;
 }
@@ -68,7 +106,7 @@ void NarrowMean(const Kernels& kernels, const GreyImage& source, GreyImage& resu
   const SmoothingKernels& k = kernels.smoothing;
   const ColumnSums sums = memory.Sums();
   const int count = source.width - size + 1;
-  const float reciprocal = ReciprocalOf(size * size);
+  const MeanScale scale = ScaleOf(size * size);
   const auto move = [&](const uint8_t* entering, const uint8_t* leaving) {
     k.MoveColumns(sums, entering, leaving, source.width);
   };
@@ -81,7 +119,7 @@ void NarrowMean(const Kernels& kernels, const GreyImage& source, GreyImage& resu
       case 7:
         return k.Mean7(sums, count, out);
       default:
-        return k.Mean(sums, count, size, reciprocal, out);
+        return k.Mean(sums, count, size, scale, out);
     }
   });
 }

@@ -10,6 +10,7 @@ constexpr int kBlock = kVectorBytes;  // columns at a time
 constexpr int kLanes = kBlock / 2;    // of them in each half of the column sums
 using Lanes = U16<kLanes>;
 using Quarter = I32<kLanes / 2>;
+using Reals = F32<kLanes / 2>;
 
 // ---- walking a row ------------------------------------------------------------------------------
 
@@ -213,40 +214,93 @@ void SmallMean(const ColumnSums& sums, int count, uint8_t* out) {
   });
 }
 
-// 16-bit lanes of even and of odd places as 32-bit ones.
-QUILLON_INLINE Quarter EvenLanes(I16<kLanes> v) { return BitCast<Quarter>(v) << 16 >> 16; }
-QUILLON_INLINE Quarter OddLanes(I16<kLanes> v) { return BitCast<Quarter>(v) >> 16; }
+QUILLON_INLINE Quarter AddDotPairs(Quarter sum, I16<kLanes> a, I16<kLanes> b) {
+#if QUILLON_AVX512
+  return BitCast<Quarter>(
+      _mm512_dpwssd_epi32(BitCast<__m512i>(sum), BitCast<__m512i>(a), BitCast<__m512i>(b)));
+#else
+  return sum + DotPairs(a, b);
+#endif
+}
+
+// Numbers whose low bytes are the means; with the conversion, sums are whole numbers as yet.
+template <bool kConverted>
+QUILLON_INLINE Quarter MeanIn(Quarter sum, float reciprocal, float offset) {
+  Reals value;
+  if constexpr (kConverted) {
+    value = Convert<float, kLanes / 2>(sum);
+  } else {
+    value = BitCast<Reals>(sum);
+  }
+#if QUILLON_AVX512
+  return BitCast<Quarter>(
+      _mm512_fmadd_ps(BitCast<__m512>(value), _mm512_set1_ps(reciprocal), _mm512_set1_ps(offset)));
+#else
+  return BitCast<Quarter>(value * reciprocal + offset);
+#endif
+}
+
+// Four neighbouring means each, from sums of the first, second ... of them.
+template <bool kConverted>
+QUILLON_INLINE U8<kBlock> MeansOf(const Quarter (&sums)[4], const MeanScale& scale) {
+#if QUILLON_AVX512
+  const auto mean = [&](int i) {
+    return BitCast<__m512i>(MeanIn<kConverted>(sums[i], scale.reciprocal, scale.offset));
+  };
+  const __m512i lowest = _mm512_maskz_broadcast_i32x4(
+      0xFFFF, _mm_setr_epi32(0x00000000, 0x04040404, 0x08080808, 0x0C0C0C0C));
+  __m512i means = mean(0);
+  means = _mm512_mask_shuffle_epi8(means, 0x2222222222222222, mean(1), lowest);
+  means = _mm512_mask_shuffle_epi8(means, 0x4444444444444444, mean(2), lowest);
+  means = _mm512_mask_shuffle_epi8(means, 0x8888888888888888, mean(3), lowest);
+  return BitCast<U8<kBlock>>(means);
+#else
+  // What lies above the means' bytes, the bits 0x4B4000 of their floats, adds up to 0x8B400000 in
+  // four bytes: the means of those two places are taken that much lower.
+  const auto mean = [&](int i, float above) {
+    return MeanIn<kConverted>(sums[i], scale.reciprocal, scale.offset - above);
+  };
+  return BitCast<U8<kBlock>>((mean(0, 0) + (mean(1, 0) << 8)) +
+                             ((mean(2, 0x40) << 16) + (mean(3, 0x8B) << 24)));
+#endif
+}
 
 // The sum slides along the row: by what enters less what leaves. Four neighbouring windows take
-// their place in the four bytes of a 32-bit lane; the sums of the first of them are found by adding
-// up the steps of four across the lanes.
-void Mean(const ColumnSums& sums, int count, int size, float reciprocal, uint8_t* out) {
+// their place in the four bytes of a 32-bit lane; the sums of the last of them are found by adding
+// up the steps of four across the lanes, the others by going back.
+template <bool kConverted>
+void SlidingMean(const ColumnSums& sums, int count, int size, const MeanScale& given,
+                 uint8_t* out) {
+  const MeanScale scale = given;
   const int radius = size / 2;
-  int32_t first = size * size / 2;
-  for (int i = 0; i <= radius; ++i) first += sums.even[i];
-  for (int i = 0; i < radius; ++i) first += sums.odd[i];
-  Quarter start = Quarter{} + first;  // of the block's first window
-
-  const auto mean = [&](Quarter sum) {
-    return Convert<int32_t, kLanes / 2>(Convert<float, kLanes / 2>(sum) * reciprocal);
+  int32_t first = 0;  // the window before the row's first: odd[-1] is 0
+  for (int i = 0; i < radius; ++i) first += sums.even[i] + sums.odd[i];
+  Quarter last = Quarter{} + (first * scale.weight + scale.bias);  // before the block
+  const auto weights = [&](int even, int odd) {
+    const auto pair = static_cast<uint32_t>(even) << 16 >> 16 | static_cast<uint32_t>(odd) << 16;
+    return BitCast<I16<kLanes>>(U32<kLanes / 2>{} + pair);
   };
+  const auto both = weights(scale.weight, scale.weight);
+  const auto lessFirst = weights(-scale.weight, 0), lessSecond = weights(0, -scale.weight);
   StoreBlocks(out, count, [&](int lane) {
     const auto at = [&](const uint16_t* half, int shift) {
       return BitCast<I16<kLanes>>(Load<uint16_t, kLanes>(half + lane + shift));
     };
-    // From even places to the next odd ones, and from odd to even.
+    // From odd places to the next even ones, and from even to odd.
+    const auto toEven = at(sums.even, radius) - at(sums.odd, -1);
     const auto toOdd = at(sums.odd, radius) - at(sums.even, 0);
-    const auto toEven = at(sums.even, radius + 1) - at(sums.odd, 0);
-    const auto step1 = EvenLanes(toOdd);
-    const auto step2 = step1 + EvenLanes(toEven);
-    const auto step3 = step2 + OddLanes(toOdd);
-    const auto step4 = step3 + OddLanes(toEven);
-    const auto upTo = PrefixSums(step4);
-    const auto sum = start + (upTo - step4);
-    start += SplatLast(upTo);
-    return BitCast<U8<kBlock>>(mean(sum) | mean(sum + step1) << 8 | mean(sum + step2) << 16 |
-                               mean(sum + step3) << 24);
+    Quarter windows[4];
+    windows[3] = last + PrefixSums(AddDotPairs(DotPairs(toOdd, both), toEven, both));
+    windows[2] = AddDotPairs(windows[3], toOdd, lessSecond);
+    windows[1] = AddDotPairs(windows[2], toEven, lessSecond);
+    windows[0] = AddDotPairs(windows[1], toOdd, lessFirst);
+    last = SplatLast(windows[3]);
+    return MeansOf<kConverted>(windows, scale);
   });
+}
+
+void Mean(const ColumnSums& sums, int count, int size, const MeanScale& scale, uint8_t* out) {
+  (scale.converted ? SlidingMean<true> : SlidingMean<false>)(sums, count, size, scale, out);
 }
 
 void MoveWideColumns(uint32_t* sums, const uint8_t* entering, const uint8_t* leaving, int width) {

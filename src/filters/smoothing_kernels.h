@@ -8,7 +8,7 @@
 namespace quillon {
 
 // Column sums of one row, those of even and of odd columns apart: so bytes widen and narrow without
-// a shuffle. Kernels write and read up to kColumnPadding lanes behind the last.
+// a shuffle. Kernels write and read up to kColumnPadding lanes behind the last; odd[-1] is 0.
 struct ColumnSums {
   uint16_t* even;
   uint16_t* odd;
@@ -22,6 +22,15 @@ constexpr int GaussianState(int size) { return size == 7 ? 20 : 2 * (size - 1); 
 // The largest window whose means are formed from 16-bit column sums: differences of two sums stay
 // within 16 bits, quotients by float are exact.
 constexpr int kLargestNarrowMean = 127;
+
+// How the sum of a window becomes its mean: sum * weight + bias are the bits of a float, or a whole
+// number to be converted into one. That times the reciprocal plus the offset, rounded once or
+// twice, is 1.5 * 2^23 + mean: its bits end in the mean's.
+struct MeanScale {
+  bool converted;
+  int32_t weight, bias;
+  float reciprocal, offset;
+};
 
 struct SmoothingKernels {
   // Adds `rowCount` rows to those before them: each out row becomes the weighed means of the
@@ -39,11 +48,11 @@ struct SmoothingKernels {
   void (*MoveColumns)(const ColumnSums& sums, const uint8_t* entering, const uint8_t* leaving,
                       int width);
   // Means of `count` windows of size x size, whose columns are summed up; `size` is the name's, or
-  // any odd one up to kLargestNarrowMean with a reciprocal that gives exact quotients.
+  // any odd one up to kLargestNarrowMean, divided by `scale`.
   void (*Mean3)(const ColumnSums& sums, int count, uint8_t* out);
   void (*Mean5)(const ColumnSums& sums, int count, uint8_t* out);
   void (*Mean7)(const ColumnSums& sums, int count, uint8_t* out);
-  void (*Mean)(const ColumnSums& sums, int count, int size, float reciprocal, uint8_t* out);
+  void (*Mean)(const ColumnSums& sums, int count, int size, const MeanScale& scale, uint8_t* out);
 
   // The same for larger windows, in 32-bit column sums in their natural order.
   void (*MoveWideColumns)(uint32_t* sums, const uint8_t* entering, const uint8_t* leaving,
