@@ -1,5 +1,6 @@
 // Flat field, lens distortion and colour spaces beside OpenCV, or beside the plain loop where
 // OpenCV has no such operation.
+#include <algorithm>
 #include <cmath>
 #include <opencv2/imgproc.hpp>
 
@@ -22,8 +23,7 @@ struct Tables {
 std::shared_ptr<void> HsiTables() {
   static const auto tables = [] {
     auto made = std::make_shared<Tables>();
-    BuildHsiTables(BestKernels(), made->table[0].data(), made->table[1].data(),
-                   made->table[2].data());
+    BuildHsiTables(made->table[0].data(), made->table[1].data(), made->table[2].data());
     return made;
   }();
   return tables;
@@ -156,21 +156,27 @@ void PlainTables(PeerFrame& f) {
   }
 }
 
+std::string SameTables(const Frame& frame, const PeerFrame& peer) {
+  const auto& ours = *static_cast<const Tables*>(frame.state.get());
+  const auto& plain = *static_cast<const Tables*>(peer.state.get());
+  return std::ranges::equal(ours.table, plain.table) ? "" : "tables differ";
+}
+
 // Beside the double formulas in a plain loop. The size in the name is that of a picture with every
 // colour once.
-template <ColourEntry (*Formula)(int, int, int)>
-void AddTables(const char* name, void (*build)(const Kernels&, uint8_t*, uint8_t*, uint8_t*)) {
+template <ColourEntry (*Formula)(int, int, int), class Build>
+void AddTables(const char* name, const Build& build) {
   Add({.name = name,
        .bytesPerPixel = 3,
        .prepare = [](Frame& f) { f.state = std::make_shared<Tables>(); },
        .ours =
            [=](Frame& f) {
-             auto& tables = *static_cast<Tables*>(f.state.get());
-             build(f.kernels, tables.table[0].data(), tables.table[1].data(),
-                   tables.table[2].data());
+             auto& table = static_cast<Tables*>(f.state.get())->table;
+             build(f.kernels, table[0].data(), table[1].data(), table[2].data());
            },
        .preparePeer = [](PeerFrame& f) { f.state = std::make_shared<Tables>(); },
        .peer = PlainTables<Formula>,
+       .check = SameTables,
        .sizes = {{4096, 4096}}});
 }
 
@@ -180,7 +186,7 @@ void AddCalibration() {
   AddFlatField();
   AddDistortion();
   AddConversion();
-  AddTables<HsiOf>("hsi_tables", BuildHsiTables);
+  AddTables<HsiOf>("hsi_tables", [](const Kernels&, auto*... table) { BuildHsiTables(table...); });
   AddTables<LabOf>("lab_tables", BuildLabTables);
 }
 

@@ -1,18 +1,11 @@
 // Row kernels of the colour spaces. Compiled once per level.
 //
-// The tables are evaluated in single precision, and a byte is trusted only where its value keeps a
-// margin from the next edge between two bytes. The margins bound, with room to spare, what rounding
-// can do; e = 2^-24 is half a unit in the last place of 1.
-//   saturation  c1, c2 within 10 e 255 each, the root of their squares no further off; times 1.225
-//               and two more roundings of at most 273:         10 e 255 * 2 * 1.225 + 4 e 273 <
-//               5e-4
-//   intensity   an integer times a constant:                                    3 e 255 < 5e-5
-//   hue         arctangent within 4e-7, composed within 4 e 3.2, scaled:
-//                                              (4e-7 + 8e-7) * 40.57 + 4 e 255 < 1.2e-4
-//   L, a, b     X, Y, Z within 6 e of themselves, roots within 8 e (two roundings of the last
-//               iteration, the correction and its rounding), so f within 10 e * 1.02:
-//               L 295.8, a 691.37 * 2, b 252.054 * 2 times that and a few roundings of the value
-//                                                                      < 2.5e-4, 9.5e-4, 4.2e-4
+// The Lab tables are evaluated in single precision, and a byte is trusted only where its value
+// keeps a margin from the next edge between two bytes. The margins bound, with room to spare, what
+// rounding can do; e = 2^-24 is half a unit in the last place of 1. X, Y, Z lie within 6 e of
+// themselves, roots within 8 e (two roundings of the last iteration, the correction and its
+// rounding), so f within 10 e * 1.02; L 295.8, a 691.37 * 2, b 252.054 * 2 times that and a few
+// roundings of the value: below 2.5e-4, 9.5e-4, 4.2e-4.
 #include "color/colour_kernels.h"
 
 #include "simd/blocks.h"
@@ -25,7 +18,6 @@ constexpr int kLanes = kVectorBytes / 4;
 using Real = F32<kLanes>;
 using Whole = I32<kLanes>;
 
-constexpr float kHueMargin = 4e-4f, kSaturationMargin = 6e-4f, kIntensityMargin = 1e-4f;
 constexpr float kLightnessMargin = 5e-4f, kRedGreenMargin = 2e-3f, kBlueYellowMargin = 1e-3f;
 
 // Bytes of three channels, and where one of them cannot be told.
@@ -41,56 +33,6 @@ QUILLON_INLINE Whole ToByte(Real value, float margin, Whole& doubt) {
   const Real above = inside - Convert<float, kLanes>(whole);
   doubt |= (above < margin) | (above > 1 - margin);
   return whole;
-}
-
-// atan(r) for 0 <= r <= 1, within 4e-7: a polynomial fitted for least greatest error.
-QUILLON_INLINE Real ArcTangent(Real r) {
-  const Real s = r * r;
-  Real sum = s * 0.0068117676f - 0.033604138f;
-  sum = sum * s + 0.079623573f;
-  sum = sum * s - 0.13233337f;
-  sum = sum * s + 0.19807814f;
-  sum = sum * s - 0.33317369f;
-  sum = sum * s + 0.99999613f;
-  return sum * r;
-}
-
-// The angle 0 ... pi of a point with y >= 0.
-QUILLON_INLINE Real Angle(Real y, Real x) {
-  const Real ax = Abs(x);
-  // Coordinates are whole or whole times the root of 3, so below 1 there is only 0.
-  const Real acute = ArcTangent(Min(ax, y) / Max(Max(ax, y), Real{} + 1));
-  const Real first = y > ax ? 1.57079633f - acute : acute;
-  return x < 0 ? 3.14159265f - first : first;
-}
-
-// With N = 2 B - G - R the textbook's quotient is the cosine of the angle of (N, sqrt(3) (G - R)).
-QUILLON_INLINE Entry Hsi(Real blue, float green, float red) {
-  Entry entry = {};
-  constexpr float kNear = 0.004472150f;  // the arc cosine of 0.99999: nearer than this counts as 0
-  constexpr float kNearMargin = 1e-5f;
-  constexpr float kScale = 40.5653556f;  // 57.2957 * 0.708
-  const float apart = green < red ? red - green : green - red;
-  const Real angle = Angle(Real{} + 1.73205081f * apart, 2 * blue - (green + red));
-  const Whole isZero = angle<kNear, isHalfTurn = angle> 3.14159265f - kNear;
-  Real hue = angle * kScale;
-  hue = isHalfTurn ? Real{} + 3.1415926f * kScale : hue;
-  if (green < red) hue = 255 - hue;
-  entry.channel[0] = ToByte(hue, kHueMargin, entry.doubt);
-  entry.channel[0] = isZero ? Whole{} + (green < red ? 255 : 0) : entry.channel[0];
-  entry.doubt &= ~isZero;
-  const Real toZero = Abs(angle - kNear), toHalfTurn = Abs(angle - (3.14159265f - kNear));
-  entry.doubt |= (toZero < kNearMargin) | (toHalfTurn < kNearMargin);
-
-  const Real c1 = 0.81649f * blue - 0.40824f * (red + green);
-  const float c2 = 0.8761f * (green - red);
-  const Real saturation = SquareRoot(c1 * c1 + c2 * c2) * (312.3099f / 255);
-  entry.channel[1] = ToByte(saturation, kSaturationMargin, entry.doubt);
-  entry.channel[1] = Min(entry.channel[1], Whole{} + 255);
-
-  const Real intensity = (blue + (green + red)) * static_cast<float>(0.57736 * 147.2243 / 255);
-  entry.channel[2] = ToByte(intensity, kIntensityMargin, entry.doubt);
-  return entry;
 }
 
 // t to the power 0.333333, or the line that continues it towards 0.
@@ -135,8 +77,7 @@ QUILLON_INLINE U8<kVectorBytes> PackBytes(const Whole (&lanes)[4]) {
   return PackLanes(PackLanes(lanes[0], lanes[1]), PackLanes(lanes[2], lanes[3]));
 }
 
-template <class Formula>
-QUILLON_INLINE void FillRow(int b1, int b2, ColourRow& row, const Formula& formula) {
+void LabRow(int b1, int b2, ColourRow& row) {
   Whole firstBlues;
   for (int i = 0; i < kLanes; ++i) firstBlues[i] = i;
   for (uint64_t& word : row.doubt) word = 0;
@@ -144,21 +85,13 @@ QUILLON_INLINE void FillRow(int b1, int b2, ColourRow& row, const Formula& formu
     Whole bytes[3][4], doubts[4];
     for (int part = 0; part < 4; ++part) {
       const Real blue = Convert<float, kLanes>(firstBlues + (b0 + part * kLanes));
-      const Entry entry = formula(blue, static_cast<float>(b1), static_cast<float>(b2));
+      const Entry entry = Lab(blue, static_cast<float>(b1), static_cast<float>(b2));
       for (int c = 0; c < 3; ++c) bytes[c][part] = entry.channel[c];
       doubts[part] = entry.doubt & 255;
     }
     for (int c = 0; c < 3; ++c) Store(row.channel[c] + b0, PackBytes(bytes[c]));
     row.doubt[b0 / 64] |= MoveMask(PackBytes(doubts)) << (b0 % 64);
   }
-}
-
-void HsiRow(int b1, int b2, ColourRow& row) {
-  FillRow(b1, b2, row, [](Real b, float g, float r) { return Hsi(b, g, r); });
-}
-
-void LabRow(int b1, int b2, ColourRow& row) {
-  FillRow(b1, b2, row, [](Real b, float g, float r) { return Lab(b, g, r); });
 }
 
 template <int kChannel>
@@ -200,7 +133,6 @@ void ConvertRow(const uint8_t* from, uint8_t* to, int count, const uint8_t* tabl
 
 }  // namespace
 
-const ColourKernels colour = {
-    .HsiRow = HsiRow, .LabRow = LabRow, .ChannelRow = ChannelRow, .ConvertRow = ConvertRow};
+const ColourKernels colour = {.LabRow = LabRow, .ChannelRow = ChannelRow, .ConvertRow = ConvertRow};
 
 }  // namespace quillon::QUILLON_LEVEL

@@ -18,7 +18,6 @@ struct ColourRow {
 };
 
 struct ColourKernels {
-  void (*HsiRow)(int b1, int b2, ColourRow& row);
   void (*LabRow)(int b1, int b2, ColourRow& row);
   // grey[x] = byte `channel` of pixel x.
   void (*ChannelRow)(const uint8_t* bgr, uint8_t* grey, int count, int channel);

@@ -10,7 +10,7 @@ struct Kernels;
 constexpr uint32_t kColours = 1u << 24;  // entry b0 + 256 b1 + 65536 b2
 
 // Each fills three tables of kColours bytes.
-void BuildHsiTables(const Kernels& kernels, uint8_t* hue, uint8_t* saturation, uint8_t* intensity);
+void BuildHsiTables(uint8_t* hue, uint8_t* saturation, uint8_t* intensity);
 void BuildLabTables(const Kernels& kernels, uint8_t* lightness, uint8_t* a, uint8_t* b);
 
 }  // namespace quillon

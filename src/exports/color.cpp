@@ -7,7 +7,7 @@ namespace quillon {
 
 uint8_t IxCreateCToHSI(uint8_t* hue, uint8_t* saturation, uint8_t* intensity) {
   if (!hue || !saturation || !intensity) return 0;
-  BuildHsiTables(BestKernels(), hue, saturation, intensity);
+  BuildHsiTables(hue, saturation, intensity);
   return 1;
 }
 
