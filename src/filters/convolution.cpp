@@ -200,19 +200,20 @@ class PairTermList {
   int count_ = 0;
 };
 
-// Calls makePair(upper, lower, pair) for rows of the source from the top on, and computes result
-// rows by two.
-template <class MakePair>
-void FilterPairs(const Kernels& kernels, const Walk& walk, const MakePair& makePair,
-                 PairTermList& low, PairTermList& high, const PairQuotient& quotient) {
+// Calls makePair(upper, lower, pair) for rows of the source from the top on, and
+// computeRows(pairs, out) for two rows of the result at a time, with the pairs of their windows as
+// pairs(0), pairs(1) ...
+template <class MakePair, class ComputeRows>
+void FilterPairs(const Walk& walk, const MakePair& makePair, const ComputeRows& computeRows) {
   const GreyImage& source = walk.source;
   const int radius = walk.size / 2, last = source.height - 1;
-  const auto pitch = 2 * static_cast<size_t>(walk.columns);
-  Buffer<int16_t> ring(pitch * kPairs);
+  const auto pitch = 2 * static_cast<size_t>(walk.columns + kLeastColumns);
+  const int kept = radius + 1;  // pairs; more would not stay in the nearest cache
+  Buffer<int16_t> ring(pitch * static_cast<size_t>(kept));
   Buffer<uint8_t> spare(2 * static_cast<size_t>(walk.longCount));
   SourceRows rows(source, walk.result, walk.columns, 2);
   if (!ring || !spare || !rows || !PrepareResult(source, walk.result)) return;
-  const auto pairAt = [&](int i) { return ring.data() + static_cast<size_t>(i % kPairs) * pitch; };
+  const auto pairAt = [&](int i) { return ring.data() + static_cast<size_t>(i % kept) * pitch; };
   int made = 0;
   for (int y = radius; y <= last - radius; y += 2) {
     for (; 2 * made <= std::min(y + radius + 1, last); ++made) {
@@ -226,7 +227,7 @@ void FilterPairs(const Kernels& kernels, const Walk& walk, const MakePair& makeP
     if (walk.count == walk.longCount) {
       for (int i = 0; i < two; ++i) out[i] = walk.result.rows[y + i] + radius;
     }
-    kernels.convolution.PairSums(low.On(pair), high.On(pair), quotient, walk.longCount, out);
+    computeRows(pair, out);
     for (int i = 0; i < two; ++i) {
       uint8_t* row = walk.result.rows[y + i];
       if (out[i] != row + radius) {
@@ -298,16 +299,19 @@ void ConvolveSeparably(const Kernels& kernels, const Walk& walk, const Factors& 
   ByteTermList upperRow, lowerRow;
   upperRow.AddRow(0, walk.size, weightIn(factors.row));
   lowerRow.AddRow(0, walk.size, weightIn(factors.row));
-  PairTermList down, none;
+  PairTermList down;
   down.AddColumn(0, walk.size, weightIn(factors.column));
+  const ConvolutionKernels& k = kernels.convolution;
   FilterPairs(
-      kernels, walk,
+      walk,
       [&](const uint8_t* upper, const uint8_t* lower, int16_t* pair) {
-        kernels.convolution.PairByteSums(upperRow.On([=](int) { return upper; }),
-                                         lowerRow.On([=](int) { return lower; }), upperRow.count,
-                                         walk.longCount, pair);
+        k.PairByteSums(upperRow.On([=](int) { return upper; }),
+                       lowerRow.On([=](int) { return lower; }), upperRow.count, walk.longCount,
+                       pair);
       },
-      down, none, quotient);
+      [&](const auto& pairs, uint8_t* const* out) {
+        k.SplitPairSums(down.On(pairs), quotient, walk.longCount, out);
+      });
 }
 
 // Every weight is low + 65536 * high, low and high of 16 bits with sign. The largest weights have a
@@ -328,12 +332,15 @@ void ConvolveWords(const Kernels& kernels, const Walk& walk, const Weights& weig
                    [&](int row) { return std::max(highHalf(weightAt(row)) - INT16_MAX, 0); });
   }
   low.FillUp();
+  const ConvolutionKernels& k = kernels.convolution;
   FilterPairs(
-      kernels, walk,
+      walk,
       [&](const uint8_t* upper, const uint8_t* lower, int16_t* pair) {
-        kernels.convolution.PairPixels(upper, lower, walk.columns, pair);
+        k.PairPixels(upper, lower, walk.columns, pair);
       },
-      low, high, quotient);
+      [&](const auto& pairs, uint8_t* const* out) {
+        k.PairSums(low.On(pairs), high.On(pairs), quotient, walk.longCount, out);
+      });
 }
 
 }  // namespace

@@ -17,17 +17,17 @@ using Floats = F32<kQuarter>;
 
 // Row kernels are flattened: a body that is not inlined keeps its vectors in memory.
 
-// Calls body(blocks, x) for kMost blocks at a time, so that weights are loaded once for them, then
-// for one; the last overlaps the one before.
+// Calls body(blocks, x, slot) for kMost blocks at a time, so that weights are loaded once for them,
+// then for one; the last overlaps the one before, while its slot follows theirs.
 template <int kMost, class Body>
 QUILLON_INLINE void ForEachBlocks(int count, const Body& body) {
   static_assert(kBlock <= kLeastColumns);
   int x = 0;
   for (; x <= count - kMost * kBlock; x += kMost * kBlock) {
-    body(std::integral_constant<int, kMost>{}, x);
+    body(std::integral_constant<int, kMost>{}, x, x);
   }
-  for (; x <= count - kBlock; x += kBlock) body(std::integral_constant<int, 1>{}, x);
-  if (x < count) body(std::integral_constant<int, 1>{}, count - kBlock);
+  for (; x <= count - kBlock; x += kBlock) body(std::integral_constant<int, 1>{}, x, x);
+  if (x < count) body(std::integral_constant<int, 1>{}, count - kBlock, x);
 }
 
 // A vector that is used twice: the compiler would load it twice.
@@ -98,7 +98,7 @@ template <bool kScaled>
   const auto quotientOf = [&](Words sum) {
     return (kScaled ? HighProduct(sum, factor) : sum) >> quotient.shift;
   };
-  ForEachBlocks<4>(count, [&](auto blocks, int x) {
+  ForEachBlocks<4>(count, [&](auto blocks, int x, int) {
     Words even[blocks], odd[blocks];
     for (int i = 0; i < blocks; ++i) even[i] = odd[i] = bias;
     SumBytes<blocks>(terms, termCount, x, even, odd);
@@ -132,8 +132,28 @@ QUILLON_INLINE V ZipHigh(V a, V b) {
   return Zip<n / 2>(a, b, std::make_integer_sequence<int, n>{});
 }
 
+// The same within each 16 bytes.
+QUILLON_INLINE Words ZipShortLow(Words a, Words b) {
+#if QUILLON_AVX512
+  return BitCast<Words>(_mm512_unpacklo_epi16(BitCast<__m512i>(a), BitCast<__m512i>(b)));
+#elif QUILLON_AVX2
+  return BitCast<Words>(_mm256_unpacklo_epi16(BitCast<__m256i>(a), BitCast<__m256i>(b)));
+#else
+  return ZipLow(a, b);
+#endif
+}
+QUILLON_INLINE Words ZipShortHigh(Words a, Words b) {
+#if QUILLON_AVX512
+  return BitCast<Words>(_mm512_unpackhi_epi16(BitCast<__m512i>(a), BitCast<__m512i>(b)));
+#elif QUILLON_AVX2
+  return BitCast<Words>(_mm256_unpackhi_epi16(BitCast<__m256i>(a), BitCast<__m256i>(b)));
+#else
+  return ZipHigh(a, b);
+#endif
+}
+
 void PairPixels(const uint8_t* upper, const uint8_t* lower, int count, int16_t* pairs) {
-  ForEachBlocks<1>(count, [&](auto, int first) {
+  ForEachBlocks<1>(count, [&](auto, int first, int) {
     for (int x = first; x < first + kBlock; x += kLanes) {
       const Words a = LoadWidened<kLanes>(upper + x), b = LoadWidened<kLanes>(lower + x);
       Store(pairs + 2 * x, ZipLow(a, b));
@@ -142,22 +162,21 @@ void PairPixels(const uint8_t* upper, const uint8_t* lower, int count, int16_t* 
   });
 }
 
+// Even columns first, and zipped within 16 bytes: SplitPairSums gets them back into their order by
+// packing.
 [[gnu::flatten]] void PairByteSums(const ByteTerm* upper, const ByteTerm* lower, int termCount,
                                    int count, int16_t* pairs) {
-  ForEachBlocks<2>(count, [&](auto blocks, int x) {
+  ForEachBlocks<2>(count, [&](auto blocks, int x, int slot) {
     Words upperEven[blocks] = {}, upperOdd[blocks] = {}, lowerEven[blocks] = {},
           lowerOdd[blocks] = {};
     SumBytes<blocks>(upper, termCount, x, upperEven, upperOdd);
     SumBytes<blocks>(lower, termCount, x, lowerEven, lowerOdd);
-    for (int i = 0; i < blocks; ++i) {
-      int16_t* to = pairs + 2 * (x + i * kBlock);
-      const auto store = [&](int from, Words even, Words odd) {
-        const auto evenPairs = BitCast<Longs>(even), oddPairs = BitCast<Longs>(odd);
-        Store(to + from, BitCast<Words>(ZipLow(evenPairs, oddPairs)));
-        Store(to + from + kLanes, BitCast<Words>(ZipHigh(evenPairs, oddPairs)));
-      };
-      store(0, ZipLow(upperEven[i], lowerEven[i]), ZipLow(upperOdd[i], lowerOdd[i]));
-      store(2 * kLanes, ZipHigh(upperEven[i], lowerEven[i]), ZipHigh(upperOdd[i], lowerOdd[i]));
+    int16_t* to = pairs + 2 * slot;
+    for (int i = 0; i < blocks; ++i, to += 4 * kLanes) {
+      Store(to, ZipShortLow(upperEven[i], lowerEven[i]));
+      Store(to + kLanes, ZipShortHigh(upperEven[i], lowerEven[i]));
+      Store(to + 2 * kLanes, ZipShortLow(upperOdd[i], lowerOdd[i]));
+      Store(to + 3 * kLanes, ZipShortHigh(upperOdd[i], lowerOdd[i]));
     }
   });
 }
@@ -210,6 +229,20 @@ QUILLON_INLINE Bytes PackBytes(const Longs (&values)[4]) {
 #endif
 }
 
+// The same of values in the order of PairByteSums.
+QUILLON_INLINE Bytes PackSplitBytes(const Longs (&values)[4]) {
+  const auto pack = [&](int i) {
+#if QUILLON_AVX512
+    return _mm512_packs_epi32(BitCast<__m512i>(values[i]), BitCast<__m512i>(values[i + 1]));
+#elif QUILLON_AVX2
+    return _mm256_packs_epi32(BitCast<__m256i>(values[i]), BitCast<__m256i>(values[i + 1]));
+#else
+    return _mm_packs_epi32(BitCast<__m128i>(values[i]), BitCast<__m128i>(values[i + 1]));
+#endif
+  };
+  return MergeClamped(BitCast<Words>(pack(0)), BitCast<Words>(pack(2)));
+}
+
 // The estimate is the quotient or one less. Modulo 2^32, and so without sign: the rest fits again.
 QUILLON_INLINE Longs Corrected(Longs estimate, Longs sum, int32_t divisor) {
   const ULongs product = BitCast<ULongs>(estimate) * static_cast<uint32_t>(divisor);
@@ -253,21 +286,24 @@ QUILLON_INLINE Longs QuotientOf(Longs low, Longs high, const PairQuotient& quoti
   }
 }
 
-template <PairQuotient::Way kWay, bool kHigh>
+enum class Order { kNatural, kSplit };
+
+template <PairQuotient::Way kWay, bool kHigh, Order kOrder>
 [[gnu::flatten]] void PairSumsBy(const PairTerms& givenLow, const PairTerms& givenHigh,
                                  const PairQuotient& given, int count, uint8_t* const* givenOut) {
   const PairTerms lowTerms = givenLow, highTerms = givenHigh;
   const PairQuotient quotient = given;
   uint8_t* const out[2] = {givenOut[0], givenOut[1]};
-  ForEachBlocks<1>(count, [&](auto, int x) {
+  ForEachBlocks<1>(count, [&](auto, int x, int slot) {
+    constexpr bool kSplit = kOrder == Order::kSplit;
     Longs low[2][4], high[2][4] = {};
-    SumPairs(lowTerms, x, low[0], low[1]);
+    SumPairs(lowTerms, kSplit ? slot : x, low[0], low[1]);
     if constexpr (kHigh) SumPairs(highTerms, x, high[0], high[1]);
     for (int row = 0; row < 2; ++row) {
       for (int i = 0; i < 4; ++i) {
         low[row][i] = QuotientOf<kWay>(low[row][i], high[row][i], quotient);
       }
-      Store(out[row] + x, PackBytes(low[row]));
+      Store(out[row] + x, kSplit ? PackSplitBytes(low[row]) : PackBytes(low[row]));
     }
   });
 }
@@ -275,20 +311,34 @@ template <PairQuotient::Way kWay, bool kHigh>
 void PairSums(const PairTerms& low, const PairTerms& high, const PairQuotient& quotient, int count,
               uint8_t* const* out) {
   using Q = PairQuotient;
+  constexpr auto kOrder = Order::kNatural;
   const bool hasHigh = high.count > 0;
   const auto by = [&](auto sums) { sums(low, high, quotient, count, out); };
   switch (quotient.way) {
     case Q::kShift:
-      return by(hasHigh ? PairSumsBy<Q::kShift, true> : PairSumsBy<Q::kShift, false>);
+      return by(hasHigh ? PairSumsBy<Q::kShift, true, kOrder>
+                        : PairSumsBy<Q::kShift, false, kOrder>);
     case Q::kFloat:
-      return by(hasHigh ? PairSumsBy<Q::kFloat, true> : PairSumsBy<Q::kFloat, false>);
+      return by(hasHigh ? PairSumsBy<Q::kFloat, true, kOrder>
+                        : PairSumsBy<Q::kFloat, false, kOrder>);
     case Q::kCorrected:
-      return by(hasHigh ? PairSumsBy<Q::kCorrected, true> : PairSumsBy<Q::kCorrected, false>);
+      return by(hasHigh ? PairSumsBy<Q::kCorrected, true, kOrder>
+                        : PairSumsBy<Q::kCorrected, false, kOrder>);
     case Q::kLong:
-      return by(PairSumsBy<Q::kLong, true>);
+      return by(PairSumsBy<Q::kLong, true, kOrder>);
     case Q::kDouble:
-      return by(PairSumsBy<Q::kDouble, true>);
+      return by(PairSumsBy<Q::kDouble, true, kOrder>);
   }
+}
+
+void SplitPairSums(const PairTerms& terms, const PairQuotient& quotient, int count,
+                   uint8_t* const* out) {
+  using Q = PairQuotient;
+  constexpr auto kOrder = Order::kSplit;
+  const auto by = [&](auto sums) { sums(terms, {}, quotient, count, out); };
+  if (quotient.way == Q::kShift) return by(PairSumsBy<Q::kShift, false, kOrder>);
+  if (quotient.way == Q::kFloat) return by(PairSumsBy<Q::kFloat, false, kOrder>);
+  by(PairSumsBy<Q::kCorrected, false, kOrder>);
 }
 
 }  // namespace
@@ -296,6 +346,7 @@ void PairSums(const PairTerms& low, const PairTerms& high, const PairQuotient& q
 const ConvolutionKernels convolution = {.ByteSums = ByteSums,
                                         .PairPixels = PairPixels,
                                         .PairByteSums = PairByteSums,
-                                        .PairSums = PairSums};
+                                        .PairSums = PairSums,
+                                        .SplitPairSums = SplitPairSums};
 
 }  // namespace quillon::QUILLON_LEVEL

@@ -60,13 +60,17 @@ struct ConvolutionKernels {
                    uint8_t* out);
   // pairs[2 x] = upper[x], pairs[2 x + 1] = lower[x]
   void (*PairPixels)(const uint8_t* upper, const uint8_t* lower, int count, int16_t* pairs);
-  // The same with the terms' sums instead of pixels.
+  // The same with the terms' sums instead of pixels, in an order of their own and up to the end of
+  // the last kLeastColumns.
   void (*PairByteSums)(const ByteTerm* upper, const ByteTerm* lower, int termCount, int count,
                        int16_t* pairs);
   // Two rows of quotients, clamped to 0 ... 255. There is a low term, and high ones where the way
   // is kLong or kDouble; otherwise all sums fit 32 bits, and the sums of either always do.
   void (*PairSums)(const PairTerms& low, const PairTerms& high, const PairQuotient& quotient,
                    int count, uint8_t* const out[2]);
+  // The same of PairByteSums; these have but one column, and fit 32 bits.
+  void (*SplitPairSums)(const PairTerms& terms, const PairQuotient& quotient, int count,
+                        uint8_t* const out[2]);
 };
 
 QUILLON_KERNELS(ConvolutionKernels, convolution)
