@@ -28,6 +28,8 @@ void ReadSelection(const RLERegion* region) {
   IxGetBlobList(region, list.data());
 }
 
+}  // namespace
+
 void Run(Input& input) {
   RLERegion* region = CreateRLERegion();
   if (!region) return;
@@ -86,11 +88,4 @@ void Run(Input& input) {
   DestroyRLERegion(region);
 }
 
-}  // namespace
 }  // namespace quillon::fuzz
-
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
-  quillon::fuzz::Input input(bytes, size);
-  quillon::fuzz::Run(input);
-  return 0;
-}

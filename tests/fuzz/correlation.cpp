@@ -38,6 +38,8 @@ struct Limits {
   int maxResults;
 };
 
+}  // namespace
+
 void Run(Input& input) {
   NccTool* tool = IxCreateNCCTool();
   if (!tool) return;
@@ -98,11 +100,4 @@ void Run(Input& input) {
   IxDestroyNCCModel(tool);
 }
 
-}  // namespace
 }  // namespace quillon::fuzz
-
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
-  quillon::fuzz::Input input(bytes, size);
-  quillon::fuzz::Run(input);
-  return 0;
-}

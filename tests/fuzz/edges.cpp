@@ -17,6 +17,8 @@ void RequireSound(const GeoMatchTool& tool) {
   }
 }
 
+}  // namespace
+
 void Run(Input& input) {
   GeoMatchTool* tool = IxCreateGeoTool();
   if (!tool) return;
@@ -39,11 +41,4 @@ void Run(Input& input) {
   IxDestroyMatchModel(tool);
 }
 
-}  // namespace
 }  // namespace quillon::fuzz
-
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
-  quillon::fuzz::Input input(bytes, size);
-  quillon::fuzz::Run(input);
-  return 0;
-}

@@ -132,6 +132,9 @@ class ReadOnly {
   std::vector<uint8_t> bytes_;
 };
 
+// What run.cpp hands each input to; defined by the fuzzers that it is built into.
+void Run(Input& input);
+
 }  // namespace quillon::fuzz
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size);

@@ -164,6 +164,8 @@ const Operation kOperations[] = {
 };
 constexpr int kCount = sizeof kOperations / sizeof kOperations[0];
 
+}  // namespace
+
 void Run(Input& input) {
   GreyImage a, b, other, empty;
   ColourImage colour, colourOther;
@@ -202,11 +204,4 @@ void Run(Input& input) {
   }
 }
 
-}  // namespace
 }  // namespace quillon::fuzz
-
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
-  quillon::fuzz::Input input(bytes, size);
-  quillon::fuzz::Run(input);
-  return 0;
-}

@@ -5,7 +5,6 @@
 #include "quillon/quillon.h"
 
 namespace quillon::fuzz {
-namespace {
 
 void Run(Input& input) {
   RLERegion* region = CreateRLERegion();
@@ -35,11 +34,4 @@ void Run(Input& input) {
   DestroyRLERegion(region);
 }
 
-}  // namespace
 }  // namespace quillon::fuzz
-
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
-  quillon::fuzz::Input input(bytes, size);
-  quillon::fuzz::Run(input);
-  return 0;
-}
