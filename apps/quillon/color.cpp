@@ -81,8 +81,7 @@ void AddColor(CLI::App& app) {
                      "write this channel alone, in grey; without it the first channel is written "
                      "as blue, the second as green, the third as red")
         ->transform(CLI::CheckedTransformer(space.channels));
-    command->add_option("--report", options->report, "write a page with both pictures (.html)")
-        ->type_name("FILE");
+    AddBeforeAfterOption(*command, options->report);
     command->callback([&space, options] { Convert(space, *options); });
   }
 }

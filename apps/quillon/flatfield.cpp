@@ -20,14 +20,15 @@ constexpr Operation kOperations[] = {
 };
 
 struct Options {
-  std::string in, parameters, out, report;
+  std::string image, parameters;
   int target = 0;
   std::vector<int> region;  // x start, x end, y start, y end
+  Correction correction;
 };
 
 void Build(const Options& options) {
   GreyImage image;
-  ReadImage(options.in, image);
+  ReadImage(options.image, image);
   std::vector<int> region = options.region;
   if (region.empty()) region = {0, image.width, 0, image.height};
   if (region[0] >= region[1] || region[2] >= region[3]) {
@@ -41,17 +42,17 @@ void Build(const Options& options) {
   }
 }
 
-void Apply(const Options& options) {
+void Apply(const Correction& files) {
   GreyImage image, before;
-  ReadImage(options.in, image);
+  ReadImage(files.in, image);
   before.CopyFrom(&image);
   int region[4];
-  if (!IxFFCParaLoad(&image, region, options.parameters.c_str())) {
-    throw Failure("cannot open '" + options.parameters + "'");
+  if (!IxFFCParaLoad(&image, region, files.parameters.c_str())) {
+    throw Failure("cannot open '" + files.parameters + "'");
   }
   IxFFCCalibrate(&image, region[0], region[1], region[2], region[3]);
-  WriteImage(options.out, image);
-  if (options.report.empty()) return;
+  WriteImage(files.out, image);
+  if (files.report.empty()) return;
   const Findings findings = {
       .key = "regions",
       .columns = {{"xStart", "first column"},
@@ -59,7 +60,7 @@ void Apply(const Options& options) {
                   {"yStart", "first row"},
                   {"yEnd", "end row"}},
       .rows = {{int64_t{region[0]}, int64_t{region[1]}, int64_t{region[2]}, int64_t{region[3]}}}};
-  WriteBeforeAfter(options.report, "Flat field of " + options.in, before, image, findings);
+  WriteBeforeAfter(files.report, "Flat field of " + files.in, before, image, findings);
 }
 
 void AddFlatField(CLI::App& app) {
@@ -69,7 +70,7 @@ void AddFlatField(CLI::App& app) {
   auto options = std::make_shared<Options>();
 
   CLI::App* build = flatField->add_subcommand("build", "Make gains and keep them in a file");
-  AddPictureToRead(*build, "IMAGE", options->in);
+  AddPictureToRead(*build, "IMAGE", options->image);
   build->add_option("PARAMS", options->parameters, "parameter file to write")->required();
   build->add_option("--target", options->target, "level that the region is brought to")
       ->required()
@@ -83,12 +84,8 @@ void AddFlatField(CLI::App& app) {
   build->callback([options] { Build(*options); });
 
   CLI::App* apply = flatField->add_subcommand("apply", "Correct a picture by the gains of a file");
-  AddPictureToRead(*apply, "IN", options->in);
-  apply->add_option("PARAMS", options->parameters, "parameter file to read")->required();
-  AddPictureToWrite(*apply, "OUT", options->out);
-  apply->add_option("--report", options->report, "write a page with both pictures (.html)")
-      ->type_name("FILE");
-  apply->callback([options] { Apply(*options); });
+  AddCorrectionArguments(*apply, options->correction);
+  apply->callback([options] { Apply(options->correction); });
 }
 
 }  // namespace

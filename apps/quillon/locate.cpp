@@ -59,9 +59,9 @@ Report MakeReport(const Options& options, const GreyImage& pattern, const GreyIm
 }
 
 void Locate(const Options& options) {
+  RequireOrder("--angle", options.angle);
   EdgeQuery query = {options.minScore, options.greediness, {}, {}};
   if (!options.angle.empty()) query.lowest = options.angle[0], query.highest = options.angle[1];
-  if (query.lowest > query.highest) throw Failure("--angle: MIN is greater than MAX");
   GreyImage pattern, image;
   ReadImage(options.pattern, pattern);
   ReadImage(options.image, image);
@@ -89,10 +89,7 @@ void AddLocate(CLI::App& app) {
       app.add_subcommand("locate", "Find a part by its edges, however bright it is and it lies");
   AddPictureToRead(*command, "TEMPLATE", options->pattern);
   AddPictureToRead(*command, "IMAGE", options->image);
-  command->add_option("--angle", options->angle, "search these angles, in degrees clockwise")
-      ->expected(2)
-      ->type_name("MIN MAX")
-      ->check(CLI::Range(-360.0, 360.0));
+  AddAngleOption(*command, options->angle);
   command->add_option("--min-score", options->minScore, "agreement of the edges that is a match")
       ->check(CLI::Range(0.0, 1.0))
       ->capture_default_str();

@@ -109,10 +109,8 @@ void Match(const Options& options) {
 }
 
 void RunMatch(const Options& options) {
-  if (!options.angle.empty() && options.angle[0] > options.angle[1]) {
-    throw Failure("--angle: MIN is greater than MAX");
-  }
-  if (options.scale[0] > options.scale[1]) throw Failure("--scale: MIN is greater than MAX");
+  RequireOrder("--angle", options.angle);
+  RequireOrder("--scale", options.scale);
   if (options.colour) {
     Match<ColourImage>(options);
   } else {
@@ -126,10 +124,7 @@ void AddMatch(CLI::App& app) {
       "match", "Find a template by its grey values or colours, to fractions of a pixel");
   AddPictureToRead(*command, "TEMPLATE", options->pattern);
   AddPictureToRead(*command, "IMAGE", options->image);
-  command->add_option("--angle", options->angle, "search these angles, in degrees clockwise")
-      ->expected(2)
-      ->type_name("MIN MAX")
-      ->check(CLI::Range(-360.0, 360.0));
+  AddAngleOption(*command, options->angle);
   command->add_option("--scale", options->scale, "search these sizes, relative to the template")
       ->expected(2)
       ->type_name("MIN MAX")

@@ -3,6 +3,8 @@
 #include <iostream>
 #include <nlohmann/json.hpp>
 
+#include "errors.h"
+
 namespace quillon::app {
 
 void AddPictureToRead(CLI::App& command, const char* name, std::string& path) {
@@ -11,6 +13,30 @@ void AddPictureToRead(CLI::App& command, const char* name, std::string& path) {
 
 void AddPictureToWrite(CLI::App& command, const char* name, std::string& path) {
   command.add_option(name, path, "picture to write (.png, .bmp)")->required();
+}
+
+void AddBeforeAfterOption(CLI::App& command, std::string& report) {
+  command.add_option("--report", report, "write a page with both pictures (.html)")
+      ->type_name("FILE");
+}
+
+void AddCorrectionArguments(CLI::App& command, Correction& correction) {
+  AddPictureToRead(command, "IN", correction.in);
+  command.add_option("PARAMS", correction.parameters, "parameter file to read")->required();
+  AddPictureToWrite(command, "OUT", correction.out);
+  AddBeforeAfterOption(command, correction.report);
+}
+
+void AddAngleOption(CLI::App& command, std::vector<double>& angle) {
+  command.add_option("--angle", angle, "search these angles, in degrees clockwise")
+      ->expected(2)
+      ->type_name("MIN MAX")
+      ->check(CLI::Range(-360.0, 360.0));
+}
+
+void RequireOrder(const char* option, const std::vector<double>& range) {
+  if (range.empty() || range[0] <= range[1]) return;
+  throw Failure(std::string(option) + ": MIN is greater than MAX");
 }
 
 void AddFormatOptions(CLI::App& command, Output& output) {

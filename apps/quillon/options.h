@@ -3,6 +3,7 @@
 
 #include <CLI/CLI.hpp>
 #include <string>
+#include <vector>
 
 #include "report.h"
 #include "table.h"
@@ -12,6 +13,21 @@ namespace quillon::app {
 // A required argument that names a picture to read, or to write.
 void AddPictureToRead(CLI::App& command, const char* name, std::string& path);
 void AddPictureToWrite(CLI::App& command, const char* name, std::string& path);
+
+// --report FILE: a page with the picture before and after.
+void AddBeforeAfterOption(CLI::App& command, std::string& report);
+
+// What a command needs that corrects a picture by a parameter file: IN PARAMS OUT, --report FILE.
+struct Correction {
+  std::string in, parameters, out, report;
+};
+void AddCorrectionArguments(CLI::App& command, Correction& correction);
+
+// --angle MIN MAX: the angles of a search; none when it is not given.
+void AddAngleOption(CLI::App& command, std::vector<double>& angle);
+
+// Throws Failure when the MIN of a given MIN MAX is greater.
+void RequireOrder(const char* option, const std::vector<double>& range);
 
 struct Output {
   bool json = false;

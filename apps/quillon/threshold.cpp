@@ -35,7 +35,7 @@ void AddThresholds(CLI::App& app) {
   rule->add_option("--between", options->between, "white strictly between LOW and HIGH")
       ->expected(2)
       ->type_name("LOW HIGH")
-      ->check(CLI::Range(-1, 256));
+      ->check(CLI::Range(0, 255));
   fixed->callback([options] {
     GreyImage image;
     ReadImage(options->in, image);

@@ -26,8 +26,9 @@ constexpr Operation kOperations[] = {
 };
 
 struct Options {
-  std::string points, in, parameters, out, report;
+  std::string points, parameters;
   std::vector<double> step;  // across, and down where it differs
+  Correction correction;
 };
 
 // Numbers to the nearest pixel, from "x,y" lines; a first line of names is passed over.
@@ -80,13 +81,13 @@ void Build(const Options& options) {
                         options.parameters.c_str());
 }
 
-void Apply(const Options& options) {
+void Apply(const Correction& files) {
   GreyImage image, corrected;
-  ReadImage(options.in, image);
-  LensCorrection correction(options.parameters);
+  ReadImage(files.in, image);
+  LensCorrection correction(files.parameters);
   correction.Apply(image, corrected);
-  WriteImage(options.out, corrected);
-  if (options.report.empty()) return;
+  WriteImage(files.out, corrected);
+  if (files.report.empty()) return;
   const GreyImage& work = correction.Map();
   const Findings findings = {
       .key = "rectangles",
@@ -98,7 +99,7 @@ void Apply(const Options& options) {
                   {"centreY", "centre y"}},
       .rows = {{int64_t{work.xMin}, int64_t{work.yMin}, int64_t{work.xMax}, int64_t{work.yMax},
                 int64_t{work.centreX}, int64_t{work.centreY}}}};
-  WriteBeforeAfter(options.report, "Lens correction of " + options.in, image, corrected, findings);
+  WriteBeforeAfter(files.report, "Lens correction of " + files.in, image, corrected, findings);
 }
 
 void AddUndistort(CLI::App& app) {
@@ -125,12 +126,8 @@ void AddUndistort(CLI::App& app) {
 
   CLI::App* apply = undistort->add_subcommand(
       "apply", "Correct a picture; what lies outside the grid becomes black");
-  AddPictureToRead(*apply, "IN", options->in);
-  apply->add_option("PARAMS", options->parameters, "parameter file to read")->required();
-  AddPictureToWrite(*apply, "OUT", options->out);
-  apply->add_option("--report", options->report, "write a page with both pictures (.html)")
-      ->type_name("FILE");
-  apply->callback([options] { Apply(*options); });
+  AddCorrectionArguments(*apply, options->correction);
+  apply->callback([options] { Apply(options->correction); });
 }
 
 }  // namespace

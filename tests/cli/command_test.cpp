@@ -44,6 +44,8 @@ TEST(Commands, ErrorsNameWhatIsWrongAndItsLimit) {
       {{"blobs", in, "--polygon", "1,2", "3,4", "5,-32768"}, 2, {"'5,-32768'", "-32767"}},
       {{"threshold", in, out}, 2, {"--above", "--between"}},
       {{"threshold", in, out, "--above", "256"}, 2, {"--above", "256", "255"}},
+      {{"threshold", in, out, "--between", "-1", "9"}, 2, {"--between", "-1", "255"}},
+      {{"threshold", in, out, "--between", "9", "256"}, 2, {"--between", "256", "255"}},
       {{"blobs", missing}, 1, {missing}},
       {{"gray", missing, out}, 1, {missing}},
       {{"gray", scratch / ".", out}, 1, {"cannot"}},
