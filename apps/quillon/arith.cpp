@@ -43,21 +43,21 @@ const PairOperation kPairs[] = {
 struct MapOperation {
   const char* name;
   Operation operation;
-  void (*addOptions)(CLI::App&, Options&);
+  void (*addOptions)(Command, Options&);
   void (*run)(GreyImage&, const Options&);
 };
 
-void AddNothing(CLI::App&, Options&) {}
+void AddNothing(Command, Options&) {}
 
-void AddBits(CLI::App& command, Options& options) {
-  command.add_option("--bits", options.bits, "how far; 8 and more give black")
-      ->required()
-      ->check(CLI::NonNegativeNumber);
+void AddBits(Command command, Options& options) {
+  command.AddOption("--bits", options.bits, "how far; 8 and more give black")
+      .Required()
+      .NotNegative();
 }
 
-void AddGainAndOffset(CLI::App& command, Options& options) {
-  command.add_option("--gain", options.gain, "factor (1)");
-  command.add_option("--offset", options.offset, "added to the product (0)");
+void AddGainAndOffset(Command command, Options& options) {
+  command.AddOption("--gain", options.gain, "factor (1)");
+  command.AddOption("--offset", options.offset, "added to the product (0)");
 }
 
 const MapOperation kMaps[] = {
@@ -105,24 +105,23 @@ void RunMap(const MapOperation& map, const Options& options) {
   WriteImage(options.out, image);
 }
 
-void AddArithmetic(CLI::App& app) {
+void AddArithmetic(Command app) {
   auto options = std::make_shared<Options>();
-  CLI::App* command =
-      app.add_subcommand("arith", "Calculate with the pixels of one or two pictures");
-  command->require_subcommand(1);
+  const Command command = app.Add("arith", "Calculate with the pixels of one or two pictures");
+  command.NeedsSubcommand();
   for (const PairOperation& pair : kPairs) {
-    CLI::App* named = command->add_subcommand(pair.name, pair.operation.summary);
-    AddPictureToRead(*named, "A", options->a);
-    AddPictureToRead(*named, "B", options->b);
-    AddPictureToWrite(*named, "OUT", options->out);
-    named->callback([&pair, options] { RunPair(pair, *options); });
+    const Command named = command.Add(pair.name, pair.operation.summary);
+    AddPictureToRead(named, "A", options->a);
+    AddPictureToRead(named, "B", options->b);
+    AddPictureToWrite(named, "OUT", options->out);
+    named.Runs([&pair, options] { RunPair(pair, *options); });
   }
   for (const MapOperation& map : kMaps) {
-    CLI::App* named = command->add_subcommand(map.name, map.operation.summary);
-    AddPictureToRead(*named, "IN", options->a);
-    AddPictureToWrite(*named, "OUT", options->out);
-    map.addOptions(*named, *options);
-    named->callback([&map, options] { RunMap(map, *options); });
+    const Command named = command.Add(map.name, map.operation.summary);
+    AddPictureToRead(named, "IN", options->a);
+    AddPictureToWrite(named, "OUT", options->out);
+    map.addOptions(named, *options);
+    named.Runs([&map, options] { RunMap(map, *options); });
   }
 }
 

@@ -79,9 +79,9 @@ void ParsePoint(const std::string& text, std::vector<int>& points) {
   const auto second = std::from_chars(comma ? first.ptr + 1 : end, end, y);
   if (!comma || second.ec != std::errc{} || second.ptr != end || std::abs(x) > kFarthest ||
       std::abs(y) > kFarthest) {
-    throw CLI::ValidationError("--polygon", "'" + text +
-                                                "' is not a point X,Y of whole numbers "
-                                                "from -32767 to 32767");
+    RefuseUsage("--polygon", "'" + text +
+                                 "' is not a point X,Y of whole numbers "
+                                 "from -32767 to 32767");
   }
   points.insert(points.end(), {x, y});
 }
@@ -89,9 +89,8 @@ void ParsePoint(const std::string& text, std::vector<int>& points) {
 void CheckLength(const std::vector<int>& points) {
   const int64_t length = BoundaryLength(points);
   if (length <= kLongestBoundary) return;
-  throw CLI::ValidationError("--polygon", "a boundary of " + std::to_string(length) +
-                                              " steps is longer than " +
-                                              std::to_string(kLongestBoundary));
+  RefuseUsage("--polygon", "a boundary of " + std::to_string(length) + " steps is longer than " +
+                               std::to_string(kLongestBoundary));
 }
 
 std::vector<int> RegionPoints(const Options& options, const GreyImage& image) {
@@ -264,58 +263,54 @@ void Run(const Options& options) {
 
 // ---- the command --------------------------------------------------------------------------------
 
-void AddBounds(CLI::App& command, const std::string& what, const std::string& text,
-               Bounds& bounds) {
-  const CLI::Range range(0, INT_MAX);
-  command.add_option("--min-" + what, bounds.min, "keep " + text + " of at least this")
-      ->type_name("N")
-      ->check(range);
-  command.add_option("--max-" + what, bounds.max, "keep " + text + " of at most this")
-      ->type_name("N")
-      ->check(range);
+void AddBounds(Command command, const std::string& what, const std::string& text, Bounds& bounds) {
+  command.AddOption("--min-" + what, bounds.min, "keep " + text + " of at least this")
+      .ShownAs("N")
+      .Within(0, INT_MAX);
+  command.AddOption("--max-" + what, bounds.max, "keep " + text + " of at most this")
+      .ShownAs("N")
+      .Within(0, INT_MAX);
 }
 
 void CheckOrder(const std::string& what, const Bounds& bounds) {
   if (bounds.min <= bounds.max) return;
-  throw CLI::ValidationError("--min-" + what, "Value " + std::to_string(bounds.min) +
-                                                  " is above --max-" + what + " " +
-                                                  std::to_string(bounds.max));
+  RefuseUsage("--min-" + what, "Value " + std::to_string(bounds.min) + " is above --max-" + what +
+                                   " " + std::to_string(bounds.max));
 }
 
-void AddBlobs(CLI::App& app) {
+void AddBlobs(Command app) {
   auto options = std::make_shared<Options>();
-  CLI::App* command = app.add_subcommand(
-      "blobs", "Count, measure and select the connected groups of bright or dark pixels");
-  AddPictureToRead(*command, "IMAGE", options->image);
-  CLI::Option* band =
-      command->add_option("--band", options->band, "pixels of grey LOW to HIGH, both included")
-          ->expected(2)
-          ->type_name("LOW HIGH")
-          ->check(CLI::Range(0, 255));
+  const Command command =
+      app.Add("blobs", "Count, measure and select the connected groups of bright or dark pixels");
+  AddPictureToRead(command, "IMAGE", options->image);
+  const Option band =
+      command.AddOption("--band", options->band, "pixels of grey LOW to HIGH, both included")
+          .Values(2)
+          .ShownAs("LOW HIGH")
+          .Within(0, 255);
   command
-      ->add_flag("--otsu", options->otsu,
-                 "pixels above the level that separates dark and bright best (default)")
-      ->excludes(band);
-  command->add_flag("--dark", options->dark, "pixels at or below that level instead")
-      ->excludes(band);
-  command->add_flag("--fill-holes", options->fillHoles, "count what blobs enclose as theirs");
+      .AddFlag("--otsu", options->otsu,
+               "pixels above the level that separates dark and bright best (default)")
+      .Excludes(band);
+  command.AddFlag("--dark", options->dark, "pixels at or below that level instead").Excludes(band);
+  command.AddFlag("--fill-holes", options->fillHoles, "count what blobs enclose as theirs");
   constexpr int kMostPoints = 100'000;
-  command->add_option("--polygon", options->polygon, "only inside this polygon, boundary included")
-      ->expected(3, kMostPoints)
-      ->type_name("X,Y X,Y X,Y ...");
-  AddBounds(*command, "area", "blobs of an area", options->area);
-  AddBounds(*command, "width", "blobs of a turned rectangle with a width", options->width);
-  AddBounds(*command, "height", "blobs of a turned rectangle with a height", options->height);
-  command->add_option("--center-x", options->centreX, "keep blobs whose mean column is within")
-      ->expected(2)
-      ->type_name("MIN MAX");
-  command->add_option("--center-y", options->centreY, "keep blobs whose mean row is within")
-      ->expected(2)
-      ->type_name("MIN MAX");
-  command->add_option("--binary", options->binary, "write what was labelled in white (.png, .bmp)")
-      ->type_name("FILE");
-  AddOutputOptions(*command, options->output);
-  command->callback([options] {
+  command.AddOption("--polygon", options->polygon, "only inside this polygon, boundary included")
+      .Values(3, kMostPoints)
+      .ShownAs("X,Y X,Y X,Y ...");
+  AddBounds(command, "area", "blobs of an area", options->area);
+  AddBounds(command, "width", "blobs of a turned rectangle with a width", options->width);
+  AddBounds(command, "height", "blobs of a turned rectangle with a height", options->height);
+  command.AddOption("--center-x", options->centreX, "keep blobs whose mean column is within")
+      .Values(2)
+      .ShownAs("MIN MAX");
+  command.AddOption("--center-y", options->centreY, "keep blobs whose mean row is within")
+      .Values(2)
+      .ShownAs("MIN MAX");
+  command.AddOption("--binary", options->binary, "write what was labelled in white (.png, .bmp)")
+      .ShownAs("FILE");
+  AddOutputOptions(command, options->output);
+  command.Runs([options] {
     CheckOrder("area", options->area);
     CheckOrder("width", options->width);
     CheckOrder("height", options->height);

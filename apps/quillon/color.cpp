@@ -68,21 +68,21 @@ void Convert(const Space& space, const Options& options) {
   finish(channel);
 }
 
-void AddColor(CLI::App& app) {
-  CLI::App* color = app.add_subcommand("color", "A picture in another colour space");
-  color->require_subcommand(1);
+void AddColor(Command app) {
+  const Command color = app.Add("color", "A picture in another colour space");
+  color.NeedsSubcommand();
   for (const Space& space : kSpaces) {
     auto options = std::make_shared<Options>();
-    CLI::App* command = color->add_subcommand(space.name, space.summary);
-    AddPictureToRead(*command, "IN", options->in);
-    AddPictureToWrite(*command, "OUT", options->out);
+    const Command command = color.Add(space.name, space.summary);
+    AddPictureToRead(command, "IN", options->in);
+    AddPictureToWrite(command, "OUT", options->out);
     command
-        ->add_option("--channel", options->channel,
-                     "write this channel alone, in grey; without it the first channel is written "
-                     "as blue, the second as green, the third as red")
-        ->transform(CLI::CheckedTransformer(space.channels));
-    AddBeforeAfterOption(*command, options->report);
-    command->callback([&space, options] { Convert(space, *options); });
+        .AddOption("--channel", options->channel,
+                   "write this channel alone, in grey; without it the first channel is written "
+                   "as blue, the second as green, the third as red")
+        .Named(space.channels);
+    AddBeforeAfterOption(command, options->report);
+    command.Runs([&space, options] { Convert(space, *options); });
   }
 }
 

@@ -5,8 +5,9 @@
 // prints what the families say.
 #pragma once
 
-#include <CLI/CLI.hpp>
 #include <span>
+
+#include "command_line.h"
 
 namespace quillon::app {
 
@@ -19,7 +20,7 @@ struct Operation {
 
 struct Family {
   const char* name;
-  void (*addCommands)(CLI::App& app);  // callbacks throw Failure
+  void (*addCommands)(Command app);  // callbacks throw Failure
   std::span<const Operation> operations;
 };
 

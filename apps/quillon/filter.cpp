@@ -113,29 +113,29 @@ void RunFilter(const Filter& filter, const Options& options) {
   WriteImage(options.out, image);
 }
 
-void AddFilters(CLI::App& app) {
+void AddFilters(Command app) {
   auto options = std::make_shared<Options>();
-  CLI::App* command =
-      app.add_subcommand("filter", "Edges, sharpening, medians, smoothing and convolution");
-  command->require_subcommand(1);
+  const Command command =
+      app.Add("filter", "Edges, sharpening, medians, smoothing and convolution");
+  command.NeedsSubcommand();
   for (const Filter& filter : kFilters) {
-    CLI::App* named = command->add_subcommand(filter.name, filter.operation.summary);
-    AddPictureToRead(*named, "IN", options->in);
-    AddPictureToWrite(*named, "OUT", options->out);
+    const Command named = command.Add(filter.name, filter.operation.summary);
+    AddPictureToRead(named, "IN", options->in);
+    AddPictureToWrite(named, "OUT", options->out);
     if (std::holds_alternative<Sized>(filter.run)) {
-      named->add_option("--size", options->size, "side of the window, odd")
-          ->required()
-          ->check(CheckOdd);
+      named.AddOption("--size", options->size, "side of the window, odd")
+          .Required()
+          .Checked(CheckOdd);
     }
     if (const auto* weighed = std::get_if<Weighed>(&filter.run)) {
       named
-          ->add_option("--kernel", options->kernel,
-                       "whole numbers, row by row; --kernel=0,-1,0,-1,5,-1,0,-1,0 sharpens")
-          ->required()
-          ->delimiter(',')
-          ->expected(weighed->size * weighed->size);
+          .AddOption("--kernel", options->kernel,
+                     "whole numbers, row by row; --kernel=0,-1,0,-1,5,-1,0,-1,0 sharpens")
+          .Required()
+          .SeparatedBy(',')
+          .Values(weighed->size * weighed->size);
     }
-    named->callback([&filter, options] { RunFilter(filter, *options); });
+    named.Runs([&filter, options] { RunFilter(filter, *options); });
   }
 }
 

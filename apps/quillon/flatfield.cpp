@@ -63,29 +63,28 @@ void Apply(const Correction& files) {
   WriteBeforeAfter(files.report, "Flat field of " + files.in, before, image, findings);
 }
 
-void AddFlatField(CLI::App& app) {
-  CLI::App* flatField =
-      app.add_subcommand("flatfield", "Bring the grey levels of a region to one level");
-  flatField->require_subcommand(1);
+void AddFlatField(Command app) {
+  const Command flatField = app.Add("flatfield", "Bring the grey levels of a region to one level");
+  flatField.NeedsSubcommand();
   auto options = std::make_shared<Options>();
 
-  CLI::App* build = flatField->add_subcommand("build", "Make gains and keep them in a file");
-  AddPictureToRead(*build, "IMAGE", options->image);
-  build->add_option("PARAMS", options->parameters, "parameter file to write")->required();
-  build->add_option("--target", options->target, "level that the region is brought to")
-      ->required()
-      ->check(CLI::Range(0, 255));
+  const Command build = flatField.Add("build", "Make gains and keep them in a file");
+  AddPictureToRead(build, "IMAGE", options->image);
+  build.AddOption("PARAMS", options->parameters, "parameter file to write").Required();
+  build.AddOption("--target", options->target, "level that the region is brought to")
+      .Required()
+      .Within(0, 255);
   build
-      ->add_option("--region", options->region,
-                   "columns and rows to correct, without the ends (default: the whole picture)")
-      ->expected(4)
-      ->type_name("XSTART XEND YSTART YEND")
-      ->check(CLI::Range(0, 32767));
-  build->callback([options] { Build(*options); });
+      .AddOption("--region", options->region,
+                 "columns and rows to correct, without the ends (default: the whole picture)")
+      .Values(4)
+      .ShownAs("XSTART XEND YSTART YEND")
+      .Within(0, 32767);
+  build.Runs([options] { Build(*options); });
 
-  CLI::App* apply = flatField->add_subcommand("apply", "Correct a picture by the gains of a file");
-  AddCorrectionArguments(*apply, options->correction);
-  apply->callback([options] { Apply(options->correction); });
+  const Command apply = flatField.Add("apply", "Correct a picture by the gains of a file");
+  AddCorrectionArguments(apply, options->correction);
+  apply.Runs([options] { Apply(options->correction); });
 }
 
 }  // namespace

@@ -13,15 +13,15 @@ constexpr Operation kOperations[] = {
     {"IxColorToGray", "gray IN OUT", "grey of a colour picture"},
 };
 
-void AddGray(CLI::App& app) {
+void AddGray(Command app) {
   struct Options {
     std::string in, out;
   };
   auto options = std::make_shared<Options>();
-  CLI::App* command = app.add_subcommand("gray", "Convert a colour picture to grey");
-  AddPictureToRead(*command, "IN", options->in);
-  AddPictureToWrite(*command, "OUT", options->out);
-  command->callback([options] {
+  const Command command = app.Add("gray", "Convert a colour picture to grey");
+  AddPictureToRead(command, "IN", options->in);
+  AddPictureToWrite(command, "OUT", options->out);
+  command.Runs([options] {
     GreyImage image;
     ReadImage(options->in, image);
     WriteImage(options->out, image);

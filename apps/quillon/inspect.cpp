@@ -129,37 +129,35 @@ void RunInspect(const Options& options) {
   if (results.passed < results.inspected) throw NotAllPassed();
 }
 
-void AddInspect(CLI::App& app) {
+void AddInspect(Command app) {
   auto options = std::make_shared<Options>();
-  CLI::App* command = app.add_subcommand(
-      "inspect", "Compare boards with a good one: missing and extra material, boxed");
-  command->footer(
+  const Command command =
+      app.Add("inspect", "Compare boards with a good one: missing and extra material, boxed");
+  command.Footer(
       "Exit codes: 0 no defects, 3 defects found, 1 a board could not be inspected, "
       "2 wrong usage.");
-  AddPictureToRead(*command, "GOOD", options->good);
-  command->add_option("TEST", options->tested, "pictures of the boards to inspect")->required();
+  AddPictureToRead(command, "GOOD", options->good);
+  command.AddOption("TEST", options->tested, "pictures of the boards to inspect").Required();
   command
-      ->add_option("--good", options->moreGood,
-                   "another good board, to learn from; may be repeated")
-      ->type_name("FILE")
-      ->expected(1)
-      ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
-  command->add_flag("--bright", options->rules.brightMaterial,
-                    "material is brighter than its ground (default: darker)");
+      .AddOption("--good", options->moreGood, "another good board, to learn from; may be repeated")
+      .ShownAs("FILE")
+      .MayBeRepeated();
+  command.AddFlag("--bright", options->rules.brightMaterial,
+                  "material is brighter than its ground (default: darker)");
   command
-      ->add_option("--tolerance", options->rules.tolerance,
-                   "pixels that edges may wander (default: learned, 3 from one good board)")
-      ->check(CLI::Range(1, InspectionRules::kMostTolerance));
+      .AddOption("--tolerance", options->rules.tolerance,
+                 "pixels that edges may wander (default: learned, 3 from one good board)")
+      .Within(1, InspectionRules::kMostTolerance);
   command
-      ->add_option("--min-area", options->rules.minArea,
-                   "pixels beyond the tolerance that make a defect")
-      ->check(CLI::Range(1, 1'000'000))
-      ->capture_default_str();
-  command->add_option("--margin", options->rules.margin, "pixels that boxes leave around a defect")
-      ->check(CLI::Range(0, 1000))
-      ->capture_default_str();
-  AddOutputOptions(*command, options->output);
-  command->callback([options] { RunInspect(*options); });
+      .AddOption("--min-area", options->rules.minArea,
+                 "pixels beyond the tolerance that make a defect")
+      .Within(1, 1'000'000)
+      .WithDefaultShown();
+  command.AddOption("--margin", options->rules.margin, "pixels that boxes leave around a defect")
+      .Within(0, 1000)
+      .WithDefaultShown();
+  AddOutputOptions(command, options->output);
+  command.Runs([options] { RunInspect(*options); });
 }
 
 }  // namespace

@@ -35,16 +35,16 @@ Findings ListOperations(std::string_view part) {
   return findings;
 }
 
-void AddList(CLI::App& app) {
+void AddList(Command app) {
   struct Options {
     std::string part;
     Output output;
   };
   auto options = std::make_shared<Options>();
-  CLI::App* command = app.add_subcommand("list", "Name every operation and its command");
-  command->add_option("TEXT", options->part, "only operations that mention this text");
-  AddFormatOptions(*command, options->output);
-  command->callback([options] {
+  const Command command = app.Add("list", "Name every operation and its command");
+  command.AddOption("TEXT", options->part, "only operations that mention this text");
+  AddFormatOptions(command, options->output);
+  command.Runs([options] {
     const Findings findings = ListOperations(options->part);
     if (findings.rows.empty()) throw Failure("no operation mentions '" + options->part + "'");
     Print(options->output, findings);

@@ -83,28 +83,28 @@ void Locate(const Options& options) {
                 findings);
 }
 
-void AddLocate(CLI::App& app) {
+void AddLocate(Command app) {
   auto options = std::make_shared<Options>();
-  CLI::App* command =
-      app.add_subcommand("locate", "Find a part by its edges, however bright it is and it lies");
-  AddPictureToRead(*command, "TEMPLATE", options->pattern);
-  AddPictureToRead(*command, "IMAGE", options->image);
-  AddAngleOption(*command, options->angle);
-  command->add_option("--min-score", options->minScore, "agreement of the edges that is a match")
-      ->check(CLI::Range(0.0, 1.0))
-      ->capture_default_str();
+  const Command command =
+      app.Add("locate", "Find a part by its edges, however bright it is and it lies");
+  AddPictureToRead(command, "TEMPLATE", options->pattern);
+  AddPictureToRead(command, "IMAGE", options->image);
+  AddAngleOption(command, options->angle);
+  command.AddOption("--min-score", options->minScore, "agreement of the edges that is a match")
+      .Within(0.0, 1.0)
+      .WithDefaultShown();
   command
-      ->add_option("--greediness", options->greediness,
-                   "how early a place is given up: 0 never wrongly, 0.99 fastest")
-      ->check(CLI::Range(0.0, 0.99))
-      ->capture_default_str();
-  command->add_option("--edges", options->edges, "limits of edge strength, 255 for the strongest")
-      ->expected(2)
-      ->type_name("LOW HIGH")
-      ->check(CLI::Range(0.0, 255.0))
-      ->capture_default_str();
-  AddOutputOptions(*command, options->output);
-  command->callback([options] { Locate(*options); });
+      .AddOption("--greediness", options->greediness,
+                 "how early a place is given up: 0 never wrongly, 0.99 fastest")
+      .Within(0.0, 0.99)
+      .WithDefaultShown();
+  command.AddOption("--edges", options->edges, "limits of edge strength, 255 for the strongest")
+      .Values(2)
+      .ShownAs("LOW HIGH")
+      .Within(0.0, 255.0)
+      .WithDefaultShown();
+  AddOutputOptions(command, options->output);
+  command.Runs([options] { Locate(*options); });
 }
 
 }  // namespace

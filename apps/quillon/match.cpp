@@ -118,33 +118,33 @@ void RunMatch(const Options& options) {
   }
 }
 
-void AddMatch(CLI::App& app) {
+void AddMatch(Command app) {
   auto options = std::make_shared<Options>();
-  CLI::App* command = app.add_subcommand(
-      "match", "Find a template by its grey values or colours, to fractions of a pixel");
-  AddPictureToRead(*command, "TEMPLATE", options->pattern);
-  AddPictureToRead(*command, "IMAGE", options->image);
-  AddAngleOption(*command, options->angle);
-  command->add_option("--scale", options->scale, "search these sizes, relative to the template")
-      ->expected(2)
-      ->type_name("MIN MAX")
-      ->check(CLI::Range(0.1, 10.0))
-      ->capture_default_str();
-  command->add_option("--min-score", options->minScore, "correlation that is a match")
-      ->check(CLI::Range(0.0, 1.0))
-      ->capture_default_str();
-  command->add_option("--max", options->most, "report at most this many")
-      ->check(CLI::Range(1, 500))
-      ->capture_default_str();
+  const Command command =
+      app.Add("match", "Find a template by its grey values or colours, to fractions of a pixel");
+  AddPictureToRead(command, "TEMPLATE", options->pattern);
+  AddPictureToRead(command, "IMAGE", options->image);
+  AddAngleOption(command, options->angle);
+  command.AddOption("--scale", options->scale, "search these sizes, relative to the template")
+      .Values(2)
+      .ShownAs("MIN MAX")
+      .Within(0.1, 10.0)
+      .WithDefaultShown();
+  command.AddOption("--min-score", options->minScore, "correlation that is a match")
+      .Within(0.0, 1.0)
+      .WithDefaultShown();
+  command.AddOption("--max", options->most, "report at most this many")
+      .Within(1, 500)
+      .WithDefaultShown();
   command
-      ->add_option("--level", options->level,
-                   "start the search at this level of the pyramid: 0 is full resolution, slow and "
-                   "sure; default: as coarse as the template and --scale allow")
-      ->check(CLI::Range(0, 6));
-  command->add_flag("--mask", options->mask, "black pixels of the template do not count");
-  command->add_flag("--color", options->colour, "match colours, not grey values");
-  AddOutputOptions(*command, options->output);
-  command->callback([options] { RunMatch(*options); });
+      .AddOption("--level", options->level,
+                 "start the search at this level of the pyramid: 0 is full resolution, slow and "
+                 "sure; default: as coarse as the template and --scale allow")
+      .Within(0, 6);
+  command.AddFlag("--mask", options->mask, "black pixels of the template do not count");
+  command.AddFlag("--color", options->colour, "match colours, not grey values");
+  AddOutputOptions(command, options->output);
+  command.Runs([options] { RunMatch(*options); });
 }
 
 }  // namespace

@@ -120,27 +120,27 @@ void RunMorph(const Morph& morph, const Options& options, bool isDiamond) {
   WriteImage(options.out, result);
 }
 
-void AddMorphs(CLI::App& app) {
-  CLI::App* command = app.add_subcommand("morph", "Dilation, erosion and what is composed of them");
-  command->require_subcommand(1);
+void AddMorphs(Command app) {
+  const Command command = app.Add("morph", "Dilation, erosion and what is composed of them");
+  command.NeedsSubcommand();
   for (const Morph& morph : kMorphs) {
     auto options = std::make_shared<Options>();
-    CLI::App* named = command->add_subcommand(morph.name, morph.summary);
-    AddPictureToRead(*named, "IN", options->in);
-    AddPictureToWrite(*named, "OUT", options->out);
-    auto* element = named->add_option_group("element")->require_option(1);
-    const CLI::Range passes(0, 1'000'000);
-    element->add_option(kShapes[0].option, options->rect, kShapes[0].element)
-        ->expected(2)
-        ->type_name(kShapes[0].arguments)
-        ->check(passes);
-    auto* diamond = element->add_option(kShapes[1].option, options->diamond, kShapes[1].element);
-    diamond->type_name(kShapes[1].arguments)->check(passes);
-    element->add_option(kShapes[2].option, options->circle, kShapes[2].element)
-        ->type_name(kShapes[2].arguments)
-        ->check(passes);
-    named->callback(
-        [&morph, options, diamond] { RunMorph(morph, *options, diamond->count() > 0); });
+    const Command named = command.Add(morph.name, morph.summary);
+    AddPictureToRead(named, "IN", options->in);
+    AddPictureToWrite(named, "OUT", options->out);
+    const Command element = named.AddChoice("element");
+    constexpr int kMostPasses = 1'000'000;
+    element.AddOption(kShapes[0].option, options->rect, kShapes[0].element)
+        .Values(2)
+        .ShownAs(kShapes[0].arguments)
+        .Within(0, kMostPasses);
+    const Option diamond =
+        element.AddOption(kShapes[1].option, options->diamond, kShapes[1].element);
+    diamond.ShownAs(kShapes[1].arguments).Within(0, kMostPasses);
+    element.AddOption(kShapes[2].option, options->circle, kShapes[2].element)
+        .ShownAs(kShapes[2].arguments)
+        .Within(0, kMostPasses);
+    named.Runs([&morph, options, diamond] { RunMorph(morph, *options, diamond.IsGiven()); });
   }
 }
 

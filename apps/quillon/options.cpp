@@ -7,31 +7,30 @@
 
 namespace quillon::app {
 
-void AddPictureToRead(CLI::App& command, const char* name, std::string& path) {
-  command.add_option(name, path, "picture to read (PNG, JPEG, BMP, PGM)")->required();
+void AddPictureToRead(Command command, const char* name, std::string& path) {
+  command.AddOption(name, path, "picture to read (PNG, JPEG, BMP, PGM)").Required();
 }
 
-void AddPictureToWrite(CLI::App& command, const char* name, std::string& path) {
-  command.add_option(name, path, "picture to write (.png, .bmp)")->required();
+void AddPictureToWrite(Command command, const char* name, std::string& path) {
+  command.AddOption(name, path, "picture to write (.png, .bmp)").Required();
 }
 
-void AddBeforeAfterOption(CLI::App& command, std::string& report) {
-  command.add_option("--report", report, "write a page with both pictures (.html)")
-      ->type_name("FILE");
+void AddBeforeAfterOption(Command command, std::string& report) {
+  command.AddOption("--report", report, "write a page with both pictures (.html)").ShownAs("FILE");
 }
 
-void AddCorrectionArguments(CLI::App& command, Correction& correction) {
+void AddCorrectionArguments(Command command, Correction& correction) {
   AddPictureToRead(command, "IN", correction.in);
-  command.add_option("PARAMS", correction.parameters, "parameter file to read")->required();
+  command.AddOption("PARAMS", correction.parameters, "parameter file to read").Required();
   AddPictureToWrite(command, "OUT", correction.out);
   AddBeforeAfterOption(command, correction.report);
 }
 
-void AddAngleOption(CLI::App& command, std::vector<double>& angle) {
-  command.add_option("--angle", angle, "search these angles, in degrees clockwise")
-      ->expected(2)
-      ->type_name("MIN MAX")
-      ->check(CLI::Range(-360.0, 360.0));
+void AddAngleOption(Command command, std::vector<double>& angle) {
+  command.AddOption("--angle", angle, "search these angles, in degrees clockwise")
+      .Values(2)
+      .ShownAs("MIN MAX")
+      .Within(-360.0, 360.0);
 }
 
 void RequireOrder(const char* option, const std::vector<double>& range) {
@@ -39,17 +38,17 @@ void RequireOrder(const char* option, const std::vector<double>& range) {
   throw Failure(std::string(option) + ": MIN is greater than MAX");
 }
 
-void AddFormatOptions(CLI::App& command, Output& output) {
-  CLI::Option* json = command.add_flag("--json", output.json, "print JSON instead of a table");
-  command.add_flag("--csv", output.csv, "print CSV instead of a table")->excludes(json);
+void AddFormatOptions(Command command, Output& output) {
+  const Option json = command.AddFlag("--json", output.json, "print JSON instead of a table");
+  command.AddFlag("--csv", output.csv, "print CSV instead of a table").Excludes(json);
 }
 
-void AddOutputOptions(CLI::App& command, Output& output) {
+void AddOutputOptions(Command command, Output& output) {
   AddFormatOptions(command, output);
-  command.add_option("--report", output.report, "write a page with pictures and table (.html)")
-      ->type_name("FILE");
-  command.add_option("--draw", output.drawn, "write the picture with the findings (.png, .bmp)")
-      ->type_name("FILE");
+  command.AddOption("--report", output.report, "write a page with pictures and table (.html)")
+      .ShownAs("FILE");
+  command.AddOption("--draw", output.drawn, "write the picture with the findings (.png, .bmp)")
+      .ShownAs("FILE");
 }
 
 void Print(const Output& output, const Findings& findings) {

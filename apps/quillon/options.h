@@ -1,30 +1,30 @@
 // Arguments and options that many commands share, and the printing that follows them.
 #pragma once
 
-#include <CLI/CLI.hpp>
 #include <string>
 #include <vector>
 
+#include "command_line.h"
 #include "report.h"
 #include "table.h"
 
 namespace quillon::app {
 
 // A required argument that names a picture to read, or to write.
-void AddPictureToRead(CLI::App& command, const char* name, std::string& path);
-void AddPictureToWrite(CLI::App& command, const char* name, std::string& path);
+void AddPictureToRead(Command command, const char* name, std::string& path);
+void AddPictureToWrite(Command command, const char* name, std::string& path);
 
 // --report FILE: a page with the picture before and after.
-void AddBeforeAfterOption(CLI::App& command, std::string& report);
+void AddBeforeAfterOption(Command command, std::string& report);
 
 // What a command needs that corrects a picture by a parameter file: IN PARAMS OUT, --report FILE.
 struct Correction {
   std::string in, parameters, out, report;
 };
-void AddCorrectionArguments(CLI::App& command, Correction& correction);
+void AddCorrectionArguments(Command command, Correction& correction);
 
 // --angle MIN MAX: the angles of a search; none when it is not given.
-void AddAngleOption(CLI::App& command, std::vector<double>& angle);
+void AddAngleOption(Command command, std::vector<double>& angle);
 
 // Throws Failure when the MIN of a given MIN MAX is greater.
 void RequireOrder(const char* option, const std::vector<double>& range);
@@ -38,10 +38,10 @@ struct Output {
 };
 
 // --json, --csv: one of them at most.
-void AddFormatOptions(CLI::App& command, Output& output);
+void AddFormatOptions(Command command, Output& output);
 
 // The same, and --report FILE and --draw FILE.
-void AddOutputOptions(CLI::App& command, Output& output);
+void AddOutputOptions(Command command, Output& output);
 
 // Text, JSON or CSV on standard output.
 void Print(const Output& output, const Findings& findings);

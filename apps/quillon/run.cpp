@@ -144,55 +144,55 @@ void Run(const Options& options) {
   if (Count(records).pass < records.size()) throw NotAllPassed();
 }
 
-void AddRun(CLI::App& app) {
+void AddRun(Command app) {
   auto options = std::make_shared<Options>();
-  CLI::App* command = app.add_subcommand("run", "Inspect images by a recipe of steps and limits");
-  command->add_option("RECIPE", options->recipe, "recipe to read (JSON; docs/recipes.md)")
-      ->required();
-  command->add_option("IMAGE", options->images, "pictures, or folders of pictures")->required();
+  const Command command = app.Add("run", "Inspect images by a recipe of steps and limits");
+  command.AddOption("RECIPE", options->recipe, "recipe to read (JSON; docs/recipes.md)").Required();
+  command.AddOption("IMAGE", options->images, "pictures, or folders of pictures").Required();
   constexpr int kMostJobs = 256;
-  command->add_option("--jobs", options->jobs, "threads (default: one for each processor)")
-      ->check(CLI::Range(1, kMostJobs));
-  CLI::Option* folder = command->add_option("--out", options->folder,
-                                            "folder for results and pages; made if missing");
-  folder->type_name("FOLDER");
-  CLI::Option* resume = command->add_flag("--resume", options->resume,
-                                          "go on with the run whose results are in that folder");
-  resume->needs(folder);
-  command->add_flag("--overwrite", options->overwrite, "begin anew in a folder that holds results")
-      ->needs(folder)
-      ->excludes(resume);
-  command->add_flag("--no-pages", options->noPages, "write the results alone into that folder")
-      ->needs(folder);
-  CLI::Option* json = command->add_flag(
-      "--json", options->json, "print a line of JSON for each image as soon as it is known");
-  command->add_flag("--csv", options->csv, "print CSV instead of a table")->excludes(json);
-  command->callback([options] { Run(*options); });
+  command.AddOption("--jobs", options->jobs, "threads (default: one for each processor)")
+      .Within(1, kMostJobs);
+  const Option folder =
+      command.AddOption("--out", options->folder, "folder for results and pages; made if missing");
+  folder.ShownAs("FOLDER");
+  const Option resume = command.AddFlag("--resume", options->resume,
+                                        "go on with the run whose results are in that folder");
+  resume.Needs(folder);
+  command.AddFlag("--overwrite", options->overwrite, "begin anew in a folder that holds results")
+      .Needs(folder)
+      .Excludes(resume);
+  command.AddFlag("--no-pages", options->noPages, "write the results alone into that folder")
+      .Needs(folder);
+  const Option json = command.AddFlag("--json", options->json,
+                                      "print a line of JSON for each image as soon as it is known");
+  command.AddFlag("--csv", options->csv, "print CSV instead of a table").Excludes(json);
+  command.Runs([options] { Run(*options); });
 }
 
-void AddRecipe(CLI::App& app) {
-  CLI::App* command = app.add_subcommand("recipe", "Check recipes, and what they are made of");
-  command->require_subcommand(1);
+void AddRecipe(Command app) {
+  const Command command = app.Add("recipe", "Check recipes, and what they are made of");
+  command.NeedsSubcommand();
 
   auto path = std::make_shared<std::string>();
-  CLI::App* check =
-      command->add_subcommand("check", "Say all that is wrong with a recipe and what it names");
-  check->add_option("RECIPE", *path, "recipe to read")->required();
-  check->callback([path] {
+  const Command check =
+      command.Add("check", "Say all that is wrong with a recipe and what it names");
+  check.AddOption("RECIPE", *path, "recipe to read").Required();
+  check.Runs([path] {
     const Recipe recipe = ReadRecipe(*path);
     const Inspector inspector(recipe, FolderOf(*path));
     std::cout << *path << ": " << recipe.steps.size() << " steps, " << recipe.measurements.size()
               << " measurements\n";
   });
 
-  command->add_subcommand("schema", "Print the JSON Schema of recipes")->callback([] {
+  command.Add("schema", "Print the JSON Schema of recipes").Runs([] {
     std::cout << RecipeSchema().dump(2) << '\n';
   });
-  command->add_subcommand("operations", "Print the operations and their arguments (Markdown)")
-      ->callback([] { std::cout << OperationsInMarkdown(); });
+  command.Add("operations", "Print the operations and their arguments (Markdown)").Runs([] {
+    std::cout << OperationsInMarkdown();
+  });
 }
 
-void AddRecipes(CLI::App& app) {
+void AddRecipes(Command app) {
   AddRun(app);
   AddRecipe(app);
 }

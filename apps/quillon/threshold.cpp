@@ -15,28 +15,28 @@ constexpr Operation kOperations[] = {
     {"IxOtsuThreshold", "otsu IN OUT", "white above the level that separates dark and bright best"},
 };
 
-void AddThresholds(CLI::App& app) {
+void AddThresholds(Command app) {
   struct Options {
     std::string in, out;
     int above = 0;
     std::vector<int> between;
   };
   auto options = std::make_shared<Options>();
-  const auto addFiles = [&](CLI::App* command) {
-    AddPictureToRead(*command, "IN", options->in);
-    AddPictureToWrite(*command, "OUT", options->out);
+  const auto addFiles = [&](Command command) {
+    AddPictureToRead(command, "IN", options->in);
+    AddPictureToWrite(command, "OUT", options->out);
     return command;
   };
 
-  CLI::App* fixed = addFiles(
-      app.add_subcommand("threshold", "White where the grey value is above a level or in a band"));
-  auto* rule = fixed->add_option_group("rule")->require_option(1);
-  rule->add_option("--above", options->above, "white above this level")->check(CLI::Range(0, 255));
-  rule->add_option("--between", options->between, "white strictly between LOW and HIGH")
-      ->expected(2)
-      ->type_name("LOW HIGH")
-      ->check(CLI::Range(0, 255));
-  fixed->callback([options] {
+  const Command fixed =
+      addFiles(app.Add("threshold", "White where the grey value is above a level or in a band"));
+  const Command rule = fixed.AddChoice("rule");
+  rule.AddOption("--above", options->above, "white above this level").Within(0, 255);
+  rule.AddOption("--between", options->between, "white strictly between LOW and HIGH")
+      .Values(2)
+      .ShownAs("LOW HIGH")
+      .Within(0, 255);
+  fixed.Runs([options] {
     GreyImage image;
     ReadImage(options->in, image);
     if (options->between.empty()) {
@@ -47,9 +47,9 @@ void AddThresholds(CLI::App& app) {
     WriteImage(options->out, image);
   });
 
-  CLI::App* otsu = addFiles(
-      app.add_subcommand("otsu", "White above the level that separates dark from bright best"));
-  otsu->callback([options] {
+  const Command otsu =
+      addFiles(app.Add("otsu", "White above the level that separates dark from bright best"));
+  otsu.Runs([options] {
     GreyImage image;
     ReadImage(options->in, image);
     IxOtsuThreshold(&image);

@@ -40,31 +40,29 @@ void Rotate(const Options& options) {
   WriteImage(options.out, image);
 }
 
-void AddTransforms(CLI::App& app) {
+void AddTransforms(Command app) {
   auto options = std::make_shared<Options>();
-  CLI::App* command = app.add_subcommand("transform", "Scale, translate or rotate a picture");
-  command->require_subcommand(1);
+  const Command command = app.Add("transform", "Scale, translate or rotate a picture");
+  command.NeedsSubcommand();
   const auto add = [&](const char* name, const char* summary, void (*run)(const Options&)) {
-    CLI::App* named = command->add_subcommand(name, summary);
-    AddPictureToRead(*named, "IN", options->in);
-    AddPictureToWrite(*named, "OUT", options->out);
-    named->callback([run, options] { run(*options); });
+    const Command named = command.Add(name, summary);
+    AddPictureToRead(named, "IN", options->in);
+    AddPictureToWrite(named, "OUT", options->out);
+    named.Runs([run, options] { run(*options); });
     return named;
   };
-  // Not every number that parses is one that a picture can be turned by.
-  const auto finite = CLI::Range(-1e9, 1e9, "NUMBER");
 
-  CLI::App* scale = add("scale", "Another size, by the nearest pixel", Scale);
-  scale->add_option("--x", options->scaleX, "factor of the width (1)")->check(CLI::PositiveNumber);
-  scale->add_option("--y", options->scaleY, "factor of the height (1)")->check(CLI::PositiveNumber);
+  const Command scale = add("scale", "Another size, by the nearest pixel", Scale);
+  scale.AddOption("--x", options->scaleX, "factor of the width (1)").Positive();
+  scale.AddOption("--y", options->scaleY, "factor of the height (1)").Positive();
 
-  CLI::App* translate = add("translate", "Move by whole pixels; black comes after", Translate);
-  translate->add_option("--dx", options->dx, "pixels to the right (0)");
-  translate->add_option("--dy", options->dy, "pixels down (0)");
+  const Command translate = add("translate", "Move by whole pixels; black comes after", Translate);
+  translate.AddOption("--dx", options->dx, "pixels to the right (0)");
+  translate.AddOption("--dy", options->dy, "pixels down (0)");
 
-  CLI::App* rotate = add("rotate", "Turn about the centre; black comes after", Rotate);
-  rotate->add_option("--angle", options->angle, "degrees, clockwise")->required()->check(finite);
-  rotate->add_flag("--bilinear", options->bilinear, "blend the four nearest pixels");
+  const Command rotate = add("rotate", "Turn about the centre; black comes after", Rotate);
+  rotate.AddOption("--angle", options->angle, "degrees, clockwise").Required().Finite();
+  rotate.AddFlag("--bilinear", options->bilinear, "blend the four nearest pixels");
 }
 
 constexpr Operation kOperations[] = {

@@ -102,32 +102,30 @@ void Apply(const Correction& files) {
   WriteBeforeAfter(files.report, "Lens correction of " + files.in, image, corrected, findings);
 }
 
-void AddUndistort(CLI::App& app) {
-  CLI::App* undistort = app.add_subcommand("undistort", "Take the bend of a lens out of pictures");
-  undistort->require_subcommand(1);
+void AddUndistort(Command app) {
+  const Command undistort = app.Add("undistort", "Take the bend of a lens out of pictures");
+  undistort.NeedsSubcommand();
   auto options = std::make_shared<Options>();
 
-  CLI::App* build =
-      undistort->add_subcommand("build", "Fit the bend to the points of a square grid");
+  const Command build = undistort.Add("build", "Fit the bend to the points of a square grid");
   build
-      ->add_option("POINTS", options->points,
-                   "lines x,y: an odd number of points a side, row by row from the top left")
-      ->required();
-  build->add_option("PARAMS", options->parameters, "parameter file to write")->required();
+      .AddOption("POINTS", options->points,
+                 "lines x,y: an odd number of points a side, row by row from the top left")
+      .Required();
+  build.AddOption("PARAMS", options->parameters, "parameter file to write").Required();
   build
-      ->add_option(
-          "--step", options->step,
-          "pixels from point to point in corrected pictures: one number, or across and down")
-      ->required()
-      ->expected(1, 2)
-      ->type_name("PIXELS")
-      ->check(CLI::Range(1.0, 10000.0));
-  build->callback([options] { Build(*options); });
+      .AddOption("--step", options->step,
+                 "pixels from point to point in corrected pictures: one number, or across and down")
+      .Required()
+      .Values(1, 2)
+      .ShownAs("PIXELS")
+      .Within(1.0, 10000.0);
+  build.Runs([options] { Build(*options); });
 
-  CLI::App* apply = undistort->add_subcommand(
-      "apply", "Correct a picture; what lies outside the grid becomes black");
-  AddCorrectionArguments(*apply, options->correction);
-  apply->callback([options] { Apply(options->correction); });
+  const Command apply =
+      undistort.Add("apply", "Correct a picture; what lies outside the grid becomes black");
+  AddCorrectionArguments(apply, options->correction);
+  apply.Runs([options] { Apply(options->correction); });
 }
 
 }  // namespace
