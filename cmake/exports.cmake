@@ -31,7 +31,10 @@ function(quillon_export_names target def)
   quillon_second_names(${target} ${def})
   set(script ${CMAKE_CURRENT_BINARY_DIR}/${target}.map)
   file(WRITE ${script} "{\n  global:\n${names}  local: *;\n};\n")
-  target_link_options(${target} PRIVATE "LINKER:--version-script=${script}" LINKER:--no-undefined)
+  target_link_options(${target} PRIVATE "LINKER:--version-script=${script}")
+  if(NOT QUILLON_SANITIZE)  # clang's sanitizers are in the host
+    target_link_options(${target} PRIVATE LINKER:--no-undefined)
+  endif()
 endfunction()
 
 # Makes quillon.lib, by which Microsoft's linker and lld find the names of the DLL; MinGW's linker has

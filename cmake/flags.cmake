@@ -20,12 +20,20 @@ function(quillon_flags target)
     target_link_options(${target} PRIVATE -static)
   endif()
   if(QUILLON_SANITIZE)
+    target_compile_definitions(${target} PRIVATE QUILLON_SANITIZED)
     target_compile_options(${target} PRIVATE
       -fsanitize=${QUILLON_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer -g1
       # The instrumented code confuses this warning.
       $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
     target_link_options(${target} PRIVATE -fsanitize=${QUILLON_SANITIZE})
   endif()
+endfunction()
+
+# Headers that most files of a target begin with, compiled once.
+function(quillon_precompile target)
+  target_precompile_headers(${target} PRIVATE ${ARGN})
+  # So that ccache can keep what is compiled behind them.
+  target_compile_options(${target} PRIVATE $<$<CXX_COMPILER_ID:GNU>:-fpch-preprocess>)
 endfunction()
 
 # What the library adds: nothing that can throw, nothing visible that is not asked for.

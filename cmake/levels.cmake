@@ -1,5 +1,5 @@
 # The instruction-set levels: each kernel file is compiled once per level. Only these files get level
-# flags; tests/check_kernel_symbols holds that none of their code can be called by a lower level.
+# flags; scripts/check-kernels holds that none of their code can be called by a lower level.
 set(QUILLON_LEVELS sse2 avx2 avx512)
 set(quillon_flags_sse2 -msse2)
 set(quillon_flags_avx2 -mavx2 -mbmi -mbmi2 -mpopcnt)

@@ -22,6 +22,7 @@ class Sweep {
     const int width = ReducedSize(search_.image.width, level_);
     const int height = ReducedSize(search_.image.height, level_);
     const NccLevel& pattern = search_.tool.levels[level_];
+    maker_.FitInto(width, height);
     return patch_.Cut(search_.kernels, search_.image, level_, {0, 0, width, height}) &&
            list_.Open(capacity, width, height, std::min(pattern.centreX, pattern.centreY));
   }

@@ -23,6 +23,8 @@ constexpr int kOne = 1 << kFraction;
 
 int ToFixed(double value) { return static_cast<int>(std::lround(value * kOne)); }
 
+bool IsSame(double scale) { return std::abs(scale - 1) <= 0.001; }
+
 // Bilinear, between pixel centres; at the edge the outermost pixel.
 uint8_t Sample(const uint8_t* plane, int width, int height, int u, int v) {
   const int x = std::clamp(u - kOne / 2, 0, (width - 1) * kOne);
@@ -40,20 +42,30 @@ uint8_t Sample(const uint8_t* plane, int width, int height, int u, int v) {
 
 }  // namespace
 
-bool VariantMaker::Reserve(int width, int height, Picture& picture) const {
-  picture.width = width;
-  picture.height = height;
-  return Grow(static_cast<size_t>(width) * height * (level_.planes + 1), picture.pixels);
+VariantMaker::Size VariantMaker::ScaledSize(double scale) const {
+  if (IsSame(scale)) return {level_.width, level_.height};
+  return {static_cast<int>(level_.width * scale), static_cast<int>(level_.height * scale)};
+}
+
+VariantMaker::Size VariantMaker::TurnedSize(Size size, double c, double s) {
+  constexpr double kRounding = 1e-6;  // a quarter turn needs no extra column
+  const auto box = [](double side) { return static_cast<int>(std::ceil(side - kRounding)); };
+  return {box(std::abs(size.width * c) + std::abs(size.height * s)),
+          box(std::abs(size.width * s) + std::abs(size.height * c))};
+}
+
+bool VariantMaker::Reserve(Size size, Picture& picture) const {
+  picture.width = size.width;
+  picture.height = size.height;
+  return Grow(static_cast<size_t>(size.width) * size.height * (level_.planes + 1), picture.pixels);
 }
 
 bool VariantMaker::Scale(double scale) {
   if (scale_ == scale) return true;
   scale_ = 0;
-  const bool same = std::abs(scale - 1) <= 0.001;
-  const int width = same ? level_.width : static_cast<int>(level_.width * scale);
-  const int height = same ? level_.height : static_cast<int>(level_.height * scale);
-  if (!Reserve(width, height, scaled_)) return false;
-  const double step = same ? 1.0 : 1 / scale;
+  if (!Reserve(ScaledSize(scale), scaled_)) return false;
+  const int width = scaled_.width, height = scaled_.height;
+  const double step = IsSame(scale) ? 1.0 : 1 / scale;
   // trunc(i / scale + 1/2 + offset), the offset keeping centre on centre.
   const auto source = [&](int i, int size, int full) {
     const double offset = (0.5 - size * 0.5) * step + full * 0.5 - 0.5;
@@ -77,13 +89,7 @@ bool VariantMaker::Scale(double scale) {
 
 bool VariantMaker::Turn(double c, double s) {
   const int width = scaled_.width, height = scaled_.height, planes = level_.planes;
-  const double boxWidth = std::abs(width * c) + std::abs(height * s);
-  const double boxHeight = std::abs(width * s) + std::abs(height * c);
-  constexpr double kRounding = 1e-6;  // a quarter turn needs no extra column
-  if (!Reserve(static_cast<int>(std::ceil(boxWidth - kRounding)),
-               static_cast<int>(std::ceil(boxHeight - kRounding)), turned_)) {
-    return false;
-  }
+  if (!Reserve(TurnedSize({width, height}, c, s), turned_)) return false;
   std::memset(turned_.pixels.data(), 0,
               static_cast<size_t>(planes + 1) * turned_.width * turned_.height);
   uint8_t* care = turned_.Plane(planes);
@@ -168,12 +174,14 @@ bool VariantMaker::Make(double scale, double degrees, Variant& variant) {
   if (!(side <= kMaxPatternSide) || level_.width * scale < 1 || level_.height * scale < 1) {
     return true;
   }
-  if (!Scale(scale)) return false;
-  variant.halfWidth = scaled_.width * 0.5;
-  variant.halfHeight = scaled_.height * 0.5;
   variant.turned = degrees != 0;
   variant.cosine = variant.turned ? std::cos(degrees * kRadians) : 1.0;
   variant.sine = variant.turned ? std::sin(degrees * kRadians) : 0.0;
+  const Size size = TurnedSize(ScaledSize(scale), variant.cosine, variant.sine);
+  if (size.width > most_.width || size.height > most_.height) return true;
+  if (!Scale(scale)) return false;
+  variant.halfWidth = scaled_.width * 0.5;
+  variant.halfHeight = scaled_.height * 0.5;
   if (!variant.turned) return Pack(scaled_, variant);
   return Turn(variant.cosine, variant.sine) && Pack(turned_, variant);
 }

@@ -39,6 +39,9 @@ class VariantMaker {
   VariantMaker(const Kernels& kernels, const NccLevel& level, const NccMask* mask)
       : kernels_(kernels), level_(level), mask_(mask) {}
 
+  // Variants that are larger than the picture searched are not drawn: they are empty.
+  void FitInto(int width, int height) { most_ = {width, height}; }
+
   // Scaling takes the nearest pixel, turning interpolates; only pixels that come from inside the
   // template and its mask take part. Positive degrees turn clockwise as displayed; 0 is not turned.
   // False when memory is short. A variant that is flat or empty has count 0.
@@ -53,7 +56,13 @@ class VariantMaker {
     }
   };
 
-  bool Reserve(int width, int height, Picture& picture) const;
+  struct Size {
+    int width, height;
+  };
+
+  Size ScaledSize(double scale) const;
+  static Size TurnedSize(Size size, double c, double s);
+  bool Reserve(Size size, Picture& picture) const;
   bool Scale(double scale);
   bool Turn(double c, double s);
   bool Pack(Picture& picture, Variant& variant) const;
@@ -61,6 +70,7 @@ class VariantMaker {
   const Kernels& kernels_;
   const NccLevel& level_;
   const NccMask* mask_;
+  Size most_ = {kMaxPatternSide, kMaxPatternSide};
   double scale_ = 0;  // of scaled_
   Picture scaled_, turned_;
 };

@@ -238,7 +238,8 @@ std::string Case::ProblemOfImages(bool mayWrite) const {
     const std::string place = "image " + std::to_string(watched.parameter);
     if (!IsWhole(*watched.image)) return place + " is in pieces";
     if (!watched.isRead && mayWrite) continue;
-    if (memcmp(watched.image, watched.object.data(), watched.object.size()) != 0) {
+    if (memcmp(static_cast<const void*>(watched.image), watched.object.data(),
+               watched.object.size()) != 0) {
       return place + " is another object";
     }
     if (!watched.store.empty() &&

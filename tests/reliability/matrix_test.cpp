@@ -13,7 +13,7 @@
 namespace quillon::test {
 namespace {
 
-#if defined(_WIN32) || defined(__SANITIZE_ADDRESS__)
+#if defined(_WIN32) || defined(QUILLON_SANITIZED)
 constexpr size_t kFullProduct = 400;  // objects cost tens of microseconds each there
 #else
 constexpr size_t kFullProduct = 6000;

@@ -8,7 +8,7 @@
 #else
 #include <malloc.h>
 #endif
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#if defined(QUILLON_SANITIZED)
 extern "C" size_t __sanitizer_get_current_allocated_bytes();
 #endif
 
@@ -32,13 +32,13 @@ inline size_t MemoryInUse() {
 
 // Bytes of allocated blocks. The C library counts what its caches of small blocks hold ready, up to
 // seven blocks of each size; sanitizers count exactly.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#if defined(QUILLON_SANITIZED)
 constexpr size_t kMemoryTolerance = 0;
 #else
 constexpr size_t kMemoryTolerance = size_t{1} << 18;
 #endif
 inline size_t MemoryInUse() {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#if defined(QUILLON_SANITIZED)
   return __sanitizer_get_current_allocated_bytes();
 #else
   const struct mallinfo2 info = mallinfo2();

@@ -9,7 +9,7 @@
 namespace quillon::test {
 namespace {
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#if defined(QUILLON_SANITIZED)
 constexpr int kCalls = 10'000;
 #else
 constexpr int kCalls = 100'000;

@@ -1,6 +1,6 @@
 // What the leak checker may find: one image a call of the in-place gradients and top-hats, which
 // the header announces.
-#if defined(__SANITIZE_ADDRESS__)
+#if defined(QUILLON_SANITIZED)
 extern "C" const char* __lsan_default_suppressions();
 
 extern "C" const char* __lsan_default_suppressions() { return "leak:LeaveTemporaryImage\n"; }
