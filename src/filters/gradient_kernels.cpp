@@ -113,30 +113,46 @@ void Filter(const Strip& strip, int from, int to) {
   for (int i = 0; i < strip.rows; ++i) FilterRows<Formula, 1>(strip, i, from, to);
 }
 
-// Twice the sum of the absolute differences along the two diagonals of 2 x 2 pixels.
+// Twice the sum of the absolute differences along the two diagonals of 2 x 2 pixels. By least and
+// greatest, which more of a processor's units compute than saturating differences.
 template <class V>
 QUILLON_INLINE V RobertsCross(V pixel, V east, V south, V southEast) {
-  const V sum = AddSaturate(AbsDiff(pixel, southEast), AbsDiff(south, east));
+  const V sum = AddSaturate(Max(pixel, southEast) - Min(pixel, southEast),
+                            Max(south, east) - Min(south, east));
   return AddSaturate(sum, sum);
 }
 
-void RobertRow(const uint8_t* here, const uint8_t* below, uint8_t* out, int from, int to) {
-  const bool done = ForEachOverlappingBlock(from, to, [&](auto width, int x) {
-    Store(out + x,
-          RobertsCross(Load<uint8_t, width>(here + x), Load<uint8_t, width>(here + x + 1),
-                       Load<uint8_t, width>(below + x), Load<uint8_t, width>(below + x + 1)));
+// Rows of a strip from `first` on, N columns from x on.
+template <int N, int kRows>
+QUILLON_INLINE void RobertBlock(const Strip& strip, int first, int x) {
+  const uint8_t* row = strip.in[first + 1];
+  auto pixel = Load<uint8_t, N>(row + x), east = Load<uint8_t, N>(row + x + 1);
+  Unroll<kRows>([&](auto i) {
+    row = strip.in[first + i + 2];
+    const auto south = Load<uint8_t, N>(row + x), southEast = Load<uint8_t, N>(row + x + 1);
+    Store(strip.out[first + i] + x, RobertsCross(pixel, east, south, southEast));
+    pixel = south;
+    east = southEast;
   });
+}
+
+template <int kRows>
+QUILLON_INLINE void RobertRows(const Strip& strip, int first, int from, int to) {
+  const bool done = ForEachOverlappingBlock(
+      from, to, [&](auto width, int x) { RobertBlock<width, kRows>(strip, first, x); });
   if (done) return;
-  for (int x = from; x < to; ++x) {
-    const int sum = Abs(here[x] - below[x + 1]) + Abs(below[x] - here[x + 1]);
-    out[x] = static_cast<uint8_t>(Min(2 * sum, 255));
+  for (int i = first; i < first + kRows; ++i) {
+    const uint8_t *here = strip.in[i + 1], *below = strip.in[i + 2];
+    for (int x = from; x < to; ++x) {
+      const int sum = Abs(here[x] - below[x + 1]) + Abs(below[x] - here[x + 1]);
+      strip.out[i][x] = static_cast<uint8_t>(Min(2 * sum, 255));
+    }
   }
 }
 
 void Robert(const Strip& strip, int from, int to) {
-  for (int i = 0; i < strip.rows; ++i) {
-    RobertRow(strip.in[i + 1], strip.in[i + 2], strip.out[i], from, to);
-  }
+  if (strip.rows == kStripRows) return RobertRows<kStripRows>(strip, 0, from, to);
+  for (int i = 0; i < strip.rows; ++i) RobertRows<1>(strip, i, from, to);
 }
 
 }  // namespace
