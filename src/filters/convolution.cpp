@@ -122,7 +122,9 @@ void ConvolveBytes(const Kernels& kernels, const Walk& walk, const Weights& weig
   }
   const ByteQuotient quotient = ByteQuotientBy(divisor);
   walk.ForEachRow([&](const SourceRows& rows, int y, uint8_t* out) {
-    const ByteTerm* terms = list.On([&](int row) { return rows[y - walk.size / 2 + row]; });
+    const uint8_t* window[kLargestSize];
+    for (int row = 0; row < walk.size; ++row) window[row] = rows[y - walk.size / 2 + row];
+    const ByteTerm* terms = list.On([&](int row) { return window[row]; });
     kernels.convolution.ByteSums(terms, list.count, quotient, walk.longCount, out);
   });
 }

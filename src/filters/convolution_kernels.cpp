@@ -17,10 +17,25 @@ using Floats = F32<kQuarter>;
 
 // Row kernels are flattened: a body that is not inlined keeps its vectors in memory.
 
-// Calls body(blocks, x, slot) for kMost blocks at a time, so that weights are loaded once for them,
-// then for one; the last overlaps the one before, while its slot follows theirs.
+// Calls body(blocks, x) for columns from x on, kMost blocks at a time, so that weights are loaded
+// once for them. The last, as few as reach the end, overlap those before.
 template <int kMost, class Body>
-QUILLON_INLINE void ForEachBlocks(int count, const Body& body) {
+QUILLON_INLINE void ForEachBlocks(int x, int count, const Body& body) {
+  static_assert(kBlock <= kLeastColumns);
+  constexpr int kColumns = kMost * kBlock;
+  for (; x <= count - kColumns; x += kColumns) body(std::integral_constant<int, kMost>{}, x);
+  if (x == count) return;
+  if constexpr (kMost > 1) {
+    const bool fewer = count - x <= kColumns / 2 || count < kColumns;
+    if (fewer) return ForEachBlocks<kMost / 2>(x, count, body);
+  }
+  body(std::integral_constant<int, kMost>{}, count - kColumns);
+}
+
+// Calls body(blocks, x, slot) likewise, but for single blocks at the end; the slot of the last
+// follows those of the others.
+template <int kMost, class Body>
+QUILLON_INLINE void ForEachSlot(int count, const Body& body) {
   static_assert(kBlock <= kLeastColumns);
   int x = 0;
   for (; x <= count - kMost * kBlock; x += kMost * kBlock) {
@@ -98,7 +113,7 @@ template <bool kScaled>
   const auto quotientOf = [&](Words sum) {
     return (kScaled ? HighProduct(sum, factor) : sum) >> quotient.shift;
   };
-  ForEachBlocks<4>(count, [&](auto blocks, int x, int) {
+  ForEachBlocks<4>(0, count, [&](auto blocks, int x) {
     Words even[blocks], odd[blocks];
     for (int i = 0; i < blocks; ++i) even[i] = odd[i] = bias;
     SumBytes<blocks>(terms, termCount, x, even, odd);
@@ -153,7 +168,7 @@ QUILLON_INLINE Words ZipShortHigh(Words a, Words b) {
 }
 
 void PairPixels(const uint8_t* upper, const uint8_t* lower, int count, int16_t* pairs) {
-  ForEachBlocks<1>(count, [&](auto, int first, int) {
+  ForEachBlocks<1>(0, count, [&](auto, int first) {
     for (int x = first; x < first + kBlock; x += kLanes) {
       const Words a = LoadWidened<kLanes>(upper + x), b = LoadWidened<kLanes>(lower + x);
       Store(pairs + 2 * x, ZipLow(a, b));
@@ -166,7 +181,7 @@ void PairPixels(const uint8_t* upper, const uint8_t* lower, int count, int16_t* 
 // packing.
 [[gnu::flatten]] void PairByteSums(const ByteTerm* upper, const ByteTerm* lower, int termCount,
                                    int count, int16_t* pairs) {
-  ForEachBlocks<2>(count, [&](auto blocks, int x, int slot) {
+  ForEachSlot<2>(count, [&](auto blocks, int x, int slot) {
     Words upperEven[blocks] = {}, upperOdd[blocks] = {}, lowerEven[blocks] = {},
           lowerOdd[blocks] = {};
     SumBytes<blocks>(upper, termCount, x, upperEven, upperOdd);
@@ -294,7 +309,7 @@ template <PairQuotient::Way kWay, bool kHigh, Order kOrder>
   const PairTerms lowTerms = givenLow, highTerms = givenHigh;
   const PairQuotient quotient = given;
   uint8_t* const out[2] = {givenOut[0], givenOut[1]};
-  ForEachBlocks<1>(count, [&](auto, int x, int slot) {
+  ForEachSlot<1>(count, [&](auto, int x, int slot) {
     constexpr bool kSplit = kOrder == Order::kSplit;
     Longs low[2][4], high[2][4] = {};
     SumPairs(lowTerms, kSplit ? slot : x, low[0], low[1]);
