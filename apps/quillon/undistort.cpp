@@ -37,6 +37,10 @@ std::vector<int> ReadPoints(const std::string& path) {
   if (!file) throw Failure("cannot open '" + path + "'");
   std::vector<int> points;
   std::string line;
+  const auto refuseLine = [&](int number) {
+    throw Failure("'" + path + "' line " + std::to_string(number) + ": '" + line +
+                  "' is not a point x,y with numbers up to 32767");
+  };
   for (int number = 1; std::getline(file, line); ++number) {
     if (!line.empty() && line.back() == '\r') line.pop_back();
     if (line.empty()) continue;
@@ -51,8 +55,7 @@ std::vector<int> ReadPoints(const std::string& path) {
     }
     if (!read || at != end) {
       if (number == 1) continue;
-      throw Failure("'" + path + "' line " + std::to_string(number) + ": '" + line +
-                    "' is not a point x,y with numbers up to 32767");
+      refuseLine(number);
     }
     for (double value : pair) points.push_back(static_cast<int>(std::lround(value)));
   }
