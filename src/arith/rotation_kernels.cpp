@@ -136,12 +136,23 @@ void NearestRow(const RotatedRow& given, uint8_t* out, int first, int end) {
 
 // ---- bilinear -----------------------------------------------------------------------------------
 
+// a + (b - a) * share, rounded after each operation.
+QUILLON_INLINE double Between(double a, double b, double share) { return a + (b - a) * share; }
+
+// The same, rounded less often where that is faster.
+QUILLON_INLINE Floats Between(Floats a, Floats b, Floats share) {
+#if QUILLON_AVX512
+  const __m512 from = BitCast<__m512>(a);
+  return BitCast<Floats>(_mm512_fmadd_ps(BitCast<__m512>(b - a), BitCast<__m512>(share), from));
+#else
+  return a + (b - a) * share;
+#endif
+}
+
 // Linear interpolation of four pixels, in T.
 template <class T>
 QUILLON_INLINE T Interpolate(T nw, T ne, T sw, T se, T right, T down) {
-  const T upper = nw + (ne - nw) * right;
-  const T lower = sw + (se - sw) * right;
-  return upper + (lower - upper) * down;
+  return Between(Between(nw, ne, right), Between(sw, se, right), down);
 }
 
 uint8_t ExactPixel(const RotatedRow& row, int x) {
