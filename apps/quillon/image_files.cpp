@@ -1,5 +1,7 @@
 #include "image_files.h"
 
+#include <algorithm>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -22,6 +24,10 @@
 #define STBI_ONLY_PNM
 #define STBI_NO_STDIO
 #define STBI_MAX_DIMENSIONS 32767
+// A JPEG file may leave out tables that it uses: they are empty then, not what memory held.
+#define STBI_MALLOC(size) std::calloc(1, size)
+#define STBI_REALLOC(block, size) std::realloc(block, size)
+#define STBI_FREE(block) std::free(block)
 #include <stb/stb_image.h>
 #define STB_IMAGE_WRITE_IMPLEMENTATION
 #define STB_IMAGE_WRITE_STATIC
@@ -56,6 +62,13 @@ Decoded Decode(const std::string& path) {
   if (!stbi_info_from_memory(data, size, &image.width, &image.height, &channels)) {
     throw Failure("cannot read image '" + path + "': " + stbi_failure_reason() +
                   " (PNG, JPEG, BMP and PGM are read)");
+  }
+  if (std::min(image.width, image.height) < 1 ||
+      std::max(image.width, image.height) > STBI_MAX_DIMENSIONS) {
+    throw Failure("cannot read image '" + path + "': its size of " + std::to_string(image.width) +
+                  " x " + std::to_string(image.height) + " is not within 1 x 1 to " +
+                  std::to_string(STBI_MAX_DIMENSIONS) + " x " +
+                  std::to_string(STBI_MAX_DIMENSIONS));
   }
   image.grey = channels <= 2;
   image.pixels.reset(stbi_load_from_memory(data, size, &image.width, &image.height, &channels,
