@@ -51,12 +51,46 @@ class Work {
   const Element& element_;
 };
 
-void StoreRows(Rows& rows, GreyImage& result) {
-  for (int y = result.height - 1; y >= 0; --y) {
-    const uint8_t* row = rows.Next(result.rows[y]);
-    if (row != result.rows[y]) std::memcpy(result.rows[y], row, static_cast<size_t>(result.width));
+void StoreRows(Rows& chain, GreyImage& result) {
+  for (int left = result.height; left > 0;) {
+    uint8_t* places[Rows::kStrip];
+    const uint8_t* rows[Rows::kStrip];
+    const int most = std::min(left, Rows::kStrip);
+    for (int i = 0; i < most; ++i) places[i] = result.rows[left - 1 - i];
+    const int count = chain.Next(places, most, rows);
+    for (int i = 0; i < count; ++i) {
+      if (rows[i] != places[i]) {
+        std::memcpy(places[i], rows[i], static_cast<size_t>(result.width));
+      }
+    }
+    left -= count;
   }
 }
+
+// One row after the other of a chain that yields several at a time.
+class RowReader {
+ public:
+  RowReader(RowsPtr chain, const GreyImage& image)
+      : chain_(std::move(chain)), room_(Rows::kStrip, {0, image.width}, 0), left_(image.height) {}
+  explicit operator bool() const { return chain_ && room_; }
+  const uint8_t* Next() {
+    if (next_ == count_) {
+      uint8_t* places[Rows::kStrip];
+      for (int i = 0; i < Rows::kStrip; ++i) places[i] = room_.Row(i);
+      count_ = chain_->Next(places, std::min(left_, Rows::kStrip), rows_);
+      left_ -= count_;
+      next_ = 0;
+    }
+    return rows_[next_++];
+  }
+
+ private:
+  RowsPtr chain_;
+  RowRing room_;
+  int left_;  // that the chain has not yielded yet
+  const uint8_t* rows_[Rows::kStrip];
+  int count_ = 0, next_ = 0;
+};
 
 void ApplyOne(const Kernels& kernels, const GreyImage& source, GreyImage& result,
               const Element& element, Extreme extreme) {
@@ -181,18 +215,17 @@ void Gradient(const Kernels& kernels, GreyImage& source, GreyImage& result,
     return;
   }
   const Work work(kernels, source, element);
-  const RowsPtr lower = work.Passes(Extreme::kMinimum, true, work.Read(isInPlace));
-  const RowsPtr upper = work.Passes(Extreme::kMaximum, false, work.Read(isInPlace));
-  Buffer<uint8_t> scratch[] = {Buffer<uint8_t>(source.width), Buffer<uint8_t>(source.width)};
-  if (!lower || !upper || !scratch[0] || !scratch[1]) return;
+  RowReader lower(work.Passes(Extreme::kMinimum, true, work.Read(isInPlace)), source);
+  RowReader upper(work.Passes(Extreme::kMaximum, false, work.Read(isInPlace)), source);
+  if (!lower || !upper) return;
   if (isInPlace) {
     LeaveTemporaryImage(source);
   } else if (!Recreate(result, source)) {
     return;
   }
   ComputeShared(source, result, [&](int y) {
-    const uint8_t* low = lower->Next(scratch[0].data());
-    const uint8_t* high = upper->Next(scratch[1].data());
+    const uint8_t* low = lower.Next();
+    const uint8_t* high = upper.Next();
     kernels.morph.Subtract(high, low, result.rows[y], source.width);
   });
 }
@@ -202,18 +235,15 @@ void WhiteTopHat(const Kernels& kernels, GreyImage& source, GreyImage& result,
   if (IsTooSmall(source)) return;
   const bool isInPlace = &source == &result;
   const Work work(kernels, source, element);
-  const RowsPtr opening = work.Pair(Extreme::kMinimum, true, work.Read(isInPlace));
-  Buffer<uint8_t> scratch(source.width);
-  if (!opening || !scratch) return;
+  RowReader opening(work.Pair(Extreme::kMinimum, true, work.Read(isInPlace)), source);
+  if (!opening) return;
   if (isInPlace) {
     LeaveTemporaryImage(source);
   } else if (!Recreate(result, source)) {
     return;
   }
   ComputeShared(source, result, [&](int y) {
-    // The result's row can take what is subtracted, unless the source's row lies there.
-    const uint8_t* low = opening->Next(isInPlace ? scratch.data() : result.rows[y]);
-    kernels.morph.Subtract(source.rows[y], low, result.rows[y], source.width);
+    kernels.morph.Subtract(source.rows[y], opening.Next(), result.rows[y], source.width);
   });
 }
 
@@ -222,9 +252,8 @@ void BlackTopHat(const Kernels& kernels, const GreyImage& source, GreyImage& res
   if (IsTooSmall(source)) return;
   const bool isInPlace = &source == &result;
   const Work work(kernels, source, element);
-  const RowsPtr closing = work.Pair(Extreme::kMaximum, true, work.Read(isInPlace));
-  Buffer<uint8_t> scratch(source.width);
-  if (!closing || !scratch) return;
+  RowReader closing(work.Pair(Extreme::kMaximum, true, work.Read(isInPlace)), source);
+  if (!closing) return;
   if (isInPlace) {
     LeaveTemporaryImage(source);
     MakeLikeCopy(result);
@@ -232,8 +261,7 @@ void BlackTopHat(const Kernels& kernels, const GreyImage& source, GreyImage& res
     return;
   }
   for (int y = source.height - 1; y >= 0; --y) {
-    const uint8_t* high = closing->Next(isInPlace ? scratch.data() : result.rows[y]);
-    kernels.morph.Subtract(high, source.rows[y], result.rows[y], source.width);
+    kernels.morph.Subtract(closing.Next(), source.rows[y], result.rows[y], source.width);
   }
 }
 

@@ -20,46 +20,66 @@ struct Box {
 
 Box MakeBox(const ExtremeKernels& kernels, RowsPtr input, Columns columns, Window vertical,
             Window horizontal) {
-  const bool isThin = vertical.radius <= ThinVerticalWindow::kMaxRadius;
+  const bool isThin = vertical.radius <= ThinWindow::kMaxRadius;
+  const bool isSmall = isThin && horizontal.radius == vertical.radius;
   std::unique_ptr<WindowedRows> window;
   if (isThin) {
-    window = Make<ThinVerticalWindow>(kernels, std::move(input), columns, vertical,
-                                      HorizontalWindow::Margin(horizontal));
+    window = Make<ThinWindow>(kernels, std::move(input), columns, vertical,
+                              isSmall ? horizontal : Window{columns.count, 0, 0});
   } else {
     window = Make<VerticalWindow>(kernels, std::move(input), columns, vertical);
   }
   Box box = {nullptr, window.get()};
   box.rows = std::move(window);
-  if (horizontal.radius > 0) {
+  if (horizontal.radius > 0 && !isSmall) {
     box.rows = Make<HorizontalWindow>(kernels, std::move(box.rows), columns, horizontal.radius,
-                                      horizontal.inset, isThin);
+                                      horizontal.inset);
   }
   return box;
 }
 
-// Rows whose edge columns and top row copy what is beside them. The last row of the input takes no
-// part; it comes first.
+// Rows 1 ... H - 3 are inner ones, which a stage computes; the last two and the top row are border,
+// and the edge columns. The last row of the input takes no part; it comes first.
 class BorderedRows : public Rows {
  public:
   BorderedRows(Rows* input, int width, int height)
       : width_(width), height_(height), input_(input), kept_(width), left_(height) {}
   bool IsReady() const { return input_ && kept_; }
 
-  const uint8_t* Next(uint8_t* scratch) final {
-    if (left_ == height_) input_->Next(kept_.data());
-    const int y = --left_;
+  int Next(uint8_t* const* places, int most, const uint8_t** rows) final {
+    if (left_ == height_) input_->NextRow(kept_.data());
+    const int y = left_ - 1;
+    int count = 1;
     if (y == 0) {
-      CopyRow(scratch, kept_.data(), width_);
+      CopyRow(places[0], kept_.data(), width_);
+    } else if (y >= height_ - 2) {
+      ComputeBottom(y, places[0]);
     } else {
-      Compute(y, scratch);
-      if (y == 1) CopyRow(kept_.data(), scratch, width_);
+      count = ComputeInner(y, places, std::min(most, y));
     }
-    return scratch;
+    left_ -= count;
+    if (left_ == 1) CopyRow(kept_.data(), places[count - 1], width_);
+    std::copy_n(places, count, rows);
+    return count;
   }
 
  protected:
-  // Rows H - 1 ... 1 in turn.
-  virtual void Compute(int y, uint8_t* out) = 0;
+  // Row H - 1, then row H - 2.
+  virtual void ComputeBottom(int y, uint8_t* out) = 0;
+  // Row y and rows above it, of H - 3 ... 1 in turn; returns how many.
+  virtual int ComputeInner(int y, uint8_t* const* out, int most) = 0;
+
+  // The next rows of a stage that leaves out `edge` columns on both sides.
+  int TakeInner(Rows& inner, int edge, uint8_t* const* out, int most) const {
+    uint8_t* places[kStrip];
+    const uint8_t* rows[kStrip];
+    for (int i = 0; i < std::min(most, kStrip); ++i) places[i] = out[i] + edge;
+    const int count = inner.Next(places, most, rows);
+    for (int i = 0; i < count; ++i) {
+      if (rows[i] != places[i]) CopyRow(places[i], rows[i], width_ - 2 * edge);
+    }
+    return count;
+  }
 
   void CopyEdges(uint8_t* row) const {
     row[0] = row[1];
@@ -86,18 +106,26 @@ class WideRows final : public Rows {
         window_(Make<HorizontalWindow>(kernels, std::move(input), Columns{0, width}, radius, 1)) {}
   bool IsReady() const { return static_cast<bool>(window_); }
 
-  const uint8_t* Next(uint8_t* scratch) override {
+  int Next(uint8_t* const* places, int most, const uint8_t** rows) override {
     if (isFirst_) {
       isFirst_ = false;
-      const uint8_t* last = input_->Next(scratch);
-      if (!isFresh_) return last;
-      std::memset(scratch, 0, static_cast<size_t>(width_));
-      return scratch;
+      rows[0] = input_->NextRow(places[0]);
+      if (isFresh_) {
+        std::memset(places[0], 0, static_cast<size_t>(width_));
+        rows[0] = places[0];
+      }
+      return 1;
     }
-    window_->Next(scratch + 1);
-    scratch[0] = scratch[1];
-    scratch[width_ - 1] = scratch[width_ - 2];
-    return scratch;
+    uint8_t* inner[kStrip];
+    for (int i = 0; i < std::min(most, kStrip); ++i) inner[i] = places[i] + 1;
+    const int count = window_->Next(inner, most, rows);
+    for (int i = 0; i < count; ++i) {
+      uint8_t* row = places[i];
+      row[0] = row[1];
+      row[width_ - 1] = row[width_ - 2];
+      rows[i] = row;
+    }
+    return count;
   }
 
  private:
@@ -113,7 +141,10 @@ class FirstInputRows final : public Rows {
  public:
   explicit FirstInputRows(WindowedRows* window) : window_(window) {}
   bool IsReady() const { return window_; }
-  const uint8_t* Next(uint8_t*) override { return window_->FirstInput(); }
+  int Next(uint8_t* const*, int, const uint8_t** rows) override {
+    rows[0] = window_->FirstInput();
+    return 1;
+  }
 
  private:
   WindowedRows* window_;
@@ -137,11 +168,15 @@ class RectangleRows final : public BorderedRows {
   bool IsReady() const { return BorderedRows::IsReady() && inner_ && bottom_; }
 
  private:
-  void Compute(int y, uint8_t* out) override {
-    uint8_t* to = out + edge_;
-    const uint8_t* row = y < height_ - 2 ? inner_->Next(to) : bottom_->Next(to);
-    if (row != to) CopyRow(to, row, width_ - 2 * edge_);
+  void ComputeBottom(int, uint8_t* out) override {
+    TakeInner(*bottom_, edge_, &out, 1);
     if (edge_ > 0) CopyEdges(out);
+  }
+
+  int ComputeInner(int, uint8_t* const* out, int most) override {
+    const int count = TakeInner(*inner_, edge_, out, most);
+    for (int i = 0; edge_ > 0 && i < count; ++i) CopyEdges(out[i]);
+    return count;
   }
 
   const int edge_;  // columns on each side that copy their neighbour
@@ -170,7 +205,10 @@ class KeptRow final : public Rows {
  public:
   explicit KeptRow(const uint8_t* row) : row_(row) {}
   bool IsReady() const { return true; }
-  const uint8_t* Next(uint8_t*) override { return row_; }
+  int Next(uint8_t* const*, int, const uint8_t** rows) override {
+    rows[0] = row_;
+    return 1;
+  }
 
  private:
   const uint8_t* row_;
@@ -186,9 +224,7 @@ class StarRows final : public BorderedRows {
         passes_(passes),
         isFresh_(isFresh),
         bottomSource_(width) {
-    auto cross = Make<Cross>(kernels, std::move(input), width);
-    cross_ = cross.get();
-    GrowInner(std::move(cross), {1, width - 2}, height - 3);
+    GrowInner(std::move(input));
     // The last row copies the one above before a square at the end widens that.
     const bool endsWithSquare = passes.squares == passes.crosses;
     bottom_[0] = WidenedBottom(passes.squares);
@@ -199,24 +235,35 @@ class StarRows final : public BorderedRows {
   }
 
  private:
-  // What follows the first cross, on the pixels that are not border.
-  void GrowInner(std::unique_ptr<Cross> cross, Columns columns, int height) {
+  // The pixels that are not border. Crosses that squares fill up need not begin with one.
+  void GrowInner(RowsPtr input) {
+    const Columns columns = {1, width_ - 2};
+    const int height = height_ - 3, crosses = passes_.crosses, squares = passes_.squares;
+    std::unique_ptr<WindowedRows> first;
     int radius = 1;
-    const int steps = std::min(passes_.crosses - 1, DiagonalGrowth::kMaxSteps);
-    if (height > 0 && steps >= DiagonalGrowth::kMinSteps) {
-      inner_ = Make<DiagonalGrowth>(kernels_, std::move(cross), columns, height, steps);
-      radius += steps;
+    if (squares > 0 && columns.count > 1 && crosses >= DiagonalWindows::kMinSteps &&
+        crosses <= DiagonalWindows::kMaxSteps) {
+      first = Make<DiagonalWindows>(kernels_, std::move(input), Columns{0, width_}, height_ - 1,
+                                    crosses, 1);
+      radius = crosses;
     } else {
-      inner_ = std::move(cross);
+      first = Make<Cross>(kernels_, std::move(input), width_, height_ - 1);
     }
+    first_ = first.get();
+    inner_ = std::move(first);
     if (height == 0) return;
-    while (radius < passes_.crosses) {
-      const int step = std::min(radius, passes_.crosses - radius);
+    const int steps = std::min(crosses - radius, DiagonalWindows::kMaxSteps);
+    if (steps >= DiagonalWindows::kMinSteps) {
+      inner_ = Make<DiagonalWindows>(kernels_, std::move(inner_), columns, height, steps, 0);
+      radius += steps;
+    }
+    while (radius < crosses) {
+      // The smaller of the last two first: its rows come four at a time.
+      const int left = crosses - radius, step = std::min(radius, left > radius ? left / 2 : left);
       inner_ = Make<DiamondGrowth>(kernels_, std::move(inner_), columns, height, step);
       radius += step;
     }
-    if (passes_.squares == 0) return;
-    const int squares = passes_.squares;
+    if (squares == 0) return;
     inner_ = MakeBox(kernels_, std::move(inner_), columns, {height, std::min(squares, height), 0},
                      {columns.count, std::min(squares, columns.count), 0})
                  .rows;
@@ -230,25 +277,25 @@ class StarRows final : public BorderedRows {
                                   std::min(squares, width_), 1);
   }
 
-  void Compute(int y, uint8_t* out) override {
-    const int fromBottom = height_ - 2 - y;
-    if (fromBottom < 0) CopyRow(bottomSource_.data(), cross_->FirstInput(), width_);
-    if (fromBottom <= 0) {
-      ComputeBottom(bottom_[-fromBottom].get(), out);
-    } else {
-      const uint8_t* row = inner_->Next(out + 1);
-      if (row != out + 1) CopyRow(out + 1, row, width_ - 2);
-      if (isFresh_ && IsReachedByZero(fromBottom)) SetZero(out);
-      if (!isFresh_ && passes_.squares > 0) SpreadCorners(fromBottom, out);
-      CopyEdges(out);
-    }
-  }
-
-  void ComputeBottom(Rows* widened, uint8_t* out) const {
+  void ComputeBottom(int y, uint8_t* out) override {
+    const bool isLast = y == height_ - 1;
+    if (isLast) CopyRow(bottomSource_.data(), first_->FirstInput(), width_);
     if (isFresh_) return SetZero(out);
-    const uint8_t* row = widened->Next(out + 1);
+    Rows& widened = *bottom_[isLast ? 1 : 0];
+    const uint8_t* row = widened.NextRow(out + 1);
     if (row == out + 1) return CopyEdges(out);
     CopyRow(out, row, width_);
+  }
+
+  int ComputeInner(int y, uint8_t* const* out, int most) override {
+    const int count = TakeInner(*inner_, 1, out, most);
+    for (int i = 0; i < count; ++i) {
+      const int fromBottom = height_ - 2 - y + i;
+      if (isFresh_ && IsReachedByZero(fromBottom)) SetZero(out[i]);
+      if (!isFresh_ && passes_.squares > 0) SpreadCorners(fromBottom, out[i]);
+      CopyEdges(out[i]);
+    }
+    return count;
   }
 
   void SetZero(uint8_t* row) const { std::memset(row, 0, static_cast<size_t>(width_)); }
@@ -279,7 +326,7 @@ class StarRows final : public BorderedRows {
   const Passes passes_;
   const bool isFresh_;
   Buffer<uint8_t> bottomSource_;
-  WindowedRows* cross_ = nullptr;  // owned by inner_ or a stage before it
+  WindowedRows* first_ = nullptr;  // owned by inner_ or a stage before it
   RowsPtr inner_;
   RowsPtr bottom_[2];
 };

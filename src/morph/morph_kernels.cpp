@@ -23,6 +23,12 @@ struct Minimum {
   }
 };
 
+// body(value) with a constant: `value` is one of these.
+template <int... kValue, class Body>
+QUILLON_INLINE void WithConstant(int value, Body&& body) {
+  ((value == kValue ? body(Width<kValue>{}) : void()), ...);
+}
+
 // Covers [0, count) with blocks that write to `out`. The first is followed by those at aligned
 // addresses, for a store across two cache lines costs as much as several, and the last reaches
 // back: so rows of 16 pixels or more need no tail. For bodies that may run twice on the same
@@ -77,41 +83,48 @@ void OfTerms(const uint8_t* const* from, uint8_t* out, int count) {
 
 template <class Extreme>
 void OfRows(const uint8_t* const* from, int terms, uint8_t* out, int count) {
-  switch (terms) {
-    case 2:
-      return OfTerms<Extreme, 2>(from, out, count);
-    case 3:
-      return OfTerms<Extreme, 3>(from, out, count);
-    case 4:
-      return OfTerms<Extreme, 4>(from, out, count);
-    case 5:
-      return OfTerms<Extreme, 5>(from, out, count);
-    case 6:
-      return OfTerms<Extreme, 6>(from, out, count);
-    case 7:
-      return OfTerms<Extreme, 7>(from, out, count);
-  }
+  WithConstant<2, 3, 4, 5, 6, 7>(terms, [&](auto n) { OfTerms<Extreme, n>(from, out, count); });
 }
 
-// Lanes kShift, kShift + 1 ... of `low`, then the first ones of `high`; kShift is 1 ... 15.
+#if QUILLON_AVX512
+template <int kShift, class V, int... kLane>
+QUILLON_INLINE V ShuffleFrom(V low, V high, std::integer_sequence<int, kLane...>) {
+  return __builtin_shufflevector(low, high, (kShift + kLane)...);
+}
+#endif
+
+// Lanes kShift, kShift + 1 ... of `low`, then the first ones of `high`. kShift is 1 ... sizeof(V).
 template <int kShift, class V>
 QUILLON_INLINE V LanesFrom(V low, V high) {
-  if constexpr (sizeof(V) == 16) {
+  if constexpr (kShift == sizeof(V)) {
+    return high;
+  } else if constexpr (sizeof(V) == 16) {
     return BitCast<V>(_mm_srli_si128(BitCast<__m128i>(low), kShift) |
                       _mm_slli_si128(BitCast<__m128i>(high), 16 - kShift));
-#if QUILLON_AVX2
-  } else if constexpr (sizeof(V) == 32) {
-    const __m256i from = BitCast<__m256i>(low);
-    const __m256i next = _mm256_permute2x128_si256(from, BitCast<__m256i>(high), 0x21);
-    return BitCast<V>(_mm256_alignr_epi8(next, from, kShift));
-#endif
 #if QUILLON_AVX512
-  } else {
-    const __m512i from = BitCast<__m512i>(low);
-    const __m512i next = _mm512_maskz_alignr_epi64(0xFF, BitCast<__m512i>(high), from, 2);
-    return BitCast<V>(_mm512_alignr_epi8(next, from, kShift));
-#endif
+  } else {  // one instruction
+    return ShuffleFrom<kShift>(low, high, std::make_integer_sequence<int, sizeof(V)>{});
   }
+#elif QUILLON_AVX2
+  } else {
+    const __m256i from = BitCast<__m256i>(low), to = BitCast<__m256i>(high);
+    const __m256i next = _mm256_permute2x128_si256(from, to, 0x21);
+    if constexpr (kShift < 16) return BitCast<V>(_mm256_alignr_epi8(next, from, kShift));
+    return BitCast<V>(_mm256_alignr_epi8(to, next, kShift % 16));
+  }
+#else
+  }
+#endif
+}
+
+template <int kLane, class V, int... i>
+QUILLON_INLINE V SplatLane(V v, std::integer_sequence<int, i...>) {
+  return __builtin_shufflevector(v, v, (kLane + 0 * i)...);
+}
+// One lane in all.
+template <int kLane, class V>
+QUILLON_INLINE V SplatLane(V v) {
+  return SplatLane<kLane>(v, std::make_integer_sequence<int, sizeof(V)>{});
 }
 
 // Extremes of runs, a block after the one to its right. Each step joins the extremes of two shorter
@@ -167,16 +180,33 @@ void OfRun(const uint8_t* row, uint8_t* out, int count) {
 
 template <class Extreme>
 void OfRuns(const uint8_t* row, int run, uint8_t* out, int count) {
-  switch (run) {
-    case 5:
-      return OfRun<Extreme, 5>(row, out, count);
-    case 7:
-      return OfRun<Extreme, 7>(row, out, count);
-    case 8:
-      return OfRun<Extreme, 8>(row, out, count);
-    case 16:
-      return OfRun<Extreme, 16>(row, out, count);
+  WithConstant<5, 7, 8, 16>(run, [&](auto n) { OfRun<Extreme, n>(row, out, count); });
+}
+
+// Elements of few rows are no faster by 64 bytes: these move, compare and store as many bytes a
+// cycle in halves, of which fewer cross a line of the cache.
+constexpr int kNarrow = kVectorBytes < 32 ? kVectorBytes : 32;
+
+template <class V>
+struct Four {
+  V row[4];
+};
+
+// The blocks of four windows along columns.
+template <class Extreme, int kTerms, int N>
+QUILLON_INLINE auto FourWindows(const uint8_t* const* rows, int x) {
+  const auto load = [&](int i) { return LoadBlock<N>(rows[i] + x); };
+  // What the first two windows share, and the last two.
+  auto first = Extreme::Of(load(1), load(2));
+  auto second = Extreme::Of(load(kTerms), load(kTerms + 1));
+  if constexpr (kTerms > 3) {
+    auto all = load(3);
+    for (int i = 4; i < kTerms; ++i) all = Extreme::Of(all, load(i));
+    first = Extreme::Of(first, all);
+    second = Extreme::Of(second, all);
   }
+  return Four<decltype(first)>{Extreme::Of(first, load(0)), Extreme::Of(first, load(kTerms)),
+                               Extreme::Of(second, load(2)), Extreme::Of(second, load(kTerms + 2))};
 }
 
 template <class Extreme, int kTerms>
@@ -184,38 +214,151 @@ void FourOfTerms(const uint8_t* const* from, uint8_t* const* to, int count) {
   const uint8_t* rows[kTerms + 3];
   for (int i = 0; i < kTerms + 3; ++i) rows[i] = from[i];
   uint8_t* const out[] = {to[0], to[1], to[2], to[3]};
-  CoverWithBlocks(out[0], count, [&](auto width, int x) {
-    const auto load = [&](int i) { return LoadBlock<width>(rows[i] + x); };
-    // What the first two windows share, and the last two.
-    auto first = Extreme::Of(load(1), load(2));
-    auto second = Extreme::Of(load(kTerms), load(kTerms + 1));
-    if constexpr (kTerms > 3) {
-      auto all = load(3);
-      for (int i = 4; i < kTerms; ++i) all = Extreme::Of(all, load(i));
-      first = Extreme::Of(first, all);
-      second = Extreme::Of(second, all);
-    }
-    StoreBlock(out[0] + x, Extreme::Of(first, load(0)));
-    StoreBlock(out[1] + x, Extreme::Of(first, load(kTerms)));
-    StoreBlock(out[2] + x, Extreme::Of(second, load(2)));
-    StoreBlock(out[3] + x, Extreme::Of(second, load(kTerms + 2)));
+  CoverWithBlocks<kNarrow>(out[0], count, [&](auto width, int x) {
+    const auto windows = FourWindows<Extreme, kTerms, width>(rows, x);
+    for (int i = 0; i < 4; ++i) StoreBlock(out[i] + x, windows.row[i]);
   });
+}
+
+// Shifted by one column a row, the windows lie along columns. Where the four rows then reach
+// different columns, each has a block of its own.
+template <class Extreme, int kTerms>
+void FourOfSlantedTerms(const uint8_t* const* from, int slant, uint8_t* const* to, int count) {
+  constexpr int kEnd = 16;
+  const uint8_t* rows[kTerms + 3];
+  uint8_t* out[4];
+  for (int i = 0; i < kTerms + 3; ++i) rows[i] = from[i] + slant * i;
+  for (int i = 0; i < 4; ++i) out[i] = to[i] + slant * i;
+  const auto row = [&](int i, auto width, int x) {
+    x -= slant * i;
+    auto extreme = LoadBlock<width>(rows[i] + x);
+    for (int k = 1; k < kTerms; ++k) {
+      extreme = Extreme::Of(extreme, LoadBlock<width>(rows[i + k] + x));
+    }
+    StoreBlock(out[i] + x, extreme);
+  };
+  if (count < kEnd) {
+    for (int i = 0; i < 4; ++i) {
+      for (int x = 0; x < count; ++x) row(i, Width<1>{}, x);
+    }
+    return;
+  }
+  const int begin = slant > 0 ? 0 : 3;
+  for (const uint8_t*& each : rows) each += begin;
+  for (uint8_t*& each : out) each += begin;
+  FourOfTerms<Extreme, kTerms>(rows, out, count - 3);
+  for (int i = 0; i < 4; ++i) {
+    row(i, Width<kEnd>{}, -begin);
+    row(i, Width<kEnd>{}, count - kEnd - begin);
+  }
+}
+
+// Extremes of runs along a row, a block after the one to its right.
+template <class Extreme, int kRun, class V>
+class RunsOfBlocks {
+ public:
+  // All pixels to the right.
+  QUILLON_INLINE void Begin(V pixels) { one_ = two_ = four_ = pixels; }
+  QUILLON_INLINE V Next(V one) {
+    const V two = Extreme::Of(one, LanesFrom<1>(one, one_));
+    V run;
+    if constexpr (kRun == 3) {
+      run = Extreme::Of(two, LanesFrom<2>(one, one_));
+    } else {
+      const V four = Extreme::Of(two, LanesFrom<2>(two, two_));
+      if constexpr (kRun == 5) {
+        run = Extreme::Of(four, LanesFrom<4>(one, one_));
+      } else {
+        run = Extreme::Of(four, LanesFrom<3>(four, four_));
+        four_ = four;
+      }
+      two_ = two;
+    }
+    one_ = one;
+    return run;
+  }
+
+ private:
+  V one_, two_, four_;
+};
+
+// Windows along columns become boxes without a way through memory. The pixels at either end of a
+// row, where boxes reach over the edge, take lanes of two blocks.
+template <class Extreme, int kSize, int N>
+void FourOfBoxBlocks(const uint8_t* const* from, uint8_t* const* to, int width, int inset) {
+  using V = U8<N>;
+  constexpr int kRadius = kSize / 2;
+  const uint8_t* rows[kSize + 3];
+  for (int i = 0; i < kSize + 3; ++i) rows[i] = from[i];
+  uint8_t* out[4];  // for the column where a box begins
+  for (int i = 0; i < 4; ++i) out[i] = to[i] + kRadius - inset;
+  // N lanes of two blocks, for an inset of 0 and of 1: through memory, they would wait for it.
+  const auto storeLanes = [&](V without, V with, uint8_t* at) {
+    Store(at, inset == 0 ? without : with);
+  };
+
+  RunsOfBlocks<Extreme, kSize, V> runs[4];
+  int x = width - 2 * N;
+  const Four<V> last = FourWindows<Extreme, kSize, N>(rows, x + N);
+  const Four<V> beforeLast = FourWindows<Extreme, kSize, N>(rows, x);
+  for (int i = 0; i < 4; ++i) {
+    runs[i].Begin(SplatLane<N - 1>(last.row[i]));
+    const V high = runs[i].Next(last.row[i]);
+    const V low = runs[i].Next(beforeLast.row[i]);
+    Store(out[i] + x, low);
+    storeLanes(LanesFrom<N - kRadius>(low, high), LanesFrom<N - kRadius - 1>(low, high),
+               to[i] + width - 2 * inset - N);
+  }
+  for (x -= N; x >= 0; x -= N) {
+    const Four<V> block = FourWindows<Extreme, kSize, N>(rows, x);
+    for (int i = 0; i < 4; ++i) Store(out[i] + x, runs[i].Next(block.row[i]));
+  }
+  const Four<V> second = FourWindows<Extreme, kSize, N>(rows, N);
+  const Four<V> first = FourWindows<Extreme, kSize, N>(rows, 0);
+  for (int i = 0; i < 4; ++i) {
+    runs[i].Next(second.row[i]);
+    const V high = runs[i].Next(first.row[i]);
+    const V low = runs[i].Next(SplatLane<0>(first.row[i]));
+    Store(out[i], high);
+    storeLanes(LanesFrom<N - kRadius>(low, high), LanesFrom<N - kRadius + 1>(low, high), to[i]);
+  }
+}
+
+template <class Extreme, int kSize, int N = kNarrow>
+void FourOfBox(const uint8_t* const* from, uint8_t* const* out, int width, int inset) {
+  if (width >= 2 * N) {
+    FourOfBoxBlocks<Extreme, kSize, N>(from, out, width, inset);
+  } else if constexpr (N > 16) {
+    FourOfBox<Extreme, kSize, N / 2>(from, out, width, inset);
+  } else {
+    for (int x = inset; x < width - inset; ++x) {
+      const int first = std::max(x - kSize / 2, 0), last = std::min(x + kSize / 2, width - 1);
+      for (int i = 0; i < 4; ++i) {
+        uint8_t extreme = from[i][first];
+        for (int k = 0; k < kSize; ++k) {
+          for (int c = first; c <= last; ++c) extreme = Extreme::Of(extreme, from[i + k][c]);
+        }
+        out[i][x - inset] = extreme;
+      }
+    }
+  }
 }
 
 template <class Extreme>
 void FourOfRows(const uint8_t* const* from, int terms, uint8_t* const* out, int count) {
-  switch (terms) {
-    case 3:
-      return FourOfTerms<Extreme, 3>(from, out, count);
-    case 4:
-      return FourOfTerms<Extreme, 4>(from, out, count);
-    case 5:
-      return FourOfTerms<Extreme, 5>(from, out, count);
-    case 6:
-      return FourOfTerms<Extreme, 6>(from, out, count);
-    case 7:
-      return FourOfTerms<Extreme, 7>(from, out, count);
-  }
+  WithConstant<3, 4, 5, 6, 7>(terms, [&](auto n) { FourOfTerms<Extreme, n>(from, out, count); });
+}
+
+template <class Extreme>
+void FourOfSlants(const uint8_t* const* from, int terms, int slant, uint8_t* const* out,
+                  int count) {
+  WithConstant<3, 4, 5, 6, 7>(
+      terms, [&](auto n) { FourOfSlantedTerms<Extreme, n>(from, slant, out, count); });
+}
+
+template <class Extreme>
+void FourOfBoxes(const uint8_t* const* from, int size, uint8_t* const* out, int width, int inset) {
+  WithConstant<3, 5, 7>(size, [&](auto n) { FourOfBox<Extreme, n>(from, out, width, inset); });
 }
 
 template <class Extreme>
@@ -223,7 +366,7 @@ void FourOfCrosses(const uint8_t* const* from, uint8_t* const* to, int count) {
   const uint8_t* rows[6];
   for (int i = 0; i < 6; ++i) rows[i] = from[i] + 1;
   uint8_t* const out[] = {to[0], to[1], to[2], to[3]};
-  CoverWithBlocks(out[0], count, [&](auto width, int x) {
+  CoverWithBlocks<kNarrow>(out[0], count, [&](auto width, int x) {
     const auto load = [&](int i) { return LoadBlock<width>(rows[i] + x); };
     const auto store = [&](int i, auto along) {
       const auto beside =
@@ -341,6 +484,8 @@ template <class Extreme>
 constexpr ExtremeKernels kExtreme = {.OfRows = OfRows<Extreme>,
                                      .OfRuns = OfRuns<Extreme>,
                                      .FourOfRows = FourOfRows<Extreme>,
+                                     .FourOfSlants = FourOfSlants<Extreme>,
+                                     .FourOfBoxes = FourOfBoxes<Extreme>,
                                      .FourOfCrosses = FourOfCrosses<Extreme>,
                                      .Suffixes = Suffixes<Extreme>,
                                      .Slide = Slide<Extreme>};

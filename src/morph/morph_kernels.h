@@ -26,6 +26,17 @@ struct ExtremeKernels {
   // What they share is loaded once.
   void (*FourOfRows)(const uint8_t* const* from, int terms, uint8_t* const* out, int count);
 
+  // The same with columns that differ from row to row: out[i][x] = the extreme of from[i + k][x +
+  // slant * k] over k = 0 ... terms - 1. slant is 1 or -1.
+  void (*FourOfSlants)(const uint8_t* const* from, int terms, int slant, uint8_t* const* out,
+                       int count);
+
+  // Four rows of boxes of size x size pixels, 3, 5 or 7, over rows from[0] ... from[size + 2] of
+  // `width` pixels. Outside them the edge pixels repeat. out[i][x] is for the box around column x +
+  // inset, x = 0 ... width - 2 * inset - 1; inset is 0 or 1.
+  void (*FourOfBoxes)(const uint8_t* const* from, int size, uint8_t* const* out, int width,
+                      int inset);
+
   // Four rows of crosses over rows[0] ... rows[5]: out[i][x] = the extreme of rows[i + 1][x] ...
   // rows[i + 1][x + 2] and of what is above and below the middle one.
   void (*FourOfCrosses)(const uint8_t* const* rows, uint8_t* const* out, int count);

@@ -10,8 +10,31 @@ namespace quillon {
 namespace {
 
 void Fetch(Rows& input, uint8_t* row, int width) {
-  const uint8_t* from = input.Next(row);
+  const uint8_t* from = input.NextRow(row);
   if (from != row) std::memcpy(row, from, static_cast<size_t>(width));
+}
+
+// The next rows, at most `most`, into rows `first` and on of a ring; returns how many.
+int FetchRows(Rows& input, int most, RowRing& ring, int first, int width) {
+  uint8_t* places[Rows::kStrip];
+  const uint8_t* rows[Rows::kStrip];
+  for (int i = 0; i < Rows::kStrip; ++i) places[i] = ring.Row(first + i);
+  const int count = input.Next(places, most, rows);
+  for (int i = 0; i < count; ++i) {
+    if (rows[i] != places[i]) std::memcpy(places[i], rows[i], static_cast<size_t>(width));
+  }
+  return count;
+}
+
+// A strip of rows that compute(out) gives one by one.
+template <class Compute>
+int ComputeEach(uint8_t* const* places, int most, const uint8_t** rows, Compute&& compute) {
+  const int count = std::min(most, Rows::kStrip);
+  for (int i = 0; i < count; ++i) {
+    compute(places[i]);
+    rows[i] = places[i];
+  }
+  return count;
 }
 
 constexpr size_t kLine = 64;  // of the cache
@@ -41,24 +64,31 @@ size_t WholeLines(size_t bytes) { return (bytes + kLine - 1) / kLine * kLine; }
 
 // Column 0 of the image lies at the start of a cache line, as it does in most images, and rows an
 // odd number of lines apart: at even distances they would share a few sets of the cache.
-RowRing::RowRing(int rows, Columns columns, int margin)
+RowRing::RowRing(int rows, Columns columns, int margin, bool isSlanted)
     : mask_(std::bit_ceil(static_cast<unsigned>(rows)) - 1),
-      offset_(WholeLines(static_cast<size_t>(margin)) + static_cast<size_t>(columns.first)) {
+      slant_(isSlanted ? kLine - 1 : 0),
+      offset_(WholeLines(static_cast<size_t>(margin)) + WholeLines(slant_) +
+              static_cast<size_t>(columns.first)) {
   const size_t used = offset_ + static_cast<size_t>(columns.count) + static_cast<size_t>(margin);
   stride_ = WholeLines(used + kReadBeyond) | kLine;
   if (mask_ < PTRDIFF_MAX / stride_) store_ = Buffer<uint8_t>((mask_ + 1) * stride_);
 }
 
+int ImageRows::Next(uint8_t* const*, int most, const uint8_t** rows) {
+  const int count = std::min({most, kStrip, left_});
+  for (int i = 0; i < count; ++i) rows[i] = image_.rows[--left_];
+  return count;
+}
+
 // ---- along rows ---------------------------------------------------------------------------------
 
 HorizontalWindow::HorizontalWindow(const ExtremeKernels& kernels, RowsPtr input, Columns columns,
-                                   int radius, int inset, bool hasMargins)
+                                   int radius, int inset)
     : kernels_(kernels),
       input_(std::move(input)),
       window_{columns.count, radius, inset},
-      margin_(Margin(window_)),
-      hasMargins_(hasMargins || margin_ == 0),
-      padded_(1, columns, margin_) {
+      margin_(radius - inset),
+      padded_(kStrip, columns, margin_) {
   const size_t length = static_cast<size_t>(columns.count) + 2 * static_cast<size_t>(margin_);
   work_[0] = Buffer<uint8_t>(length);
   work_[1] = Buffer<uint8_t>(length);
@@ -96,90 +126,104 @@ void HorizontalWindow::Plan() {
   }
 }
 
-const uint8_t* HorizontalWindow::Next(uint8_t* scratch) {
-  const uint8_t* row;
-  if (hasMargins_) {
-    row = input_->Next(padded_.Row(0));
-    if (row + window_.inset == scratch) {
-      // In place: neighbours would be read after they were written.
-      std::memcpy(padded_.Row(0), row, static_cast<size_t>(window_.length));
-      row = padded_.Row(0);
-    }
-    row -= margin_;
-  } else {
-    uint8_t* padded = padded_.Row(0);
-    Fetch(*input_, padded, window_.length);
-    FillMargins(padded, window_.length, margin_);
-    row = padded - margin_;
-  }
+void HorizontalWindow::Widen(const uint8_t* row, uint8_t* out) {
   if (runCount_ > 0) {
-    uint8_t* out = stepCount_ == 0 ? scratch : work_[1].data();
-    kernels_.OfRuns(row, run_, out, runCount_);
-    row = out;
+    uint8_t* to = stepCount_ == 0 ? out : work_[1].data();
+    kernels_.OfRuns(row, run_, to, runCount_);
+    row = to;
   }
   for (int i = 0; i < stepCount_; ++i) {
     const Step& step = steps_[i];
     const uint8_t* from[kMaxTerms];
     for (int k = 0; k < step.terms; ++k) from[k] = row + step.offsets[k];
-    uint8_t* out = i == stepCount_ - 1 ? scratch : work_[i % 2].data();
-    kernels_.OfRows(from, step.terms, out, step.count);
-    row = out;
+    uint8_t* to = i == stepCount_ - 1 ? out : work_[i % 2].data();
+    kernels_.OfRows(from, step.terms, to, step.count);
+    row = to;
   }
-  return scratch;
 }
 
-// ---- along columns ------------------------------------------------------------------------------
+int HorizontalWindow::Next(uint8_t* const* places, int most, const uint8_t** rows) {
+  uint8_t* padded[kStrip];
+  for (int i = 0; i < kStrip; ++i) padded[i] = padded_.Row(i);
+  const int count = input_->Next(padded, most, rows);
+  for (int i = 0; i < count; ++i) {
+    const uint8_t* row = rows[i];
+    // In place neighbours would be read after they were written.
+    if (row != padded[i] && (margin_ > 0 || row + window_.inset == places[i])) {
+      std::memcpy(padded[i], row, static_cast<size_t>(window_.length));
+      row = padded[i];
+    }
+    if (row == padded[i]) FillMargins(padded[i], window_.length, margin_);
+    Widen(row - margin_, places[i]);
+    rows[i] = places[i];
+  }
+  return count;
+}
 
-RecentRows::RecentRows(RowsPtr input, int rows, Columns columns)
+// ---- small rectangles ---------------------------------------------------------------------------
+
+// A strip may be read ahead of the row that is asked for.
+RecentRows::RecentRows(RowsPtr input, int length, int rows, Columns columns, int margin,
+                       bool mayStay)
     : input_(std::move(input)),
-      inputStays_(input_ && input_->Stay()),
+      stay_(mayStay && input_ && input_->Stay()),
+      length_(length),
       width_(columns.count),
-      mask_(std::bit_ceil(static_cast<unsigned>(rows)) - 1),
-      ring_(inputStays_ ? 1 : rows, columns, 0),
+      slots_(rows + Rows::kStrip - 1),
+      mask_(std::bit_ceil(static_cast<unsigned>(slots_)) - 1),
+      ring_(stay_ ? 1 : slots_, columns, margin),
       rows_(mask_ + size_t{1}) {}
 
-void RecentRows::ReadUpTo(int row) {
-  for (; read_ <= row; ++read_) {
-    uint8_t* slot = ring_.Row(read_);
-    const uint8_t* from = input_->Next(slot);
-    if (!inputStays_ && from != slot) {
-      std::memcpy(slot, from, static_cast<size_t>(width_));
-      from = slot;
+void RecentRows::ReadUpTo(int last) {
+  last = std::min(last, length_ - 1);
+  while (read_ <= last) {
+    uint8_t* places[Rows::kStrip];
+    const uint8_t* rows[Rows::kStrip];
+    for (int i = 0; i < Rows::kStrip; ++i) places[i] = ring_.Row(Slot(slot_ + i));
+    const int count = input_->Next(places, std::min(Rows::kStrip, length_ - read_), rows);
+    for (int i = 0; i < count; ++i, ++read_) {
+      if (!stay_ && rows[i] != places[i]) {
+        std::memcpy(places[i], rows[i], static_cast<size_t>(width_));
+        rows[i] = places[i];
+      }
+      rows_[static_cast<unsigned>(read_) & mask_] = rows[i];
     }
-    rows_[static_cast<unsigned>(read_) & mask_] = from;
+    slot_ = Slot(slot_ + count);
   }
 }
 
-ThinVerticalWindow::ThinVerticalWindow(const ExtremeKernels& kernels, RowsPtr input,
-                                       Columns columns, Window window, int margin)
+ThinWindow::ThinWindow(const ExtremeKernels& kernels, RowsPtr input, Columns columns,
+                       Window vertical, Window horizontal)
     : kernels_(kernels),
-      width_(columns.count),
-      margin_(margin),
-      window_(window),
-      input_(std::move(input), 2 * window.radius + kStrip, columns),
-      strip_(kStrip, columns, margin) {}
+      vertical_(vertical),
+      horizontal_(horizontal),
+      input_(std::move(input), vertical.length, 2 * vertical.radius + kStrip, columns),
+      strip_(columns) {}
 
-const uint8_t* ThinVerticalWindow::Next(uint8_t*) {
-  const int first = next_ + window_.inset - window_.radius;
-  if (next_ % kStrip == 0) {
-    const int last = window_.length - 1, terms = 2 * window_.radius + 1;
-    input_.ReadUpTo(std::min(first + terms + kStrip - 2, last));
-    const uint8_t* from[2 * kMaxRadius + kStrip];
-    for (int i = 0; i < terms + kStrip - 1; ++i) {
-      from[i] = input_.Row(std::clamp(first + i, 0, last));
-    }
-    uint8_t* out[kStrip];
-    for (int i = 0; i < kStrip; ++i) out[i] = strip_.Row(i);
-    kernels_.FourOfRows(from, terms, out, width_);
-    for (uint8_t* row : out) FillMargins(row, width_, margin_);
+void ThinWindow::Compute(uint8_t* const* out) {
+  const int first = next_ + vertical_.inset - vertical_.radius;
+  const int terms = 2 * vertical_.radius + 1, count = terms + kStrip - 1;
+  input_.ReadUpTo(first + count - 1);
+  const uint8_t* from[kMaxRows];
+  for (int i = 0; i < count; ++i) from[i] = input_.Row(first + i);
+  if (horizontal_.radius == 0) {
+    kernels_.FourOfRows(from, terms, out, horizontal_.length);
+  } else {
+    kernels_.FourOfBoxes(from, terms, out, horizontal_.length, horizontal_.inset);
   }
-  return strip_.Row(next_++);
+  next_ += kStrip;
 }
 
-const uint8_t* ThinVerticalWindow::FirstInput() {
+int ThinWindow::Next(uint8_t* const* places, int most, const uint8_t** rows) {
+  return strip_.Next(places, most, rows, [&](uint8_t* const* out) { Compute(out); });
+}
+
+const uint8_t* ThinWindow::FirstInput() {
   input_.ReadUpTo(0);
   return input_.Row(0);
 }
+
+// ---- along columns ------------------------------------------------------------------------------
 
 VerticalWindow::VerticalWindow(const ExtremeKernels& kernels, RowsPtr input, Columns columns,
                                Window window)
@@ -206,20 +250,23 @@ void VerticalWindow::ReadInto(int slot) {
 
 // Result i of a block joins the extreme from row i to the block's end and that of the first i rows
 // of the next block. Those rows take the slots of the extremes that are used up.
-const uint8_t* VerticalWindow::Next(uint8_t* scratch) {
+void VerticalWindow::Compute(uint8_t* out) {
   if (phase_ == 0) {
     if (!hasRead_) ReadInto(0);
     while (slot_ < blockRows_ - 1) ReadInto(slot_ + 1);
     kernels_.Suffixes(block_.Row(0), block_.Stride(), blockRows_, width_);
-    std::memcpy(scratch, block_.Row(0), static_cast<size_t>(width_));
+    std::memcpy(out, block_.Row(0), static_cast<size_t>(width_));
   } else {
     ReadInto(phase_ - 1);
     const uint8_t* row = block_.Row(slot_);
     if (phase_ == 1) std::memcpy(prefix_.Row(0), row, static_cast<size_t>(width_));
-    kernels_.Slide(row, block_.Row(phase_), prefix_.Row(0), scratch, width_);
+    kernels_.Slide(row, block_.Row(phase_), prefix_.Row(0), out, width_);
   }
   phase_ = (phase_ + 1) % blockRows_;
-  return scratch;
+}
+
+int VerticalWindow::Next(uint8_t* const* places, int most, const uint8_t** rows) {
+  return ComputeEach(places, most, rows, [&](uint8_t* out) { Compute(out); });
 }
 
 const uint8_t* VerticalWindow::FirstInput() {
@@ -229,25 +276,22 @@ const uint8_t* VerticalWindow::FirstInput() {
 
 // ---- diamonds -----------------------------------------------------------------------------------
 
-Cross::Cross(const ExtremeKernels& kernels, RowsPtr input, int width)
-    : kernels_(kernels), width_(width), input_(std::move(input), kStrip + 2, {0, width}) {}
+Cross::Cross(const ExtremeKernels& kernels, RowsPtr input, int width, int height)
+    : kernels_(kernels),
+      width_(width),
+      input_(std::move(input), height, kStrip + 2, {0, width}),
+      strip_({1, width - 2}) {}
 
-const uint8_t* Cross::Next(uint8_t* scratch) {
-  input_.ReadUpTo(next_ + 2);
-  const uint8_t* centre = input_.Row(next_ + 1);
-  const uint8_t* from[] = {centre + 1, centre, centre + 2, input_.Row(next_) + 1,
-                           input_.Row(next_ + 2) + 1};
-  kernels_.OfRows(from, 5, scratch, width_ - 2);
-  ++next_;
-  return scratch;
-}
-
-void Cross::NextStrip(uint8_t* const* out) {
+void Cross::Compute(uint8_t* const* out) {
   input_.ReadUpTo(next_ + kStrip + 1);
   const uint8_t* rows[kStrip + 2];
   for (int i = 0; i < kStrip + 2; ++i) rows[i] = input_.Row(next_ + i);
   kernels_.FourOfCrosses(rows, out, width_ - 2);
   next_ += kStrip;
+}
+
+int Cross::Next(uint8_t* const* places, int most, const uint8_t** rows) {
+  return strip_.Next(places, most, rows, [&](uint8_t* const* out) { Compute(out); });
 }
 
 const uint8_t* Cross::FirstInput() {
@@ -261,58 +305,101 @@ int RoundUp(int value, int step) { return (value + step - 1) / step * step; }
 
 }  // namespace
 
-DiagonalGrowth::DiagonalGrowth(const ExtremeKernels& kernels, std::unique_ptr<Cross> input,
-                               Columns columns, int rows, int steps)
+DiagonalWindows::DiagonalWindows(const ExtremeKernels& kernels, RowsPtr input, Columns columns,
+                                 int rows, int steps, int border)
     : kernels_(kernels),
-      input_(std::move(input)),
       width_(columns.count),
       rows_(rows),
       steps_(steps),
-      margin_(steps + kStrip - 1),
-      ring_(RoundUp(steps, kStrip) + kStrip, columns, margin_),
-      falling_(RoundUp(steps, kStrip) + kStrip, columns, margin_),
-      strip_(RecentRows::kMaxRows + kStrip - 1, columns, kStrip - 1),
-      nextFalling_(-RoundUp(steps, kStrip)) {}
+      border_(border),
+      input_(std::move(input), rows, steps + kStrip, columns, kMargin, width_ >= 2 * kEnd),
+      left_(steps + kStrip, {0, kEnd}, kMargin),
+      right_(steps + kStrip, {0, kEnd}, kMargin),
+      falling_(RoundUp(steps, kStrip) + kStrip, columns, kMargin, true),
+      strip_({columns.first + border, columns.count - 2 * border}),
+      nextFalling_(border - RoundUp(steps, kStrip)),
+      next_(border) {
+  static_assert(kMaxSteps + kStrip <= kMargin);
+}
 
-void DiagonalGrowth::ReadStrip() {
-  const int count = std::min(kStrip, rows_ - read_);
-  uint8_t* rows[kStrip];
-  for (int i = 0; i < count; ++i) rows[i] = ring_.Row(read_ + i);
-  if (count == kStrip) {
-    input_->NextStrip(rows);
+// Row i, or its ends, with margins.
+void DiagonalWindows::Pad(int i) {
+  const uint8_t* row = input_.Row(i);
+  const bool hasCorners = border_ > 0 && (i == 0 || i == rows_ - 1);
+  const uint8_t first = row[hasCorners ? 1 : 0];
+  const uint8_t last = row[hasCorners ? width_ - 2 : width_ - 1];
+  uint8_t *left, *rightEnd;
+  if (input_.Stay()) {
+    left = left_.Row(i);
+    rightEnd = right_.Row(i) + kEnd;
+    std::memcpy(left, row, kEnd);
+    std::memcpy(rightEnd - kEnd, row + width_ - kEnd, kEnd);
   } else {
-    for (int i = 0; i < count; ++i) input_->Next(rows[i]);
+    left = input_.OwnRow(i);
+    rightEnd = left + width_;
   }
-  for (int i = 0; i < count; ++i) FillMargins(rows[i], width_, margin_);
-  read_ += count;
+  left[0] = first;
+  rightEnd[-1] = last;
+  std::memset(left - kMargin, first, kMargin);
+  std::memset(rightEnd, last, kMargin);
 }
 
-// Row r, column x: the extreme of rows r ... r + steps, columns x ... x + steps. With every row
+void DiagonalWindows::ReadUpTo(int last) {
+  input_.ReadUpTo(last);
+  for (; padded_ <= std::min(last, rows_ - 1); ++padded_) Pad(padded_);
+}
+
+// Row r, column x: the extreme of (r, x), (r + 1, x + 1) ... (r + steps, x + steps). With every row
 // shifted by one column against the one before, that is a window along columns.
-void DiagonalGrowth::ComputeFalling() {
-  const int last = rows_ - 1, first = nextFalling_;
-  while (read_ <= std::min(first + steps_ + kStrip - 1, last)) ReadStrip();
-  const uint8_t* from[kMaxSteps + kStrip];
-  for (int i = 0; i < steps_ + kStrip; ++i) {
-    from[i] = ring_.Row(std::clamp(first + i, 0, last)) + i - margin_;
+void DiagonalWindows::ComputeFalling() {
+  const int first = nextFalling_, count = steps_ + kStrip;
+  ReadUpTo(first + count - 1);
+  const uint8_t *rows[kMaxRows], *left[kMaxRows], *right[kMaxRows];
+  uint8_t* to[kStrip];
+  for (int i = 0; i < count; ++i) {
+    const int row = std::clamp(first + i, 0, rows_ - 1);
+    rows[i] = input_.Row(row) + i;
+    left[i] = left_.Row(row) + i;
+    right[i] = right_.Row(row) + kEnd - width_ + i;
   }
-  uint8_t* out[kStrip];
-  for (int i = 0; i < kStrip; ++i) out[i] = falling_.Row(first + i) + i - margin_;
-  kernels_.FourOfRows(from, steps_ + 1, out, width_ + margin_);
-  nextFalling_ += kStrip;
+  for (int i = 0; i < kStrip; ++i) to[i] = falling_.Row(first + i) + i;
+  // Columns x + i and on in row i.
+  const auto compute = [&](const uint8_t* const* lying, int x, int length) {
+    const uint8_t* from[kMaxRows];
+    uint8_t* out[kStrip];
+    for (int i = 0; i < count; ++i) from[i] = lying[i] + x;
+    for (int i = 0; i < kStrip; ++i) out[i] = to[i] + x;
+    kernels_.FourOfRows(from, steps_ + 1, out, length);
+  };
+  const int begin = border_ - steps_ - (kStrip - 1), end = width_ - border_;
+  if (!input_.Stay()) return compute(rows, begin, end - begin);
+  constexpr int kBlock = 16;
+  compute(left, begin, kBlock);
+  compute(right, end - kBlock, kBlock);
+  compute(rows, border_, end - border_ - steps_ - (kStrip - 1));
 }
 
-const uint8_t* DiagonalGrowth::Next(uint8_t*) {
-  if (next_ % kStrip == 0) {
-    while (nextFalling_ < next_ + kStrip) ComputeFalling();
-    // The same along the rising diagonals, shifted the other way.
-    const uint8_t* from[kMaxSteps + kStrip];
-    for (int i = 0; i < steps_ + kStrip; ++i) from[i] = falling_.Row(next_ - steps_ + i) - i;
-    uint8_t* out[kStrip];
-    for (int i = 0; i < kStrip; ++i) out[i] = strip_.Row(next_ + i) - i;
-    kernels_.FourOfRows(from, steps_ + 1, out, width_ + kStrip - 1);
+// The same along the rising diagonals, that end at (r, x).
+void DiagonalWindows::Compute(uint8_t* const* out) {
+  while (nextFalling_ < next_ + kStrip) {
+    ComputeFalling();
+    nextFalling_ += kStrip;
   }
-  return strip_.Row(next_++);
+  const uint8_t* from[kMaxRows];
+  for (int i = 0; i < steps_ + kStrip; ++i) from[i] = falling_.Row(next_ - steps_ + i) + border_;
+  kernels_.FourOfSlants(from, steps_ + 1, -1, out, width_ - 2 * border_);
+  next_ += kStrip;
+  // What was written just now is slow to read.
+  ReadUpTo(nextFalling_ + steps_ + kStrip - 1);
+}
+
+const uint8_t* DiagonalWindows::FirstInput() {
+  input_.ReadUpTo(0);
+  return input_.Row(0);
+}
+
+int DiagonalWindows::Next(uint8_t* const* places, int most, const uint8_t** rows) {
+  return strip_.Next(places, most, rows, [&](uint8_t* const* out) { Compute(out); });
 }
 
 DiamondGrowth::DiamondGrowth(const ExtremeKernels& kernels, RowsPtr input, Columns columns,
@@ -323,22 +410,29 @@ DiamondGrowth::DiamondGrowth(const ExtremeKernels& kernels, RowsPtr input, Colum
       rows_(rows),
       step_(step),
       margin_(std::min(step, columns.count)),
-      ring_(static_cast<int>(std::min<int64_t>(2 * int64_t{step} + 1, rows)), columns, margin_) {}
+      ring_(static_cast<int>(
+                std::min<int64_t>(2 * int64_t{step} + (step < kStrip ? kStrip : 1), rows)),
+            columns, margin_) {}
 
-const uint8_t* DiamondGrowth::Next(uint8_t* scratch) {
+void DiamondGrowth::Compute(uint8_t* out) {
   const auto clamped = [&](int64_t row) {
     return static_cast<int>(std::clamp<int64_t>(row, 0, rows_ - 1));
   };
   const int above = clamped(int64_t{next_} - step_);
   const int below = clamped(int64_t{next_} + step_);
-  for (; read_ <= below; ++read_) {
-    Fetch(*input_, ring_.Row(read_), width_);
-    FillMargins(ring_.Row(read_), width_, margin_);
+  while (read_ <= below) {
+    // As many as the ring has room for.
+    const int most = std::min({kStrip, rows_ - read_, ring_.Count() - (read_ - above)});
+    const int end = read_ + FetchRows(*input_, most, ring_, read_, width_);
+    for (; read_ < end; ++read_) FillMargins(ring_.Row(read_), width_, margin_);
   }
   const uint8_t* centre = ring_.Row(next_++);
   const uint8_t* from[] = {centre - margin_, centre + margin_, ring_.Row(above), ring_.Row(below)};
-  kernels_.OfRows(from, 4, scratch, width_);
-  return scratch;
+  kernels_.OfRows(from, 4, out, width_);
+}
+
+int DiamondGrowth::Next(uint8_t* const* places, int most, const uint8_t** rows) {
+  return ComputeEach(places, most, rows, [&](uint8_t* out) { Compute(out); });
 }
 
 }  // namespace quillon

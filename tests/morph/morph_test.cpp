@@ -82,7 +82,8 @@ TEST(Morph, EveryLevelMatchesItsPassesAtEveryWidthAndContent) {
   ForEachLevelAndImage([](const Kernels& level, const GreyImage& image) {
     if (image.width < 3 || image.height < 3) return;
     for (const Element& element :
-         {Rectangle(1, 1), Rectangle(4, 2), Diamond(1), Diamond(3), Circle(2), Circle(3)}) {
+         {Rectangle(1, 1), Rectangle(2, 2), Rectangle(3, 3), Rectangle(4, 2), Diamond(1),
+          Diamond(3), Diamond(5), Circle(2), Circle(3), Circle(5)}) {
       ExpectPassByPass(level, image, element);
       if (testing::Test::HasFatalFailure()) return;
     }
