@@ -45,9 +45,10 @@ QUILLON_INLINE void ForEachSlot(int count, const Body& body) {
   if (x < count) body(std::integral_constant<int, 1>{}, count - kBlock, x);
 }
 
-// A vector that is used twice: the compiler would load it twice.
+// A vector that is made here and once: the compiler would load it again for a second use, or put
+// off what it is made of.
 template <class V>
-QUILLON_INLINE V LoadOnce(V v) {
+QUILLON_INLINE V KeepOnce(V v) {
   asm("" : "+v"(v));
   return v;
 }
@@ -61,7 +62,7 @@ QUILLON_INLINE void SumBytes(const ByteTerm* terms, int termCount, int x, Words*
     const auto evenWeights = BitCast<I8<kBlock>>(Splat<uint32_t, kQuarter>(term.even));
     const auto oddWeights = BitCast<I8<kBlock>>(Splat<uint32_t, kQuarter>(term.odd));
     for (int i = 0; i < kBlocks; ++i) {
-      const auto pixels = LoadOnce(Load<uint8_t, kBlock>(term.from + x + i * kBlock));
+      const auto pixels = KeepOnce(Load<uint8_t, kBlock>(term.from + x + i * kBlock));
       even[i] += DotBytePairs(pixels, evenWeights);
       odd[i] += DotBytePairs(pixels, oddWeights);
     }
@@ -212,7 +213,7 @@ QUILLON_INLINE void SumPairs(const PairTerms& list, int x, Longs (&first)[4], Lo
     const auto firstWeights = BitCast<Words>(Splat<uint32_t, kQuarter>(term.first));
     const auto secondWeights = BitCast<Words>(Splat<uint32_t, kQuarter>(term.second));
     for (int i = 0; i < 4; ++i) {
-      const auto pairs = LoadOnce(Load<int16_t, kLanes>(from + i * kLanes));
+      const auto pairs = KeepOnce(Load<int16_t, kLanes>(from + i * kLanes));
       take(first[i], pairs, firstWeights);
       take(second[i], pairs, secondWeights);
     }
@@ -346,14 +347,56 @@ void PairSums(const PairTerms& low, const PairTerms& high, const PairQuotient& q
   }
 }
 
+// The same of up to kTerms, so few that their weights stay in registers: each vector goes all its
+// way to the quotient while the next one's products begin.
+template <PairQuotient::Way kWay, int kTerms>
+[[gnu::flatten]] void FewSplitPairSums(const PairTerms& given, const PairQuotient& givenQuotient,
+                                       int count, uint8_t* const* givenOut) {
+  const PairQuotient quotient = givenQuotient;
+  uint8_t* const out[2] = {givenOut[0], givenOut[1]};
+  const int16_t* from[kTerms];
+  Words weights[2][kTerms];
+  for (int t = 0; t < kTerms; ++t) {
+    const PairTerm term = t < given.count ? given.terms[t] : PairTerm{given.terms[0].from, 0, 0};
+    from[t] = term.from;
+    weights[0][t] = BitCast<Words>(Splat<uint32_t, kQuarter>(term.first));
+    weights[1][t] = BitCast<Words>(Splat<uint32_t, kQuarter>(term.second));
+  }
+  ForEachSlot<1>(count, [&](auto, int x, int slot) {
+    Longs values[2][4];
+#pragma GCC unroll 4
+    for (int i = 0; i < 4; ++i) {
+      Longs sums[2];
+#pragma GCC unroll 3
+      for (int t = 0; t < kTerms; ++t) {
+        const auto pairs = KeepOnce(Load<int16_t, kLanes>(from[t] + 2 * slot + i * kLanes));
+        for (int row = 0; row < 2; ++row) {
+          sums[row] = t == 0 ? DotPairs(pairs, weights[row][t])
+                             : AddDotPairs(sums[row], pairs, weights[row][t]);
+        }
+      }
+      for (int row = 0; row < 2; ++row) {
+        values[row][i] = KeepOnce(QuotientOf<kWay>(sums[row], Longs{}, quotient));
+      }
+    }
+    for (int row = 0; row < 2; ++row) Store(out[row] + x, PackSplitBytes(values[row]));
+  });
+}
+
+template <PairQuotient::Way kWay>
+void SplitPairSumsBy(const PairTerms& terms, const PairQuotient& quotient, int count,
+                     uint8_t* const* out) {
+  if (terms.count <= 2) return FewSplitPairSums<kWay, 2>(terms, quotient, count, out);
+  if (terms.count == 3) return FewSplitPairSums<kWay, 3>(terms, quotient, count, out);
+  PairSumsBy<kWay, false, Order::kSplit>(terms, {}, quotient, count, out);
+}
+
 void SplitPairSums(const PairTerms& terms, const PairQuotient& quotient, int count,
                    uint8_t* const* out) {
   using Q = PairQuotient;
-  constexpr auto kOrder = Order::kSplit;
-  const auto by = [&](auto sums) { sums(terms, {}, quotient, count, out); };
-  if (quotient.way == Q::kShift) return by(PairSumsBy<Q::kShift, false, kOrder>);
-  if (quotient.way == Q::kFloat) return by(PairSumsBy<Q::kFloat, false, kOrder>);
-  by(PairSumsBy<Q::kCorrected, false, kOrder>);
+  if (quotient.way == Q::kShift) return SplitPairSumsBy<Q::kShift>(terms, quotient, count, out);
+  if (quotient.way == Q::kFloat) return SplitPairSumsBy<Q::kFloat>(terms, quotient, count, out);
+  SplitPairSumsBy<Q::kCorrected>(terms, quotient, count, out);
 }
 
 }  // namespace
