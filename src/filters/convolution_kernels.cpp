@@ -132,48 +132,45 @@ void ByteSums(const ByteTerm* terms, int termCount, const ByteQuotient& quotient
 
 // ---- pairs of rows ------------------------------------------------------------------------------
 
-// The lanes of a and b in turn: a[0] b[0] a[1] b[1] ..., the first or the second half of them.
-template <int kFirst, class V, int... kLane>
-QUILLON_INLINE V Zip(V a, V b, std::integer_sequence<int, kLane...>) {
-  constexpr int n = sizeof...(kLane);
-  return __builtin_shufflevector(a, b, (kFirst + kLane / 2 + kLane % 2 * n)...);
-}
-template <class V>
-QUILLON_INLINE V ZipLow(V a, V b) {
-  return Zip<0>(a, b, std::make_integer_sequence<int, sizeof(V) / sizeof(a[0])>{});
-}
-template <class V>
-QUILLON_INLINE V ZipHigh(V a, V b) {
-  constexpr int n = sizeof(V) / sizeof(a[0]);
-  return Zip<n / 2>(a, b, std::make_integer_sequence<int, n>{});
-}
-
-// The same within each 16 bytes.
-QUILLON_INLINE Words ZipShortLow(Words a, Words b) {
+// The lanes of a and b in turn, a[0] b[0] a[1] b[1] ..., the first or the second half of them
+// within each 16 bytes.
+QUILLON_INLINE Words ZipLow(Words a, Words b) {
 #if QUILLON_AVX512
   return BitCast<Words>(_mm512_unpacklo_epi16(BitCast<__m512i>(a), BitCast<__m512i>(b)));
 #elif QUILLON_AVX2
   return BitCast<Words>(_mm256_unpacklo_epi16(BitCast<__m256i>(a), BitCast<__m256i>(b)));
 #else
-  return ZipLow(a, b);
+  return BitCast<Words>(_mm_unpacklo_epi16(BitCast<__m128i>(a), BitCast<__m128i>(b)));
 #endif
 }
-QUILLON_INLINE Words ZipShortHigh(Words a, Words b) {
+QUILLON_INLINE Words ZipHigh(Words a, Words b) {
 #if QUILLON_AVX512
   return BitCast<Words>(_mm512_unpackhi_epi16(BitCast<__m512i>(a), BitCast<__m512i>(b)));
 #elif QUILLON_AVX2
   return BitCast<Words>(_mm256_unpackhi_epi16(BitCast<__m256i>(a), BitCast<__m256i>(b)));
 #else
-  return ZipHigh(a, b);
+  return BitCast<Words>(_mm_unpackhi_epi16(BitCast<__m128i>(a), BitCast<__m128i>(b)));
+#endif
+}
+
+// 16 bytes as 16-bit lanes.
+QUILLON_INLINE void StoreWidened(int16_t* to, __m128i bytes) {
+#if QUILLON_AVX2
+  Store(to, _mm256_cvtepu8_epi16(bytes));
+#else
+  const __m128i zero = _mm_setzero_si128();
+  Store(to, _mm_unpacklo_epi8(bytes, zero));
+  Store(to + 8, _mm_unpackhi_epi8(bytes, zero));
 #endif
 }
 
 void PairPixels(const uint8_t* upper, const uint8_t* lower, int count, int16_t* pairs) {
   ForEachBlocks<1>(0, count, [&](auto, int first) {
-    for (int x = first; x < first + kBlock; x += kLanes) {
-      const Words a = LoadWidened<kLanes>(upper + x), b = LoadWidened<kLanes>(lower + x);
-      Store(pairs + 2 * x, ZipLow(a, b));
-      Store(pairs + 2 * x + kLanes, ZipHigh(a, b));
+    for (int x = first; x < first + kBlock; x += 16) {
+      const __m128i a = BitCast<__m128i>(Load<uint8_t, 16>(upper + x));
+      const __m128i b = BitCast<__m128i>(Load<uint8_t, 16>(lower + x));
+      StoreWidened(pairs + 2 * x, _mm_unpacklo_epi8(a, b));
+      StoreWidened(pairs + 2 * x + 16, _mm_unpackhi_epi8(a, b));
     }
   });
 }
@@ -189,10 +186,10 @@ void PairPixels(const uint8_t* upper, const uint8_t* lower, int count, int16_t* 
     SumBytes<blocks>(lower, termCount, x, lowerEven, lowerOdd);
     int16_t* to = pairs + 2 * slot;
     for (int i = 0; i < blocks; ++i, to += 4 * kLanes) {
-      Store(to, ZipShortLow(upperEven[i], lowerEven[i]));
-      Store(to + kLanes, ZipShortHigh(upperEven[i], lowerEven[i]));
-      Store(to + 2 * kLanes, ZipShortLow(upperOdd[i], lowerOdd[i]));
-      Store(to + 3 * kLanes, ZipShortHigh(upperOdd[i], lowerOdd[i]));
+      Store(to, ZipLow(upperEven[i], lowerEven[i]));
+      Store(to + kLanes, ZipHigh(upperEven[i], lowerEven[i]));
+      Store(to + 2 * kLanes, ZipLow(upperOdd[i], lowerOdd[i]));
+      Store(to + 3 * kLanes, ZipHigh(upperOdd[i], lowerOdd[i]));
     }
   });
 }
