@@ -31,7 +31,7 @@ void ExpectMapped(const GreyImage& source, const GreyImage& expected, const Appl
   FillStale(actual, source.width + 3, source.height);
   apply(source, actual);
   ASSERT_EQ(Bytes(actual), Bytes(expected)) << "of another size before";
-  actual.CopyFrom(&source);
+  Restore(source, actual);
   apply(actual, actual);
   ASSERT_SAME_PIXELS(actual, expected) << "in place";
   FillPadding(actual, 0);
@@ -51,10 +51,10 @@ TEST(Arithmetic, PairsMatchTheirRules) {
       ExpectMapped(a, expected, [&](const GreyImage& source, GreyImage& result) {
         CombinePixels(level, rule, source, b, result);
       });
-      actual.CopyFrom(&b);
+      Restore(b, actual);
       CombinePixels(level, rule, a, actual, actual);
       ASSERT_SAME_PIXELS(actual, expected) << "into the second image";
-      actual.CopyFrom(&a);
+      Restore(a, actual);
       reference::Combine(rule, a, a, expected);
       CombinePixels(level, rule, actual, actual, actual);
       ASSERT_SAME_PIXELS(actual, expected) << "all three the same";

@@ -28,10 +28,10 @@ TEST(FlatField, CorrectsTheRegionByTheTruncatedProduct) {
                                           {0, 4, 3, 3},
                                           {INT_MAX, INT_MIN, INT_MAX, INT_MIN}}) {
       for (int target : {-3, 0, 1, 100, 255, 999}) {
-        actual.CopyFrom(&source);
+        Restore(source, actual);
         EXPECT_FALSE(BuildFlatFieldTable(actual, target, region, kNowhere.c_str()));
         ASSERT_TRUE(actual.flatFieldTable) << "the gains stay without a file";
-        expected.CopyFrom(&source);
+        Restore(source, expected);
         free(expected.flatFieldTable);
         expected.flatFieldTable = static_cast<double*>(malloc(2048));
         std::memcpy(expected.flatFieldTable, actual.flatFieldTable, 2048);
@@ -114,7 +114,7 @@ TEST(FlatField, GainsThatAreNotNumbersGiveBlack) {
                                            : 1e300;
   }
   GreyImage expected;
-  expected.CopyFrom(&image);
+  Restore(image, expected);
   for (int y = 0; y < 3; ++y) {
     for (int x = 0; x < 40; ++x) expected.rows[y][x] = expected.rows[y][x] % 3 == 2 ? 255 : 0;
   }

@@ -48,11 +48,11 @@ std::string Name(Operation operation, const Element& element) {
 // Both images with all their bytes, in place, into a stale image and into one of another size.
 void ExpectPassByPass(Operation operation, const Kernels& level, const GreyImage& picture,
                       const Element& element) {
-  GreyImage source, expectedSource, result, expected;
+  static GreyImage source, expectedSource, result, expected;  // stores that all calls share
   for (int destination = 0; destination < 3; ++destination) {
     const bool isInPlace = destination == 0;
-    source.CopyFrom(&picture);
-    expectedSource.CopyFrom(&picture);
+    Restore(picture, source);
+    Restore(picture, expectedSource);
     if (destination == 1) {
       FillStale(result, picture.width, picture.height);
     } else {
@@ -155,8 +155,8 @@ TEST(Morph, AbsurdCountsAreServedAtOnce) {
            {+[](int n) { return Rectangle(n, n); }, +[](int n) { return Diamond(n); },
             +[](int n) { return Circle(n); }}) {
         const Element element = makeElement(count);
-        source.CopyFrom(&image);
-        other.CopyFrom(&image);
+        Restore(image, source);
+        Restore(image, other);
         Apply(operation, BestKernels(), source, result, element);
         reference::Apply(operation, other, enough, makeElement(count > 0 ? 200 + count % 2 : 0));
         ASSERT_EQ(Bytes(result), Bytes(enough)) << Name(operation, element);
@@ -177,8 +177,8 @@ TEST(Morph, ImagesTooSmallForAPassAreLeftAlone) {
       for (const Element& element : {Rectangle(2, 2), Diamond(2), Circle(2)}) {
         Fill(image, size.width, size.height, Content::kNoise);
         FillStale(result, 5, 5);
-        before.CopyFrom(&image);
-        resultBefore.CopyFrom(&result);
+        Restore(image, before);
+        Restore(result, resultBefore);
         Apply(operation, BestKernels(), image, result, element);
         Apply(operation, BestKernels(), image, image, element);
         ASSERT_EQ(Bytes(image), Bytes(before));
@@ -250,8 +250,8 @@ TEST(Morph, ExportsRunTheirOperations) {
   Fill(picture, 45, 33, Content::kNoise, 9);
   for (const Export& each : kExports) {
     for (bool isInPlace : {false, true}) {
-      source.CopyFrom(&picture);
-      expectedSource.CopyFrom(&picture);
+      Restore(picture, source);
+      Restore(picture, expectedSource);
       each.call(&source, isInPlace ? &source : &result);
       reference::Apply(each.operation, expectedSource, isInPlace ? expectedSource : expected,
                        each.element);

@@ -13,14 +13,14 @@ TEST(Threshold, FixedAndBandMatchTheirRulesForEveryBound) {
   GreyImage actual, expected;
   ForEachLevelAndImage([&](const Kernels& level, const GreyImage& source) {
     for (int low : kBounds) {
-      actual.CopyFrom(&source);
-      expected.CopyFrom(&source);
+      Restore(source, actual);
+      Restore(source, expected);
       ApplyThreshold(level, actual, low);
       reference::Threshold(expected, low);
       ASSERT_EQ(Bytes(actual), Bytes(expected)) << low << ": " << Difference(actual, expected);
       for (int high : kBounds) {
-        actual.CopyFrom(&source);
-        expected.CopyFrom(&source);
+        Restore(source, actual);
+        Restore(source, expected);
         ApplyDoubleThreshold(level, actual, low, high);
         reference::DoubleThreshold(expected, low, high);
         ASSERT_EQ(Bytes(actual), Bytes(expected))

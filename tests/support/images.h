@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <cstring>
 #include <functional>
 #include <string>
 #include <vector>
@@ -52,6 +53,17 @@ void Fill(CImage<Pixel>& image, int width, int height, Content content, uint32_t
 // A destination with a past: the size of the next result, other contents, padding not zero.
 template <class Pixel>
 void FillStale(CImage<Pixel>& image, int width, int height);
+
+// Makes `copy` the image again, in the store it has where sizes are the same: objects are dear on
+// Windows.
+template <class Pixel>
+void Restore(const CImage<Pixel>& image, CImage<Pixel>& copy) {
+  if (copy.bits && copy.width == image.width && copy.height == image.height) {
+    std::memcpy(copy.bits, image.bits, static_cast<size_t>(image.imageSize));
+  } else {
+    copy.CopyFrom(&image);
+  }
+}
 
 // The image given row by row, one digit or letter a pixel, mapped by `value`.
 void Draw(GreyImage& image, const std::vector<std::string>& rows,
