@@ -661,13 +661,14 @@ QUILLON_API bool QUILLON_CALL IxGet_Pyramid_ColorImage(const NccTool* tool, Colo
 // The score of a match is the correlation over the template's pixels, pooled over the planes of a
 // colour model, as stated for IxFindNCCMatchColorModel_ROI: of the best whole-pixel position where
 // neither angle nor scale is searched, else of the template interpolated at the fitted pose.
-// Matches nearer than half the template's smaller side along both axes are one match. Results are
-// in decreasing order of score, and finite whatever the template or the image. A flat template, a
-// mask that leaves nothing, an image smaller than the template, templates whose longer side is
-// beyond 15000 pixels, limits that are no range or not numbers: no results. Result: the number of
-// matches; 0 also when the image has no pixels or the wrong depth (8 for the grey search, any other
-// for the colour search), when the model is of the other kind (the results of the search before
-// stay then), or memory is short. Image and model are not changed.
+// Candidates nearer than half the template's smaller side along both axes are one match, the better
+// of them, before they are fitted at full resolution. Results are in decreasing order of score, and
+// finite whatever the template or the image. A flat template, a mask that leaves nothing, an image
+// smaller than the template, templates whose longer side is beyond 15000 pixels, limits that are no
+// range or not numbers: no results. Result: the number of matches; 0 also when the image has no
+// pixels or the wrong depth (8 for the grey search, any other for the colour search), when the
+// model is of the other kind (the results of the search before stay then), or memory is short.
+// Image and model are not changed.
 QUILLON_API int QUILLON_CALL IxFindNCCMatchModel(const GreyImage* image, NccTool* tool,
                                                  double minScore, double angleMax, double angleMin,
                                                  double scaleMax, double scaleMin, bool rotate,

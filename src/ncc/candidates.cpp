@@ -41,7 +41,7 @@ int CandidateList::Row(double y) const {
 
 void CandidateList::Link(int entry) {
   Entry& e = entries_[entry];
-  e.cell = Row(e.candidate.y) * columns_ + Column(e.candidate.x);
+  e.cell = Row(e.candidate.pose.y) * columns_ + Column(e.candidate.pose.x);
   e.previous = -1;
   e.next = cells_[e.cell];
   if (e.next >= 0) entries_[e.next].previous = entry;
@@ -101,27 +101,28 @@ void CandidateList::Remove(int entry) {
   SiftDown(place);
 }
 
-void CandidateList::Insert(const Candidate& candidate, const Neighbourhood& near) {
+void CandidateList::Insert(const Candidate& candidate, double reachX, double reachY) {
   if (count_ == capacity_) Remove(heap_[0]);
-  const double reachX =
-      std::abs(near.halfWidth * near.cosine) + std::abs(near.halfHeight * near.sine);
-  const double reachY =
-      std::abs(near.halfWidth * near.sine) + std::abs(near.halfHeight * near.cosine);
-  const int left = Column(candidate.x - reachX), right = Column(candidate.x + reachX);
-  const int top = Row(candidate.y - reachY), bottom = Row(candidate.y + reachY);
+  const Pose& pose = candidate.pose;
+  const int left = Column(pose.x - reachX), right = Column(pose.x + reachX);
+  const int top = Row(pose.y - reachY), bottom = Row(pose.y + reachY);
   int weaker = -1;  // the first in order of those that are near and come after the candidate
+  const auto isBest = [&](int cell) {
+    for (int i = cells_[cell]; i >= 0; i = entries_[i].next) {
+      const Candidate& other = entries_[i].candidate;
+      if (std::abs(other.pose.x - pose.x) >= reachX || std::abs(other.pose.y - pose.y) >= reachY) {
+        continue;
+      }
+      if (other.score >= candidate.score) return false;
+      if (weaker < 0 || Precedes(i, weaker)) weaker = i;
+    }
+    return true;
+  };
+  // Most that have a better one near have it in their own cell.
+  if (!isBest(Row(pose.y) * columns_ + Column(pose.x))) return;
   for (int row = top; row <= bottom; ++row) {
     for (int column = left; column <= right; ++column) {
-      for (int i = cells_[row * columns_ + column]; i >= 0; i = entries_[i].next) {
-        const Candidate& other = entries_[i].candidate;
-        const double dx = other.x - candidate.x, dy = other.y - candidate.y;
-        if (std::abs(dx * near.cosine + dy * near.sine) >= near.halfWidth ||
-            std::abs(dy * near.cosine - dx * near.sine) >= near.halfHeight) {
-          continue;
-        }
-        if (other.score >= candidate.score) return;
-        if (weaker < 0 || Precedes(i, weaker)) weaker = i;
-      }
+      if (!isBest(row * columns_ + column)) return;
     }
   }
   if (weaker >= 0) Remove(weaker);

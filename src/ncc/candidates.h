@@ -4,13 +4,14 @@
 #include <cstdint>
 
 #include "core/buffer.h"
+#include "ncc/pose.h"
 
 namespace quillon {
 
 struct Candidate {
-  double x, y;       // the template's centre, in pixels of the level it was found at
   int angle, scale;  // points of the search's lattice
   double score;
+  Pose pose;  // near that point, where it scored; in pixels of the level it was found at
 };
 
 // The best candidates of a sweep, in decreasing order of score, equals in the order they came, no
@@ -18,20 +19,14 @@ struct Candidate {
 // finds neighbours and a heap the last entry, so an insertion costs the logarithm of the length.
 class CandidateList {
  public:
-  // Half the size of the template's box, which is turned by an angle: no other may be inside.
-  struct Neighbourhood {
-    double halfWidth, halfHeight;
-    double cosine, sine;
-  };
-
   // For candidates with centres in width x height; `cell` is about the least half size. False when
   // memory is short.
   bool Open(int capacity, int width, int height, double cell);
 
   // Enters a candidate that scores more than the last entry of a full list, which drops out. Where
-  // an entry at least as good is near, the candidate is not kept; otherwise the best entry near it
-  // is removed.
-  void Insert(const Candidate& candidate, const Neighbourhood& near);
+  // an entry at least as good is nearer than `reachX` and `reachY`, the candidate is not kept;
+  // otherwise the best entry so near is removed.
+  void Insert(const Candidate& candidate, double reachX, double reachY);
 
   int Count() const { return count_; }
   // The score of entry number `capacity`: 0 while the list is not full.

@@ -183,14 +183,17 @@ void SumRuns(const RunSum* runs, int runCount, ptrdiff_t offset, int count, uint
 
 // covariance^2 > score^2 dev(I) dev(T) without dividing. The slack is far wider than the rounding
 // of either side, and far narrower than what would let a flat patch pass in numbers.
-int Promising(const double* values, const double* squares, const double* products, int count,
-              const ScoreBound& bound, int* positions) {
+template <class Sum>
+int FindPromising(const Sum* values, const Sum* squares, const Sum* products, int count,
+                  const ScoreBound& bound, int* positions) {
   constexpr int kLanes = kVectorBytes / 8;
   constexpr double kSlack = 1e-11;
   int found = 0;
-  const int tail = ForEachBlock<kLanes, kLanes>(count, [&](auto width, int x) {
-    const auto s = Load<double, width>(values + x), q = Load<double, width>(squares + x);
-    const auto c = Load<double, width>(products + x);
+  const auto wide = [](const Sum* from) {
+    return Convert<double, kLanes>(Load<Sum, kLanes>(from));
+  };
+  const int tail = ForEachBlock<kLanes, kLanes>(count, [&](auto, int x) {
+    const auto s = wide(values + x), q = wide(squares + x), c = wide(products + x);
     const auto covariance = c * (1 + kSlack) - s * bound.mean;
     const auto deviation = q * (1 - kSlack) - s * s * bound.inverseCount;
     const auto good = (covariance > 0.0) & (covariance * covariance > bound.squared * deviation);
@@ -201,13 +204,25 @@ int Promising(const double* values, const double* squares, const double* product
     }
   });
   for (int x = tail; x < count; ++x) {
-    const double covariance = products[x] * (1 + kSlack) - values[x] * bound.mean;
-    const double deviation = squares[x] * (1 - kSlack) - values[x] * values[x] * bound.inverseCount;
+    const double s = values[x], q = squares[x], c = products[x];
+    const double covariance = c * (1 + kSlack) - s * bound.mean;
+    const double deviation = q * (1 - kSlack) - s * s * bound.inverseCount;
     if (covariance > 0 && covariance * covariance > bound.squared * deviation) {
       positions[found++] = x;
     }
   }
   return found;
+}
+
+int PromisingOfBand(const uint32_t* values, const uint32_t* squares, const uint32_t* products,
+                    int count, const ScoreBound& bound, int* positions) {
+  const auto sums = [](const uint32_t* from) { return reinterpret_cast<const int32_t*>(from); };
+  return FindPromising(sums(values), sums(squares), sums(products), count, bound, positions);
+}
+
+int Promising(const double* values, const double* squares, const double* products, int count,
+              const ScoreBound& bound, int* positions) {
+  return FindPromising(values, squares, products, count, bound, positions);
 }
 
 }  // namespace
@@ -220,6 +235,7 @@ const CorrelationKernels correlation = {.SumProducts = SumProducts,
                                         .CorrelateRow = CorrelateRow,
                                         .CorrelateWindow = CorrelateWindow,
                                         .SumRuns = SumRuns,
+                                        .PromisingOfBand = PromisingOfBand,
                                         .Promising = Promising};
 
 }  // namespace quillon::QUILLON_LEVEL

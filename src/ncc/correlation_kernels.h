@@ -9,9 +9,9 @@
 namespace quillon {
 
 // Rows that are correlated with a pattern are packed into the elements that the level multiplies
-// best, with room behind each row for vectors that reach past it.
+// best, with room behind the last row for vectors that reach past it.
 constexpr int kPackedMargin =
-    192;  // elements behind an image row; pattern rows end in whole 64 bytes
+    192;  // elements behind the image rows; pattern rows end in whole 64 bytes
 
 // One row of a pattern and where it lies on the image for position 0.
 struct PackedRow {
@@ -56,7 +56,9 @@ struct CorrelationKernels {
   void (*SumRuns)(const RunSum* runs, int runCount, ptrdiff_t offset, int count, uint32_t* values,
                   uint32_t* squares);
   // The positions whose correlation may exceed a score that is not negative, in order; returns
-  // their number. None that does is left out.
+  // their number. None that does is left out. Sums of a band are below 2^31.
+  int (*PromisingOfBand)(const uint32_t* values, const uint32_t* squares, const uint32_t* products,
+                         int count, const ScoreBound& bound, int* positions);
   int (*Promising)(const double* values, const double* squares, const double* products, int count,
                    const ScoreBound& bound, int* positions);
 };

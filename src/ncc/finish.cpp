@@ -48,9 +48,7 @@ class Finish {
   bool Run(const Candidate& candidate, Match& match) {
     const int level = std::min(search_.tool.currentLevel, 1);
     const SearchLimits& limits = search_.limits;
-    Pose pose = {candidate.x, candidate.y, search_.lattice.Angle(candidate.angle),
-                 search_.lattice.Scale(candidate.scale)};
-    pose = FromLevel(search_.tool, level, pose);
+    Pose pose = FromLevel(search_.tool, level, candidate.pose);
     pose.degrees = limits.rotate ? IntoRange(pose.degrees) : 0;
     pose.scale = std::clamp(pose.scale, limits.scaleMin, limits.scaleMax);
     match.pose = pose;

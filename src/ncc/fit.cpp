@@ -52,7 +52,7 @@ bool PoseFit::Open(const Kernels& kernels, const NccLevel& pattern, const NccMas
   freedom_ = freedom;
   if (width_ >= 2 && height_ >= 2 &&
       (!PrepareWeights(mask) ||
-       !(freedom.moveOnly ? PrepareSmooth(pattern) : PrepareCells(pattern)))) {
+       !(freedom.moveOnly ? PrepareSmooth(pattern) : PrepareCells(kernels, pattern)))) {
     return false;
   }
   kernels_ = &kernels;
@@ -76,19 +76,14 @@ bool PoseFit::PrepareWeights(const NccMask* mask) {
 }
 
 // A cell for every pixel: those of the last column and row repeat it.
-bool PoseFit::PrepareCells(const NccLevel& pattern) {
+bool PoseFit::PrepareCells(const Kernels& kernels, const NccLevel& pattern) {
   cells_ = Buffer<uint32_t>(static_cast<size_t>(planes_) * width_ * height_);
   if (!cells_) return false;
   uint32_t* next = cells_.data();
   for (int plane = 0; plane < planes_; ++plane) {
-    for (int y = 0; y < height_; ++y) {
-      const uint8_t* upper = pattern.Plane(plane)[y];
-      const uint8_t* lower = pattern.Plane(plane)[std::min(y + 1, height_ - 1)];
-      for (int x = 0; x < width_; ++x) {
-        const int right = std::min(x + 1, width_ - 1);
-        *next++ = static_cast<uint32_t>(upper[x]) | static_cast<uint32_t>(upper[right]) << 8 |
-                  static_cast<uint32_t>(lower[x]) << 16 | static_cast<uint32_t>(lower[right]) << 24;
-      }
+    for (int y = 0; y < height_; ++y, next += width_) {
+      kernels.fit.PackCells(pattern.Plane(plane)[y],
+                            pattern.Plane(plane)[std::min(y + 1, height_ - 1)], width_, next);
     }
   }
   return true;
@@ -255,9 +250,8 @@ bool PoseFit::Solve(const Moments& m, double* solution) const {
   return true;
 }
 
-// Moves the pose; returns by how many pixels at most, 0 when it cannot.
-double PoseFit::Step(const Moments& m, Pose& pose) {
-  constexpr double kLongest = 2.0;  // pixels
+// Moves the pose, no point by more than `longest` pixels; returns by how many, 0 when it cannot.
+double PoseFit::Step(const Moments& m, double longest, Pose& pose) {
   double solution[kFitTerms];
   if (!Solve(m, solution) || !(solution[kGain] > 0)) return 0;
   const double radius = 0.5 * std::hypot(width_, height_);
@@ -267,7 +261,7 @@ double PoseFit::Step(const Moments& m, Pose& pose) {
   const double moved = pose.scale * (std::hypot(change[kU], change[kV]) +
                                      radius * std::hypot(change[kTurn], change[kScale]));
   if (!std::isfinite(moved)) return 0;
-  const double shorten = moved > kLongest ? kLongest / moved : 1;
+  const double shorten = moved > longest ? longest / moved : 1;
   for (int i = kU; i < kFitTerms; ++i) change[i] *= shorten;
   // T(u + change) is the template moved the other way.
   const double c = pose.scale * std::cos(pose.degrees * kRadians);
@@ -290,7 +284,7 @@ void PoseFit::Move(FitTerm term, double change, double low, double high, double&
 
 bool PoseFit::Run(const Patch& patch, Pose& pose, double& score) {
   constexpr int kIterations = 8;
-  constexpr double kStill = 0.003;  // pixels
+  constexpr double kLongest = 2.0, kStill = 0.003;  // pixels
   score = -1;
   if (width_ < 2 || height_ < 2) return true;
   if (!Reserve(patch.Width())) return false;
@@ -299,15 +293,27 @@ bool PoseFit::Run(const Patch& patch, Pose& pose, double& score) {
   active_[kScale] = freedom_.scale;
   Moments moments = Measure(patch, pose);
   score = Score(moments);
+  bool improved = false;
+  double longest = kLongest;
   for (int i = 0; i < kIterations; ++i) {
     Pose next = pose;
-    const double moved = Step(moments, next);
+    bool active[kFitTerms];
+    std::copy_n(active_, kFitTerms, active);
+    const double moved = Step(moments, longest, next);
     if (!(moved > 0)) break;
-    moments = Measure(patch, next);
-    const double nextScore = Score(moments);
-    if (!(nextScore > score)) break;
-    pose = next;
-    score = nextScore;
+    const Moments nextMoments = Measure(patch, next);
+    const double nextScore = Score(nextMoments);
+    if (nextScore > score) {
+      improved = true;
+      moments = nextMoments;
+      pose = next;
+      score = nextScore;
+    } else if (!improved) {
+      longest = moved * 0.5;  // the very first step is too long
+      std::copy_n(active, kFitTerms, active_);
+    } else {
+      break;
+    }
     if (moved < kStill) break;
   }
   return true;

@@ -37,7 +37,7 @@ class PoseFit {
     double sums[kFitTerms + 1][kFitTerms + 1];
   };
   bool PrepareWeights(const NccMask* mask);
-  bool PrepareCells(const NccLevel& pattern);
+  bool PrepareCells(const Kernels& kernels, const NccLevel& pattern);
   bool PrepareSmooth(const NccLevel& pattern);
   bool Reserve(int width);
 
@@ -47,7 +47,7 @@ class PoseFit {
   void Flush(Moments& moments);
   double Score(const Moments& moments) const;
   bool Solve(const Moments& moments, double* solution) const;
-  double Step(const Moments& moments, Pose& pose);
+  double Step(const Moments& moments, double longest, Pose& pose);
   void Move(FitTerm term, double change, double low, double high, double& value);
 
   const Kernels* kernels_ = nullptr;

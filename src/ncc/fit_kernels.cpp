@@ -19,6 +19,33 @@ QUILLON_INLINE F Ramp(int first) {
 
 QUILLON_INLINE F Floats(I v) { return Convert<float, kLanes>(v); }
 
+// Bytes as numbers, and what lies at indices: the compiler's own ways go lane by lane.
+QUILLON_INLINE I LoadBytes(const uint8_t* from) {
+#if QUILLON_AVX512
+  return BitCast<I>(_mm512_maskz_cvtepu8_epi32(0xFFFF, BitCast<__m128i>(Load<uint8_t, 16>(from))));
+#elif QUILLON_AVX2
+  return BitCast<I>(_mm256_cvtepu8_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(from))));
+#else
+  int32_t bytes;
+  __builtin_memcpy(&bytes, from, 4);
+  const __m128i zero = _mm_setzero_si128();
+  const __m128i words = _mm_unpacklo_epi8(_mm_cvtsi32_si128(bytes), zero);
+  return BitCast<I>(_mm_unpacklo_epi16(words, zero));
+#endif
+}
+
+QUILLON_INLINE U32<kLanes> Gather(const uint32_t* from, I index) {
+#if QUILLON_AVX512
+  return BitCast<U32<kLanes>>(_mm512_mask_i32gather_epi32(_mm512_setzero_si512(), 0xFFFF,
+                                                          BitCast<__m512i>(index), from, 4));
+#elif QUILLON_AVX2
+  const auto* ints = reinterpret_cast<const int*>(from);
+  return BitCast<U32<kLanes>>(_mm256_i32gather_epi32(ints, BitCast<__m256i>(index), 4));
+#else
+  return U32<kLanes>{from[index[0]], from[index[1]], from[index[2]], from[index[3]]};
+#endif
+}
+
 QUILLON_INLINE int WholeLanes(int count) { return (count + kFitLanes - 1) / kFitLanes * kFitLanes; }
 
 // One axis of a stretch of kFitLanes pixels from `start` on: cells, and places within them.
@@ -121,9 +148,7 @@ void AddProducts(const FitSamples& samples, const uint8_t* pixels, int count,
         b[kTurn] = b[kU] * v - b[kV] * u;
         if constexpr (kTerms > kScale) b[kScale] = -(b[kU] * u + b[kV] * v);
       }
-      b[kImage] =
-          (Floats(Convert<int32_t, kLanes>(Load<uint8_t, kLanes>(pixels + x + i))) - 128.0f) *
-          b[kOffset];
+      b[kImage] = (Floats(LoadBytes(pixels + x + i)) - 128.0f) * b[kOffset];
       const auto add = [&](int first, int second) {
         float* const to = sums.sums[first][second] + i;
         Store(to, Load<float, kLanes>(to) + b[first] * b[second]);
@@ -144,11 +169,95 @@ void AddProducts(const FitSamples& samples, const uint8_t* pixels, int count, in
   AddProducts<kFitTerms>(samples, pixels, count, fromCentre, sums);
 }
 
+void PackCells(const uint8_t* upper, const uint8_t* lower, int count, uint32_t* cells) {
+  int x = 0;
+  for (; x + kLanes < count; x += kLanes) {
+    Store(cells + x, LoadBytes(upper + x) | LoadBytes(upper + x + 1) << 8 |
+                         LoadBytes(lower + x) << 16 | LoadBytes(lower + x + 1) << 24);
+  }
+  for (; x < count; ++x) {
+    const int right = x + 1 < count ? x + 1 : x;
+    cells[x] = static_cast<uint32_t>(upper[x]) | static_cast<uint32_t>(upper[right]) << 8 |
+               static_cast<uint32_t>(lower[x]) << 16 | static_cast<uint32_t>(lower[right]) << 24;
+  }
+}
+
+// ---- points of a template on an image -----------------------------------------------------------
+
+// The pixel at or before a place, and how far behind it the place is.
+struct Place {
+  QUILLON_INLINE Place(F at, int last) {
+    at = Min(Max(at, F{}), F{} + static_cast<float>(last));
+    whole = Convert<int32_t, kLanes>(at);
+    fraction = at - Floats(whole);
+  }
+  I whole;
+  F fraction;
+};
+
+QUILLON_INLINE F SampleCells(const FitCells& image, const FitPlacing& placing, F u, F v) {
+  const Place x(placing.x + u * placing.stepX - v * placing.stepY, image.width - 1);
+  const Place y(placing.y + u * placing.stepY + v * placing.stepX, image.height - 1);
+  const auto cell = Gather(image.pixels, y.whole * image.width + x.whole);
+  const auto byte = [&](int i) { return Floats(BitCast<I>((cell >> (8 * i)) & 255)); };
+  const F upperLeft = byte(0), lowerLeft = byte(2);
+  const F upper = upperLeft + (byte(1) - upperLeft) * x.fraction;
+  const F lower = lowerLeft + (byte(3) - lowerLeft) * x.fraction;
+  return upper + (lower - upper) * y.fraction - 128.0f;
+}
+
+// Halves are added until four lanes are left: the same order of additions at every level.
+template <class V>
+QUILLON_INLINE float SumOfLanes(V v) {
+  if constexpr (sizeof(V) > 16) {
+    return SumOfLanes(Low(v) + High(v));
+  } else {
+    return (v[0] + v[2]) + (v[1] + v[3]);
+  }
+}
+
+template <int kFactors>
+void CorrelatePoints(const FitCells& image, const FitPoints& points, const FitPlacing& placing,
+                     float sums[2 + kMostFitFactors]) {
+  constexpr int kGroups = kFitLanes / kLanes, kSums = 2 + kFactors;
+  F sum[kSums][kGroups];
+  for (int group = 0; group < kGroups; ++group) {
+    F s[kSums] = {};
+    for (int at = group * kLanes; at < points.count; at += kFitLanes) {
+      F value = SampleCells(image, placing, Load<float, kLanes>(points.u + at),
+                            Load<float, kLanes>(points.v + at));
+      // Lanes behind the last point count nothing.
+      value = BitCast<F>(BitCast<I>(value) & (Ramp(at) < F{} + static_cast<float>(points.count)));
+      s[0] += value;
+      s[1] += value * value;
+      Unroll<kFactors>([&](auto i) {
+        s[2 + i] += value * Load<float, kLanes>(points.factors + i * points.stride + at);
+      });
+    }
+    for (int i = 0; i < kSums; ++i) sum[i][group] = s[i];
+  }
+  for (int i = 0; i < kSums; ++i) {
+    for (int half = kGroups / 2; half > 0; half /= 2) {
+      for (int group = 0; group < half; ++group) sum[i][group] += sum[i][group + half];
+    }
+    sums[i] = SumOfLanes(sum[i][0]);
+  }
+}
+
+void CorrelatePoints(const FitCells& image, const FitPoints& points, const FitPlacing& placing,
+                     float sums[2 + kMostFitFactors]) {
+  if (points.factorCount == 3) return CorrelatePoints<3>(image, points, placing, sums);
+  if (points.factorCount == 4) return CorrelatePoints<4>(image, points, placing, sums);
+  CorrelatePoints<5>(image, points, placing, sums);
+}
+
 }  // namespace
 
 const FitKernels fit = {.SampleLine = SampleLine,
                         .FilterRow = FilterRow,
                         .FilterColumns = FilterColumns,
-                        .AddProducts = AddProducts};
+                        .AddProducts = AddProducts,
+                        .PackCells = PackCells,
+                        .CorrelatePoints = CorrelatePoints};
 
 }  // namespace quillon::QUILLON_LEVEL

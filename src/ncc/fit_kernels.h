@@ -1,6 +1,7 @@
 // Kernels of fitting a pose: the template sampled along image rows, and sums of products.
 #pragma once
 
+#include <stddef.h>
 #include <stdint.h>
 
 #include "simd/table.h"
@@ -32,12 +33,28 @@ struct FitLine {
   double u, v, stepU, stepV;
 };
 
-// A plane of a template as cells of four neighbouring pixels, the lower address in the lower byte:
+// A plane of pixels as cells of four neighbouring pixels, the lower address in the lower byte:
 // (x, y), (x + 1, y), (x, y + 1), (x + 1, y + 1).
 struct FitCells {
   const uint32_t* pixels;
   const float* weights;  // null when all cells take part
   int width, height;     // of cells
+};
+
+// Points of a template around its centre, with room for whole kFitLanes, and `factorCount` numbers
+// for each, array after array `stride` apart.
+constexpr int kMostFitFactors = 5;
+struct FitPoints {
+  const float *u, *v, *factors;
+  ptrdiff_t stride;
+  int factorCount;  // 3 to kMostFitFactors
+  int count;
+};
+
+// Where points lie on an image: (u, v) at (x + u stepX - v stepY, y + u stepY + v stepX), whole
+// numbers being pixels; outside the image, on its outermost pixels.
+struct FitPlacing {
+  float x, y, stepX, stepY;
 };
 
 struct FitKernels {
@@ -55,6 +72,12 @@ struct FitKernels {
   // distances of the first pixel from the template's centre. Reads whole kFitLanes of pixels.
   void (*AddProducts)(const FitSamples& samples, const uint8_t* pixels, int count, int terms,
                       const FitLine& fromCentre, FitSums& sums);
+  // The cells of a row: `lower` is the next one.
+  void (*PackCells)(const uint8_t* upper, const uint8_t* lower, int count, uint32_t* cells);
+  // Over at most 1024 points, of the image's bilinear samples I less 128: the sums of I, of I * I
+  // and of I times each factor.
+  void (*CorrelatePoints)(const FitCells& image, const FitPoints& points, const FitPlacing& placing,
+                          float sums[2 + kMostFitFactors]);
 };
 
 QUILLON_KERNELS(FitKernels, fit)

@@ -49,12 +49,13 @@ void Patch::AddSums(int plane, int y) {
   uint32_t* values = values_.data() + RowOf(0, y) * SumStride();
   uint32_t* squares = squares_.data() + RowOf(0, y) * SumStride();
   uint32_t value = 0, square = 0;
-  if (plane == 0) values[0] = squares[0] = 0;
+  if (plane == 0) std::fill_n(values, SumStride(), 0u), std::fill_n(squares, SumStride(), 0u);
   for (int x = 0; x < width_; ++x) {
-    value += pixels[x];
-    square += static_cast<uint32_t>(pixels[x] * pixels[x]);
-    values[x + 1] = plane == 0 ? value : values[x + 1] + value;
-    squares[x + 1] = plane == 0 ? square : squares[x + 1] + square;
+    const uint32_t pixel = pixels[x];
+    value += pixel;
+    square += pixel * pixel;
+    values[x + 1] += value;
+    squares[x + 1] += square;
   }
 }
 
@@ -64,7 +65,8 @@ bool Patch::CutPixels(const Kernels& kernels, const SearchImage& image, int leve
   top_ = std::max(region.top, 0);
   width_ = std::max(std::min(region.right, ReducedSize(image.width, level)) - left_, 0);
   height_ = std::max(std::min(region.bottom, ReducedSize(image.height, level)) - top_, 0);
-  const size_t size = static_cast<size_t>(image.planes) * height_ * width_;
+  planes_ = image.planes;
+  const size_t size = static_cast<size_t>(planes_) * height_ * width_;
   if (!Grow(size + kPackedMargin, pixels_)) return false;
   const int side = 1 << level;
   for (int plane = 0; plane < image.planes; ++plane) {
@@ -84,12 +86,28 @@ bool Patch::CutPixels(const Kernels& kernels, const SearchImage& image, int leve
   return true;
 }
 
+bool Patch::AddCells(const Kernels& kernels) {
+  if (!Grow(static_cast<size_t>(planes_) * height_ * width_, cells_)) return false;
+  if (width_ == 0 || height_ == 0) return true;
+  for (int plane = 0; plane < planes_; ++plane) {
+    // As one row: what the last column takes from the next one weighs nothing there.
+    uint32_t* cells = cells_.data() + RowOf(plane, 0) * width_;
+    const int last = (height_ - 1) * width_;
+    kernels.fit.PackCells(Pixels(plane, 0), Pixels(plane, 1), last, cells);
+    kernels.fit.PackCells(Pixels(plane, height_ - 1), Pixels(plane, height_ - 1), width_,
+                          cells + last);
+  }
+  return true;
+}
+
 bool Patch::Cut(const Kernels& kernels, const SearchImage& image, int level, const Region& region) {
   if (!CutPixels(kernels, image, level, region)) return false;
-  packedStride_ = (width_ + kPackedMargin) * kernels.correlation.elementBytes;
-  const size_t sums = static_cast<size_t>(SumStride()) * height_;
-  if (!Grow(static_cast<size_t>(image.planes) * height_ * packedStride_, packed_) ||
-      !Grow(sums, values_) || !Grow(sums, squares_)) {
+  packedStride_ = width_ * kernels.correlation.elementBytes;
+  // Vectors that reach behind a row read the next one, and behind the last one the margin.
+  const size_t sums = static_cast<size_t>(SumStride()) * height_ + kPackedMargin;
+  const size_t packed = static_cast<size_t>(image.planes) * height_ * packedStride_ +
+                        kPackedMargin * static_cast<size_t>(kernels.correlation.elementBytes);
+  if (!Grow(packed, packed_) || !Grow(sums, values_) || !Grow(sums, squares_)) {
     return false;
   }
   for (int plane = 0; plane < image.planes; ++plane) {

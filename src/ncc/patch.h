@@ -25,21 +25,24 @@ struct Region {
   int left, top, right, bottom;  // right and bottom are outside
 };
 
-// A region of one level of the search image: its pixels, the same packed for the kernels, and
-// running sums of values and squared values along each row, pooled over the planes.
+// A region of one level of the search image: its pixels, the same packed for the kernels, running
+// sums of values and squared values along each row, pooled over the planes, and cells of four
+// neighbouring pixels.
 class Patch {
  public:
   // Cuts `region`, clipped to the level. Memory is kept from cut to cut. False when it is short.
   bool Cut(const Kernels& kernels, const SearchImage& image, int level, const Region& region);
   // Cuts the pixels alone.
   bool CutPixels(const Kernels& kernels, const SearchImage& image, int level, const Region& region);
+  // Adds the cells of what was cut. False when memory is short.
+  bool AddCells(const Kernels& kernels);
 
   int Left() const { return left_; }
   int Top() const { return top_; }
   int Width() const { return width_; }
   int Height() const { return height_; }
   int PackedStride() const { return packedStride_; }
-  int SumStride() const { return width_ + kPackedMargin; }
+  int SumStride() const { return width_ + 1; }
 
   const uint8_t* Pixels(int plane, int y) const {
     return pixels_.data() + RowOf(plane, y) * width_;
@@ -47,6 +50,8 @@ class Patch {
   const uint8_t* Packed(int plane, int y) const {
     return packed_.data() + RowOf(plane, y) * packedStride_;
   }
+  // A cell for each pixel.
+  const uint32_t* Cells(int plane) const { return cells_.data() + RowOf(plane, 0) * width_; }
   // Entry x is the sum of the columns before x, modulo 2^32.
   const uint32_t* Values(int y) const { return values_.data() + RowOf(0, y) * SumStride(); }
   const uint32_t* Squares(int y) const { return squares_.data() + RowOf(0, y) * SumStride(); }
@@ -56,8 +61,9 @@ class Patch {
   void AddSums(int plane, int y);
 
   int left_ = 0, top_ = 0, width_ = 0, height_ = 0, packedStride_ = 0;
+  int planes_ = 0;
   Buffer<uint8_t> pixels_, packed_;
-  Buffer<uint32_t> values_, squares_;
+  Buffer<uint32_t> values_, squares_, cells_;
 };
 
 }  // namespace quillon

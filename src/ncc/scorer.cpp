@@ -10,7 +10,7 @@ namespace {
 
 constexpr int kRoom = 64;  // kernels write whole blocks
 constexpr double kFlatPatch = 0.0001;
-constexpr uint32_t kBandValues = 66'048;  // times 255^2 is below 2^32
+constexpr uint32_t kBandValues = 33'024;  // times 255^2 is below 2^31
 
 template <class T>
 bool Grow(size_t count, Buffer<T>& buffer) {
@@ -24,7 +24,6 @@ bool Scorer::Allocate(int columns, size_t rows, size_t runs) {
   const size_t room = static_cast<size_t>(columns) + kRoom;
   return Grow(rows, packedRows_) && Grow(runs, runs_) && Grow(rows, bands_) &&
          Grow(room, bandValues_) && Grow(room, bandSquares_) && Grow(room, bandProducts_) &&
-         Grow(room, values_) && Grow(room, squares_) && Grow(room, products_) &&
          Grow(room, promising_);
 }
 
@@ -44,7 +43,8 @@ bool Scorer::Open(const Kernels& kernels, const Variant& variant, const Patch& p
   const size_t rows = static_cast<size_t>(variant.height) * variant.planes;
   if (!Allocate(columns_, rows, static_cast<size_t>(variant.runCount))) return false;
   AddBands(variant, patch);
-  return true;
+  const size_t room = static_cast<size_t>(columns_) + kRoom;
+  return bandCount_ == 1 || (Grow(room, values_) && Grow(room, squares_) && Grow(room, products_));
 }
 
 // Bands of whole rows of all planes.
@@ -76,13 +76,17 @@ void Scorer::AddBands(const Variant& variant, const Patch& patch) {
   }
 }
 
-void Scorer::AddSums(int band, int count) {
+// Makes a band's products those of the pixels, and adds up several bands.
+void Scorer::CloseBand(int band, int count) {
   const uint32_t bias = static_cast<uint32_t>(kernels_->correlation.patternBias);
+  if (bias != 0) {
+    for (int x = 0; x < count; ++x) bandProducts_[x] += bias * bandValues_[x];
+  }
+  if (bandCount_ == 1) return;
   for (int x = 0; x < count; ++x) {
-    const uint32_t products = bandProducts_[x] + bias * bandValues_[x];
     values_[x] = bandValues_[x] + (band == 0 ? 0.0 : values_[x]);
     squares_[x] = bandSquares_[x] + (band == 0 ? 0.0 : squares_[x]);
-    products_[x] = products + (band == 0 ? 0.0 : products_[x]);
+    products_[x] = bandProducts_[x] + (band == 0 ? 0.0 : products_[x]);
   }
 }
 
@@ -95,7 +99,7 @@ void Scorer::CorrelateRow(int y) {
     kernels.SumRuns(runs_.data() + band.firstRun, band.runCount,
                     static_cast<ptrdiff_t>(y) * sumStride_, columns_, bandValues_.data(),
                     bandSquares_.data());
-    AddSums(i, columns_);
+    CloseBand(i, columns_);
   }
 }
 
@@ -109,7 +113,7 @@ void Scorer::CorrelateWindow(int x, int y, int count) {
     kernels.SumRuns(runs_.data() + band.firstRun, band.runCount,
                     static_cast<ptrdiff_t>(y) * sumStride_ + x, count, bandValues_.data(),
                     bandSquares_.data());
-    AddSums(i, count);
+    CloseBand(i, count);
   }
 }
 
@@ -120,14 +124,22 @@ int Scorer::FindAbove(double threshold, int count) {
     return count;
   }
   const ScoreBound bound = {1.0 / count_, mean_, threshold * threshold * deviation_};
-  return kernels_->correlation.Promising(values_.data(), squares_.data(), products_.data(), count,
-                                         bound, promising_.data());
+  const auto& kernels = kernels_->correlation;
+  if (bandCount_ == 1) {
+    return kernels.PromisingOfBand(bandValues_.data(), bandSquares_.data(), bandProducts_.data(),
+                                   count, bound, promising_.data());
+  }
+  return kernels.Promising(values_.data(), squares_.data(), products_.data(), count, bound,
+                           promising_.data());
 }
 
 double Scorer::ScoreAt(int x) const {
-  const PixelSums sums = {.image = static_cast<uint64_t>(values_[x]),
-                          .imageSquared = static_cast<uint64_t>(squares_[x]),
-                          .products = static_cast<uint64_t>(products_[x])};
+  PixelSums sums = {bandValues_[x], bandSquares_[x], bandProducts_[x]};
+  if (bandCount_ > 1) {
+    sums = {.image = static_cast<uint64_t>(values_[x]),
+            .imageSquared = static_cast<uint64_t>(squares_[x]),
+            .products = static_cast<uint64_t>(products_[x])};
+  }
   return Correlation(sums, count_, mean_, deviation_, kFlatPatch);
 }
 

@@ -46,7 +46,7 @@ class Scorer {
   void AddBands(const Variant& variant, const Patch& patch);
   void CorrelateRow(int y);
   void CorrelateWindow(int x, int y, int count);
-  void AddSums(int band, int count);
+  void CloseBand(int band, int count);
   int FindAbove(double threshold, int count);
   double ScoreAt(int x) const;
 
@@ -58,9 +58,9 @@ class Scorer {
   int bandCount_ = 0;
   Buffer<PackedRow> packedRows_;
   Buffer<RunSum> runs_;
-  Buffer<Band> bands_;  // so many rows that no sum of 32 bits overflows
+  Buffer<Band> bands_;  // so many rows that sums of 31 bits do not overflow
   Buffer<uint32_t> bandValues_, bandSquares_, bandProducts_;
-  Buffer<double> values_, squares_, products_;  // whole numbers
+  Buffer<double> values_, squares_, products_;  // of several bands; whole numbers
   Buffer<int> promising_;
 };
 

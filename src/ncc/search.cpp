@@ -65,24 +65,12 @@ bool SuppressCandidates(const Search& search, double distance, Candidate* candid
   Buffer<Place> places(static_cast<size_t>(count));
   if (!places) return false;
   for (int i = 0; i < count; ++i) {
-    Candidate full = candidates[i];
-    if (search.tool.currentLevel > 0) CarryToLevel(search, 0, full);
-    places[i] = {full.x, full.y, full.score};
+    Pose pose = candidates[i].pose;
+    if (search.tool.currentLevel > 0) CarryToLevel(search, 0, pose);
+    places[i] = {pose.x, pose.y, candidates[i].score};
   }
   if (!SuppressDuplicates(places.data(), count, distance)) return false;
   for (int i = 0; i < count; ++i) candidates[i].score = places[i].score;
-  return true;
-}
-
-// Two candidates that lay apart may have been fitted to the same place.
-bool SuppressMatches(double distance, Match* matches, int count) {
-  Buffer<Place> places(static_cast<size_t>(count));
-  if (!places) return false;
-  for (int i = 0; i < count; ++i) {
-    places[i] = {matches[i].pose.x, matches[i].pose.y, matches[i].score};
-  }
-  if (!SuppressDuplicates(places.data(), count, distance)) return false;
-  for (int i = 0; i < count; ++i) matches[i].score = places[i].score;
   return true;
 }
 
@@ -99,8 +87,7 @@ bool RunStages(Search& search, NccTool& tool) {
   const double distance = std::min(full.centreX, full.centreY);
   if (!SuppressCandidates(search, distance, candidates.data(), count)) return false;
   Buffer<Match> matches(static_cast<size_t>(count));
-  if (!matches || !FitAtFullResolution(search, candidates.data(), count, matches.data()) ||
-      !SuppressMatches(distance, matches.data(), count)) {
+  if (!matches || !FitAtFullResolution(search, candidates.data(), count, matches.data())) {
     return false;
   }
   std::sort(matches.begin(), matches.end(), [](const Match& a, const Match& b) {
@@ -112,12 +99,19 @@ bool RunStages(Search& search, NccTool& tool) {
 
 }  // namespace
 
-bool Search::AllowsAngle(int index, double step) const {
-  return Within(lattice.Angle(index), limits.angleMin, limits.angleMax, step);
+bool Search::AllowsDegrees(double degrees, double step) const {
+  return Within(degrees, limits.angleMin, limits.angleMax, step);
 }
 
 bool Search::AllowsScale(int index, double step) const {
   return Within(lattice.Scale(index), limits.scaleMin, limits.scaleMax, step);
+}
+
+CellReach Search::Reach(int level) const {
+  const bool scale = limits.scaleMin < limits.scaleMax;
+  return {.pixels = 1,
+          .degrees = limits.rotate ? lattice.AngleStep(level) : 0,
+          .scale = scale ? lattice.ScaleStep(level) : 0};
 }
 
 template <class Pixel>

@@ -1,7 +1,10 @@
 // The stages of a search, in the order they run.
 #pragma once
 
+#include <cmath>
+
 #include "ncc/candidates.h"
+#include "ncc/climb.h"
 #include "ncc/patch.h"
 #include "ncc/pose.h"
 #include "ncc/search.h"
@@ -11,15 +14,19 @@ namespace quillon {
 
 // The grid of angles and scales. A level's angular step moves the template's corner by one of its
 // pixels, its scale step an edge by half of one; the next finer level halves both. Grid points are
-// whole multiples of a third of the angular step and of the scale step of level 0.
+// whole multiples of the steps of level 0, and a level's are two of its steps apart.
 struct Lattice {
   double angleStep = 0, scaleStep = 0;  // of level 0
 
-  static constexpr int kThirds = 3;  // points of an angular step
   double AngleStep(int level) const { return angleStep * (1 << level); }
   double ScaleStep(int level) const { return scaleStep * (1 << level); }
-  double Angle(int index) const { return index * (angleStep / kThirds); }
+  double Angle(int index) const { return index * angleStep; }
   double Scale(int index) const { return 1 + index * scaleStep; }
+  // From a grid point to a pose, in steps.
+  double Distance(int scale, int angle, const Pose& pose) const {
+    return std::abs(Scale(scale) - pose.scale) / scaleStep +
+           std::abs(Angle(angle) - pose.degrees) / angleStep;
+  }
 };
 
 struct Search {
@@ -30,14 +37,19 @@ struct Search {
   Lattice lattice = {};
 
   const NccMask* Mask(int level) const { return tool.maskEnabled ? &tool.masks[level] : nullptr; }
-  // Whether the grid point lies within the limits, give or take a step.
-  bool AllowsAngle(int index, double step) const;
+  // Whether an angle, or the grid point, lies within the limits, give or take a step.
+  bool AllowsDegrees(double degrees, double step) const;
+  bool AllowsAngle(int index, double step) const {
+    return AllowsDegrees(lattice.Angle(index), step);
+  }
   bool AllowsScale(int index, double step) const;
+  // The poses that a grid point of a level stands for: a pixel and a step to either side.
+  CellReach Reach(int level) const;
 };
 
-// Moves a candidate's centre to the next finer level: blocks that a reduction drops at the right
-// and bottom edge move the template's centre.
-void CarryToLevel(const Search& search, int level, Candidate& candidate);
+// Moves a candidate's pose to the next finer level: blocks that a reduction drops at the right and
+// bottom edge move the template's centre.
+void CarryToLevel(const Search& search, int level, Pose& pose);
 
 // The sweep: the best candidates of the current level, in decreasing order of score. False when
 // memory is short.

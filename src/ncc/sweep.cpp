@@ -1,6 +1,9 @@
-// The first stage: every position, angle and scale at the coarsest level.
+// The first stage: every position, angle and scale of the grid at the coarsest level.
 #include <algorithm>
+#include <cmath>
+#include <span>
 
+#include "ncc/climb.h"
 #include "ncc/scorer.h"
 #include "ncc/stages.h"
 
@@ -10,27 +13,83 @@ namespace {
 constexpr int kSteps =
     50;  // the grid reaches so many steps to either side of a turn, twice of a scale
 
+// A grid point's template, and the same turned by two thirds of a step to either side: grid angles
+// are two steps apart, and few pixels turned by half as much are not alike any more. The grid point
+// scores what the best of its turns does.
+struct Turn {
+  double degrees;
+  bool scored;  // within the limits
+  Variant variant;
+  Scorer scorer;
+  int left, top;  // of this box, where that of the grid point is at (0, 0)
+};
+
+// Scores of a row of positions: few columns have one.
+class ScoreRow {
+ public:
+  static constexpr double kNone = -2;  // below every score
+
+  bool Open(int width) {
+    const auto size = static_cast<size_t>(width);
+    scores_ = Buffer<double>(size + 2);  // a column that scores nothing at either end
+    turns_ = Buffer<uint8_t>(size);
+    columns_ = Buffer<int>(size);
+    if (!scores_ || !turns_ || !columns_) return false;
+    std::fill(scores_.begin(), scores_.end(), kNone);
+    return true;
+  }
+
+  void Clear() {
+    for (int x : Columns()) scores_[x + 1] = kNone;
+    count_ = 0;
+  }
+  void Enter(int x, double score, int turn) {
+    if (!(score > At(x))) return;
+    if (At(x) == kNone) columns_[count_++] = x;
+    scores_[x + 1] = score;
+    turns_[x] = static_cast<uint8_t>(turn);
+  }
+  void Sort() { std::sort(columns_.begin(), columns_.begin() + count_); }
+
+  std::span<const int> Columns() const { return {columns_.data(), static_cast<size_t>(count_)}; }
+  double At(int x) const { return scores_[x + 1]; }
+  int TurnAt(int x) const { return turns_[x]; }
+
+ private:
+  int count_ = 0;
+  Buffer<double> scores_;
+  Buffer<uint8_t> turns_;  // which one scored
+  Buffer<int> columns_;    // that have a score
+};
+
 class Sweep {
  public:
   explicit Sweep(const Search& search)
       : search_(search),
         level_(search.tool.currentLevel),
         maker_(search.kernels, search.tool.levels[level_], search.Mask(level_)),
-        threshold_(search.limits.minScore - (level_ > 0 ? 0.4 : 0.1)) {}
+        threshold_(search.limits.minScore - (level_ > 0 ? 0.4 : 0.1)),
+        floor_(threshold_),
+        hopeful_(std::max(threshold_, search.limits.minScore - 0.25)) {}
 
   bool Open(int capacity) {
     const int width = ReducedSize(search_.image.width, level_);
     const int height = ReducedSize(search_.image.height, level_);
     const NccLevel& pattern = search_.tool.levels[level_];
     maker_.FitInto(width, height);
+    for (ScoreRow& row : rows_) {
+      if (!row.Open(width)) return false;
+    }
     return patch_.Cut(search_.kernels, search_.image, level_, {0, 0, width, height}) &&
-           list_.Open(capacity, width, height, std::min(pattern.centreX, pattern.centreY));
+           patch_.AddCells(search_.kernels) &&
+           climb_.Open(search_.kernels, pattern, search_.Mask(level_), search_.Reach(level_)) &&
+           list_.Open(capacity, width, height, std::hypot(pattern.centreX, pattern.centreY));
   }
 
   bool Run() {
     const double step = search_.lattice.ScaleStep(level_);
     for (int i = -kSteps; i <= kSteps; ++i) {
-      const int scale = (2 * i) << level_;
+      const int scale = 2 * i * (1 << level_);
       if (search_.AllowsScale(scale, step) && !RunScale(scale)) return false;
     }
     return true;
@@ -39,48 +98,129 @@ class Sweep {
   CandidateList& List() { return list_; }
 
  private:
-  // Two steps apart, a match half way between two angles looks like neither: at the coarsest level
-  // a few pixels are all there is of a template. So angles follow by two thirds of a step.
   bool RunScale(int scale) {
-    if (!search_.limits.rotate) return RunVariant(scale, 0);
-    const double step = search_.lattice.AngleStep(level_) / Lattice::kThirds;
-    constexpr int kTurns = kSteps / 2 * Lattice::kThirds;
-    for (int i = -kTurns; i <= kTurns; ++i) {
-      const int angle = (2 * i) << level_;
-      if (search_.AllowsAngle(angle, step) && !RunVariant(scale, angle)) return false;
+    if (!search_.limits.rotate) return RunPoint(scale, 0);
+    const double step = search_.lattice.AngleStep(level_);
+    for (int i = -kSteps / 2; i <= kSteps / 2; ++i) {
+      const int angle = 2 * i * (1 << level_);
+      if (search_.AllowsAngle(angle, step) && !RunPoint(scale, angle)) return false;
     }
     return true;
   }
 
-  bool RunVariant(int scale, int angle) {
-    const Lattice& lattice = search_.lattice;
-    if (!maker_.Make(lattice.Scale(scale), lattice.Angle(angle), variant_) ||
-        !scorer_.Open(search_.kernels, variant_, patch_)) {
-      return false;
+  bool RunPoint(int scale, int angle) {
+    if (!MakeTurns(scale, angle)) return false;
+    const int rows = turns_[0].scorer.Rows();
+    rows_[0].Clear();
+    Score(0, rows_[1]);
+    for (int y = 0; y < rows; ++y) {
+      Score(y + 1, rows_[(y + 2) % 3]);
+      Collect(y, scale, angle);
     }
-    const CandidateList::Neighbourhood near = {variant_.halfWidth, variant_.halfHeight,
-                                               variant_.cosine, variant_.sine};
-    const double centreX = variant_.width * 0.5, centreY = variant_.height * 0.5;
-    for (int y = 0; y < scorer_.Rows(); ++y) {
-      scorer_.ScoreRow(y, threshold_, [&](int x, double score) {
-        if (!(score > threshold_)) return;
-        list_.Insert({x + centreX, y + centreY, angle, scale, score}, near);
-        threshold_ = std::max(threshold_, list_.LastScore());
+    // From the first angle on, never below the 0 of a list that is not full.
+    threshold_ = std::max(threshold_, list_.LastScore());
+    floor_ = std::max(floor_, 0.0);
+    return true;
+  }
+
+  bool MakeTurns(int scale, int angle) {
+    const Lattice& lattice = search_.lattice;
+    const double third = lattice.AngleStep(level_) / 3;
+    turnCount_ = 0;
+    for (int thirds : {0, -2, 2}) {
+      Turn& turn = turns_[turnCount_];
+      turn.degrees = lattice.Angle(angle) + thirds * third;
+      turn.scored =
+          search_.limits.rotate ? search_.AllowsDegrees(turn.degrees, third) : thirds == 0;
+      if (thirds != 0 && !turn.scored) continue;
+      if (!maker_.Make(lattice.Scale(scale), turn.degrees, turn.variant) ||
+          !turn.scorer.Open(search_.kernels, turn.variant, patch_)) {
+        return false;
+      }
+      // Halves are rounded down: boxes of odd and of even size cannot share their middle.
+      const Variant& own = turns_[0].variant;
+      turn.left = (own.width - turn.variant.width) >> 1;
+      turn.top = (own.height - turn.variant.height) >> 1;
+      ++turnCount_;
+    }
+    return true;
+  }
+
+  // The best turn's score at each position of row y that may score above the floor.
+  void Score(int y, ScoreRow& row) {
+    row.Clear();
+    const int columns = turns_[0].scorer.Columns();
+    if (y >= turns_[0].scorer.Rows()) return;
+    for (int i = 0; i < turnCount_; ++i) {
+      Turn& turn = turns_[i];
+      if (!turn.scored || y + turn.top < 0 || y + turn.top >= turn.scorer.Rows()) continue;
+      turn.scorer.ScoreRow(y + turn.top, floor_, [&](int x, double score) {
+        const int at = x - turn.left;
+        if (at >= 0 && at < columns) row.Enter(at, score, i);
       });
     }
-    // From the first variant on, never below the 0 of a list that is not full.
-    threshold_ = std::max(threshold_, list_.LastScore());
+    row.Sort();
+  }
+
+  bool IsPeak(int x, double score) const {
+    for (const ScoreRow& row : rows_) {
+      if (std::max({row.At(x - 1), row.At(x), row.At(x + 1)}) > score) return false;
+    }
     return true;
+  }
+
+  // Enters the candidates of row y.
+  void Collect(int y, int scale, int angle) {
+    const Variant& own = turns_[0].variant;
+    const double centreX = own.width * 0.5, centreY = own.height * 0.5;
+    const Lattice& lattice = search_.lattice;
+    const ScoreRow& row = rows_[(y + 1) % 3];
+    for (int x : row.Columns()) {
+      if (!(row.At(x) > floor_)) continue;
+      const Pose point = {x + centreX, y + centreY, lattice.Angle(angle), lattice.Scale(scale)};
+      Candidate candidate = {angle, scale, row.At(x), point};
+      if (IsPeak(x, candidate.score)) Climb(x, y, candidate);
+      if (!(candidate.score > threshold_)) continue;
+      list_.Insert(candidate, centreX, centreY);
+      threshold_ = std::max(threshold_, list_.LastScore());
+    }
+  }
+
+  // From the middle of three scores, which is the best, to where a parabola through them is
+  // highest.
+  double ToTop(double before, double middle, double after) const {
+    before = std::max(before, floor_);
+    after = std::max(after, floor_);
+    const double bend = before - 2 * middle + after;
+    return bend < 0 ? 0.5 * (before - after) / bend : 0;
+  }
+
+  void Climb(int x, int y, Candidate& candidate) const {
+    const ScoreRow &above = rows_[y % 3], &row = rows_[(y + 1) % 3], &below = rows_[(y + 2) % 3];
+    const Turn& turn = turns_[row.TurnAt(x)];
+    const double score = row.At(x);
+    Pose pose = {x + turn.left + turn.variant.width * 0.5, y + turn.top + turn.variant.height * 0.5,
+                 turn.degrees, candidate.pose.scale};
+    pose.x += ToTop(row.At(x - 1), score, row.At(x + 1));
+    pose.y += ToTop(above.At(x), score, below.At(x));
+    const double climbed = climb_.Run(patch_, candidate.pose, hopeful_, pose);
+    if (!(climbed > score)) return;
+    candidate.score = climbed;
+    candidate.pose = pose;
   }
 
   const Search& search_;
   const int level_;
   VariantMaker maker_;
   double threshold_;
+  double floor_;    // what a grid point must score before a climb
+  double hopeful_;  // what a match scores after two steps of a climb
   Patch patch_;
   CandidateList list_;
-  Variant variant_;
-  Scorer scorer_;
+  PoseClimb climb_;
+  Turn turns_[3];
+  int turnCount_ = 0;
+  ScoreRow rows_[3];  // row y is rows_[(y + 1) % 3]
 };
 
 }  // namespace

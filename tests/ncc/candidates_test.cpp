@@ -12,15 +12,14 @@ class PlainList {
  public:
   explicit PlainList(size_t capacity) : capacity_(capacity) {}
 
-  void Insert(const Candidate& c, const CandidateList::Neighbourhood& near) {
+  void Insert(const Candidate& c, double reachX, double reachY) {
     size_t at = 0;
     while (at < list_.size() && list_[at].score >= c.score) ++at;
     list_.insert(list_.begin() + static_cast<ptrdiff_t>(at), c);
     if (list_.size() > capacity_) list_.pop_back();
     const auto isNear = [&](const Candidate& other) {
-      const double dx = other.x - c.x, dy = other.y - c.y;
-      return std::abs(dx * near.cosine + dy * near.sine) < near.halfWidth &&
-             std::abs(dy * near.cosine - dx * near.sine) < near.halfHeight;
+      return std::abs(other.pose.x - c.pose.x) < reachX &&
+             std::abs(other.pose.y - c.pose.y) < reachY;
     };
     for (size_t i = 0; i < at; ++i) {
       if (isNear(list_[i])) return Erase(at);
@@ -60,15 +59,13 @@ TEST(NccCandidates, ListIsTheSortedArrayWithLinearSearches) {
     ASSERT_TRUE(list.Open(capacity, width, height, 3));
     for (int i = 0; i < 600; ++i) {
       // Few different scores, so that many tie.
-      const Candidate c = {random.Within(0, 2 * width) * 0.5, random.Within(0, 2 * height) * 0.5, i,
-                           0, random.Within(1, 40) / 40.0};
-      const double angle = random.Unit() * 6;
-      const CandidateList::Neighbourhood near = {random.Unit() * 6 + 0.5, random.Unit() * 3 + 0.5,
-                                                 std::cos(angle), std::sin(angle)};
+      const Pose pose = {random.Within(0, 2 * width) * 0.5, random.Within(0, 2 * height) * 0.5};
+      const Candidate c = {i, 0, random.Within(1, 40) / 40.0, pose};
+      const double reachX = random.Unit() * 6 + 0.5, reachY = random.Unit() * 6 + 0.5;
       ASSERT_EQ(list.LastScore(), plain.LastScore());
       if (!(c.score > plain.LastScore())) continue;
-      list.Insert(c, near);
-      plain.Insert(c, near);
+      list.Insert(c, reachX, reachY);
+      plain.Insert(c, reachX, reachY);
       ASSERT_EQ(static_cast<size_t>(list.Count()), plain.Entries().size()) << seed << ", " << i;
     }
     std::vector<Candidate> sorted(static_cast<size_t>(list.Count()));
@@ -99,7 +96,7 @@ TEST(NccCandidates, SuppressionIsTheDoubleLoop) {
 TEST(NccCandidates, KneeKeepsUpToTheSharpestBend) {
   const auto prune = [](const std::vector<double>& scores, int wanted) {
     std::vector<Candidate> list;
-    for (double score : scores) list.push_back({0, 0, 0, 0, score});
+    for (double score : scores) list.push_back({0, 0, score, {}});
     return PruneAtKnee(list.data(), static_cast<int>(list.size()), wanted);
   };
   EXPECT_EQ(prune({0.9, 0.8}, 1), 2) << "no more than twice the wanted";

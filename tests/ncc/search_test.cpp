@@ -248,7 +248,9 @@ TEST(NccSearch, EqualMatchesKeepTheirOrderAndCloseOnesAreOne) {
     EXPECT_NEAR(results[i].x, 23.5 + static_cast<double>(i % 3 * 80), 0.02) << i;
     EXPECT_NEAR(results[i].y, 23.5 + static_cast<double>(i / 3 * 80), 0.02) << i;
   }
-  // Half a template apart along both axes or nearer, only the better match is left.
+  // Of candidates half a template apart along both axes or nearer, only the better one is left; the
+  // last stage moves what is left.
+  constexpr double kMoved = 2;
   for (int apart : {4, 12, 16, 20}) {
     scene.Create(128, 96);
     Paste(pattern, 24, 24, scene);
@@ -261,7 +263,7 @@ TEST(NccSearch, EqualMatchesKeepTheirOrderAndCloseOnesAreOne) {
     for (size_t i = 0; i < found.size(); ++i) {
       for (size_t j = 0; j < i; ++j) {
         EXPECT_GE(std::max(std::abs(found[i].x - found[j].x), std::abs(found[i].y - found[j].y)),
-                  16.0);
+                  16.0 - kMoved);
       }
     }
   }
@@ -293,7 +295,7 @@ TEST(NccSearch, ModelsOfOneLevel) {
       ASSERT_EQ(tool->resultCount, 1);
       EXPECT_LT(std::hypot(tool->results[0].x - truths[0].x, tool->results[0].y - truths[0].y),
                 0.2);
-      EXPECT_NEAR(tool->results[0].angle, truths[0].angle, 1);
+      EXPECT_NEAR(tool->results[0].angle, truths[0].angle, 1.5);  // 0.4 pixels at the corner
       EXPECT_NEAR(tool->results[0].scale, truths[0].scale, 0.02);
     }
   }
@@ -314,7 +316,21 @@ TEST(NccSearch, TurnsBetweenTheStepsAreNotLost) {
         .angleMin = -180,
         .angleMax = 180,
         .seed = 800},
-        SceneSpec{.instances = 5, .angleMin = -20, .angleMax = 20, .seed = 342}}) {
+        SceneSpec{.instances = 5, .angleMin = -20, .angleMax = 20, .seed = 342},
+        SceneSpec{.templateWidth = 100,
+        .templateHeight = 60,
+        .instances = 4,
+        .angleMin = -30,
+        .angleMax = 30,
+        .scaleMin = 0.9,
+        .scaleMax = 1.1,
+        .seed = 732},
+        SceneSpec{.templateWidth = 48,
+        .templateHeight = 48,
+        .instances = 10,
+        .angleMin = -180,
+        .angleMax = 180,
+        .seed = 2013}}) {
     GreyImage pattern, scene;
     const auto truths = MakeScene(spec, pattern, scene);
     const auto results = Find(BestKernels(), pattern, scene, LimitsOf(spec));
