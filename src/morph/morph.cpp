@@ -67,17 +67,24 @@ void StoreRows(Rows& chain, GreyImage& result) {
   }
 }
 
-// One row after the other of a chain that yields several at a time.
+// One row after the other of a chain that yields several at a time: in the result, which may take
+// them unless the source lies there, or else in a few rows of its own.
 class RowReader {
  public:
-  RowReader(RowsPtr chain, const GreyImage& image)
-      : chain_(std::move(chain)), room_(Rows::kStrip, {0, image.width}, 0), left_(image.height) {}
-  explicit operator bool() const { return chain_ && room_; }
+  RowReader(RowsPtr chain, const GreyImage& source, GreyImage& result)
+      : chain_(std::move(chain)),
+        result_(&source == &result ? nullptr : &result),
+        own_(Rows::kStrip, {0, source.width}, 0),
+        left_(source.height) {}
+  explicit operator bool() const { return chain_ && own_; }
   const uint8_t* Next() {
     if (next_ == count_) {
       uint8_t* places[Rows::kStrip];
-      for (int i = 0; i < Rows::kStrip; ++i) places[i] = room_.Row(i);
-      count_ = chain_->Next(places, std::min(left_, Rows::kStrip), rows_);
+      const int most = std::min(left_, Rows::kStrip);
+      for (int i = 0; i < most; ++i) {
+        places[i] = result_ ? result_->rows[left_ - 1 - i] : own_.Row(i);
+      }
+      count_ = chain_->Next(places, most, rows_);
       left_ -= count_;
       next_ = 0;
     }
@@ -86,7 +93,8 @@ class RowReader {
 
  private:
   RowsPtr chain_;
-  RowRing room_;
+  GreyImage* result_;
+  RowRing own_;
   int left_;  // that the chain has not yielded yet
   const uint8_t* rows_[Rows::kStrip];
   int count_ = 0, next_ = 0;
@@ -215,8 +223,8 @@ void Gradient(const Kernels& kernels, GreyImage& source, GreyImage& result,
     return;
   }
   const Work work(kernels, source, element);
-  RowReader lower(work.Passes(Extreme::kMinimum, true, work.Read(isInPlace)), source);
-  RowReader upper(work.Passes(Extreme::kMaximum, false, work.Read(isInPlace)), source);
+  RowReader lower(work.Passes(Extreme::kMinimum, true, work.Read(isInPlace)), source, result);
+  RowReader upper(work.Passes(Extreme::kMaximum, false, work.Read(isInPlace)), source, source);
   if (!lower || !upper) return;
   if (isInPlace) {
     LeaveTemporaryImage(source);
@@ -235,7 +243,7 @@ void WhiteTopHat(const Kernels& kernels, GreyImage& source, GreyImage& result,
   if (IsTooSmall(source)) return;
   const bool isInPlace = &source == &result;
   const Work work(kernels, source, element);
-  RowReader opening(work.Pair(Extreme::kMinimum, true, work.Read(isInPlace)), source);
+  RowReader opening(work.Pair(Extreme::kMinimum, true, work.Read(isInPlace)), source, result);
   if (!opening) return;
   if (isInPlace) {
     LeaveTemporaryImage(source);
@@ -252,7 +260,7 @@ void BlackTopHat(const Kernels& kernels, const GreyImage& source, GreyImage& res
   if (IsTooSmall(source)) return;
   const bool isInPlace = &source == &result;
   const Work work(kernels, source, element);
-  RowReader closing(work.Pair(Extreme::kMaximum, true, work.Read(isInPlace)), source);
+  RowReader closing(work.Pair(Extreme::kMaximum, true, work.Read(isInPlace)), source, result);
   if (!closing) return;
   if (isInPlace) {
     LeaveTemporaryImage(source);

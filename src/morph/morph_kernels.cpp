@@ -29,6 +29,16 @@ QUILLON_INLINE void WithConstant(int value, Body&& body) {
   ((value == kValue ? body(Width<kValue>{}) : void()), ...);
 }
 
+// Copies of a caller's pointers, one by one: as vectors they would wait for its stores.
+template <int n, class T>
+QUILLON_INLINE void CopyPointers(T* const* from, T** to) {
+  Unroll<n>([&](auto i) {
+    T* pointer = from[i];
+    asm("" : "+r"(pointer));
+    to[i] = pointer;
+  });
+}
+
 // Covers [0, count) with blocks that write to `out`. The first is followed by those at aligned
 // addresses, for a store across two cache lines costs as much as several, and the last reaches
 // back: so rows of 16 pixels or more need no tail. For bodies that may run twice on the same
@@ -212,8 +222,9 @@ QUILLON_INLINE auto FourWindows(const uint8_t* const* rows, int x) {
 template <class Extreme, int kTerms>
 void FourOfTerms(const uint8_t* const* from, uint8_t* const* to, int count) {
   const uint8_t* rows[kTerms + 3];
-  for (int i = 0; i < kTerms + 3; ++i) rows[i] = from[i];
-  uint8_t* const out[] = {to[0], to[1], to[2], to[3]};
+  CopyPointers<kTerms + 3>(from, rows);
+  uint8_t* out[4];
+  CopyPointers<4>(to, out);
   CoverWithBlocks<kNarrow>(out[0], count, [&](auto width, int x) {
     const auto windows = FourWindows<Extreme, kTerms, width>(rows, x);
     for (int i = 0; i < 4; ++i) StoreBlock(out[i] + x, windows.row[i]);
@@ -226,9 +237,11 @@ template <class Extreme, int kTerms>
 void FourOfSlantedTerms(const uint8_t* const* from, int slant, uint8_t* const* to, int count) {
   constexpr int kEnd = 16;
   const uint8_t* rows[kTerms + 3];
+  CopyPointers<kTerms + 3>(from, rows);
   uint8_t* out[4];
-  for (int i = 0; i < kTerms + 3; ++i) rows[i] = from[i] + slant * i;
-  for (int i = 0; i < 4; ++i) out[i] = to[i] + slant * i;
+  CopyPointers<4>(to, out);
+  for (int i = 0; i < kTerms + 3; ++i) rows[i] += slant * i;
+  for (int i = 0; i < 4; ++i) out[i] += slant * i;
   const auto row = [&](int i, auto width, int x) {
     x -= slant * i;
     auto extreme = LoadBlock<width>(rows[i] + x);
@@ -289,9 +302,10 @@ void FourOfBoxBlocks(const uint8_t* const* from, uint8_t* const* to, int width, 
   using V = U8<N>;
   constexpr int kRadius = kSize / 2;
   const uint8_t* rows[kSize + 3];
-  for (int i = 0; i < kSize + 3; ++i) rows[i] = from[i];
+  CopyPointers<kSize + 3>(from, rows);
   uint8_t* out[4];  // for the column where a box begins
-  for (int i = 0; i < 4; ++i) out[i] = to[i] + kRadius - inset;
+  CopyPointers<4>(to, out);
+  for (uint8_t*& each : out) each += kRadius - inset;
   // N lanes of two blocks, for an inset of 0 and of 1: through memory, they would wait for it.
   const auto storeLanes = [&](V without, V with, uint8_t* at) {
     Store(at, inset == 0 ? without : with);

@@ -58,19 +58,20 @@ void FillMargins(uint8_t* row, int width, int margin) {
 // Runs are read whole vectors at a time.
 constexpr size_t kReadBeyond = ExtremeKernels::kReadBeyond;
 
+int RoundUp(int value, int step) { return (value + step - 1) / step * step; }
+
 size_t WholeLines(size_t bytes) { return (bytes + kLine - 1) / kLine * kLine; }
 
 }  // namespace
 
 // Column 0 of the image lies at the start of a cache line, as it does in most images, and rows an
 // odd number of lines apart: at even distances they would share a few sets of the cache.
-RowRing::RowRing(int rows, Columns columns, int margin, bool isSlanted)
+RowRing::RowRing(int rows, Columns columns, int margin, int slant)
     : mask_(std::bit_ceil(static_cast<unsigned>(rows)) - 1),
-      slant_(isSlanted ? kLine - 1 : 0),
-      offset_(WholeLines(static_cast<size_t>(margin)) + WholeLines(slant_) +
-              static_cast<size_t>(columns.first)) {
+      offset_(WholeLines(static_cast<size_t>(margin)) + static_cast<size_t>(columns.first)) {
   const size_t used = offset_ + static_cast<size_t>(columns.count) + static_cast<size_t>(margin);
   stride_ = WholeLines(used + kReadBeyond) | kLine;
+  stride_ += static_cast<size_t>(slant);
   if (mask_ < PTRDIFF_MAX / stride_) store_ = Buffer<uint8_t>((mask_ + 1) * stride_);
 }
 
@@ -171,7 +172,7 @@ RecentRows::RecentRows(RowsPtr input, int length, int rows, Columns columns, int
       width_(columns.count),
       slots_(rows + Rows::kStrip - 1),
       mask_(std::bit_ceil(static_cast<unsigned>(slots_)) - 1),
-      ring_(stay_ ? 1 : slots_, columns, margin),
+      ring_(stay_ ? 1 : slots_, columns, margin, input_ ? input_->Slant() : 0),
       rows_(mask_ + size_t{1}) {}
 
 void RecentRows::ReadUpTo(int last) {
@@ -299,12 +300,6 @@ const uint8_t* Cross::FirstInput() {
   return input_.Row(0);
 }
 
-namespace {
-
-int RoundUp(int value, int step) { return (value + step - 1) / step * step; }
-
-}  // namespace
-
 DiagonalWindows::DiagonalWindows(const ExtremeKernels& kernels, RowsPtr input, Columns columns,
                                  int rows, int steps, int border)
     : kernels_(kernels),
@@ -313,9 +308,8 @@ DiagonalWindows::DiagonalWindows(const ExtremeKernels& kernels, RowsPtr input, C
       steps_(steps),
       border_(border),
       input_(std::move(input), rows, steps + kStrip, columns, kMargin, width_ >= 2 * kEnd),
-      left_(steps + kStrip, {0, kEnd}, kMargin),
-      right_(steps + kStrip, {0, kEnd}, kMargin),
-      falling_(RoundUp(steps, kStrip) + kStrip, columns, kMargin, true),
+      ends_(steps + kStrip, {0, kRight + kEnd}, kMargin),
+      falling_(RoundUp(steps, kStrip) + kStrip, columns, kMargin, -1),
       strip_({columns.first + border, columns.count - 2 * border}),
       nextFalling_(border - RoundUp(steps, kStrip)),
       next_(border) {
@@ -330,10 +324,10 @@ void DiagonalWindows::Pad(int i) {
   const uint8_t last = row[hasCorners ? width_ - 2 : width_ - 1];
   uint8_t *left, *rightEnd;
   if (input_.Stay()) {
-    left = left_.Row(i);
-    rightEnd = right_.Row(i) + kEnd;
+    left = ends_.Row(i);
+    rightEnd = left + kRight + kEnd;
     std::memcpy(left, row, kEnd);
-    std::memcpy(rightEnd - kEnd, row + width_ - kEnd, kEnd);
+    std::memcpy(left + kRight, row + width_ - kEnd, kEnd);
   } else {
     left = input_.OwnRow(i);
     rightEnd = left + width_;
@@ -354,29 +348,28 @@ void DiagonalWindows::ReadUpTo(int last) {
 void DiagonalWindows::ComputeFalling() {
   const int first = nextFalling_, count = steps_ + kStrip;
   ReadUpTo(first + count - 1);
-  const uint8_t *rows[kMaxRows], *left[kMaxRows], *right[kMaxRows];
+  const uint8_t *rows[kMaxRows], *ends[kMaxRows];
   uint8_t* to[kStrip];
   for (int i = 0; i < count; ++i) {
     const int row = std::clamp(first + i, 0, rows_ - 1);
     rows[i] = input_.Row(row) + i;
-    left[i] = left_.Row(row) + i;
-    right[i] = right_.Row(row) + kEnd - width_ + i;
+    ends[i] = ends_.Row(row) + i;
   }
-  for (int i = 0; i < kStrip; ++i) to[i] = falling_.Row(first + i) + i;
-  // Columns x + i and on in row i.
-  const auto compute = [&](const uint8_t* const* lying, int x, int length) {
+  for (int i = 0; i < kStrip; ++i) to[i] = FallingRow(first + i) + i;
+  // Columns x + i and on in row i; they lie at `place`.
+  const auto compute = [&](const uint8_t* const* lying, int place, int x, int length) {
     const uint8_t* from[kMaxRows];
     uint8_t* out[kStrip];
-    for (int i = 0; i < count; ++i) from[i] = lying[i] + x;
+    for (int i = 0; i < count; ++i) from[i] = lying[i] + place;
     for (int i = 0; i < kStrip; ++i) out[i] = to[i] + x;
     kernels_.FourOfRows(from, steps_ + 1, out, length);
   };
   const int begin = border_ - steps_ - (kStrip - 1), end = width_ - border_;
-  if (!input_.Stay()) return compute(rows, begin, end - begin);
+  if (!input_.Stay()) return compute(rows, begin, begin, end - begin);
   constexpr int kBlock = 16;
-  compute(left, begin, kBlock);
-  compute(right, end - kBlock, kBlock);
-  compute(rows, border_, end - border_ - steps_ - (kStrip - 1));
+  compute(ends, begin, begin, kBlock);
+  compute(ends, end - kBlock - width_ + kEnd + kRight, end - kBlock, kBlock);
+  compute(rows, border_, border_, end - border_ - steps_ - (kStrip - 1));
 }
 
 // The same along the rising diagonals, that end at (r, x).
@@ -386,7 +379,7 @@ void DiagonalWindows::Compute(uint8_t* const* out) {
     nextFalling_ += kStrip;
   }
   const uint8_t* from[kMaxRows];
-  for (int i = 0; i < steps_ + kStrip; ++i) from[i] = falling_.Row(next_ - steps_ + i) + border_;
+  for (int i = 0; i < steps_ + kStrip; ++i) from[i] = FallingRow(next_ - steps_ + i) + border_;
   kernels_.FourOfSlants(from, steps_ + 1, -1, out, width_ - 2 * border_);
   next_ += kStrip;
   // What was written just now is slow to read.

@@ -37,6 +37,8 @@ class Rows {
   // RecentRows. Those of an image stay until the whole chain has yielded kRowsKept more rows.
   static constexpr int kRowsKept = 4;
   virtual bool Stay() const { return false; }
+  // The slant of places that are fastest to write.
+  virtual int Slant() const { return 0; }
 };
 
 using RowsPtr = std::unique_ptr<Rows>;
@@ -60,24 +62,22 @@ struct Columns {
   int first, count;
 };
 
-// Rows of these columns, each with room for copies of its edge pixels on both sides. Slanted rows
-// each lie a byte further left than the one before, so that what is diagonally below a pixel has an
-// address as well aligned as its own.
+// Rows of these columns, each with room for copies of its edge pixels on both sides. With a slant,
+// each lies a byte further right (1) or left (-1) against the lines of the cache than the one
+// before: pixels along a diagonal are then aligned alike.
 class RowRing {
  public:
-  RowRing(int rows, Columns columns, int margin, bool isSlanted = false);
+  RowRing(int rows, Columns columns, int margin, int slant = 0);
   explicit operator bool() const { return static_cast<bool>(store_); }
   // Row i, as long as no row that is `rows` away has taken its place.
   uint8_t* Row(int i) {
-    const auto row = static_cast<unsigned>(i);
-    return store_.data() + offset_ + (row & mask_) * stride_ - (row & slant_);
+    return store_.data() + offset_ + (static_cast<unsigned>(i) & mask_) * stride_;
   }
   int Count() const { return static_cast<int>(mask_) + 1; }
   ptrdiff_t Stride() const { return static_cast<ptrdiff_t>(stride_); }
 
  private:
-  const size_t mask_;   // for a power of two rows
-  const size_t slant_;  // after so many rows the slant begins again
+  const size_t mask_;  // for a power of two rows
   const size_t offset_;
   size_t stride_;
   Buffer<uint8_t> store_;
@@ -284,24 +284,27 @@ class DiagonalWindows final : public WindowedRows {
   // `border` is 0 or 1 pixels wide.
   DiagonalWindows(const ExtremeKernels& kernels, RowsPtr input, Columns columns, int rows,
                   int steps, int border);
-  bool IsReady() const { return input_ && left_ && right_ && falling_ && strip_; }
+  bool IsReady() const { return input_ && ends_ && falling_ && strip_; }
   int Next(uint8_t* const* places, int most, const uint8_t** rows) override;
   const uint8_t* FirstInput() override;
+  int Slant() const override { return 1; }
 
  private:
   // Of rows that lie elsewhere, so many columns at either end are copied, for there margins are.
   static constexpr int kEnd = 32;
   static constexpr int kMargin = 16;
+  static constexpr int kRight = kEnd + 2 * kMargin;  // where the right end begins among the ends
   static constexpr int kMaxRows = kMaxSteps + kStrip;
   void ReadUpTo(int last);
   void Pad(int i);
   void ComputeFalling();
   void Compute(uint8_t* const* out);
+  uint8_t* FallingRow(int i) { return falling_.Row(i - border_); }  // strips begin with their ring
 
   const ExtremeKernels& kernels_;
   const int width_, rows_, steps_, border_;
   RecentRows input_;
-  RowRing left_, right_, falling_;
+  RowRing ends_, falling_;
   StripRows strip_;
   int padded_ = 0;
   int nextFalling_;  // rows of the windows along falling diagonals begin above the image
