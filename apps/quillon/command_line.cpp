@@ -53,17 +53,16 @@ Option Command::AddFlag(const std::string& name, bool& value, const std::string&
 void Command::Footer(const std::string& text) const { app_->footer(text); }
 void Command::Runs(std::function<void()> action) const { app_->callback(std::move(action)); }
 
-#define QUILLON_OPTIONS_OF(Value) \
-  template Option Command::AddOption<Value>(const std::string&, Value&, const std::string&) const
-QUILLON_OPTIONS_OF(int);
-QUILLON_OPTIONS_OF(uint32_t);
-QUILLON_OPTIONS_OF(double);
-QUILLON_OPTIONS_OF(std::string);
-QUILLON_OPTIONS_OF(std::optional<int>);
-QUILLON_OPTIONS_OF(std::vector<int>);
-QUILLON_OPTIONS_OF(std::vector<double>);
-QUILLON_OPTIONS_OF(std::vector<std::string>);
-#undef QUILLON_OPTIONS_OF
+// An option's value: those that commands use.
+using Text = const std::string&;
+template Option Command::AddOption(Text, int&, Text) const;
+template Option Command::AddOption(Text, uint32_t&, Text) const;
+template Option Command::AddOption(Text, double&, Text) const;
+template Option Command::AddOption(Text, std::string&, Text) const;
+template Option Command::AddOption(Text, std::optional<int>&, Text) const;
+template Option Command::AddOption(Text, std::vector<int>&, Text) const;
+template Option Command::AddOption(Text, std::vector<double>&, Text) const;
+template Option Command::AddOption(Text, std::vector<std::string>&, Text) const;
 
 int RunCommandLine(int argc, char** argv, const std::string& summary,
                    void (*addCommands)(Command top)) {

@@ -196,7 +196,7 @@ class Fields {
 };
 
 std::string PlaceOf(const char* what, const Json& object, size_t index) {
-  const std::string number = std::string(what) + " " + std::to_string(index + 1);
+  std::string number = std::string(what) + " " + std::to_string(index + 1);
   if (!object.is_object()) return number;
   const auto name = object.find("name");
   if (name == object.end() || !name->is_string() || name->get_ref<const std::string&>().empty()) {
@@ -313,6 +313,7 @@ class Parser {
                                     [&](const Slot& slot) { return slot.name == name; });
     if (found == slots.end()) {
       std::vector<std::string> names;
+      names.reserve(slots.size());
       for (const Slot& slot : slots) names.push_back(slot.name);
       fields.Wrong("input",
                    "nothing before this is called " + Quote(name) + Suggestion(name, names));
