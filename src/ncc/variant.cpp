@@ -180,8 +180,6 @@ bool VariantMaker::Make(double scale, double degrees, Variant& variant) {
   const Size size = TurnedSize(ScaledSize(scale), variant.cosine, variant.sine);
   if (size.width > most_.width || size.height > most_.height) return true;
   if (!Scale(scale)) return false;
-  variant.halfWidth = scaled_.width * 0.5;
-  variant.halfHeight = scaled_.height * 0.5;
   if (!variant.turned) return Pack(scaled_, variant);
   return Turn(variant.cosine, variant.sine) && Pack(turned_, variant);
 }

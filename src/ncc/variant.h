@@ -16,7 +16,6 @@ struct VariantRow {
 
 struct Variant {
   int width = 0, height = 0;  // the upright box around it; its middle is the template's centre
-  double halfWidth = 0, halfHeight = 0;  // of the scaled template before it was turned
   double cosine = 1, sine = 0;
   bool turned = false;
   int planes = 0;
