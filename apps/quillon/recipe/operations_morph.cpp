@@ -40,50 +40,61 @@ void RunStar(const Call& call) {
   });
 }
 
-// One row for each shape of the element.
+// One operation by a box, a diamond and a circle.
+struct ByEachShape {
+  const char* summary;
+  std::array<const char*, 3> names;
+  std::array<void (*)(const Call&), 3> runs;
+};
+
 template <class Way, auto box, auto diamond, auto circle>
-void Add(std::vector<RecipeOperation>& rows, std::array<const char*, 3> names,
-         const char* summary) {
-  constexpr std::array<Kind, 2> kPicture = {Kind::kPicture, Kind::kNone};
-  constexpr double kMost = 32767;
-  const Argument radius = Whole("radius", 0, kMost, "of the element");
-  rows.push_back({names[0],
-                  "morphology",
-                  summary,
-                  kPicture,
-                  Kind::kPicture,
-                  {Whole("horizontal", 0, kMost, "the element is 2 horizontal + 1 wide"),
-                   Whole("vertical", 0, kMost, "and 2 vertical + 1 high")},
-                  RunBox<Way, box>});
-  rows.push_back(
-      {names[1], "morphology", summary, kPicture, Kind::kPicture, {radius}, RunStar<Way, diamond>});
-  rows.push_back(
-      {names[2], "morphology", summary, kPicture, Kind::kPicture, {radius}, RunStar<Way, circle>});
-}
+constexpr std::array<void (*)(const Call&), 3> kRuns = {RunBox<Way, box>, RunStar<Way, diamond>,
+                                                        RunStar<Way, circle>};
+
+constexpr ByEachShape kOperations[] = {
+    {"the largest value under the element",
+     {"dilate", "dilate-diamond", "dilate-circle"},
+     kRuns<InPlace, IxDilation, IxDilationDiamond, IxDilationCircle>},
+    {"the smallest value under the element",
+     {"erode", "erode-diamond", "erode-circle"},
+     kRuns<InPlace, IxErosion, IxErosionDiamond, IxErosionCircle>},
+    {"erosion, then dilation: removes what is smaller and bright",
+     {"open", "open-diamond", "open-circle"},
+     kRuns<InPlace, IxOpening, IxOpeningDiamond, IxOpeningCircle>},
+    {"dilation, then erosion: removes what is smaller and dark",
+     {"close", "close-diamond", "close-circle"},
+     kRuns<InPlace, IxClosing, IxClosingDiamond, IxClosingCircle>},
+    {"dilation minus erosion: outlines",
+     {"gradient", "gradient-diamond", "gradient-circle"},
+     kRuns<FromCopy, IxMorphGradient, IxMorphGradientDiamond, IxMorphGradientCircle>},
+    {"the picture minus its opening: what is smaller and bright",
+     {"white-top-hat", "white-top-hat-diamond", "white-top-hat-circle"},
+     kRuns<FromCopy, IxMorphWhiteTopHat, IxMorphWhiteTopHatDiamond, IxMorphWhiteTopHatCircle>},
+    {"the closing minus the picture: what is smaller and dark",
+     {"black-top-hat", "black-top-hat-diamond", "black-top-hat-circle"},
+     kRuns<FromCopy, IxMorphBlackTopHat, IxMorphBlackTopHatDiamond, IxMorphBlackTopHatCircle>},
+};
 
 }  // namespace
 
 std::vector<RecipeOperation> MorphologyOperations() {
+  constexpr double kMost = 32767;
+  const std::vector<Argument> sides = {
+      Whole("horizontal", 0, kMost, "the element is 2 horizontal + 1 wide"),
+      Whole("vertical", 0, kMost, "and 2 vertical + 1 high")};
+  const std::vector<Argument> radius = {Whole("radius", 0, kMost, "of the element")};
   std::vector<RecipeOperation> rows;
-  Add<InPlace, IxDilation, IxDilationDiamond, IxDilationCircle>(
-      rows, {"dilate", "dilate-diamond", "dilate-circle"}, "the largest value under the element");
-  Add<InPlace, IxErosion, IxErosionDiamond, IxErosionCircle>(
-      rows, {"erode", "erode-diamond", "erode-circle"}, "the smallest value under the element");
-  Add<InPlace, IxOpening, IxOpeningDiamond, IxOpeningCircle>(
-      rows, {"open", "open-diamond", "open-circle"},
-      "erosion, then dilation: removes what is smaller and bright");
-  Add<InPlace, IxClosing, IxClosingDiamond, IxClosingCircle>(
-      rows, {"close", "close-diamond", "close-circle"},
-      "dilation, then erosion: removes what is smaller and dark");
-  Add<FromCopy, IxMorphGradient, IxMorphGradientDiamond, IxMorphGradientCircle>(
-      rows, {"gradient", "gradient-diamond", "gradient-circle"},
-      "dilation minus erosion: outlines");
-  Add<FromCopy, IxMorphWhiteTopHat, IxMorphWhiteTopHatDiamond, IxMorphWhiteTopHatCircle>(
-      rows, {"white-top-hat", "white-top-hat-diamond", "white-top-hat-circle"},
-      "the picture minus its opening: what is smaller and bright");
-  Add<FromCopy, IxMorphBlackTopHat, IxMorphBlackTopHatDiamond, IxMorphBlackTopHatCircle>(
-      rows, {"black-top-hat", "black-top-hat-diamond", "black-top-hat-circle"},
-      "the closing minus the picture: what is smaller and dark");
+  for (const ByEachShape& each : kOperations) {
+    for (size_t shape = 0; shape < each.names.size(); ++shape) {
+      rows.push_back({.name = each.names[shape],
+                      .family = "morphology",
+                      .summary = each.summary,
+                      .inputs = {Kind::kPicture, Kind::kNone},
+                      .output = Kind::kPicture,
+                      .arguments = shape == 0 ? sides : radius,
+                      .run = each.runs[shape]});
+    }
+  }
   return rows;
 }
 
