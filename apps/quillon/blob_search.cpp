@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <span>
 
 #include "errors.h"
 
@@ -135,14 +136,16 @@ void SelectBlobs(const BlobSelection& selection, RLERegion* region) {
   if (x.AreGiven() || y.AreGiven()) IxLocateBlobCenter(region, x.min, x.max, y.min, y.max);
 }
 
-// Both lists are in the order of the blobs, so each record is
-// the next one equal to it; blobs with equal records are selected together or not at all.
+// Both lists are in the order of the blobs, so each record is the next one equal to it; blobs with
+// equal records are selected together or not at all.
 std::vector<int> NumbersOf(const std::vector<BlobFeature>& selected,
                            const std::vector<BlobFeature>& all) {
+  const auto bytes = [](const BlobFeature& blob) { return std::as_bytes(std::span(&blob, 1)); };
   std::vector<int> numbers;
+  numbers.reserve(selected.size());
   size_t n = 0;
   for (const BlobFeature& blob : selected) {
-    while (std::memcmp(&all[n], &blob, sizeof blob) != 0) ++n;
+    while (!std::ranges::equal(bytes(all[n]), bytes(blob))) ++n;
     numbers.push_back(static_cast<int>(n++));
   }
   return numbers;

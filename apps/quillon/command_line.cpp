@@ -1,6 +1,7 @@
 #include "command_line.h"
 
 #include <CLI/CLI.hpp>
+#include <climits>
 #include <cstdint>
 #include <cstdio>
 #include <optional>
@@ -15,8 +16,17 @@ Option Option::Within(int low, int high) const {
 Option Option::Within(double low, double high) const {
   return Option(option_->check(CLI::Range(low, high)));
 }
-Option Option::Positive() const { return Option(option_->check(CLI::PositiveNumber)); }
-Option Option::NotNegative() const { return Option(option_->check(CLI::NonNegativeNumber)); }
+Option Option::Positive() const {
+  return Option(option_->check(CLI::Validator(
+      [](const std::string& text) {
+        double value = 0;
+        return CLI::detail::lexical_cast(text, value) && value > 0
+                   ? ""
+                   : "Value " + text + " is not greater than 0";
+      },
+      "POSITIVE")));
+}
+Option Option::NotNegative() const { return Within(0, INT_MAX); }
 Option Option::Finite() const { return Option(option_->check(CLI::Range(-1e9, 1e9, "NUMBER"))); }
 Option Option::Checked(std::string (*check)(const std::string&)) const {
   return Option(option_->check(check));

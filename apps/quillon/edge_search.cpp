@@ -23,6 +23,7 @@ EdgeTool TeachEdges(const std::string& name, const GreyImage& pattern, double lo
 
 std::vector<Point> EdgePoints(const GeoModelLevel& model, const Pose& pose) {
   std::vector<Point> points;
+  points.reserve(static_cast<size_t>(model.count));
   for (int i = 0; i < model.count; ++i) points.push_back(pose.At(model.x[i], model.y[i]));
   return points;
 }

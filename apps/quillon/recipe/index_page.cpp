@@ -208,9 +208,10 @@ std::string Overview(const Counts& counts) {
   for (const auto& [verdict, count] : parts) {
     if (count == 0) continue;
     const std::string name = NameOf(verdict);
-    bar += "<i class='" + name + "' style='flex:" + std::to_string(count) + "'></i>";
-    buttons += "<button class='" + name + "' data-filter='" + name + "'><b>" +
-               std::to_string(count) + "</b> " + name + "</button>";
+    const std::string number = std::to_string(count);
+    bar.append("<i class='").append(name).append("' style='flex:").append(number).append("'></i>");
+    buttons.append("<button class='").append(name).append("' data-filter='").append(name);
+    buttons.append("'><b>").append(number).append("</b> ").append(name).append("</button>");
   }
   const double share =
       counts.images ? 100.0 * static_cast<double>(counts.pass) / static_cast<double>(counts.images)
@@ -223,6 +224,7 @@ std::string Overview(const Counts& counts) {
 
 std::string RenderIndex(const Recipe& recipe, const std::vector<IndexEntry>& entries) {
   std::vector<Record> records;
+  records.reserve(entries.size());
   for (const IndexEntry& entry : entries) records.push_back(*entry.record);
   std::vector<Histogram> histograms;
   for (size_t i = 0; i < recipe.measurements.size(); ++i) {

@@ -291,7 +291,7 @@ void Pages::Write(size_t index, const Record& record, const Inspector& inspector
 }
 
 void Pages::WriteIndex(const std::vector<Record>& records) const {
-  const auto ifThere = [&](std::string name) { return fs::exists(InRun(name)) ? name : ""; };
+  const auto ifThere = [&](const std::string& name) { return fs::exists(InRun(name)) ? name : ""; };
   std::vector<IndexEntry> entries;
   for (size_t i = 0; i < records.size(); ++i) {
     entries.push_back({&records[i], ifThere(PageOf(i, records[i])), ifThere(ThumbnailOf(i))});
