@@ -48,6 +48,10 @@ QUILLON_INLINE Lanes Column(const ColumnSums& sums, int lane, int k) {
 
 // ---- binomial weights ---------------------------------------------------------------------------
 
+// What the sums of both directions are shifted by at the end.
+template <int kSize>
+constexpr int kShift = kSize == 7 ? 8 : 2 * (kSize - 1);
+
 template <int kSize>
 constexpr int Weight(int k) {
   constexpr int kWeights[] = {1, 2, 1, 1, 4, 6, 4, 1, 1, 6, 15, 20, 15, 6, 1};
@@ -89,23 +93,24 @@ QUILLON_INLINE Lanes SumDown(Lanes row, Lanes* before) {
   return row;
 }
 
-// What half a block of columns keeps of the rows above, as vectors.
+// What half a block of columns keeps of the rows above, and both halves together, as vectors.
 template <int kSize>
-constexpr int kStates = kSize == 7 ? 10 : kSize - 1;
+constexpr int kStates = kSize == 7 ? 6 : kSize - 1;
+template <int kSize>
+constexpr int kShared = kSize == 7 ? 4 : 0;
 
-// Adds a row; the windows' means that it completes.
+// Adds a row; the sums of the windows that it completes, with what rounds them. Those of 7 x 7 need
+// 20 bits: after two steps, in 16, the upper twelve go on here, and the lower four go into the
+// bytes of `low` that are of even, or of odd columns.
 template <int kSize, bool kOdd>
-QUILLON_INLINE Lanes AddRow(const uint8_t* from, Lanes* state) {
+QUILLON_INLINE Lanes AddRow(const uint8_t* from, Lanes* state, Lanes& low) {
   const Lanes row = SumAcross<kSize, kOdd>(from, std::make_integer_sequence<int, kSize / 2 + 1>{});
   if constexpr (kSize < 7) {
-    constexpr int kShift = 2 * (kSize - 1);
-    return (SumDown<kSize - 1>(row, state) + (1 << kShift >> 1)) >> kShift;
+    return SumDown<kSize - 1>(row, state) + (1 << kShift<kSize> >> 1);
   } else {
-    // The sums need 20 bits: after two steps, in 16, the upper twelve and the lower four bits go on
-    // apart.
     const Lanes sum = SumDown<2>(row, state);
-    const Lanes low = SumDown<4>(sum & 15, state + 2);
-    return (SumDown<4>(sum >> 4, state + 6) + (low >> 4) + 128) >> 8;
+    low = kOdd ? low | (sum & 15) << 8 : sum & 15;
+    return SumDown<4>(sum >> 4, state + 2) + (1 << kShift<kSize> >> 1);
   }
 }
 
@@ -113,24 +118,40 @@ QUILLON_INLINE Lanes AddRow(const uint8_t* from, Lanes* state) {
 // columns in turn, so that it fits into the registers.
 template <int kSize, int kRows>
 void GaussianRows(const uint8_t* const* rows, uint8_t* const* outs, int count, uint8_t* memory) {
-  constexpr int kBytes = 2 * kStates<kSize> * kBlock;
+  constexpr int kHalf = kStates<kSize> * kBlock, kBytes = 2 * kHalf + kShared<kSize> * kBlock;
   static_assert(kBytes == GaussianState(kSize) * kBlock);
   const auto walk = [](const uint8_t* const* from, uint8_t* const* to, int x, uint8_t* kept) {
-    Lanes even[kRows], odd[kRows];
-    const auto addRows = [&](auto isOdd, uint8_t* half, Lanes* means) {
-      Lanes state[kStates<kSize>];
-      const auto at = [&](int i) { return reinterpret_cast<uint16_t*>(half + i * kBlock); };
-#pragma GCC unroll 16
-      for (int i = 0; i < kStates<kSize>; ++i) state[i] = Load<uint16_t, kLanes>(at(i));
+    Lanes even[kRows], odd[kRows], low[kRows];
+    // Calls add(i, state) for each row, with vectors that are kept from call to call.
+    const auto withState = [&](auto vectors, uint8_t* place, const auto& add) {
+      Lanes state[vectors.value];
+      const auto at = [&](int i) { return reinterpret_cast<uint16_t*>(place + i * kBlock); };
+#pragma GCC unroll 8
+      for (int i = 0; i < vectors.value; ++i) state[i] = Load<uint16_t, kLanes>(at(i));
 #pragma GCC unroll 4
-      for (int i = 0; i < kRows; ++i) means[i] = AddRow<kSize, isOdd>(from[i] + x, state);
-#pragma GCC unroll 16
-      for (int i = 0; i < kStates<kSize>; ++i) Store(at(i), state[i]);
+      for (int i = 0; i < kRows; ++i) add(i, state);
+#pragma GCC unroll 8
+      for (int i = 0; i < vectors.value; ++i) Store(at(i), state[i]);
     };
-    addRows(std::false_type{}, kept, even);
-    addRows(std::true_type{}, kept + kBytes / 2, odd);
+    constexpr std::integral_constant<int, kStates<kSize>> kOfHalf;
+    withState(kOfHalf, kept, [&](int i, Lanes* state) {
+      even[i] = AddRow<kSize, false>(from[i] + x, state, low[i]);
+    });
+    withState(kOfHalf, kept + kHalf, [&](int i, Lanes* state) {
+      odd[i] = AddRow<kSize, true>(from[i] + x, state, low[i]);
+    });
+    if constexpr (kShared<kSize> != 0) {
+      withState(std::integral_constant<int, kShared<kSize>>{}, kept + 2 * kHalf,
+                [&](int i, Lanes* state) {
+                  const Lanes sum = SumDown<kShared<kSize>>(low[i], state);
+                  even[i] += sum >> 4 & 15;
+                  odd[i] += sum >> 12;
+                });
+    }
 #pragma GCC unroll 4
-    for (int i = 0; i < kRows; ++i) Store(to[i] + x, MergeBytes(even[i], odd[i]));
+    for (int i = 0; i < kRows; ++i) {
+      Store(to[i] + x, MergeBytes(even[i] >> kShift<kSize>, odd[i] >> kShift<kSize>));
+    }
   };
   const uint8_t* from[kRows];
   uint8_t* to[kRows];

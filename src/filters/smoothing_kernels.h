@@ -17,7 +17,7 @@ constexpr int kColumnPadding = 128;
 
 // Rows that a Gaussian takes at once, and what it keeps of the rows above.
 constexpr int kGaussianBand = 4;
-constexpr int GaussianState(int size) { return size == 7 ? 20 : 2 * (size - 1); }
+constexpr int GaussianState(int size) { return size == 7 ? 16 : 2 * (size - 1); }
 
 // The largest window whose means are formed from 16-bit column sums: differences of two sums stay
 // within 16 bits, quotients by float are exact.
