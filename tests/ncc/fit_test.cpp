@@ -101,17 +101,10 @@ TEST(NccFit, FindsThePoseAndItsCorrelation) {
   for (Case c : cases) {
     SCOPED_TRACE(c.spec.seed);
     c.spec.width = 110, c.spec.height = 90;
-    GreyImage pattern, scene;
-    ColourImage colourPattern, colourScene;
-    const Truth truth = MakeScene(c.spec, pattern, scene).at(0);
-    for (bool masked : {false, true}) {
-      for (int y = 8; masked && y < 20; ++y) std::fill_n(pattern.rows[y] + 11, 9, uint8_t{0});
-      ExpectBestPose(pattern, scene, truth, masked, c.freedom);
-      if (masked) continue;
-      Colourise(pattern, colourPattern);
-      Colourise(scene, colourScene);
-      ExpectBestPose(colourPattern, colourScene, truth, masked, c.freedom);
-    }
+    ForEachKind(c.spec,
+                [&](const auto& pattern, const auto& scene, const Truth& truth, bool masked) {
+                  ExpectBestPose(pattern, scene, truth, masked, c.freedom);
+                });
   }
 }
 

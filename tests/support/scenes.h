@@ -1,6 +1,7 @@
 // Synthetic scenes: a pattern placed at poses that are known exactly, on a cluttered ground.
 #pragma once
 
+#include <algorithm>
 #include <vector>
 
 #include "support/images.h"
@@ -29,5 +30,20 @@ std::vector<Truth> MakeScene(const SceneSpec& spec, GreyImage& pattern, GreyImag
 
 // Colour from grey: three different mixtures of the picture and its mirror image about 128.
 void Colourise(const GreyImage& grey, ColourImage& colour);
+
+// The first instance of a scene, calling check(pattern, scene, truth, masked): in grey, with black
+// in the template that a mask leaves out, and in colour.
+template <class Check>
+void ForEachKind(const SceneSpec& spec, const Check& check) {
+  GreyImage pattern, scene;
+  const Truth truth = MakeScene(spec, pattern, scene).at(0);
+  check(pattern, scene, truth, false);
+  ColourImage colourPattern, colourScene;
+  Colourise(pattern, colourPattern);
+  Colourise(scene, colourScene);
+  check(colourPattern, colourScene, truth, false);
+  for (int y = 8; y < 20; ++y) std::fill_n(pattern.rows[y] + 11, 9, uint8_t{0});
+  check(pattern, scene, truth, true);
+}
 
 }  // namespace quillon::test
