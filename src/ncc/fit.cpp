@@ -184,8 +184,9 @@ PoseFit::Moments PoseFit::Measure(const Patch& patch, const Pose& pose) {
   const double middleU = (width_ - 1) * 0.5, middleV = (height_ - 1) * 0.5;
   const double fromX = patch.Left() + 0.5 - pose.x;
   for (int plane = 0; plane < planes_; ++plane) {
-    const FitCells cells = {cells_.data() + static_cast<ptrdiff_t>(plane) * width_ * height_,
-                            weights_ ? weights_.data() : nullptr, width_, height_};
+    const FitCells cells = {
+        cells_ ? cells_.data() + static_cast<ptrdiff_t>(plane) * width_ * height_ : nullptr,
+        weights_ ? weights_.data() : nullptr, width_, height_};
     std::fill_n(filteredRows_, kTaps, -1);
     for (int y = 0; y < patch.Height(); ++y) {
       const double fromY = patch.Top() + y + 0.5 - pose.y;

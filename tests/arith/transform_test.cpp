@@ -38,7 +38,8 @@ TEST(Transform, ScalingTakesTheNearestPixel) {
                                    {0.12, 5},  {7.77, 0.2}, {1.001, 1},   {0.999, 1}};
   GreyImage expected;
   ForEachLevelAndImage([&](const Kernels& level, const GreyImage& source) {
-    for (const auto& [scaleX, scaleY] : kScales) {
+    for (const auto& scales : kScales) {
+      const double scaleX = scales[0], scaleY = scales[1];
       SCOPED_TRACE(testing::Message() << scaleX << ", " << scaleY);
       reference::Scale(source, expected, scaleX, scaleY);
       if (!expected.bits) continue;
