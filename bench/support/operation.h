@@ -4,13 +4,12 @@
 //        .bytesPerPixel = 2,
 //        .ours = [](Frame& f) { Sobel(f.kernels, f.source, f.result); },
 //        .peer = [](PeerFrame& f) { ... },
-//        .check = InnerPixelsWithin(1)});
+//        .check = PixelsWithin(1)});
 //
 // Every operation runs at three sizes: at each instruction-set level with its destination kept from
 // call to call, at the best level with a fresh destination a call ("fresh"), by OpenCV on one
-// thread
-// ("opencv"), and as a memcpy of the bytes it touches ("memcpy"). Results are checked once, before
-// anything is timed; a failed check ends the program.
+// thread ("opencv"), and as a memcpy of the bytes it touches ("memcpy"). Results are checked once,
+// before anything is timed; a failed check ends the program.
 #pragma once
 
 #include <functional>

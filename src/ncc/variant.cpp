@@ -175,13 +175,13 @@ bool VariantMaker::Make(double scale, double degrees, Variant& variant) {
     return true;
   }
   variant.turned = degrees != 0;
-  variant.cosine = variant.turned ? std::cos(degrees * kRadians) : 1.0;
-  variant.sine = variant.turned ? std::sin(degrees * kRadians) : 0.0;
-  const Size size = TurnedSize(ScaledSize(scale), variant.cosine, variant.sine);
+  const double c = variant.turned ? std::cos(degrees * kRadians) : 1.0;
+  const double s = variant.turned ? std::sin(degrees * kRadians) : 0.0;
+  const Size size = TurnedSize(ScaledSize(scale), c, s);
   if (size.width > most_.width || size.height > most_.height) return true;
   if (!Scale(scale)) return false;
   if (!variant.turned) return Pack(scaled_, variant);
-  return Turn(variant.cosine, variant.sine) && Pack(turned_, variant);
+  return Turn(c, s) && Pack(turned_, variant);
 }
 
 }  // namespace quillon

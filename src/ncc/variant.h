@@ -16,7 +16,6 @@ struct VariantRow {
 
 struct Variant {
   int width = 0, height = 0;  // the upright box around it; its middle is the template's centre
-  double cosine = 1, sine = 0;
   bool turned = false;
   int planes = 0;
   uint32_t count = 0;  // values, all planes

@@ -214,12 +214,6 @@ QUILLON_INLINE V SubSaturate(V a, V b) {
   }
 }
 
-// |a - b| on unsigned bytes.
-template <class V>
-QUILLON_INLINE V AbsDiff(V a, V b) {
-  return SubSaturate(a, b) | SubSaturate(b, a);
-}
-
 // The high half of each product of unsigned 16-bit lanes.
 template <class V>
 QUILLON_INLINE V MulHigh(V a, V b) {
@@ -252,24 +246,6 @@ QUILLON_INLINE V ReciprocalEstimate(V v) {
 #if QUILLON_AVX512
   } else {
     return BitCast<V>(_mm512_maskz_rcp14_ps(0xFFFF, BitCast<__m512>(v)));
-#endif
-  }
-}
-
-// The square root of float lanes, correctly rounded.
-template <class V>
-QUILLON_INLINE V SquareRoot(V v) {
-  if constexpr (sizeof(V) > kVectorBytes) {
-    return Join(SquareRoot(Low(v)), SquareRoot(High(v)));
-  } else if constexpr (sizeof(V) == 16) {
-    return BitCast<V>(_mm_sqrt_ps(BitCast<__m128>(v)));
-#if QUILLON_AVX2
-  } else if constexpr (sizeof(V) == 32) {
-    return BitCast<V>(_mm256_sqrt_ps(BitCast<__m256>(v)));
-#endif
-#if QUILLON_AVX512
-  } else {
-    return BitCast<V>(_mm512_maskz_sqrt_ps(0xFFFF, BitCast<__m512>(v)));
 #endif
   }
 }
