@@ -5,8 +5,8 @@
 
 #include "families.h"
 #include "ncc/model.h"
-#include "ncc/pyramid.h"
 #include "ncc/search.h"
+#include "pyramid/pyramid.h"
 #include "support/operation.h"
 #include "support/template_search.h"
 

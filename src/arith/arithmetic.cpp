@@ -5,6 +5,7 @@
 #include <optional>
 
 #include "core/image_access.h"
+#include "point/lookup_kernels.h"
 #include "simd/kernels.h"
 
 namespace quillon {

@@ -3,7 +3,7 @@
 
 #include <stdint.h>
 
-#include "simd/table.h"
+#include "simd/families.h"
 
 namespace quillon {
 
@@ -41,7 +41,5 @@ struct ArithmeticKernels {
   // Each pixel's place on the line; `out` may be `from`. Null where a table is faster.
   void (*LineRow)(const uint8_t* from, uint8_t* out, int count, const IntegerLine& line);
 };
-
-QUILLON_KERNELS(ArithmeticKernels, arithmetic)
 
 }  // namespace quillon

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <limits>
 
+#include "arith/rotation_kernels.h"
 #include "core/angle.h"
 #include "core/buffer.h"
 #include "core/image_access.h"

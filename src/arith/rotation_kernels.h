@@ -3,7 +3,7 @@
 
 #include <stdint.h>
 
-#include "simd/table.h"
+#include "simd/families.h"
 
 namespace quillon {
 
@@ -44,7 +44,5 @@ struct RotationKernels {
   // one unit beyond.
   void (*BilinearRow)(const RotatedRow& row, uint8_t* out, int first, int end);
 };
-
-QUILLON_KERNELS(RotationKernels, rotation)
 
 }  // namespace quillon

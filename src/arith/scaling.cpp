@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstring>
 
+#include "arith/scaling_kernels.h"
 #include "core/buffer.h"
 #include "core/image_access.h"
 #include "simd/kernels.h"

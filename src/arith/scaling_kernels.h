@@ -3,7 +3,7 @@
 
 #include <stdint.h>
 
-#include "simd/table.h"
+#include "simd/families.h"
 
 namespace quillon {
 
@@ -26,7 +26,5 @@ struct ScalingKernels {
   // to[x] = from[2 x + 1]
   void (*PickOddRow)(const uint8_t* from, uint8_t* to, int count);
 };
-
-QUILLON_KERNELS(ScalingKernels, scaling)
 
 }  // namespace quillon

@@ -7,6 +7,7 @@
 #include "blob/labelling.h"
 #include "blob/queries.h"
 #include "blob/run_linker.h"
+#include "blob/runs_kernels.h"
 #include "core/buffer.h"
 #include "simd/kernels.h"
 

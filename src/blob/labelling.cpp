@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "blob/run_linker.h"
+#include "blob/runs_kernels.h"
 #include "core/buffer.h"
 #include "simd/kernels.h"
 

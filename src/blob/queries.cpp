@@ -1,5 +1,7 @@
 #include "blob/queries.h"
 
+#include "blob/runs_kernels.h"
+#include "core/grey_kernels.h"
 #include "core/image_access.h"
 #include "simd/kernels.h"
 

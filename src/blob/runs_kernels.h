@@ -3,7 +3,7 @@
 
 #include <stdint.h>
 
-#include "simd/table.h"
+#include "simd/families.h"
 
 namespace quillon {
 
@@ -15,7 +15,5 @@ struct RunsKernels {
   // The sum of `count` bytes, in 32 bits.
   uint32_t (*SumRow)(const uint8_t* row, int count);
 };
-
-QUILLON_KERNELS(RunsKernels, runs)
 
 }  // namespace quillon

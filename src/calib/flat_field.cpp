@@ -6,6 +6,7 @@
 #include <cstdlib>
 
 #include "calib/parameter_file.h"
+#include "point/lookup_kernels.h"
 #include "simd/kernels.h"
 
 namespace quillon {

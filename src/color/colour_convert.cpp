@@ -1,5 +1,6 @@
 #include "color/colour_convert.h"
 
+#include "color/colour_kernels.h"
 #include "core/image_access.h"
 #include "simd/kernels.h"
 

@@ -3,7 +3,7 @@
 
 #include <stdint.h>
 
-#include "simd/table.h"
+#include "simd/families.h"
 
 namespace quillon {
 
@@ -25,7 +25,5 @@ struct ColourKernels {
   void (*ConvertRow)(const uint8_t* from, uint8_t* to, int count, const uint8_t* table0,
                      const uint8_t* table1, const uint8_t* table2);
 };
-
-QUILLON_KERNELS(ColourKernels, colour)
 
 }  // namespace quillon

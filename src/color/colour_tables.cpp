@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "color/colour_formulas.h"
+#include "color/colour_kernels.h"
 #include "simd/kernels.h"
 
 namespace quillon {

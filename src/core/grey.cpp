@@ -1,5 +1,6 @@
 #include "core/grey.h"
 
+#include "core/grey_kernels.h"
 #include "core/image_access.h"
 #include "simd/kernels.h"
 

@@ -3,7 +3,7 @@
 
 #include <stdint.h>
 
-#include "simd/table.h"
+#include "simd/families.h"
 
 namespace quillon {
 
@@ -16,7 +16,5 @@ struct GreyKernels {
   // Sixteen packed pixels in three blocks of 16 bytes become sixteen blue, green and red values.
   void (*DeinterleaveBgr16)(uint8_t* first, uint8_t* second, uint8_t* third);
 };
-
-QUILLON_KERNELS(GreyKernels, grey)
 
 }  // namespace quillon

@@ -1,10 +1,9 @@
-// Exports: image pyramid and template matching.
+// Exports: template matching.
 #include <new>
 
 #include "exports/guards.h"
 #include "ncc/correlation.h"
 #include "ncc/model.h"
-#include "ncc/pyramid.h"
 #include "ncc/search.h"
 
 namespace quillon {
@@ -20,10 +19,6 @@ int Find(const CImage<Pixel>& image, NccTool& tool, const SearchLimits& limits) 
 }
 
 }  // namespace
-
-void IxImgPyramid(const GreyImage* source, GreyImage* result) {
-  if (HasPixels(source) && result) ReduceImageBy16(BestKernels(), *source, *result);
-}
 
 NccTool* IxCreateNCCTool() { return new (std::nothrow) NccTool; }
 

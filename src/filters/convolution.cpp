@@ -14,6 +14,7 @@
 #include <numeric>
 
 #include "core/buffer.h"
+#include "filters/convolution_kernels.h"
 #include "filters/inner_rows.h"
 #include "simd/kernels.h"
 

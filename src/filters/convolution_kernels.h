@@ -3,7 +3,7 @@
 
 #include <stdint.h>
 
-#include "simd/table.h"
+#include "simd/families.h"
 
 namespace quillon {
 
@@ -72,7 +72,5 @@ struct ConvolutionKernels {
   void (*SplitPairSums)(const PairTerms& terms, const PairQuotient& quotient, int count,
                         uint8_t* const out[2]);
 };
-
-QUILLON_KERNELS(ConvolutionKernels, convolution)
 
 }  // namespace quillon

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 
+#include "filters/gradient_kernels.h"
 #include "filters/row_frame.h"
 #include "simd/kernels.h"
 

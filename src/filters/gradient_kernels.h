@@ -2,7 +2,7 @@
 #pragma once
 
 #include "filters/strip.h"
-#include "simd/table.h"
+#include "simd/families.h"
 
 namespace quillon {
 
@@ -14,7 +14,5 @@ struct GradientKernels {
   StripKernel* Sharpen;      // the centre weighs 9
   StripKernel* WeakSharpen;  // the centre weighs 7
 };
-
-QUILLON_KERNELS(GradientKernels, gradient)
 
 }  // namespace quillon

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 
+#include "filters/median_kernels.h"
 #include "filters/row_frame.h"
 #include "simd/kernels.h"
 

@@ -4,7 +4,7 @@
 #include <stdint.h>
 
 #include "filters/strip.h"
-#include "simd/table.h"
+#include "simd/families.h"
 
 namespace quillon {
 
@@ -24,7 +24,5 @@ struct MedianKernels {
 };
 
 constexpr int kMedianSlack = 192;
-
-QUILLON_KERNELS(MedianKernels, median)
 
 }  // namespace quillon

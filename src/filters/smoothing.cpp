@@ -5,6 +5,7 @@
 
 #include "core/buffer.h"
 #include "filters/inner_rows.h"
+#include "filters/smoothing_kernels.h"
 #include "simd/kernels.h"
 
 namespace quillon {

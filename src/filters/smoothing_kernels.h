@@ -3,7 +3,7 @@
 
 #include <stdint.h>
 
-#include "simd/table.h"
+#include "simd/families.h"
 
 namespace quillon {
 
@@ -59,7 +59,5 @@ struct SmoothingKernels {
                           int width);
   void (*MeanWide)(const uint32_t* sums, int count, int size, uint8_t* out);
 };
-
-QUILLON_KERNELS(SmoothingKernels, smoothing)
 
 }  // namespace quillon

@@ -3,7 +3,7 @@
 
 #include <stdint.h>
 
-#include "simd/table.h"
+#include "simd/families.h"
 
 namespace quillon {
 
@@ -85,7 +85,5 @@ struct GeomatchKernels {
   void (*SumNeighbourhood)(const PackedVector* gradients, const double* inverses, int stride,
                            const TurnedModel& model, double (*sums)[4]);
 };
-
-QUILLON_KERNELS(GeomatchKernels, geomatch)
 
 }  // namespace quillon

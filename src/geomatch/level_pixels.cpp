@@ -1,6 +1,6 @@
 #include "geomatch/level_pixels.h"
 
-#include "ncc/pyramid.h"
+#include "pyramid/pyramid.h"
 
 namespace quillon {
 

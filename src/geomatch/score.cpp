@@ -17,6 +17,7 @@
 #include <bit>
 #include <cmath>
 
+#include "geomatch/geomatch_kernels.h"
 #include "simd/kernels.h"
 
 namespace quillon {

@@ -3,8 +3,9 @@
 #include <algorithm>
 #include <cmath>
 
+#include "geomatch/geomatch_kernels.h"
 #include "geomatch/quadric.h"
-#include "ncc/pyramid.h"
+#include "pyramid/pyramid.h"
 
 namespace quillon {
 namespace {

@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "geomatch/edges.h"
-#include "ncc/pyramid.h"
+#include "pyramid/pyramid.h"
 #include "simd/kernels.h"
 
 namespace quillon {

@@ -3,7 +3,7 @@
 #include <new>
 
 #include "geomatch/edges.h"
-#include "ncc/pyramid.h"
+#include "pyramid/pyramid.h"
 
 namespace quillon {
 namespace {

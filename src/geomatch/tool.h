@@ -2,7 +2,7 @@
 #pragma once
 
 #include "core/buffer.h"
-#include "ncc/pyramid_kernels.h"
+#include "pyramid/pyramid_kernels.h"
 #include "quillon/image.h"
 #include "quillon/records.h"
 

@@ -5,6 +5,7 @@
 
 #include "core/image_access.h"
 #include "morph/morph_chain.h"
+#include "morph/morph_kernels.h"
 #include "simd/kernels.h"
 
 namespace quillon {

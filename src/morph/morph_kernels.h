@@ -5,7 +5,7 @@
 #include <stddef.h>
 #include <stdint.h>
 
-#include "simd/table.h"
+#include "simd/families.h"
 
 namespace quillon {
 
@@ -63,7 +63,5 @@ struct MorphKernels {
   static constexpr int kMaxGradientRows = 8;
   void (*GradientOf3x3)(const uint8_t* const* rows, int rowCount, uint8_t* const* out, int count);
 };
-
-QUILLON_KERNELS(MorphKernels, morph)
 
 }  // namespace quillon

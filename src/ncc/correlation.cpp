@@ -2,6 +2,8 @@
 
 #include <cmath>
 
+#include "core/grey_kernels.h"
+#include "ncc/correlation_kernels.h"
 #include "simd/kernels.h"
 
 namespace quillon {

@@ -4,7 +4,7 @@
 #include <stddef.h>
 #include <stdint.h>
 
-#include "simd/table.h"
+#include "simd/families.h"
 
 namespace quillon {
 
@@ -62,7 +62,5 @@ struct CorrelationKernels {
   int (*Promising)(const double* values, const double* squares, const double* products, int count,
                    const ScoreBound& bound, int* positions);
 };
-
-QUILLON_KERNELS(CorrelationKernels, correlation)
 
 }  // namespace quillon

@@ -5,6 +5,7 @@
 #include "ncc/fit.h"
 #include "ncc/scorer.h"
 #include "ncc/stages.h"
+#include "pyramid/pyramid_kernels.h"
 
 namespace quillon {
 namespace {

@@ -4,7 +4,7 @@
 #include <stddef.h>
 #include <stdint.h>
 
-#include "simd/table.h"
+#include "simd/families.h"
 
 namespace quillon {
 
@@ -79,7 +79,5 @@ struct FitKernels {
   void (*CorrelatePoints)(const FitCells& image, const FitPoints& points, const FitPlacing& placing,
                           float sums[2 + kMostFitFactors]);
 };
-
-QUILLON_KERNELS(FitKernels, fit)
 
 }  // namespace quillon

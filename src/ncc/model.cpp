@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+#include "core/grey_kernels.h"
 #include "core/image_access.h"
 #include "ncc/correlation.h"
 #include "simd/kernels.h"

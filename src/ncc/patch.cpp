@@ -3,6 +3,9 @@
 #include <algorithm>
 #include <cstring>
 
+#include "core/grey_kernels.h"
+#include "ncc/fit_kernels.h"
+#include "pyramid/pyramid_kernels.h"
 #include "simd/kernels.h"
 
 namespace quillon {

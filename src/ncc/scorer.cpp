@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "ncc/correlation.h"
+#include "ncc/correlation_kernels.h"
 #include "simd/kernels.h"
 
 namespace quillon {

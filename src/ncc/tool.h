@@ -6,7 +6,7 @@
 #include <cstdint>
 
 #include "core/buffer.h"
-#include "ncc/pyramid.h"
+#include "pyramid/pyramid.h"
 #include "quillon/records.h"
 
 namespace quillon {

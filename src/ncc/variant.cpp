@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "ncc/correlation.h"
+#include "ncc/correlation_kernels.h"
 #include "ncc/pose.h"
 #include "simd/kernels.h"
 

@@ -3,7 +3,7 @@
 
 #include <stdint.h>
 
-#include "simd/table.h"
+#include "simd/families.h"
 
 namespace quillon {
 
@@ -11,7 +11,5 @@ struct LookupKernels {
   // to[x] = table[from[x]], of 256 entries; `to` may be `from`.
   void (*LookupRow)(const uint8_t* from, uint8_t* to, int count, const uint8_t* table);
 };
-
-QUILLON_KERNELS(LookupKernels, lookup)
 
 }  // namespace quillon

@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "core/buffer.h"
+#include "point/threshold_kernels.h"
 #include "simd/kernels.h"
 
 namespace quillon {

@@ -3,7 +3,7 @@
 
 #include <stdint.h>
 
-#include "simd/table.h"
+#include "simd/families.h"
 
 namespace quillon {
 
@@ -13,7 +13,5 @@ struct ThresholdKernels {
   // row[x] = lower < row[x] && row[x] < upper ? 255 : 0
   void (*BetweenRow)(uint8_t* row, int count, uint8_t lower, uint8_t upper);
 };
-
-QUILLON_KERNELS(ThresholdKernels, threshold)
 
 }  // namespace quillon

@@ -2,37 +2,21 @@
 #include "simd/kernels.h"
 
 namespace quillon {
+
+// One row per level: each family's constant of that level's namespace.
+#define QUILLON_FAMILY_OF_LEVEL(Type, name) .name = name,
+#define QUILLON_LEVEL_ROW(name)                                                         \
+  namespace name {                                                                      \
+  constinit const Kernels kernels = {.level = #name,                                    \
+                                     QUILLON_FOR_EACH_FAMILY(QUILLON_FAMILY_OF_LEVEL)}; \
+  }
+QUILLON_LEVEL_ROW(sse2)
+QUILLON_LEVEL_ROW(avx2)
+QUILLON_LEVEL_ROW(avx512)
+
 namespace {
 
-// clang-format off
-#define QUILLON_LEVEL_ROW(name)         \
-  {                                     \
-    .level = #name,                     \
-    .arithmetic = name::arithmetic,     \
-    .rotation = name::rotation,         \
-    .scaling = name::scaling,           \
-    .grey = name::grey,                 \
-    .lookup = name::lookup,             \
-    .threshold = name::threshold,       \
-    .gradient = name::gradient,         \
-    .median = name::median,             \
-    .smoothing = name::smoothing,       \
-    .convolution = name::convolution,   \
-    .morph = name::morph,               \
-    .runs = name::runs,                 \
-    .pyramid = name::pyramid,           \
-    .geomatch = name::geomatch,         \
-    .correlation = name::correlation,   \
-    .fit = name::fit,                   \
-    .colour = name::colour,             \
-  }
-// clang-format on
-
-constinit const Kernels kSse2 = QUILLON_LEVEL_ROW(sse2);
-constinit const Kernels kAvx2 = QUILLON_LEVEL_ROW(avx2);
-constinit const Kernels kAvx512 = QUILLON_LEVEL_ROW(avx512);
-
-constinit const Kernels* const kLevels[] = {&kSse2, &kAvx2, &kAvx512};
+constinit const Kernels* const kLevels[] = {&sse2::kernels, &avx2::kernels, &avx512::kernels};
 
 // How many of kLevels run here. The tests include what the operating system saves and restores.
 size_t LevelCount() {

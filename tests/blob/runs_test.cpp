@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include "blob/runs_kernels.h"
 #include "support/levels.h"
 
 namespace quillon::test {

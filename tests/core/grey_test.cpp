@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+#include "core/grey_kernels.h"
 #include "core/grey_reference.h"
 #include "support/levels.h"
 

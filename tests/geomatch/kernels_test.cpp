@@ -3,6 +3,7 @@
 #include <cmath>
 #include <vector>
 
+#include "geomatch/geomatch_kernels.h"
 #include "geomatch/score.h"
 #include "support/levels.h"
 

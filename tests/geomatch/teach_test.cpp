@@ -5,6 +5,7 @@
 #include "geomatch/edges.h"
 #include "geomatch/support/reference.h"
 #include "geomatch/support/scenes.h"
+#include "pyramid/pyramid_kernels.h"
 #include "support/levels.h"
 
 namespace quillon::test {

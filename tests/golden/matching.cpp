@@ -5,7 +5,7 @@
 #include "geomatch/support/scenes.h"
 #include "golden/golden.h"
 #include "golden/matching_scenes.h"
-#include "ncc/pyramid_reference.h"
+#include "pyramid/pyramid_reference.h"
 #include "quillon/quillon.h"
 
 namespace quillon::test::golden {

@@ -5,8 +5,8 @@
 #include "arith/transform_reference.h"
 #include "core/grey_reference.h"
 #include "golden/golden.h"
-#include "ncc/pyramid_reference.h"
 #include "point/threshold_reference.h"
+#include "pyramid/pyramid_reference.h"
 #include "quillon/quillon.h"
 
 namespace quillon::test::golden {

@@ -4,7 +4,7 @@
 #include <memory>
 
 #include "ncc/correlation.h"
-#include "ncc/pyramid_reference.h"
+#include "pyramid/pyramid_reference.h"
 #include "quillon/quillon.h"
 #include "support/levels.h"
 

@@ -1,5 +1,6 @@
 #include <cstring>
 
+#include "point/lookup_kernels.h"
 #include "support/levels.h"
 
 namespace quillon::test {

@@ -1,8 +1,8 @@
-#include "ncc/pyramid.h"
+#include "pyramid/pyramid.h"
 
 #include <utility>
 
-#include "ncc/pyramid_reference.h"
+#include "pyramid/pyramid_reference.h"
 #include "quillon/quillon.h"
 #include "support/levels.h"
 

@@ -1,5 +1,5 @@
 // Row kernels of the image pyramid: block means. Compiled once per level.
-#include "ncc/pyramid_kernels.h"
+#include "pyramid/pyramid_kernels.h"
 
 #include "simd/blocks.h"
 

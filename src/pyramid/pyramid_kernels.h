@@ -3,7 +3,7 @@
 
 #include <stdint.h>
 
-#include "simd/table.h"
+#include "simd/families.h"
 
 namespace quillon {
 
@@ -15,7 +15,5 @@ struct PyramidKernels {
   // truncated, plus that of its right half.
   void (*ReduceRow[kMaxPyramidLevel])(const uint8_t* const* rows, uint8_t* out, int count);
 };
-
-QUILLON_KERNELS(PyramidKernels, pyramid)
 
 }  // namespace quillon

@@ -1,4 +1,4 @@
-#include "ncc/pyramid.h"
+#include "pyramid/pyramid.h"
 
 #include "core/image_access.h"
 #include "simd/kernels.h"

@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-#include "ncc/pyramid_kernels.h"
+#include "pyramid/pyramid_kernels.h"
 #include "quillon/image.h"
 
 namespace quillon {

@@ -1,0 +1,44 @@
+// The families of kernels, listed once. A family is a struct of row functions, defined in its
+// X_kernels.h. Compiling X_kernels.cpp once per level defines one constant of it per level, in the
+// level's namespace; the declarations below give these constants external linkage. The structs are
+// only named here, so that a change to one rebuilds nothing but the workers that call it.
+#pragma once
+
+// clang-format off
+#define QUILLON_FOR_EACH_FAMILY(DO)      \
+  DO(ArithmeticKernels, arithmetic)      \
+  DO(RotationKernels, rotation)          \
+  DO(ScalingKernels, scaling)            \
+  DO(GreyKernels, grey)                  \
+  DO(LookupKernels, lookup)              \
+  DO(ThresholdKernels, threshold)        \
+  DO(GradientKernels, gradient)          \
+  DO(MedianKernels, median)              \
+  DO(SmoothingKernels, smoothing)        \
+  DO(ConvolutionKernels, convolution)    \
+  DO(MorphKernels, morph)                \
+  DO(RunsKernels, runs)                  \
+  DO(PyramidKernels, pyramid)            \
+  DO(GeomatchKernels, geomatch)          \
+  DO(CorrelationKernels, correlation)    \
+  DO(FitKernels, fit)                    \
+  DO(ColourKernels, colour)
+// clang-format on
+
+namespace quillon {
+
+#define QUILLON_DECLARE_FAMILY(Type, name) \
+  struct Type;                             \
+  namespace sse2 {                         \
+  extern const Type name;                  \
+  }                                        \
+  namespace avx2 {                         \
+  extern const Type name;                  \
+  }                                        \
+  namespace avx512 {                       \
+  extern const Type name;                  \
+  }
+QUILLON_FOR_EACH_FAMILY(QUILLON_DECLARE_FAMILY)
+#undef QUILLON_DECLARE_FAMILY
+
+}  // namespace quillon
