@@ -5,13 +5,13 @@
 #include <filesystem>
 #include <memory>
 
-#include "blob_search.h"
 #include "commands.h"
-#include "errors.h"
-#include "image_files.h"
+#include "kit/errors.h"
+#include "kit/images/image_files.h"
+#include "kit/report/report.h"
+#include "kit/search/blob_search.h"
 #include "options.h"
 #include "quillon/quillon.h"
-#include "report.h"
 
 namespace quillon::app {
 namespace {

@@ -3,9 +3,9 @@
 #include <memory>
 #include <vector>
 
-#include "before_after.h"
 #include "commands.h"
-#include "image_files.h"
+#include "kit/images/image_files.h"
+#include "kit/report/before_after.h"
 #include "options.h"
 #include "quillon/quillon.h"
 

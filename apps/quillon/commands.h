@@ -8,8 +8,11 @@
 #include <span>
 
 #include "command_line.h"
+#include "kit/errors.h"
 
 namespace quillon::app {
+
+using namespace kit;  // commands speak its language
 
 // An exported function and the command that calls it.
 struct Operation {
@@ -17,6 +20,11 @@ struct Operation {
   const char* command;  // "threshold IN OUT --above LEVEL"; empty: of use to programs only
   const char* summary;  // what it does, in one line
 };
+
+// How commands end: 0; 1 after a failure, which was thrown and is told on standard error; 2 after
+// wrong usage, which the parser tells; 3 after a command that judges has done and printed all of
+// its work, but not everything passed: it throws this.
+struct NotAllPassed {};
 
 struct Family {
   const char* name;

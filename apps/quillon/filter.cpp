@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "commands.h"
-#include "image_files.h"
+#include "kit/images/image_files.h"
 #include "options.h"
 #include "quillon/quillon.h"
 

@@ -3,10 +3,10 @@
 #include <memory>
 #include <vector>
 
-#include "before_after.h"
 #include "commands.h"
-#include "errors.h"
-#include "image_files.h"
+#include "kit/errors.h"
+#include "kit/images/image_files.h"
+#include "kit/report/before_after.h"
 #include "options.h"
 #include "quillon/quillon.h"
 

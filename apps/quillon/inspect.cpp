@@ -4,12 +4,12 @@
 #include <vector>
 
 #include "commands.h"
-#include "errors.h"
-#include "image_files.h"
-#include "inspection.h"
+#include "kit/boards/board_inspector.h"
+#include "kit/errors.h"
+#include "kit/images/image_files.h"
+#include "kit/report/report.h"
 #include "options.h"
 #include "progress.h"
-#include "report.h"
 
 namespace quillon::app {
 namespace {
@@ -62,7 +62,7 @@ void DrawBox(Picture& picture, const Defect& d, int row, int dx, int dy) {
 }
 
 void Record(const std::string& path, const GreyImage& tested, const BoardInspector& inspector,
-            const Inspection& inspection, bool drawn, Results& results) {
+            const BoardInspection& inspection, bool drawn, Results& results) {
   ++results.inspected;
   if (inspection.defects.empty()) ++results.passed;
   if (drawn) results.report.pictures.emplace_back(path, tested);

@@ -4,7 +4,7 @@
 #include <memory>
 
 #include "commands.h"
-#include "errors.h"
+#include "kit/errors.h"
 #include "options.h"
 
 namespace quillon::app {

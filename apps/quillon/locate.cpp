@@ -2,13 +2,13 @@
 #include <memory>
 
 #include "commands.h"
-#include "edge_search.h"
-#include "errors.h"
-#include "image_files.h"
+#include "kit/errors.h"
+#include "kit/images/image_files.h"
+#include "kit/report/report.h"
+#include "kit/search/edge_search.h"
 #include "options.h"
 #include "progress.h"
 #include "quillon/quillon.h"
-#include "report.h"
 
 namespace quillon::app {
 namespace {

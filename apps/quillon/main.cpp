@@ -4,7 +4,7 @@
 #include <iostream>
 
 #include "commands.h"
-#include "errors.h"
+#include "kit/errors.h"
 
 namespace {
 

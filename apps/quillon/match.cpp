@@ -6,13 +6,13 @@
 #include <vector>
 
 #include "commands.h"
-#include "errors.h"
-#include "image_files.h"
+#include "kit/errors.h"
+#include "kit/images/image_files.h"
+#include "kit/report/report.h"
+#include "kit/search/pattern_search.h"
 #include "options.h"
-#include "pattern_search.h"
 #include "progress.h"
 #include "quillon/quillon.h"
-#include "report.h"
 
 namespace quillon::app {
 namespace {

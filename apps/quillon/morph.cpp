@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "commands.h"
-#include "errors.h"
-#include "image_files.h"
+#include "kit/errors.h"
+#include "kit/images/image_files.h"
 #include "options.h"
 #include "quillon/quillon.h"
 

@@ -3,9 +3,11 @@
 #include <iostream>
 #include <nlohmann/json.hpp>
 
-#include "errors.h"
+#include "kit/errors.h"
 
 namespace quillon::app {
+
+using namespace kit;
 
 void AddPictureToRead(Command command, const char* name, std::string& path) {
   command.AddOption(name, path, "picture to read (PNG, JPEG, BMP, PGM)").Required();

@@ -5,8 +5,8 @@
 #include <vector>
 
 #include "command_line.h"
-#include "report.h"
-#include "table.h"
+#include "kit/report/findings.h"
+#include "kit/report/report.h"
 
 namespace quillon::app {
 
@@ -44,9 +44,9 @@ void AddFormatOptions(Command command, Output& output);
 void AddOutputOptions(Command command, Output& output);
 
 // Text, JSON or CSV on standard output.
-void Print(const Output& output, const Findings& findings);
+void Print(const Output& output, const kit::Findings& findings);
 
 // The page and the picture, those that are wanted.
-void WritePictures(const Output& output, const Report& report, const Findings& findings);
+void WritePictures(const Output& output, const kit::Report& report, const kit::Findings& findings);
 
 }  // namespace quillon::app

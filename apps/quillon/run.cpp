@@ -8,18 +8,18 @@
 #include <thread>
 
 #include "commands.h"
-#include "errors.h"
+#include "kit/errors.h"
+#include "kit/recipe/results.h"
+#include "kit/recipe/run_pages.h"
+#include "kit/recipe/runner.h"
+#include "kit/recipe/schema.h"
 #include "options.h"
 #include "progress.h"
-#include "recipe/pages.h"
-#include "recipe/results.h"
-#include "recipe/runner.h"
-#include "recipe/schema.h"
 
 namespace quillon::app {
 namespace {
 
-using namespace recipe;
+using namespace kit::recipe;
 namespace fs = std::filesystem;
 
 struct Options {
@@ -76,7 +76,7 @@ size_t JobsOf(const Options& options, size_t images) {
 
 std::optional<ResultsFile> OpenResults(const Options& options, const Recipe& recipe,
                                        const std::vector<std::string>& images,
-                                       std::vector<Record>& done) {
+                                       std::vector<ImageRecord>& done) {
   if (options.folder.empty()) return {};
   std::error_code error;
   fs::create_directories(options.folder, error);
@@ -88,7 +88,7 @@ std::optional<ResultsFile> OpenResults(const Options& options, const Recipe& rec
   return ResultsFile::Begin(path, recipe, fingerprint);
 }
 
-void PrintSummary(const Recipe& recipe, const std::vector<Record>& records,
+void PrintSummary(const Recipe& recipe, const std::vector<ImageRecord>& records,
                   const Options& options) {
   const Findings findings = ToFindings(recipe, records);
   if (options.csv) PrintCsv(findings, std::cout);
@@ -102,14 +102,14 @@ void Run(const Options& options) {
   for (size_t i = JobsOf(options, images.size()); i > 0; --i) {
     inspectors.push_back(std::make_unique<Inspector>(recipe, FolderOf(options.recipe)));
   }
-  std::vector<Record> records;
+  std::vector<ImageRecord> records;
   std::optional<ResultsFile> file = OpenResults(options, recipe, images, records);
   std::optional<Pages> pages;
   if (!options.folder.empty() && !options.noPages) pages.emplace(recipe, options.folder);
-  const auto print = [&](const Record& record) {
+  const auto print = [&](const ImageRecord& record) {
     if (options.json) std::cout << ToLine(recipe, record) << '\n' << std::flush;
   };
-  for (const Record& record : records) print(record);
+  for (const ImageRecord& record : records) print(record);
 
   bool isWhole = true;
   {
@@ -121,12 +121,12 @@ void Run(const Options& options) {
                       .first = records.size(),
                       .inspect =
                           [&](Inspector& inspector, size_t index) {
-                            Record record = inspector.Inspect(images[index]);
+                            ImageRecord record = inspector.Inspect(images[index]);
                             if (pages) pages->Write(index, record, inspector);
                             return record;
                           },
                       .receive =
-                          [&](size_t index, Record record) {
+                          [&](size_t index, ImageRecord record) {
                             if (file) file->Append(recipe, record);
                             print(record);
                             records.push_back(std::move(record));

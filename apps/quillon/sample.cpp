@@ -6,12 +6,12 @@
 #include <sstream>
 
 #include "commands.h"
-#include "dot_grid.h"
-#include "errors.h"
-#include "image_files.h"
+#include "kit/errors.h"
+#include "kit/images/image_files.h"
+#include "kit/samples/dot_grid.h"
+#include "kit/samples/sample_board.h"
+#include "kit/samples/tray.h"
 #include "options.h"
-#include "sample_board.h"
-#include "tray.h"
 
 namespace quillon::app {
 namespace {

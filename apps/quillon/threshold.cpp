@@ -2,7 +2,7 @@
 #include <memory>
 
 #include "commands.h"
-#include "image_files.h"
+#include "kit/images/image_files.h"
 #include "options.h"
 #include "quillon/quillon.h"
 

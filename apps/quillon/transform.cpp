@@ -2,8 +2,8 @@
 #include <memory>
 
 #include "commands.h"
-#include "errors.h"
-#include "image_files.h"
+#include "kit/errors.h"
+#include "kit/images/image_files.h"
 #include "options.h"
 #include "quillon/quillon.h"
 

@@ -13,8 +13,8 @@
 #include <random>
 
 #include "cli/marked_boards.h"
-#include "errors.h"
-#include "image_files.h"
+#include "kit/errors.h"
+#include "kit/images/image_files.h"
 #include "quillon/quillon.h"
 
 namespace quillon::test {
@@ -32,8 +32,8 @@ Pairs Decode(const std::string& folder) {
   Pairs pairs;
   for (MarkedPair& marked : ReadMarkedPairs(folder)) {
     auto pair = std::make_unique<Pair>();
-    app::ReadImage(marked.good, pair->good);
-    app::ReadImage(marked.tested, pair->tested);
+    kit::ReadImage(marked.good, pair->good);
+    kit::ReadImage(marked.tested, pair->tested);
     pair->marked = std::move(marked);
     pairs.push_back(std::move(pair));
   }
@@ -42,7 +42,7 @@ Pairs Decode(const std::string& folder) {
 
 DetectionCount Inspect(const GreyImage& good, const GreyImage& tested,
                        const std::vector<MarkBox>& marks) {
-  app::BoardInspector inspector;
+  kit::BoardInspector inspector;
   inspector.Teach(good);
   return Judge(inspector.Inspect(tested).defects, marks);
 }
@@ -171,7 +171,7 @@ bool PrintDisturbed(const Pairs& pairs) {
       for (const MarkBox& m : pair->marked.marks) marks.push_back(Moved(d, m, tested));
       try {
         total += Inspect(goodImage, tested, marks);
-      } catch (const app::Failure&) {
+      } catch (const kit::Failure&) {
         total += {static_cast<int>(marks.size()), 0, 0};
         ++refused;
       }
@@ -187,7 +187,7 @@ bool PrintDisturbed(const Pairs& pairs) {
 
 void PrintSpeed(const Pairs& pairs) {
   constexpr int kRounds = 9;
-  app::BoardInspector inspector;
+  kit::BoardInspector inspector;
   std::vector<double> seconds;
   for (int round = 0; round < kRounds; ++round) {
     const std::clock_t start = std::clock();

@@ -6,7 +6,7 @@
 #include <functional>
 
 #include "cli/host.h"
-#include "image_files.h"
+#include "kit/images/image_files.h"
 #include "support/images.h"
 
 namespace quillon::test {
@@ -155,7 +155,7 @@ TEST(Blobs, AreThoseOfAFloodFillInEveryRegion) {
     for (const int density : {40, 60}) {
       GreyImage image;
       Fill(image, width, height, Content::kNoise, ++seed);
-      app::WriteImage(path, image);
+      kit::WriteImage(path, image);
       const int low = 256 * (100 - density) / 100;
       std::vector<std::string> command = {"blobs", path, "--band", "255", std::to_string(low)};
       const Mask mask = InBand(image, low, 255);
@@ -197,7 +197,7 @@ TEST(Blobs, MeansCountOnlyWhatLiesInThePicture) {
       pixel[0] = 10, pixel[1] = 100, pixel[2] = 200;
     }
   }
-  app::WriteImage(path, image);
+  kit::WriteImage(path, image);
   for (const bool beyond : {false, true}) {
     std::vector<std::string> command = {"blobs", path, "--band", "0", "255"};
     if (beyond) command.insert(command.end(), {"--polygon", "20,-4", "90,-4", "90,60", "20,60"});
@@ -286,11 +286,11 @@ TEST(Blobs, DrawingsSurroundTheirBlobsInTheirColours) {
   for (int y = 20; y <= 27; ++y) {
     for (int x = 30; x <= 44; ++x) image.rows[y][x] = 255;
   }
-  app::WriteImage(scratch / "in.png", image);
+  kit::WriteImage(scratch / "in.png", image);
   const Answer answer = Quillon({"blobs", scratch / "in.png", "--draw", scratch / "out.png"});
   ASSERT_EQ(answer.exitCode, 0) << answer.err;
   ColourImage drawn;
-  app::ReadImage(scratch / "out.png", drawn);
+  kit::ReadImage(scratch / "out.png", drawn);
   const auto red = [&](int x, int y) { return drawn.rows[y][3 * x + 2]; };
   const int cyan = 0x22, amber = 0xfb, magenta = 0xf4, white = 0xff;
   ASSERT_EQ(drawn.width, 60);
@@ -312,7 +312,7 @@ TEST(Blobs, MoreThanTheTablesHoldIsRefused) {
     for (int y = 0; y < side; y += 2) {
       for (int x = 0; x < side; x += 2) image.rows[y][x] = 255;
     }
-    app::WriteImage(path, image);
+    kit::WriteImage(path, image);
     const Answer answer = Quillon({"blobs", path});
     EXPECT_EQ(answer.exitCode, 1);
     EXPECT_NE(answer.err.find(message), std::string::npos) << answer.err;

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "cli/host.h"
-#include "image_files.h"
+#include "kit/images/image_files.h"
 #include "quillon/quillon.h"
 #include "support/images.h"
 
@@ -18,7 +18,7 @@ TEST(CalibrationCommands, FlatFieldBringsARegionToItsTarget) {
   const std::string out = scratch / "out.png", page = scratch / "page.html";
   GreyImage image, expected, corrected;
   Fill(image, 60, 40, Content::kNoise);
-  app::WriteImage(in, image);
+  kit::WriteImage(in, image);
   EXPECT_EQ(Quillon({"flatfield", "build", in, gains, "--target", "120", "--region", "10", "50",
                      "5", "30"})
                 .exitCode,
@@ -29,7 +29,7 @@ TEST(CalibrationCommands, FlatFieldBringsARegionToItsTarget) {
   ASSERT_TRUE(IxFFCParaLoad(&expected, region, gains.c_str()));
   EXPECT_EQ(std::vector<int>(region, region + 4), (std::vector<int>{10, 50, 5, 30}));
   IxFFCCalibrate(&expected, 10, 50, 5, 30);
-  app::ReadImage(out, corrected);
+  kit::ReadImage(out, corrected);
   EXPECT_SAME_PIXELS(corrected, expected);
   EXPECT_NE(ReadText(page).find("Before"), std::string::npos);
   EXPECT_NE(ReadText(page).find("After"), std::string::npos);
@@ -61,11 +61,11 @@ TEST(CalibrationCommands, UndistortPutsBentDotsBackOnTheirGrid) {
   const std::string csv = scratch / "points.csv", lens = scratch / "lens.bin";
   const std::string in = scratch / "in.png", out = scratch / "out.png";
   WriteText(csv, points);
-  app::WriteImage(in, bent);
+  kit::WriteImage(in, bent);
   ASSERT_EQ(Quillon({"undistort", "build", csv, lens, "--step", std::to_string(kStep)}).exitCode,
             0);
   ASSERT_EQ(Quillon({"undistort", "apply", in, lens, out}).exitCode, 0);
-  app::ReadImage(out, straight);
+  kit::ReadImage(out, straight);
   ASSERT_EQ(straight.width, kWidth);
   ASSERT_EQ(straight.height, kHeight);
   for (int row = -4; row <= 4; ++row) {
@@ -83,17 +83,17 @@ TEST(CalibrationCommands, ColorWritesTheChannelsOfTheLibrary) {
   ColourImage image, expected, converted;
   GreyImage channel, expectedChannel;
   Fill(image, 33, 21, Content::kNoise);
-  app::WriteImage(in, image);
+  kit::WriteImage(in, image);
   std::vector<uint8_t> tables(3u << 24);
   uint8_t *t0 = tables.data(), *t1 = t0 + (1 << 24), *t2 = t1 + (1 << 24);
   IxCreateCToLab(t0, t1, t2);
   IxColorToLab(&image, &expected, t0, t1, t2);
   ASSERT_EQ(Quillon({"color", "lab", in, out, "--report", page}).exitCode, 0);
-  app::ReadImage(out, converted);
+  kit::ReadImage(out, converted);
   EXPECT_SAME_PIXELS(converted, expected);
   EXPECT_NE(ReadText(page).find("After"), std::string::npos);
   ASSERT_EQ(Quillon({"color", "lab", in, out, "--channel", "b"}).exitCode, 0);
-  app::ReadImage(out, channel);
+  kit::ReadImage(out, channel);
   IxGetCIELab(&expected, &expectedChannel, 2);
   EXPECT_SAME_PIXELS(channel, expectedChannel);
 }
@@ -104,7 +104,7 @@ TEST(CalibrationCommands, ErrorsNameWhatIsWrong) {
   const std::string out = scratch / "out.png", missing = scratch / "missing.bin";
   GreyImage image;
   Fill(image, 20, 10, Content::kNoise);
-  app::WriteImage(in, image);
+  kit::WriteImage(in, image);
   struct Case {
     std::string points;
     std::vector<std::string> arguments;

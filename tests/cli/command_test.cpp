@@ -5,7 +5,7 @@
 #include <sstream>
 
 #include "cli/host.h"
-#include "image_files.h"
+#include "kit/images/image_files.h"
 #include "support/images.h"
 
 namespace quillon::test {
@@ -16,7 +16,7 @@ TEST(Commands, ErrorsNameWhatIsWrongAndItsLimit) {
   GreyImage image;
   Fill(image, 20, 10, Content::kNoise);
   const std::string in = scratch / "in.png", out = scratch / "out.png";
-  app::WriteImage(in, image);
+  kit::WriteImage(in, image);
   const std::string missing = scratch / "missing.png";
   const std::string nowhere = scratch / "no-such-folder/out.png";
 
@@ -75,8 +75,8 @@ TEST(Commands, DamagedPicturesAreRefusedByName) {
   const Scratch scratch;
   GreyImage image;
   Fill(image, 90, 70, Content::kNoise);
-  app::WriteImage(scratch / "good.png", image);
-  app::WriteImage(scratch / "good.bmp", image);
+  kit::WriteImage(scratch / "good.png", image);
+  kit::WriteImage(scratch / "good.bmp", image);
   const std::string png = ReadText(scratch / "good.png"), bmp = ReadText(scratch / "good.bmp");
   std::string huge = png;
   huge.replace(16, 8, "\x7f\xff\xff\xff\x7f\xff\xff\xff", 8);  // width and height of the header

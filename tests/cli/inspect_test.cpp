@@ -9,21 +9,21 @@
 
 #include "cli/host.h"
 #include "cli/marked_boards.h"
-#include "errors.h"
-#include "image_files.h"
+#include "kit/errors.h"
+#include "kit/images/image_files.h"
+#include "kit/samples/sample_board.h"
 #include "quillon/quillon.h"
-#include "sample_board.h"
 #include "support/images.h"
 
 namespace quillon::test {
 namespace {
 
-using app::BoardInspector;
-using app::BoardPose;
-using app::Defect;
-using app::Difference;
-using app::DrawnDefect;
-using app::SampleBoard;
+using kit::BoardInspector;
+using kit::BoardPose;
+using kit::Defect;
+using kit::Difference;
+using kit::DrawnDefect;
+using kit::SampleBoard;
 using Json = nlohmann::json;
 
 constexpr int kAll = 99;  // as many defects as a board has places for
@@ -45,7 +45,7 @@ void Disturb(const Look& look, GreyImage& image) {
 }
 
 std::vector<Defect> Inspect(const GreyImage& good, const GreyImage& tested,
-                            const app::InspectionRules& rules = {}) {
+                            const kit::InspectionRules& rules = {}) {
   BoardInspector inspector(rules);
   inspector.Teach(good);
   return inspector.Inspect(tested).defects;
@@ -77,7 +77,7 @@ void ExpectEach(const std::vector<DrawnDefect>& drawn, const std::vector<Defect>
 std::string FailureOf(const std::function<void()>& work) {
   try {
     work();
-  } catch (const app::Failure& failure) {
+  } catch (const kit::Failure& failure) {
     return failure.what();
   }
   return "";
@@ -90,11 +90,11 @@ class InspectCommand : public testing::Test {
     const SampleBoard board(3, 400, 300);
     GreyImage image;
     board.DrawGood(image);
-    app::WriteImage(good_, image);
+    kit::WriteImage(good_, image);
     board.DrawGood(image, {.x = 3, .y = -2});
-    app::WriteImage(passing_, image);
+    kit::WriteImage(passing_, image);
     drawn_ = board.DrawTested(2, image, {.x = -2, .y = 4});
-    app::WriteImage(failing_, image);
+    kit::WriteImage(failing_, image);
   }
 
   Scratch folder_;
@@ -204,10 +204,10 @@ TEST(Inspection, PixelsLieInTheirDefects) {
     EXPECT_EQ(static_cast<int>(missing.size()), defect.missing);
     EXPECT_EQ(static_cast<int>(extra.size()), defect.extra);
     // What is missing is ground in the picture, what is extra is material.
-    for (const app::Point& p : missing) {
+    for (const kit::Point& p : missing) {
       EXPECT_GT(tested.rows[static_cast<int>(p.y)][static_cast<int>(p.x)], 128);
     }
-    for (const app::Point& p : extra) {
+    for (const kit::Point& p : extra) {
       EXPECT_LT(tested.rows[static_cast<int>(p.y)][static_cast<int>(p.x)], 140);
     }
   }
@@ -286,8 +286,8 @@ TEST(Inspection, MarkedPairsOfRealBoards) {
   BoardInspector inspector;
   for (const MarkedPair& pair : pairs) {
     GreyImage good, tested;
-    app::ReadImage(pair.good, good);
-    app::ReadImage(pair.tested, tested);
+    kit::ReadImage(pair.good, good);
+    kit::ReadImage(pair.tested, tested);
     inspector.Teach(good);
     EXPECT_TRUE(inspector.Inspect(good).defects.empty()) << pair.name;
     const DetectionCount count = Judge(inspector.Inspect(tested).defects, pair.marks);
@@ -338,7 +338,7 @@ TEST_F(InspectCommand, GoesOnAfterABoardThatCannotBeInspected) {
   WriteText(broken, "no picture");
   GreyImage image;
   Fill(image, 100, 100, Content::kNoise);
-  app::WriteImage(small, image);
+  kit::WriteImage(small, image);
   const Answer answer = Quillon({"inspect", good_, broken, small, failing_, "--json"});
   EXPECT_EQ(answer.exitCode, 1);
   EXPECT_EQ(Json::parse(answer.out)["found"], drawn_.size());
@@ -412,8 +412,8 @@ TEST_F(InspectCommand, SampleBoardsShowTheirTruth) {
   // The drawn picture is the tested one with something coloured around each defect.
   GreyImage tested;
   ColourImage picture;
-  app::ReadImage(failing, tested);
-  app::ReadImage(drawn, picture);
+  kit::ReadImage(failing, tested);
+  kit::ReadImage(drawn, picture);
   ASSERT_EQ(picture.width, tested.width);
   for (const Json& f : found) {
     // The lower side of its box, one pixel outside.

@@ -4,7 +4,7 @@
 #include <cmath>
 
 #include "cli/host.h"
-#include "image_files.h"
+#include "kit/images/image_files.h"
 #include "support/images.h"
 
 namespace quillon::test {
@@ -34,15 +34,15 @@ class Locate : public testing::Test {
     GreyImage pattern, scene;
     Fill(pattern, kSide, kSide, Content::kFlat);
     DrawPart(pattern, kSide / 2, kSide / 2, 0);
-    app::WriteImage(pattern_, pattern);
+    kit::WriteImage(pattern_, pattern);
     Fill(scene, 300, 220, Content::kFlat);
     DrawPart(scene, 181, 97, 0);
-    app::WriteImage(straight_, scene);
+    kit::WriteImage(straight_, scene);
     Fill(scene, 300, 220, Content::kFlat);
     DrawPart(scene, 120, 110, 17);
-    app::WriteImage(turned_, scene);
+    kit::WriteImage(turned_, scene);
     Fill(scene, 300, 220, Content::kFlat);
-    app::WriteImage(nothing_, scene);
+    kit::WriteImage(nothing_, scene);
   }
 
   Scratch folder_;

@@ -8,7 +8,7 @@
 namespace quillon::test {
 namespace {
 
-double Overlap(const app::Defect& d, const MarkBox& m) {
+double Overlap(const kit::Defect& d, const MarkBox& m) {
   const double width = std::min<double>(d.right + 1, m.right) - std::max<double>(d.left, m.left);
   const double height = std::min<double>(d.bottom + 1, m.bottom) - std::max<double>(d.top, m.top);
   if (width <= 0 || height <= 0) return 0;
@@ -49,7 +49,7 @@ DetectionCount& DetectionCount::operator+=(const DetectionCount& other) {
   return *this;
 }
 
-DetectionCount Judge(std::span<const app::Defect> defects, std::span<const MarkBox> marks) {
+DetectionCount Judge(std::span<const kit::Defect> defects, std::span<const MarkBox> marks) {
   constexpr double kLeastOverlap = 0.33;
   struct Candidate {
     double overlap;

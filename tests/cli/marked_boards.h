@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "inspection.h"
+#include "kit/boards/board_inspector.h"
 
 namespace quillon::test {
 
@@ -36,6 +36,6 @@ struct DetectionCount {
   DetectionCount& operator+=(const DetectionCount& other);
 };
 
-DetectionCount Judge(std::span<const app::Defect> defects, std::span<const MarkBox> marks);
+DetectionCount Judge(std::span<const kit::Defect> defects, std::span<const MarkBox> marks);
 
 }  // namespace quillon::test

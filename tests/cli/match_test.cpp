@@ -5,7 +5,7 @@
 #include <cmath>
 
 #include "cli/host.h"
-#include "image_files.h"
+#include "kit/images/image_files.h"
 #include "quillon/quillon.h"
 #include "support/scenes.h"
 
@@ -20,8 +20,8 @@ class Match : public testing::Test {
   std::vector<Truth> Draw(const SceneSpec& spec) {
     GreyImage pattern, scene;
     auto truths = MakeScene(spec, pattern, scene);
-    app::WriteImage(pattern_, pattern);
-    app::WriteImage(scene_, scene);
+    kit::WriteImage(pattern_, pattern);
+    kit::WriteImage(scene_, scene);
     return truths;
   }
 
@@ -99,7 +99,7 @@ TEST_F(Match, FindsPlacesAnglesAndScales) {
 TEST_F(Match, ColoursTellApartWhatIsEquallyGrey) {
   Draw({.templateWidth = 40, .templateHeight = 40, .width = 200, .height = 150, .seed = 6});
   GreyImage greyPattern, greyed;
-  app::ReadImage(pattern_, greyPattern);
+  kit::ReadImage(pattern_, greyPattern);
   ColourImage pattern, twin, scene;
   Colourise(greyPattern, pattern);
   IxColorToGray(&pattern, &greyed);
@@ -110,8 +110,8 @@ TEST_F(Match, ColoursTellApartWhatIsEquallyGrey) {
   Fill(scene, 200, 150, Content::kNoise);
   Paste(pattern, 20, 30, scene);
   Paste(twin, 120, 90, scene);
-  app::WriteImage(pattern_, pattern);
-  app::WriteImage(scene_, scene);
+  kit::WriteImage(pattern_, pattern);
+  kit::WriteImage(scene_, scene);
 
   EXPECT_EQ(Matches().size(), 2u);
   const Json coloured = Matches({"--color"});
@@ -122,14 +122,14 @@ TEST_F(Match, ColoursTellApartWhatIsEquallyGrey) {
 TEST_F(Match, MaskedPixelsDoNotCount) {
   Draw({.templateWidth = 48, .templateHeight = 48, .width = 200, .height = 150, .seed = 8});
   GreyImage pattern, scene, ground;
-  app::ReadImage(pattern_, pattern);
+  kit::ReadImage(pattern_, pattern);
   Fill(scene, 200, 150, Content::kNoise);
   Fill(ground, 24, 48, Content::kNoise, 5);
   Paste(pattern, 90, 60, scene);
   Paste(ground, 90, 60, scene);  // the left half is of another picture
   for (int y = 0; y < 48; ++y) std::fill_n(pattern.rows[y], 24, uint8_t{0});
-  app::WriteImage(pattern_, pattern);
-  app::WriteImage(scene_, scene);
+  kit::WriteImage(pattern_, pattern);
+  kit::WriteImage(scene_, scene);
 
   const Json masked = Matches({"--mask"});
   ASSERT_EQ(masked.size(), 1u);
@@ -166,7 +166,7 @@ TEST_F(Match, TellsWhenThereIsNothingAndWhatIsWrong) {
   const std::string flat = folder_ / "flat.png";
   GreyImage image;
   Fill(image, 160, 120, Content::kFlat);
-  app::WriteImage(flat, image);
+  kit::WriteImage(flat, image);
   EXPECT_EQ(QuillonJson({"match", pattern_, flat})["matches"].size(), 0u);
   EXPECT_EQ(QuillonJson({"match", flat, scene_})["matches"].size(), 0u);
   EXPECT_EQ(QuillonJson({"match", scene_, pattern_})["matches"].size(), 0u);

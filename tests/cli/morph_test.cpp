@@ -5,7 +5,7 @@
 #include <functional>
 
 #include "cli/host.h"
-#include "image_files.h"
+#include "kit/images/image_files.h"
 #include "quillon/quillon.h"
 #include "support/images.h"
 
@@ -17,7 +17,7 @@ TEST(MorphCommand, WritesWhatTheExportGives) {
   const std::string in = scratch / "in.png", out = scratch / "out.png";
   GreyImage picture, image, result, written;
   Fill(picture, 61, 47, Content::kNoise);
-  app::WriteImage(in, picture);
+  kit::WriteImage(in, picture);
   struct Case {
     std::vector<std::string> arguments;
     std::function<void()> call;
@@ -44,7 +44,7 @@ TEST(MorphCommand, WritesWhatTheExportGives) {
     ASSERT_EQ(answer.exitCode, 0) << answer.err;
     image.CopyFrom(&picture);
     test.call();
-    app::ReadImage(out, written);
+    kit::ReadImage(out, written);
     EXPECT_SAME_PIXELS(written, test.expected) << test.arguments[0];
   }
 }
@@ -54,7 +54,7 @@ TEST(MorphCommand, RefusesWhatItCannotDo) {
   const std::string in = scratch / "in.png", out = scratch / "out.png";
   GreyImage picture;
   Fill(picture, 2, 9, Content::kNoise);
-  app::WriteImage(in, picture);
+  kit::WriteImage(in, picture);
   EXPECT_EQ(Quillon({"morph", "gradient", in, out, "--diamond", "1"}).exitCode, 1);
   EXPECT_EQ(Quillon({"morph", "dilate", in, out}).exitCode, 2);
   EXPECT_EQ(Quillon({"morph", "dilate", in, out, "--diamond", "-1"}).exitCode, 2);

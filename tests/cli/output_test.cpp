@@ -7,14 +7,14 @@
 #include <sstream>
 
 #include "cli/host.h"
-#include "report.h"
-#include "table.h"
+#include "kit/report/findings.h"
+#include "kit/report/report.h"
 
 namespace quillon::test {
 namespace {
 
-using app::Cell;
-using app::Findings;
+using kit::Cell;
+using kit::Findings;
 
 // Everything that needs care: quotes, line breaks, commas, markup, letters of two bytes, numbers
 // that no short decimal holds, and what is not known.
@@ -24,9 +24,9 @@ Findings Awkward() {
   findings.columns = {{"n", "n"},
                       {"kind", "kind"},
                       {"value", "value", 3},
-                      {"corner", "corner", 2, app::Shown::kNowhere}};
+                      {"corner", "corner", 2, kit::Shown::kNowhere}};
   findings.rows = {{int64_t{0}, "plain", 1.0 / 3, 0.1},
-                   {int64_t{-12}, "a,b \"c\"\nd", -0.0001, app::Single(0.1f)},
+                   {int64_t{-12}, "a,b \"c\"\nd", -0.0001, kit::Single(0.1f)},
                    {int64_t{3}, "Größe", std::nan(""), std::numeric_limits<double>::infinity()},
                    {int64_t{4}, "<script>", Cell{}, 1e300}};
   return findings;
@@ -36,7 +36,7 @@ TEST(Output, TextIsAlignedAndRounded) {
   std::ostringstream out;
   Findings findings = Awkward();
   findings.rows[1][1] = "longer word";
-  app::PrintText(findings, out);
+  kit::PrintText(findings, out);
   EXPECT_EQ(out.str(),
             "File  a \"b\", <c>&'d'\n"
             "\n"
@@ -50,9 +50,9 @@ TEST(Output, TextIsAlignedAndRounded) {
 TEST(Output, CsvAndJsonHoldTheSameValues) {
   const Findings findings = Awkward();
   std::ostringstream out;
-  app::PrintCsv(findings, out);
+  kit::PrintCsv(findings, out);
   const auto records = ParseCsv(out.str());
-  const auto json = app::ToJson(findings);
+  const auto json = kit::ToJson(findings);
   EXPECT_EQ(json["file"], "a \"b\", <c>&'d'");
   EXPECT_EQ(json["hidden"], 7);
   ASSERT_EQ(records.size(), findings.rows.size() + 1);
@@ -90,21 +90,21 @@ TEST(Output, ReportHoldsEveryRowAndDrawingAndNothingFromElsewhere) {
   grey.Create(40, 30);
   ColourImage colour;
   colour.Create(3, 2);
-  app::Report report{
+  kit::Report report{
       .title = "Title <of> \"all\"",
-      .layers = {{"Layer & more", app::Tone::kCyan}, {"Off", app::Tone::kRed, false}}};
+      .layers = {{"Layer & more", kit::Tone::kCyan}, {"Off", kit::Tone::kRed, false}}};
   report.pictures.emplace_back("before <x>", grey);
   report.pictures.emplace_back("after", colour);
   for (int row = 0; row < 4; ++row) {
     report.pictures[0].Box({0, row}, row, row, row + 2, row + 3);
     report.pictures[1].Label({1, row}, {1, 1}, "<" + std::to_string(row) + ">");
   }
-  const app::Point points[] = {{1, 2}, {3.25, 4}, {5, std::nan("")}};
+  const kit::Point points[] = {{1, 2}, {3.25, 4}, {5, std::nan("")}};
   report.pictures[0].Polygon({0}, points);
   report.pictures[0].Dots({1, 2}, points);
   report.pictures[0].Cross({0, 3}, {20, 10});
   report.pictures[0].TurnedBox({0, 0}, {10, 20}, 8, 4, 90);
-  const std::string page = app::RenderReport(report, findings);
+  const std::string page = kit::RenderReport(report, findings);
 
   for (int row = 0; row < 4; ++row) {
     const std::string mark = " data-row='" + std::to_string(row) + "'>";

@@ -1,17 +1,17 @@
 // Recipes: what is refused and how it is said, and that everything else knows the same operations.
-#include "recipe/recipe.h"
+#include "kit/recipe/recipe.h"
 
 #include <gtest/gtest.h>
 
 #include "cli/host.h"
-#include "recipe/schema.h"
+#include "kit/recipe/schema.h"
 
 namespace quillon::test {
 namespace {
 
-using app::recipe::Json;
-using app::recipe::ParseRecipe;
-using app::recipe::Problems;
+using kit::Json;
+using kit::recipe::ParseRecipe;
+using kit::recipe::Problems;
 
 Problems ProblemsOf(const std::string& text) {
   Problems problems;
@@ -109,13 +109,13 @@ TEST(Recipes, AnyBytesAreAnswered) {
 }
 
 TEST(Recipes, DocumentsAreThoseOfTheTableOfOperations) {
-  const Json schema = app::recipe::RecipeSchema();
+  const Json schema = kit::recipe::RecipeSchema();
   EXPECT_EQ(schema.dump(2) + "\n", ReadText(InProgramFolder("recipe.schema.json")))
       << "renew it: quillon recipe schema > docs/recipe.schema.json";
-  EXPECT_NE(ReadText(InProgramFolder("recipes.md")).find(app::recipe::OperationsInMarkdown()),
+  EXPECT_NE(ReadText(InProgramFolder("recipes.md")).find(kit::recipe::OperationsInMarkdown()),
             std::string::npos)
       << "renew its tables: quillon recipe operations";
-  for (const auto& operation : app::recipe::Operations()) {
+  for (const auto& operation : kit::Operations()) {
     EXPECT_TRUE(schema["$defs"].contains(operation.name)) << operation.name;
     for (const auto& argument : operation.arguments) {
       for (const char* reserved : {"name", "operation", "input", "output", "note"}) {

@@ -7,17 +7,17 @@
 #include <map>
 
 #include "cli/host.h"
-#include "image_files.h"
+#include "kit/images/image_files.h"
+#include "kit/recipe/inspector.h"
+#include "kit/samples/tray.h"
 #include "quillon/quillon.h"
-#include "recipe/inspection.h"
 #include "support/images.h"
-#include "tray.h"
 
 namespace quillon::test {
 namespace {
 
 using Json = nlohmann::json;
-namespace recipe = app::recipe;
+namespace recipe = kit::recipe;
 
 size_t Count(const std::string& text, const std::string& part) {
   size_t count = 0;
@@ -27,9 +27,9 @@ size_t Count(const std::string& text, const std::string& part) {
 
 void WriteTray(const std::string& path, uint32_t seed, int width, int height) {
   ColourImage image;
-  std::vector<app::DrawnPart> parts;
-  app::DrawTray(seed, width, height, image, parts);
-  app::WriteImage(path, image);
+  std::vector<kit::DrawnPart> parts;
+  kit::DrawTray(seed, width, height, image, parts);
+  kit::WriteImage(path, image);
 }
 
 // Every file of the folder and its bytes.
@@ -144,11 +144,11 @@ TEST(RunExamples, FindWhatTheirNotesSay) {
   }
   GreyImage committed;
   ColourImage drawn;
-  app::ReadImage(example("bracket.png"), committed);
-  app::DrawBracket(drawn);
-  app::WriteImage(scratch / "bracket.png", drawn);
+  kit::ReadImage(example("bracket.png"), committed);
+  kit::DrawBracket(drawn);
+  kit::WriteImage(scratch / "bracket.png", drawn);
   GreyImage expected;
-  app::ReadImage(scratch / "bracket.png", expected);
+  kit::ReadImage(scratch / "bracket.png", expected);
   EXPECT_SAME_PIXELS(committed, expected);
 
   const char* const data = std::getenv("QUILLON_DATA");
@@ -293,7 +293,7 @@ TEST(RecipeOperations, ArePixelByPixelWhatTheExportsMake) {
   std::vector<std::string> tried;
   for (const Expected& expected : AllExpected()) {
     tried.emplace_back(expected.operation);
-    const bool isPair = recipe::FindOperation(expected.operation)->InputCount() == 2;
+    const bool isPair = kit::FindOperation(expected.operation)->InputCount() == 2;
     Json step = expected.arguments.is_null() ? Json::object() : expected.arguments;
     step["name"] = "step";
     step["operation"] = expected.operation;
@@ -303,10 +303,10 @@ TEST(RecipeOperations, ArePixelByPixelWhatTheExportsMake) {
                                           {"measurements", Json::array({mean})}});
     recipe::Inspector inspector(parsed, "");
     for (const char* name : {"a.png", "b.png", "a.png"}) {
-      const recipe::Record record = inspector.Inspect(scratch / name);
+      const recipe::ImageRecord record = inspector.Inspect(scratch / name);
       ASSERT_EQ(record.error, "") << expected.operation;
       GreyImage image, result;
-      app::ReadImage(scratch / name, image);
+      kit::ReadImage(scratch / name, image);
       expected.make(image, result);
       EXPECT_SAME_PIXELS(inspector.Of(parsed.steps[1].output).picture, result)
           << expected.operation << " of " << name;
@@ -315,15 +315,15 @@ TEST(RecipeOperations, ArePixelByPixelWhatTheExportsMake) {
         for (int x = 0; x < result.width; ++x) sum += result.rows[y][x];
       }
       EXPECT_EQ(*record.values[0], sum / (double{1} * result.width * result.height));
-      app::ReadImage(scratch / name, image);
+      kit::ReadImage(scratch / name, image);
       EXPECT_SAME_PIXELS(inspector.Of(recipe::kImageSlot).picture, image)
           << expected.operation << " changes its input";
     }
   }
   // Those of other kinds are held by the commands that share their code, and below.
-  for (const auto& operation : recipe::Operations()) {
-    const bool isPicture = operation.inputs[0] == recipe::Kind::kPicture &&
-                           operation.output == recipe::Kind::kPicture && !operation.prepare;
+  for (const auto& operation : kit::Operations()) {
+    const bool isPicture = operation.inputs[0] == kit::Kind::kPicture &&
+                           operation.output == kit::Kind::kPicture && !operation.prepare;
     const bool isTried = std::find(tried.begin(), tried.end(), operation.name) != tried.end();
     EXPECT_TRUE(isTried || !isPicture) << operation.name << " is not held against its export";
   }
@@ -375,11 +375,11 @@ TEST(RecipeOperations, ThatFindAndCalibrateAreWhatTheCommandsPrint) {
   const char* const files[] = {"flat.png", "hue.png", "b.png"};
   for (size_t i = 0; i < 3; ++i) {
     GreyImage expected;
-    app::ReadImage(scratch / files[i], expected);
+    kit::ReadImage(scratch / files[i], expected);
     EXPECT_SAME_PIXELS(picture(i), expected) << files[i];
   }
   ColourImage colour;
-  app::ReadImage(image, colour);
+  kit::ReadImage(image, colour);
   GreyImage red;
   red.Create(colour.width, colour.height);
   for (int y = 0; y < red.height; ++y) {
@@ -389,7 +389,7 @@ TEST(RecipeOperations, ThatFindAndCalibrateAreWhatTheCommandsPrint) {
   EXPECT_SAME_PIXELS(picture(4), inspector.Of(recipe::kImageSlot).picture);
 
   const auto expectThings = [&](size_t step, const Json& rows,
-                                const std::map<std::string, double recipe::Thing::*>& members) {
+                                const std::map<std::string, double kit::Thing::*>& members) {
     const auto& things = inspector.Of(parsed.steps[step].output).things;
     ASSERT_EQ(things.size(), rows.size()) << parsed.steps[step].name;
     for (size_t i = 0; i < things.size(); ++i) {
@@ -400,7 +400,7 @@ TEST(RecipeOperations, ThatFindAndCalibrateAreWhatTheCommandsPrint) {
       }
     }
   };
-  using recipe::Thing;
+  using kit::Thing;
   expectThings(5, blobs,
                {{"area", &Thing::area},
                 {"x", &Thing::x},

@@ -7,8 +7,8 @@
 #include <sstream>
 
 #include "cli/host.h"
-#include "image_files.h"
-#include "tray.h"
+#include "kit/images/image_files.h"
+#include "kit/samples/tray.h"
 
 namespace quillon::test {
 namespace {
@@ -37,13 +37,13 @@ struct Trays {
     std::filesystem::create_directories(folder);
     for (int i = 0; i < count; ++i) {
       ColourImage image;
-      std::vector<app::DrawnPart> parts;
-      app::DrawTray(static_cast<uint32_t>(i + 1), 420 + 90 * (i % 3), 420, image, parts);
+      std::vector<kit::DrawnPart> parts;
+      kit::DrawTray(static_cast<uint32_t>(i + 1), 420 + 90 * (i % 3), 420, image, parts);
       paths.push_back(folder + "/" + std::to_string(100 + i) + ".png");
-      app::WriteImage(paths.back(), image);
+      kit::WriteImage(paths.back(), image);
       Json values = {
           {"parts", parts.size()}, {"all", 0}, {"largest", nullptr}, {"lowest", nullptr}};
-      for (const app::DrawnPart& part : parts) {
+      for (const kit::DrawnPart& part : parts) {
         values["all"] = values["all"].get<int64_t>() + part.area;
         if (values["largest"].is_null() || part.area > values["largest"]) {
           values["largest"] = part.area;
@@ -261,8 +261,8 @@ TEST(Run, AKilledRunLosesNothing) {
   const Scratch scratch;
   const Trays trays(scratch, 16);
   ColourImage bracket;
-  app::DrawBracket(bracket);
-  app::WriteImage(scratch / "bracket.png", bracket);
+  kit::DrawBracket(bracket);
+  kit::WriteImage(scratch / "bracket.png", bracket);
   const std::string recipe = scratch / "recipe.json", out = scratch / "out",
                     twin = scratch / "twin";
   WriteText(

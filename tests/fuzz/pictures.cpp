@@ -1,5 +1,5 @@
 // Image files of any bytes, through the command-line host's reader, and back through its writer.
-#include "image_files.cpp"  // with the decoder, whose look at the header bounds the size
+#include "kit/images/image_files.cpp"  // with the decoder, whose look at the header bounds the size
 
 #include "fuzz/file.h"
 #include "fuzz/input.h"
@@ -13,11 +13,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
   GreyImage grey;
   ColourImage colour;
   try {
-    app::ReadImage(fuzz::FileOf(bytes, size), grey, colour);
+    kit::ReadImage(fuzz::FileOf(bytes, size), grey, colour);
     fuzz::Require(grey.width == width && grey.height == height, "sizes are those of the header");
     fuzz::RequireSound(colour);
-    fuzz::Require(!app::EncodePng(grey).empty(), "what was read can be written");
-  } catch (const app::Failure&) {  // a message to the user, by design
+    fuzz::Require(!kit::EncodePng(grey).empty(), "what was read can be written");
+  } catch (const kit::Failure&) {  // a message to the user, by design
   }
   fuzz::RequireSound(grey);
   return 0;

@@ -1,15 +1,15 @@
 // Recipes of any bytes. One that is free of problems is the same when its canonical text is read
 // again, and can be run on an image: it ends with a verdict.
-#include "errors.h"
 #include "fuzz/file.h"
 #include "fuzz/input.h"
-#include "recipe/inspection.h"
-#include "recipe/recipe.h"
+#include "kit/errors.h"
+#include "kit/recipe/inspector.h"
+#include "kit/recipe/recipe.h"
 
 namespace quillon::fuzz {
 namespace {
 
-using namespace app::recipe;
+using namespace kit::recipe;
 
 // What scaled images and templates from files cost is bounded by their own fuzzers.
 bool IsQuick(const Recipe& recipe) {
@@ -26,7 +26,7 @@ void Inspect(const Recipe& recipe) {
   for (int i = 0; i < 40 * 30; ++i) picture += static_cast<char>(i * i / 7);
   const char* path = FileOf(reinterpret_cast<const uint8_t*>(picture.data()), picture.size());
   Inspector inspector(recipe, "");
-  const Record record = inspector.Inspect(path);
+  const ImageRecord record = inspector.Inspect(path);
   Require(record.verdict != Verdict::kUnreadable, "the picture is one");
   Require(record.values.size() == recipe.measurements.size() || record.verdict == Verdict::kError,
           "every measurement has its value");
@@ -45,7 +45,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
           "the canonical text is the same recipe");
   try {
     if (IsQuick(recipe)) Inspect(recipe);
-  } catch (const quillon::app::Failure&) {  // a message to the user, by design
+  } catch (const quillon::kit::Failure&) {  // a message to the user, by design
   }
   return 0;
 }

@@ -1,0 +1,205 @@
+#include "kit/operations/argument.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "kit/search/blob_search.h"
+
+namespace quillon::kit {
+namespace {
+
+constexpr size_t kFewestPoints = 3, kMostPoints = 1000;
+
+std::string Limits(const Argument& argument) {
+  return "from " + Plain(argument.min) + " to " + Plain(argument.max);
+}
+
+bool IsNumber(const Json& value, double min, double max) {
+  return value.is_number() && value.get<double>() >= min && value.get<double>() <= max;
+}
+
+// 5.0 is whole too, as JSON Schema has it.
+bool IsWhole(const Json& value, double min, double max) {
+  return IsNumber(value, min, max) && std::trunc(value.get<double>()) == value.get<double>();
+}
+
+template <class Test>
+bool AreAll(const Json& value, size_t fewest, size_t most, Test test) {
+  return value.is_array() && value.size() >= fewest && value.size() <= most &&
+         std::all_of(value.begin(), value.end(), test);
+}
+
+Json NumberSchema(const char* type, double min, double max) {
+  return {
+      {"type", type}, {"minimum", Json::parse(Plain(min))}, {"maximum", Json::parse(Plain(max))}};
+}
+
+Json ListSchema(Json items, size_t fewest, size_t most) {
+  return {{"type", "array"}, {"items", std::move(items)}, {"minItems", fewest}, {"maxItems", most}};
+}
+
+}  // namespace
+
+std::string Plain(double value) {
+  if (std::trunc(value) == value && std::fabs(value) < 1e15) {
+    return std::to_string(static_cast<int64_t>(value));
+  }
+  return Json(value).dump();
+}
+
+Argument Argument::Or(const char* json) const {
+  Argument argument = *this;
+  argument.otherwise = json;
+  return argument;
+}
+
+std::string Argument::Expected() const {
+  switch (type) {
+    case Type::kWhole:
+      return "a whole number " + Limits(*this);
+    case Type::kOdd:
+      return "an odd whole number " + Limits(*this);
+    case Type::kNumber:
+      return "a number " + Limits(*this);
+    case Type::kFlag:
+      return "true or false";
+    case Type::kChoice: {
+      std::string text = "one of ";
+      for (const char* choice : choices)
+        text += (choice == choices[0] ? "" : ", ") + std::string(choice);
+      return text;
+    }
+    case Type::kFile:
+      return "the name of a file";
+    case Type::kRange:
+      return "[low, high], numbers " + Limits(*this);
+    case Type::kWholeRange:
+      return "[low, high], whole numbers " + Limits(*this);
+    case Type::kWholes:
+      return "a list of " + std::to_string(count) + " whole numbers " + Limits(*this);
+    case Type::kPoints:
+      return "a list of " + std::to_string(kFewestPoints) + " to " + std::to_string(kMostPoints) +
+             " points [x, y], whole numbers " + Limits(*this);
+  }
+  return "";
+}
+
+bool Argument::Fits(const Json& value) const {
+  const auto isWhole = [this](const Json& item) { return IsWhole(item, min, max); };
+  switch (type) {
+    case Type::kWhole:
+      return isWhole(value);
+    case Type::kOdd:
+      return isWhole(value) && std::fmod(value.get<double>(), 2) != 0;
+    case Type::kNumber:
+      return IsNumber(value, min, max);
+    case Type::kFlag:
+      return value.is_boolean();
+    case Type::kChoice:
+      return std::any_of(choices.begin(), choices.end(),
+                         [&](const char* choice) { return value == choice; });
+    case Type::kFile:
+      return value.is_string() && !value.get_ref<const std::string&>().empty();
+    case Type::kRange:
+      return AreAll(value, 2, 2, [this](const Json& item) { return IsNumber(item, min, max); });
+    case Type::kWholeRange:
+      return AreAll(value, 2, 2, isWhole);
+    case Type::kWholes:
+      return AreAll(value, count, count, isWhole);
+    case Type::kPoints:
+      return AreAll(value, kFewestPoints, kMostPoints,
+                    [&](const Json& point) { return AreAll(point, 2, 2, isWhole); });
+  }
+  return false;
+}
+
+std::string Argument::Contradiction(const Json& value) const {
+  const bool isRange = type == Type::kRange || type == Type::kWholeRange;
+  if (isRange && value[0].get<double>() > value[1].get<double>()) return "low is above high";
+  if (type != Type::kPoints) return "";
+  std::vector<int> points;
+  for (const Json& point : value) {
+    for (const Json& coordinate : point) points.push_back(coordinate.get<int>());
+  }
+  const int64_t length = BoundaryLength(points);
+  if (length <= kLongestBoundary) return "";
+  return "a boundary of " + std::to_string(length) + " steps is longer than " +
+         std::to_string(kLongestBoundary);
+}
+
+Json Argument::Schema() const {
+  Json schema;
+  switch (type) {
+    case Type::kWhole:
+      schema = NumberSchema("integer", min, max);
+      break;
+    case Type::kOdd:
+      schema = NumberSchema("integer", min, max);
+      schema["not"] = {{"multipleOf", 2}};
+      break;
+    case Type::kNumber:
+      schema = NumberSchema("number", min, max);
+      break;
+    case Type::kFlag:
+      schema = {{"type", "boolean"}};
+      break;
+    case Type::kChoice:
+      schema = {{"enum", choices}};
+      break;
+    case Type::kFile:
+      schema = {{"type", "string"}, {"minLength", 1}};
+      break;
+    case Type::kRange:
+      schema = ListSchema(NumberSchema("number", min, max), 2, 2);
+      break;
+    case Type::kWholeRange:
+      schema = ListSchema(NumberSchema("integer", min, max), 2, 2);
+      break;
+    case Type::kWholes:
+      schema = ListSchema(NumberSchema("integer", min, max), count, count);
+      break;
+    case Type::kPoints:
+      schema = ListSchema(ListSchema(NumberSchema("integer", min, max), 2, 2), kFewestPoints,
+                          kMostPoints);
+      break;
+  }
+  schema["description"] = summary;
+  if (otherwise && std::string_view(otherwise) != "null") {
+    schema["default"] = Json::parse(otherwise);
+  }
+  return schema;
+}
+
+Argument Whole(const char* name, double min, double max, const char* summary) {
+  return {name, Argument::Type::kWhole, summary, min, max};
+}
+Argument Odd(const char* name, double min, double max, const char* summary) {
+  return {name, Argument::Type::kOdd, summary, min, max};
+}
+Argument Number(const char* name, double min, double max, const char* summary) {
+  return {name, Argument::Type::kNumber, summary, min, max};
+}
+Argument Flag(const char* name, const char* summary) {
+  return {name, Argument::Type::kFlag, summary};
+}
+Argument Choice(const char* name, std::vector<const char*> choices, const char* summary) {
+  return {name, Argument::Type::kChoice, summary, 0, 0, std::move(choices)};
+}
+Argument File(const char* name, const char* summary) {
+  return {name, Argument::Type::kFile, summary};
+}
+Argument Range(const char* name, double min, double max, const char* summary) {
+  return {name, Argument::Type::kRange, summary, min, max};
+}
+Argument WholeRange(const char* name, double min, double max, const char* summary) {
+  return {name, Argument::Type::kWholeRange, summary, min, max};
+}
+Argument Wholes(const char* name, size_t count, const char* summary) {
+  constexpr double kLargest = 1e6;
+  return {name, Argument::Type::kWholes, summary, -kLargest, kLargest, {}, count};
+}
+Argument Points(const char* name, const char* summary) {
+  return {name, Argument::Type::kPoints, summary, -kFarthest, kFarthest};
+}
+
+}  // namespace quillon::kit

@@ -1,0 +1,151 @@
+#include "kit/recipe/inspector.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "kit/errors.h"
+#include "kit/images/image_files.h"
+
+namespace quillon::kit::recipe {
+namespace {
+
+// Grey in all three channels.
+void ToColour(const GreyImage& grey, ColourImage& colour) {
+  colour.Create(grey.width, grey.height);
+  for (int y = 0; y < colour.height; ++y) {
+    for (int x = 0; x < colour.width; ++x) std::fill_n(colour.rows[y] + 3 * x, 3, grey.rows[y][x]);
+  }
+}
+
+std::optional<double> MeanOf(const GreyImage& image) {
+  if (!image.bits) return {};
+  int64_t sum = 0;
+  for (int y = 0; y < image.height; ++y) {
+    for (int x = 0; x < image.width; ++x) sum += image.rows[y][x];
+  }
+  return static_cast<double>(sum) / (static_cast<double>(image.width) * image.height);
+}
+
+std::optional<double> Pick(Which which, const std::vector<double>& values) {
+  double sum = 0;
+  for (const double value : values) sum += value;
+  if (which == Which::kSum) return sum;
+  if (values.empty()) return {};
+  switch (which) {
+    case Which::kFirst:
+      return values[0];
+    case Which::kSmallest:
+      return *std::min_element(values.begin(), values.end());
+    case Which::kLargest:
+      return *std::max_element(values.begin(), values.end());
+    default:
+      return sum / static_cast<double>(values.size());
+  }
+}
+
+std::optional<double> Measure(const Measurement& measurement, Kind kind, const Content& content) {
+  if (kind == Kind::kPicture) return MeanOf(content.picture);
+  if (!measurement.quantity->member) return static_cast<double>(content.things.size());
+  std::vector<double> values;
+  for (const Thing& thing : content.things) values.push_back(thing.*measurement.quantity->member);
+  return Pick(measurement.which, values);
+}
+
+// The argument that names a file, for messages about it.
+std::string FileField(const RecipeOperation& operation) {
+  for (const Argument& argument : operation.arguments) {
+    if (argument.type == Argument::Type::kFile) {
+      return std::string(", field '") + argument.name + "'";
+    }
+  }
+  return "";
+}
+
+}  // namespace
+
+const char* NameOf(Verdict verdict) {
+  switch (verdict) {
+    case Verdict::kPass:
+      return "pass";
+    case Verdict::kFail:
+      return "fail";
+    case Verdict::kUnreadable:
+      return "unreadable";
+    case Verdict::kError:
+      return "error";
+  }
+  return "";
+}
+
+bool Passes(const Measurement& measurement, const std::optional<double>& value) {
+  const auto& [min, max] = std::pair(measurement.min, measurement.max);
+  if (!min && !max) return true;
+  return value && !(min && !(*value >= *min)) && !(max && !(*value <= *max));
+}
+
+Inspector::Inspector(const Recipe& recipe, const std::string& folder)
+    : recipe_(recipe), contents_(std::make_unique<Content[]>(recipe.slots.size())) {
+  usesColour_ = std::any_of(recipe.steps.begin(), recipe.steps.end(), [](const Step& step) {
+    return std::find(step.inputs.begin(), step.inputs.end(), kColourSlot) != step.inputs.end();
+  });
+  for (const Step& step : recipe.steps) {
+    try {
+      const auto prepare = step.operation->prepare;
+      tools_.push_back(prepare ? prepare(step.values, folder) : nullptr);
+    } catch (const Failure& failure) {
+      throw Failure("step '" + step.name + "'" + FileField(*step.operation) + ": " +
+                    failure.what());
+    }
+  }
+}
+
+void Inspector::Read(const std::string& path) {
+  GreyImage& grey = contents_[kImageSlot].picture;
+  ColourImage& colour = contents_[kColourSlot].colour;
+  ReadImage(path, grey, colour);
+  isColour_ = colour.bits;
+  if (usesColour_ && !isColour_) ToColour(grey, colour);
+}
+
+// Where an export does nothing, the result of the image before must not stay.
+void Inspector::Run(const Step& step, Tool* tool) {
+  Content& result = contents_[static_cast<size_t>(step.output)];
+  result.picture.Destroy();
+  result.things.clear();
+  const auto first = static_cast<size_t>(step.inputs.front());
+  const auto last = static_cast<size_t>(step.inputs.back());
+  try {
+    step.operation->run({step.values, contents_[first], contents_[last], result, tool});
+    if (step.operation->output == Kind::kPicture && !result.picture.bits) {
+      throw Failure("nothing came out; the picture may be too small, or memory short");
+    }
+  } catch (const std::exception& error) {
+    throw Failure("step '" + step.name + "': " + error.what());
+  }
+}
+
+ImageRecord Inspector::Inspect(const std::string& path) {
+  ImageRecord record = {.image = path};
+  record.values.resize(recipe_.measurements.size());
+  Verdict failure = Verdict::kUnreadable;
+  try {
+    Read(path);
+    failure = Verdict::kError;
+    for (size_t i = 0; i < recipe_.steps.size(); ++i) Run(recipe_.steps[i], tools_[i].get());
+  } catch (const std::exception& error) {
+    record.verdict = failure;
+    record.error = error.what();
+    return record;
+  }
+  for (size_t i = 0; i < recipe_.measurements.size(); ++i) {
+    const Measurement& measurement = recipe_.measurements[i];
+    const auto slot = static_cast<size_t>(measurement.input);
+    std::optional<double> value = Measure(measurement, recipe_.slots[slot].kind, contents_[slot]);
+    if (value && !std::isfinite(*value)) value.reset();
+    if (!Passes(measurement, value)) record.verdict = Verdict::kFail;
+    record.values[i] = value;
+  }
+  return record;
+}
+
+}  // namespace quillon::kit::recipe

@@ -1,0 +1,56 @@
+// One image through a recipe.
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "kit/recipe/recipe.h"
+
+namespace quillon::kit::recipe {
+
+enum class Verdict {
+  kPass,
+  kFail,        // a measurement is outside its limits, or there was nothing to measure
+  kUnreadable,  // the file is no image
+  kError,       // a step could not be done with this image
+};
+const char* NameOf(Verdict verdict);
+
+// What is known of an image when it was inspected.
+struct ImageRecord {
+  std::string image;
+  Verdict verdict = Verdict::kPass;
+  std::vector<std::optional<double>> values = {};  // one for each measurement; none: nothing there
+  std::string error = {};                          // why it is unreadable, or which step failed
+};
+
+// Whether a value is within the limits. Without limits everything is, nothing included.
+bool Passes(const Measurement& measurement, const std::optional<double>& value);
+
+// Inspects one image after the other: one for each thread. Holds what the steps keep, and the
+// contents of all names for the image that was inspected last.
+class Inspector {
+ public:
+  // Teaches templates and loads parameters; `folder` is that of the recipe. Throws Failure with
+  // step and field.
+  Inspector(const Recipe& recipe, const std::string& folder);
+
+  ImageRecord Inspect(const std::string& path);
+
+  const Content& Of(int slot) const { return contents_[static_cast<size_t>(slot)]; }
+  bool IsColour() const { return isColour_; }  // the file; "color" may be made from grey
+
+ private:
+  void Read(const std::string& path);
+  void Run(const Step& step, Tool* tool);
+
+  const Recipe& recipe_;
+  bool usesColour_;
+  bool isColour_ = false;
+  std::unique_ptr<Content[]> contents_;  // images cannot be moved
+  std::vector<std::unique_ptr<Tool>> tools_;
+};
+
+}  // namespace quillon::kit::recipe

@@ -1,0 +1,466 @@
+#include "kit/recipe/recipe.h"
+
+#include <algorithm>
+#include <fstream>
+#include <iterator>
+#include <set>
+
+#include "kit/errors.h"
+
+namespace quillon::kit::recipe {
+
+const std::vector<Quantity>& Quantities() {
+  const std::vector<Kind> things = {Kind::kBlobs, Kind::kMatches};
+  static const std::vector<Quantity> quantities = {
+      {"count", "how many there are", nullptr, things, 0},
+      {"area", "pixels", &Thing::area, {Kind::kBlobs}, 0},
+      {"x", "column of the centre; of an edge-based match, of the reference point", &Thing::x,
+       things, 2},
+      {"y", "row of it", &Thing::y, things, 2},
+      {"width", "width of the turned rectangle", &Thing::width, things, 2},
+      {"height", "height of the turned rectangle", &Thing::height, things, 2},
+      {"angle", "degrees", &Thing::angle, things, 2},
+      {"scale", "size relative to the template", &Thing::scale, {Kind::kMatches}, 3},
+      {"score", "likeness to the template, 1 for the same", &Thing::score, {Kind::kMatches}, 3},
+      {"mean", "mean grey", &Thing::mean, {Kind::kPicture, Kind::kBlobs}, 1},
+  };
+  return quantities;
+}
+
+const std::vector<NamedWhich>& Whiches() {
+  static const std::vector<NamedWhich> whiches = {
+      {"first", Which::kFirst, "the topmost blob, the best match"},
+      {"smallest", Which::kSmallest, "the smallest value"},
+      {"largest", Which::kLargest, "the largest value"},
+      {"mean", Which::kMean, "the mean of all values"},
+      {"sum", Which::kSum, "the sum of all values"},
+  };
+  return whiches;
+}
+
+Argument Limit(const char* name) {
+  constexpr double kLargest = 1e12;
+  return Number(name, -kLargest, kLargest, "");
+}
+
+namespace {
+
+std::string Quote(std::string_view text) { return "'" + std::string(text) + "'"; }
+
+// A value as a message shows it.
+std::string Shown(const Json& value) {
+  constexpr size_t kMost = 60;
+  std::string text = value.dump(-1, ' ', true);  // escaped, so that it can be cut anywhere
+  if (text.size() > kMost) text = text.substr(0, kMost) + "...";
+  return text;
+}
+
+size_t EditDistance(std::string_view a, std::string_view b) {
+  std::vector<size_t> row(b.size() + 1);
+  for (size_t j = 0; j <= b.size(); ++j) row[j] = j;
+  for (size_t i = 1; i <= a.size(); ++i) {
+    size_t diagonal = row[0];
+    row[0] = i;
+    for (size_t j = 1; j <= b.size(); ++j) {
+      const size_t above = row[j];
+      row[j] = std::min({above + 1, row[j - 1] + 1, diagonal + (a[i - 1] != b[j - 1])});
+      diagonal = above;
+    }
+  }
+  return row[b.size()];
+}
+
+// "; did you mean 'otsu'?" where a name is near.
+std::string Suggestion(const std::string& given, const std::vector<std::string>& names) {
+  constexpr size_t kLongest = 60;
+  const std::string* best = nullptr;
+  size_t least = 3;
+  if (given.size() > kLongest) return "";
+  for (const std::string& name : names) {
+    const size_t distance = EditDistance(given, name);
+    if (distance < least && distance < name.size()) least = distance, best = &name;
+  }
+  return best ? "; did you mean " + Quote(*best) + "?" : "";
+}
+
+// ---- text to JSON -------------------------------------------------------------------------------
+
+// Stops at fields that are given twice, which would otherwise hide each other, and at depths that
+// no recipe has.
+Json ParseJson(std::string_view text, Problems& problems) {
+  constexpr int kDeepest = 16;
+  std::vector<std::set<std::string>> open;
+  const auto look = [&](int depth, Json::parse_event_t event, Json& value) {
+    using Event = Json::parse_event_t;
+    if (depth > kDeepest) throw Failure("lists and objects are nested too deeply for a recipe");
+    if (event == Event::object_start) open.emplace_back();
+    if (event == Event::object_end) open.pop_back();
+    if (event == Event::key && !open.back().insert(value.get<std::string>()).second) {
+      throw Failure("field " + Quote(value.get<std::string>()) + " is given twice in one object");
+    }
+    return true;
+  };
+  try {
+    return Json::parse(text, look);
+  } catch (const Failure& failure) {
+    problems.emplace_back(failure.what());
+  } catch (const Json::exception& error) {
+    // The parser's text begins with its own name and number in brackets.
+    const std::string what = error.what();
+    const size_t end = what.find("] ");
+    problems.push_back("this is no JSON: " +
+                       (end == std::string::npos ? what : what.substr(end + 2)));
+  }
+  return nullptr;
+}
+
+// ---- JSON to recipe -----------------------------------------------------------------------------
+
+// One object of the recipe, and what is wrong with it.
+class Fields {
+ public:
+  Fields(const Json& object, std::string where, Problems& problems)
+      : object_(object), where_(std::move(where)), problems_(problems) {
+    if (!object_.is_object()) problems_.push_back(Prefix() + Shown(object_) + " is not an object");
+  }
+
+  bool IsObject() const { return object_.is_object(); }
+
+  void Wrong(const std::string& field, const std::string& what) const {
+    problems_.push_back(where_ + (where_.empty() ? "" : ", ") + "field " + Quote(field) + ": " +
+                        what);
+  }
+
+  const Json* Find(const std::string& field) {
+    known_.push_back(field);
+    const auto found = object_.find(field);
+    return found == object_.end() ? nullptr : &*found;
+  }
+
+  const Json* Require(const std::string& field, const std::string& expected) {
+    const Json* value = Find(field);
+    if (!value) Wrong(field, "is missing: " + expected + " is expected");
+    return value;
+  }
+
+  // A text with at least one character; empty where there is none.
+  std::string Name(const std::string& field, bool isRequired) {
+    const std::string expected = "a text that is not empty";
+    const Json* value = isRequired ? Require(field, expected) : Find(field);
+    if (!value) return "";
+    if (value->is_string() && !value->get_ref<const std::string&>().empty()) {
+      return value->get<std::string>();
+    }
+    Wrong(field, Shown(*value) + " is not " + expected);
+    return "";
+  }
+
+  void Note(std::string& note) {
+    const Json* value = Find("note");
+    if (!value) return;
+    if (value->is_string()) {
+      note = value->get<std::string>();
+    } else {
+      Wrong("note", Shown(*value) + " is not a text");
+    }
+  }
+
+  const Json* List(const std::string& field, size_t most) {
+    const std::string expected = "a list of 1 to " + std::to_string(most) + " objects";
+    const Json* value = Require(field, expected);
+    if (!value) return nullptr;
+    if (value->is_array() && !value->empty() && value->size() <= most) return value;
+    const bool isLong = value->is_array() && !value->empty();
+    Wrong(field,
+          (isLong ? "has " + std::to_string(value->size()) + " entries and" : Shown(*value)) +
+              " is not " + expected);
+    return nullptr;
+  }
+
+  // Whatever was not asked for has no meaning.
+  void RefuseOthers() const {
+    if (!object_.is_object()) return;
+    for (const auto& item : object_.items()) {
+      if (std::find(known_.begin(), known_.end(), item.key()) != known_.end()) continue;
+      Wrong(item.key(), "has no meaning here" + Suggestion(item.key(), known_));
+    }
+  }
+
+ private:
+  std::string Prefix() const { return where_.empty() ? "" : where_ + ": "; }
+
+  const Json& object_;
+  std::string where_;
+  Problems& problems_;
+  std::vector<std::string> known_;
+};
+
+std::string PlaceOf(const char* what, const Json& object, size_t index) {
+  std::string number = std::string(what) + " " + std::to_string(index + 1);
+  if (!object.is_object()) return number;
+  const auto name = object.find("name");
+  if (name == object.end() || !name->is_string() || name->get_ref<const std::string&>().empty()) {
+    return number;
+  }
+  return std::string(what) + " " + Quote(name->get<std::string>());
+}
+
+class Parser {
+ public:
+  explicit Parser(Problems& problems) : problems_(problems) {}
+
+  Recipe Parse(const Json& json) {
+    recipe_.slots = {{"image", Kind::kPicture, 0}, {"color", Kind::kColour, 0}};
+    Fields fields(json, "", problems_);
+    if (!fields.IsObject()) return recipe_;
+    recipe_.name = fields.Name("name", true);
+    fields.Note(recipe_.note);
+    fields.Find("$schema");  // for editors
+    const Json* steps = fields.List("steps", kMostSteps);
+    const Json* measurements = fields.List("measurements", kMostMeasurements);
+    fields.RefuseOthers();
+    for (size_t i = 0; steps && i < steps->size(); ++i) ParseStep((*steps)[i], i);
+    for (size_t i = 0; measurements && i < measurements->size(); ++i) {
+      ParseMeasurement((*measurements)[i], i);
+    }
+    recipe_.canonical = Canonical(json);
+    return std::move(recipe_);
+  }
+
+ private:
+  // Without what changes nothing: the order of fields, spaces, notes.
+  static std::string Canonical(const Json& json) {
+    nlohmann::json sorted = nlohmann::json::parse(json.dump());
+    sorted.erase("$schema");
+    sorted.erase("note");
+    for (const char* list : {"steps", "measurements"}) {
+      if (!sorted.contains(list) || !sorted[list].is_array()) continue;
+      for (auto& entry : sorted[list]) {
+        if (entry.is_object()) entry.erase("note");
+      }
+    }
+    return sorted.dump();
+  }
+
+  void ParseStep(const Json& json, size_t index) {
+    Fields fields(json, PlaceOf("step", json, index), problems_);
+    if (!fields.IsObject()) return;
+    Step step;
+    std::string note;
+    step.name = fields.Name("name", true);
+    fields.Note(note);
+    if (!step.name.empty() && !stepNames_.insert(step.name).second) {
+      fields.Wrong("name", "another step has this name");
+    }
+    const std::string operation = fields.Name("operation", true);
+    if (!operation.empty()) step.operation = FindOperation(operation);
+    if (!step.operation) {
+      if (!operation.empty()) UnknownOperation(fields, operation);
+      // Later steps may use what this one would have made: its kind is not known.
+      Declare(fields, step.name, Kind::kNone, 0);
+      return;
+    }
+    const int frame = ParseInputs(fields, step);
+    for (const Argument& argument : step.operation->arguments) {
+      ParseArgument(fields, argument, step.values);
+    }
+    step.output = Declare(fields, step.name, step.operation->output, frame);
+    fields.RefuseOthers();
+    recipe_.steps.push_back(std::move(step));
+  }
+
+  static void UnknownOperation(const Fields& fields, const std::string& operation) {
+    std::vector<std::string> names;
+    for (const RecipeOperation& row : Operations()) names.emplace_back(row.name);
+    const std::string suggestion = Suggestion(operation, names);
+    fields.Wrong("operation",
+                 "there is no operation " + Quote(operation) +
+                     (suggestion.empty() ? "; quillon recipe operations names them" : suggestion));
+  }
+
+  // Returns the frame of the output.
+  int ParseInputs(Fields& fields, Step& step) {
+    const RecipeOperation& operation = *step.operation;
+    const size_t count = operation.InputCount();
+    const std::string expected = count == 1 ? "the name of " + WithArticle(operation.inputs[0])
+                                            : "a list of two names of pictures";
+    const Json* value = fields.Require("input", expected);
+    if (!value) return 0;
+    const bool isList = value->is_array() && value->size() == count && count == 2;
+    const Json names = isList ? *value : Json::array({*value});
+    if (names.size() != count ||
+        !std::all_of(names.begin(), names.end(), [](const Json& name) { return IsName(name); })) {
+      fields.Wrong("input", Shown(*value) + " is not " + expected);
+      return 0;
+    }
+    int frame = 0;
+    for (size_t i = 0; i < count; ++i) {
+      const int slot = FindInput(fields, names[i].get<std::string>(), {operation.inputs[i]});
+      step.inputs.push_back(std::max(slot, 0));
+      if (i == 0) frame = recipe_.slots[static_cast<size_t>(std::max(slot, 0))].frame;
+    }
+    return operation.movesPixels ? ++frames_ : frame;
+  }
+
+  static bool IsName(const Json& value) {
+    return value.is_string() && !value.get_ref<const std::string&>().empty();
+  }
+
+  // The slot, or -1 where there is none that fits.
+  int FindInput(const Fields& fields, const std::string& name, const std::vector<Kind>& kinds) {
+    const auto& slots = recipe_.slots;
+    const auto found = std::find_if(slots.begin(), slots.end(),
+                                    [&](const Slot& slot) { return slot.name == name; });
+    if (found == slots.end()) {
+      std::vector<std::string> names;
+      names.reserve(slots.size());
+      for (const Slot& slot : slots) names.push_back(slot.name);
+      fields.Wrong("input",
+                   "nothing before this is called " + Quote(name) + Suggestion(name, names));
+      return -1;
+    }
+    const bool fits = std::find(kinds.begin(), kinds.end(), found->kind) != kinds.end();
+    if (found->kind != Kind::kNone && !fits) {
+      std::string expected;
+      for (const Kind kind : kinds)
+        expected += (expected.empty() ? "" : " or ") + WithArticle(kind);
+      fields.Wrong("input", Quote(name) + " is " + WithArticle(found->kind) + ", not " + expected);
+      return -1;
+    }
+    return static_cast<int>(found - slots.begin());
+  }
+
+  static void ParseArgument(Fields& fields, const Argument& argument, Values& values) {
+    const Json* value = argument.otherwise ? fields.Find(argument.name)
+                                           : fields.Require(argument.name, argument.Expected());
+    if (!value) {
+      values.Set(argument.name, argument.otherwise ? Json::parse(argument.otherwise) : Json());
+      return;
+    }
+    if (!argument.Fits(*value)) {
+      fields.Wrong(argument.name, Shown(*value) + " is not " + argument.Expected());
+    } else if (const std::string wrong = argument.Contradiction(*value); !wrong.empty()) {
+      fields.Wrong(argument.name, Shown(*value) + ": " + wrong);
+    }
+    values.Set(argument.name, *value);
+  }
+
+  // The slot of a step's output, which has the step's name unless it is given another.
+  int Declare(Fields& fields, const std::string& stepName, Kind kind, int frame) {
+    const std::string given = fields.Name("output", false);
+    const std::string& name = given.empty() ? stepName : given;
+    const bool isTaken = std::any_of(recipe_.slots.begin(), recipe_.slots.end(),
+                                     [&](const Slot& slot) { return slot.name == name; });
+    if (isTaken && !name.empty()) {
+      fields.Wrong(given.empty() ? "name" : "output",
+                   Quote(name) + " is the name of something else already");
+    }
+    recipe_.slots.push_back({name, kind, frame});
+    return static_cast<int>(recipe_.slots.size()) - 1;
+  }
+
+  void ParseMeasurement(const Json& json, size_t index) {
+    Fields fields(json, PlaceOf("measurement", json, index), problems_);
+    if (!fields.IsObject()) return;
+    Measurement measurement;
+    std::string note;
+    measurement.name = fields.Name("name", true);
+    fields.Note(note);
+    if (!measurement.name.empty() && !measurementNames_.insert(measurement.name).second) {
+      fields.Wrong("name", "another measurement has this name");
+    }
+    measurement.quantity = ParseQuantity(fields);
+    const std::string input = fields.Name("input", true);
+    if (!input.empty()) {
+      const std::vector<Kind> any = {Kind::kPicture, Kind::kBlobs, Kind::kMatches};
+      const int slot =
+          FindInput(fields, input, measurement.quantity ? measurement.quantity->inputs : any);
+      measurement.input = std::max(slot, 0);
+    }
+    ParseWhich(fields, measurement);
+    measurement.min = ParseLimit(fields, "min");
+    measurement.max = ParseLimit(fields, "max");
+    if (measurement.min && measurement.max && *measurement.min > *measurement.max) {
+      fields.Wrong(
+          "min", Plain(*measurement.min) + " is above the field 'max', " + Plain(*measurement.max));
+    }
+    fields.RefuseOthers();
+    recipe_.measurements.push_back(std::move(measurement));
+  }
+
+  static const Quantity* ParseQuantity(Fields& fields) {
+    const std::string name = fields.Name("value", true);
+    if (name.empty()) return nullptr;
+    std::vector<std::string> names;
+    std::string list;
+    for (const Quantity& quantity : Quantities()) {
+      if (quantity.name == name) return &quantity;
+      names.emplace_back(quantity.name);
+      list += (list.empty() ? "" : ", ") + names.back();
+    }
+    fields.Wrong("value", Quote(name) + " is not one of " + list + Suggestion(name, names));
+    return nullptr;
+  }
+
+  void ParseWhich(Fields& fields, Measurement& measurement) {
+    const bool isCount =
+        measurement.quantity && std::string_view(measurement.quantity->name) == "count";
+    const std::string name = fields.Name("which", false);
+    if (name.empty()) return;
+    if (isCount) {
+      fields.Wrong("which", "a count is of all");
+      return;
+    }
+    if (recipe_.slots[static_cast<size_t>(measurement.input)].kind == Kind::kPicture &&
+        measurement.quantity && !measurement.quantity->inputs.empty() &&
+        measurement.quantity->inputs[0] == Kind::kPicture) {
+      fields.Wrong("which", "a picture has one mean");
+      return;
+    }
+    std::string list;
+    for (const NamedWhich& named : Whiches()) {
+      if (named.name == name) {
+        measurement.which = named.which;
+        return;
+      }
+      list += (list.empty() ? "" : ", ") + std::string(named.name);
+    }
+    fields.Wrong("which", Quote(name) + " is not one of " + list);
+  }
+
+  static std::optional<double> ParseLimit(Fields& fields, const char* name) {
+    const Json* value = fields.Find(name);
+    if (!value) return {};
+    const Argument limit = Limit(name);
+    if (limit.Fits(*value)) return value->get<double>();
+    fields.Wrong(name, Shown(*value) + " is not " + limit.Expected());
+    return {};
+  }
+
+  Problems& problems_;
+  Recipe recipe_;
+  std::set<std::string> stepNames_, measurementNames_;
+  int frames_ = 0;
+};
+
+}  // namespace
+
+Recipe ParseRecipe(std::string_view text, Problems& problems) {
+  const Json json = ParseJson(text, problems);
+  if (!problems.empty()) return {};
+  return Parser(problems).Parse(json);
+}
+
+Recipe ReadRecipe(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  if (!file) throw Failure("cannot open recipe '" + path + "'");
+  const std::string text{std::istreambuf_iterator<char>(file), {}};
+  Problems problems;
+  Recipe recipe = ParseRecipe(text, problems);
+  if (problems.empty()) return recipe;
+  std::string message = "recipe '" + path + "' cannot be used:";
+  for (const std::string& problem : problems) message += "\n  " + problem;
+  throw Failure(message);
+}
+
+}  // namespace quillon::kit::recipe

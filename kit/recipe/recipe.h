@@ -1,0 +1,95 @@
+// A recipe: steps that turn an image into pictures, blobs and matches, and measurements with limits
+// that decide whether the image passes.
+//
+//   {
+//     "name": "Count the coins",
+//     "steps": [
+//       {"name": "bright", "operation": "otsu", "input": "image"},
+//       {"name": "coins", "operation": "blobs", "input": "bright", "area": [50, 100000]}
+//     ],
+//     "measurements": [
+//       {"name": "coins", "input": "coins", "value": "count", "min": 24, "max": 24}
+//     ]
+//   }
+//
+// A recipe is checked whole before anything is done with it, and all that is wrong is told at once.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "kit/operations/operation.h"
+
+namespace quillon::kit::recipe {
+
+// Something that has a name: the image, or a step's output.
+struct Slot {
+  std::string name;
+  Kind kind;
+  // Positions in contents of one frame mean the same pixels; 0 is the image's.
+  int frame;
+};
+
+constexpr int kImageSlot = 0, kColourSlot = 1;  // "image" and "color": every recipe has them
+
+struct Step {
+  std::string name;
+  const RecipeOperation* operation = nullptr;
+  Values values = {};
+  std::vector<int> inputs = {};  // slots
+  int output = 0;
+};
+
+// What can be measured.
+struct Quantity {
+  const char* name;
+  const char* summary;
+  double Thing::*member;     // null: a count, or the mean of a picture
+  std::vector<Kind> inputs;  // what it can be measured of
+  int decimals;              // on pages
+};
+const std::vector<Quantity>& Quantities();
+
+// Which of several things gives the value.
+enum class Which { kFirst, kSmallest, kLargest, kMean, kSum };
+struct NamedWhich {
+  const char* name;
+  Which which;
+  const char* summary;
+};
+const std::vector<NamedWhich>& Whiches();
+
+struct Measurement {
+  std::string name;
+  int input = 0;  // slot
+  const Quantity* quantity = nullptr;
+  Which which = Which::kFirst;
+  std::optional<double> min = {}, max = {};
+};
+
+struct Recipe {
+  std::string name, note;
+  std::vector<Slot> slots;
+  std::vector<Step> steps;
+  std::vector<Measurement> measurements;
+  std::string canonical;  // the same text for recipes that do the same
+};
+
+// The rule for `min` and `max`.
+Argument Limit(const char* name);
+
+constexpr size_t kMostSteps = 200, kMostMeasurements = 200;
+
+// One thing that is wrong: "step 'bright', field 'above': 256 is not ...".
+using Problems = std::vector<std::string>;
+
+// Checks a recipe and makes it ready, from nothing but its bytes: no file is opened, any bytes may
+// be given. The recipe can be used when there are no problems.
+Recipe ParseRecipe(std::string_view text, Problems& problems);
+
+// The same from a file; throws Failure with the file's name and all problems.
+Recipe ReadRecipe(const std::string& path);
+
+}  // namespace quillon::kit::recipe

@@ -1,0 +1,249 @@
+#include "kit/recipe/results.h"
+
+#include <cinttypes>
+#include <cmath>
+#include <cstdio>
+#include <filesystem>
+#include <iterator>
+
+#include "kit/errors.h"
+
+namespace quillon::kit::recipe {
+namespace {
+
+// File names need not be UTF-8; what is not is replaced.
+std::string Dump(const Json& json) {
+  return json.dump(-1, ' ', false, Json::error_handler_t::replace);
+}
+
+// A count is written as a whole number.
+Json NumberOf(double value) {
+  constexpr double kExact = 9007199254740992;  // 2^53
+  if (std::trunc(value) == value && std::fabs(value) < kExact) return static_cast<int64_t>(value);
+  return value;
+}
+
+std::string ReadBytes(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  if (!file) throw Failure("cannot open '" + path + "'");
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+// FNV-1a, by G. Fowler, L. C. Noll and K.-P. Vo: it tells changes, it is no seal.
+uint64_t Hash(uint64_t hash, const std::string& bytes) {
+  for (const char byte : bytes) {
+    hash ^= static_cast<unsigned char>(byte);
+    hash *= 0x100000001b3;
+  }
+  return hash;
+}
+
+Verdict VerdictOf(const std::string& name) {
+  for (const Verdict verdict : {Verdict::kPass, Verdict::kFail, Verdict::kUnreadable}) {
+    if (name == NameOf(verdict)) return verdict;
+  }
+  return Verdict::kError;
+}
+
+// Throws Json::exception where the line is not a record of this recipe.
+ImageRecord FromLine(const Recipe& recipe, const std::string& line) {
+  const Json json = Json::parse(line);
+  ImageRecord record = {.image = json.at("image").get<std::string>(),
+                        .verdict = VerdictOf(json.at("verdict").get<std::string>())};
+  record.values.resize(recipe.measurements.size());
+  if (json.contains("error")) {
+    record.error = json.at("error").get<std::string>();
+    return record;
+  }
+  for (size_t i = 0; i < record.values.size(); ++i) {
+    const Json& value = json.at("measurements").at(recipe.measurements[i].name);
+    if (!value.is_null()) record.values[i] = value.get<double>();
+  }
+  return record;
+}
+
+std::string HeadLine(const Recipe& recipe, const std::string& fingerprint) {
+  return Dump(
+      {{"recipe", recipe.name}, {"fingerprint", fingerprint}, {"quillon", QUILLON_VERSION}});
+}
+
+// A path as it comes back from a line.
+std::string AsWritten(const std::string& path) {
+  return Json::parse(Dump(path)).get<std::string>();
+}
+
+struct Line {
+  std::string text;
+  size_t end;  // after its line break
+};
+
+// Whole lines only.
+std::vector<Line> Lines(const std::string& text) {
+  std::vector<Line> lines;
+  for (size_t from = 0;;) {
+    const size_t end = text.find('\n', from);
+    if (end == std::string::npos) return lines;
+    lines.push_back({text.substr(from, end - from), end + 1});
+    from = end + 1;
+  }
+}
+
+}  // namespace
+
+std::string ToLine(const Recipe& recipe, const ImageRecord& record) {
+  Json json = {{"image", record.image}, {"verdict", NameOf(record.verdict)}};
+  if (!record.error.empty()) {
+    json["error"] = record.error;
+    return Dump(json);
+  }
+  Json& values = json["measurements"] = Json::object();
+  Json& failed = json["failed"] = Json::array();
+  for (size_t i = 0; i < record.values.size(); ++i) {
+    const Measurement& measurement = recipe.measurements[i];
+    const auto& value = record.values[i];
+    values[measurement.name] = value ? NumberOf(*value) : Json();
+    if (!Passes(measurement, value)) failed.push_back(measurement.name);
+  }
+  return Dump(json);
+}
+
+Counts Count(const std::vector<ImageRecord>& records) {
+  Counts counts = {.images = records.size()};
+  for (const ImageRecord& record : records) {
+    switch (record.verdict) {
+      case Verdict::kPass:
+        ++counts.pass;
+        break;
+      case Verdict::kFail:
+        ++counts.fail;
+        break;
+      case Verdict::kUnreadable:
+        ++counts.unreadable;
+        break;
+      case Verdict::kError:
+        ++counts.error;
+        break;
+    }
+  }
+  return counts;
+}
+
+Findings ToFindings(const Recipe& recipe, const std::vector<ImageRecord>& records) {
+  const Counts counts = Count(records);
+  const auto whole = [](size_t count) { return static_cast<int64_t>(count); };
+  Findings findings{.key = "images",
+                    .facts = {{"recipe", "Recipe", recipe.name},
+                              {"count", "Images", whole(counts.images)},
+                              {"pass", "Pass", whole(counts.pass)},
+                              {"fail", "Fail", whole(counts.fail)}},
+                    .columns = {{"image", "image"}, {"verdict", "verdict"}}};
+  if (counts.unreadable) {
+    findings.facts.push_back({"unreadable", "Unreadable", whole(counts.unreadable)});
+  }
+  if (counts.error) findings.facts.push_back({"error", "Errors", whole(counts.error)});
+  for (const Measurement& measurement : recipe.measurements) {
+    findings.columns.push_back(
+        {measurement.name, measurement.name, measurement.quantity->decimals});
+  }
+  findings.columns.push_back({"failed", "failed"});
+  findings.columns.push_back({"error", "error"});
+  for (const ImageRecord& record : records) {
+    std::vector<Cell> row = {record.image, std::string(NameOf(record.verdict))};
+    std::string failed;
+    for (size_t i = 0; i < record.values.size(); ++i) {
+      const auto& value = record.values[i];
+      row.emplace_back();
+      if (value) row.back() = *value;
+      const bool isJudged = record.error.empty();
+      if (isJudged && !Passes(recipe.measurements[i], value)) {
+        failed += (failed.empty() ? "" : "; ") + recipe.measurements[i].name;
+      }
+    }
+    row.insert(row.end(), {failed, record.error});
+    findings.rows.push_back(std::move(row));
+  }
+  return findings;
+}
+
+std::string Fingerprint(const Recipe& recipe, const std::string& folder) {
+  uint64_t hash = Hash(0xcbf29ce484222325, recipe.canonical);
+  for (const Step& step : recipe.steps) {
+    for (const Argument& argument : step.operation->arguments) {
+      if (argument.type != Argument::Type::kFile) continue;
+      hash = Hash(hash, ReadBytes(InFolder(folder, step.values.Text(argument.name))));
+    }
+  }
+  char text[17];
+  std::snprintf(text, sizeof text, "%016" PRIx64, hash);
+  return text;
+}
+
+ResultsFile::ResultsFile(std::string path, bool isNew)
+    : path_(std::move(path)),
+      file_(path_, isNew ? std::ios::binary : std::ios::binary | std::ios::app) {
+  if (!file_) throw Failure("cannot write '" + path_ + "'");
+}
+
+void ResultsFile::Write(const std::string& line) {
+  file_ << line << '\n';
+  if (!file_.flush()) throw Failure("cannot write '" + path_ + "'");
+}
+
+void ResultsFile::Append(const Recipe& recipe, const ImageRecord& record) {
+  Write(ToLine(recipe, record));
+}
+
+ResultsFile ResultsFile::Begin(const std::string& path, const Recipe& recipe,
+                               const std::string& fingerprint) {
+  if (std::filesystem::exists(path)) {
+    throw Failure("'" + path +
+                  "' holds the results of a run already: --resume goes on with it, --overwrite "
+                  "begins anew");
+  }
+  ResultsFile file(path, true);
+  file.Write(HeadLine(recipe, fingerprint));
+  return file;
+}
+
+ResultsFile ResultsFile::Resume(const std::string& path, const Recipe& recipe,
+                                const std::string& fingerprint,
+                                const std::vector<std::string>& images,
+                                std::vector<ImageRecord>& done) {
+  done.clear();
+  if (!std::filesystem::exists(path)) return Begin(path, recipe, fingerprint);
+  const std::vector<Line> lines = Lines(ReadBytes(path));
+  if (lines.empty()) {  // killed before the first line was written
+    std::filesystem::remove(path);
+    return Begin(path, recipe, fingerprint);
+  }
+  const Json head = Json::parse(lines[0].text, nullptr, false);
+  if (!head.is_object() || !head.contains("fingerprint")) {
+    throw Failure("'" + path + "' holds no results of a run");
+  }
+  if (head["fingerprint"] != fingerprint) {
+    throw Failure("'" + path +
+                  "' holds the results of another recipe, or this one or a file that it names "
+                  "has changed: --overwrite begins anew");
+  }
+  size_t end = lines[0].end;
+  for (size_t i = 1; i < lines.size(); ++i) {
+    try {
+      done.push_back(FromLine(recipe, lines[i].text));
+    } catch (const Json::exception&) {
+      if (i + 1 == lines.size()) break;  // half-written: this image is inspected again
+      throw Failure("'" + path + "' is damaged in line " + std::to_string(i + 1) +
+                    ": --overwrite begins anew");
+    }
+    if (done.size() > images.size() || done.back().image != AsWritten(images[done.size() - 1])) {
+      throw Failure(
+          "'" + path + "' is of other images: image " + std::to_string(done.size()) + " is '" +
+          done.back().image + "' there, and here " +
+          (done.size() > images.size() ? "there are fewer" : "'" + images[done.size() - 1] + "'"));
+    }
+    end = lines[i].end;
+  }
+  std::filesystem::resize_file(path, end);
+  return {path, false};
+}
+
+}  // namespace quillon::kit::recipe

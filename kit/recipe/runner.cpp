@@ -1,0 +1,84 @@
+#include "kit/recipe/runner.h"
+
+#include <atomic>
+#include <csignal>
+#include <exception>
+#include <map>
+#include <mutex>
+#include <thread>
+
+namespace quillon::kit::recipe {
+namespace {
+
+volatile std::sig_atomic_t isInterrupted = 0;
+
+void OnInterrupt(int signal) {
+  isInterrupted = 1;
+  std::signal(signal, SIG_DFL);  // a second one ends the program
+}
+
+class Pool {
+ public:
+  explicit Pool(const Work& work) : work_(work), next_(work.first), toReceive_(work.first) {}
+
+  bool Run(std::vector<std::unique_ptr<Inspector>>& inspectors) {
+    std::vector<std::thread> threads;
+    for (size_t i = 1; i < inspectors.size(); ++i) {
+      threads.emplace_back([this, &inspectors, i] { Inspect(*inspectors[i]); });
+    }
+    Inspect(*inspectors[0]);
+    for (std::thread& thread : threads) thread.join();
+    if (failure_) std::rethrow_exception(failure_);
+    return toReceive_ == work_.images.size();
+  }
+
+ private:
+  void Inspect(Inspector& inspector) {
+    try {
+      for (;;) {
+        if (isStopped_ || isInterrupted) return;
+        const size_t index = next_++;
+        if (index >= work_.images.size()) return;
+        Receive(index, work_.inspect(inspector, index));
+      }
+    } catch (...) {
+      isStopped_ = true;
+      const std::lock_guard lock(mutex_);
+      if (!failure_) failure_ = std::current_exception();
+    }
+  }
+
+  // Keeps what comes too early.
+  void Receive(size_t index, ImageRecord record) {
+    const std::lock_guard lock(mutex_);
+    early_.emplace(index, std::move(record));
+    while (!failure_ && !early_.empty() && early_.begin()->first == toReceive_) {
+      auto node = early_.extract(early_.begin());
+      work_.receive(toReceive_, std::move(node.mapped()));
+      ++toReceive_;
+    }
+  }
+
+  const Work& work_;
+  std::atomic<size_t> next_;
+  std::atomic<bool> isStopped_ = false;
+  std::mutex mutex_;
+  std::map<size_t, ImageRecord> early_;
+  size_t toReceive_;
+  std::exception_ptr failure_;
+};
+
+}  // namespace
+
+bool RunAll(const Work& work, std::vector<std::unique_ptr<Inspector>>& inspectors) {
+  return Pool(work).Run(inspectors);
+}
+
+InterruptGuard::InterruptGuard() {
+  isInterrupted = 0;
+  std::signal(SIGINT, OnInterrupt);
+}
+
+InterruptGuard::~InterruptGuard() { std::signal(SIGINT, SIG_DFL); }
+
+}  // namespace quillon::kit::recipe

@@ -1,0 +1,35 @@
+// Many images on several threads, with results in the order of the images.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "kit/recipe/inspector.h"
+
+namespace quillon::kit::recipe {
+
+struct Work {
+  const std::vector<std::string>& images;
+  size_t first;  // those before it are done
+  // Called for each image, on any thread, with that thread's inspector.
+  std::function<ImageRecord(Inspector& inspector, size_t index)> inspect;
+  // Called with one record after the other, in the order of the images, never by two threads at a
+  // time.
+  std::function<void(size_t index, ImageRecord record)> receive;
+};
+
+// One thread for each inspector. What inspect or receive throws ends the work and is thrown on.
+// Returns false when `Interrupt` ended it early; all that was received is a gapless beginning.
+bool RunAll(const Work& work, std::vector<std::unique_ptr<Inspector>>& inspectors);
+
+// While it lives, the interrupt key lets the images in work be finished and then ends RunAll.
+class InterruptGuard {
+ public:
+  InterruptGuard();
+  ~InterruptGuard();
+  InterruptGuard(const InterruptGuard&) = delete;
+  InterruptGuard& operator=(const InterruptGuard&) = delete;
+};
+
+}  // namespace quillon::kit::recipe

@@ -1,0 +1,154 @@
+#include "kit/search/blob_search.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <span>
+
+#include "kit/errors.h"
+
+namespace quillon::kit {
+
+Region::Region() : handle(CreateRLERegion(), DestroyRLERegion) {
+  if (!handle) throw Failure("no memory for the tables of a region");
+}
+
+int OtsuLevel(const GreyImage& image) {
+  GreyImage binary;
+  binary.CopyFrom(&image);
+  IxOtsuThreshold(&binary);
+  int level = 0;
+  for (int y = 0; y < binary.height; ++y) {
+    for (int x = 0; x < binary.width; ++x) {
+      if (binary.rows[y][x] == 0) level = std::max<int>(level, image.rows[y][x]);
+    }
+  }
+  return level;
+}
+
+void MakeBinary(const GreyImage& image, Band band, GreyImage& binary) {
+  binary.Create(image.width + 1, image.height);
+  if (!binary.bits) throw Failure("no memory for a binary picture");
+  for (int y = 0; y < image.height; ++y) {
+    const unsigned char* from = image.rows[y];
+    unsigned char* to = binary.rows[y];
+    for (int x = 0; x < image.width; ++x) to[x] = from[x] >= band.low && from[x] <= band.high;
+  }
+}
+
+// Filling treats what touches only the left edge or the bottom row as enclosed; a frame of zeros
+// keeps all four edges open.
+void FillHoles(RLERegion* region, GreyImage& image, int value) {
+  GreyImage framed;
+  framed.Create(image.width + 2, image.height + 2);
+  if (!framed.bits) throw Failure("no memory for a binary picture");
+  const auto width = static_cast<size_t>(image.width);
+  for (int y = 0; y < image.height; ++y) {
+    std::memcpy(framed.rows[y + 1] + 1, image.rows[y], width);
+  }
+  if (!IxBinaryFillUp(&framed, region, value)) throw Failure("no memory for filling holes");
+  for (int y = 0; y < image.height; ++y) {
+    std::memcpy(image.rows[y], framed.rows[y + 1] + 1, width);
+  }
+}
+
+int64_t BoundaryLength(const std::vector<int>& points) {
+  int64_t length = 0;
+  for (size_t i = 0; i < points.size(); i += 2) {
+    const size_t next = (i + 2) % points.size();
+    length +=
+        std::max(std::abs(points[next] - points[i]), std::abs(points[next + 1] - points[i + 1]));
+  }
+  return length;
+}
+
+namespace {
+
+// Twice the area, positive where the points run clockwise as displayed.
+int64_t SignedArea(const std::vector<int>& points) {
+  int64_t area = 0;
+  for (size_t i = 0; i < points.size(); i += 2) {
+    const size_t next = (i + 2) % points.size();
+    area += int64_t{points[i]} * points[next + 1] - int64_t{points[next]} * points[i + 1];
+  }
+  return area;
+}
+
+}  // namespace
+
+void TurnClockwise(std::vector<int>& points) {
+  if (SignedArea(points) >= 0) return;
+  std::reverse(points.begin(), points.end());
+  for (size_t i = 0; i < points.size(); i += 2) std::swap(points[i], points[i + 1]);
+}
+
+std::vector<int> WholePicture(const GreyImage& image) {
+  const int right = image.width, bottom = image.height - 1;
+  return {0, 0, right, 0, right, bottom, 0, bottom};
+}
+
+namespace {
+
+int64_t LabelledPixels(RLERegion* region, const GreyImage& image, int low, int high) {
+  IxGrayBlobLabel(&image, region, low, high);
+  int64_t pixels = 0;
+  for (int n = 0; n < IxGetBlobCount(region); ++n) pixels += IxGetnBlobArea(region, n);
+  return pixels;
+}
+
+}  // namespace
+
+// Labelling that fills the tables stops without a word, but then its blobs have fewer pixels than
+// the means over the region tell.
+double LabelAll(RLERegion* region, const GreyImage& image, const GreyImage& binary) {
+  GreyImage full;
+  MakeBinary(image, {0, 255}, full);
+  const auto inside = static_cast<double>(LabelledPixels(region, full, 1, 1));
+  const double ones = IxGetnRegionGrayMean(&binary, region);
+  const double share = IxGetnRegionGrayMean(&full, region);
+  const int64_t expected = share > 0 ? std::llround(ones / share * inside) : 0;
+  const int64_t labelled = LabelledPixels(region, binary, 1, 1);
+  if (labelled < expected) {
+    throw Failure(
+        "too many blobs: labelling takes 50000 of them, in 300000 runs; narrow --band or "
+        "--polygon, or smooth the picture first");
+  }
+  constexpr int kMostFeatures = 20'000;
+  if (const int count = IxGetBlobCount(region); count > kMostFeatures) {
+    throw Failure(std::to_string(count) + " blobs are more than the " +
+                  std::to_string(kMostFeatures) +
+                  " that can be measured; narrow --band or --polygon, or smooth the picture first");
+  }
+  return share;
+}
+
+std::vector<BlobFeature> SelectedBlobs(RLERegion* region) {
+  std::vector<BlobFeature> blobs(static_cast<size_t>(IxGetSelectBlobCount(region)));
+  if (!blobs.empty()) IxGetBlobList(region, blobs.data());
+  return blobs;
+}
+
+void SelectBlobs(const BlobSelection& selection, RLERegion* region) {
+  const auto& [area, width, height, x, y] = selection;
+  if (area.AreGiven()) IxSelectBlobArea(region, area.max, area.min);
+  if (width.AreGiven()) IxSelectBlobWidth(region, width.max, width.min);
+  if (height.AreGiven()) IxSelectBlobHeight(region, height.max, height.min);
+  if (x.AreGiven() || y.AreGiven()) IxLocateBlobCenter(region, x.min, x.max, y.min, y.max);
+}
+
+// Both lists are in the order of the blobs, so each record is the next one equal to it; blobs with
+// equal records are selected together or not at all.
+std::vector<int> NumbersOf(const std::vector<BlobFeature>& selected,
+                           const std::vector<BlobFeature>& all) {
+  const auto bytes = [](const BlobFeature& blob) { return std::as_bytes(std::span(&blob, 1)); };
+  std::vector<int> numbers;
+  numbers.reserve(selected.size());
+  size_t n = 0;
+  for (const BlobFeature& blob : selected) {
+    while (!std::ranges::equal(bytes(all[n]), bytes(blob))) ++n;
+    numbers.push_back(static_cast<int>(n++));
+  }
+  return numbers;
+}
+
+}  // namespace quillon::kit
