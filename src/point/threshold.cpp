@@ -20,7 +20,7 @@ using Histogram = std::array<uint32_t, kLevels>;
 Histogram CountPixels(const GreyImage& image) {
   constexpr int kTables = 8;
   uint32_t counts[kTables][kLevels] = {};
-  for (int y = 0; y < image.height; ++y) {
+  for (int y = image.height - 1; y >= 0; --y) {
     const uint8_t* row = image.rows[y];
     int x = 0;
     for (; x <= image.width - kTables; x += kTables) {
@@ -42,7 +42,7 @@ Histogram CountPixels(const GreyImage& image) {
 // itself.
 Histogram CountPairs(const GreyImage& image, Buffer<uint32_t>& pairs) {
   Histogram histogram = {};
-  for (int y = 0; y < image.height; ++y) {
+  for (int y = image.height - 1; y >= 0; --y) {
     const uint8_t* row = image.rows[y];
     int x = 0;
     uint64_t held = 0;
@@ -94,7 +94,7 @@ double Weighted(const Histogram& histogram, int level) {
 
 void ApplyThreshold(const Kernels& kernels, GreyImage& image, int threshold) {
   const int blocks = image.width / 8 * 8;
-  for (int y = 0; y < image.height; ++y) {
+  for (int y = image.height - 1; y >= 0; --y) {
     uint8_t* row = image.rows[y];
     kernels.threshold.AboveRow(row, blocks, static_cast<uint8_t>(threshold));
     for (int x = blocks; x < image.width; ++x) row[x] = row[x] > threshold ? 255 : 0;
@@ -104,7 +104,7 @@ void ApplyThreshold(const Kernels& kernels, GreyImage& image, int threshold) {
 void ApplyDoubleThreshold(const Kernels& kernels, GreyImage& image, int low, int high) {
   const int lower = std::min(low, high);
   const int blocks = image.width / 8 * 8;
-  for (int y = 0; y < image.height; ++y) {
+  for (int y = image.height - 1; y >= 0; --y) {
     uint8_t* row = image.rows[y];
     kernels.threshold.BetweenRow(row, blocks, static_cast<uint8_t>(lower),
                                  static_cast<uint8_t>(high));
