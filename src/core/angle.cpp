@@ -14,6 +14,10 @@ constexpr double kCosine[] = {
     -1.0 / 2,       1.0 / 24,        -1.0 / 720,         1.0 / 40320,
     -1.0 / 3628800, 1.0 / 479001600, -1.0 / 87178291200, 1.0 / 20922789888000};
 
+// Not 180 / pi but 180 / 3.141592654: the steps of both matchers follow from it, so the exact
+// quotient would change the last digits of the angles that hosts have on record.
+constexpr double kDegreesPerRadian = 57.29577950560105;
+
 // c[0] z + c[1] z^2 + ...
 template <int N>
 double Series(const double (&coefficients)[N], double z) {
@@ -42,6 +46,11 @@ Direction DirectionOf(double degrees) {
     default:
       return {sine, -cosine};
   }
+}
+
+double AngleStep(double radius) {
+  // The chord of this angle is sqrt(2): its cosine is 1 - chord^2 / (2 radius^2).
+  return std::acos(1 - 1 / (radius * radius)) * kDegreesPerRadian;
 }
 
 }  // namespace quillon

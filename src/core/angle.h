@@ -1,4 +1,4 @@
-// Sine and cosine of an angle in degrees.
+// Angles in degrees: sine and cosine, and the steps of a search over them.
 #pragma once
 
 namespace quillon {
@@ -11,5 +11,9 @@ struct Direction {
 // here rather than by the system's library, whose last bits differ from one system and processor to
 // the next, and images would differ with them.
 Direction DirectionOf(double degrees);
+
+// The turn, in degrees, that moves a point at `radius` from the centre by a pixel's diagonal: the
+// matchers' step from one angle to the next.
+double AngleStep(double radius);
 
 }  // namespace quillon

@@ -61,4 +61,13 @@ class Buffer {
   size_t size_ = 0;
 };
 
+// Room for `count` elements in a buffer that serves call after call: where it is too small, a new
+// one takes its place, zeroed, so that what vectors read behind a row is never undefined. False
+// when there is no memory.
+template <class T>
+bool Grow(size_t count, Buffer<T>& buffer) {
+  if (!buffer || buffer.size() < count) buffer = Buffer<T>::Zeroed(count);
+  return static_cast<bool>(buffer);
+}
+
 }  // namespace quillon

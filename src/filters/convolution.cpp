@@ -15,7 +15,7 @@
 
 #include "core/buffer.h"
 #include "filters/convolution_kernels.h"
-#include "filters/inner_rows.h"
+#include "filters/row_frame.h"
 #include "simd/kernels.h"
 
 namespace quillon {

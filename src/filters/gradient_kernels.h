@@ -1,7 +1,7 @@
 // Kernels of the gradient filters.
 #pragma once
 
-#include "filters/strip.h"
+#include "filters/row_frame.h"
 #include "simd/families.h"
 
 namespace quillon {

@@ -3,7 +3,7 @@
 
 #include <stdint.h>
 
-#include "filters/strip.h"
+#include "filters/row_frame.h"
 #include "simd/families.h"
 
 namespace quillon {

@@ -4,7 +4,7 @@
 #include <bit>
 
 #include "core/buffer.h"
-#include "filters/inner_rows.h"
+#include "filters/row_frame.h"
 #include "filters/smoothing_kernels.h"
 #include "simd/kernels.h"
 

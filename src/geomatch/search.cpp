@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "core/angle.h"
 #include "geomatch/geomatch_kernels.h"
 #include "geomatch/quadric.h"
 #include "pyramid/pyramid.h"
@@ -10,7 +11,6 @@
 namespace quillon {
 namespace {
 
-constexpr double kDegreesPerRadian = 57.29577950560105;
 constexpr int kSweepSteps = 50;  // to each side, whatever the limits
 
 PixelBox Clamped(int64_t left, int64_t top, int64_t right, int64_t bottom, int width, int height) {
@@ -32,9 +32,7 @@ class GeoSearch {
   // False when memory is short: what was found so far may be of a coarse level then.
   bool Run() {
     if (!Allocate()) return false;
-    // The farthest point moves by about 1.4 pixels from one angle to the next.
-    const double radius = tool_.levels[tool_.topLevel].radius;
-    step_ = std::acos(1 - 1 / (radius * radius)) * kDegreesPerRadian;
+    step_ = AngleStep(tool_.levels[tool_.topLevel].radius);
     SearchTop();
     step_ *= 0.5;
     for (int k = tool_.topLevel - 1; k >= 0; --k) {

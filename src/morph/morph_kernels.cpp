@@ -1,7 +1,6 @@
 // Row kernels of the morphology. Compiled once per level.
 #include "morph/morph_kernels.h"
 
-#include <algorithm>
 #include <bit>
 
 #include "simd/blocks.h"
@@ -149,10 +148,10 @@ class RunBlocks {
       extreme = Extreme::Of(extreme, Load<uint8_t, N>(row_ + x + i));
     }
     Unroll<kSteps>([&](auto step) {
-      constexpr int kCovered = kLoaded << step;
+      constexpr int kCovered = kLoaded << step, kLeft = kRun - kCovered;
+      constexpr int kShift = kCovered < kLeft ? kCovered : kLeft;
       const U8<N> shorter = extreme;
-      extreme = Extreme::Of(shorter,
-                            LanesFrom<std::min(kCovered, kRun - kCovered)>(shorter, right_[step]));
+      extreme = Extreme::Of(shorter, LanesFrom<kShift>(shorter, right_[step]));
       right_[step] = shorter;
     });
     return extreme;
@@ -346,7 +345,8 @@ void FourOfBox(const uint8_t* const* from, uint8_t* const* out, int width, int i
     FourOfBox<Extreme, kSize, N / 2>(from, out, width, inset);
   } else {
     for (int x = inset; x < width - inset; ++x) {
-      const int first = std::max(x - kSize / 2, 0), last = std::min(x + kSize / 2, width - 1);
+      const int first = x < kSize / 2 ? 0 : x - kSize / 2;
+      const int last = x + kSize / 2 < width ? x + kSize / 2 : width - 1;
       for (int i = 0; i < 4; ++i) {
         uint8_t extreme = from[i][first];
         for (int k = 0; k < kSize; ++k) {
@@ -479,7 +479,8 @@ void GradientOfRows(const uint8_t* const* from, uint8_t* const* to, int count) {
     to[i][count - 1] = to[i][count - 2];
     // The subtraction's last columns.
     for (int x = count / 8 * 8; x < count; ++x) {
-      const int left = std::clamp(x, 1, count - 2) - 1;
+      // The first column of the window, which stays inside the row.
+      const int left = x < 1 ? 0 : x > count - 2 ? count - 3 : x - 1;
       auto range = RangeOf3<1>(rows[i] + left);
       for (int k = 1; k < 3; ++k) range = Join(range, RangeOf3<1>(rows[i + k] + left));
       to[i][x] = range.largest;

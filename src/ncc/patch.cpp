@@ -9,17 +9,6 @@
 #include "simd/kernels.h"
 
 namespace quillon {
-namespace {
-
-// Zeroed, so that what vectors read behind a row is never undefined.
-template <class T>
-bool Grow(size_t count, Buffer<T>& buffer) {
-  if (!buffer || buffer.size() < count) buffer = Buffer<T>::Zeroed(count);
-  return static_cast<bool>(buffer);
-}
-
-}  // namespace
-
 bool OpenSearchImage(const Kernels&, const GreyImage& image, SearchImage& opened) {
   opened.width = image.width;
   opened.height = image.height;

@@ -13,12 +13,6 @@ constexpr int kRoom = 64;  // kernels write whole blocks
 constexpr double kFlatPatch = 0.0001;
 constexpr uint32_t kBandValues = 33'024;  // times 255^2 is below 2^31
 
-template <class T>
-bool Grow(size_t count, Buffer<T>& buffer) {
-  if (!buffer || buffer.size() < count) buffer = Buffer<T>(count);
-  return static_cast<bool>(buffer);
-}
-
 }  // namespace
 
 bool Scorer::Allocate(int columns, size_t rows, size_t runs) {

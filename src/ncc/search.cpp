@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "core/angle.h"
 #include "ncc/stages.h"
 #include "ncc/variant.h"
 #include "simd/kernels.h"
@@ -30,9 +31,7 @@ bool IsSearchable(const NccTool& tool, int planes) {
 Lattice MakeLattice(const NccTool& tool) {
   const int level = tool.currentLevel;
   const double width = tool.levels[level].width, height = tool.levels[level].height;
-  constexpr double kDegrees = 57.29577950560105;
-  const double radius = 0.5 * std::sqrt(width * width + height * height);
-  const double angleStep = std::acos(1 - 1 / (radius * radius)) * kDegrees;
+  const double angleStep = AngleStep(0.5 * std::sqrt(width * width + height * height));
   const double scaleStep = 1 / std::max(width, height);
   return {std::ldexp(angleStep, -level), std::ldexp(scaleStep, -level)};
 }

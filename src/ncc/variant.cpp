@@ -12,12 +12,6 @@
 namespace quillon {
 namespace {
 
-template <class T>
-bool Grow(size_t count, Buffer<T>& buffer) {
-  if (!buffer || buffer.size() < count) buffer = Buffer<T>(count);
-  return static_cast<bool>(buffer);
-}
-
 // A position in the scaled template: 16 bits of whole pixels, 16 of fraction.
 constexpr int kFraction = 16;
 constexpr int kOne = 1 << kFraction;
