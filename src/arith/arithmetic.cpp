@@ -24,7 +24,8 @@ void MapPixels(const GreyImage& source, GreyImage& result, const Row& row) {
   for (int y = height - 1; y >= 0; --y) row(source.rows[y], result.rows[y], width);
 }
 
-// From so many bytes on, looking for a line in whole numbers takes less time than it saves.
+// Gain and offset can be computed along an IntegerLine instead of looked up in a table. From this
+// many pixels on, that saves more time than the search for such a line takes.
 constexpr int kWorthALine = 1 << 14;
 
 uint8_t GainOffset(int pixel, double gain, double offset) {
@@ -33,7 +34,7 @@ uint8_t GainOffset(int pixel, double gain, double offset) {
   return value > 0 ? static_cast<uint8_t>(value) : 0;
 }
 
-// Offsets k, in 65536ths, for which (p * slope + k) >> 16 clamped is table[p] for all p.
+// The offsets k, in 65536ths, for which (p * slope + k) >> 16, clamped, is table[p] for all p.
 struct Offsets {
   int64_t first, end;
 };
@@ -47,7 +48,9 @@ Offsets OffsetsThatFit(const uint8_t* table, int64_t slope, Offsets among) {
   return among;
 }
 
-// The start whose product with the gain has a fraction that makes the offset one of those.
+// The line of this step and gain whose offset is within the given ones. Its offset is start * gain,
+// of which only the fraction matters, for the base takes away whole numbers: starts are tried until
+// the fraction fits.
 std::optional<IntegerLine> LineWithStart(int step, int gain, Offsets offsets) {
   constexpr int kMaxStarts = 4096;  // more are hardly ever needed, and would cost what they save
   const int first = step < 0 ? -255 * step : 0;

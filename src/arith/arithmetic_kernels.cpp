@@ -85,8 +85,8 @@ struct NotEqual {
   }
 };
 
-// Large images wait for memory: it answers soonest where two lines of 64 bytes are read, and then
-// written, in halves.
+// On images larger than the caches this loop waits for memory, and the order of reads and writes
+// decides how long: two cache lines (128 bytes) of each source are read before any is written.
 template <class Rule>
 void PairRow(const uint8_t* a, const uint8_t* b, uint8_t* out, int count) {
   constexpr int kBlock = kVectorBytes < 32 ? kVectorBytes : 32, kBlocks = 128 / kBlock;
@@ -109,10 +109,10 @@ void PairRow(const uint8_t* a, const uint8_t* b, uint8_t* out, int count) {
 
 #if QUILLON_AVX512
 
-// The greatest r below 65536 / b, in bytes. (a + 1) * r >> 16 is a / b: with a = q b + c and
-// r = 65536 / b - e, 0 < e <= 1, the product stays below (q + 1) * 65536 as c < b, and reaches
-// q * 65536 as 65536 / b >= e (q b + 1), which holds as b (q b + 1) <= 255 * 256. For b = 0, r is
-// that of 1.
+// The greatest r below 65536 / b for every b, its two bytes in a table each. (a + 1) * r >> 16 is a
+// / b: with a = q b + c and r = 65536 / b - e, 0 < e <= 1, the product stays below (q + 1) * 65536
+// as c < b, and reaches q * 65536 as 65536 / b >= e (q b + 1), which holds as b (q b + 1) <= 255 *
+// 256. For b = 0, r is that of 1.
 struct Reciprocals {
   uint8_t low[256], high[256];
 };
@@ -129,7 +129,8 @@ constexpr Reciprocals MakeReciprocals() {
 
 constexpr Reciprocals kReciprocals = MakeReciprocals();
 
-// Whole vectors look reciprocals up: 2.5 times as fast as estimating them in float.
+// Whole vectors look reciprocals up, 2.5 times as fast as estimating them in float; the rest of the
+// row is estimated.
 void DivideRow(const uint8_t* a, const uint8_t* b, uint8_t* out, int count) {
   const ByteTable lows(kReciprocals.low), highs(kReciprocals.high);
   const __m512i zero = _mm512_setzero_si512(), one = _mm512_set1_epi16(1);
@@ -154,13 +155,15 @@ void DivideRow(const uint8_t* a, const uint8_t* b, uint8_t* out, int count) {
 
 #elif QUILLON_AVX2
 
-// Estimates r of 256 / b, at least that much, as sums modulo 256 of what four tables of 16 bytes
-// give; `beyond` counts 256 more.
+// Division without a divider: a / b from a * r >> 8, where r is 256 / b rounded up. This level
+// looks up only 16 entries at a time, so r is the sum of up to four lookups, modulo 256: one by b
+// itself for the smallest divisors, one by b again for those below 32, one by b / 4 and one by b /
+// 16. For larger b the coarse tables alone are close enough. beyond16 holds the second byte of r.
 struct ReciprocalParts {
-  uint8_t below16[16], beyond16[16];  // at b < 16
-  uint8_t below32[16];                // at b & 15, for b < 32
-  uint8_t byFours[16];                // at b / 4 rounded up, where that is below 16
-  uint8_t bySixteens[16];             // at b / 16 rounded up, of 16 at 0
+  uint8_t below16[16], beyond16[16];  // entry b, for b < 16
+  uint8_t below32[16];                // entry b & 15, for b < 32
+  uint8_t byFours[16];                // entry b / 4 rounded up, where that is below 16
+  uint8_t bySixteens[16];             // entry b / 16 rounded up; 16 itself is entry 0
 };
 
 constexpr int RoundedUp(int a, int b) { return (a + b - 1) / b; }
@@ -168,8 +171,9 @@ constexpr int RoundedUp(int a, int b) { return (a + b - 1) / b; }
 constexpr ReciprocalParts MakeReciprocalParts() {
   ReciprocalParts made = {};
   const auto byte = [](int value) { return static_cast<uint8_t>(value); };
-  // The least b of each group settles r. The groups overlap: what a table adds is what the later
-  // ones, made first, leave.
+  // Divisors that share an entry share its r, so r must suit the least of them, which needs the
+  // largest. A divisor adds up entries of several tables. So the coarsest table is filled first,
+  // and an entry of a finer one is what is missing from r after the coarser ones.
   for (int i = 4; i <= 16; ++i) {
     made.bySixteens[i % 16] = byte(RoundedUp(256, i == 4 ? 61 : 16 * i - 15));
   }
@@ -198,7 +202,8 @@ constexpr int ReciprocalFromParts(int b) {
   return sum % 256 + 256 * (b < 16 ? kParts.beyond16[b] : 0);
 }
 
-// a * r >> 8 is a / b or one more. For b = 0 its last byte is 255, or 0 for a = 0.
+// Whether a * r >> 8 is a / b or one more for all bytes; Divider corrects the latter. For b = 0, r
+// is 65535, which gives 255, or 0 for a = 0, in the last byte.
 constexpr bool EstimatesAreClose() {
   for (int b = 1; b < 256; ++b) {
     const int r = ReciprocalFromParts(b);
@@ -211,7 +216,9 @@ constexpr bool EstimatesAreClose() {
 }
 static_assert(EstimatesAreClose());
 
-// Shuffles give 0 where the top bit of a place is set, and look at its lower four bits otherwise.
+// Looks the parts up and adds them. The byte shuffle that looks up gives 0 where the top bit of an
+// index is set, and else goes by its lower four bits; indices are arranged so that a table is
+// silent for divisors that are none of its business.
 class Divider {
  public:
   QUILLON_INLINE U8<32> Quotients(U8<32> a, U8<32> b) const {
@@ -233,19 +240,19 @@ class Divider {
   QUILLON_INLINE static __m256i Twice(const uint8_t* table) {
     return _mm256_broadcastsi128_si256(BitCast<__m128i>(Load<uint8_t, 16>(table)));
   }
-  // A fourth, rounded up.
+  // v / 4, rounded up.
   QUILLON_INLINE static U8<32> QuarterOf(U8<32> v) {
     const __m256i none = _mm256_setzero_si256();
     return BitCast<U8<32>>(_mm256_avg_epu8(_mm256_avg_epu8(BitCast<__m256i>(v), none), none));
   }
-  // Bytes of a and b in turn, within each 16 bytes.
+  // Bytes of a and b alternately, within each 16 bytes.
   QUILLON_INLINE static U16<16> ZipLow(U8<32> a, U8<32> b) {
     return BitCast<U16<16>>(_mm256_unpacklo_epi8(BitCast<__m256i>(a), BitCast<__m256i>(b)));
   }
   QUILLON_INLINE static U16<16> ZipHigh(U8<32> a, U8<32> b) {
     return BitCast<U16<16>>(_mm256_unpackhi_epi8(BitCast<__m256i>(a), BitCast<__m256i>(b)));
   }
-  // The estimate was one too large where its product with b is above a.
+  // Half of the quotients, in 16-bit lanes: the estimate, less one where estimate * b is above a.
   QUILLON_INLINE static __m256i Half(U16<16> a256, U16<16> a, U16<16> b, U16<16> reciprocal) {
     const U16<16> estimate = MulHigh(a256, reciprocal);
     const auto above = BitCast<I16<16>>(estimate * b) > BitCast<I16<16>>(a);
@@ -257,7 +264,8 @@ class Divider {
                 bySixteens_ = Twice(kParts.bySixteens);
 };
 
-// Whole vectors look reciprocals up: 1.5 times as fast as estimating them in float.
+// Whole vectors look reciprocals up, 1.5 times as fast as estimating them in float; the rest of the
+// row is estimated.
 void DivideRow(const uint8_t* a, const uint8_t* b, uint8_t* out, int count) {
   const Divider divider;
   int x = 0;
@@ -305,7 +313,8 @@ void InvertRow(const uint8_t* from, uint8_t* out, int count) {
 
 #if QUILLON_AVX512
 
-constexpr decltype(ArithmeticKernels::LineRow) LineRow = nullptr;  // 88 us, and a table 46
+// At this level a table lookup is faster: 46 us for an image on which the line took 88.
+constexpr decltype(ArithmeticKernels::LineRow) LineRow = nullptr;
 
 #else
 

@@ -16,7 +16,8 @@ namespace {
 
 constexpr double kTolerance = 1e-9;
 
-// So far from the image's edge, positions in whole numbers have a next column and row too.
+// This far inside the image's edge, the whole-number form of a position, which is a little off, has
+// a next column and row as well.
 constexpr double kMargin = 2.0 / (1 << kPositionBits);
 
 // Rows that pixels are fetched ahead. The image is read in an order that processors do not foresee,
@@ -44,7 +45,7 @@ int32_t FixedPosition(double position) {
   return static_cast<int32_t>(std::lround(position * (1 << kPositionBits)));
 }
 
-// How far from a pixel's address the one is that the same column shows so many rows further down.
+// How far in memory the pixel that a column shows is from the one that it shows `rows` rows below.
 int32_t AheadBy(int rows, const Direction& direction, int stride) {
   const auto right = static_cast<int64_t>(rows * direction.sine);
   const auto down = static_cast<int64_t>(rows * direction.cosine);

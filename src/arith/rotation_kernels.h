@@ -7,8 +7,8 @@
 
 namespace quillon {
 
-// Positions in whole numbers have so many bits behind the point: with those, and nine before it for
-// a strip of columns, they fit 32 bits.
+// Positions in whole numbers have this many bits behind the binary point: with nine before it,
+// enough for a strip of columns, they fit 32 bits.
 constexpr int kPositionBits = 22;
 constexpr int kStripColumns = 256;
 constexpr int kLanesBeyond = 16;  // of fixedX and fixedY that can be read behind the last column
@@ -30,8 +30,9 @@ struct RotatedRow {
   int32_t startX, startY;
   const uint8_t* start;
 
-  // Of each eight pixels, this one's address so many bytes on is fetched ahead: over eight rows,
-  // all that a later row will need.
+  // Of every eight pixels, the kernel asks the cache for one ahead of time: the one that pixel
+  // number `fetched` will show some rows further down, `ahead` bytes from where it reads now.
+  // `fetched` changes from row to row, so eight rows ask for all that the later row needs.
   int32_t fetched;
   int32_t ahead;
 };

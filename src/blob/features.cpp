@@ -1,7 +1,7 @@
-// The rectangle of a blob is that of its run ends in the order in which the runs were created: rows
-// from the top, each from the left. So taken they are a simple polyline, and the order decides
-// which of several equal rectangles is found. The chain of a blob holds exactly its runs, spliced
-// where labels merged; sorted, their indices are that order.
+// A blob's rectangle is found from the ends of its runs, row by row from the top, each row from the
+// left. The order matters: it decides which of several equal rectangles is found. A blob's chain of
+// runs is not in this order where labels merged, but the runs were created in it; so their indices
+// are sorted.
 #include "blob/features.h"
 
 #include <algorithm>

@@ -81,8 +81,8 @@ void NumberBlobs(RLERegion& region, int labelCount) {
   region.blobCount = blobCount;
 }
 
-// The number of the blob that each label ended in. A label's merges may be a long way: each step of
-// it is walked once.
+// For every label the number of the blob that it became part of. Chains of merges can be long, so
+// the answer is noted at each label on the way: no step is walked twice.
 void ResolveLabels(const RLERegion& region, Buffer<int32_t>& numbers) {
   const int labelCount = static_cast<int>(numbers.size());
   for (int label = 0; label < labelCount; ++label) numbers[label] = region.blobs[label].label;

@@ -24,7 +24,7 @@ class RunLinker {
   int LabelCount() const { return labelCount_; }
   bool IsFull() const { return runCount_ >= kMaxRuns || labelCount_ >= kMaxLabels; }
 
-  // What was added since the last call is now the row above.
+  // Begins a row: the runs added since the last call are now the row above.
   void StartRow() {
     resume_ = rowBegin_;
     rowBegin_ = runCount_;
@@ -56,8 +56,9 @@ class RunLinker {
   }
 
  private:
-  // The label that survives of the label's merges. Those of two rows at most: blobs cannot cross,
-  // so it is a few steps away.
+  // The label that this one has become: itself, or the survivor of its merges. Only labels of the
+  // row above are looked up, so whatever was merged before has survivors there, and no blob can
+  // cross another: the survivor is a few steps away.
   int Root(int label) const {
     while (blobs_[label].label == -1) label = blobs_[label].parent;
     return label;
@@ -72,7 +73,8 @@ class RunLinker {
     return labelCount_++;
   }
 
-  // The first label found survives, unless the other is the border.
+  // Merges two labels; `found` is the run's label so far, or negative. It survives, unless the
+  // other one is the border's.
   int Join(int found, int root) {
     if (found < 0 || found == root) return root;
     if (root == border_) std::swap(found, root);

@@ -66,7 +66,7 @@ uint32_t SumRow(const uint8_t* row, int count) {
   U64<kVectorBytes / 8> sums = {};
   int x = 0;
   for (; x <= count - kVectorBytes; x += kVectorBytes) {
-    sums += SumEights(Load<uint8_t, kVectorBytes>(row + x));
+    sums += SumsOf8(Load<uint8_t, kVectorBytes>(row + x));
   }
   uint32_t sum = 0;
   for (int lane = 0; lane < kVectorBytes / 8; ++lane) sum += static_cast<uint32_t>(sums[lane]);

@@ -41,7 +41,8 @@ void Reflect(Pivoted& p, int step, double length) {
   for (int j = 0; j < 2; ++j) reflect(p.sides, j);
 }
 
-// Triangle with the longest remaining column first; the rank is where nothing is left.
+// Makes the triangle anew, with the longest of the remaining columns first at every step. The rank
+// is the number of steps until nothing but rounding is left.
 void Pivot(Pivoted& p) {
   constexpr double kNothing = 1e-11;  // of the longest column; full grids stay above 1e-3
   std::iota(p.terms.begin(), p.terms.end(), 0);
@@ -114,7 +115,8 @@ std::array<std::array<double, 2>, kCubicTerms> CubicFit::Solve() const {
     for (int i = 0; i < kCubicTerms; ++i) x[i] *= scales[i];
   };
 
-  // What the points do not see: one combination of terms for every column beyond the rank.
+  // Combinations of terms that are 0 at all points, so that any multiple of them fits as well: one
+  // for every column beyond the rank.
   std::array<Vector, kCubicTerms> unseen;
   int unseenCount = 0;
   for (int j = p.rank; j < kCubicTerms; ++j) {

@@ -40,7 +40,7 @@ class HsiDiagonals {
   static constexpr int kZero = 255;  // where blue = low
 
   void Fill(int blueAhead) {
-    // The diagonal's darkest colour speaks for it.
+    // The diagonal's value is that of its darkest colour, if the others surely have the same.
     const int low = std::max(0, -blueAhead), blue = low + blueAhead;
     const int brighter = 255 - std::max(blue, low + apart_);
     const Hsi hsi = HsiValues(blue, low, low + apart_);
@@ -52,7 +52,8 @@ class HsiDiagonals {
     // Along the diagonal, cosines differ by rounding, by less than 1e-12, and angles so by less
     // than 1e-8: the slope of the arc cosine stays below 224.
     constexpr double kCosineMargin = 1e-11, kMargin = 1e-7;
-    // What 0.81649 - 2 * 0.40824 a level of brightness adds at most.
+    // The weights of saturation do not quite cancel: 0.81649 - 2 * 0.40824 = 1e-5. A level of
+    // brightness changes it by this much at most.
     constexpr double kDrift = 312.3099 * 1.0001e-5 / 255;
     const bool sure = std::abs(std::abs(hsi.cosine) - kWholeCosine) > kCosineMargin &&
                       (hsi.angle == 0 || AwayFromWhole(hsi.angle, kMargin)) &&

@@ -3,8 +3,8 @@
 //   small weights   all sums within 16 bits: products of bytes
 //   separable       rows weighed into 16 bits, then columns of those
 //   any             products of 16-bit halves of the weights, summed up apart
-// The last two compute two rows at a time, from source rows that lie pixel by pixel in turn: so
-// every load serves four products.
+// The last two compute two rows of the result at a time, from pairs of source rows whose pixels
+// alternate in memory: upper, lower, upper, lower. So every load serves four products.
 #include "filters/convolution.h"
 
 #include <algorithm>
@@ -24,7 +24,7 @@ namespace {
 constexpr int kLargestSize = 7;
 constexpr int kPairs = (kLargestSize + 1) / 2;  // of neighbours in a window
 
-// A square of weights within zeros.
+// A square of weights; beyond its sides, weights are 0.
 struct Weights {
   const int* weights;
   int size;
@@ -60,9 +60,9 @@ struct Walk {
   const GreyImage& source;
   GreyImage& result;
   int size;
-  int count;      // computed columns
-  int longCount;  // the same, as kernels need it
-  int columns;    // of the source that they need
+  int count;      // columns of the result that are computed
+  int longCount;  // the same, but at least the kLeastColumns that kernels write
+  int columns;    // columns of the source that kernels read for those
 };
 
 // ---- small weights ------------------------------------------------------------------------------
@@ -132,13 +132,17 @@ void ConvolveBytes(const Kernels& kernels, const Walk& walk, const Weights& weig
 
 // ---- larger weights -----------------------------------------------------------------------------
 
-// Sums are quotients of `divisor` and at most 255 * magnitude.
+// The way to divide sums by `divisor`, exactly; no sum is larger than 255 * magnitude. Each way
+// multiplies by a float reciprocal, which is off on purpose, so that its error can be dealt with:
 //
-// kFloat: the reciprocal is above 1 / divisor, by less than 2^-22 of it, so that multiples do not
-// fall short and the number before a multiple, 1 / divisor >= 2^-13 below it, does not reach it.
-// kCorrected: it is 2^-22.5 to 2^-20.5 below, so that with both roundings a quotient below 2^19
-// comes out right or one less; larger ones stay above 255.
-// kLong: the halves of a sum are off by 2^-24 each as floats, at most 1/4 of the divisor.
+//   kFloat      The reciprocal is above 1 / divisor, by less than 2^-22 of it. So a sum that is a
+//               multiple of the divisor does not come out below the quotient, and one that is 1
+//               less, whose quotient is 1 / divisor >= 2^-13 lower, does not reach it.
+//   kCorrected  It is 2^-22.5 to 2^-20.5 below. With both roundings, a quotient below 2^19 comes
+//               out right or one too small, which the kernel sees and corrects; larger ones are
+//               clamped to 255 either way.
+//   kLong       The same. As floats, the halves of a long sum are off by 2^-24 each, together at
+//               most 1/4 of the divisor.
 PairQuotient PairQuotientBy(int64_t divisor, int64_t magnitude) {
   constexpr int64_t kLargestFloatDivisor = 8192;
   const auto real = static_cast<float>(divisor);
@@ -167,7 +171,8 @@ uint32_t WordPair(int first, int second) {
   return (static_cast<uint32_t>(first) & 0xFFFF) | static_cast<uint32_t>(second) << 16;
 }
 
-// Terms of weights that fit 16 bits, on pairs of rows, with the places of their columns.
+// The terms of a convolution whose weights fit 16 bits. A term belongs to one column of one pair of
+// source rows in the window; `places_` remembers which, and On() turns it into an address.
 class PairTermList {
  public:
   // The column's weights are weightAt(row), 0 outside.
@@ -179,7 +184,7 @@ class PairTermList {
       Add({row / 2, column}, WordPair(upper, lower), WordPair(above, upper));
     }
   }
-  // Sums have a first term, if one of zeros.
+  // Kernels begin with the first term, so a convolution without any gets one that weighs 0.
   void FillUp() {
     if (count_ == 0) Add({0, 0}, 0, 0);
   }
@@ -191,7 +196,8 @@ class PairTermList {
   }
 
  private:
-  static constexpr int kMost = 2 * kLargestSize * kPairs;  // the upper halves may take two each
+  // A weight's high half may need two terms: see ConvolveWords.
+  static constexpr int kMost = 2 * kLargestSize * kPairs;
 
   void Add(Place place, uint32_t first, uint32_t second) {
     terms_[count_] = {nullptr, first, second};
@@ -368,7 +374,8 @@ void Convolve(const Kernels& kernels, const GreyImage& source, GreyImage& result
   const Weights weights = {reduced, size};
   const PairQuotient quotient = PairQuotientBy(divisor, magnitude);
   const bool small = AreSmall(reduced, cells);
-  // Below seven columns the products of bytes are fewer than those of the detour.
+  // Small weights that are separable as well: up to 5 x 5, weighing all pixels takes fewer products
+  // than rows first and columns after.
   const bool direct = small && size < 7;
   Factors factors;
   if (!direct && Separate(weights, factors)) {

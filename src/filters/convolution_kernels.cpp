@@ -15,7 +15,8 @@ using Longs = I32<kQuarter>;
 using ULongs = U32<kQuarter>;
 using Floats = F32<kQuarter>;
 
-// Row kernels are flattened: a body that is not inlined keeps its vectors in memory.
+// Row kernels are marked gnu::flatten, which inlines all that they call: a body that is called
+// keeps its vectors in memory.
 
 // Calls body(blocks, x) for columns from x on, kMost blocks at a time, so that weights are loaded
 // once for them. The last, as few as reach the end, overlap those before.
@@ -45,8 +46,8 @@ QUILLON_INLINE void ForEachSlot(int count, const Body& body) {
   if (x < count) body(std::integral_constant<int, 1>{}, count - kBlock, x);
 }
 
-// A vector that is made here and once: the compiler would load it again for a second use, or put
-// off what it is made of.
+// Has the compiler make this vector here, and keep it in a register. Left alone, it would load the
+// vector again for a second use, or compute it later, where registers are short.
 template <class V>
 QUILLON_INLINE V KeepOnce(V v) {
   asm("" : "+v"(v));
@@ -344,8 +345,9 @@ void PairSums(const PairTerms& low, const PairTerms& high, const PairQuotient& q
   }
 }
 
-// The same of up to kTerms, so few that their weights stay in registers: each vector goes all its
-// way to the quotient while the next one's products begin.
+// The same for up to kTerms terms, so few that their weights stay in registers. Columns are
+// finished one vector after the other, so that the division of one overlaps with the products of
+// the next.
 template <PairQuotient::Way kWay, int kTerms>
 [[gnu::flatten]] void FewSplitPairSums(const PairTerms& given, const PairQuotient& givenQuotient,
                                        int count, uint8_t* const* givenOut) {

@@ -25,8 +25,9 @@ struct ByteQuotient {
   int shift;
 };
 
-// A column of pixels of two rows, in turn, and its weights in the windows of two result rows: the
-// upper pixel's weight in the lower half.
+// One column of a window in two source rows, whose pixels alternate in memory. `first` and `second`
+// hold its weights for the upper and the lower one of two result rows: the upper pixel's weight in
+// the low 16 bits, the lower pixel's in the high ones.
 struct PairTerm {
   const int16_t* from;
   uint32_t first, second;
@@ -60,15 +61,16 @@ struct ConvolutionKernels {
                    uint8_t* out);
   // pairs[2 x] = upper[x], pairs[2 x + 1] = lower[x]
   void (*PairPixels)(const uint8_t* upper, const uint8_t* lower, int count, int16_t* pairs);
-  // The same with the terms' sums instead of pixels, in an order of their own and up to the end of
-  // the last kLeastColumns.
+  // The same with the terms' sums in place of pixels; they are in an order that only SplitPairSums
+  // knows, and written up to the end of the last kLeastColumns.
   void (*PairByteSums)(const ByteTerm* upper, const ByteTerm* lower, int termCount, int count,
                        int16_t* pairs);
   // Two rows of quotients, clamped to 0 ... 255. There is a low term, and high ones where the way
   // is kLong or kDouble; otherwise all sums fit 32 bits, and the sums of either always do.
   void (*PairSums)(const PairTerms& low, const PairTerms& high, const PairQuotient& quotient,
                    int count, uint8_t* const out[2]);
-  // The same of PairByteSums; these have but one column, and fit 32 bits.
+  // The same from the rows that PairByteSums wrote. A term is a whole row, not a column, and all
+  // sums fit 32 bits.
   void (*SplitPairSums)(const PairTerms& terms, const PairQuotient& quotient, int count,
                         uint8_t* const out[2]);
 };

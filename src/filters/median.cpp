@@ -15,7 +15,8 @@ namespace {
 // the byte after the row. Hosts have calibrated on it.
 int ColumnsEnd3x3(int width) { return std::max(1 + (width - 1) / 16 * 16, width - 1); }
 
-// The last six rows of a source as split rows, for a filter that may work in place.
+// Copies of the last six rows of a source, split into even and odd columns; the filter may write
+// over the source.
 class SplitRows {
  public:
   static constexpr int kKept = 6;

@@ -25,7 +25,7 @@ namespace quillon::QUILLON_LEVEL {
 namespace {
 
 // ---- sorted lists -------------------------------------------------------------------------------
-// Everything is unrolled into registers: what nobody reads of a result is never computed.
+// All of it is unrolled into registers, so the compiler drops what nobody reads of a result.
 
 template <class V, int n>
 struct Sorted {
@@ -204,8 +204,9 @@ struct SortedColumns {
   }
 };
 
-// Sorted columns of the four rows that two outputs share, around a stretch of pairs of outputs.
-// Index i stands for the odd column left of pair i and the even column of pair i.
+// Sorted columns of four rows, those that an upper and a lower output share, for a stretch of pairs
+// of outputs (pixels 2k and 2k + 1). Index i holds two columns: the odd one left of pair i, and the
+// even one of pair i.
 struct FourRowColumns {
   static constexpr int kPairs = 512;
   static constexpr int kColumns = kPairs + 3 * kVectorBytes;

@@ -25,12 +25,17 @@ class ColumnMemory {
   Buffer<uint16_t> memory_;
 };
 
-// The float 1.5 * 2^23: from here to 2^24, floats are the whole numbers.
+// The float 1.5 * 2^23. From 2^23 to 2^24 neighbouring floats are 1 apart: added to this, a number
+// is rounded to a whole one, which then stands in the low bits of the sum.
 constexpr float kWhole = 12582912;
 
-// Sums without a conversion: the floats 2^e ... 2^(e + 1) count in steps of 1 / weight, and their
-// bits go up by one a step. So the bits of m * area, a little above 2^e, and those of a sum times
-// the weight add up to the float m * area + sum, whose product with 1 / area is m + mean.
+// How to get from an integer sum to the mean, as a float, without converting integers to floats.
+//
+// Between 2^e and 2^(e + 1), floats lie 1 / weight apart, and the bits of each, read as an integer,
+// are one more than those of the float before it. So adding `sum * weight` to the bits of a float
+// adds `sum` to its value. The float to begin with (`bias`) is the multiple m * area of the area
+// that comes first from 2^e on, with e such that the largest sum does not lead beyond 2^(e + 1).
+// The float made so, times 1 / area, is m + mean, and the offset takes m away again.
 constexpr MeanScale ScaleByBits(int area) {
   int exponent = 0, m = 0;
   do {
@@ -53,9 +58,10 @@ constexpr MeanScale ScaleByConversion(int area) {
           .offset = kWhole};
 }
 
-// Whether the means of all sums are their quotients by the area, rounded to nearest: there are no
-// halves, as the area is odd. Rounding is monotone, so it is enough to look at both sides of every
-// step. The product may be rounded or, as kernels with a fused addition have it, not.
+// Whether this scale gives every sum's quotient by the area, rounded to nearest (there are no
+// halves, for the area is odd). Rounding is monotone, so it is enough to look at the least and the
+// greatest sum of each mean. Some levels multiply and add in one instruction, without rounding the
+// product: both ways have to come out right.
 constexpr bool IsExact(const MeanScale& scale, int area) {
   const auto isMean = [&](int sum, int mean) {
     const int bits = sum * scale.weight + scale.bias;
@@ -74,7 +80,7 @@ constexpr bool IsExact(const MeanScale& scale, int area) {
 }
 
 constexpr MeanScale ScaleOf(int area) {
-  constexpr int kLargestByBits = 101 * 101;  // beyond, products of six more bits are not exact
+  constexpr int kLargestByBits = 101 * 101;  // larger ones fail AllNarrowMeansAreExact()
   return area <= kLargestByBits ? ScaleByBits(area) : ScaleByConversion(area);
 }
 constexpr bool AllNarrowMeansAreExact() {
@@ -85,8 +91,9 @@ constexpr bool AllNarrowMeansAreExact() {
 }
 static_assert(AllNarrowMeansAreExact());
 
-// Walks the window down: move(entering, leaving) keeps the sums of `size` rows a column, and
-// writeRow(out) follows for every row that has them.
+// Slides a window of `size` rows down the image. move(entering, leaving) brings the column sums up
+// to date by adding one row and subtracting another, then writeRow(out) makes a row of means of
+// them.
 template <class Move, class WriteRow>
 void SlideDown(const GreyImage& source, GreyImage& result, int size, const Move& move,
                const WriteRow& writeRow) {

@@ -195,7 +195,7 @@ void MoveColumns(const ColumnSums& sums, const uint8_t* entering, const uint8_t*
   });
 }
 
-// The quotient by a small area as the high half of a product, shifted.
+// Division by a small area: the quotient is (sum * factor >> 16) >> shift.
 struct Reciprocal {
   uint32_t factor;
   int shift;
@@ -208,7 +208,7 @@ constexpr bool IsExact(Reciprocal reciprocal, uint32_t area) {
   return true;
 }
 
-// The one with the least shift.
+// The factor and shift for this area, with the least shift that is exact.
 constexpr Reciprocal ReciprocalOf(uint32_t area) {
   Reciprocal reciprocal = {65535 / area + 1, 0};
   while (!IsExact(reciprocal, area)) {
@@ -286,9 +286,10 @@ QUILLON_INLINE U8<kBlock> MeansOf(const Quarter (&sums)[4], const MeanScale& sca
 #endif
 }
 
-// The sum slides along the row: by what enters less what leaves. Four neighbouring windows take
-// their place in the four bytes of a 32-bit lane; the sums of the last of them are found by adding
-// up the steps of four across the lanes, the others by going back.
+// From one window to the next, the sum changes by the column that enters less the one that leaves.
+// Four neighbouring windows are one 32-bit lane of the result, a byte each. So for each lane the
+// change over four windows is computed, a prefix sum over the lanes gives the sum of each lane's
+// last window, and the other three follow from it by going back one column at a time.
 template <bool kConverted>
 void SlidingMean(const ColumnSums& sums, int count, int size, const MeanScale& given,
                  uint8_t* out) {

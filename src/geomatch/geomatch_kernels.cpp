@@ -49,8 +49,8 @@ void ClassifyRow(const PackedVector* gradients, const int32_t* above, const int3
   }
 }
 
-// No pixel becomes strong here, so an order of visiting has no influence: chains of weak pixels are
-// not followed.
+// A weak pixel counts if it touches a strong one, and does not become strong by that. So chains of
+// weak pixels are not followed, and the order in which pixels are visited does not matter.
 void MarkRow(const PackedVector* gradients, const int32_t* above, const int32_t* classes,
              const int32_t* below, int32_t* __restrict marks, int count) {
   const auto strongest = [](const int32_t* p) { return Max(Max(p[-1], p[0]), p[1]); };
@@ -175,7 +175,7 @@ uint32_t TouchedLanes(const PackedVector* units, const TurnedModel& model, int p
   return LaneBits(any);
 }
 
-// Plain loops again; every lane adds its points in their order.
+// Plain loops again. Each of the four sums adds the points in their order, as the definition does.
 void SumNeighbourhood(const PackedVector* gradients, const double* inverses, int stride,
                       const TurnedModel& model, double (*sums)[4]) {
   double sum[3][4] = {};

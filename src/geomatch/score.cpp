@@ -123,7 +123,8 @@ void GeoScorer::SetBounds(const TurnedModel& model, const GreedyRule& rule, doub
   }
   if (checkedPoints_ == n) lastFloor_ = floorOf(best, n);
 
-  // Until any position scores: where there are no gradients the sum is 0 until it is abandoned.
+  // As long as the best score is 0, positions without any gradient can be passed over: their sum
+  // stays 0 until the rule abandons them, after this many points.
   touchedPoints_ = 1;
   while (touchedPoints_ < n && !(rule.Threshold(touchedPoints_) > 0)) ++touchedPoints_;
 }
@@ -137,7 +138,7 @@ double GeoScorer::ScoreGeoModel(const Kernels& kernels, const SearchPlanes& plan
   double best = 0;
   SetBounds(model, rule, best);
 
-  // Of the positions from x on: the first that is a new best, or `end`.
+  // The first position from x on that is a new best, or `end`.
   const auto nextBest = [&](int x, int y, int end) {
     const PackedVector* units = planes.Units(x, y);
     uint32_t lanes = best > 0 ? geomatch.PassingLanes(units, model, checkedPoints_, floors_.data(),

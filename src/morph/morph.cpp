@@ -68,8 +68,8 @@ void StoreRows(Rows& chain, GreyImage& result) {
   }
 }
 
-// One row after the other of a chain that yields several at a time: in the result, which may take
-// them unless the source lies there, or else in a few rows of its own.
+// Hands out the rows of a chain one by one, although it yields several at a time. They wait in the
+// result, unless that is the source, which is still being read; then in a few rows of its own.
 class RowReader {
  public:
   RowReader(RowsPtr chain, const GreyImage& source, GreyImage& result)
@@ -134,8 +134,9 @@ void ApplyPair(const Kernels& kernels, const GreyImage& source, GreyImage& resul
   asm volatile("" : : "r"(temporary));  // the compiler may not drop an allocation without a use
 }
 
-// Where the two images differ, both receive the row, and the result the source's padding. The rows
-// of the source are still read for kRowsKept rows.
+// Gives the finished row y to both images, and the source's padding bytes to the result. Only for
+// two different images, and not before the chain has read on by kRowsKept rows: it still reads rows
+// of the source where they lie.
 void ShareRow(GreyImage& source, GreyImage& result, int y) {
   const auto width = static_cast<size_t>(source.width);
   const auto bytes = static_cast<size_t>(std::min(source.stride, result.stride));
@@ -159,8 +160,9 @@ bool Is3x3(const Element& element) {
          element.verticalPasses == 1;
 }
 
-// The gradient of one pass each way, straight from the image: erosion and dilation differ in no
-// border. The last two rows have the horizontal pass alone, which three times the same row gives.
+// The gradient of the 3 x 3 square, computed in one go: erosion and dilation treat all borders
+// alike. The last two rows get the horizontal pass alone, which is the 3 x 3 one over three equal
+// rows.
 void ComputeGradientOf3x3(const Kernels& kernels, GreyImage& source, GreyImage& result) {
   constexpr int kStrip = MorphKernels::kMaxGradientRows;
   const int width = source.width, height = source.height;

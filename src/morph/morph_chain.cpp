@@ -38,8 +38,9 @@ Box MakeBox(const ExtremeKernels& kernels, RowsPtr input, Columns columns, Windo
   return box;
 }
 
-// Rows 1 ... H - 3 are inner ones, which a stage computes; the last two and the top row are border,
-// and the edge columns. The last row of the input takes no part; it comes first.
+// The last stage of most chains. Inner rows, 1 ... H - 3, come from the stages before it; row 0,
+// the last two rows and the edge columns are border, made here. Rows come from the bottom up, so
+// the last row of the input, which takes no part, is read first and put aside.
 class BorderedRows : public Rows {
  public:
   BorderedRows(Rows* input, int width, int height)
@@ -96,7 +97,7 @@ class BorderedRows : public Rows {
 
 // ---- rectangles ---------------------------------------------------------------------------------
 
-// Horizontal passes only.
+// The last stage when there are horizontal passes only.
 class WideRows final : public Rows {
  public:
   WideRows(const ExtremeKernels& kernels, RowsPtr input, int width, int radius, bool isFresh)
@@ -136,7 +137,8 @@ class WideRows final : public Rows {
   bool isFirst_ = true;
 };
 
-// The first row that a window reads, as often as asked for.
+// A stage whose every row is the first one that a window reads: row H - 2 of the image, of which
+// both rows of the lower border are made.
 class FirstInputRows final : public Rows {
  public:
   explicit FirstInputRows(WindowedRows* window) : window_(window) {}
@@ -150,7 +152,8 @@ class FirstInputRows final : public Rows {
   WindowedRows* window_;
 };
 
-// Vertical passes, and horizontal ones if there are any: their order does not matter to an extreme.
+// The last stage of a rectangle with vertical passes. These come before the horizontal ones here:
+// the order does not matter to an extreme.
 class RectangleRows final : public BorderedRows {
  public:
   RectangleRows(const ExtremeKernels& kernels, RowsPtr input, int width, int height,
@@ -200,7 +203,7 @@ struct Passes {
   int Count() const { return crosses + squares; }
 };
 
-// One row that lies elsewhere.
+// A stage whose every row is the same one, which somebody else keeps.
 class KeptRow final : public Rows {
  public:
   explicit KeptRow(const uint8_t* row) : row_(row) {}
@@ -214,6 +217,7 @@ class KeptRow final : public Rows {
   const uint8_t* row_;
 };
 
+// The last stage of diamonds and circles: of a star, as morph_chain.h calls both.
 class StarRows final : public BorderedRows {
  public:
   StarRows(const ExtremeKernels& kernels, Extreme extreme, RowsPtr input, int width, int height,
@@ -235,7 +239,9 @@ class StarRows final : public BorderedRows {
   }
 
  private:
-  // The pixels that are not border. Crosses that squares fill up need not begin with one.
+  // Makes the stages for the pixels that are not border. A diamond of crosses begins with one
+  // cross, which DiagonalWindows and DiamondGrowth then widen. Where squares follow,
+  // DiagonalWindows can begin: it says why.
   void GrowInner(RowsPtr input) {
     const Columns columns = {1, width_ - 2};
     const int height = height_ - 3, crosses = passes_.crosses, squares = passes_.squares;
@@ -258,7 +264,7 @@ class StarRows final : public BorderedRows {
       radius += steps;
     }
     while (radius < crosses) {
-      // The smaller of the last two first: its rows come four at a time.
+      // Where two steps are left, the first takes half: small steps read rows four at a time.
       const int left = crosses - radius, step = std::min(radius, left > radius ? left / 2 : left);
       inner_ = Make<DiamondGrowth>(kernels_, std::move(inner_), columns, height, step);
       radius += step;

@@ -1,5 +1,23 @@
 // What repeated passes of a small element over an image come to, without making them one by one.
 //
+// Each operation is a chain of stages (morph_rows.h). The stage on the right yields the result, and
+// asks the one on its left for rows, and so on down to the image:
+//
+//   rectangle           image - vertical window - horizontal window - RectangleRows
+//   rectangle, v = 0    image - horizontal window - WideRows
+//   diamond             image - Cross - DiagonalWindows - DiamondGrowth ... - StarRows
+//   circle              image - Cross or DiagonalWindows - DiamondGrowth ...
+//                             - vertical window - horizontal window - StarRows
+//
+//   vertical window     ThinWindow up to radius 3 (which takes in a horizontal one of the same
+//                       radius), VerticalWindow above
+//   horizontal window   HorizontalWindow
+//
+// Stages that a size does not need are left out. The last stage adds the borders described below.
+// An opening or closing is two chains, the first one in place of the second one's image. A "star"
+// is what crosses and squares make together: a diamond, or the octagon that is called a circle
+// here.
+//
 // A pass leaves borders behind: the edge columns and the top row copy the result beside them, and
 // the last rows are written late or never. W and H are the image's sizes, 3 or more; `in` and `out`
 // the images before the first and after the last pass. A dilation is described, with maxima; an

@@ -22,13 +22,14 @@ struct Minimum {
   }
 };
 
-// body(value) with a constant: `value` is one of these.
+// Calls body(value) with the value as a constant: it is one of those listed.
 template <int... kValue, class Body>
 QUILLON_INLINE void WithConstant(int value, Body&& body) {
   ((value == kValue ? body(Width<kValue>{}) : void()), ...);
 }
 
-// Copies of a caller's pointers, one by one: as vectors they would wait for its stores.
+// Copies a caller's pointers one by one. The compiler would load several as one vector, and that
+// load has to wait: the caller has only just stored them, one by one.
 template <int n, class T>
 QUILLON_INLINE void CopyPointers(T* const* from, T** to) {
   Unroll<n>([&](auto i) {
@@ -136,8 +137,9 @@ QUILLON_INLINE V SplatLane(V v) {
   return SplatLane<kLane>(v, std::make_integer_sequence<int, sizeof(V)>{});
 }
 
-// Extremes of runs, a block after the one to its right. Each step joins the extremes of two shorter
-// runs, the second one's from the same step of the block before.
+// Extremes of runs of kRun pixels, for a whole row, block by block from right to left. Each step
+// joins the extremes of two shorter runs. The second of these starts further right, so some of its
+// lanes are in the block to the right: right_ keeps what that block had at each step.
 template <class Extreme, int kRun, int N>
 class RunBlocks {
  public:
@@ -164,7 +166,7 @@ class RunBlocks {
   U8<N> right_[kSteps] = {};
 };
 
-// Blocks that write to aligned addresses, and one at either end that does not.
+// Blocks are written to aligned addresses, but for the first and the last one of a row.
 template <class Extreme, int kRun, int N = kVectorBytes>
 void OfRun(const uint8_t* row, uint8_t* out, int count) {
   if (count >= N) {
@@ -192,8 +194,9 @@ void OfRuns(const uint8_t* row, int run, uint8_t* out, int count) {
   WithConstant<5, 7, 8, 16>(run, [&](auto n) { OfRun<Extreme, n>(row, out, count); });
 }
 
-// Elements of few rows are no faster by 64 bytes: these move, compare and store as many bytes a
-// cycle in halves, of which fewer cross a line of the cache.
+// The widest block that is worth it for elements of few rows. Vectors of 64 bytes move, compare and
+// store no more bytes a cycle than those of 32, and more of their unaligned loads cross two lines
+// of the cache.
 constexpr int kNarrow = kVectorBytes < 32 ? kVectorBytes : 32;
 
 template <class V>
@@ -201,7 +204,7 @@ struct Four {
   V row[4];
 };
 
-// The blocks of four windows along columns.
+// The four results of FourOfRows for one block of columns.
 template <class Extreme, int kTerms, int N>
 QUILLON_INLINE auto FourWindows(const uint8_t* const* rows, int x) {
   const auto load = [&](int i) { return LoadBlock<N>(rows[i] + x); };
@@ -230,8 +233,9 @@ void FourOfTerms(const uint8_t* const* from, uint8_t* const* to, int count) {
   });
 }
 
-// Shifted by one column a row, the windows lie along columns. Where the four rows then reach
-// different columns, each has a block of its own.
+// Once row i is shifted by i columns, slanted windows are upright ones. The four results then begin
+// and end at different columns: the part that they share goes to FourOfTerms, and both ends of each
+// row are computed by a block of its own.
 template <class Extreme, int kTerms>
 void FourOfSlantedTerms(const uint8_t* const* from, int slant, uint8_t* const* to, int count) {
   constexpr int kEnd = 16;
@@ -265,11 +269,12 @@ void FourOfSlantedTerms(const uint8_t* const* from, int slant, uint8_t* const* t
   }
 }
 
-// Extremes of runs along a row, a block after the one to its right.
+// The same as RunBlocks for runs of 3, 5 and 7, from blocks that are in registers instead of
+// memory.
 template <class Extreme, int kRun, class V>
 class RunsOfBlocks {
  public:
-  // All pixels to the right.
+  // What lies to the right of the first block.
   QUILLON_INLINE void Begin(V pixels) { one_ = two_ = four_ = pixels; }
   QUILLON_INLINE V Next(V one) {
     const V two = Extreme::Of(one, LanesFrom<1>(one, one_));
@@ -294,8 +299,9 @@ class RunsOfBlocks {
   V one_, two_, four_;
 };
 
-// Windows along columns become boxes without a way through memory. The pixels at either end of a
-// row, where boxes reach over the edge, take lanes of two blocks.
+// Boxes: the results of windows along columns go straight on, in registers, to runs along the row.
+// At either end of a row, where boxes reach over the edge, results are put together from two
+// blocks.
 template <class Extreme, int kSize, int N>
 void FourOfBoxBlocks(const uint8_t* const* from, uint8_t* const* to, int width, int inset) {
   using V = U8<N>;
@@ -305,7 +311,8 @@ void FourOfBoxBlocks(const uint8_t* const* from, uint8_t* const* to, int width, 
   uint8_t* out[4];  // for the column where a box begins
   CopyPointers<4>(to, out);
   for (uint8_t*& each : out) each += kRadius - inset;
-  // N lanes of two blocks, for an inset of 0 and of 1: through memory, they would wait for it.
+  // Stores one of two candidates for a row's end: the lanes for an inset of 0, or for 1. Both are
+  // made in registers; storing the blocks and loading across them would wait for the stores.
   const auto storeLanes = [&](V without, V with, uint8_t* at) {
     Store(at, inset == 0 ? without : with);
   };
@@ -477,7 +484,7 @@ void GradientOfRows(const uint8_t* const* from, uint8_t* const* to, int count) {
   for (int i = 0; i < kRows; ++i) {
     to[i][0] = to[i][1];
     to[i][count - 1] = to[i][count - 2];
-    // The subtraction's last columns.
+    // In the last columns, a difference that is not negative is not stored: see Subtract.
     for (int x = count / 8 * 8; x < count; ++x) {
       // The first column of the window, which stays inside the row.
       const int left = x < 1 ? 0 : x > count - 2 ? count - 3 : x - 1;

@@ -22,8 +22,8 @@ struct ExtremeKernels {
   static constexpr int kReadBeyond = 64;
   void (*OfRuns)(const uint8_t* row, int run, uint8_t* out, int count);
 
-  // The four windows of `terms` rows that lie in from[0] ... from[terms + 2]; terms is 3 ... 7.
-  // What they share is loaded once.
+  // Four results: out[i][x] = the extreme of from[i][x] ... from[i + terms - 1][x]; terms is 3 ...
+  // 7. What neighbouring windows share is loaded once.
   void (*FourOfRows)(const uint8_t* const* from, int terms, uint8_t* const* out, int count);
 
   // The same with columns that differ from row to row: out[i][x] = the extreme of from[i + k][x +
@@ -41,10 +41,11 @@ struct ExtremeKernels {
   // rows[i + 1][x + 2] and of what is above and below the middle one.
   void (*FourOfCrosses)(const uint8_t* const* rows, uint8_t* const* out, int count);
 
-  // The two halves of a sliding window over rows. Ahead of a block: every row becomes the extreme
-  // of itself and all rows after it.
+  // The two halves of a sliding window over rows (VerticalWindow in morph_rows.h). Suffixes
+  // prepares a block: every row becomes the extreme of itself and all rows after it.
   void (*Suffixes)(uint8_t* rows, ptrdiff_t stride, int rowCount, int count);
-  // Through the block: prefix[x] takes in row[x], out[x] = the extreme of suffix[x] and prefix[x].
+  // Slide goes through the next block: prefix[x] takes in row[x], out[x] = the extreme of suffix[x]
+  // and prefix[x].
   void (*Slide)(const uint8_t* row, const uint8_t* suffix, uint8_t* prefix, uint8_t* out,
                 int count);
 };

@@ -14,7 +14,8 @@ void Fetch(Rows& input, uint8_t* row, int width) {
   if (from != row) std::memcpy(row, from, static_cast<size_t>(width));
 }
 
-// The next rows, at most `most`, into rows `first` and on of a ring; returns how many.
+// Has the input write its next rows, at most `most`, to row `first` of a ring and those after it;
+// returns how many came.
 int FetchRows(Rows& input, int most, RowRing& ring, int first, int width) {
   uint8_t* places[Rows::kStrip];
   const uint8_t* rows[Rows::kStrip];
@@ -26,7 +27,7 @@ int FetchRows(Rows& input, int most, RowRing& ring, int first, int width) {
   return count;
 }
 
-// A strip of rows that compute(out) gives one by one.
+// Next() of a stage that computes single rows by compute(out).
 template <class Compute>
 int ComputeEach(uint8_t* const* places, int most, const uint8_t** rows, Compute&& compute) {
   const int count = std::min(most, Rows::kStrip);
@@ -39,8 +40,9 @@ int ComputeEach(uint8_t* const* places, int most, const uint8_t** rows, Compute&
 
 constexpr size_t kLine = 64;  // of the cache
 
-// Copies of the edge pixels on both sides of a ring's row. Few are written as a fixed number, which
-// takes no call: rings have room for a line of the cache.
+// Repeats the edge pixels of a ring's row on both sides. A small margin is filled with 16 bytes
+// whatever its size, because the compiler turns a fixed count into one store and any other into a
+// call; the rows of a ring have the room.
 void FillMargins(uint8_t* row, int width, int margin) {
   constexpr size_t kFew = 16;
   static_assert(kFew <= kLine && kFew <= size_t{ExtremeKernels::kReadBeyond});
@@ -55,7 +57,7 @@ void FillMargins(uint8_t* row, int width, int margin) {
   }
 }
 
-// Runs are read whole vectors at a time.
+// The kernel of runs reads whole vectors, so rows need this much memory behind their last pixel.
 constexpr size_t kReadBeyond = ExtremeKernels::kReadBeyond;
 
 int RoundUp(int value, int step) { return (value + step - 1) / step * step; }
@@ -64,8 +66,9 @@ size_t WholeLines(size_t bytes) { return (bytes + kLine - 1) / kLine * kLine; }
 
 }  // namespace
 
-// Column 0 of the image lies at the start of a cache line, as it does in most images, and rows an
-// odd number of lines apart: at even distances they would share a few sets of the cache.
+// Column 0 of the image lies at the start of a cache line, as it does in most images. Rows lie an
+// odd number of cache lines apart: at even distances, rows that are read together would compete for
+// the same few places of the cache.
 RowRing::RowRing(int rows, Columns columns, int margin, int slant)
     : mask_(std::bit_ceil(static_cast<unsigned>(rows)) - 1),
       offset_(WholeLines(static_cast<size_t>(margin)) + static_cast<size_t>(columns.first)) {
@@ -96,8 +99,8 @@ HorizontalWindow::HorizontalWindow(const ExtremeKernels& kernels, RowsPtr input,
   Plan();
 }
 
-// Runs of 7, 8 or 16 first, which take no memory on their way. Then even steps, as few as kMaxTerms
-// allows.
+// The first step covers a run of 5, 7, 8 or 16 pixels: its kernel does this in registers. Then come
+// as few steps as kMaxTerms allows, each multiplying the reach by about the same factor.
 void HorizontalWindow::Plan() {
   const int64_t covered = 2 * static_cast<int64_t>(window_.radius) + 1;
   const int64_t length = window_.length + 2 * static_cast<int64_t>(margin_);
@@ -149,7 +152,7 @@ int HorizontalWindow::Next(uint8_t* const* places, int most, const uint8_t** row
   const int count = input_->Next(padded, most, rows);
   for (int i = 0; i < count; ++i) {
     const uint8_t* row = rows[i];
-    // In place neighbours would be read after they were written.
+    // Written over its own input, a row would read neighbours that it has already replaced.
     if (row != padded[i] && (margin_ > 0 || row + window_.inset == places[i])) {
       std::memcpy(padded[i], row, static_cast<size_t>(window_.length));
       row = padded[i];
@@ -163,7 +166,8 @@ int HorizontalWindow::Next(uint8_t* const* places, int most, const uint8_t** row
 
 // ---- small rectangles ---------------------------------------------------------------------------
 
-// A strip may be read ahead of the row that is asked for.
+// The input yields up to kStrip rows at once, so the ring has room for that many more than are
+// kept.
 RecentRows::RecentRows(RowsPtr input, int length, int rows, Columns columns, int margin,
                        bool mayStay)
     : input_(std::move(input)),
@@ -249,8 +253,10 @@ void VerticalWindow::ReadInto(int slot) {
   slot_ = slot;
 }
 
-// Result i of a block joins the extreme from row i to the block's end and that of the first i rows
-// of the next block. Those rows take the slots of the extremes that are used up.
+// The ring holds one block. At phase 0 it is filled, and Suffixes turns each row into the extreme
+// from there to the block's end. At phase i, row i - 1 of the next block comes in, over a suffix
+// that is no longer needed, joins the running prefix of its block, and prefix and suffix give the
+// result.
 void VerticalWindow::Compute(uint8_t* out) {
   if (phase_ == 0) {
     if (!hasRead_) ReadInto(0);
@@ -316,7 +322,7 @@ DiagonalWindows::DiagonalWindows(const ExtremeKernels& kernels, RowsPtr input, C
   static_assert(kMaxSteps + kStrip <= kMargin);
 }
 
-// Row i, or its ends, with margins.
+// Gives row i its margins; in ends_, if the row itself lies in the image.
 void DiagonalWindows::Pad(int i) {
   const uint8_t* row = input_.Row(i);
   const bool hasCorners = border_ > 0 && (i == 0 || i == rows_ - 1);
@@ -343,8 +349,9 @@ void DiagonalWindows::ReadUpTo(int last) {
   for (; padded_ <= std::min(last, rows_ - 1); ++padded_) Pad(padded_);
 }
 
-// Row r, column x: the extreme of (r, x), (r + 1, x + 1) ... (r + steps, x + steps). With every row
-// shifted by one column against the one before, that is a window along columns.
+// The next strip of windows along the falling diagonal: row r, column x is the extreme of (r, x),
+// (r + 1, x + 1) ... (r + steps, x + steps). Once each row is shifted by one column against the one
+// before, these are windows along columns, for which there is a kernel.
 void DiagonalWindows::ComputeFalling() {
   const int first = nextFalling_, count = steps_ + kStrip;
   ReadUpTo(first + count - 1);
@@ -356,7 +363,8 @@ void DiagonalWindows::ComputeFalling() {
     ends[i] = ends_.Row(row) + i;
   }
   for (int i = 0; i < kStrip; ++i) to[i] = FallingRow(first + i) + i;
-  // Columns x + i and on in row i; they lie at `place`.
+  // Computes `length` columns, in row i from column x + i on. `lying` are the rows or their ends,
+  // and `place` is where column x is in them.
   const auto compute = [&](const uint8_t* const* lying, int place, int x, int length) {
     const uint8_t* from[kMaxRows];
     uint8_t* out[kStrip];
@@ -372,7 +380,7 @@ void DiagonalWindows::ComputeFalling() {
   compute(rows, border_, border_, end - border_ - steps_ - (kStrip - 1));
 }
 
-// The same along the rising diagonals, that end at (r, x).
+// Windows along the rising diagonals, over the results of the falling ones; they end at (r, x).
 void DiagonalWindows::Compute(uint8_t* const* out) {
   while (nextFalling_ < next_ + kStrip) {
     ComputeFalling();
@@ -382,7 +390,8 @@ void DiagonalWindows::Compute(uint8_t* const* out) {
   for (int i = 0; i < steps_ + kStrip; ++i) from[i] = FallingRow(next_ - steps_ + i) + border_;
   kernels_.FourOfSlants(from, steps_ + 1, -1, out, width_ - 2 * border_);
   next_ += kStrip;
-  // What was written just now is slow to read.
+  // Read the next strip's input now, before the caller works on this one: loading a row right after
+  // it was stored would wait for the stores.
   ReadUpTo(nextFalling_ + steps_ + kStrip - 1);
 }
 
@@ -414,7 +423,7 @@ void DiamondGrowth::Compute(uint8_t* out) {
   const int above = clamped(int64_t{next_} - step_);
   const int below = clamped(int64_t{next_} + step_);
   while (read_ <= below) {
-    // As many as the ring has room for.
+    // No more rows than fit without replacing row `above`.
     const int most = std::min({kStrip, rows_ - read_, ring_.Count() - (read_ - above)});
     const int end = read_ + FetchRows(*input_, most, ring_, read_, width_);
     for (; read_ < end; ++read_) FillMargins(ring_.Row(read_), width_, margin_);

@@ -1,8 +1,10 @@
-// Rows on their way through a morphological operation. Every stage yields its next rows at a call,
-// from the bottom up as they lie in memory, and asks the stage before it for those it needs; what
-// it must keep, it keeps in a ring. So a whole chain of operations runs over a band of rows while
-// they are in cache, reads each row of the image once and writes it once, and may write over what
-// it has read.
+// The stages of a morphological operation. A stage is an object that yields the rows of an image
+// one after the other, from the bottom of the picture up, which is their order in memory. To
+// compute them it asks the stage before it for rows, and keeps in a ring those that it needs again.
+//
+// Stages are put together to chains (morph_chain.h draws them). A chain holds a few rows at a time,
+// so they stay in cache from the first stage to the last; each row of the image is read once and
+// written once, and the result may lie where the source was.
 #pragma once
 
 #include <algorithm>
@@ -21,29 +23,35 @@ struct ExtremeKernels;
 
 class Rows {
  public:
-  // Small elements are computed for so many rows at once, which share what they load.
+  // Small elements are computed for this many rows at once: they share most of what they load.
   static constexpr int kStrip = 4;
 
   virtual ~Rows() = default;
-  // The next rows: at least one, at most kStrip and `most`, which is no more than are left. Each is
-  // written to its place, or it is where it lies already, until the next call.
+  // Yields the next rows: at least one, at most kStrip, at most `most` (the caller asks for no more
+  // than are left). rows[i] tells where row i is: at places[i], if the stage had to write it, or
+  // where it lies already, for instance in the source image. It is there until the next call.
   virtual int Next(uint8_t* const* places, int most, const uint8_t** rows) = 0;
   const uint8_t* NextRow(uint8_t* place) {
     const uint8_t* row;
     Next(&place, 1, &row);
     return row;
   }
-  // Whether rows that lie somewhere already stay there while the next stage keeps them among its
-  // RecentRows. Those of an image stay until the whole chain has yielded kRowsKept more rows.
+  // Whether the next stage may go on reading rows where they lie after it has asked for more, and
+  // so need not copy them into its RecentRows. Only rows of an image that nothing overwrites stay;
+  // whoever writes over that image after all (the gradient does) waits until the whole chain has
+  // yielded kRowsKept more rows.
   static constexpr int kRowsKept = 4;
   virtual bool Stay() const { return false; }
-  // The slant of places that are fastest to write.
+  // Some kernels write row i of a strip i columns further left (1) or right (-1). They are fastest
+  // when each place lies that much further right or left against the cache's lines than the one
+  // before, so that all their stores are aligned; RowRing lays out its rows so. 0: straight.
   virtual int Slant() const { return 0; }
 };
 
 using RowsPtr = std::unique_ptr<Rows>;
 
-// A stage that also tells the first row it reads, before any of its own is taken.
+// A stage that also shows the first row of its input, if asked before any row of its own. The
+// border at the bottom of the result is made of that row.
 class WindowedRows : public Rows {
  public:
   virtual const uint8_t* FirstInput() = 0;
@@ -62,14 +70,15 @@ struct Columns {
   int first, count;
 };
 
-// Rows of these columns, each with room for copies of its edge pixels on both sides. With a slant,
-// each lies a byte further right (1) or left (-1) against the lines of the cache than the one
-// before: pixels along a diagonal are then aligned alike.
+// A ring of rows: the memory of a stage. Each row has the given columns and `margin` bytes on both
+// sides, for copies of its edge pixels. With a slant, each row lies a byte further right (1) or
+// left (-1) against the lines of the cache than the one before: pixels along a diagonal are then
+// aligned alike.
 class RowRing {
  public:
   RowRing(int rows, Columns columns, int margin, int slant = 0);
   explicit operator bool() const { return static_cast<bool>(store_); }
-  // Row i, as long as no row that is `rows` away has taken its place.
+  // Row i of the picture; it shares its memory with the rows that are a multiple of Count() away.
   uint8_t* Row(int i) {
     return store_.data() + offset_ + (static_cast<unsigned>(i) & mask_) * stride_;
   }
@@ -98,16 +107,18 @@ class ImageRows final : public Rows {
   int left_;
 };
 
-// Of a line of `length` pixels (or rows): an extreme over 2 * radius + 1 of them, clipped at the
-// line's ends, for every place but the first and last `inset`.
+// A sliding window along a line: a row of `length` pixels, or a column of `length` rows. Each place
+// gets the extreme over the places up to `radius` away on either side, as far as the line has them.
+// The first and last `inset` places get none.
 struct Window {
   int length, radius, inset;
   int Count() const { return length - 2 * inset; }
 };
 
-// Extremes along each row, in steps: an extreme of many neighbours comes from a few that cover some
-// of them. So the cost grows with the logarithm of the radius (I. Pitas, "Fast algorithms for
-// running ordering and max/min calculation", IEEE Trans. Circuits and Systems 36(6), 1989).
+// Extremes along each row, in steps. A step joins a few results of the step before, which lie so
+// far apart that together they cover more neighbours: 16 pixels, then 80, then 400. So the cost
+// grows with the logarithm of the radius (I. Pitas, "Fast algorithms for running ordering and
+// max/min calculation", IEEE Trans. Circuits and Systems 36(6), 1989).
 class HorizontalWindow final : public Rows {
  public:
   HorizontalWindow(const ExtremeKernels& kernels, RowsPtr input, Columns columns, int radius,
@@ -130,30 +141,31 @@ class HorizontalWindow final : public Rows {
   RowsPtr input_;
   const Window window_;
   const int margin_;            // how many copies of the edge pixels are read on both sides
-  int run_ = 1, runCount_ = 0;  // what a first step covers, and how many results it has
-  Step steps_[kMaxSteps];       // the others
+  int run_ = 1, runCount_ = 0;  // how many pixels the first step covers, and for how many places
+  Step steps_[kMaxSteps];       // the steps after it
   int stepCount_ = 0;
   RowRing padded_;
   Buffer<uint8_t> work_[2];
 };
 
-// The last of a stage's `length` rows, straight where the stage before it leaves them. Those that
-// lie here have `margin` pixels of room on both sides.
+// The most recent rows of a stage's input, which has `length` rows in all. They are read where the
+// stage before leaves them, if they stay there and `mayStay`; else they are copied into a ring,
+// with `margin` pixels of room on both sides.
 class RecentRows {
  public:
-  // Keeps `rows` rows.
+  // Keeps the last `rows` rows that were read.
   RecentRows(RowsPtr input, int length, int rows, Columns columns, int margin = 0,
              bool mayStay = true);
   explicit operator bool() const { return input_ && ring_ && rows_; }
-  // Whether rows lie elsewhere.
+  // Whether the rows lie in the image rather than in the ring.
   bool Stay() const { return stay_; }
-  // Reads up to row `last` of those there are.
+  // Reads on up to row `last`, or to the last row that there is.
   void ReadUpTo(int last);
-  // Row i; beyond the first and last row these repeat.
+  // Row i. Above the first row and below the last one, these repeat.
   const uint8_t* Row(int i) {
     return rows_[static_cast<unsigned>(std::clamp(i, 0, length_ - 1)) & mask_];
   }
-  // Row i, if rows lie here.
+  // Row i, to be written to: only if the rows lie in the ring.
   uint8_t* OwnRow(int i) { return ring_.Row(Slot(slot_ + slots_ - (read_ - i))); }
 
  private:
@@ -162,14 +174,15 @@ class RecentRows {
   RowsPtr input_;
   const bool stay_;
   const int length_, width_;
-  const int slots_;      // of the ring: a strip may be read ahead of the row that is asked for
+  const int slots_;      // of the ring: a strip of rows can come in before the oldest is done with
   const unsigned mask_;  // for a power of two rows
   RowRing ring_;
   Buffer<const uint8_t*> rows_;
   int read_ = 0, slot_ = 0;
 };
 
-// Rows that a stage computes kStrip at a time. Where there are not places for all, they wait here.
+// The output of a stage that computes kStrip rows at a time. Asked for fewer, it computes them into
+// a ring of its own and hands out those that are left at the next calls.
 class StripRows {
  public:
   explicit StripRows(Columns columns) : ring_(Rows::kStrip, columns, 0) {}
@@ -198,8 +211,9 @@ class StripRows {
   int waiting_ = 0;
 };
 
-// Extremes along columns, of small radius, a strip at a time, straight from the rows. Or over
-// squares: `horizontal` has the same radius, not 0.
+// Extremes along columns for small radii: a strip at a time, each of its rows from all rows of its
+// window. With a `horizontal` window, which must have the same radius, the extremes are over
+// squares instead, in the same pass; a horizontal radius of 0 means none.
 class ThinWindow final : public WindowedRows {
  public:
   static constexpr int kMaxRadius = 3;
@@ -221,11 +235,12 @@ class ThinWindow final : public WindowedRows {
   int next_ = 0;
 };
 
-// Extremes along columns at three comparisons a pixel for every radius: blocks as long as the
-// window, extremes from each row to its block's end and from the block's start to each row (M. van
-// Herk, "A fast algorithm for local minimum and maximum filters on rectangular and octagonal
-// kernels", Pattern Recognition Letters 13(7), 1992; J. Gil, M. Werman, "Computing 2-D min, median,
-// and max filters", IEEE Trans. PAMI 15(5), 1993).
+// Extremes along columns for larger radii, at three comparisons a pixel whatever the radius. The
+// rows are cut into blocks as long as the window, so each window ends one block and begins the
+// next. Its extreme joins two running ones: from its first row to the end of that block, and from
+// the start of the next block to its last row (M. van Herk, "A fast algorithm for local minimum and
+// maximum filters on rectangular and octagonal kernels", Pattern Recognition Letters 13(7), 1992;
+// J. Gil, M. Werman, "Computing 2-D min, median, and max filters", IEEE Trans. PAMI 15(5), 1993).
 class VerticalWindow final : public WindowedRows {
  public:
   VerticalWindow(const ExtremeKernels& kernels, RowsPtr input, Columns columns, Window window);
@@ -243,10 +258,10 @@ class VerticalWindow final : public WindowedRows {
   const Window window_;
   const int blockRows_;
   RowRing block_, prefix_;
-  int position_;  // of the next row to take in; rows off the line repeat its ends
+  int position_;  // the next row to take in; one above or below the image is a copy of the edge row
   bool hasRead_ = false;
-  int slot_ = 0;   // where the last row went
-  int phase_ = 0;  // of the next result within its block
+  int slot_ = 0;   // the place in block_ of the row that was taken in last
+  int phase_ = 0;  // how far the next result is into its block
 };
 
 // The extreme of each pixel and its four neighbours, for all pixels but those of the first and last
@@ -268,15 +283,18 @@ class Cross final : public WindowedRows {
   int next_ = 0;
 };
 
-// Extremes over windows along one diagonal, then along the other, of steps + 1 pixels each: over
-// every other pixel of a diamond of radius `steps`. That fills a diamond where
-// - crosses were made before: a step joins the four diamonds beside each pixel, whose centres are
-//   two pixels along one diagonal and two along the other;
-// - squares are made after: a pixel that was left out has neighbours towards whatever the square
-//   around it covers.
-// Of the latter, the input comes with its border, of which the corners take no part; the result is
-// for the pixels within. Outside the image the edge pixels repeat: of the image, the diamond around
-// an edge pixel covers whatever the one around a pixel beyond it does.
+// Extremes over diamonds of radius `steps`, as two sliding windows of steps + 1 pixels: along one
+// diagonal, then along the other. What they cover of the diamond is every other pixel, like the
+// fields of one colour on a chessboard turned by 45 degrees. The rest is filled in by what comes
+// before or after:
+// - after a pass of crosses, each pixel already stands for its four neighbours, the fields of the
+//   other colour;
+// - before a pass of squares, the square around any pixel reaches all that a missing field would
+//   have brought in, through the covered fields beside it.
+// In the second case this is the chain's first stage: its input then has a border 1 pixel wide,
+// whose corners take no part (no cross reaches them), and the result is for the pixels inside the
+// border. Outside the image the edge pixels repeat, which adds nothing: of the image, the diamond
+// around an edge pixel covers all that the diamond around a pixel outside does.
 class DiagonalWindows final : public WindowedRows {
  public:
   static constexpr int kMinSteps = 2, kMaxSteps = 6;
@@ -290,10 +308,11 @@ class DiagonalWindows final : public WindowedRows {
   int Slant() const override { return 1; }
 
  private:
-  // Of rows that lie elsewhere, so many columns at either end are copied, for there margins are.
+  // Rows that lie in the image have no margins. So the first and last kEnd columns are copied to
+  // ends_, which has margins, and only the middle is read from the image.
   static constexpr int kEnd = 32;
   static constexpr int kMargin = 16;
-  static constexpr int kRight = kEnd + 2 * kMargin;  // where the right end begins among the ends
+  static constexpr int kRight = kEnd + 2 * kMargin;  // where in ends_ the right end begins
   static constexpr int kMaxRows = kMaxSteps + kStrip;
   void ReadUpTo(int last);
   void Pad(int i);
@@ -311,11 +330,12 @@ class DiagonalWindows final : public WindowedRows {
   int next_;
 };
 
-// Grows extremes over diamonds of radius r >= step to radius r + step: the four diamonds at that
-// distance cover the larger one. So n steps of one pixel come to log2(n) (R. van den Boomgaard, R.
-// van Balen, "Methods for fast morphological image transforms using bitmapped binary images",
-// CVGIP: Graphical Models and Image Processing 54(3), 1992). Outside the image the edge pixels
-// repeat, as above.
+// Turns extremes over diamonds of radius r into those over diamonds of radius r + step, step <= r:
+// the four diamonds whose centres lie `step` pixels left, right, above and below cover the larger
+// one. Doubling the radius again and again makes n passes in about log2(n) stages (R. van den
+// Boomgaard, R. van Balen, "Methods for fast morphological image transforms using bitmapped binary
+// images", CVGIP: Graphical Models and Image Processing 54(3), 1992). Outside the image the edge
+// pixels repeat, as above.
 class DiamondGrowth final : public Rows {
  public:
   DiamondGrowth(const ExtremeKernels& kernels, RowsPtr input, Columns columns, int rows, int step);

@@ -1,4 +1,4 @@
-// Without a system to draw with, the same bytes by hand.
+// The same bytes that Windows draws, computed here: other systems have nothing to draw with.
 #include "core/image_access.h"
 #include "platform/region_display.h"
 

@@ -36,10 +36,10 @@ Histogram CountPixels(const GreyImage& image) {
   return histogram;
 }
 
-// Large images: neighbours counted as pairs. A processor commits one store a cycle, which is what
-// bounds a histogram; so half the stores pay for a table of 65,536 counters. Eight pixels that
-// repeat the eight before them are counted with those: in flat parts one counter would wait for
-// itself.
+// Large images: neighbouring pixels are counted as pairs, in a table of 65,536 counters. Processors
+// make one store a cycle, and a histogram needs one a count, so pairs halve the time. Where eight
+// pixels equal the eight before them they are counted together with those: in a flat part of the
+// image every count would otherwise wait for the one before, to the same counter.
 Histogram CountPairs(const GreyImage& image, Buffer<uint32_t>& pairs) {
   Histogram histogram = {};
   for (int y = image.height - 1; y >= 0; --y) {

@@ -10,7 +10,8 @@
 
 namespace quillon::QUILLON_LEVEL {
 
-// A block width, or another number, that is a constant expression wherever it is used.
+// A block width, or another number, as a type: a parameter `auto width` of this type can be used
+// wherever a constant is needed.
 template <int N>
 struct Width {
   constexpr operator int() const { return N; }

@@ -7,8 +7,9 @@
 #error "kernel files are compiled once per level, with QUILLON_LEVEL defined"
 #endif
 
-// sse2 is the floor. avx2 adds BMI2. avx512 means the set that came with VBMI: F, CD, BW, DQ, VL,
-// VBMI, VBMI2, VNNI, BITALG, VPOPCNTDQ.
+// sse2, which every processor has that runs the library, is called the floor. avx2 adds BMI2.
+// avx512 means the set that came with VBMI: F, CD, BW, DQ, VL, VBMI, VBMI2, VNNI, BITALG,
+// VPOPCNTDQ.
 #if defined(__AVX512VBMI__)
 #define QUILLON_AVX512 1
 #define QUILLON_AVX2 1

@@ -250,24 +250,6 @@ QUILLON_INLINE V ReciprocalEstimate(V v) {
   }
 }
 
-// The sums of eight neighbouring bytes each.
-template <class V>
-QUILLON_INLINE U64<sizeof(V) / 8> SumEights(V v) {
-  if constexpr (sizeof(V) > kVectorBytes) {
-    return Join(SumEights(Low(v)), SumEights(High(v)));
-  } else if constexpr (sizeof(V) == 16) {
-    return BitCast<U64<2>>(_mm_sad_epu8(BitCast<__m128i>(v), _mm_setzero_si128()));
-#if QUILLON_AVX2
-  } else if constexpr (sizeof(V) == 32) {
-    return BitCast<U64<4>>(_mm256_sad_epu8(BitCast<__m256i>(v), _mm256_setzero_si256()));
-#endif
-#if QUILLON_AVX512
-  } else {
-    return BitCast<U64<8>>(_mm512_sad_epu8(BitCast<__m512i>(v), _mm512_setzero_si512()));
-#endif
-  }
-}
-
 // One bit per byte lane: its top bit. Lane 0 is bit 0.
 template <class V>
 QUILLON_INLINE uint64_t MoveMask(V v) {
