@@ -18,7 +18,7 @@ def variants(case):
     """The recipe, and one recipe for each entry of the list that "each" names."""
     recipe = case["recipe"]
     if isinstance(recipe, dict) and recipe.get("steps") and "LONG" in json.dumps(recipe):
-        recipe["steps"][0]["region"] = [[-32767, 0], [32767, 0]] * 300
+        recipe["steps"][0]["polygon"] = [[-32767, 0], [32767, 0]] * 300
     yield recipe
     for entry in recipe[case["each"]] if "each" in case else ():
         single = copy.deepcopy(recipe)

@@ -2,13 +2,14 @@
 
 #include <algorithm>
 #include <cmath>
+#include <set>
 
 #include "kit/search/blob_search.h"
 
 namespace quillon::kit {
 namespace {
 
-constexpr size_t kFewestPoints = 3, kMostPoints = 1000;
+constexpr size_t kFewestPoints = 3, kMostPoints = 1000, kMostFiles = 1000;
 
 std::string Limits(const Argument& argument) {
   return "from " + Plain(argument.min) + " to " + Plain(argument.max);
@@ -21,6 +22,10 @@ bool IsNumber(const Json& value, double min, double max) {
 // 5.0 is whole too, as JSON Schema has it.
 bool IsWhole(const Json& value, double min, double max) {
   return IsNumber(value, min, max) && std::trunc(value.get<double>()) == value.get<double>();
+}
+
+bool IsName(const Json& value) {
+  return value.is_string() && !value.get_ref<const std::string&>().empty();
 }
 
 template <class Test>
@@ -53,6 +58,22 @@ Argument Argument::Or(const char* json) const {
   return argument;
 }
 
+Argument Argument::In(const char* its) const {
+  Argument argument = *this;
+  argument.unit = its;
+  return argument;
+}
+
+Argument Argument::Excludes(const char* other) const {
+  Argument argument = *this;
+  argument.excludes = other;
+  return argument;
+}
+
+std::string Argument::Meaning() const {
+  return unit ? std::string(summary) + ", in " + unit : summary;
+}
+
 std::string Argument::Expected() const {
   switch (type) {
     case Type::kWhole:
@@ -71,6 +92,8 @@ std::string Argument::Expected() const {
     }
     case Type::kFile:
       return "the name of a file";
+    case Type::kFiles:
+      return "a list of 1 to " + std::to_string(kMostFiles) + " names of files";
     case Type::kRange:
       return "[low, high], numbers " + Limits(*this);
     case Type::kWholeRange:
@@ -99,7 +122,9 @@ bool Argument::Fits(const Json& value) const {
       return std::any_of(choices.begin(), choices.end(),
                          [&](const char* choice) { return value == choice; });
     case Type::kFile:
-      return value.is_string() && !value.get_ref<const std::string&>().empty();
+      return IsName(value);
+    case Type::kFiles:
+      return AreAll(value, 1, kMostFiles, IsName);
     case Type::kRange:
       return AreAll(value, 2, 2, [this](const Json& item) { return IsNumber(item, min, max); });
     case Type::kWholeRange:
@@ -149,6 +174,9 @@ Json Argument::Schema() const {
     case Type::kFile:
       schema = {{"type", "string"}, {"minLength", 1}};
       break;
+    case Type::kFiles:
+      schema = ListSchema({{"type", "string"}, {"minLength", 1}}, 1, kMostFiles);
+      break;
     case Type::kRange:
       schema = ListSchema(NumberSchema("number", min, max), 2, 2);
       break;
@@ -163,10 +191,8 @@ Json Argument::Schema() const {
                           kMostPoints);
       break;
   }
-  schema["description"] = summary;
-  if (otherwise && std::string_view(otherwise) != "null") {
-    schema["default"] = Json::parse(otherwise);
-  }
+  schema["description"] = Meaning();
+  if (HasDefault()) schema["default"] = Json::parse(otherwise);
   return schema;
 }
 
@@ -188,6 +214,9 @@ Argument Choice(const char* name, std::vector<const char*> choices, const char* 
 Argument File(const char* name, const char* summary) {
   return {name, Argument::Type::kFile, summary};
 }
+Argument Files(const char* name, const char* summary) {
+  return {name, Argument::Type::kFiles, summary};
+}
 Argument Range(const char* name, double min, double max, const char* summary) {
   return {name, Argument::Type::kRange, summary, min, max};
 }
@@ -200,6 +229,54 @@ Argument Wholes(const char* name, size_t count, const char* summary) {
 }
 Argument Points(const char* name, const char* summary) {
   return {name, Argument::Type::kPoints, summary, -kFarthest, kFarthest};
+}
+
+std::string InMessage(const Json& value) {
+  constexpr size_t kMost = 60;
+  std::string text = value.dump(-1, ' ', true);  // escaped, so that it can be cut anywhere
+  if (text.size() > kMost) text = text.substr(0, kMost) + "...";
+  return text;
+}
+
+Values ReadValues(const std::vector<Argument>& arguments,
+                  const std::function<const Json*(const std::string& name)>& find,
+                  const std::function<void(const char* name, const std::string& what)>& wrong) {
+  Values values;
+  std::set<std::string> given;
+  for (const Argument& argument : arguments) {
+    const char* const name = argument.name;
+    const Json* const value = find(name);
+    if (!value) {
+      if (argument.IsRequired()) wrong(name, "is missing: " + argument.Expected() + " is expected");
+      values.Set(name, argument.otherwise ? Json::parse(argument.otherwise) : Json());
+      continue;
+    }
+    if (!argument.Fits(*value)) {
+      wrong(name, InMessage(*value) + " is not " + argument.Expected());
+    } else if (const std::string problem = argument.Contradiction(*value); !problem.empty()) {
+      wrong(name, InMessage(*value) + ": " + problem);
+    } else if (argument.type != Argument::Type::kFlag || value->get<bool>()) {
+      given.insert(name);
+    }
+    values.Set(name, *value);
+  }
+  // What contradicts another argument.
+  for (const Argument& argument : arguments) {
+    const std::string name = argument.name;
+    if (!given.contains(name)) continue;
+    if (argument.excludes && given.contains(argument.excludes)) {
+      wrong(argument.name,
+            "cannot be given together with '" + std::string(argument.excludes) + "'");
+    }
+    if (!name.starts_with("min_")) continue;
+    const std::string most = "max_" + name.substr(4);
+    if (!given.contains(most)) continue;
+    const double low = values.Number(name.c_str()), high = values.Number(most.c_str());
+    if (low > high) {
+      wrong(argument.name, Plain(low) + " is above '" + most + "', " + Plain(high));
+    }
+  }
+  return values;
 }
 
 }  // namespace quillon::kit

@@ -1,11 +1,13 @@
-// The arguments of a recipe's operations: what each may be, for the check of a recipe, for its
-// schema and for the documentation, and the values that a recipe gives them.
+// The arguments of operations: what each may be, for the checks of all fronts, for options, schema
+// and documentation; and the values that a command, a recipe or a program gives them.
 #pragma once
 
+#include <functional>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace quillon::kit {
@@ -20,6 +22,7 @@ struct Argument {
     kFlag,
     kChoice,
     kFile,
+    kFiles,       // a list of them
     kRange,       // [low, high]
     kWholeRange,  // [low, high]
     kWholes,      // `count` of them
@@ -33,10 +36,21 @@ struct Argument {
   std::vector<const char*> choices = {};
   size_t count = 0;
   const char* otherwise = nullptr;  // the value where none is given, as JSON; "null": no value
+  const char* unit = nullptr;       // "pixels"
+  const char* excludes = nullptr;   // an argument that cannot be given too
 
   // The same argument, which need not be given.
   Argument Or(const char* json) const;
   Argument Optional() const { return Or("null"); }
+  // The same argument, counted in a unit.
+  Argument In(const char* unit) const;
+  // The same argument, which cannot be given with another.
+  Argument Excludes(const char* other) const;
+
+  bool IsRequired() const { return !otherwise; }
+  bool HasDefault() const { return otherwise && std::string_view(otherwise) != "null"; }
+  // What it means, with its unit.
+  std::string Meaning() const;
 
   // "an odd whole number from 1 to 255"
   std::string Expected() const;
@@ -53,6 +67,7 @@ Argument Number(const char* name, double min, double max, const char* summary);
 Argument Flag(const char* name, const char* summary);
 Argument Choice(const char* name, std::vector<const char*> choices, const char* summary);
 Argument File(const char* name, const char* summary);
+Argument Files(const char* name, const char* summary);
 Argument Range(const char* name, double min, double max, const char* summary);
 Argument WholeRange(const char* name, double min, double max, const char* summary);
 Argument Wholes(const char* name, size_t count, const char* summary);
@@ -61,12 +76,14 @@ Argument Points(const char* name, const char* summary);
 // A number as people write it: 5, not 5.000000.
 std::string Plain(double value);
 
-// The values of a step that was checked. Asking for what the operation's row does not name throws.
+// The values of all arguments of an operation, checked. Asking for an argument that it does not
+// have throws.
 class Values {
  public:
   void Set(const std::string& name, Json value) { values_[name] = std::move(value); }
 
   bool Has(const char* name) const { return !values_.at(name).is_null(); }
+  const Json& At(const char* name) const { return values_.at(name); }
   int Whole(const char* name) const { return values_.at(name).get<int>(); }
   double Number(const char* name) const { return values_.at(name).get<double>(); }
   bool Flag(const char* name) const { return values_.at(name).get<bool>(); }
@@ -79,5 +96,14 @@ class Values {
  private:
   std::map<std::string, Json> values_;
 };
+
+// A value as a message shows it.
+std::string InMessage(const Json& value);
+
+// Reads the values of the arguments. `find` returns what is given for a name, null for nothing;
+// `wrong` is told all that cannot be used.
+Values ReadValues(const std::vector<Argument>& arguments,
+                  const std::function<const Json*(const std::string& name)>& find,
+                  const std::function<void(const char* name, const std::string& what)>& wrong);
 
 }  // namespace quillon::kit

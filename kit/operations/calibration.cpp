@@ -1,68 +1,70 @@
-// Flat field and lens correction, by parameter files that `quillon flatfield build` and `quillon
-// undistort build` made.
+// Flat field and lens correction, by parameter files that were made before.
+#include "kit/calibration/flat_field.h"
 #include "kit/calibration/lens.h"
-#include "kit/errors.h"
 #include "kit/operations/operation.h"
 
 namespace quillon::kit {
 namespace {
 
-// The gains stay with the picture object, whatever pixels it gets.
-struct FlatField : Tool {
-  GreyImage image;
-  int region[4] = {};  // first column, end, first row, end
+// A correction by the file that the argument `parameters` names.
+template <class Correction>
+struct CorrectionTool : Tool {
+  explicit CorrectionTool(const std::string& path) : correction(path) {}
+  std::vector<Detail> Details() const override;
+  Correction correction;
 };
 
-std::unique_ptr<Tool> LoadFlatField(const Values& values, const std::string& folder) {
-  const std::string path = InFolder(folder, values.Text("parameters"));
-  auto field = std::make_unique<FlatField>();
-  if (!IxFFCParaLoad(&field->image, field->region, path.c_str())) {
-    throw Failure("cannot open '" + path + "'");
-  }
-  return field;
+template <>
+std::vector<Detail> CorrectionTool<FlatFieldCorrection>::Details() const {
+  const auto& region = correction.Region();
+  return {{"xStart", "first column", double(region[0])},
+          {"xEnd", "end column", double(region[1])},
+          {"yStart", "first row", double(region[2])},
+          {"yEnd", "end row", double(region[3])}};
 }
 
-void CorrectField(const Call& call) {
-  auto& [image, region] = static_cast<FlatField&>(*call.tool);
-  image.CopyFrom(&call.a.picture);
-  IxFFCCalibrate(&image, region[0], region[1], region[2], region[3]);
-  call.result.picture.CopyFrom(&image);
+template <>
+std::vector<Detail> CorrectionTool<LensCorrection>::Details() const {
+  const GreyImage& map = correction.Map();
+  return {
+      {"xMin", "left", double(map.xMin)},           {"yMin", "top", double(map.yMin)},
+      {"xMax", "right", double(map.xMax)},          {"yMax", "bottom", double(map.yMax)},
+      {"centreX", "centre x", double(map.centreX)}, {"centreY", "centre y", double(map.centreY)}};
 }
 
-struct Lens : Tool {
-  explicit Lens(const std::string& path) : correction(path) {}
-  LensCorrection correction;
-};
-
-std::unique_ptr<Tool> LoadLens(const Values& values, const std::string& folder) {
-  return std::make_unique<Lens>(InFolder(folder, values.Text("parameters")));
+template <class Correction>
+std::unique_ptr<Tool> Load(const Values& values, const std::string& folder) {
+  return std::make_unique<CorrectionTool<Correction>>(InFolder(folder, values.Text("parameters")));
 }
 
-void CorrectLens(const Call& call) {
-  static_cast<Lens&>(*call.tool).correction.Apply(call.a.picture, call.result.picture);
+template <class Correction>
+void Correct(const Call& call) {
+  auto& tool = static_cast<CorrectionTool<Correction>&>(*call.tool);
+  tool.correction.Apply(*call.a.grey, call.result.picture);
 }
 
 }  // namespace
 
-std::vector<RecipeOperation> CalibrationOperations() {
-  constexpr std::array<Kind, 2> kPicture = {Kind::kPicture, Kind::kNone};
+std::vector<Operation> CalibrationOperations() {
+  constexpr const char* kFamily = "calibration";
   return {
       {.name = "flat-field",
-       .family = "calibration",
+       .family = kFamily,
        .summary = "evens out brightness by the gains of a file",
-       .inputs = kPicture,
-       .output = Kind::kPicture,
-       .arguments = {File("parameters", "made by quillon flatfield build")},
-       .run = CorrectField,
-       .prepare = LoadFlatField},
+       .arguments = {File("parameters", "made by quillon calibrate-flat-field")},
+       .exports = {{"IxFFCParaLoad", "gains and region of a file"},
+                   {"IxFFCCalibrate", "corrects a region by the gains"}},
+       .run = Correct<FlatFieldCorrection>,
+       .prepare = Load<FlatFieldCorrection>},
       {.name = "undistort",
-       .family = "calibration",
+       .family = kFamily,
        .summary = "takes the bend of a lens out; what lies outside the grid becomes black",
-       .inputs = kPicture,
-       .output = Kind::kPicture,
-       .arguments = {File("parameters", "made by quillon undistort build")},
-       .run = CorrectLens,
-       .prepare = LoadLens,
+       .arguments = {File("parameters", "made by quillon calibrate-lens")},
+       .exports = {{"IxDistortionParaLoad", "the fit of a file"},
+                   {"IxDistortionPreCalculate", "where each pixel comes from"},
+                   {"IxDistortionCalibrate", "a picture without the bend"}},
+       .run = Correct<LensCorrection>,
+       .prepare = Load<LensCorrection>,
        .movesPixels = true},
   };
 }

@@ -3,7 +3,30 @@
 #include <algorithm>
 #include <filesystem>
 
+#include "kit/errors.h"
+
 namespace quillon::kit {
+namespace {
+
+// The one error type, whatever went wrong below.
+template <class Work>
+auto Guarded(Work work) {
+  try {
+    return work();
+  } catch (const Failure&) {
+    throw;
+  } catch (const std::exception& error) {
+    throw Failure(error.what());
+  }
+}
+
+void RequirePicture(Kind kind, PictureView view) {
+  const bool isThere =
+      kind == Kind::kColour ? view.colour && view.colour->bits : view.grey && view.grey->bits;
+  if (!isThere) throw Failure(WithArticle(kind) + " with pixels is needed");
+}
+
+}  // namespace
 
 const char* NameOf(Kind kind) {
   switch (kind) {
@@ -17,32 +40,78 @@ const char* NameOf(Kind kind) {
       return "blobs";
     case Kind::kMatches:
       return "matches";
+    case Kind::kDefects:
+      return "defects";
   }
   return "";
 }
 
 std::string WithArticle(Kind kind) {
-  const bool isOne = kind == Kind::kPicture || kind == Kind::kColour;
-  return (isOne ? "a " : "") + std::string(NameOf(kind));
+  return (IsPicture(kind) ? "a " : "") + std::string(NameOf(kind));
 }
 
-const std::vector<RecipeOperation>& Operations() {
-  static const std::vector<RecipeOperation> operations = [] {
-    std::vector<RecipeOperation> all;
-    for (auto family : {PointOperations, FilterOperations, MorphologyOperations,
-                        CalibrationOperations, ObjectOperations}) {
-      for (RecipeOperation& operation : family()) all.push_back(std::move(operation));
+const std::vector<Operation>& Operations() {
+  static const std::vector<Operation> operations = [] {
+    std::vector<Operation> all;
+    for (auto family :
+         {ColorOperations, ThresholdOperations, ArithmeticOperations, GeometryOperations,
+          FilterOperations, MorphologyOperations, CalibrationOperations, BlobOperations,
+          MatchingOperations, BoardOperations}) {
+      for (Operation& operation : family()) all.push_back(std::move(operation));
     }
     return all;
   }();
   return operations;
 }
 
-const RecipeOperation* FindOperation(const std::string& name) {
+const Operation* FindOperation(std::string_view name) {
   const auto& all = Operations();
-  const auto found = std::find_if(all.begin(), all.end(),
-                                  [&](const RecipeOperation& row) { return row.name == name; });
+  const auto found =
+      std::find_if(all.begin(), all.end(), [&](const Operation& row) { return row.name == name; });
   return found == all.end() ? nullptr : &*found;
+}
+
+Values ReadValues(const Operation& operation, const Json& given) {
+  std::string problems;
+  const auto wrong = [&](const std::string& name, const std::string& what) {
+    problems += (problems.empty() ? "" : "; ") + ("argument '" + name + "': ") + what;
+  };
+  const auto find = [&](const std::string& name) {
+    const auto found = given.find(name);
+    return found == given.end() ? nullptr : &*found;
+  };
+  Values values = ReadValues(operation.arguments, find, wrong);
+  for (const auto& item : given.items()) {
+    const bool isKnown = std::any_of(operation.arguments.begin(), operation.arguments.end(),
+                                     [&](const Argument& row) { return item.key() == row.name; });
+    if (!isKnown) wrong(item.key(), "has no meaning here");
+  }
+  if (!problems.empty()) throw Failure(std::string(operation.name) + ": " + problems);
+  return values;
+}
+
+ReadyOperation::ReadyOperation(const Operation& operation, Values values, const std::string& folder)
+    : operation_(&operation), values_(std::move(values)) {
+  if (operation.prepare) tool_ = Guarded([&] { return operation.prepare(values_, folder); });
+}
+
+// Where an export does nothing, the result of the image before must not stay.
+void ReadyOperation::Run(PictureView a, PictureView b, Content& result) {
+  result.picture.Destroy();
+  result.colour.Destroy();
+  result.things.clear();
+  RequirePicture(operation_->inputs[0], a);
+  if (operation_->InputCount() == 2) RequirePicture(operation_->inputs[1], b);
+  Guarded([&] { operation_->run({values_, a, b, result, tool_.get()}); });
+  const bool isEmpty = (operation_->output == Kind::kPicture && !result.picture.bits) ||
+                       (operation_->output == Kind::kColour && !result.colour.bits);
+  if (isEmpty) {
+    throw Failure("nothing came out; the picture may be too small, or memory short");
+  }
+}
+
+std::vector<Detail> ReadyOperation::Details() const {
+  return tool_ ? tool_->Details() : std::vector<Detail>();
 }
 
 std::string InFolder(const std::string& folder, const std::string& name) {

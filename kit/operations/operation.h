@@ -1,5 +1,11 @@
-// What a step of a recipe can do. Everything that knows the operations - the check of a recipe, its
-// schema, the documentation and the inspection itself - reads them from the one table.
+// The operations: the one table that all fronts read. A command, a step of a recipe, its schema, a
+// function of a module, and the documentation of each are made from a row; nothing above this room
+// names an operation but its tests and documents.
+//
+//   const Operation* mean = FindOperation("mean");
+//   ReadyOperation ready(*mean, ReadValues(*mean, {{"size", 9}}));
+//   Content smooth;
+//   ready.Run({.grey = &image}, {}, smooth);    // smooth.picture
 #pragma once
 
 #include <array>
@@ -13,68 +19,118 @@
 
 namespace quillon::kit {
 
-enum class Kind { kNone, kPicture, kColour, kBlobs, kMatches };
+enum class Kind { kNone, kPicture, kColour, kBlobs, kMatches, kDefects };
 
-// "picture", "colour picture", "blobs", "matches"
+// "picture", "colour picture", "blobs", "matches", "defects"
 const char* NameOf(Kind kind);
 // "a picture", "blobs"
 std::string WithArticle(Kind kind);
+inline bool IsPicture(Kind kind) { return kind == Kind::kPicture || kind == Kind::kColour; }
 
-// A blob or a match, with what can be measured of it; 0 where that does not apply.
+// A blob, a match or a defect, with what can be measured of it; 0 where that does not apply.
 struct Thing {
   double area = 0, x = 0, y = 0, width = 0, height = 0, angle = 0, scale = 0, score = 0, mean = 0;
-  int left = 0, top = 0, right = 0, bottom = 0;  // a blob's outermost pixels
+  int left = 0, top = 0, right = 0, bottom = 0;  // the outermost pixels of a blob or a defect
   std::array<double, 8> corners = {};            // of the turned rectangle, x and y in turn
+  double missing = 0, extra = 0;                 // pixels of a defect
 };
 
-// The content of one name of a recipe, for one image.
+// What an operation makes: a picture, a colour picture, or things.
 struct Content {
   GreyImage picture;
   ColourImage colour;
   std::vector<Thing> things;
 };
 
-// What a step keeps from image to image: a taught template, parameters, scratch memory.
+// A picture to work on, in grey, in colour or both. It is neither copied nor changed.
+struct PictureView {
+  const GreyImage* grey = nullptr;
+  const ColourImage* colour = nullptr;
+};
+
+// Something that an operation can tell besides its result.
+struct Detail {
+  const char* key;
+  const char* heading;
+  double value;
+};
+
+// What an operation keeps from image to image: a taught template, parameters, scratch memory.
 struct Tool {
   virtual ~Tool() = default;
+  // Of the last image.
+  virtual std::vector<Detail> Details() const { return {}; }
 };
 
 struct Call {
   const Values& values;
-  Content& a;  // the first input
-  Content& b;  // the second, where there are two
+  PictureView a, b;  // the second where there are two
   Content& result;
   Tool* tool;
 };
 
-struct RecipeOperation {
-  const char* name;
-  const char* family;
-  const char* summary;
-  std::array<Kind, 2> inputs;  // the second is kNone where there is one
-  Kind output;
-  std::vector<Argument> arguments;
-  // Reads the result's picture, colour or things; leaves the inputs alone. Throws Failure.
-  void (*run)(const Call& call);
-  // Makes the step's tool, once for each thread. File names are relative to the folder of the
-  // recipe.
+// An exported function that an operation calls.
+struct Export {
+  const char* name;               // "IxSobel"
+  const char* summary = nullptr;  // that of the operation where there is none
+};
+
+struct Operation {
+  const char* name;     // words with hyphens between; underscores where a language wants them
+  const char* family;   // the heading under which lists show it
+  const char* summary;  // one line
+  std::array<Kind, 2> inputs = {Kind::kPicture,
+                                Kind::kNone};  // the second is kNone where it is one
+  Kind output = Kind::kPicture;
+  std::vector<Argument> arguments = {};
+  std::vector<Export> exports = {};
+  // Makes the result's picture, colour or things; leaves the inputs alone. Throws Failure.
+  void (*run)(const Call& call) = nullptr;
+  // Makes the tool, once for each thread. File names are relative to the folder.
   std::unique_ptr<Tool> (*prepare)(const Values& values, const std::string& folder) = nullptr;
   bool movesPixels = false;  // positions in the output are not those of the input
 
   size_t InputCount() const { return inputs[1] == Kind::kNone ? 1 : 2; }
 };
 
-const std::vector<RecipeOperation>& Operations();
+const std::vector<Operation>& Operations();
 
 // Null where there is none of this name.
-const RecipeOperation* FindOperation(const std::string& name);
+const Operation* FindOperation(std::string_view name);
+
+// The values for an operation from an object of those that are given. Throws Failure with all that
+// is wrong.
+Values ReadValues(const Operation& operation, const Json& given);
+
+// An operation with its values, ready for one picture after the other: one object for each thread.
+class ReadyOperation {
+ public:
+  // Teaches templates and loads parameters. Throws Failure.
+  ReadyOperation(const Operation& operation, Values values, const std::string& folder = "");
+
+  // What `result` held before is released. Throws Failure when nothing comes out.
+  void Run(PictureView a, PictureView b, Content& result);
+
+  std::vector<Detail> Details() const;
+  const Values& GivenValues() const { return values_; }
+
+ private:
+  const Operation* operation_;
+  Values values_;
+  std::unique_ptr<Tool> tool_;
+};
 
 // The parts of the table, a family each.
-std::vector<RecipeOperation> PointOperations();
-std::vector<RecipeOperation> FilterOperations();
-std::vector<RecipeOperation> MorphologyOperations();
-std::vector<RecipeOperation> ObjectOperations();
-std::vector<RecipeOperation> CalibrationOperations();
+std::vector<Operation> ColorOperations();
+std::vector<Operation> ThresholdOperations();
+std::vector<Operation> ArithmeticOperations();
+std::vector<Operation> GeometryOperations();
+std::vector<Operation> FilterOperations();
+std::vector<Operation> MorphologyOperations();
+std::vector<Operation> CalibrationOperations();
+std::vector<Operation> BlobOperations();
+std::vector<Operation> MatchingOperations();
+std::vector<Operation> BoardOperations();
 
 // A file name of a recipe as a path.
 std::string InFolder(const std::string& folder, const std::string& name);

@@ -52,9 +52,9 @@ std::optional<double> Measure(const Measurement& measurement, Kind kind, const C
 }
 
 // The argument that names a file, for messages about it.
-std::string FileField(const RecipeOperation& operation) {
+std::string FileField(const Operation& operation) {
   for (const Argument& argument : operation.arguments) {
-    if (argument.type == Argument::Type::kFile) {
+    if (argument.type == Argument::Type::kFile || argument.type == Argument::Type::kFiles) {
       return std::string(", field '") + argument.name + "'";
     }
   }
@@ -90,8 +90,7 @@ Inspector::Inspector(const Recipe& recipe, const std::string& folder)
   });
   for (const Step& step : recipe.steps) {
     try {
-      const auto prepare = step.operation->prepare;
-      tools_.push_back(prepare ? prepare(step.values, folder) : nullptr);
+      ready_.emplace_back(*step.operation, step.values, folder);
     } catch (const Failure& failure) {
       throw Failure("step '" + step.name + "'" + FileField(*step.operation) + ": " +
                     failure.what());
@@ -99,39 +98,55 @@ Inspector::Inspector(const Recipe& recipe, const std::string& folder)
   }
 }
 
-void Inspector::Read(const std::string& path) {
-  GreyImage& grey = contents_[kImageSlot].picture;
-  ColourImage& colour = contents_[kColourSlot].colour;
-  ReadImage(path, grey, colour);
-  isColour_ = colour.bits;
-  if (usesColour_ && !isColour_) ToColour(grey, colour);
-}
-
-// Where an export does nothing, the result of the image before must not stay.
-void Inspector::Run(const Step& step, Tool* tool) {
-  Content& result = contents_[static_cast<size_t>(step.output)];
-  result.picture.Destroy();
-  result.things.clear();
-  const auto first = static_cast<size_t>(step.inputs.front());
-  const auto last = static_cast<size_t>(step.inputs.back());
+void Inspector::Run(size_t number) {
+  const Step& step = recipe_.steps[number];
+  const auto view = [&](int slot) {
+    const Content& content = Of(slot);
+    return PictureView{&content.picture, &content.colour};
+  };
   try {
-    step.operation->run({step.values, contents_[first], contents_[last], result, tool});
-    if (step.operation->output == Kind::kPicture && !result.picture.bits) {
-      throw Failure("nothing came out; the picture may be too small, or memory short");
-    }
-  } catch (const std::exception& error) {
-    throw Failure("step '" + step.name + "': " + error.what());
+    ready_[number].Run(view(step.inputs.front()), view(step.inputs.back()),
+                       contents_[static_cast<size_t>(step.output)]);
+  } catch (const Failure& failure) {
+    throw Failure("step '" + step.name + "': " + failure.what());
   }
 }
 
 ImageRecord Inspector::Inspect(const std::string& path) {
-  ImageRecord record = {.image = path};
+  return Inspect(path,
+                 [&](GreyImage& grey, ColourImage& colour) { ReadImage(path, grey, colour); });
+}
+
+ImageRecord Inspector::Inspect(const GreyImage& image, const std::string& name) {
+  return Inspect(name, [&](GreyImage& grey, ColourImage& colour) {
+    grey.CopyFrom(&image);
+    colour.Destroy();
+    if (!grey.bits) throw Failure("the picture has no pixels");
+  });
+}
+
+ImageRecord Inspector::Inspect(const ColourImage& image, const std::string& name) {
+  return Inspect(name, [&](GreyImage& grey, ColourImage& colour) {
+    colour.CopyFrom(&image);
+    IxColorToGray(&colour, &grey);
+    if (!grey.bits) throw Failure("the picture has no pixels");
+  });
+}
+
+// `fill` makes the image in grey, and in colour where it has any.
+template <class Fill>
+ImageRecord Inspector::Inspect(const std::string& name, Fill fill) {
+  ImageRecord record = {.image = name};
   record.values.resize(recipe_.measurements.size());
   Verdict failure = Verdict::kUnreadable;
   try {
-    Read(path);
+    GreyImage& grey = contents_[kImageSlot].picture;
+    ColourImage& colour = contents_[kColourSlot].colour;
+    fill(grey, colour);
+    isColour_ = colour.bits;
+    if (usesColour_ && !isColour_) ToColour(grey, colour);
     failure = Verdict::kError;
-    for (size_t i = 0; i < recipe_.steps.size(); ++i) Run(recipe_.steps[i], tools_[i].get());
+    for (size_t i = 0; i < recipe_.steps.size(); ++i) Run(i);
   } catch (const std::exception& error) {
     record.verdict = failure;
     record.error = error.what();

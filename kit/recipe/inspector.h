@@ -29,8 +29,11 @@ struct ImageRecord {
 // Whether a value is within the limits. Without limits everything is, nothing included.
 bool Passes(const Measurement& measurement, const std::optional<double>& value);
 
-// Inspects one image after the other: one for each thread. Holds what the steps keep, and the
-// contents of all names for the image that was inspected last.
+// Inspects one image after the other: one object for each thread, each with its recipe beside it.
+// Holds what the steps keep, and the contents of all names for the image that was inspected last:
+//
+//   const ImageRecord record = inspector.Inspect(image);
+//   for (const Step& step : recipe.steps) Use(step.name, inspector.Of(step.output).things);
 class Inspector {
  public:
   // Teaches templates and loads parameters; `folder` is that of the recipe. Throws Failure with
@@ -38,19 +41,25 @@ class Inspector {
   Inspector(const Recipe& recipe, const std::string& folder);
 
   ImageRecord Inspect(const std::string& path);
+  // A picture in memory, which is copied; `name` stands in the record.
+  ImageRecord Inspect(const GreyImage& image, const std::string& name = "");
+  ImageRecord Inspect(const ColourImage& image, const std::string& name = "");
 
+  // What a slot holds since the last image: pictures, things. Where a step failed, those after it
+  // hold what they held before.
   const Content& Of(int slot) const { return contents_[static_cast<size_t>(slot)]; }
   bool IsColour() const { return isColour_; }  // the file; "color" may be made from grey
 
  private:
-  void Read(const std::string& path);
-  void Run(const Step& step, Tool* tool);
+  template <class Fill>
+  ImageRecord Inspect(const std::string& name, Fill fill);
+  void Run(size_t step);
 
   const Recipe& recipe_;
   bool usesColour_;
   bool isColour_ = false;
   std::unique_ptr<Content[]> contents_;  // images cannot be moved
-  std::vector<std::unique_ptr<Tool>> tools_;
+  std::vector<ReadyOperation> ready_;    // one for each step
 };
 
 }  // namespace quillon::kit::recipe

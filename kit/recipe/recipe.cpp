@@ -10,26 +10,29 @@
 namespace quillon::kit::recipe {
 
 const std::vector<Quantity>& Quantities() {
-  const std::vector<Kind> things = {Kind::kBlobs, Kind::kMatches};
+  const std::vector<Kind> things = {Kind::kBlobs, Kind::kMatches, Kind::kDefects};
+  const std::vector<Kind> turned = {Kind::kBlobs, Kind::kMatches};
   static const std::vector<Quantity> quantities = {
       {"count", "how many there are", nullptr, things, 0},
-      {"area", "pixels", &Thing::area, {Kind::kBlobs}, 0},
+      {"area", "pixels", &Thing::area, {Kind::kBlobs, Kind::kDefects}, 0},
       {"x", "column of the centre; of an edge-based match, of the reference point", &Thing::x,
        things, 2},
       {"y", "row of it", &Thing::y, things, 2},
-      {"width", "width of the turned rectangle", &Thing::width, things, 2},
-      {"height", "height of the turned rectangle", &Thing::height, things, 2},
-      {"angle", "degrees", &Thing::angle, things, 2},
+      {"width", "width of the turned rectangle, or of a defect's box", &Thing::width, things, 2},
+      {"height", "height of it", &Thing::height, things, 2},
+      {"angle", "degrees", &Thing::angle, turned, 2},
       {"scale", "size relative to the template", &Thing::scale, {Kind::kMatches}, 3},
       {"score", "likeness to the template, 1 for the same", &Thing::score, {Kind::kMatches}, 3},
       {"mean", "mean grey", &Thing::mean, {Kind::kPicture, Kind::kBlobs}, 1},
+      {"missing", "pixels of missing material", &Thing::missing, {Kind::kDefects}, 0},
+      {"extra", "pixels of extra material", &Thing::extra, {Kind::kDefects}, 0},
   };
   return quantities;
 }
 
 const std::vector<NamedWhich>& Whiches() {
   static const std::vector<NamedWhich> whiches = {
-      {"first", Which::kFirst, "the topmost blob, the best match"},
+      {"first", Which::kFirst, "the topmost blob or defect, the best match"},
       {"smallest", Which::kSmallest, "the smallest value"},
       {"largest", Which::kLargest, "the largest value"},
       {"mean", Which::kMean, "the mean of all values"},
@@ -46,14 +49,6 @@ Argument Limit(const char* name) {
 namespace {
 
 std::string Quote(std::string_view text) { return "'" + std::string(text) + "'"; }
-
-// A value as a message shows it.
-std::string Shown(const Json& value) {
-  constexpr size_t kMost = 60;
-  std::string text = value.dump(-1, ' ', true);  // escaped, so that it can be cut anywhere
-  if (text.size() > kMost) text = text.substr(0, kMost) + "...";
-  return text;
-}
 
 size_t EditDistance(std::string_view a, std::string_view b) {
   std::vector<size_t> row(b.size() + 1);
@@ -121,7 +116,8 @@ class Fields {
  public:
   Fields(const Json& object, std::string where, Problems& problems)
       : object_(object), where_(std::move(where)), problems_(problems) {
-    if (!object_.is_object()) problems_.push_back(Prefix() + Shown(object_) + " is not an object");
+    if (!object_.is_object())
+      problems_.push_back(Prefix() + InMessage(object_) + " is not an object");
   }
 
   bool IsObject() const { return object_.is_object(); }
@@ -151,7 +147,7 @@ class Fields {
     if (value->is_string() && !value->get_ref<const std::string&>().empty()) {
       return value->get<std::string>();
     }
-    Wrong(field, Shown(*value) + " is not " + expected);
+    Wrong(field, InMessage(*value) + " is not " + expected);
     return "";
   }
 
@@ -161,7 +157,7 @@ class Fields {
     if (value->is_string()) {
       note = value->get<std::string>();
     } else {
-      Wrong("note", Shown(*value) + " is not a text");
+      Wrong("note", InMessage(*value) + " is not a text");
     }
   }
 
@@ -172,7 +168,7 @@ class Fields {
     if (value->is_array() && !value->empty() && value->size() <= most) return value;
     const bool isLong = value->is_array() && !value->empty();
     Wrong(field,
-          (isLong ? "has " + std::to_string(value->size()) + " entries and" : Shown(*value)) +
+          (isLong ? "has " + std::to_string(value->size()) + " entries and" : InMessage(*value)) +
               " is not " + expected);
     return nullptr;
   }
@@ -261,9 +257,9 @@ class Parser {
       return;
     }
     const int frame = ParseInputs(fields, step);
-    for (const Argument& argument : step.operation->arguments) {
-      ParseArgument(fields, argument, step.values);
-    }
+    step.values = ReadValues(
+        step.operation->arguments, [&](const std::string& field) { return fields.Find(field); },
+        [&](const char* field, const std::string& what) { fields.Wrong(field, what); });
     step.output = Declare(fields, step.name, step.operation->output, frame);
     fields.RefuseOthers();
     recipe_.steps.push_back(std::move(step));
@@ -271,7 +267,7 @@ class Parser {
 
   static void UnknownOperation(const Fields& fields, const std::string& operation) {
     std::vector<std::string> names;
-    for (const RecipeOperation& row : Operations()) names.emplace_back(row.name);
+    for (const Operation& row : Operations()) names.emplace_back(row.name);
     const std::string suggestion = Suggestion(operation, names);
     fields.Wrong("operation",
                  "there is no operation " + Quote(operation) +
@@ -280,7 +276,7 @@ class Parser {
 
   // Returns the frame of the output.
   int ParseInputs(Fields& fields, Step& step) {
-    const RecipeOperation& operation = *step.operation;
+    const Operation& operation = *step.operation;
     const size_t count = operation.InputCount();
     const std::string expected = count == 1 ? "the name of " + WithArticle(operation.inputs[0])
                                             : "a list of two names of pictures";
@@ -290,7 +286,7 @@ class Parser {
     const Json names = isList ? *value : Json::array({*value});
     if (names.size() != count ||
         !std::all_of(names.begin(), names.end(), [](const Json& name) { return IsName(name); })) {
-      fields.Wrong("input", Shown(*value) + " is not " + expected);
+      fields.Wrong("input", InMessage(*value) + " is not " + expected);
       return 0;
     }
     int frame = 0;
@@ -330,21 +326,6 @@ class Parser {
     return static_cast<int>(found - slots.begin());
   }
 
-  static void ParseArgument(Fields& fields, const Argument& argument, Values& values) {
-    const Json* value = argument.otherwise ? fields.Find(argument.name)
-                                           : fields.Require(argument.name, argument.Expected());
-    if (!value) {
-      values.Set(argument.name, argument.otherwise ? Json::parse(argument.otherwise) : Json());
-      return;
-    }
-    if (!argument.Fits(*value)) {
-      fields.Wrong(argument.name, Shown(*value) + " is not " + argument.Expected());
-    } else if (const std::string wrong = argument.Contradiction(*value); !wrong.empty()) {
-      fields.Wrong(argument.name, Shown(*value) + ": " + wrong);
-    }
-    values.Set(argument.name, *value);
-  }
-
   // The slot of a step's output, which has the step's name unless it is given another.
   int Declare(Fields& fields, const std::string& stepName, Kind kind, int frame) {
     const std::string given = fields.Name("output", false);
@@ -372,7 +353,7 @@ class Parser {
     measurement.quantity = ParseQuantity(fields);
     const std::string input = fields.Name("input", true);
     if (!input.empty()) {
-      const std::vector<Kind> any = {Kind::kPicture, Kind::kBlobs, Kind::kMatches};
+      const std::vector<Kind> any = {Kind::kPicture, Kind::kBlobs, Kind::kMatches, Kind::kDefects};
       const int slot =
           FindInput(fields, input, measurement.quantity ? measurement.quantity->inputs : any);
       measurement.input = std::max(slot, 0);
@@ -433,7 +414,7 @@ class Parser {
     if (!value) return {};
     const Argument limit = Limit(name);
     if (limit.Fits(*value)) return value->get<double>();
-    fields.Wrong(name, Shown(*value) + " is not " + limit.Expected());
+    fields.Wrong(name, InMessage(*value) + " is not " + limit.Expected());
     return {};
   }
 
@@ -451,16 +432,20 @@ Recipe ParseRecipe(std::string_view text, Problems& problems) {
   return Parser(problems).Parse(json);
 }
 
+Recipe MakeRecipe(std::string_view text, const std::string& name) {
+  Problems problems;
+  Recipe recipe = ParseRecipe(text, problems);
+  if (problems.empty()) return recipe;
+  std::string message = name + " cannot be used:";
+  for (const std::string& problem : problems) message += "\n  " + problem;
+  throw Failure(message);
+}
+
 Recipe ReadRecipe(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
   if (!file) throw Failure("cannot open recipe '" + path + "'");
   const std::string text{std::istreambuf_iterator<char>(file), {}};
-  Problems problems;
-  Recipe recipe = ParseRecipe(text, problems);
-  if (problems.empty()) return recipe;
-  std::string message = "recipe '" + path + "' cannot be used:";
-  for (const std::string& problem : problems) message += "\n  " + problem;
-  throw Failure(message);
+  return MakeRecipe(text, "recipe '" + path + "'");
 }
 
 }  // namespace quillon::kit::recipe

@@ -1,11 +1,11 @@
-// A recipe: steps that turn an image into pictures, blobs and matches, and measurements with limits
-// that decide whether the image passes.
+// A recipe: steps that turn an image into pictures, blobs, matches and defects, and measurements
+// with limits that decide whether the image passes.
 //
 //   {
 //     "name": "Count the coins",
 //     "steps": [
 //       {"name": "bright", "operation": "otsu", "input": "image"},
-//       {"name": "coins", "operation": "blobs", "input": "bright", "area": [50, 100000]}
+//       {"name": "coins", "operation": "blobs", "input": "bright", "min_area": 50}
 //     ],
 //     "measurements": [
 //       {"name": "coins", "input": "coins", "value": "count", "min": 24, "max": 24}
@@ -36,7 +36,7 @@ constexpr int kImageSlot = 0, kColourSlot = 1;  // "image" and "color": every re
 
 struct Step {
   std::string name;
-  const RecipeOperation* operation = nullptr;
+  const Operation* operation = nullptr;
   Values values = {};
   std::vector<int> inputs = {};  // slots
   int output = 0;
@@ -88,6 +88,9 @@ using Problems = std::vector<std::string>;
 // Checks a recipe and makes it ready, from nothing but its bytes: no file is opened, any bytes may
 // be given. The recipe can be used when there are no problems.
 Recipe ParseRecipe(std::string_view text, Problems& problems);
+
+// The same, but throws Failure with all problems; `name` says in the message whose they are.
+Recipe MakeRecipe(std::string_view text, const std::string& name = "recipe");
 
 // The same from a file; throws Failure with the file's name and all problems.
 Recipe ReadRecipe(const std::string& path);

@@ -169,8 +169,12 @@ std::string Fingerprint(const Recipe& recipe, const std::string& folder) {
   uint64_t hash = Hash(0xcbf29ce484222325, recipe.canonical);
   for (const Step& step : recipe.steps) {
     for (const Argument& argument : step.operation->arguments) {
-      if (argument.type != Argument::Type::kFile) continue;
-      hash = Hash(hash, ReadBytes(InFolder(folder, step.values.Text(argument.name))));
+      std::vector<std::string> files;
+      if (argument.type == Argument::Type::kFile) files = {step.values.Text(argument.name)};
+      if (argument.type == Argument::Type::kFiles) {
+        files = step.values.List<std::string>(argument.name);
+      }
+      for (const std::string& file : files) hash = Hash(hash, ReadBytes(InFolder(folder, file)));
     }
   }
   char text[17];

@@ -98,7 +98,7 @@ struct Found {
 std::vector<Found> AllFound(const Recipe& recipe, const Inspector& inspector) {
   std::vector<Found> found;
   for (const Step& step : recipe.steps) {
-    if (step.operation->output == Kind::kPicture) continue;
+    if (IsPicture(step.operation->output)) continue;
     const int frame = recipe.slots[static_cast<size_t>(step.inputs[0])].frame;
     found.push_back({&step, &inspector.Of(step.output).things, frame});
   }
@@ -107,14 +107,14 @@ std::vector<Found> AllFound(const Recipe& recipe, const Inspector& inspector) {
 
 enum LayerNumber { kBox, kRectangle, kCentre, kNumber };
 
-void Draw(Picture& picture, const Thing& thing, int row, bool isBlob, const std::string& number) {
+void Draw(Picture& picture, const Thing& thing, int row, bool hasBox, const std::string& number) {
   Point corners[4];
   for (size_t i = 0; i < 4; ++i) corners[i] = {thing.corners[2 * i], thing.corners[2 * i + 1]};
-  if (isBlob) picture.Box({kBox, row}, thing.left, thing.top, thing.right, thing.bottom);
+  if (hasBox) picture.Box({kBox, row}, thing.left, thing.top, thing.right, thing.bottom);
   picture.Polygon({kRectangle, row}, corners);
   picture.Cross({kCentre, row}, {thing.x, thing.y});
   // A match's upper left corner shows which way up it is.
-  const Point at = isBlob
+  const Point at = hasBox
                        ? Point{thing.left - 0.5, thing.top - 1.0}
                        : Point{std::clamp(corners[0].x, 0.0, picture.Width() * 0.95), corners[0].y};
   picture.Label({kNumber, row}, at, number);
@@ -128,8 +128,9 @@ Findings Rows(const std::vector<Found>& found) {
     });
   };
   const bool blobs = has(Kind::kBlobs), matches = has(Kind::kMatches);
+  const bool areas = blobs || has(Kind::kDefects);
   Findings findings{.key = "things", .columns = {{"step", "step"}, {"n", "n"}}};
-  if (blobs) findings.columns.push_back({"area", "area"});
+  if (areas) findings.columns.push_back({"area", "area"});
   if (matches)
     findings.columns.insert(findings.columns.end(), {{"score", "score", 3}, {"scale", "scale", 3}});
   for (const char* name : {"x", "y", "width", "height", "angle"}) {
@@ -142,15 +143,16 @@ Findings Rows(const std::vector<Found>& found) {
     if (applies) findings.rows.back().back() = cell;
   };
   for (const Found& entry : found) {
-    const bool isBlob = entry.step->operation->output == Kind::kBlobs;
+    const Kind kind = entry.step->operation->output;
+    const bool isBlob = kind == Kind::kBlobs, isMatch = kind == Kind::kMatches;
     int64_t n = 0;
     for (const Thing& thing : *entry.things) {
       if (findings.rows.size() == kMostRows) return findings;
       findings.rows.emplace_back();
       add(true, entry.step->name);
       add(true, ++n);
-      if (blobs) add(isBlob, static_cast<int64_t>(thing.area));
-      if (matches) add(!isBlob, thing.score), add(!isBlob, thing.scale);
+      if (areas) add(!isMatch, static_cast<int64_t>(thing.area));
+      if (matches) add(isMatch, thing.score), add(isMatch, thing.scale);
       for (const double value : {thing.x, thing.y, thing.width, thing.height, thing.angle}) {
         add(true, value);
       }
@@ -217,7 +219,7 @@ void WritePage(const std::string& path, const Recipe& recipe, const ImageRecord&
       ++n;
       for (size_t i = 0; i < report.pictures.size(); ++i) {
         if (frames[i] != entry.frame) continue;
-        Draw(report.pictures[i], thing, row, entry.step->operation->output == Kind::kBlobs,
+        Draw(report.pictures[i], thing, row, entry.step->operation->output != Kind::kMatches,
              std::to_string(n));
       }
       ++row;

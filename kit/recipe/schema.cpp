@@ -18,7 +18,7 @@ Json Object(Json properties, Json required) {
           {"additionalProperties", false}};
 }
 
-Json StepSchema(const RecipeOperation& operation) {
+Json StepSchema(const Operation& operation) {
   const bool isPair = operation.InputCount() == 2;
   Json input = Text("what it works on: image, color, or the output of a step before");
   if (isPair) {
@@ -36,7 +36,7 @@ Json StepSchema(const RecipeOperation& operation) {
   Json required = {"name", "operation", "input"};
   for (const Argument& argument : operation.arguments) {
     properties[argument.name] = argument.Schema();
-    if (!argument.otherwise) required.push_back(argument.name);
+    if (argument.IsRequired()) required.push_back(argument.name);
   }
   Json schema = Object(std::move(properties), std::move(required));
   schema["description"] = operation.summary;
@@ -92,19 +92,19 @@ std::string Escaped(std::string text) {
   return text;
 }
 
-std::string InputsOf(const RecipeOperation& operation) {
+std::string InputsOf(const Operation& operation) {
   std::string text = NameOf(operation.inputs[0]);
   return operation.InputCount() == 2 ? "[" + text + ", " + NameOf(operation.inputs[1]) + "]" : text;
 }
 
-std::string ArgumentsOf(const RecipeOperation& operation) {
+std::string ArgumentsOf(const Operation& operation) {
   std::string text;
   for (const Argument& argument : operation.arguments) {
     if (!text.empty()) text += "<br>";
-    text += "`" + std::string(argument.name) + "` " + argument.Expected() + ": " + argument.summary;
-    if (!argument.otherwise) continue;
-    const bool hasDefault = std::string_view(argument.otherwise) != "null";
-    text += hasDefault ? " (`" + std::string(argument.otherwise) + "`)" : " (optional)";
+    text +=
+        "`" + std::string(argument.name) + "` " + argument.Expected() + ": " + argument.Meaning();
+    if (argument.IsRequired()) continue;
+    text += argument.HasDefault() ? " (`" + std::string(argument.otherwise) + "`)" : " (optional)";
   }
   return text;
 }
@@ -113,7 +113,7 @@ std::string ArgumentsOf(const RecipeOperation& operation) {
 
 Json RecipeSchema() {
   Json steps = Json::object();
-  for (const RecipeOperation& operation : Operations()) {
+  for (const Operation& operation : Operations()) {
     steps[operation.name] = StepSchema(operation);
   }
   const Json measurements = {{"measured-count", MeasurementSchema(true)},
@@ -135,7 +135,7 @@ Json RecipeSchema() {
 std::string OperationsInMarkdown() {
   std::string text =
       "| operation | input | output | what it does | arguments |\n|---|---|---|---|---|\n";
-  for (const RecipeOperation& operation : Operations()) {
+  for (const Operation& operation : Operations()) {
     text += "| `" + std::string(operation.name) + "` | " + InputsOf(operation) + " | " +
             NameOf(operation.output) + " | " + Escaped(operation.summary) + " | " +
             Escaped(ArgumentsOf(operation)) + " |\n";

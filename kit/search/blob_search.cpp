@@ -110,14 +110,14 @@ double LabelAll(RLERegion* region, const GreyImage& image, const GreyImage& bina
   const int64_t labelled = LabelledPixels(region, binary, 1, 1);
   if (labelled < expected) {
     throw Failure(
-        "too many blobs: labelling takes 50000 of them, in 300000 runs; narrow --band or "
-        "--polygon, or smooth the picture first");
+        "too many blobs: labelling takes 50000 of them, in 300000 runs; narrow the band or the "
+        "polygon, or smooth the picture first");
   }
   constexpr int kMostFeatures = 20'000;
   if (const int count = IxGetBlobCount(region); count > kMostFeatures) {
-    throw Failure(std::to_string(count) + " blobs are more than the " +
-                  std::to_string(kMostFeatures) +
-                  " that can be measured; narrow --band or --polygon, or smooth the picture first");
+    throw Failure(
+        std::to_string(count) + " blobs are more than the " + std::to_string(kMostFeatures) +
+        " that can be measured; narrow the band or the polygon, or smooth the picture first");
   }
   return share;
 }
@@ -149,6 +149,38 @@ std::vector<int> NumbersOf(const std::vector<BlobFeature>& selected,
     numbers.push_back(static_cast<int>(n++));
   }
   return numbers;
+}
+
+std::vector<FoundBlob> BlobFinder::Find(const GreyImage& image, const BlobQuery& query) {
+  if (query.band) {
+    band_ = *query.band;
+  } else {
+    const int level = OtsuLevel(image);
+    band_ = query.dark ? Band{0, level} : Band{level + 1, 255};
+  }
+  outline_ = query.polygon.empty() ? WholePicture(image) : query.polygon;
+  TurnClockwise(outline_);
+  MakeBinary(image, band_, binary_);
+  if (query.fillHoles) FillHoles(region_, binary_, 1);
+  IxPointToRegion(region_, outline_.data(), static_cast<int>(outline_.size() / 2));
+  share_ = LabelAll(region_, image, binary_);
+  found_ = 0;
+  // Where nothing was labelled, the features of the image before would stay.
+  if (!IxComputeAllBlobFeature(region_)) return {};
+  const std::vector<BlobFeature> all = SelectedBlobs(region_);
+  SelectBlobs(query.selection, region_);
+  const std::vector<BlobFeature> selected = SelectedBlobs(region_);
+  const std::vector<int> numbers = NumbersOf(selected, all);
+  found_ = all.size();
+  std::vector<FoundBlob> found;
+  for (size_t i = 0; i < selected.size(); ++i) {
+    int bound[4] = {};
+    IxGetnBlobBound(region_, numbers[i], bound);
+    const auto [left, right, top, bottom] = bound;
+    found.push_back({numbers[i], selected[i], left, top, right, bottom,
+                     IxGetnBlobGrayMean(&image, region_, numbers[i])});
+  }
+  return found;
 }
 
 }  // namespace quillon::kit

@@ -1,4 +1,7 @@
-// Finding blobs the way someone who counts parts wants them, for `quillon blobs` and for recipes.
+// Finding blobs the way someone who counts parts wants them.
+//
+//   BlobFinder finder;
+//   for (const FoundBlob& blob : finder.Find(image, {.fillHoles = true})) ...
 //
 // Labelling leaves out the last column of a region that ends there. Nobody who counts parts wants
 // that, so the picture is labelled with one spare column on its right. Tables that overflow without
@@ -8,6 +11,7 @@
 #include <climits>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include "quillon/quillon.h"
@@ -70,5 +74,45 @@ std::vector<BlobFeature> SelectedBlobs(RLERegion* region);
 // Blob numbers of the selected records.
 std::vector<int> NumbersOf(const std::vector<BlobFeature>& selected,
                            const std::vector<BlobFeature>& all);
+
+// ---- all of it ----------------------------------------------------------------------------------
+
+struct BlobQuery {
+  std::optional<Band> band = {};  // none: the pixels above Otsu's level
+  bool dark = false;              // without a band: those at or below it
+  bool fillHoles = false;
+  std::vector<int> polygon = {};  // x and y in turn; empty: the whole picture
+  BlobSelection selection = {};
+};
+
+struct FoundBlob {
+  int number;  // among all blobs, before the selection
+  BlobFeature feature;
+  int left, top, right, bottom;  // its outermost pixels
+  double mean;                   // of its grey values
+};
+
+// Searches one picture after the other; one object for each thread.
+class BlobFinder {
+ public:
+  // The selected blobs, in the order of their first pixels. Throws Failure.
+  std::vector<FoundBlob> Find(const GreyImage& image, const BlobQuery& query);
+
+  // Of the last search.
+  Band UsedBand() const { return band_; }
+  size_t FoundInAll() const { return found_; }
+  double ShareInPicture() const { return share_; }     // of the region
+  const GreyImage& Binary() const { return binary_; }  // what was labelled, with its spare column
+  RLERegion* Labelled() const { return region_; }
+  const std::vector<int>& Outline() const { return outline_; }  // of the region, clockwise
+
+ private:
+  Region region_;
+  GreyImage binary_;
+  Band band_ = {};
+  size_t found_ = 0;
+  double share_ = 0;
+  std::vector<int> outline_;
+};
 
 }  // namespace quillon::kit

@@ -31,7 +31,7 @@ std::vector<Json> Variants(const Json& test) {
   if (recipe.dump().find("\"LONG\"") != std::string::npos) {
     Json region = Json::array();
     for (int i = 0; i < 600; ++i) region.push_back({i % 2 ? 32767 : -32767, 0});
-    recipe["steps"][0]["region"] = region;
+    recipe["steps"][0]["polygon"] = region;
   }
   std::vector<Json> variants = {recipe};
   if (!test.contains("each")) return variants;

@@ -56,7 +56,7 @@ TEST(RunPages, HoldEveryImageMeasurementAndVerdict) {
     "steps": [
       {"name": "part <of> it", "operation": "crop", "input": "image", "left": 10, "top": 10, "width": 400, "height": 390},
       {"name": "bright", "operation": "otsu", "input": "part <of> it"},
-      {"name": "parts", "operation": "blobs", "input": "bright", "area": [50, 100000]}],
+      {"name": "parts", "operation": "blobs", "input": "bright", "min_area": 50, "max_area": 100000}],
     "measurements": [
       {"name": "parts", "input": "parts", "value": "count", "max": 8},
       {"name": "largest", "input": "parts", "value": "area", "which": "largest"}]})");
@@ -211,15 +211,15 @@ std::vector<Expected> AllExpected() {
   const Json box = {{"horizontal", 3}, {"vertical", 2}}, radius = {{"radius", 3}};
   return {
       {"threshold", {{"above", 90}}, Alone<IxThreshold>(90)},
-      {"band", {{"between", {60, 120}}}, Alone<IxDoubleThreshold>(60, 120)},
+      {"double-threshold", {{"between", {60, 120}}}, Alone<IxDoubleThreshold>(60, 120)},
       {"otsu", {}, Alone<IxOtsuThreshold>()},
       {"add", {}, Pair<IxImageAdd>()},
-      {"sub", {}, Pair<IxImageSub>()},
-      {"mul", {}, Pair<IxImageMul>()},
-      {"div", {}, Pair<IxImageDiv>()},
-      {"and", {}, Pair<IxImageBirwiseAND>()},
-      {"or", {}, Pair<IxImageBirwiseOR>()},
-      {"xor", {}, Pair<IxImageBirwiseXOR>()},
+      {"subtract", {}, Pair<IxImageSub>()},
+      {"multiply", {}, Pair<IxImageMul>()},
+      {"divide", {}, Pair<IxImageDiv>()},
+      {"bitwise-and", {}, Pair<IxImageBirwiseAND>()},
+      {"bitwise-or", {}, Pair<IxImageBirwiseOR>()},
+      {"bitwise-xor", {}, Pair<IxImageBirwiseXOR>()},
       {"equal", {}, Pair<IxImageEqual>()},
       {"not-equal", {}, Pair<IxImageNOTEqual>()},
       {"shift-left", {{"bits", 2}}, With<IxImageShiftLeft>(2)},
@@ -229,7 +229,8 @@ std::vector<Expected> AllExpected() {
       {"scale", {{"x", 0.7}, {"y", 1.3}}, With<IxImageScaling>(0.7, 1.3)},
       {"translate", {{"dx", 5}, {"dy", -7}}, With<IxImageTranslation>(5, -7)},
       {"rotate", {{"angle", 33}}, With<IxImageRotation>(33.0)},
-      {"rotate", {{"angle", 33}, {"bilinear", true}}, With<IxImageRotationBilinear>(33.0)},
+      {"rotate-bilinear", {{"angle", 33}}, With<IxImageRotationBilinear>(33.0)},
+      {"pyramid", {}, Plain<IxImgPyramid>()},
       {"crop",
        {{"left", 11}, {"top", 7}, {"width", 50}, {"height", 40}},
        [](GreyImage& image, GreyImage& result) {
@@ -240,33 +241,36 @@ std::vector<Expected> AllExpected() {
        }},
       {"sobel", {}, Plain<IxSobel>()},
       {"prewitt", {}, Plain<IxPrewitt>()},
-      {"robert", {}, Plain<IxRobert>()},
+      {"roberts", {}, Plain<IxRobert>()},
       {"laplacian", {}, Plain<IxLaplacian>()},
       {"laplacian-sharpen", {}, Plain<IxLaplacianSharping>()},
-      {"median3x3", {}, Plain<IxMedianFilter3x3>()},
-      {"median5x5", {}, Plain<IxMedianFilter5x5>()},
-      {"gaussian3x3", {}, Plain<IxGaussianSmoothing3x3>()},
-      {"gaussian5x5", {}, Plain<IxGaussianSmoothing5x5>()},
-      {"gaussian7x7", {}, Plain<IxGaussianSmoothing7x7>()},
+      {"median-3x3", {}, Plain<IxMedianFilter3x3>()},
+      {"median-5x5", {}, Plain<IxMedianFilter5x5>()},
+      {"gaussian-3x3", {}, Plain<IxGaussianSmoothing3x3>()},
+      {"gaussian-5x5", {}, Plain<IxGaussianSmoothing5x5>()},
+      {"gaussian-7x7", {}, Plain<IxGaussianSmoothing7x7>()},
       {"mean", {{"size", 9}}, With<IxMeanSmoothing>(9)},
-      {"convolution3x3", Weights(9), With<IxArbitraryConvolution3x3>(kWeights)},
-      {"convolution5x5", Weights(25), With<IxArbitraryConvolution5x5>(kWeights)},
-      {"convolution7x7", Weights(49), With<IxArbitraryConvolution7x7>(kWeights)},
-      {"dilate", box, InPlace<IxDilation>(3, 2)},
-      {"dilate-diamond", radius, InPlace<IxDilationDiamond>(3)},
-      {"dilate-circle", radius, InPlace<IxDilationCircle>(3)},
-      {"erode", box, InPlace<IxErosion>(3, 2)},
-      {"erode-diamond", radius, InPlace<IxErosionDiamond>(3)},
-      {"erode-circle", radius, InPlace<IxErosionCircle>(3)},
-      {"open", box, InPlace<IxOpening>(3, 2)},
-      {"open-diamond", radius, InPlace<IxOpeningDiamond>(3)},
-      {"open-circle", radius, InPlace<IxOpeningCircle>(3)},
-      {"close", box, InPlace<IxClosing>(3, 2)},
-      {"close-diamond", radius, InPlace<IxClosingDiamond>(3)},
-      {"close-circle", radius, InPlace<IxClosingCircle>(3)},
-      {"gradient", box, With<IxMorphGradient>(3, 2)},
-      {"gradient-diamond", radius, With<IxMorphGradientDiamond>(3)},
-      {"gradient-circle", radius, With<IxMorphGradientCircle>(3)},
+      {"mean-3x3", {}, Plain<IxMeanSmoothing3x3>()},
+      {"mean-5x5", {}, Plain<IxMeanSmoothing5x5>()},
+      {"mean-7x7", {}, Plain<IxMeanSmoothing7x7>()},
+      {"convolution-3x3", Weights(9), With<IxArbitraryConvolution3x3>(kWeights)},
+      {"convolution-5x5", Weights(25), With<IxArbitraryConvolution5x5>(kWeights)},
+      {"convolution-7x7", Weights(49), With<IxArbitraryConvolution7x7>(kWeights)},
+      {"dilation", box, InPlace<IxDilation>(3, 2)},
+      {"dilation-diamond", radius, InPlace<IxDilationDiamond>(3)},
+      {"dilation-circle", radius, InPlace<IxDilationCircle>(3)},
+      {"erosion", box, InPlace<IxErosion>(3, 2)},
+      {"erosion-diamond", radius, InPlace<IxErosionDiamond>(3)},
+      {"erosion-circle", radius, InPlace<IxErosionCircle>(3)},
+      {"opening", box, InPlace<IxOpening>(3, 2)},
+      {"opening-diamond", radius, InPlace<IxOpeningDiamond>(3)},
+      {"opening-circle", radius, InPlace<IxOpeningCircle>(3)},
+      {"closing", box, InPlace<IxClosing>(3, 2)},
+      {"closing-diamond", radius, InPlace<IxClosingDiamond>(3)},
+      {"closing-circle", radius, InPlace<IxClosingCircle>(3)},
+      {"morph-gradient", box, With<IxMorphGradient>(3, 2)},
+      {"morph-gradient-diamond", radius, With<IxMorphGradientDiamond>(3)},
+      {"morph-gradient-circle", radius, With<IxMorphGradientCircle>(3)},
       {"white-top-hat", box, With<IxMorphWhiteTopHat>(3, 2)},
       {"white-top-hat-diamond", radius, With<IxMorphWhiteTopHatDiamond>(3)},
       {"white-top-hat-circle", radius, With<IxMorphWhiteTopHatCircle>(3)},
@@ -284,7 +288,7 @@ recipe::Recipe Parsed(const Json& json) {
 }
 
 // With one inspector over three images, so that what stays from image to image would show.
-TEST(RecipeOperations, ArePixelByPixelWhatTheExportsMake) {
+TEST(Operations, ArePixelByPixelWhatTheExportsMake) {
   const Scratch scratch;
   WriteTray(scratch / "a.png", 3, 300, 260);
   WriteTray(scratch / "b.png", 4, 301, 270);
@@ -329,7 +333,7 @@ TEST(RecipeOperations, ArePixelByPixelWhatTheExportsMake) {
   }
 }
 
-TEST(RecipeOperations, ThatFindAndCalibrateAreWhatTheCommandsPrint) {
+TEST(Operations, ThatFindAndCalibrateAreWhatTheCommandsPrint) {
   const Scratch scratch;
   ASSERT_EQ(Quillon({"sample", scratch / "s"}).exitCode, 0);
   const std::string image = scratch / "s/tray.png";
@@ -360,7 +364,7 @@ TEST(RecipeOperations, ThatFindAndCalibrateAreWhatTheCommandsPrint) {
     {"name": "b", "operation": "lab", "input": "color", "channel": "b"},
     {"name": "red", "operation": "rgb", "input": "color", "channel": "red"},
     {"name": "gray", "operation": "gray", "input": "color"},
-    {"name": "blobs", "operation": "blobs", "input": "image", "band": [124, 255], "fill_holes": true, "area": [3000, 7000], "x": [100, 900]},
+    {"name": "blobs", "operation": "blobs", "input": "image", "band": [124, 255], "fill_holes": true, "min_area": 3000, "max_area": 7000, "center_x": [100, 900]},
     {"name": "matches", "operation": "match", "input": "image", "template": "bracket.png", "angle": [-180, 180]},
     {"name": "colours", "operation": "match-color", "input": "color", "template": "bracket.png", "angle": [-180, 180]},
     {"name": "located", "operation": "locate", "input": "image", "template": "bracket.png", "angle": [-40, 40]}],

@@ -1,0 +1,17 @@
+#include "kit/calibration/flat_field.h"
+
+#include "kit/errors.h"
+
+namespace quillon::kit {
+
+FlatFieldCorrection::FlatFieldCorrection(const std::string& path) {
+  if (!IxFFCParaLoad(&image_, region_, path.c_str())) throw Failure("cannot open '" + path + "'");
+}
+
+void FlatFieldCorrection::Apply(const GreyImage& image, GreyImage& corrected) {
+  image_.CopyFrom(&image);
+  IxFFCCalibrate(&image_, region_[0], region_[1], region_[2], region_[3]);
+  corrected.CopyFrom(&image_);
+}
+
+}  // namespace quillon::kit

@@ -1,0 +1,194 @@
+// Parts found by their grey values, colours or edges.
+#include "kit/images/image_files.h"
+#include "kit/operations/operation.h"
+#include "kit/operations/queries.h"
+
+namespace quillon::kit {
+namespace {
+
+// The turned rectangle of a template about its centre.
+std::array<double, 8> Corners(Point centre, double width, double height, double degrees) {
+  const Pose pose = {centre.x, centre.y, degrees};
+  std::array<double, 8> corners;
+  constexpr double kSides[4][2] = {{-0.5, -0.5}, {0.5, -0.5}, {0.5, 0.5}, {-0.5, 0.5}};
+  for (size_t i = 0; i < 4; ++i) {
+    const Point corner = pose.At(kSides[i][0] * width, kSides[i][1] * height);
+    corners[2 * i] = corner.x;
+    corners[2 * i + 1] = corner.y;
+  }
+  return corners;
+}
+
+// ---- grey values and colours --------------------------------------------------------------------
+
+struct Template : Tool {
+  PatternTool tool;
+  int width = 0, height = 0;
+};
+
+template <class Image>
+std::unique_ptr<Tool> LoadTemplate(const Values& values, const std::string& folder) {
+  const std::string path = InFolder(folder, values.Text("template"));
+  Image pattern;
+  ReadImage(path, pattern);
+  auto taught = std::make_unique<Template>();
+  taught->width = pattern.width;
+  taught->height = pattern.height;
+  taught->tool = TeachPattern(path, pattern, values);
+  return taught;
+}
+
+template <class Image>
+void Match(const Call& call, const Image& image) {
+  const auto& taught = static_cast<const Template&>(*call.tool);
+  const PatternQuery query = PatternQueryOf(call.values);
+  for (const NccResult& match : FindPattern(image, taught.tool.get(), query)) {
+    const double width = taught.width * match.scale, height = taught.height * match.scale;
+    call.result.things.push_back(
+        {.x = match.x,
+         .y = match.y,
+         .width = width,
+         .height = height,
+         .angle = match.angle,
+         .scale = match.scale,
+         .score = match.score,
+         .corners = Corners({match.x, match.y}, width, height, match.angle)});
+  }
+}
+
+// ---- edges --------------------------------------------------------------------------------------
+
+struct Edges : Tool {
+  EdgeTool tool;
+};
+
+std::unique_ptr<Tool> LoadPart(const Values& values, const std::string& folder) {
+  const std::string path = InFolder(folder, values.Text("template"));
+  GreyImage pattern;
+  ReadImage(path, pattern);
+  auto edges = std::make_unique<Edges>();
+  edges->tool = TeachEdges(path, pattern, values);
+  return edges;
+}
+
+void Locate(const Call& call) {
+  const GeoMatchTool& tool = *static_cast<const Edges&>(*call.tool).tool;
+  const EdgeMatch match = FindEdges(*call.a.grey, tool, EdgeQueryOf(call.values));
+  if (!match.found) return;
+  const GeoModelLevel& model = *tool.model;
+  const double width = model.width, height = model.height;
+  call.result.things.push_back(
+      {.x = match.pose.x,
+       .y = match.pose.y,
+       .width = width,
+       .height = height,
+       .angle = match.pose.degrees,
+       .scale = 1,
+       .score = match.score,
+       .corners = Corners(CentreOf(model, match.pose), width, height, match.pose.degrees)});
+}
+
+Argument Angles() {
+  return Range("angle", -360, 360, "search these angles, clockwise; without: as the template lies")
+      .In("degrees")
+      .Optional();
+}
+
+}  // namespace
+
+PatternQuery PatternQueryOf(const Values& values) {
+  PatternQuery query = {.minScore = values.Number("min_score"),
+                        .angle = {},
+                        .scale = values.List<double>("scale"),
+                        .most = values.Whole("max")};
+  if (values.Has("angle")) query.angle = values.List<double>("angle");
+  return query;
+}
+
+template <class Image>
+PatternTool TeachPattern(const std::string& name, const Image& pattern, const Values& values) {
+  PatternTool tool = TeachPattern(name, pattern, values.Flag("mask"));
+  std::optional<int> level;
+  if (values.Has("level")) level = values.Whole("level");
+  ChooseStartLevel(name, values.List<double>("scale")[0], level, tool.get());
+  return tool;
+}
+template PatternTool TeachPattern(const std::string&, const GreyImage&, const Values&);
+template PatternTool TeachPattern(const std::string&, const ColourImage&, const Values&);
+
+EdgeQuery EdgeQueryOf(const Values& values) {
+  EdgeQuery query = {values.Number("min_score"), values.Number("greediness"), {}, {}};
+  if (values.Has("angle")) {
+    const auto angle = values.List<double>("angle");
+    query.lowest = angle[0];
+    query.highest = angle[1];
+  }
+  return query;
+}
+
+EdgeTool TeachEdges(const std::string& name, const GreyImage& pattern, const Values& values) {
+  const auto strength = values.List<double>("edges");
+  return TeachEdges(name, pattern, strength[0], strength[1]);
+}
+
+std::vector<Operation> MatchingOperations() {
+  constexpr const char* kFamily = "matching";
+  const std::vector<Argument> arguments = {
+      File("template", "the picture to find"),
+      Angles(),
+      Range("scale", 0.1, 10, "search these sizes, relative to the template").Or("[1, 1]"),
+      Number("min_score", 0, 1, "correlation that is a match").Or("0.7"),
+      Whole("max", 1, 500, "at most this many, the best").Or("50"),
+      Whole("level", 0, 6,
+            "start the search at this level of the pyramid: 0 is full resolution, slow and sure; "
+            "without: as coarse as the template and the scale allow")
+          .Optional(),
+      Flag("mask", "black pixels of the template do not count").Or("false"),
+  };
+  return {
+      {.name = "match",
+       .family = kFamily,
+       .summary = "places of a template by its grey values, the best first",
+       .output = Kind::kMatches,
+       .arguments = arguments,
+       .exports = {{"IxCreateNCCTool", "a tool that will hold a template"},
+                   {"IxCreateNCCMatchModel", "teach a grey template"},
+                   {"IxGet_DefaultPyramidLevel", "the coarsest level of the template"},
+                   {"IxGet_CurrentPyramidLevel", "the level where a search starts"},
+                   {"IxSetPyramidLevel", "start searches at another level"},
+                   {"IxFindNCCMatchModel", "find a grey template"},
+                   {"IxGetNCCMatchResults", "one match of the last search"},
+                   {"IxDestroyNCCModel", "release the tool"}},
+       .run = [](const Call& call) { Match(call, *call.a.grey); },
+       .prepare = LoadTemplate<GreyImage>},
+      {.name = "match-color",
+       .family = kFamily,
+       .summary = "places of a template by its colours, the best first",
+       .inputs = {Kind::kColour, Kind::kNone},
+       .output = Kind::kMatches,
+       .arguments = arguments,
+       .exports = {{"IxCreateNCCMatchColorModel", "teach a colour template"},
+                   {"IxFindNCCMatchColorModel", "find a colour template"}},
+       .run = [](const Call& call) { Match(call, *call.a.colour); },
+       .prepare = LoadTemplate<ColourImage>},
+      {.name = "locate",
+       .family = kFamily,
+       .summary = "the best place of a part by its edges, whatever its brightness and angle",
+       .output = Kind::kMatches,
+       .arguments = {File("template", "a picture of the part"), Angles(),
+                     Number("min_score", 0, 1, "agreement of the edges that is a match").Or("0.5"),
+                     Number("greediness", 0, 0.99,
+                            "how early a place is given up: 0 never wrongly, 0.99 fastest")
+                         .Or("0.7"),
+                     Range("edges", 0, 255, "limits of edge strength, 255 for the strongest")
+                         .Or("[30, 80]")},
+       .exports = {{"IxCreateGeoTool", "a tool that will hold an edge template"},
+                   {"IxCreateGeoMatchModel", "teach the edges of a template"},
+                   {"IxFindGeoMatchModel", "find the taught edges"},
+                   {"IxDestroyMatchModel", "release the tool"}},
+       .run = Locate,
+       .prepare = LoadPart},
+  };
+}
+
+}  // namespace quillon::kit
