@@ -1,8 +1,8 @@
 // Row kernels of pixel arithmetic: each rule once, on vectors of bytes. Compiled once per level.
 #include "arith/arithmetic_kernels.h"
 
-#include "point/byte_table.h"
 #include "simd/blocks.h"
+#include "simd/byte_table.h"
 
 namespace quillon::QUILLON_LEVEL {
 namespace {
@@ -107,7 +107,7 @@ void PairRow(const uint8_t* a, const uint8_t* b, uint8_t* out, int count) {
   }
 }
 
-#if QUILLON_AVX512
+#if QUILLON_BYTE_TABLES
 
 // The greatest r below 65536 / b for every b, its two bytes in a table each. (a + 1) * r >> 16 is a
 // / b: with a = q b + c and r = 65536 / b - e, 0 < e <= 1, the product stays below (q + 1) * 65536
@@ -132,28 +132,27 @@ constexpr Reciprocals kReciprocals = MakeReciprocals();
 // Whole vectors look reciprocals up, 2.5 times as fast as estimating them in float; the rest of the
 // row is estimated.
 void DivideRow(const uint8_t* a, const uint8_t* b, uint8_t* out, int count) {
+  constexpr int kBlock = kVectorBytes;
+  using Lanes = U16<kBlock / 2>;
   const ByteTable lows(kReciprocals.low), highs(kReciprocals.high);
-  const __m512i zero = _mm512_setzero_si512(), one = _mm512_set1_epi16(1);
+  const U8<kBlock> none = {};
   int x = 0;
-  for (; x <= count - 64; x += 64) {
-    const __m512i dividends = BitCast<__m512i>(Load<uint8_t, 64>(a + x));
-    const __m512i divisors = BitCast<__m512i>(Load<uint8_t, 64>(b + x));
-    const __m512i low = lows.At(divisors), high = highs.At(divisors);
-    const __m512i first =
-        _mm512_mulhi_epu16(_mm512_add_epi16(_mm512_unpacklo_epi8(dividends, zero), one),
-                           _mm512_unpacklo_epi8(low, high));
-    const __m512i second =
-        _mm512_mulhi_epu16(_mm512_add_epi16(_mm512_unpackhi_epi8(dividends, zero), one),
-                           _mm512_unpackhi_epi8(low, high));
-    const __mmask64 endless = _mm512_mask_test_epi8_mask(_mm512_testn_epi8_mask(divisors, divisors),
-                                                         dividends, dividends);
-    const __m512i quotients = _mm512_packus_epi16(first, second);
-    Store(out + x, _mm512_mask_blend_epi8(endless, quotients, _mm512_set1_epi8(-1)));
+  for (; x <= count - kBlock; x += kBlock) {
+    const auto dividends = Load<uint8_t, kBlock>(a + x), divisors = Load<uint8_t, kBlock>(b + x);
+    const auto low = lows.At(divisors), high = highs.At(divisors);
+    const auto quotients = [&](auto dividend, auto reciprocal) {
+      return BitCast<I16<kBlock / 2>>(
+          MulHigh(BitCast<Lanes>(dividend) + 1, BitCast<Lanes>(reciprocal)));
+    };
+    const auto whole = PackWithin16(quotients(ZipLow(dividends, none), ZipLow(low, high)),
+                                    quotients(ZipHigh(dividends, none), ZipHigh(low, high)));
+    const auto endless = (divisors == 0) & (dividends != 0);
+    Store(out + x, endless ? none + 255 : whole);
   }
   PairRow<Divide>(a + x, b + x, out + x, count - x);
 }
 
-#elif QUILLON_AVX2
+#elif QUILLON_BYTE_SHUFFLES
 
 // Division without a divider: a / b from a * r >> 8, where r is 256 / b rounded up. This level
 // looks up only 16 entries at a time, so r is the sum of up to four lookups, modulo 256: one by b
@@ -221,56 +220,51 @@ static_assert(EstimatesAreClose());
 // silent for divisors that are none of its business.
 class Divider {
  public:
-  QUILLON_INLINE U8<32> Quotients(U8<32> a, U8<32> b) const {
-    const auto at = [](__m256i table, U8<32> place) {
-      return BitCast<U8<32>>(_mm256_shuffle_epi8(table, BitCast<__m256i>(place)));
-    };
-    const U8<32> small = AddSaturate(b, Splat<uint8_t, 32>(0x80 - 16));
-    const U8<32> fours = QuarterOf(b), sixteens = QuarterOf(fours);
-    const U8<32> low =
-        (at(below16_, small) + at(below32_, AddSaturate(b, Splat<uint8_t, 32>(0x80 - 32)))) +
-        (at(byFours_, Min(fours, Splat<uint8_t, 32>(16))) + at(bySixteens_, sixteens));
-    const U8<32> high = at(beyond16_, small), none = {};
-    return BitCast<U8<32>>(_mm256_packus_epi16(
+  static constexpr int kBlock = kVectorBytes;
+  using Bytes = U8<kBlock>;
+  using Lanes = U16<kBlock / 2>;
+
+  QUILLON_INLINE Bytes Quotients(Bytes a, Bytes b) const {
+    const Bytes none = {};
+    const Bytes small = AddSaturate(b, none + (0x80 - 16));
+    const Bytes fours = QuarterOf(b), sixteens = QuarterOf(fours);
+    const Bytes low =
+        (ShuffleBytes(below16_, small) +
+         ShuffleBytes(below32_, AddSaturate(b, none + (0x80 - 32)))) +
+        (ShuffleBytes(byFours_, Min(fours, none + 16)) + ShuffleBytes(bySixteens_, sixteens));
+    const Bytes high = ShuffleBytes(beyond16_, small);
+    return PackWithin16(
         Half(ZipLow(none, a), ZipLow(a, none), ZipLow(b, none), ZipLow(low, high)),
-        Half(ZipHigh(none, a), ZipHigh(a, none), ZipHigh(b, none), ZipHigh(low, high))));
+        Half(ZipHigh(none, a), ZipHigh(a, none), ZipHigh(b, none), ZipHigh(low, high)));
   }
 
  private:
-  QUILLON_INLINE static __m256i Twice(const uint8_t* table) {
-    return _mm256_broadcastsi128_si256(BitCast<__m128i>(Load<uint8_t, 16>(table)));
-  }
   // v / 4, rounded up.
-  QUILLON_INLINE static U8<32> QuarterOf(U8<32> v) {
-    const __m256i none = _mm256_setzero_si256();
-    return BitCast<U8<32>>(_mm256_avg_epu8(_mm256_avg_epu8(BitCast<__m256i>(v), none), none));
-  }
-  // Bytes of a and b alternately, within each 16 bytes.
-  QUILLON_INLINE static U16<16> ZipLow(U8<32> a, U8<32> b) {
-    return BitCast<U16<16>>(_mm256_unpacklo_epi8(BitCast<__m256i>(a), BitCast<__m256i>(b)));
-  }
-  QUILLON_INLINE static U16<16> ZipHigh(U8<32> a, U8<32> b) {
-    return BitCast<U16<16>>(_mm256_unpackhi_epi8(BitCast<__m256i>(a), BitCast<__m256i>(b)));
-  }
+  QUILLON_INLINE static Bytes QuarterOf(Bytes v) { return Average(Average(v, Bytes{}), Bytes{}); }
   // Half of the quotients, in 16-bit lanes: the estimate, less one where estimate * b is above a.
-  QUILLON_INLINE static __m256i Half(U16<16> a256, U16<16> a, U16<16> b, U16<16> reciprocal) {
-    const U16<16> estimate = MulHigh(a256, reciprocal);
-    const auto above = BitCast<I16<16>>(estimate * b) > BitCast<I16<16>>(a);
-    return BitCast<__m256i>((estimate + BitCast<U16<16>>(above)) & 255);
+  // The bytes of two vectors make up each argument's lanes: of 0 and a, a * 256.
+  QUILLON_INLINE static I16<kBlock / 2> Half(Bytes a256, Bytes a, Bytes b, Bytes reciprocal) {
+    const Lanes estimate = MulHigh(BitCast<Lanes>(a256), BitCast<Lanes>(reciprocal));
+    const auto above =
+        BitCast<I16<kBlock / 2>>(estimate * BitCast<Lanes>(b)) > BitCast<I16<kBlock / 2>>(a);
+    return BitCast<I16<kBlock / 2>>((estimate + BitCast<Lanes>(above)) & 255);
   }
 
-  const __m256i below16_ = Twice(kParts.below16), beyond16_ = Twice(kParts.beyond16),
-                below32_ = Twice(kParts.below32), byFours_ = Twice(kParts.byFours),
-                bySixteens_ = Twice(kParts.bySixteens);
+  const Bytes below16_ = Repeat16<kBlock>(kParts.below16),
+              beyond16_ = Repeat16<kBlock>(kParts.beyond16),
+              below32_ = Repeat16<kBlock>(kParts.below32),
+              byFours_ = Repeat16<kBlock>(kParts.byFours),
+              bySixteens_ = Repeat16<kBlock>(kParts.bySixteens);
 };
 
 // Whole vectors look reciprocals up, 1.5 times as fast as estimating them in float; the rest of the
 // row is estimated.
 void DivideRow(const uint8_t* a, const uint8_t* b, uint8_t* out, int count) {
+  constexpr int kBlock = Divider::kBlock;
   const Divider divider;
   int x = 0;
-  for (; x <= count - 32; x += 32) {
-    Store(out + x, divider.Quotients(Load<uint8_t, 32>(a + x), Load<uint8_t, 32>(b + x)));
+  for (; x <= count - kBlock; x += kBlock) {
+    Store(out + x, divider.Quotients(Load<uint8_t, kBlock>(a + x), Load<uint8_t, kBlock>(b + x)));
   }
   PairRow<Divide>(a + x, b + x, out + x, count - x);
 }
@@ -311,7 +305,7 @@ void InvertRow(const uint8_t* from, uint8_t* out, int count) {
   MapRow(from, out, count, [](auto pixels) { return ~pixels; });
 }
 
-#if QUILLON_AVX512
+#if QUILLON_BYTE_TABLES
 
 // At this level a table lookup is faster: 46 us for an image on which the line took 88.
 constexpr decltype(ArithmeticKernels::LineRow) LineRow = nullptr;

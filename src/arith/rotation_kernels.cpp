@@ -4,8 +4,6 @@
 
 #include <stddef.h>
 
-#include <utility>
-
 #include "simd/blocks.h"
 
 namespace quillon::QUILLON_LEVEL {
@@ -18,12 +16,6 @@ using Longs = I32<kLanes>;
 using Floats = F32<kLanes>;
 
 constexpr int kUnit = 1 << kPositionBits;
-
-QUILLON_INLINE uint16_t LoadPair(const uint8_t* from) {
-  uint16_t pair;
-  __builtin_memcpy(&pair, from, sizeof pair);
-  return pair;
-}
 
 QUILLON_INLINE double SourceX(const RotatedRow& row, int x) {
   return (row.columnX[x] + row.rowX) + row.originX;
@@ -72,35 +64,14 @@ QUILLON_INLINE void Locate(const RotatedRow& row, int x, int count, Run& run, co
 
 // ---- nearest ------------------------------------------------------------------------------------
 
-constexpr auto kEight = std::make_integer_sequence<int, 8>{};
-// The floor inserts two bytes at once.
-constexpr int kPixelInserts = QUILLON_AVX2 ? 8 : 4;
-constexpr auto kInserts = std::make_integer_sequence<int, kPixelInserts>{};
-
 // Whether eight pixels follow one another in memory, as they mostly do where an image is turned a
 // little. Positions never step by more than 1 and never turn back; another line would be farther
 // off than a group, which no row is shorter than.
 QUILLON_INLINE bool FollowEachOther(const int32_t* offsets) { return offsets[7] - offsets[0] == 7; }
 
-QUILLON_INLINE __m128i LoadEight(const uint8_t* from) {
-  return _mm_loadl_epi64(reinterpret_cast<const __m128i*>(from));
-}
-
-// Eight pixels in the lower half. From all over the image, they are inserted into a register one by
-// one: written to memory singly, they would cost twice as much.
-template <int... kLane>
-QUILLON_INLINE __m128i CollectPixels(const uint8_t* start, const int32_t* offsets,
-                                     std::integer_sequence<int, kLane...>) {
-  if (FollowEachOther(offsets)) return LoadEight(start + offsets[0]);
-  __m128i pixels = _mm_setzero_si128();
-#if QUILLON_AVX2
-  ((pixels = _mm_insert_epi8(pixels, start[offsets[kLane]], kLane)), ...);
-#else
-  ((pixels = _mm_insert_epi16(
-        pixels, start[offsets[2 * kLane]] | start[offsets[2 * kLane + 1]] << 8, kLane)),
-   ...);
-#endif
-  return pixels;
+// Eight pixels in the lower half.
+QUILLON_INLINE U8<16> LoadEight(const uint8_t* start, const int32_t* offsets) {
+  return FollowEachOther(offsets) ? LoadHalf(start + offsets[0]) : CollectBytes(start, offsets);
 }
 
 void NearestRow(const RotatedRow& given, uint8_t* out, int first, int end) {
@@ -126,9 +97,8 @@ void NearestRow(const RotatedRow& given, uint8_t* out, int first, int end) {
     }
     int i = 0;
     for (; i <= count - kGroup; i += kGroup) {
-      const __m128i low = CollectPixels(row.start, run.offsets + i, kInserts);
-      const __m128i high = CollectPixels(row.start, run.offsets + i + 8, kInserts);
-      Store(out + x + i, _mm_unpacklo_epi64(low, high));
+      Store(out + x + i, JoinLowHalves(LoadEight(row.start, run.offsets + i),
+                                       LoadEight(row.start, run.offsets + i + 8)));
     }
     for (; i < count; ++i) out[x + i] = row.start[run.offsets[i]];
   }
@@ -140,14 +110,7 @@ void NearestRow(const RotatedRow& given, uint8_t* out, int first, int end) {
 QUILLON_INLINE double Between(double a, double b, double share) { return a + (b - a) * share; }
 
 // The same, rounded less often where that is faster.
-QUILLON_INLINE Floats Between(Floats a, Floats b, Floats share) {
-#if QUILLON_AVX512
-  const __m512 from = BitCast<__m512>(a);
-  return BitCast<Floats>(_mm512_fmadd_ps(BitCast<__m512>(b - a), BitCast<__m512>(share), from));
-#else
-  return a + (b - a) * share;
-#endif
-}
+QUILLON_INLINE Floats Between(Floats a, Floats b, Floats share) { return MulAdd(b - a, share, a); }
 
 // Linear interpolation of four pixels, in T.
 template <class T>
@@ -173,49 +136,16 @@ uint8_t ExactPixel(const RotatedRow& row, int x) {
 constexpr float kDoubt = 0x1p-12f;
 
 // Each of eight pixels with its right neighbour, in 16 bits.
-template <int... kLane>
-QUILLON_INLINE __m128i CollectPairs(const uint8_t* from, const int32_t* offsets,
-                                    std::integer_sequence<int, kLane...>) {
-  if (FollowEachOther(offsets)) {
-    return _mm_unpacklo_epi8(LoadEight(from + offsets[0]), LoadEight(from + offsets[0] + 1));
-  }
-  __m128i pairs = _mm_setzero_si128();
-  ((pairs = _mm_insert_epi16(pairs, LoadPair(from + offsets[kLane]), kLane)), ...);
-  return pairs;
+QUILLON_INLINE U16<8> LoadEightPairs(const uint8_t* from, const int32_t* offsets) {
+  return BitCast<U16<8>>(FollowEachOther(offsets)
+                             ? ZipLow(LoadHalf(from + offsets[0]), LoadHalf(from + offsets[0] + 1))
+                             : CollectBytePairs(from, offsets));
 }
 
 // The pairs of a group in 32-bit lanes.
 QUILLON_INLINE void LoadPairs(const uint8_t* from, const int32_t* offsets,
                               Longs (&pairs)[kVectors]) {
-  const __m128i low = CollectPairs(from, offsets, kEight);
-  const __m128i high = CollectPairs(from, offsets + 8, kEight);
-#if QUILLON_AVX512
-  const auto both = Join(BitCast<U64<2>>(low), BitCast<U64<2>>(high));
-  pairs[0] = BitCast<Longs>(_mm512_maskz_cvtepu16_epi32(0xFFFF, BitCast<__m256i>(both)));
-#elif QUILLON_AVX2
-  pairs[0] = BitCast<Longs>(_mm256_cvtepu16_epi32(low));
-  pairs[1] = BitCast<Longs>(_mm256_cvtepu16_epi32(high));
-#else
-  const __m128i zero = _mm_setzero_si128();
-  pairs[0] = BitCast<Longs>(_mm_unpacklo_epi16(low, zero));
-  pairs[1] = BitCast<Longs>(_mm_unpackhi_epi16(low, zero));
-  pairs[2] = BitCast<Longs>(_mm_unpacklo_epi16(high, zero));
-  pairs[3] = BitCast<Longs>(_mm_unpackhi_epi16(high, zero));
-#endif
-}
-
-// Lanes of 0 ... 255 as bytes.
-QUILLON_INLINE U8<16> PackGroup(const Longs (&values)[kVectors]) {
-#if QUILLON_AVX512
-  return BitCast<U8<16>>(_mm512_maskz_cvtepi32_epi8(0xFFFF, BitCast<__m512i>(values[0])));
-#elif QUILLON_AVX2
-  const auto words = PackLanes(values[0], values[1]);
-  const __m128i low = BitCast<__m128i>(Low(words)), high = BitCast<__m128i>(High(words));
-  return BitCast<U8<16>>(_mm_packus_epi16(low, high));
-#else
-  const auto low = PackLanes(values[0], values[1]), high = PackLanes(values[2], values[3]);
-  return BitCast<U8<16>>(_mm_packus_epi16(BitCast<__m128i>(low), BitCast<__m128i>(high)));
-#endif
+  WidenWords(LoadEightPairs(from, offsets), LoadEightPairs(from, offsets + 8), pairs);
 }
 
 void BilinearRow(const RotatedRow& given, uint8_t* out, int first, int end) {
@@ -245,9 +175,9 @@ void BilinearRow(const RotatedRow& given, uint8_t* out, int first, int end) {
         least[v] = Convert<int32_t, kLanes>(value + (0.5f - kDoubt));
         most[v] = Convert<int32_t, kLanes>(value + (0.5f + kDoubt));
       }
-      const U8<16> pixels = PackGroup(least);
+      const U8<16> pixels = PackToBytes(least);
       Store(out + x + i, pixels);
-      auto doubtful = static_cast<uint32_t>(MoveMask(pixels != PackGroup(most)));
+      auto doubtful = static_cast<uint32_t>(MoveMask(pixels != PackToBytes(most)));
       for (; doubtful != 0; doubtful &= doubtful - 1) {
         const int at = x + i + __builtin_ctz(doubtful);
         out[at] = ExactPixel(row, at);

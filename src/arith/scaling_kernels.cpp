@@ -11,32 +11,30 @@ QUILLON_INLINE void PickSingly(const uint8_t* from, uint8_t* to, int count,
   for (int x = 0; x < count; ++x) to[x] = from[columns[x]];
 }
 
-#if QUILLON_AVX2
-QUILLON_INLINE __m128i LoadWindow(const uint8_t* from) {
-  return BitCast<__m128i>(Load<uint8_t, 16>(from));
-}
+#if QUILLON_BYTE_SHUFFLES
+QUILLON_INLINE U8<16> LoadWindow(const uint8_t* from) { return Load<uint8_t, 16>(from); }
 
 // A shuffle gives 0 where the top bit of a place is set, as it is for places outside the window.
-QUILLON_INLINE __m128i PickFromWindow(const uint8_t* from, __m128i places, int window) {
-  const auto inside = BitCast<U8<16>>(places) - static_cast<uint8_t>(16 * window);
-  const __m128i at = BitCast<__m128i>(AddSaturate(inside, Splat<uint8_t, 16>(0x70)));
-  return _mm_shuffle_epi8(LoadWindow(from + 16 * window), at);
+QUILLON_INLINE U8<16> PickFromWindow(const uint8_t* from, U8<16> places, int window) {
+  const auto inside = places - static_cast<uint8_t>(16 * window);
+  return ShuffleBytes(LoadWindow(from + 16 * window),
+                      AddSaturate(inside, Splat<uint8_t, 16>(0x70)));
 }
 
 QUILLON_INLINE void PickGroup(const uint8_t* row, uint8_t* to, const int32_t* columns,
                               const ColumnGroup& group) {
   const uint8_t* from = row + group.start;
-  const __m128i places = LoadWindow(group.places);
-  if (group.windows == 1) return Store(to, _mm_shuffle_epi8(LoadWindow(from), places));
+  const auto places = LoadWindow(group.places);
+  if (group.windows == 1) return Store(to, ShuffleBytes(LoadWindow(from), places));
   if (group.windows == 0) return PickSingly(row, to, kGroup, columns);
-#if QUILLON_AVX512
+#if QUILLON_PAIR_SHUFFLES
   if (group.windows == 2) {
-    return Store(to, _mm_permutex2var_epi8(LoadWindow(from), places, LoadWindow(from + 16)));
+    return Store(to, ShuffleBytePairs(LoadWindow(from), LoadWindow(from + 16), places));
   }
 #endif
-  __m128i picked = _mm_or_si128(PickFromWindow(from, places, 0), PickFromWindow(from, places, 1));
+  auto picked = PickFromWindow(from, places, 0) | PickFromWindow(from, places, 1);
   for (int window = 2; window < group.windows; ++window) {
-    picked = _mm_or_si128(picked, PickFromWindow(from, places, window));
+    picked |= PickFromWindow(from, places, window);
   }
   Store(to, picked);
 }

@@ -54,20 +54,10 @@ QUILLON_INLINE Real RootOf(Real t, Whole& doubt) {
   return t > kEdge ? CubeRoot(t) : t * 7.787f + 0.1379f;
 }
 
-// Rounded to whole numbers as the processor is set; that it is to the nearest is not relied upon.
-QUILLON_INLINE Whole Round(Real value) {
-#if QUILLON_AVX512
-  return BitCast<Whole>(_mm512_maskz_cvtps_epi32(0xFFFF, BitCast<__m512>(value)));
-#elif QUILLON_AVX2
-  return BitCast<Whole>(_mm256_cvtps_epi32(BitCast<__m256>(value)));
-#else
-  return BitCast<Whole>(_mm_cvtps_epi32(BitCast<__m128>(value)));
-#endif
-}
-
-// The value rounded; adds to `doubt` where that may not be the nearest.
+// The value rounded; adds to `doubt` where that may not be the nearest: how the processor is set to
+// round is not relied upon.
 QUILLON_INLINE Whole ToByte(Real value, float margin, Whole& doubt) {
-  const Whole whole = Round(value);
+  const Whole whole = RoundToWhole(value);
   const Real off = value - Convert<float, kLanes>(whole);
   doubt |= BitCast<Real>(BitCast<Whole>(off) & 0x7FFFFFFF) > 0.5f - margin;
   return whole;

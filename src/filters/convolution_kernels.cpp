@@ -46,14 +46,6 @@ QUILLON_INLINE void ForEachSlot(int count, const Body& body) {
   if (x < count) body(std::integral_constant<int, 1>{}, count - kBlock, x);
 }
 
-// Has the compiler make this vector here, and keep it in a register. Left alone, it would load the
-// vector again for a second use, or compute it later, where registers are short.
-template <class V>
-QUILLON_INLINE V KeepOnce(V v) {
-  asm("" : "+v"(v));
-  return v;
-}
-
 // ---- sums of bytes ------------------------------------------------------------------------------
 
 template <int kBlocks>
@@ -70,7 +62,7 @@ QUILLON_INLINE void SumBytes(const ByteTerm* terms, int termCount, int x, Words*
   }
 }
 
-#if QUILLON_AVX2
+#if QUILLON_BYTE_SHUFFLES
 constexpr struct {
   alignas(64) uint8_t places[64] = {0, 8, 1, 9, 2, 10, 3, 11, 4, 12, 5, 13, 6, 14, 7, 15,
                                     0, 8, 1, 9, 2, 10, 3, 11, 4, 12, 5, 13, 6, 14, 7, 15,
@@ -79,30 +71,14 @@ constexpr struct {
 } kInterleaved;
 #endif
 
-QUILLON_INLINE Words HighProduct(Words a, Words b) {
-#if QUILLON_AVX512
-  return BitCast<Words>(_mm512_mulhi_epi16(BitCast<__m512i>(a), BitCast<__m512i>(b)));
-#elif QUILLON_AVX2
-  return BitCast<Words>(_mm256_mulhi_epi16(BitCast<__m256i>(a), BitCast<__m256i>(b)));
-#else
-  return BitCast<Words>(_mm_mulhi_epi16(BitCast<__m128i>(a), BitCast<__m128i>(b)));
-#endif
-}
-
 // The lanes in turn, as bytes clamped to 0 ... 255: packed within 16 bytes, even places first, and
 // then ordered there.
 QUILLON_INLINE Bytes MergeClamped(Words even, Words odd) {
-#if QUILLON_AVX512
-  const __m512i order = BitCast<__m512i>(Load<uint8_t, 64>(kInterleaved.places));
-  const __m512i packed = _mm512_packus_epi16(BitCast<__m512i>(even), BitCast<__m512i>(odd));
-  return BitCast<Bytes>(_mm512_shuffle_epi8(packed, order));
-#elif QUILLON_AVX2
-  const __m256i order = BitCast<__m256i>(Load<uint8_t, 32>(kInterleaved.places));
-  const __m256i packed = _mm256_packus_epi16(BitCast<__m256i>(even), BitCast<__m256i>(odd));
-  return BitCast<Bytes>(_mm256_shuffle_epi8(packed, order));
+  const Bytes packed = PackWithin16(even, odd);
+#if QUILLON_BYTE_SHUFFLES
+  return ShuffleBytes(packed, Load<uint8_t, kBlock>(kInterleaved.places));
 #else
-  const __m128i packed = _mm_packus_epi16(BitCast<__m128i>(even), BitCast<__m128i>(odd));
-  return BitCast<Bytes>(_mm_unpacklo_epi8(packed, _mm_srli_si128(packed, 8)));
+  return ZipLow(packed, BytesFrom<kBlock / 2>(packed, Bytes{}));
 #endif
 }
 
@@ -113,7 +89,7 @@ template <bool kScaled>
   const Words bias = Splat<int16_t, kLanes>(quotient.bias);
   const Words factor = Splat<int16_t, kLanes>(quotient.factor);
   const auto quotientOf = [&](Words sum) {
-    return (kScaled ? HighProduct(sum, factor) : sum) >> quotient.shift;
+    return (kScaled ? MulHigh(sum, factor) : sum) >> quotient.shift;
   };
   ForEachBlocks<4>(0, count, [&](auto blocks, int x) {
     Words even[blocks], odd[blocks];
@@ -133,45 +109,12 @@ void ByteSums(const ByteTerm* terms, int termCount, const ByteQuotient& quotient
 
 // ---- pairs of rows ------------------------------------------------------------------------------
 
-// The lanes of a and b in turn, a[0] b[0] a[1] b[1] ..., the first or the second half of them
-// within each 16 bytes.
-QUILLON_INLINE Words ZipLow(Words a, Words b) {
-#if QUILLON_AVX512
-  return BitCast<Words>(_mm512_unpacklo_epi16(BitCast<__m512i>(a), BitCast<__m512i>(b)));
-#elif QUILLON_AVX2
-  return BitCast<Words>(_mm256_unpacklo_epi16(BitCast<__m256i>(a), BitCast<__m256i>(b)));
-#else
-  return BitCast<Words>(_mm_unpacklo_epi16(BitCast<__m128i>(a), BitCast<__m128i>(b)));
-#endif
-}
-QUILLON_INLINE Words ZipHigh(Words a, Words b) {
-#if QUILLON_AVX512
-  return BitCast<Words>(_mm512_unpackhi_epi16(BitCast<__m512i>(a), BitCast<__m512i>(b)));
-#elif QUILLON_AVX2
-  return BitCast<Words>(_mm256_unpackhi_epi16(BitCast<__m256i>(a), BitCast<__m256i>(b)));
-#else
-  return BitCast<Words>(_mm_unpackhi_epi16(BitCast<__m128i>(a), BitCast<__m128i>(b)));
-#endif
-}
-
-// 16 bytes as 16-bit lanes.
-QUILLON_INLINE void StoreWidened(int16_t* to, __m128i bytes) {
-#if QUILLON_AVX2
-  Store(to, _mm256_cvtepu8_epi16(bytes));
-#else
-  const __m128i zero = _mm_setzero_si128();
-  Store(to, _mm_unpacklo_epi8(bytes, zero));
-  Store(to + 8, _mm_unpackhi_epi8(bytes, zero));
-#endif
-}
-
 void PairPixels(const uint8_t* upper, const uint8_t* lower, int count, int16_t* pairs) {
   ForEachBlocks<1>(0, count, [&](auto, int first) {
     for (int x = first; x < first + kBlock; x += 16) {
-      const __m128i a = BitCast<__m128i>(Load<uint8_t, 16>(upper + x));
-      const __m128i b = BitCast<__m128i>(Load<uint8_t, 16>(lower + x));
-      StoreWidened(pairs + 2 * x, _mm_unpacklo_epi8(a, b));
-      StoreWidened(pairs + 2 * x + 16, _mm_unpackhi_epi8(a, b));
+      const auto a = Load<uint8_t, 16>(upper + x), b = Load<uint8_t, 16>(lower + x);
+      StoreWidened(pairs + 2 * x, ZipLow(a, b));
+      StoreWidened(pairs + 2 * x + 16, ZipHigh(a, b));
     }
   });
 }
@@ -195,15 +138,6 @@ void PairPixels(const uint8_t* upper, const uint8_t* lower, int count, int16_t* 
   });
 }
 
-QUILLON_INLINE Longs AddDotPairs(Longs sum, Words a, Words b) {
-#if QUILLON_AVX512
-  return BitCast<Longs>(
-      _mm512_dpwssd_epi32(BitCast<__m512i>(sum), BitCast<__m512i>(a), BitCast<__m512i>(b)));
-#else
-  return sum + DotPairs(a, b);
-#endif
-}
-
 // The sums of a block of columns in both result rows. There is at least one term.
 QUILLON_INLINE void SumPairs(const PairTerms& list, int x, Longs (&first)[4], Longs (&second)[4]) {
   const auto forTerm = [&](const PairTerm& term, const auto& take) {
@@ -225,36 +159,14 @@ QUILLON_INLINE void SumPairs(const PairTerms& list, int x, Longs (&first)[4], Lo
 
 // Clamps to 0 ... 255 on the way.
 QUILLON_INLINE Bytes PackBytes(const Longs (&values)[4]) {
-#if QUILLON_AVX512
-  const auto in = [&](int i) { return BitCast<__m512i>(values[i]); };
-  const auto mixed = BitCast<Longs>(
-      _mm512_packus_epi16(_mm512_packs_epi32(in(0), in(1)), _mm512_packs_epi32(in(2), in(3))));
-  return BitCast<Bytes>(
-      __builtin_shufflevector(mixed, mixed, 0, 4, 8, 12, 1, 5, 9, 13, 2, 6, 10, 14, 3, 7, 11, 15));
-#elif QUILLON_AVX2
-  const auto in = [&](int i) { return BitCast<__m256i>(values[i]); };
-  const auto mixed = BitCast<Longs>(
-      _mm256_packus_epi16(_mm256_packs_epi32(in(0), in(1)), _mm256_packs_epi32(in(2), in(3))));
-  return BitCast<Bytes>(__builtin_shufflevector(mixed, mixed, 0, 4, 1, 5, 2, 6, 3, 7));
-#else
-  const auto in = [&](int i) { return BitCast<__m128i>(values[i]); };
-  return BitCast<Bytes>(
-      _mm_packus_epi16(_mm_packs_epi32(in(0), in(1)), _mm_packs_epi32(in(2), in(3))));
-#endif
+  const Bytes packed =
+      PackWithin16(PackWithin16(values[0], values[1]), PackWithin16(values[2], values[3]));
+  return BitCast<Bytes>(ByPlaceWithin16(BitCast<Longs>(packed)));
 }
 
 // The same of values in the order of PairByteSums.
 QUILLON_INLINE Bytes PackSplitBytes(const Longs (&values)[4]) {
-  const auto pack = [&](int i) {
-#if QUILLON_AVX512
-    return _mm512_packs_epi32(BitCast<__m512i>(values[i]), BitCast<__m512i>(values[i + 1]));
-#elif QUILLON_AVX2
-    return _mm256_packs_epi32(BitCast<__m256i>(values[i]), BitCast<__m256i>(values[i + 1]));
-#else
-    return _mm_packs_epi32(BitCast<__m128i>(values[i]), BitCast<__m128i>(values[i + 1]));
-#endif
-  };
-  return MergeClamped(BitCast<Words>(pack(0)), BitCast<Words>(pack(2)));
+  return MergeClamped(PackWithin16(values[0], values[1]), PackWithin16(values[2], values[3]));
 }
 
 // The estimate is the quotient or one less. Modulo 2^32, and so without sign: the rest fits again.

@@ -235,15 +235,6 @@ void SmallMean(const ColumnSums& sums, int count, uint8_t* out) {
   });
 }
 
-QUILLON_INLINE Quarter AddDotPairs(Quarter sum, I16<kLanes> a, I16<kLanes> b) {
-#if QUILLON_AVX512
-  return BitCast<Quarter>(
-      _mm512_dpwssd_epi32(BitCast<__m512i>(sum), BitCast<__m512i>(a), BitCast<__m512i>(b)));
-#else
-  return sum + DotPairs(a, b);
-#endif
-}
-
 // Numbers whose low bytes are the means; with the conversion, sums are whole numbers as yet.
 template <bool kConverted>
 QUILLON_INLINE Quarter MeanIn(Quarter sum, float reciprocal, float offset) {
@@ -253,28 +244,17 @@ QUILLON_INLINE Quarter MeanIn(Quarter sum, float reciprocal, float offset) {
   } else {
     value = BitCast<Reals>(sum);
   }
-#if QUILLON_AVX512
-  return BitCast<Quarter>(
-      _mm512_fmadd_ps(BitCast<__m512>(value), _mm512_set1_ps(reciprocal), _mm512_set1_ps(offset)));
-#else
-  return BitCast<Quarter>(value * reciprocal + offset);
-#endif
+  return BitCast<Quarter>(MulAdd(value, Reals{} + reciprocal, Reals{} + offset));
 }
 
 // Four neighbouring means each, from sums of the first, second ... of them.
 template <bool kConverted>
 QUILLON_INLINE U8<kBlock> MeansOf(const Quarter (&sums)[4], const MeanScale& scale) {
-#if QUILLON_AVX512
+#if QUILLON_LANE_MERGES
   const auto mean = [&](int i) {
-    return BitCast<__m512i>(MeanIn<kConverted>(sums[i], scale.reciprocal, scale.offset));
+    return MeanIn<kConverted>(sums[i], scale.reciprocal, scale.offset);
   };
-  const __m512i lowest = _mm512_maskz_broadcast_i32x4(
-      0xFFFF, _mm_setr_epi32(0x00000000, 0x04040404, 0x08080808, 0x0C0C0C0C));
-  __m512i means = mean(0);
-  means = _mm512_mask_shuffle_epi8(means, 0x2222222222222222, mean(1), lowest);
-  means = _mm512_mask_shuffle_epi8(means, 0x4444444444444444, mean(2), lowest);
-  means = _mm512_mask_shuffle_epi8(means, 0x8888888888888888, mean(3), lowest);
-  return BitCast<U8<kBlock>>(means);
+  return MergeLowBytes(mean(0), mean(1), mean(2), mean(3));
 #else
   // What lies above the means' bytes, the bits 0x4B4000 of their floats, adds up to 0x8B400000 in
   // four bytes: the means of those two places are taken that much lower.

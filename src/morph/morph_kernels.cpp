@@ -96,37 +96,6 @@ void OfRows(const uint8_t* const* from, int terms, uint8_t* out, int count) {
   WithConstant<2, 3, 4, 5, 6, 7>(terms, [&](auto n) { OfTerms<Extreme, n>(from, out, count); });
 }
 
-#if QUILLON_AVX512
-template <int kShift, class V, int... kLane>
-QUILLON_INLINE V ShuffleFrom(V low, V high, std::integer_sequence<int, kLane...>) {
-  return __builtin_shufflevector(low, high, (kShift + kLane)...);
-}
-#endif
-
-// Lanes kShift, kShift + 1 ... of `low`, then the first ones of `high`. kShift is 1 ... sizeof(V).
-template <int kShift, class V>
-QUILLON_INLINE V LanesFrom(V low, V high) {
-  if constexpr (kShift == sizeof(V)) {
-    return high;
-  } else if constexpr (sizeof(V) == 16) {
-    return BitCast<V>(_mm_srli_si128(BitCast<__m128i>(low), kShift) |
-                      _mm_slli_si128(BitCast<__m128i>(high), 16 - kShift));
-#if QUILLON_AVX512
-  } else {  // one instruction
-    return ShuffleFrom<kShift>(low, high, std::make_integer_sequence<int, sizeof(V)>{});
-  }
-#elif QUILLON_AVX2
-  } else {
-    const __m256i from = BitCast<__m256i>(low), to = BitCast<__m256i>(high);
-    const __m256i next = _mm256_permute2x128_si256(from, to, 0x21);
-    if constexpr (kShift < 16) return BitCast<V>(_mm256_alignr_epi8(next, from, kShift));
-    return BitCast<V>(_mm256_alignr_epi8(to, next, kShift % 16));
-  }
-#else
-  }
-#endif
-}
-
 template <int kLane, class V, int... i>
 QUILLON_INLINE V SplatLane(V v, std::integer_sequence<int, i...>) {
   return __builtin_shufflevector(v, v, (kLane + 0 * i)...);
@@ -153,7 +122,7 @@ class RunBlocks {
       constexpr int kCovered = kLoaded << step, kLeft = kRun - kCovered;
       constexpr int kShift = kCovered < kLeft ? kCovered : kLeft;
       const U8<N> shorter = extreme;
-      extreme = Extreme::Of(shorter, LanesFrom<kShift>(shorter, right_[step]));
+      extreme = Extreme::Of(shorter, BytesFrom<kShift>(shorter, right_[step]));
       right_[step] = shorter;
     });
     return extreme;
@@ -277,16 +246,16 @@ class RunsOfBlocks {
   // What lies to the right of the first block.
   QUILLON_INLINE void Begin(V pixels) { one_ = two_ = four_ = pixels; }
   QUILLON_INLINE V Next(V one) {
-    const V two = Extreme::Of(one, LanesFrom<1>(one, one_));
+    const V two = Extreme::Of(one, BytesFrom<1>(one, one_));
     V run;
     if constexpr (kRun == 3) {
-      run = Extreme::Of(two, LanesFrom<2>(one, one_));
+      run = Extreme::Of(two, BytesFrom<2>(one, one_));
     } else {
-      const V four = Extreme::Of(two, LanesFrom<2>(two, two_));
+      const V four = Extreme::Of(two, BytesFrom<2>(two, two_));
       if constexpr (kRun == 5) {
-        run = Extreme::Of(four, LanesFrom<4>(one, one_));
+        run = Extreme::Of(four, BytesFrom<4>(one, one_));
       } else {
-        run = Extreme::Of(four, LanesFrom<3>(four, four_));
+        run = Extreme::Of(four, BytesFrom<3>(four, four_));
         four_ = four;
       }
       two_ = two;
@@ -326,7 +295,7 @@ void FourOfBoxBlocks(const uint8_t* const* from, uint8_t* const* to, int width, 
     const V high = runs[i].Next(last.row[i]);
     const V low = runs[i].Next(beforeLast.row[i]);
     Store(out[i] + x, low);
-    storeLanes(LanesFrom<N - kRadius>(low, high), LanesFrom<N - kRadius - 1>(low, high),
+    storeLanes(BytesFrom<N - kRadius>(low, high), BytesFrom<N - kRadius - 1>(low, high),
                to[i] + width - 2 * inset - N);
   }
   for (x -= N; x >= 0; x -= N) {
@@ -340,7 +309,7 @@ void FourOfBoxBlocks(const uint8_t* const* from, uint8_t* const* to, int width, 
     const V high = runs[i].Next(first.row[i]);
     const V low = runs[i].Next(SplatLane<0>(first.row[i]));
     Store(out[i], high);
-    storeLanes(LanesFrom<N - kRadius>(low, high), LanesFrom<N - kRadius + 1>(low, high), to[i]);
+    storeLanes(BytesFrom<N - kRadius>(low, high), BytesFrom<N - kRadius + 1>(low, high), to[i]);
   }
 }
 

@@ -32,7 +32,7 @@ void SumProducts(const uint8_t* a, const uint8_t* b, int count, uint64_t sums[3]
     I32<kVectorBytes / 4> squares = {}, products = {};
     for (; x <= end - kVectorBytes; x += kVectorBytes) {
       const auto va = Load<uint8_t, kVectorBytes>(a + x), vb = Load<uint8_t, kVectorBytes>(b + x);
-      values += SumsOf8(va);
+      values += SumEights(va);
       squares += ProductSums(va, va);
       products += ProductSums(va, vb);
     }
@@ -48,10 +48,10 @@ void SumProducts(const uint8_t* a, const uint8_t* b, int count, uint64_t sums[3]
 }
 
 // ---- packed rows --------------------------------------------------------------------------------
-// With VNNI a lane adds four products of an unsigned and a signed byte: the pattern is shifted down
-// by 128. Without, it adds two products of 16-bit elements.
+// Where a lane can add four products of an unsigned and a signed byte, the pattern is shifted down
+// by 128. Elsewhere it adds two products of 16-bit elements.
 
-#if QUILLON_AVX512
+#if QUILLON_BYTE_DOTS
 using Element = uint8_t;
 constexpr int kBias = 128;
 #else
@@ -63,23 +63,11 @@ constexpr int kGroup = 4 / static_cast<int>(sizeof(Element));  // products a lan
 template <int kBytes>
 QUILLON_INLINE I32<kBytes / 4> AddProducts(I32<kBytes / 4> sums, U8<kBytes> image,
                                            U8<kBytes> pattern) {
-#if QUILLON_AVX512
-  if constexpr (kBytes == 16) {
-    return BitCast<I32<4>>(_mm_dpbusd_epi32(BitCast<__m128i>(sums), BitCast<__m128i>(image),
-                                            BitCast<__m128i>(pattern)));
-  } else if constexpr (kBytes == 32) {
-    return BitCast<I32<8>>(_mm256_dpbusd_epi32(BitCast<__m256i>(sums), BitCast<__m256i>(image),
-                                               BitCast<__m256i>(pattern)));
-  } else {
-    return BitCast<I32<16>>(_mm512_dpbusd_epi32(BitCast<__m512i>(sums), BitCast<__m512i>(image),
-                                                BitCast<__m512i>(pattern)));
-  }
+#if QUILLON_BYTE_DOTS
+  return AddDotBytes(sums, image, pattern);
 #else
-  // Added without sign: sums run to 2^32 and are read so.
-  const auto products =
-      DotPairs(BitCast<I16<kBytes / 2>>(image), BitCast<I16<kBytes / 2>>(pattern));
-  using Sums = U32<kBytes / 4>;
-  return BitCast<I32<kBytes / 4>>(BitCast<Sums>(sums) + BitCast<Sums>(products));
+  // Sums run to 2^32 and are read without sign.
+  return AddDotPairs(sums, BitCast<I16<kBytes / 2>>(image), BitCast<I16<kBytes / 2>>(pattern));
 #endif
 }
 

@@ -19,33 +19,6 @@ QUILLON_INLINE F Ramp(int first) {
 
 QUILLON_INLINE F Floats(I v) { return Convert<float, kLanes>(v); }
 
-// Bytes as numbers, and what lies at indices: the compiler's own ways go lane by lane.
-QUILLON_INLINE I LoadBytes(const uint8_t* from) {
-#if QUILLON_AVX512
-  return BitCast<I>(_mm512_maskz_cvtepu8_epi32(0xFFFF, BitCast<__m128i>(Load<uint8_t, 16>(from))));
-#elif QUILLON_AVX2
-  return BitCast<I>(_mm256_cvtepu8_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(from))));
-#else
-  int32_t bytes;
-  __builtin_memcpy(&bytes, from, 4);
-  const __m128i zero = _mm_setzero_si128();
-  const __m128i words = _mm_unpacklo_epi8(_mm_cvtsi32_si128(bytes), zero);
-  return BitCast<I>(_mm_unpacklo_epi16(words, zero));
-#endif
-}
-
-QUILLON_INLINE U32<kLanes> Gather(const uint32_t* from, I index) {
-#if QUILLON_AVX512
-  return BitCast<U32<kLanes>>(_mm512_mask_i32gather_epi32(_mm512_setzero_si512(), 0xFFFF,
-                                                          BitCast<__m512i>(index), from, 4));
-#elif QUILLON_AVX2
-  const auto* ints = reinterpret_cast<const int*>(from);
-  return BitCast<U32<kLanes>>(_mm256_i32gather_epi32(ints, BitCast<__m256i>(index), 4));
-#else
-  return U32<kLanes>{from[index[0]], from[index[1]], from[index[2]], from[index[3]]};
-#endif
-}
-
 QUILLON_INLINE int WholeLanes(int count) { return (count + kFitLanes - 1) / kFitLanes * kFitLanes; }
 
 // One axis of a stretch of kFitLanes pixels from `start` on: cells, and places within them.
@@ -148,7 +121,7 @@ void AddProducts(const FitSamples& samples, const uint8_t* pixels, int count,
         b[kTurn] = b[kU] * v - b[kV] * u;
         if constexpr (kTerms > kScale) b[kScale] = -(b[kU] * u + b[kV] * v);
       }
-      b[kImage] = (Floats(LoadBytes(pixels + x + i)) - 128.0f) * b[kOffset];
+      b[kImage] = (Floats(LoadBytesAsLongs(pixels + x + i)) - 128.0f) * b[kOffset];
       const auto add = [&](int first, int second) {
         float* const to = sums.sums[first][second] + i;
         Store(to, Load<float, kLanes>(to) + b[first] * b[second]);
@@ -172,8 +145,8 @@ void AddProducts(const FitSamples& samples, const uint8_t* pixels, int count, in
 void PackCells(const uint8_t* upper, const uint8_t* lower, int count, uint32_t* cells) {
   int x = 0;
   for (; x + kLanes < count; x += kLanes) {
-    Store(cells + x, LoadBytes(upper + x) | LoadBytes(upper + x + 1) << 8 |
-                         LoadBytes(lower + x) << 16 | LoadBytes(lower + x + 1) << 24);
+    Store(cells + x, LoadBytesAsLongs(upper + x) | LoadBytesAsLongs(upper + x + 1) << 8 |
+                         LoadBytesAsLongs(lower + x) << 16 | LoadBytesAsLongs(lower + x + 1) << 24);
   }
   for (; x < count; ++x) {
     const int right = x + 1 < count ? x + 1 : x;

@@ -1,37 +1,36 @@
 // Row kernel of byte tables. Compiled once per level.
 #include "point/lookup_kernels.h"
 
-#include "point/byte_table.h"
 #include "simd/blocks.h"
+#include "simd/byte_table.h"
 
 namespace quillon::QUILLON_LEVEL {
 namespace {
 
-#if QUILLON_AVX512
+#if QUILLON_BYTE_TABLES
 
 struct Table : ByteTable {
   using ByteTable::ByteTable;
-  static constexpr int kBlock = 64;
+  static constexpr int kBlock = kVectorBytes;
   QUILLON_INLINE void Find(const uint8_t* from, uint8_t* to) const {
-    Store(to, At(BitCast<__m512i>(Load<uint8_t, kBlock>(from))));
+    Store(to, At(Load<uint8_t, kBlock>(from)));
   }
 };
 
-#elif QUILLON_AVX2
+#elif QUILLON_BYTE_SHUFFLES
 
 // Sixteen shuffles of 16 entries each: the low four bits of a place are its entry within a row of
 // the table, the high four bits the row. A shuffle gives 0 where bit 7 of the place is set, so rows
 // 8 apart are told by an OR of two shuffles, the second with that bit flipped; a tree of blends,
 // which go by the top bit of a byte, tells rows by their other three bits.
 struct Table {
-  static constexpr int kBlock = 32;
+  static constexpr int kBlock = kVectorBytes;
   using Bytes = U8<kBlock>;
   using Lanes = U16<kBlock / 2>;
 
   QUILLON_INLINE explicit Table(const uint8_t* table) {
     for (int i = 0; i < 16; ++i) {
-      const auto entries = Load<uint8_t, 16>(table + 16 * i);
-      row[i] = BitCast<__m256i>(Join(entries, entries));
+      row[i] = Repeat16<kBlock>(table + 16 * i);
     }
   }
   QUILLON_INLINE void Find(const uint8_t* from, uint8_t* to) const {
@@ -39,28 +38,26 @@ struct Table {
   }
   // For places in rows kRow, kRow + 1, ... kRow + kRows - 1, or 8 further on.
   template <int kRow, int kRows>
-  QUILLON_INLINE __m256i EntryOfRows(Bytes places) const {
+  QUILLON_INLINE Bytes EntryOfRows(Bytes places) const {
     if constexpr (kRows == 1) {
-      const auto flipped = BitCast<__m256i>(places ^ 128);
-      return _mm256_or_si256(_mm256_shuffle_epi8(row[kRow], BitCast<__m256i>(places)),
-                             _mm256_shuffle_epi8(row[kRow + 8], flipped));
+      return ShuffleBytes(row[kRow], places) | ShuffleBytes(row[kRow + 8], places ^ 128);
     } else {
       // Their bit moves up to the top; what crosses from byte to byte stays below it.
       constexpr uint16_t kToTop = 16 / kRows;
-      return _mm256_blendv_epi8(EntryOfRows<kRow, kRows / 2>(places),
-                                EntryOfRows<kRow + kRows / 2, kRows / 2>(places),
-                                BitCast<__m256i>(BitCast<Lanes>(places) * kToTop));
+      return BlendByTopBit(EntryOfRows<kRow, kRows / 2>(places),
+                           EntryOfRows<kRow + kRows / 2, kRows / 2>(places),
+                           BitCast<Bytes>(BitCast<Lanes>(places) * kToTop));
     }
   }
 
-  __m256i row[16];
+  Bytes row[16];
 };
 
 #endif
 
 void LookupRow(const uint8_t* from, uint8_t* to, int count, const uint8_t* table) {
   int x = 0;
-#if QUILLON_AVX2
+#if QUILLON_BYTE_SHUFFLES
   if (count >= Table::kBlock) {
     const Table entries(table);
     for (; x <= count - Table::kBlock; x += Table::kBlock) entries.Find(from + x, to + x);

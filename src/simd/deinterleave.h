@@ -10,17 +10,10 @@ struct Planes {
   U8<N> blue, green, red;
 };
 
-// Four perfect shuffles of the 48 bytes: each moves byte i to place 2i mod 47, and 16 i mod 47 is
-// where byte i = 3j + c belongs, namely 16c + j.
+// The planes of 48 bytes.
 QUILLON_INLINE Planes<16> Deinterleave(U8<16> a, U8<16> b, U8<16> c) {
-  __m128i r0 = BitCast<__m128i>(a), r1 = BitCast<__m128i>(b), r2 = BitCast<__m128i>(c);
-  for (int step = 0; step < 4; ++step) {
-    const __m128i low = _mm_unpacklo_epi8(r0, _mm_unpackhi_epi64(r1, r1));
-    const __m128i middle = _mm_unpacklo_epi8(_mm_unpackhi_epi64(r0, r0), r2);
-    const __m128i high = _mm_unpacklo_epi8(r1, _mm_unpackhi_epi64(r2, r2));
-    r0 = low, r1 = middle, r2 = high;
-  }
-  return {BitCast<U8<16>>(r0), BitCast<U8<16>>(r1), BitCast<U8<16>>(r2)};
+  native::Deinterleave(a, b, c);
+  return {a, b, c};
 }
 
 #if QUILLON_AVX2
@@ -87,8 +80,7 @@ QUILLON_INLINE Planes<N> LoadPlanes(const uint8_t* bgr) {
       const auto fromSecond = BitCast<I8<32>>(Load<uint8_t, 32>(kPlaces.fromSecond[c]));
       const auto fromThird = BitCast<I8<32>>(Load<uint8_t, 32>(kPlaces.fromThird[c]));
       const U8<32> mixed = fromThird ? third : (fromSecond ? second : first);
-      return BitCast<U8<32>>(_mm256_shuffle_epi8(
-          BitCast<__m256i>(mixed), BitCast<__m256i>(Load<uint8_t, 32>(kPlaces.order[c]))));
+      return ShuffleBytes(mixed, Load<uint8_t, 32>(kPlaces.order[c]));
     };
     return {plane(0), plane(1), plane(2)};
 #endif

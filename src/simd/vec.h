@@ -1,9 +1,12 @@
 // Vectors of N lanes on the compiler's own vector types, and the named operations where its
 // operators fall short. Compiled once per level, each into its own namespace. Vectors are 16 bytes
 // or more: on 32-bit x86 shorter ones would go through the floating-point stack's registers.
+//
+// This file is the interface, and all that the compiler's types can say. How a processor says the
+// rest is in vec_x86.h, vec_neon.h and vec_wasm.h: each defines, in namespace native, the same
+// operations on vectors of the widths that its registers have.
 #pragma once
 
-#include <immintrin.h>
 #include <stdint.h>
 
 #include <type_traits>
@@ -54,25 +57,11 @@ QUILLON_INLINE Vec<T, N> Load(const T* from) {
   return *reinterpret_cast<const typename vec_detail::VectorOf<T, N>::unaligned*>(from);
 }
 
-// N bytes as 16-bit lanes.
-template <int N>
-QUILLON_INLINE I16<N> LoadWidened(const uint8_t* from) {
-  if constexpr (N == 8) {
-    const __m128i bytes = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(from));
-    return reinterpret_cast<I16<8>>(_mm_unpacklo_epi8(bytes, _mm_setzero_si128()));
-#if QUILLON_AVX2
-  } else if constexpr (N == 16) {  // one instruction, where the compiler's own way takes four
-    const auto* bytes = reinterpret_cast<const __m128i*>(from);
-    return reinterpret_cast<I16<16>>(_mm256_cvtepu8_epi16(_mm_loadu_si128(bytes)));
-#endif
-#if QUILLON_AVX512
-  } else if constexpr (N == 32) {
-    const auto* bytes = reinterpret_cast<const __m256i*>(from);
-    return reinterpret_cast<I16<32>>(_mm512_cvtepu8_epi16(_mm256_loadu_si256(bytes)));
-#endif
-  } else {
-    return __builtin_convertvector(Load<uint8_t, N>(from), I16<N>);
-  }
+// Eight bytes in the lower half; the upper half is 0.
+QUILLON_INLINE U8<16> LoadHalf(const uint8_t* from) {
+  uint64_t bytes;
+  __builtin_memcpy(&bytes, from, sizeof bytes);
+  return reinterpret_cast<U8<16>>(U64<2>{bytes, 0});
 }
 
 template <class T, class V>
@@ -158,6 +147,22 @@ QUILLON_INLINE DoubleOf<V> Join(V low, V high) {
                               std::make_integer_sequence<int, vec_detail::kLanes<V> * 2>{});
 }
 
+// 16 bytes, over and over.
+template <int N>
+QUILLON_INLINE U8<N> Repeat16(const uint8_t* from) {
+  if constexpr (N == 16) {
+    return Load<uint8_t, 16>(from);
+  } else {
+    const auto half = Repeat16<N / 2>(from);
+    return Join(half, half);
+  }
+}
+
+// The lower halves of two vectors.
+QUILLON_INLINE U8<16> JoinLowHalves(U8<16> a, U8<16> b) {
+  return BitCast<U8<16>>(__builtin_shufflevector(BitCast<U64<2>>(a), BitCast<U64<2>>(b), 0, 2));
+}
+
 // Bytes as 16-bit lanes without a shuffle: those at even and at odd places, and both merged again
 // (values 0 ... 255).
 template <class V>
@@ -175,115 +180,144 @@ QUILLON_INLINE U8<sizeof(V)> MergeBytes(V even, V odd) {
   return BitCast<U8<sizeof(V)>>(even | odd << 8);
 }
 
-// ---- by name, one instruction where the level has it --------------------------------------------
+// ---- by name, one instruction or few where the processor has them -------------------------------
+
+}  // namespace quillon::QUILLON_LEVEL
+
+#if defined(__x86_64__) || defined(__i386__)
+#include "simd/vec_x86.h"
+#elif defined(__aarch64__)
+#include "simd/vec_neon.h"
+#else
+#include "simd/vec_wasm.h"
+#endif
+
+namespace quillon::QUILLON_LEVEL {
+
 // A vector wider than the level's registers goes by halves.
-
-// min(a + b, 255) on unsigned bytes.
-template <class V>
-QUILLON_INLINE V AddSaturate(V a, V b) {
-  if constexpr (sizeof(V) > kVectorBytes) {
-    return Join(AddSaturate(Low(a), Low(b)), AddSaturate(High(a), High(b)));
-  } else if constexpr (sizeof(V) == 16) {
-    return BitCast<V>(_mm_adds_epu8(BitCast<__m128i>(a), BitCast<__m128i>(b)));
-#if QUILLON_AVX2
-  } else if constexpr (sizeof(V) == 32) {
-    return BitCast<V>(_mm256_adds_epu8(BitCast<__m256i>(a), BitCast<__m256i>(b)));
-#endif
-#if QUILLON_AVX512
-  } else {
-    return BitCast<V>(_mm512_adds_epu8(BitCast<__m512i>(a), BitCast<__m512i>(b)));
-#endif
+#define QUILLON_BY_HALVES_1(Name)               \
+  template <class V>                            \
+  QUILLON_INLINE auto Name(V v) {               \
+    if constexpr (sizeof(V) > kVectorBytes) {   \
+      return Join(Name(Low(v)), Name(High(v))); \
+    } else {                                    \
+      return native::Name(v);                   \
+    }                                           \
   }
-}
-
-// max(a - b, 0) on unsigned bytes.
-template <class V>
-QUILLON_INLINE V SubSaturate(V a, V b) {
-  if constexpr (sizeof(V) > kVectorBytes) {
-    return Join(SubSaturate(Low(a), Low(b)), SubSaturate(High(a), High(b)));
-  } else if constexpr (sizeof(V) == 16) {
-    return BitCast<V>(_mm_subs_epu8(BitCast<__m128i>(a), BitCast<__m128i>(b)));
-#if QUILLON_AVX2
-  } else if constexpr (sizeof(V) == 32) {
-    return BitCast<V>(_mm256_subs_epu8(BitCast<__m256i>(a), BitCast<__m256i>(b)));
-#endif
-#if QUILLON_AVX512
-  } else {
-    return BitCast<V>(_mm512_subs_epu8(BitCast<__m512i>(a), BitCast<__m512i>(b)));
-#endif
+#define QUILLON_BY_HALVES_2(Name)                                \
+  template <class A, class B>                                    \
+  QUILLON_INLINE auto Name(A a, B b) {                           \
+    if constexpr (sizeof(A) > kVectorBytes) {                    \
+      return Join(Name(Low(a), Low(b)), Name(High(a), High(b))); \
+    } else {                                                     \
+      return native::Name(a, b);                                 \
+    }                                                            \
   }
-}
 
-// The high half of each product of unsigned 16-bit lanes.
-template <class V>
-QUILLON_INLINE V MulHigh(V a, V b) {
-  if constexpr (sizeof(V) > kVectorBytes) {
-    return Join(MulHigh(Low(a), Low(b)), MulHigh(High(a), High(b)));
-  } else if constexpr (sizeof(V) == 16) {
-    return BitCast<V>(_mm_mulhi_epu16(BitCast<__m128i>(a), BitCast<__m128i>(b)));
-#if QUILLON_AVX2
-  } else if constexpr (sizeof(V) == 32) {
-    return BitCast<V>(_mm256_mulhi_epu16(BitCast<__m256i>(a), BitCast<__m256i>(b)));
-#endif
-#if QUILLON_AVX512
-  } else {
-    return BitCast<V>(_mm512_mulhi_epu16(BitCast<__m512i>(a), BitCast<__m512i>(b)));
-#endif
-  }
-}
+// min(a + b, 255) and max(a - b, 0) on unsigned bytes; half of a + b, rounded up.
+QUILLON_BY_HALVES_2(AddSaturate)
+QUILLON_BY_HALVES_2(SubSaturate)
+QUILLON_BY_HALVES_2(Average)
+
+// The high half of each product of 16-bit lanes, both signed or both unsigned.
+QUILLON_BY_HALVES_2(MulHigh)
+
+// a[0] * b[0] + a[1] * b[1], a[2] * b[2] + a[3] * b[3] ... of unsigned by signed bytes; the sums
+// lie within 16 bits. DotPairs: the same of signed 16-bit lanes, as 32-bit ones.
+QUILLON_BY_HALVES_2(DotBytePairs)
+QUILLON_BY_HALVES_2(DotPairs)
 
 // 1 / v for float lanes, off by at most 1.5 / 4096 of it, differently from processor to processor.
-template <class V>
-QUILLON_INLINE V ReciprocalEstimate(V v) {
-  if constexpr (sizeof(V) > kVectorBytes) {
-    return Join(ReciprocalEstimate(Low(v)), ReciprocalEstimate(High(v)));
-  } else if constexpr (sizeof(V) == 16) {
-    return BitCast<V>(_mm_rcp_ps(BitCast<__m128>(v)));
-#if QUILLON_AVX2
-  } else if constexpr (sizeof(V) == 32) {
-    return BitCast<V>(_mm256_rcp_ps(BitCast<__m256>(v)));
-#endif
-#if QUILLON_AVX512
-  } else {
-    return BitCast<V>(_mm512_maskz_rcp14_ps(0xFFFF, BitCast<__m512>(v)));
-#endif
-  }
+QUILLON_BY_HALVES_1(ReciprocalEstimate)
+
+// Square roots of float or double lanes, correctly rounded.
+QUILLON_BY_HALVES_1(Sqrt)
+
+// Float lanes as whole numbers, rounded as the processor is set.
+QUILLON_BY_HALVES_1(RoundToWhole)
+
+// The sums of each eight neighbouring bytes.
+QUILLON_BY_HALVES_1(SumEights)
+
+#undef QUILLON_BY_HALVES_1
+#undef QUILLON_BY_HALVES_2
+
+// sum + DotPairs(a, b), modulo 2^32.
+template <class Sum, class V>
+QUILLON_INLINE Sum AddDotPairs(Sum sum, V a, V b) {
+  return native::AddDotPairs(sum, a, b);
 }
 
-// One bit per byte lane: its top bit. Lane 0 is bit 0.
+// a * b + c of float lanes; rounded once where that is faster, else twice.
+template <class V>
+QUILLON_INLINE V MulAdd(V a, V b, V c) {
+  return native::MulAdd(a, b, c);
+}
+
+// N bytes as 16-bit lanes; the bytes of one register's 32-bit lanes as such.
+template <int N>
+QUILLON_INLINE I16<N> LoadWidened(const uint8_t* from) {
+  if constexpr (2 * N > kVectorBytes) {
+    return Join(LoadWidened<N / 2>(from), LoadWidened<N / 2>(from + N / 2));
+  } else {
+    return native::LoadWidened(from, I16<N>{});
+  }
+}
+QUILLON_INLINE I32<kVectorBytes / 4> LoadBytesAsLongs(const uint8_t* from) {
+  return native::LoadBytesAsLongs(from);
+}
+
+// The unsigned lanes of two vectors as 32-bit ones, in as many registers as that takes.
+template <int kCount>
+QUILLON_INLINE void WidenWords(U16<8> low, U16<8> high, I32<kVectorBytes / 4> (&longs)[kCount]) {
+  static_assert(kCount * kVectorBytes == 64);
+  native::WidenWords(low, high, longs);
+}
+
+// 32-bit lanes of 0 ... 255 as bytes.
+template <int kCount>
+QUILLON_INLINE U8<16> PackToBytes(const I32<kVectorBytes / 4> (&values)[kCount]) {
+  static_assert(kCount * kVectorBytes == 64);
+  return native::PackToBytes(values);
+}
+
+// 16 bytes as 16-bit numbers in memory.
+QUILLON_INLINE void StoreWidened(int16_t* to, U8<16> bytes) { native::StoreWidened(to, bytes); }
+
+// What lies at the indices.
+QUILLON_INLINE U32<kVectorBytes / 4> Gather(const uint32_t* from, I32<kVectorBytes / 4> index) {
+  return native::Gather(from, index);
+}
+
+// Eight bytes from all over memory, start[offsets[i]], in the lower half; and eight of them with
+// their right neighbours. They are inserted into a register one by one: written to memory singly,
+// they would cost twice as much.
+QUILLON_INLINE U8<16> CollectBytes(const uint8_t* start, const int32_t* offsets) {
+  return native::CollectBytes(start, offsets);
+}
+QUILLON_INLINE U8<16> CollectBytePairs(const uint8_t* start, const int32_t* offsets) {
+  return native::CollectBytePairs(start, offsets);
+}
+
+// One bit per byte lane, or per 32-bit lane: its top bit. Lane 0 is bit 0.
 template <class V>
 QUILLON_INLINE uint64_t MoveMask(V v) {
   if constexpr (sizeof(V) > kVectorBytes) {
     return MoveMask(Low(v)) | MoveMask(High(v)) << (sizeof(V) / 2);
-  } else if constexpr (sizeof(V) == 16) {
-    return static_cast<uint32_t>(_mm_movemask_epi8(BitCast<__m128i>(v)));
-#if QUILLON_AVX2
-  } else if constexpr (sizeof(V) == 32) {
-    return static_cast<uint32_t>(_mm256_movemask_epi8(BitCast<__m256i>(v)));
-#endif
-#if QUILLON_AVX512
   } else {
-    return _mm512_movepi8_mask(BitCast<__m512i>(v));
-#endif
+    return native::MoveMask(BitCast<U8<sizeof(V)>>(v));
   }
 }
-
-// The sums of each eight neighbouring bytes.
 template <class V>
-QUILLON_INLINE U64<sizeof(V) / 8> SumsOf8(V v) {
-  if constexpr (sizeof(V) > kVectorBytes) {
-    return Join(SumsOf8(Low(v)), SumsOf8(High(v)));
-  } else if constexpr (sizeof(V) == 16) {
-    return BitCast<U64<2>>(_mm_sad_epu8(BitCast<__m128i>(v), _mm_setzero_si128()));
-#if QUILLON_AVX2
-  } else if constexpr (sizeof(V) == 32) {
-    return BitCast<U64<4>>(_mm256_sad_epu8(BitCast<__m256i>(v), _mm256_setzero_si256()));
-#endif
-#if QUILLON_AVX512
-  } else {
-    return BitCast<U64<8>>(_mm512_sad_epu8(BitCast<__m512i>(v), _mm512_setzero_si512()));
-#endif
-  }
+QUILLON_INLINE uint32_t MoveWordMask(V v) {
+  return native::MoveWordMask(BitCast<U32<sizeof(V) / 4>>(v));
+}
+
+// Within each 16 bytes: the lanes of a, then those of b, half as wide. Signed 16 bits are clamped
+// to 0 ... 255, signed 32 bits to 16 signed ones.
+template <class V>
+QUILLON_INLINE auto PackWithin16(V a, V b) {
+  return native::PackWithin16(a, b);
 }
 
 // The lanes of a, then those of b, half as wide. Signed 16 bits are clamped to 0 ... 255; 32 bits
@@ -291,159 +325,137 @@ QUILLON_INLINE U64<sizeof(V) / 8> SumsOf8(V v) {
 template <class V>
 QUILLON_INLINE auto PackLanes(V a, V b) {
   constexpr bool kToBytes = sizeof(a[0]) == 2;
+  using Signed = std::conditional_t<kToBytes, I16<sizeof(V) / 2>, I32<sizeof(V) / 4>>;
   using Packed = std::conditional_t<kToBytes, U8<sizeof(V)>, U16<sizeof(V) / 2>>;
   if constexpr (sizeof(V) > kVectorBytes) {
     return Join(PackLanes(Low(a), High(a)), PackLanes(Low(b), High(b)));
-  } else if constexpr (sizeof(V) == 16) {
-    const __m128i x = BitCast<__m128i>(a), y = BitCast<__m128i>(b);
-    return BitCast<Packed>(kToBytes ? _mm_packus_epi16(x, y) : _mm_packs_epi32(x, y));
-#if QUILLON_AVX2
-  } else if constexpr (sizeof(V) == 32) {
-    const __m256i x = BitCast<__m256i>(a), y = BitCast<__m256i>(b);
-    const __m256i mixed = kToBytes ? _mm256_packus_epi16(x, y) : _mm256_packs_epi32(x, y);
-    const auto quads = BitCast<U64<4>>(mixed);
-    return BitCast<Packed>(__builtin_shufflevector(quads, quads, 0, 2, 1, 3));
-#endif
-#if QUILLON_AVX512
   } else {
-    const __m512i x = BitCast<__m512i>(a), y = BitCast<__m512i>(b);
-    const __m512i mixed = kToBytes ? _mm512_packus_epi16(x, y) : _mm512_packs_epi32(x, y);
-    const auto quads = BitCast<U64<8>>(mixed);
-    return BitCast<Packed>(__builtin_shufflevector(quads, quads, 0, 2, 4, 6, 1, 3, 5, 7));
-#endif
+    const auto packed = PackWithin16(BitCast<Signed>(a), BitCast<Signed>(b));
+    if constexpr (sizeof(V) == 16) {
+      return BitCast<Packed>(packed);
+    } else if constexpr (sizeof(V) == 32) {
+      const auto quads = BitCast<U64<4>>(packed);
+      return BitCast<Packed>(__builtin_shufflevector(quads, quads, 0, 2, 1, 3));
+    } else {
+      const auto quads = BitCast<U64<8>>(packed);
+      return BitCast<Packed>(__builtin_shufflevector(quads, quads, 0, 2, 4, 6, 1, 3, 5, 7));
+    }
   }
 }
 
-// a[0] * b[0] + a[1] * b[1], a[2] * b[2] + a[3] * b[3] ... of unsigned by signed bytes; the sums
-// lie within 16 bits.
-template <class A, class B>
-QUILLON_INLINE I16<sizeof(A) / 2> DotBytePairs(A a, B b) {
-  static_assert(std::is_same_v<A, U8<sizeof(A)>> && std::is_same_v<B, I8<sizeof(A)>>);
-  if constexpr (sizeof(A) > kVectorBytes) {
-    return Join(DotBytePairs(Low(a), Low(b)), DotBytePairs(High(a), High(b)));
-#if QUILLON_AVX2
-  } else if constexpr (sizeof(A) == 16) {
-    return BitCast<I16<8>>(_mm_maddubs_epi16(BitCast<__m128i>(a), BitCast<__m128i>(b)));
-  } else if constexpr (sizeof(A) == 32) {
-    return BitCast<I16<16>>(_mm256_maddubs_epi16(BitCast<__m256i>(a), BitCast<__m256i>(b)));
-#endif
-#if QUILLON_AVX512
-  } else if constexpr (sizeof(A) == 64) {
-    return BitCast<I16<32>>(_mm512_maddubs_epi16(BitCast<__m512i>(a), BitCast<__m512i>(b)));
-#endif
-  } else {
-    using Sums = I16<sizeof(A) / 2>;
-    return BitCast<Sums>(EvenBytes(a)) * (BitCast<Sums>(b) << 8 >> 8) +
-           BitCast<Sums>(OddBytes(a)) * (BitCast<Sums>(b) >> 8);
-  }
+namespace vec_detail {
+// Lane i of two vectors zipped within 16 bytes, each `count` lanes long, from their lower or upper
+// halves on.
+template <int kAll, int kWithin>
+constexpr int ZippedLane(int i, bool upper) {
+  const int group = i / kWithin, place = i % kWithin;
+  return group * kWithin + (upper ? kWithin / 2 : 0) + place / 2 + (place % 2 ? kAll : 0);
 }
+template <bool kUpper, class V, int... i>
+QUILLON_INLINE V ZipOf(V a, V b, std::integer_sequence<int, i...>) {
+  constexpr int kAll = sizeof...(i), kWithin = 16 / (sizeof(V) / kAll);
+  return __builtin_shufflevector(a, b, ZippedLane<kAll, kWithin>(i, kUpper)...);
+}
+template <int kShift, class V, int... kLane>
+QUILLON_INLINE V ShiftedLanes(V low, V high, std::integer_sequence<int, kLane...>) {
+  return __builtin_shufflevector(low, high, (kShift + kLane)...);
+}
+}  // namespace vec_detail
 
-// The same of signed 16-bit lanes, as 32-bit ones.
+// The lanes of a and b in turn, a[0] b[0] a[1] b[1] ..., within each 16 bytes: of the first or of
+// the second half of their lanes there.
 template <class V>
-QUILLON_INLINE I32<sizeof(V) / 4> DotPairs(V a, V b) {
-  if constexpr (sizeof(V) > kVectorBytes) {
-    return Join(DotPairs(Low(a), Low(b)), DotPairs(High(a), High(b)));
-  } else if constexpr (sizeof(V) == 16) {
-    return BitCast<I32<4>>(_mm_madd_epi16(BitCast<__m128i>(a), BitCast<__m128i>(b)));
-#if QUILLON_AVX2
-  } else if constexpr (sizeof(V) == 32) {
-    return BitCast<I32<8>>(_mm256_madd_epi16(BitCast<__m256i>(a), BitCast<__m256i>(b)));
-#endif
-#if QUILLON_AVX512
+QUILLON_INLINE V ZipLow(V a, V b) {
+  return vec_detail::ZipOf<false>(a, b, std::make_integer_sequence<int, vec_detail::kLanes<V>>{});
+}
+template <class V>
+QUILLON_INLINE V ZipHigh(V a, V b) {
+  return vec_detail::ZipOf<true>(a, b, std::make_integer_sequence<int, vec_detail::kLanes<V>>{});
+}
+
+namespace vec_detail {
+template <class V, int... i>
+QUILLON_INLINE V ByPlace(V v, std::integer_sequence<int, i...>) {
+  constexpr int kGroups = sizeof(V) / 16;
+  return __builtin_shufflevector(v, v, (i % kGroups * 4 + i / kGroups)...);
+}
+}  // namespace vec_detail
+
+// The 32-bit lanes by their place within 16 bytes: the first of each, then the second of each ...
+template <class V>
+QUILLON_INLINE V ByPlaceWithin16(V v) {
+  if constexpr (sizeof(V) == 16) return v;
+  return vec_detail::ByPlace(v, std::make_integer_sequence<int, vec_detail::kLanes<V>>{});
+}
+
+// Bytes kShift, kShift + 1 ... of `low`, then the first ones of `high`. kShift is 1 ... sizeof(V).
+template <int kShift, class V>
+QUILLON_INLINE V BytesFrom(V low, V high) {
+  if constexpr (kShift == sizeof(V)) {
+    return high;
+  } else if constexpr (native::kShiftsBytes<V>) {
+    return native::BytesFrom<kShift>(low, high);
   } else {
-    return BitCast<I32<16>>(_mm512_madd_epi16(BitCast<__m512i>(a), BitCast<__m512i>(b)));
-#endif
+    return vec_detail::ShiftedLanes<kShift>(low, high,
+                                            std::make_integer_sequence<int, sizeof(V)>{});
   }
 }
 
-// Each 32-bit lane plus all lanes before it.
+// Each 32-bit lane plus all lanes before it; and the last lane in every lane. One register.
 template <class V>
 QUILLON_INLINE V PrefixSums(V v) {
-  if constexpr (sizeof(V) == 16) {
-    v += BitCast<V>(_mm_slli_si128(BitCast<__m128i>(v), 4));
-    return v + BitCast<V>(_mm_slli_si128(BitCast<__m128i>(v), 8));
-#if QUILLON_AVX2
-  } else if constexpr (sizeof(V) == 32) {
-    v += BitCast<V>(_mm256_slli_si256(BitCast<__m256i>(v), 4));
-    v += BitCast<V>(_mm256_slli_si256(BitCast<__m256i>(v), 8));
-    const __m256i totals = _mm256_shuffle_epi32(BitCast<__m256i>(v), 0xFF);
-    return v + BitCast<V>(_mm256_permute2x128_si256(totals, totals, 0x08));
-#endif
-#if QUILLON_AVX512
-  } else {
-    v += BitCast<V>(_mm512_bslli_epi128(BitCast<__m512i>(v), 4));
-    v += BitCast<V>(_mm512_bslli_epi128(BitCast<__m512i>(v), 8));
-    const V none = {};  // its lanes are 16 and on
-    const V one =
-        __builtin_shufflevector(v, none, 16, 16, 16, 16, 3, 3, 3, 3, 7, 7, 7, 7, 11, 11, 11, 11);
-    const V two =
-        __builtin_shufflevector(v, none, 16, 16, 16, 16, 16, 16, 16, 16, 3, 3, 3, 3, 7, 7, 7, 7);
-    const V three = __builtin_shufflevector(v, none, 16, 16, 16, 16, 16, 16, 16, 16, 16, 16, 16, 16,
-                                            3, 3, 3, 3);
-    return (v + one) + (two + three);
-#endif
-  }
+  return native::PrefixSums(v);
 }
-
-// The last 32-bit lane in every lane.
 template <class V>
 QUILLON_INLINE V SplatLast(V v) {
-  if constexpr (sizeof(V) == 16) {
-    return BitCast<V>(_mm_shuffle_epi32(BitCast<__m128i>(v), 0xFF));
-#if QUILLON_AVX2
-  } else if constexpr (sizeof(V) == 32) {
-    return BitCast<V>(_mm256_permutevar8x32_epi32(BitCast<__m256i>(v), _mm256_set1_epi32(7)));
-#endif
-#if QUILLON_AVX512
-  } else {
-    return __builtin_shufflevector(v, v, 15, 15, 15, 15, 15, 15, 15, 15, 15, 15, 15, 15, 15, 15, 15,
-                                   15);
-#endif
-  }
+  return native::SplatLast(v);
 }
 
-// One bit per 32-bit lane: its top bit.
+// Has the compiler make this vector here, and keep it in a register. Left alone, it would load the
+// vector again for a second use, or compute it later, where registers are short.
 template <class V>
-QUILLON_INLINE uint32_t MoveWordMask(V v) {
-  if constexpr (sizeof(V) == 16) {
-    return static_cast<uint32_t>(_mm_movemask_ps(BitCast<__m128>(v)));
-#if QUILLON_AVX2
-  } else if constexpr (sizeof(V) == 32) {
-    return static_cast<uint32_t>(_mm256_movemask_ps(BitCast<__m256>(v)));
-#endif
-#if QUILLON_AVX512
-  } else {
-    return _mm512_movepi32_mask(BitCast<__m512i>(v));
-#endif
-  }
+QUILLON_INLINE V KeepOnce(V v) {
+  native::Keep(v);
+  return v;
 }
 
-// Square roots of float or double lanes, correctly rounded.
+#if QUILLON_BYTE_SHUFFLES
+// Within each 16 bytes: table[place] for each place, looked at by its lower four bits; 0 where the
+// place's top bit is set.
 template <class V>
-QUILLON_INLINE V Sqrt(V v) {
-  constexpr bool kDouble = sizeof(v[0]) == 8;
-  if constexpr (sizeof(V) > kVectorBytes) {
-    return Join(Sqrt(Low(v)), Sqrt(High(v)));
-  } else if constexpr (sizeof(V) == 16) {
-    if constexpr (kDouble)
-      return BitCast<V>(_mm_sqrt_pd(BitCast<__m128d>(v)));
-    else
-      return BitCast<V>(_mm_sqrt_ps(BitCast<__m128>(v)));
-#if QUILLON_AVX2
-  } else if constexpr (sizeof(V) == 32) {
-    if constexpr (kDouble)
-      return BitCast<V>(_mm256_sqrt_pd(BitCast<__m256d>(v)));
-    else
-      return BitCast<V>(_mm256_sqrt_ps(BitCast<__m256>(v)));
-#endif
-#if QUILLON_AVX512
-  } else {
-    if constexpr (kDouble)
-      return BitCast<V>(_mm512_maskz_sqrt_pd(0xFF, BitCast<__m512d>(v)));
-    else
-      return BitCast<V>(_mm512_maskz_sqrt_ps(0xFFFF, BitCast<__m512>(v)));
-#endif
-  }
+QUILLON_INLINE V ShuffleBytes(V table, V places) {
+  return native::ShuffleBytes(table, places);
 }
+
+// b where the top bit of the byte in `by` is set, else a.
+template <class V>
+QUILLON_INLINE V BlendByTopBit(V a, V b, V by) {
+  return native::BlendByTopBit(a, b, by);
+}
+#endif
+
+#if QUILLON_PAIR_SHUFFLES
+// Bytes of two tables, one after the other: places are 0 ... 31.
+QUILLON_INLINE U8<16> ShuffleBytePairs(U8<16> first, U8<16> second, U8<16> places) {
+  return native::ShuffleBytePairs(first, second, places);
+}
+#endif
+
+#if QUILLON_BYTE_DOTS
+// Each 32-bit lane plus four products of an unsigned and a signed byte.
+template <class Sum, class A, class B>
+QUILLON_INLINE Sum AddDotBytes(Sum sum, A a, B b) {
+  return native::AddDotBytes(sum, a, b);
+}
+#endif
+
+#if QUILLON_LANE_MERGES
+// The lowest bytes of the 32-bit lanes of four vectors: of each lane the first vector's, the
+// second's, the third's, the fourth's.
+template <class V>
+QUILLON_INLINE U8<sizeof(V)> MergeLowBytes(V a, V b, V c, V d) {
+  return native::MergeLowBytes(a, b, c, d);
+}
+#endif
 
 }  // namespace quillon::QUILLON_LEVEL
