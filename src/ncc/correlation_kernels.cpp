@@ -32,7 +32,7 @@ void SumProducts(const uint8_t* a, const uint8_t* b, int count, uint64_t sums[3]
     I32<kVectorBytes / 4> squares = {}, products = {};
     for (; x <= end - kVectorBytes; x += kVectorBytes) {
       const auto va = Load<uint8_t, kVectorBytes>(a + x), vb = Load<uint8_t, kVectorBytes>(b + x);
-      values += SumEights(va);
+      values += SumsOf8(va);
       squares += ProductSums(va, va);
       products += ProductSums(va, vb);
     }

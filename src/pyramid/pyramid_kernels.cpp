@@ -65,12 +65,12 @@ void ReduceBy4(const uint8_t* const* rows, uint8_t* out, int count) {
 
 // Sums of each eight columns, down all rows of a block.
 template <int kRows, int kBytes>
-QUILLON_INLINE void ColumnEights(const uint8_t* const* rows, int x, uint64_t* eights) {
+QUILLON_INLINE void SumEights(const uint8_t* const* rows, int x, uint64_t* eights) {
   constexpr int kPart = kBytes < kVectorBytes ? kBytes : kVectorBytes;
   U64<kPart / 8> sums[kBytes / kPart] = {};
   for (int row = 0; row < kRows; ++row) {
     for (int part = 0; part < kBytes / kPart; ++part) {
-      sums[part] += SumEights(Load<uint8_t, kPart>(rows[row] + x + part * kPart));
+      sums[part] += SumsOf8(Load<uint8_t, kPart>(rows[row] + x + part * kPart));
     }
   }
   for (int part = 0; part < kBytes / kPart; ++part) Store(eights + part * kPart / 8, sums[part]);
@@ -83,7 +83,7 @@ void ReduceByEights(const uint8_t* const* rows, uint8_t* out, int count) {
   constexpr int kSide = 1 << kLevel, kLine = 64, kLeast = kSide < 16 ? 16 : kSide;
   const int tail = ForEachBlock<kLine, kLeast>(kSide * count, [&](auto width, int x) {
     uint64_t eights[width / 8];
-    ColumnEights<kSide, width>(rows, x, eights);
+    SumEights<kSide, width>(rows, x, eights);
     for (int i = 0; i < width / kSide; ++i) {
       out[x / kSide + i] = Mean<kLevel>(eights + i * kSide / 8);
     }

@@ -237,7 +237,7 @@ QUILLON_BY_HALVES_1(Sqrt)
 QUILLON_BY_HALVES_1(RoundToWhole)
 
 // The sums of each eight neighbouring bytes.
-QUILLON_BY_HALVES_1(SumEights)
+QUILLON_BY_HALVES_1(SumsOf8)
 
 #undef QUILLON_BY_HALVES_1
 #undef QUILLON_BY_HALVES_2

@@ -31,7 +31,7 @@ QUILLON_INLINE U8<16> PackWithin16(I16<8> a, I16<8> b) {
 QUILLON_INLINE I16<8> PackWithin16(I32<4> a, I32<4> b) {
   return BitCast<I16<8>>(_mm_packs_epi32(BitCast<__m128i>(a), BitCast<__m128i>(b)));
 }
-QUILLON_INLINE U64<2> SumEights(U8<16> v) {
+QUILLON_INLINE U64<2> SumsOf8(U8<16> v) {
   return BitCast<U64<2>>(_mm_sad_epu8(BitCast<__m128i>(v), _mm_setzero_si128()));
 }
 QUILLON_INLINE F32<4> Sqrt(F32<4> v) { return BitCast<F32<4>>(_mm_sqrt_ps(BitCast<__m128>(v))); }
@@ -163,7 +163,7 @@ QUILLON_INLINE U8<32> PackWithin16(I16<16> a, I16<16> b) {
 QUILLON_INLINE I16<16> PackWithin16(I32<8> a, I32<8> b) {
   return BitCast<I16<16>>(_mm256_packs_epi32(BitCast<__m256i>(a), BitCast<__m256i>(b)));
 }
-QUILLON_INLINE U64<4> SumEights(U8<32> v) {
+QUILLON_INLINE U64<4> SumsOf8(U8<32> v) {
   return BitCast<U64<4>>(_mm256_sad_epu8(BitCast<__m256i>(v), _mm256_setzero_si256()));
 }
 QUILLON_INLINE F32<8> Sqrt(F32<8> v) { return BitCast<F32<8>>(_mm256_sqrt_ps(BitCast<__m256>(v))); }
@@ -240,7 +240,7 @@ QUILLON_INLINE U8<64> PackWithin16(I16<32> a, I16<32> b) {
 QUILLON_INLINE I16<32> PackWithin16(I32<16> a, I32<16> b) {
   return BitCast<I16<32>>(_mm512_packs_epi32(BitCast<__m512i>(a), BitCast<__m512i>(b)));
 }
-QUILLON_INLINE U64<8> SumEights(U8<64> v) {
+QUILLON_INLINE U64<8> SumsOf8(U8<64> v) {
   return BitCast<U64<8>>(_mm512_sad_epu8(BitCast<__m512i>(v), _mm512_setzero_si512()));
 }
 QUILLON_INLINE F32<16> Sqrt(F32<16> v) {
