@@ -532,7 +532,7 @@ QUILLON_API uint8_t QUILLON_CALL IxDistortionCalibrate(GreyImage* image);
 // The image reduced by 16, re-creating `result` at width / 16 x height / 16: a pixel is the sum of
 // the left half of its 16 x 16 block / 512 plus that of the right half / 512, each truncated. That
 // is half of the block's mean: a uniform 200 becomes 100. Cut blocks at the right and bottom edges
-// are dropped; a source smaller than 16 either way empties the result.
+// are dropped; a source smaller than 16 either way gives a result without pixels, 0 wide or high.
 // In place: the reduced image is written into the top left corner, the rest stays as it was.
 // Depths are not tested: rows are read as `width` bytes.
 QUILLON_API void QUILLON_CALL IxImgPyramid(const GreyImage* source, GreyImage* result);
