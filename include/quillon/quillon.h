@@ -211,7 +211,8 @@ QUILLON_API void QUILLON_CALL IxArbitraryConvolution7x7(const GreyImage* source,
 // A region object holds a region of interest as horizontal runs, and every result of the last
 // labelling made into it. Its tables have fixed capacities: 300,000 runs of the region of interest,
 // 300,000 runs of blobs, 50,000 labels, 20,000 feature records. Whatever fills a table stops there.
-// A null region: nothing happens; false, 0 or null is returned.
+// A null region: nothing happens; false, 0 or null is returned. The same where a table that a call
+// works on is null; but without the table of its runs a region of interest counts as empty.
 
 // A new region object without runs. Null when there is no memory for it (about 18 MB, touched only
 // as far as used).
