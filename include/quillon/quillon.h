@@ -487,7 +487,8 @@ QUILLON_API uint8_t QUILLON_CALL IxFFCParaBuild(GreyImage* image, int target, in
                                                 int yStart, int yEnd, const char* fileName);
 
 // Takes gains and region, four ints xStart, xEnd, yStart, yEnd, from a file. 1; 0 when it cannot be
-// opened: the image is then without gains. What a short file lacks comes out as 0.
+// opened: the image is then without gains. Of a short file, gains that it lacks are 0 and words of
+// the region stay as they were.
 QUILLON_API uint8_t QUILLON_CALL IxFFCParaLoad(GreyImage* image, int* region, const char* fileName);
 
 // Corrects the part of the region that lies inside the image, in place: pixel * gain, truncated,
@@ -513,7 +514,8 @@ QUILLON_API uint8_t QUILLON_CALL IxDistortionParaBuild(GreyImage* image, int* po
                                                        float yPixelSize, const char* fileName);
 
 // Takes parameters and coefficients from a file. 1; 0 when it cannot be opened: the image is then
-// without coefficients. What a short file lacks comes out as 0.
+// without coefficients. Of a short file, coefficients that it lacks are 0 and parameters that it
+// lacks keep the image's values.
 QUILLON_API uint8_t QUILLON_CALL IxDistortionParaLoad(GreyImage* image, const char* fileName);
 
 // Makes the pixel map, pairs source x, source y for every pixel of the corrected rectangle, for the
