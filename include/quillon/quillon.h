@@ -576,11 +576,12 @@ QUILLON_API bool QUILLON_CALL IxCreateGeoMatchModel(const GreyImage* image, GeoM
 //                    at (x + xi, y + yi); a point outside the image, or on a pixel without
 //                    gradient, adds nothing. 1 is a perfect match at any contrast. Contrast
 //                    reversed: below 0.
-//   abandoned        after point j, when sum / j is below
+//   abandoned        after a point j that lies inside the image, when sum / j is below
 //                      min((s - 1) + (1 - greediness * minScore) / (1 - greediness) * j / n,
 //                          minScore * j / n);
-//                    sum / j is then the score. s is minScore, and follows every new best score of
-//                    the scan. Greediness near 1 is fastest; near 0, nothing good is missed.
+//                    sum / j is then the score; j counts points outside too. s is minScore, and
+//                    follows every new best score of the scan. Greediness near 1 is fastest; near
+//                    0, nothing good is missed.
 //   scan             the coarsest level: all positions that keep the template within the image, in
 //                    raster order; the first of equal scores wins. Each finer level: the 3 x 3
 //                    positions around twice the one found before.
