@@ -7,8 +7,8 @@ set(quillon_flags_avx512 ${quillon_flags_avx2}
     -mavx512f -mavx512cd -mavx512bw -mavx512dq -mavx512vl -mavx512vbmi -mavx512vbmi2 -mavx512vnni
     -mavx512bitalg -mavx512vpopcntdq -mprefer-vector-width=512)
 
-# Object libraries quillon_kernels_<level> of the given sources.
-function(quillon_add_kernels)
+# Object libraries <name>_<level> of the given sources.
+function(quillon_add_kernels name)
   set(optimise -O3)
   if(QUILLON_SANITIZE)
     set(optimise -O1)  # instrumented kernels take minutes to optimise
@@ -17,7 +17,7 @@ function(quillon_add_kernels)
     set(optimise ${QUILLON_OPTIMISE})
   endif()
   foreach(level IN LISTS QUILLON_LEVELS)
-    set(target quillon_kernels_${level})
+    set(target ${name}_${level})
     add_library(${target} OBJECT ${ARGN})
     quillon_library_flags(${target})
     target_compile_options(${target} PRIVATE ${optimise} ${quillon_flags_${level}})

@@ -1,9 +1,7 @@
 #include "blob/region.h"
 
 #include <cstdlib>
-#include <memory>
 #include <new>
-#include <utility>
 
 namespace quillon {
 namespace {
@@ -16,7 +14,8 @@ bool MakeTable(Record*& table, int capacity) {
 }
 
 void DestroyDisplay(RLERegion& region) {
-  const std::unique_ptr<ColourImage> old(std::exchange(region.displayImage, nullptr));
+  delete region.displayImage;
+  region.displayImage = nullptr;
 }
 
 }  // namespace

@@ -18,8 +18,7 @@ bool BuildDistortionModel(GreyImage& image, int32_t* points, int count, const Gr
                           const char* fileName);
 
 // Takes the parameters of a file. False, and an image without coefficients, when it cannot be
-// opened. Coefficients that a short file lacks are 0; the image keeps its values of the parameters
-// that are missing.
+// opened. What a short file lacks comes out as 0.
 bool LoadDistortionParameters(GreyImage& image, const char* fileName);
 
 // Makes the pixel map of an image with coefficients, for its present size.

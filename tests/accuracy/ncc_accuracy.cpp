@@ -9,16 +9,10 @@
 #include <string>
 
 #include "quillon/quillon.h"
-#include "support/scenes.h"
+#include "support/synthetic_rows.h"
 
 namespace quillon::test {
 namespace {
-
-struct Row {
-  const char* name;
-  SceneSpec spec;
-  int scenes;
-};
 
 struct Figures {
   int truths = 0, found = 0, wrong = 0;
@@ -56,7 +50,7 @@ void Compare(const std::vector<Truth>& truths, NccTool* tool, int count, Figures
   }
 }
 
-Figures Measure(const Row& row) {
+Figures Measure(const SyntheticRow& row) {
   Figures figures;
   GreyImage pattern, scene;
   const std::unique_ptr<NccTool, void (*)(NccTool*)> tool(IxCreateNCCTool(), IxDestroyNCCModel);
@@ -76,64 +70,6 @@ Figures Measure(const Row& row) {
   return figures;
 }
 
-// Six rows, each also at a lower contrast with noise.
-std::vector<Row> Rows() {
-  std::vector<Row> rows = {
-      {"moved", {.instances = 5, .seed = 100}, 20},
-      {"moved, 20 a scene", {.width = 1280, .height = 1024, .instances = 20, .seed = 200}, 5},
-      {"turned up to 20°", {.instances = 5, .angleMin = -20, .angleMax = 20, .seed = 300}, 20},
-      {"turned any way",
-       {.width = 1280,
-        .height = 1024,
-        .instances = 20,
-        .angleMin = -180,
-        .angleMax = 180,
-        .seed = 400},
-       5},
-      {"scaled 0.8 to 1.2", {.instances = 4, .scaleMin = 0.8, .scaleMax = 1.2, .seed = 500}, 20},
-      {"turned any way, scaled",
-       {.templateWidth = 100,
-        .templateHeight = 100,
-        .width = 1280,
-        .height = 1024,
-        .instances = 10,
-        .angleMin = -180,
-        .angleMax = 180,
-        .scaleMin = 0.8,
-        .scaleMax = 1.2,
-        .seed = 600},
-       5},
-      {"100 x 60, turned, scaled",
-       {.templateWidth = 100,
-        .templateHeight = 60,
-        .instances = 4,
-        .angleMin = -30,
-        .angleMax = 30,
-        .scaleMin = 0.9,
-        .scaleMax = 1.1,
-        .seed = 700},
-       10},
-      {"150 x 151, turned any way",
-       {.templateWidth = 150,
-        .templateHeight = 151,
-        .width = 1280,
-        .height = 1024,
-        .instances = 6,
-        .angleMin = -180,
-        .angleMax = 180,
-        .seed = 800},
-       5},
-  };
-  const size_t clean = rows.size();
-  for (size_t i = 0; i < clean; ++i) {
-    Row noisy = rows[i];
-    noisy.spec.gain = 0.7;
-    noisy.spec.noise = 10;
-    rows.push_back(noisy);
-  }
-  return rows;
-}
-
 }  // namespace
 }  // namespace quillon::test
 
@@ -142,7 +78,7 @@ int main() {
   std::printf(
       "| scenes | noise, gain | instances | found | false | position mean, worst | "
       "angle mean, worst | scale mean |\n|---|---|---|---|---|---|---|---|\n");
-  for (const Row& row : Rows()) {
+  for (const SyntheticRow& row : SyntheticRows()) {
     const Figures f = Measure(row);
     const double n = std::max(f.found, 1);
     std::printf("| %s | %s | %d | %d | %d | %.3f, %.3f px | %.3f, %.3f° | %.4f |\n", row.name,

@@ -1,0 +1,224 @@
+#include <algorithm>
+#include <cmath>
+
+#include "finder/refine.h"
+
+namespace quillon::finder {
+namespace {
+
+// What a match reaches at least on the way, as shares of the minimum score: at the coarsest level,
+// where its pose is off by up to half a step, and after a fit or climb of a level above the finest.
+constexpr double kSweepShare = 0.6, kLevelShare = 0.7;
+// By how much a score may grow from level 1 to level 0. Noise and detail make it shrink.
+constexpr double kMostGain = 0.2;
+
+struct Bounds {
+  double left, top, right, bottom;  // of centres
+};
+
+bool IsIn(double value, double low, double high) { return value >= low && value <= high; }
+
+Status Check(const Model& model, const Picture& picture, const FindOptions& options) {
+  if (!model.IsTaught() || !picture.pixels || !IsIn(picture.width, 1, kMaxSide) ||
+      !IsIn(picture.height, 1, kMaxSide)) {
+    return Status::kNoPicture;
+  }
+  constexpr double kMostDegrees = 36000;
+  const bool numbers =
+      IsIn(options.angleLow, -kMostDegrees, kMostDegrees) &&
+      IsIn(options.angleHigh, options.angleLow, kMostDegrees) && IsIn(options.scaleLow, 0.5, 2) &&
+      IsIn(options.scaleHigh, options.scaleLow, 2) && IsIn(options.minScore, 0.1, 1) &&
+      IsIn(options.maxCount, 1, 10000) && IsIn(options.maxOverlap, 0, 1);
+  if (!numbers) return Status::kBadNumber;
+  const bool whole = options.right <= options.left && options.bottom <= options.top;
+  if (!whole && (options.right <= std::max(options.left, 0) || options.left >= picture.width ||
+                 options.bottom <= std::max(options.top, 0) || options.top >= picture.height ||
+                 options.right <= options.left || options.bottom <= options.top)) {
+    return Status::kBadRegion;
+  }
+  const double shorter = options.scaleLow * std::min(model.width, model.height);
+  const double longer = options.scaleLow * std::max(model.width, model.height);
+  if (shorter > std::min(picture.width, picture.height) ||
+      longer > std::sqrt(static_cast<double>(picture.width) * picture.width +
+                         static_cast<double>(picture.height) * picture.height)) {
+    return Status::kDoesNotFit;
+  }
+  return Status::kOk;
+}
+
+bool Better(const Candidate& a, const Candidate& b) {
+  if (a.score != b.score) return a.score > b.score;
+  return a.pose.y != b.pose.y ? a.pose.y < b.pose.y : a.pose.x < b.pose.x;
+}
+
+// Sorts, drops those below `least`, those that ended at the same pose as a better one, and those
+// beyond `most`.
+void Prune(const RefineTask& task, int level, float least, size_t most, List<Candidate>& list) {
+  std::sort(list.begin(), list.end(), Better);
+  const double pixel = 1 << level;
+  const double turn = kDegrees / std::max(2.0F, task.model.level[level].radius);
+  size_t kept = 0;
+  for (size_t i = 0; i < list.size() && kept < most && list[i].score >= least; ++i) {
+    const Pose& pose = list[i].pose;
+    bool isNew = true;
+    for (size_t j = 0; j < kept && isNew; ++j) {
+      const Pose& other = list[j].pose;
+      const double turned = std::abs(std::remainder(pose.degrees - other.degrees, 360.0));
+      isNew = std::abs(pose.x - other.x) > pixel || std::abs(pose.y - other.y) > pixel ||
+              turned > turn || std::abs(pose.scale - other.scale) * kDegrees > turn;
+    }
+    if (isNew) list[kept++] = list[i];
+  }
+  list.Shrink(kept);
+}
+
+// Takes the best of those that share too much of their outline.
+bool TakeBest(const Model& model, const FindOptions& options, List<Match>& found,
+              Results& results) {
+  std::sort(found.begin(), found.end(), [](const Match& a, const Match& b) {
+    if (a.score != b.score) return a.score > b.score;
+    return a.y != b.y ? a.y < b.y : a.x < b.x;
+  });
+  results.Clear();
+  const double area = static_cast<double>(model.width) * model.height;
+  for (const Match& match : found) {
+    if (results.size() == static_cast<size_t>(options.maxCount)) break;
+    bool isFree = true;
+    for (const Match& other : results) {
+      const double smaller = std::min(match.scale, other.scale);
+      const double shared = SharedArea(match.corners, other.corners);
+      if (shared > options.maxOverlap * area * smaller * smaller) {
+        isFree = false;
+        break;
+      }
+    }
+    if (isFree && !results.Add(match)) return false;
+  }
+  return true;
+}
+
+class Finder {
+ public:
+  Finder(const FinderKernels& kernels, const Model& model, const Picture& picture,
+         const FindOptions& options)
+      : kernels_(kernels), model_(model), picture_(picture), options_(options) {}
+
+  Status Run(Results& results) {
+    if (!planes_.Open(kernels_, picture_, model_.levels)) return Status::kNoMemory;
+    Freedom freedom;
+    freedom.angleLow = options_.angleLow;
+    freedom.anyAngle = options_.angleHigh - options_.angleLow >= 360;
+    freedom.angleHigh = freedom.anyAngle ? options_.angleLow + 360 : options_.angleHigh;
+    freedom.turn = options_.angleHigh > options_.angleLow;
+    freedom.scaleLow = options_.scaleLow;
+    freedom.scaleHigh = options_.scaleHigh;
+    freedom.scale = options_.scaleHigh > options_.scaleLow;
+    bounds_ = {0, 0, static_cast<double>(picture_.width), static_cast<double>(picture_.height)};
+    if (options_.right > options_.left) {
+      bounds_ = {std::max(bounds_.left, static_cast<double>(options_.left)),
+                 std::max(bounds_.top, static_cast<double>(options_.top)),
+                 std::min(bounds_.right, static_cast<double>(options_.right)),
+                 std::min(bounds_.bottom, static_cast<double>(options_.bottom))};
+    }
+    const bool any = options_.polarity == Polarity::kAny;
+    const RefineTask task = {model_, planes_, freedom, any, 0.8 * options_.minScore};
+    List<Candidate> candidates;
+    if (!SweepAll(freedom, any, candidates) || !RefineAll(task, candidates))
+      return Status::kNoMemory;
+    return Finish(task, candidates, results) ? Status::kOk : Status::kNoMemory;
+  }
+
+ private:
+  bool SweepAll(const Freedom& freedom, bool any, List<Candidate>& candidates) {
+    const int level = model_.levels - 1;
+    const int width = planes_.Width(level), height = planes_.Height(level);
+    if (width < 1 || height < 1) return true;
+    // A pixel more on each side: a match may end up over the border of the region.
+    const auto low = [&](double x, int most) {
+      return std::clamp(Floor(ToLevel(std::max(x, 0.0), level)) - 1, 0, most - 1);
+    };
+    const auto high = [&](double x, int most) {
+      return std::clamp(Floor(ToLevel(x, level)) + 3, 1, most);
+    };
+    const SweepTask task = {kernels_,
+                            model_,
+                            planes_,
+                            freedom,
+                            low(bounds_.left, width),
+                            low(bounds_.top, height),
+                            high(bounds_.right, width),
+                            high(bounds_.bottom, height),
+                            any,
+                            static_cast<float>(kSweepShare * options_.minScore)};
+    return Sweep(task, 256 + 8 * static_cast<size_t>(options_.maxCount), candidates);
+  }
+
+  // Down to level 1; a template of a single level is climbed.
+  bool RefineAll(const RefineTask& task, List<Candidate>& candidates) {
+    const auto least = static_cast<float>(kLevelShare * options_.minScore);
+    const bool grey = model_.way == Way::kGrey;
+    const int first = model_.levels == 1 ? 0 : grey ? model_.levels - 1 : model_.levels - 2;
+    const int last = model_.levels == 1 && !grey ? 0 : 1;
+    for (int level = first; level >= last; --level) {
+      for (Candidate& candidate : candidates) {
+        if (!(grey ? FitByGrey(task, level, candidate) : ClimbByEdges(task, level, candidate))) {
+          return false;
+        }
+      }
+      const size_t most = 48 + 3 * static_cast<size_t>(options_.maxCount);
+      Prune(task, level, least, level == first ? 2 * most : most, candidates);
+    }
+    return true;
+  }
+
+  // Fits and rates the candidates at full resolution, best first, until no further one can be among
+  // the best.
+  bool Finish(const RefineTask& task, List<Candidate>& candidates, Results& results) {
+    const bool grey = model_.way == Way::kGrey;
+    List<Match> found;
+    std::sort(candidates.begin(), candidates.end(), Better);
+    for (Candidate& candidate : candidates) {
+      if (results.size() == static_cast<size_t>(options_.maxCount) &&
+          candidate.score < results[results.size() - 1].score - kMostGain) {
+        break;
+      }
+      Rating rating;
+      const Pose& pose = candidate.pose;
+      if (!(grey ? FitByGrey(task, 0, candidate) : FitByEdges(task, 0, candidate))) return false;
+      if (!IsInside(pose)) continue;
+      if (!(grey ? RateByGrey(task, pose, rating) : RateByEdges(task, pose, rating))) return false;
+      if (rating.score < options_.minScore) continue;
+      Match match = {pose.x, pose.y, pose.degrees, pose.scale, rating.score, rating.visible, {}};
+      Outline(model_.width, model_.height, pose, match.corners);
+      if (!found.Add(match)) return false;
+      const bool enough = found.size() >= static_cast<size_t>(options_.maxCount);
+      if (enough && !TakeBest(model_, options_, found, results)) return false;
+    }
+    return TakeBest(model_, options_, found, results);
+  }
+
+  bool IsInside(const Pose& pose) const {
+    return pose.x >= bounds_.left - 0.5 && pose.x < bounds_.right - 0.5 &&
+           pose.y >= bounds_.top - 0.5 && pose.y < bounds_.bottom - 0.5;
+  }
+
+  const FinderKernels& kernels_;
+  const Model& model_;
+  const Picture& picture_;
+  const FindOptions& options_;
+  Planes planes_;
+  Bounds bounds_ = {};
+};
+
+}  // namespace
+
+Status Find(const FinderKernels& kernels, const Model& model, const Picture& picture,
+            const FindOptions& options, Results& results) {
+  results.Clear();
+  const Status status = Check(model, picture, options);
+  if (status != Status::kOk) return status;
+  Finder finder(kernels, model, picture, options);
+  return finder.Run(results);
+}
+
+}  // namespace quillon::finder

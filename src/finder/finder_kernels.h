@@ -1,0 +1,85 @@
+// Row kernels of the finder.
+#pragma once
+
+#include <stdint.h>
+
+namespace quillon {
+
+// A gradient's direction in 8 bits a part: (127, 0) is a clear edge from dark on the left to bright
+// on the right; shorter where the picture is nearly even.
+struct Direction8 {
+  int8_t x, y;
+};
+
+struct Gradient16 {
+  int16_t x, y;  // 3 x 3 Sobel sums
+};
+
+// A row of a rotated template: weights for pairs of neighbouring pixels.
+struct WeightPair {
+  int32_t offset;  // of the pair, from the position's pixel
+  int16_t weight[2];
+};
+
+// A row of a rotated template's footprint: the pixels [begin, end) from the position's.
+struct FootprintRun {
+  int32_t begin, end;
+};
+
+struct FinderKernels {
+  const char* level;
+
+  // out[x] = (a + b + c + d + 2) / 4 of the 2 x 2 pixels at column 2 x.
+  void (*HalveRow)(const uint8_t* upper, const uint8_t* lower, uint8_t* out, int count);
+
+  // Sobel sums at columns 1 ... width - 2; zero at both ends.
+  void (*GradientRow)(const uint8_t* above, const uint8_t* row, const uint8_t* below,
+                      Gradient16* out, int width);
+
+  // 127 g / max(|g|, contrast), rounded.
+  void (*DirectionRow)(const Gradient16* gradient, float contrast, Direction8* out, int count);
+
+  // How far each direction n agrees with (c, s), which is 127 long: 8 + 8 cos a of a full one,
+  // rounded; or 8 + 8 cos 2a, which is the same for opposite directions. 0 ... 16.
+  void (*AgreementRow)(const Direction8* directions, int c, int s, bool anyPolarity, uint8_t* out,
+                       int count);
+
+  // out[x] = sum over i < rowCount of rows[i][x], each at most 16. Reads and writes up to
+  // kSumBlock - 1 columns beyond count.
+  void (*SumRow)(const uint8_t* const* rows, int rowCount, int count, uint16_t* out);
+
+  // The first column from `from` on whose value is at least `least`; count if there is none.
+  int (*NextPeak)(const uint16_t* row, int from, int count, uint16_t least);
+
+  // out[x] = (row[x], row[x + 1]); the last pair's second is the last pixel again.
+  void (*PairRow)(const uint8_t* row, uint32_t* out, int count);
+
+  // sums[x] += weight . pairs[x + offset] of each pair. Goes up to kSumBlock - 1 columns beyond
+  // count.
+  void (*CorrelateRow)(const uint32_t* pairs, const WeightPair* weights, int weightCount, int count,
+                       int32_t* sums);
+
+  // out[x] = 1000 c / sqrt(n q - s^2) for c > 0, else 0; s = sums, q = squares, c = products /
+  // unit.
+  void (*NormaliseRow)(const int32_t* products, const int32_t* sums, const int32_t* squares,
+                       float factor, int pixels, float leastVariance, int count, uint16_t* out);
+  // sums[x] += above[x + end] - above[x + begin], of both tables of prefix sums.
+  void (*AddRun)(const int32_t* prefix, const int32_t* squarePrefix, FootprintRun run, int count,
+                 int32_t* sums, int32_t* squares);
+};
+
+constexpr int kSumBlock = 128;
+
+// Compiling finder_kernels.cpp once per level defines one constant per level. They are no family of
+// simd/families.h: the library that hosts load does not hold them.
+namespace sse2 {
+extern const FinderKernels search;
+}
+namespace avx2 {
+extern const FinderKernels search;
+}
+namespace avx512 {
+extern const FinderKernels search;
+}
+
+}  // namespace quillon

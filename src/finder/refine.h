@@ -1,0 +1,34 @@
+// Making a candidate better: climbing on a level, fitting to a fraction of a pixel, the score
+// itself.
+#pragma once
+
+#include "finder/sweep.h"
+
+namespace quillon::finder {
+
+struct RefineTask {
+  const Model& model;
+  Planes& planes;
+  Freedom freedom;
+  bool anyPolarity;
+  double least;  // a score that is worth the last, exact steps
+};
+
+// Each moves `candidate` to a better pose, gives it its score at this level, and returns false only
+// when memory is short.
+//
+// Climb tries the neighbouring poses until none is better: it starts up to two pixels of the level
+// away. Fit solves for the pose by least squares: it starts within a pixel, and ends within a few
+// hundredths.
+bool ClimbByEdges(const RefineTask& task, int level, Candidate& candidate);
+bool FitByEdges(const RefineTask& task, int level, Candidate& candidate);
+bool FitByGrey(const RefineTask& task, int level, Candidate& candidate);
+
+struct Rating {
+  double score, visible;
+};
+// At full resolution. False when memory is short.
+bool RateByEdges(const RefineTask& task, const Pose& pose, Rating& rating);
+bool RateByGrey(const RefineTask& task, const Pose& pose, Rating& rating);
+
+}  // namespace quillon::finder

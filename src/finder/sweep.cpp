@@ -1,0 +1,473 @@
+#include "finder/sweep.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace quillon::finder {
+namespace {
+
+constexpr double kPixelsPerStep = 1.2;
+constexpr size_t kPeakRoom = 8192;  // when there are more tops, the lower half is forgotten
+
+struct Peak {
+  uint16_t score;
+  uint16_t scale;
+  int32_t angle;
+  int32_t x, y;
+};
+
+bool Better(const Peak& a, const Peak& b) {
+  if (a.score != b.score) return a.score > b.score;
+  if (a.angle != b.angle) return a.angle < b.angle;
+  if (a.scale != b.scale) return a.scale < b.scale;
+  return a.y != b.y ? a.y < b.y : a.x < b.x;
+}
+
+// Scores of one angle and scale at every place: rows of `width`, in a store that kernels may
+// overrun.
+struct ScoreMap {
+  int width, height, stride;
+  Buffer<uint16_t> scores;
+};
+
+// Collects tops; forgets the lower ones when there are too many.
+class PeakList {
+ public:
+  explicit PeakList(uint16_t least) : least_(least) {}
+  uint16_t Least() const { return least_; }
+  List<Peak>& Peaks() { return peaks_; }
+
+  bool AddTops(const FinderKernels& kernels, const ScoreMap& map, int angle, int scale) {
+    for (int y = 0; y < map.height; ++y) {
+      const uint16_t* row = &map.scores[static_cast<size_t>(y) * map.stride];
+      for (int x = 0;; ++x) {
+        x = kernels.NextPeak(row, x, map.width, least_);
+        if (x >= map.width) break;
+        if (!IsTop(map, x, y)) continue;
+        if (!peaks_.Add({row[x], static_cast<uint16_t>(scale), angle, x, y})) return false;
+      }
+    }
+    if (peaks_.size() > kPeakRoom) {
+      std::nth_element(peaks_.begin(), peaks_.begin() + kPeakRoom / 2, peaks_.end(), Better);
+      least_ = std::max(least_, peaks_[kPeakRoom / 2].score);
+      peaks_.Shrink(kPeakRoom / 2);
+    }
+    return true;
+  }
+
+ private:
+  // Not below any of its eight neighbours; of equal ones the first.
+  static bool IsTop(const ScoreMap& map, int x, int y) {
+    const auto at = [&](int dx, int dy) -> int {
+      const int cx = x + dx, cy = y + dy;
+      if (cx < 0 || cy < 0 || cx >= map.width || cy >= map.height) return -1;
+      return map.scores[static_cast<size_t>(cy) * map.stride + cx];
+    };
+    const int score = at(0, 0);
+    return at(-1, -1) < score && at(0, -1) < score && at(1, -1) < score && at(-1, 0) < score &&
+           at(1, 0) <= score && at(-1, 1) <= score && at(0, 1) <= score && at(1, 1) <= score;
+  }
+
+  uint16_t least_;
+  List<Peak> peaks_;
+};
+
+// ---- by edges -----------------------------------------------------------------------------------
+
+constexpr int kDirections = 16;
+constexpr uint8_t kNoAgreement = 8;
+
+// One plane per direction: how far the picture's gradient agrees with it. Around the picture lies a
+// margin in which nothing agrees.
+class AgreementMaps {
+ public:
+  bool Open(const SweepTask& task, int level, int reach) {
+    const int width = task.planes.Width(level), height = task.planes.Height(level);
+    any_ = task.anyPolarity;
+    const int planes = any_ ? kDirections / 2 : kDirections;
+    margin_ = reach;
+    stride_ = width + 2 * margin_ + kSumBlock;
+    plane_ = static_cast<size_t>(stride_) * (height + 2 * margin_);
+    maps_ = Buffer<uint8_t>(plane_ * planes);
+    if (!maps_) return false;
+    std::memset(maps_.data(), kNoAgreement, maps_.size());
+    const float contrast = task.model.level[level].contrast;
+    if (!task.planes.NeedDirections(level, 0, height, contrast)) return false;
+    const Direction8* directions = task.planes.Directions(level);
+    for (int y = 0; y < height; ++y, directions += width) {
+      for (int i = 0; i < planes; ++i) {
+        const Direction turn = DirectionOf(i * 360.0 / kDirections);
+        task.kernels.AgreementRow(directions, Nearest(127 * turn.cosine), Nearest(127 * turn.sine),
+                                  any_, &maps_[At(i, 0, y)], width);
+      }
+    }
+    return true;
+  }
+
+  // The place of a pixel in the plane of a direction.
+  size_t At(int direction, int x, int y) const {
+    const int plane = any_ ? direction % (kDirections / 2) : direction;
+    return plane * plane_ + static_cast<size_t>(y + margin_) * stride_ + (x + margin_);
+  }
+  const uint8_t* data() const { return maps_.data(); }
+  int Stride() const { return stride_; }
+
+ private:
+  Buffer<uint8_t> maps_;
+  size_t plane_ = 0;
+  int margin_ = 0, stride_ = 0;
+  bool any_ = false;
+};
+
+int NearestDirection(double p, double q) {
+  int best = 0;
+  double most = -2;
+  for (int i = 0; i < kDirections; ++i) {
+    const Direction turn = DirectionOf(i * 360.0 / kDirections);
+    const double agreement = p * turn.cosine + q * turn.sine;
+    if (agreement > most) most = agreement, best = i;
+  }
+  return best;
+}
+
+constexpr int kSweepPoints = 96;
+
+class EdgeSweep {
+ public:
+  bool Open(const SweepTask& task, int level) {
+    task_ = &task;
+    points_ = {task.model.level[level].points.begin(),
+               std::min<size_t>(kSweepPoints, task.model.level[level].points.size())};
+    const double reach = task.model.level[level].radius * task.freedom.scaleHigh;
+    return maps_.Open(task, level, static_cast<int>(reach) + 3);
+  }
+  // A point that agrees fully gives 8 above one that does not count.
+  uint16_t ScoreOf(float share) const {
+    const int count = static_cast<int>(points_.size());
+    return static_cast<uint16_t>(kNoAgreement * count + static_cast<int>(8.0 * count * share));
+  }
+  float ShareOf(uint16_t score) const {
+    const auto count = static_cast<float>(points_.size());
+    return (static_cast<float>(score) - kNoAgreement * count) / (8 * count);
+  }
+  bool Fill(const Pose& pose, ScoreMap& map) {
+    const Direction turn = DirectionOf(pose.degrees);
+    const int count = static_cast<int>(points_.size());
+    const uint8_t* rows[kSweepPoints];
+    for (int i = 0; i < count; ++i) {
+      const ModelPoint& point = points_[i];
+      const double x = pose.scale * (turn.cosine * point.u - turn.sine * point.v);
+      const double y = pose.scale * (turn.sine * point.u + turn.cosine * point.v);
+      const int direction = NearestDirection(turn.cosine * point.p - turn.sine * point.q,
+                                             turn.sine * point.p + turn.cosine * point.q);
+      rows[i] =
+          maps_.data() + maps_.At(direction, task_->left + Nearest(x), task_->top + Nearest(y));
+    }
+    for (int y = 0; y < map.height; ++y) {
+      task_->kernels.SumRow(rows, count, map.width,
+                            &map.scores[static_cast<size_t>(y) * map.stride]);
+      for (int i = 0; i < count; ++i) rows[i] += maps_.Stride();
+    }
+    return true;
+  }
+
+ private:
+  const SweepTask* task_ = nullptr;
+  std::span<const ModelPoint> points_;
+  AgreementMaps maps_;
+};
+
+// ---- by grey values -----------------------------------------------------------------------------
+
+// A template turned and scaled: what each pixel of the level would show, where the template covers
+// it.
+struct TurnedTemplate {
+  int left, top, width, height;  // around the centre's pixel
+  Buffer<float> values;          // below 0: not covered
+};
+
+class GreySweep {
+ public:
+  bool Open(const SweepTask& task, int level) {
+    task_ = &task;
+    level_ = level;
+    width_ = task.planes.Width(level);
+    height_ = task.planes.Height(level);
+    const double reach = task.model.level[level].radius * task.freedom.scaleHigh;
+    margin_ = static_cast<int>(reach) + 3;
+    stride_ = width_ + 2 * margin_ + kSumBlock;
+    const size_t size = static_cast<size_t>(stride_) * (height_ + 2 * margin_);
+    pairs_ = Buffer<uint32_t>(size);
+    prefix_ = Buffer<int32_t>(size);
+    squarePrefix_ = Buffer<int32_t>(size);
+    products_ = Buffer<int32_t>(width_ + kSumBlock);
+    sums_ = Buffer<int32_t>(width_ + kSumBlock);
+    squares_ = Buffer<int32_t>(width_ + kSumBlock);
+    Buffer<uint8_t> padded(stride_);
+    if (!pairs_ || !prefix_ || !squarePrefix_ || !products_ || !sums_ || !squares_ || !padded) {
+      return false;
+    }
+    // Around the picture its border goes on: a template that reaches over it still has its
+    // contrast.
+    for (int y = 0; y < height_ + 2 * margin_; ++y) {
+      const uint8_t* row = task.planes.Row(level, std::clamp(y - margin_, 0, height_ - 1));
+      std::memset(padded.data(), row[0], margin_);
+      std::memcpy(padded.data() + margin_, row, width_);
+      std::memset(padded.data() + margin_ + width_, row[width_ - 1], stride_ - margin_ - width_);
+      const size_t at = static_cast<size_t>(y) * stride_;
+      task.kernels.PairRow(padded.data(), &pairs_[at], stride_);
+      int32_t sum = 0, square = 0;
+      for (int x = 0; x < stride_; ++x) {
+        prefix_[at + x] = sum;
+        squarePrefix_[at + x] = square;
+        sum += padded[x];
+        square += padded[x] * padded[x];
+      }
+    }
+    return true;
+  }
+  uint16_t ScoreOf(float share) const { return static_cast<uint16_t>(1000 * share); }
+  float ShareOf(uint16_t score) const { return static_cast<float>(score) / 1000; }
+  bool Fill(const Pose& pose, ScoreMap& map);
+
+ private:
+  bool Turn(const Pose& pose, TurnedTemplate& turned) const;
+  bool MakeRows(const TurnedTemplate& turned);
+
+  struct Row {
+    int dy;
+    FootprintRun run;
+    int firstWeight, weights;
+  };
+
+  const SweepTask* task_ = nullptr;
+  int level_ = 0, width_ = 0, height_ = 0, margin_ = 0, stride_ = 0;
+  Buffer<uint32_t> pairs_;
+  Buffer<int32_t> prefix_, squarePrefix_;
+  Buffer<int32_t> products_, sums_, squares_;
+  List<Row> rows_;
+  List<WeightPair> weights_;
+  float factor_ = 0;  // of a sum of products, to be divided by the picture's deviation
+  int pixels_ = 0;
+};
+
+// What a pixel shows is the mean of 4 x 4 samples of the turned template; it is covered where the
+// template has at least three quarters of them.
+bool GreySweep::Turn(const Pose& pose, TurnedTemplate& turned) const {
+  constexpr int kSide = 4, kEnough = kSide * kSide * 3 / 4;
+  const Model& model = task_->model;
+  const Direction turn = DirectionOf(pose.degrees);
+  const int size = 1 << level_;
+  const double centreX = (model.width - 1) / 2.0, centreY = (model.height - 1) / 2.0;
+  const double halfWidth =
+      pose.scale * (std::abs(turn.cosine) * model.width + std::abs(turn.sine) * model.height) / 2;
+  const double halfHeight =
+      pose.scale * (std::abs(turn.sine) * model.width + std::abs(turn.cosine) * model.height) / 2;
+  const int reachX = static_cast<int>(halfWidth / size) + 1;
+  const int reachY = static_cast<int>(halfHeight / size) + 1;
+  turned.left = -reachX;
+  turned.top = -reachY;
+  turned.width = 2 * reachX + 1;
+  turned.height = 2 * reachY + 1;
+  turned.values = Buffer<float>(static_cast<size_t>(turned.width) * turned.height);
+  if (!turned.values) return false;
+  float* out = turned.values.data();
+  for (int y = -reachY; y <= reachY; ++y) {
+    for (int x = -reachX; x <= reachX; ++x) {
+      int sum = 0, count = 0;
+      for (int i = 0; i < kSide * kSide; ++i) {
+        // The centre's pixel has the template's centre in its middle.
+        const double dx = (x + (i % kSide + 0.5) / kSide - 0.5) * size / pose.scale;
+        const double dy = (y + (i / kSide + 0.5) / kSide - 0.5) * size / pose.scale;
+        const int u = Nearest(centreX + turn.cosine * dx + turn.sine * dy);
+        const int v = Nearest(centreY - turn.sine * dx + turn.cosine * dy);
+        if (u < 0 || v < 0 || u >= model.width || v >= model.height) continue;
+        const size_t at = static_cast<size_t>(v) * model.width + u;
+        if (model.mask && model.mask[at] == 0) continue;
+        sum += model.pixels[at];
+        ++count;
+      }
+      *out++ = count >= kEnough ? static_cast<float>(sum) / static_cast<float>(count) : -1.0F;
+    }
+  }
+  return true;
+}
+
+// Weights of zero mean, in runs of covered pixels.
+bool GreySweep::MakeRows(const TurnedTemplate& turned) {
+  rows_.Clear();
+  weights_.Clear();
+  pixels_ = 0;
+  double sum = 0, largest = 0;
+  for (const float value : turned.values) {
+    if (value >= 0) sum += value, ++pixels_;
+  }
+  if (pixels_ < 4) return true;
+  const double mean = sum / pixels_;
+  for (const float value : turned.values) {
+    if (value >= 0) largest = std::max(largest, std::abs(value - mean));
+  }
+  if (largest < 0.5) {
+    pixels_ = 0;
+    return true;
+  }
+  const double unit = 500 / largest;
+  double squares = 0, total = 0;
+  for (int y = 0; y < turned.height; ++y) {
+    const float* row = &turned.values[static_cast<size_t>(y) * turned.width];
+    for (int x = 0; x < turned.width;) {
+      if (row[x] < 0) {
+        ++x;
+        continue;
+      }
+      int end = x;
+      while (end < turned.width && row[end] >= 0) ++end;
+      Row made = {turned.top + y,
+                  {turned.left + x, turned.left + end},
+                  static_cast<int>(weights_.size()),
+                  0};
+      for (; x < end; x += 2) {
+        WeightPair pair = {turned.left + x, {0, 0}};
+        for (int i = 0; i < 2 && x + i < end; ++i) {
+          pair.weight[i] = static_cast<int16_t>(Nearest((row[x + i] - mean) * unit));
+          squares += pair.weight[i] * pair.weight[i];
+          total += pair.weight[i];
+        }
+        if (!weights_.Add(pair)) return false;
+        ++made.weights;
+      }
+      x = end;
+      if (!rows_.Add(made)) return false;
+    }
+  }
+  // Rounding leaves a small mean; the picture's own, about half of white, would count with it.
+  const int excess = static_cast<int>(total);
+  const int step = excess > 0 ? -1 : 1;
+  int left = std::abs(excess);
+  for (size_t i = 0; left > 0 && i < weights_.size(); ++i, --left) {
+    weights_[i].weight[0] = static_cast<int16_t>(weights_[i].weight[0] + step);
+  }
+  factor_ = static_cast<float>(1000 / std::sqrt(squares));
+  return true;
+}
+
+bool GreySweep::Fill(const Pose& pose, ScoreMap& map) {
+  TurnedTemplate turned;
+  if (!Turn(pose, turned) || !MakeRows(turned)) return false;
+  if (pixels_ == 0) {
+    std::fill(map.scores.begin(), map.scores.end(), uint16_t{0});
+    return true;
+  }
+  const FinderKernels& kernels = task_->kernels;
+  for (int y = 0; y < map.height; ++y) {
+    const size_t room = products_.size() * sizeof(int32_t);
+    std::memset(products_.data(), 0, room);
+    std::memset(sums_.data(), 0, room);
+    std::memset(squares_.data(), 0, room);
+    for (const Row& row : rows_) {
+      const size_t at = static_cast<size_t>(task_->top + y + row.dy + margin_) * stride_ +
+                        static_cast<size_t>(task_->left + margin_);
+      kernels.CorrelateRow(&pairs_[at], weights_.data() + row.firstWeight, row.weights, map.width,
+                           products_.data());
+      kernels.AddRun(&prefix_[at], &squarePrefix_[at], row.run, map.width, sums_.data(),
+                     squares_.data());
+    }
+    const auto leastVariance = static_cast<float>(pixels_);  // one grey value
+    kernels.NormaliseRow(products_.data(), sums_.data(), squares_.data(), factor_, pixels_,
+                         leastVariance, map.width,
+                         &map.scores[static_cast<size_t>(y) * map.stride]);
+  }
+  return true;
+}
+
+// ---- both ---------------------------------------------------------------------------------------
+
+// How far apart two steps of a range are, where one of them is its end and the other its start.
+int AngleSteps(const SweepGrid& grid, int a, int b, bool wraps) {
+  const int steps = std::abs(a - b);
+  return wraps ? std::min(steps, grid.angles - steps) : steps;
+}
+
+template <class Way>
+bool SweepBy(const SweepTask& task, size_t most, List<Candidate>& candidates) {
+  const int level = task.model.levels - 1;
+  Way way;
+  if (!way.Open(task, level)) return false;
+  const SweepGrid grid(task.freedom, task.model.level[level].radius);
+  ScoreMap map{task.right - task.left, task.bottom - task.top, 0, {}};
+  map.stride = map.width + kSumBlock;
+  map.scores = Buffer<uint16_t>(static_cast<size_t>(map.stride) * map.height);
+  if (!map.scores) return false;
+  PeakList peaks(way.ScoreOf(task.leastScore));
+  for (int scale = 0; scale < grid.scales; ++scale) {
+    for (int angle = 0; angle < grid.angles; ++angle) {
+      if (!way.Fill(grid.At(angle, scale), map)) return false;
+      if (!peaks.AddTops(task.kernels, map, angle, scale)) return false;
+    }
+  }
+  // Of tops at neighbouring poses the best stands for all.
+  List<Peak>& list = peaks.Peaks();
+  std::sort(list.begin(), list.end(), Better);
+  List<Peak> kept;
+  if (!kept.Reserve(most)) return false;
+  for (const Peak& peak : list) {
+    if (kept.size() == most) break;
+    bool isNew = true;
+    for (const Peak& other : kept) {
+      if (std::abs(peak.x - other.x) <= 1 && std::abs(peak.y - other.y) <= 1 &&
+          AngleSteps(grid, peak.angle, other.angle, task.freedom.anyAngle) <= 1 &&
+          std::abs(peak.scale - other.scale) <= 1) {
+        isNew = false;
+        break;
+      }
+    }
+    if (!isNew) continue;
+    Pose pose = grid.At(peak.angle, peak.scale);
+    pose.x = FromLevel(task.left + peak.x, level);
+    pose.y = FromLevel(task.top + peak.y, level);
+    if (!kept.Add(peak) || !candidates.Add({pose, way.ShareOf(peak.score)})) return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+SweepGrid::SweepGrid(const Freedom& freedom, double radius) {
+  const double apart = kPixelsPerStep / std::max(radius, 2.0);  // radians
+  angleLow = freedom.angleLow;
+  scaleLow = freedom.scaleLow;
+  if (freedom.turn) {
+    const double range = freedom.angleHigh - freedom.angleLow;
+    const int steps = static_cast<int>(range / (apart * kDegrees)) + 1;
+    angleStep = range / steps;
+    angles = freedom.anyAngle ? steps : steps + 1;
+  }
+  if (freedom.scale) {
+    scales = 2;
+    for (double s = freedom.scaleLow * (1 + apart); s < freedom.scaleHigh; s *= 1 + apart) ++scales;
+    // The root by bisection: the system's power functions differ in their last bits.
+    double low = 1, high = 4;
+    for (int i = 0; i < 60; ++i) {
+      const double middle = (low + high) / 2;
+      double reached = scaleLow;
+      for (int k = 1; k < scales; ++k) reached *= middle;
+      (reached < freedom.scaleHigh ? low : high) = middle;
+    }
+    scaleFactor = low;
+  }
+}
+
+Pose SweepGrid::At(int angle, int scale) const {
+  Pose pose;
+  pose.degrees = angleLow + angle * angleStep;
+  pose.scale = scaleLow;
+  for (int i = 0; i < scale; ++i) pose.scale *= scaleFactor;
+  return pose;
+}
+
+bool Sweep(const SweepTask& task, size_t most, List<Candidate>& candidates) {
+  return task.model.way == Way::kEdges ? SweepBy<EdgeSweep>(task, most, candidates)
+                                       : SweepBy<GreySweep>(task, most, candidates);
+}
+
+}  // namespace quillon::finder

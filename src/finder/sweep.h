@@ -1,0 +1,38 @@
+// The search of the coarsest level: every angle, every scale, every place.
+#pragma once
+
+#include "finder/geometry.h"
+#include "finder/planes.h"
+
+namespace quillon::finder {
+
+struct Candidate {
+  Pose pose;
+  float score = 0;  // 0 ... 1 of its level
+};
+
+// The poses of a sweep. Neighbouring ones move the template's farthest point by about a pixel of
+// the level.
+struct SweepGrid {
+  int angles = 1, scales = 1;
+  double angleLow = 0, angleStep = 0, scaleLow = 1, scaleFactor = 1;
+
+  SweepGrid(const Freedom& freedom, double radius);
+  Pose At(int angle, int scale) const;
+};
+
+struct SweepTask {
+  const FinderKernels& kernels;
+  const Model& model;
+  Planes& planes;
+  Freedom freedom;
+  int left, top, right, bottom;  // of centres, in pixels of the level
+  bool anyPolarity;
+  float leastScore;
+};
+
+// The tops of the score over place, angle and scale, best first, at most `most`. False when memory
+// is short.
+bool Sweep(const SweepTask& task, size_t most, List<Candidate>& candidates);
+
+}  // namespace quillon::finder

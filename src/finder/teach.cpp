@@ -1,0 +1,160 @@
+#include <algorithm>
+#include <cmath>
+
+#include "finder/edge_points.h"
+#include "finder/finder.h"
+#include "finder/geometry.h"
+#include "finder/judge.h"
+#include "finder/level_mask.h"
+#include "finder/planes.h"
+
+namespace quillon::finder {
+namespace {
+
+// A template keeps so many pixels, and so many along its shorter side, at its coarsest level; with
+// fewer, other places look the same.
+constexpr int kLeastEdgeSide = 12, kLeastEdgeArea = 400, kLeastEdgePoints = 28;
+constexpr int kLeastGreySide = 5, kLeastGreyArea = 64;
+
+bool IsPicture(const Picture& picture) {
+  return picture.pixels && picture.width > 0 && picture.height > 0 && picture.width <= kMaxSide &&
+         picture.height <= kMaxSide;
+}
+
+bool Copy(const Picture& picture, Buffer<uint8_t>& pixels) {
+  pixels = Buffer<uint8_t>(static_cast<size_t>(picture.width) * picture.height);
+  if (!pixels) return false;
+  for (int y = 0; y < picture.height; ++y) {
+    std::memcpy(pixels.data() + static_cast<size_t>(y) * picture.width,
+                picture.pixels + y * picture.stride, picture.width);
+  }
+  return true;
+}
+
+// Grey values of a level's pixels, on a grid that leaves at most a few hundred.
+bool MakeGreyPoints(const Planes& planes, int l, const Model& model, const LevelMask& mask,
+                    ModelLevel& level) {
+  constexpr int kMost = 400;
+  level.points.Clear();
+  level.radius = 0;
+  const double centreX = ToLevel((model.width - 1) / 2.0, l);
+  const double centreY = ToLevel((model.height - 1) / 2.0, l);
+  int step = 1;
+  while ((mask.Width() / step) * (mask.Height() / step) > kMost) ++step;
+  for (int y = 0; y < mask.Height(); ++y) {
+    for (int x = 0; x < mask.Width(); ++x) {
+      if (!mask.At(x, y)) continue;
+      const double u = x - centreX, v = y - centreY;
+      level.radius = std::max(level.radius, static_cast<float>(std::sqrt(u * u + v * v)));
+      if (l == 0 || x % step != step / 2 || y % step != step / 2) continue;  // level 0: all pixels
+      const ModelPoint point = {static_cast<float>(u), static_cast<float>(v),
+                                static_cast<float>(planes.Row(l, y)[x]), 0};
+      if (!level.points.Add(point)) return false;
+    }
+  }
+  return true;
+}
+
+bool IsFlat(const Model& model) {
+  double count = 0, sum = 0, squares = 0;
+  for (size_t i = 0; i < model.pixels.size(); ++i) {
+    if (model.mask && model.mask[i] == 0) continue;
+    const double value = model.pixels[i];
+    ++count;
+    sum += value;
+    squares += value * value;
+  }
+  return squares - sum * sum / std::max(count, 1.0) < count;  // a deviation of one grey value
+}
+
+Status MakeLevels(const FinderKernels& kernels, Model& model) {
+  const Picture own = {model.pixels.data(), model.width, model.height, model.width};
+  Planes planes;
+  LevelMask mask;
+  if (!planes.Open(kernels, own, kMaxLevels) || !mask.Open(model)) return Status::kNoMemory;
+  const bool edges = model.way == Way::kEdges;
+  const int leastSide = edges ? kLeastEdgeSide : kLeastGreySide;
+  const int leastArea = edges ? kLeastEdgeArea : kLeastGreyArea;
+  for (int l = 0; l < kMaxLevels; ++l) {
+    if (l > 0) {
+      mask.Halve();
+      if (std::min(mask.Width(), mask.Height()) < leastSide ||
+          mask.Width() * mask.Height() < leastArea)
+        break;
+    }
+    ModelLevel& level = model.level[l];
+    if (edges) {
+      if (!FindEdgePoints(planes, l, model, mask, level)) return Status::kNoMemory;
+      if (level.points.size() < static_cast<size_t>(l == 0 ? kMinEdges : kLeastEdgePoints)) break;
+    } else {
+      if (!MakeGreyPoints(planes, l, model, mask, level)) return Status::kNoMemory;
+      if (level.radius == 0 || (l > 0 && level.points.size() < kLeastGreyArea / 2)) break;
+    }
+    model.levels = l + 1;
+  }
+  if (model.levels == 0) return edges ? Status::kTooFewEdges : Status::kTooSmall;
+  return Status::kOk;
+}
+
+}  // namespace
+
+const char* Describe(Status status) {
+  switch (status) {
+    case Status::kOk:
+      return "done";
+    case Status::kNoMemory:
+      return "there is not enough memory";
+    case Status::kNoPicture:
+      return "there is no picture, or a side is above 16384 pixels";
+    case Status::kBadMask:
+      return "the mask has another size than the template";
+    case Status::kTooSmall:
+      return "the template is smaller than 6 x 6 pixels";
+    case Status::kFlat:
+      return "the template has no contrast";
+    case Status::kTooFewEdges:
+      return "the template has fewer than 12 edge points";
+    case Status::kBadNumber:
+      return "a number is not finite or outside of its range";
+    case Status::kBadRegion:
+      return "the region holds no pixel of the picture";
+    case Status::kDoesNotFit:
+      return "the template is larger than the picture";
+    case Status::kDamaged:
+      return "the model is damaged";
+    case Status::kUnknownVersion:
+      return "the model was written by a later version";
+  }
+  return "";
+}
+
+Status Teach(const FinderKernels& kernels, const Picture& picture, const TeachOptions& options,
+             Model& model) {
+  model = Model();
+  if (!IsPicture(picture)) return Status::kNoPicture;
+  if (std::min(picture.width, picture.height) < kMinSide) return Status::kTooSmall;
+  Model made;
+  made.way = options.way;
+  made.width = picture.width;
+  made.height = picture.height;
+  if (!Copy(picture, made.pixels)) return Status::kNoMemory;
+  if (options.mask.pixels) {
+    if (options.mask.width != picture.width || options.mask.height != picture.height) {
+      return Status::kBadMask;
+    }
+    if (!Copy(options.mask, made.mask)) return Status::kNoMemory;
+    size_t used = 0;
+    for (uint8_t& value : made.mask) {
+      value = value != 0 ? 255 : 0;
+      used += value != 0;
+    }
+    if (used < kMinSide * kMinSide) return Status::kTooSmall;
+  }
+  if (made.way == Way::kGrey && IsFlat(made)) return Status::kFlat;
+  Status status = MakeLevels(kernels, made);
+  if (status == Status::kOk) status = Judge(kernels, made);
+  if (status == Status::kOk) model = std::move(made);
+  return status;
+}
+
+}  // namespace quillon::finder

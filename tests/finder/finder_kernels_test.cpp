@@ -1,0 +1,130 @@
+// The finder's row kernels against their definitions, at every level and at widths around every
+// block.
+#include "finder/finder_kernels.h"
+
+#include <cmath>
+#include <vector>
+
+#include "finder/levels.h"
+#include "support/images.h"
+
+namespace quillon::test {
+namespace {
+
+constexpr int kWidths[] = {1, 2, 3, 15, 16, 17, 31, 33, 63, 64, 65, 127, 130, 259};
+constexpr int kSlack = 2 * kSumBlock;  // what kernels may touch behind a row
+
+template <class T, class Make>
+std::vector<T> Row(int count, const Make& make) {
+  std::vector<T> row(count);
+  for (T& value : row) value = make();
+  return row;
+}
+
+TEST(FinderKernels, AreTheirDefinitions) {
+  Random random(3);
+  const auto byte = [&] { return static_cast<uint8_t>(random.Within(0, 255)); };
+  for (const FinderKernels* kernels : AvailableFinderKernels()) {
+    for (const int width : kWidths) {
+      SCOPED_TRACE(std::string(kernels->level) + ", width " + std::to_string(width));
+      const auto a = Row<uint8_t>(2 * width + kSlack, byte),
+                 b = Row<uint8_t>(2 * width + kSlack, byte);
+      const auto c = Row<uint8_t>(2 * width + kSlack, byte);
+
+      std::vector<uint8_t> halved(width), expectedHalved(width);
+      kernels->HalveRow(a.data(), b.data(), halved.data(), width);
+      for (int x = 0; x < width; ++x) {
+        expectedHalved[x] =
+            static_cast<uint8_t>((a[2 * x] + a[2 * x + 1] + b[2 * x] + b[2 * x + 1] + 2) / 4);
+      }
+      EXPECT_EQ(halved, expectedHalved);
+
+      if (width >= 3) {
+        std::vector<Gradient16> gradient(width);
+        kernels->GradientRow(a.data(), b.data(), c.data(), gradient.data(), width);
+        for (int x = 0; x < width; ++x) {
+          const bool inside = x > 0 && x < width - 1;
+          const int gx =
+              inside ? a[x + 1] + 2 * b[x + 1] + c[x + 1] - a[x - 1] - 2 * b[x - 1] - c[x - 1] : 0;
+          const int gy =
+              inside ? c[x - 1] + 2 * c[x] + c[x + 1] - a[x - 1] - 2 * a[x] - a[x + 1] : 0;
+          ASSERT_TRUE(gradient[x].x == gx && gradient[x].y == gy) << x;
+        }
+        std::vector<Direction8> directions(width);
+        kernels->DirectionRow(gradient.data(), 200, directions.data(), width);
+        for (int x = 0; x < width; ++x) {
+          const auto gx = static_cast<float>(gradient[x].x), gy = static_cast<float>(gradient[x].y);
+          const float factor = 127.0F / std::max(std::sqrt(gx * gx + gy * gy), 200.0F);
+          ASSERT_EQ(directions[x].x, static_cast<int>(gx * factor + 128.5F) - 128) << x;
+          ASSERT_EQ(directions[x].y, static_cast<int>(gy * factor + 128.5F) - 128) << x;
+        }
+        for (const bool any : {false, true}) {
+          std::vector<uint8_t> agreement(width);
+          kernels->AgreementRow(directions.data(), 90, -90, any, agreement.data(), width);
+          for (int x = 0; x < width; ++x) {
+            const int nx = directions[x].x, ny = directions[x].y, dot = 90 * nx - 90 * ny;
+            const int half = (nx >> 1) * (nx >> 1) + (ny >> 1) * (ny >> 1);
+            const int twice = 2 * (dot >> 8) * (dot >> 8) - half;
+            ASSERT_EQ(agreement[x], any ? (twice + 4352) >> 9 : ((dot + 1024) >> 11) + 8) << x;
+          }
+        }
+      }
+
+      // More rows than a byte's sum holds.
+      std::vector<std::vector<uint8_t>> sixteens;
+      std::vector<const uint8_t*> rows;
+      for (int i = 0; i < 37; ++i) {
+        sixteens.push_back(Row<uint8_t>(
+            width + kSlack, [&] { return static_cast<uint8_t>(random.Within(8, 16)); }));
+      }
+      for (const auto& row : sixteens) rows.push_back(row.data());
+      std::vector<uint16_t> sums(width + kSlack);
+      kernels->SumRow(rows.data(), 37, width, sums.data());
+      int highest = 0;
+      for (int x = 0; x < width; ++x) {
+        int sum = 0;
+        for (const auto& row : sixteens) sum += row[x];
+        ASSERT_EQ(sums[x], sum) << x;
+        highest = std::max(highest, sum);
+      }
+      const auto first = std::find(sums.begin(), sums.begin() + width, highest) - sums.begin();
+      EXPECT_EQ(kernels->NextPeak(sums.data(), 0, width, static_cast<uint16_t>(highest)), first);
+      EXPECT_EQ(kernels->NextPeak(sums.data(), 0, width, static_cast<uint16_t>(highest + 1)),
+                width);
+
+      std::vector<uint32_t> pairs(width + kSlack);
+      kernels->PairRow(a.data(), pairs.data(), width + kSlack);
+      const WeightPair weights[] = {{0, {3, -500}}, {5, {499, 0}}, {17, {-1, 77}}};
+      std::vector<int32_t> products(width + kSlack, 11), lineSums(width + kSlack),
+          squares(width + kSlack);
+      kernels->CorrelateRow(pairs.data(), weights, 3, width, products.data());
+      std::vector<int32_t> prefix(width + kSlack + 1), squarePrefix(width + kSlack + 1);
+      for (int x = 0; x < width + kSlack - 1; ++x) {
+        prefix[x + 1] = prefix[x] + a[x];
+        squarePrefix[x + 1] = squarePrefix[x] + a[x] * a[x];
+      }
+      kernels->AddRun(prefix.data(), squarePrefix.data(), {2, 9}, width, lineSums.data(),
+                      squares.data());
+      std::vector<uint16_t> scores(width + kSlack);
+      kernels->NormaliseRow(products.data(), lineSums.data(), squares.data(), 0.01F, 7, 7, width,
+                            scores.data());
+      for (int x = 0; x < width; ++x) {
+        int product = 11, sum = 0, square = 0;
+        for (const WeightPair& w : weights) {
+          product += w.weight[0] * a[x + w.offset] + w.weight[1] * a[x + w.offset + 1];
+        }
+        for (int i = 2; i < 9; ++i) sum += a[x + i], square += a[x + i] * a[x + i];
+        ASSERT_EQ(products[x], product) << x;
+        ASSERT_TRUE(lineSums[x] == sum && squares[x] == square) << x;
+        const auto s = static_cast<float>(sum);
+        const float variance = static_cast<float>(square) - s * s * (1.0F / 7);
+        const float score =
+            static_cast<float>(product) * 0.01F / std::sqrt(std::max(variance, 7.0F));
+        ASSERT_EQ(scores[x], static_cast<int>(std::clamp(score, 0.0F, 1000.0F))) << x;
+      }
+    }
+  }
+}
+
+}  // namespace
+}  // namespace quillon::test
