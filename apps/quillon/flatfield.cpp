@@ -46,7 +46,7 @@ void Apply(const Correction& files) {
   GreyImage image, before;
   ReadImage(files.in, image);
   before.CopyFrom(&image);
-  int region[4];
+  int region[4] = {};
   if (!IxFFCParaLoad(&image, region, files.parameters.c_str())) {
     throw Failure("cannot open '" + files.parameters + "'");
   }

@@ -26,8 +26,10 @@ struct RGB_24 {
 };
 static_assert(sizeof(RGB_24) == 3);
 
+// Not final: the compiler would then call the object's own operations without looking into its
+// table, where a host may have put others.
 template <class Pixel>
-class CImage final {
+class CImage {
  public:
   static constexpr int kDepth = 8 * static_cast<int>(sizeof(Pixel));
 
@@ -41,7 +43,8 @@ class CImage final {
   // The four virtual operations, in the order of their slots. Away from Windows there is no device
   // to draw on: the first two do nothing and GetMemoryDC returns null.
 
-  // Combines a part of this image into `destination` with a raster operation. Always 1.
+  // Combines a part of this image into `destination` with a raster operation, through the context
+  // of GetMemoryDC, which ReleaseMemoryDC ends: both are called through the table. Always 1.
   virtual int Draw(HDC destination, int x, int y, int drawnWidth, int drawnHeight, int sourceX,
                    int sourceY, unsigned long operation);
   // Combines `other`, from its point (x, y), into `destination` at (x, y), at this image's size.
@@ -53,15 +56,19 @@ class CImage final {
   virtual void ReleaseMemoryDC();
 
   // Re-creates the image at width x height, all zero, at the class's depth, with a grey palette
-  // when that is 8. Sizes that are not positive, or need more than 2^31 - 1 bytes, or memory that
-  // is not there, leave the image empty.
+  // when that is 8. Forgets the memory DC of an image that had a bitmap.
   void Create(int newWidth, int newHeight);
-  // Re-creates the image at the source's size and depth and copies its bytes, padding included.
-  // A source without pixels leaves the image empty.
+  // Re-creates the image at the source's size and depth and copies its bytes, padding included. A
+  // source without pixels gives its geometry alone, none at all leaves the image without pixels.
   void CopyFrom(const CImage* source);
-  // Makes geometry, pixel store and row table; what was there before is not released.
+  // Makes geometry, pixel store and row table; what was there before is not released. Colour
+  // images have 24 bits a pixel, whatever is asked. Sizes that are not positive, or need more than
+  // 2^31 - 1 bytes, or memory that is not there, give an empty image: width, height and what
+  // follows from them are as asked, but bitmap, bits and rows are null. Those three tell whether
+  // there are pixels.
   void AllocateBitmap(int newBpp, int newWidth, int newHeight);
-  // Releases everything the image owns. An empty image is left alone.
+  // Releases everything the image owns; its geometry stays. An image without a bitmap is left
+  // alone.
   void Destroy();
 
   HBITMAP bitmap = nullptr;        // owns the pixels; null while the image is empty
@@ -87,8 +94,12 @@ class CImage final {
   int32_t xMax, xMin, yMin, yMax;
 
  private:
+  // Rows are padded to a multiple of 4 bytes.
+  static int64_t RowBytes(int depth, int pixels) {
+    return (static_cast<int64_t>(pixels) * depth + 31) / 32 * 4;
+  }
   void ReleasePixels();
-  void SetEmpty(int depth);
+  void SetGeometry(int depth, int newWidth, int newHeight);
 };
 
 using GreyImage = CImage<unsigned char>;
@@ -124,32 +135,39 @@ static_assert(offsetof(GreyImage, yMax) == (sizeof(void*) == 4 ? 96 : 140));
 // ---- members ------------------------------------------------------------------------------------
 
 template <class Pixel>
-void CImage<Pixel>::SetEmpty(int depth) {
-  bitmap = nullptr;
-  bits = nullptr;
-  rows = nullptr;
-  width = height = 0;
-  bpp = depth;
-  stride = bytesPerPixel = paletteEntries = imageSize = 0;
-}
-
-template <class Pixel>
 void CImage<Pixel>::ReleasePixels() {
   if (!bitmap) return;
   free(rows);
   store::Free(bitmap);
-  SetEmpty(bpp);
+  bitmap = nullptr;
+  bits = nullptr;
+  rows = nullptr;
+}
+
+// In 32 bits that wrap: a size that is too large for them has no store.
+template <class Pixel>
+void CImage<Pixel>::SetGeometry(int depth, int newWidth, int newHeight) {
+  width = newWidth;
+  height = newHeight;
+  bpp = depth;
+  stride = static_cast<int32_t>(RowBytes(depth, newWidth));
+  bytesPerPixel = depth / 8;
+  paletteEntries = depth >= 0 && depth <= 8 ? 1 << depth : 0;
+  imageSize =
+      static_cast<int32_t>(static_cast<uint32_t>(stride) * static_cast<uint32_t>(newHeight));
 }
 
 template <class Pixel>
 void CImage<Pixel>::AllocateBitmap(int newBpp, int newWidth, int newHeight) {
-  SetEmpty(newBpp);
-  if (newWidth <= 0 || newHeight <= 0 || newBpp <= 0 || newBpp > 32) return;
-  const int64_t newStride = (static_cast<int64_t>(newWidth) * newBpp + 31) / 32 * 4;
-  const int64_t newSize = newStride * newHeight;
-  if (newSize > INT32_MAX) return;
+  const int depth = sizeof(Pixel) == 1 ? newBpp : kDepth;
+  SetGeometry(depth, newWidth, newHeight);
+  bitmap = nullptr;
+  bits = nullptr;
+  rows = nullptr;
+  if (newWidth <= 0 || newHeight <= 0 || depth <= 0 || depth > 32) return;
+  if (RowBytes(depth, newWidth) > INT32_MAX / newHeight) return;
 
-  const store::Pixels pixels = store::New(newBpp, newWidth, newHeight, static_cast<int>(newSize));
+  const store::Pixels pixels = store::New(depth, newWidth, newHeight, imageSize);
   if (!pixels.bits) return;
   auto** table =
       static_cast<unsigned char**>(malloc(sizeof(unsigned char*) * static_cast<size_t>(newHeight)));
@@ -158,23 +176,17 @@ void CImage<Pixel>::AllocateBitmap(int newBpp, int newWidth, int newHeight) {
     return;
   }
   for (int y = 0; y < newHeight; ++y) {
-    table[y] = pixels.bits + static_cast<ptrdiff_t>(newHeight - 1 - y) * newStride;
+    table[y] = pixels.bits + static_cast<ptrdiff_t>(newHeight - 1 - y) * stride;
   }
   bitmap = pixels.bitmap;
   bits = pixels.bits;
   rows = table;
-  width = newWidth;
-  height = newHeight;
-  stride = static_cast<int32_t>(newStride);
-  bytesPerPixel = newBpp / 8;
-  paletteEntries = newBpp <= 8 ? 1 << newBpp : 0;
-  imageSize = static_cast<int32_t>(newSize);
 }
 
 template <class Pixel>
 void CImage<Pixel>::Create(int newWidth, int newHeight) {
+  if (bitmap) memoryDC = nullptr;
   ReleasePixels();
-  memoryDC = nullptr;
   AllocateBitmap(kDepth, newWidth, newHeight);
   if (bitmap && paletteEntries == 256) store::InstallGreyRamp(bitmap);
 }
@@ -183,12 +195,18 @@ template <class Pixel>
 void CImage<Pixel>::CopyFrom(const CImage* source) {
   if (source == this) return;
   ReleasePixels();
-  if (!source || !source->bits) return;
-  AllocateBitmap(source->bpp, source->width, source->height);
-  if (!bitmap) return;
+  if (!source) return;
+  if (source->bits) {
+    AllocateBitmap(source->bpp, source->width, source->height);
+  } else {
+    SetGeometry(sizeof(Pixel) == 1 ? source->bpp : kDepth, source->width, source->height);
+  }
   paletteEntries = source->paletteEntries < 256 ? source->paletteEntries : 256;
+  if (!bitmap) return;
   if (paletteEntries == 256) store::InstallGreyRamp(bitmap);
-  memcpy(bits, source->bits, static_cast<size_t>(imageSize));
+  // A source that reports another depth than its store has may hold fewer bytes.
+  const int32_t held = source->imageSize < imageSize ? source->imageSize : imageSize;
+  if (held > 0) memcpy(bits, source->bits, static_cast<size_t>(held));
 }
 
 template <class Pixel>

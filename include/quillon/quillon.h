@@ -211,7 +211,8 @@ QUILLON_API void QUILLON_CALL IxArbitraryConvolution7x7(const GreyImage* source,
 // A region object holds a region of interest as horizontal runs, and every result of the last
 // labelling made into it. Its tables have fixed capacities: 300,000 runs of the region of interest,
 // 300,000 runs of blobs, 50,000 labels, 20,000 feature records. Whatever fills a table stops there.
-// A null region: nothing happens; false, 0 or null is returned.
+// A null region: nothing happens; false, 0 or null is returned. The same where a table that a call
+// works on is null; but without the table of its runs a region of interest counts as empty.
 
 // A new region object without runs. Null when there is no memory for it (about 18 MB, touched only
 // as far as used).
@@ -486,7 +487,8 @@ QUILLON_API uint8_t QUILLON_CALL IxFFCParaBuild(GreyImage* image, int target, in
                                                 int yStart, int yEnd, const char* fileName);
 
 // Takes gains and region, four ints xStart, xEnd, yStart, yEnd, from a file. 1; 0 when it cannot be
-// opened: the image is then without gains. What a short file lacks comes out as 0.
+// opened: the image is then without gains. Of a short file, gains that it lacks are 0 and words of
+// the region stay as they were.
 QUILLON_API uint8_t QUILLON_CALL IxFFCParaLoad(GreyImage* image, int* region, const char* fileName);
 
 // Corrects the part of the region that lies inside the image, in place: pixel * gain, truncated,
@@ -512,7 +514,8 @@ QUILLON_API uint8_t QUILLON_CALL IxDistortionParaBuild(GreyImage* image, int* po
                                                        float yPixelSize, const char* fileName);
 
 // Takes parameters and coefficients from a file. 1; 0 when it cannot be opened: the image is then
-// without coefficients. What a short file lacks comes out as 0.
+// without coefficients. Of a short file, coefficients that it lacks are 0 and parameters that it
+// lacks keep the image's values.
 QUILLON_API uint8_t QUILLON_CALL IxDistortionParaLoad(GreyImage* image, const char* fileName);
 
 // Makes the pixel map, pairs source x, source y for every pixel of the corrected rectangle, for the
@@ -532,7 +535,7 @@ QUILLON_API uint8_t QUILLON_CALL IxDistortionCalibrate(GreyImage* image);
 // The image reduced by 16, re-creating `result` at width / 16 x height / 16: a pixel is the sum of
 // the left half of its 16 x 16 block / 512 plus that of the right half / 512, each truncated. That
 // is half of the block's mean: a uniform 200 becomes 100. Cut blocks at the right and bottom edges
-// are dropped; a source smaller than 16 either way empties the result.
+// are dropped; a source smaller than 16 either way gives a result without pixels, 0 wide or high.
 // In place: the reduced image is written into the top left corner, the rest stays as it was.
 // Depths are not tested: rows are read as `width` bytes.
 QUILLON_API void QUILLON_CALL IxImgPyramid(const GreyImage* source, GreyImage* result);
@@ -573,11 +576,12 @@ QUILLON_API bool QUILLON_CALL IxCreateGeoMatchModel(const GreyImage* image, GeoM
 //                    at (x + xi, y + yi); a point outside the image, or on a pixel without
 //                    gradient, adds nothing. 1 is a perfect match at any contrast. Contrast
 //                    reversed: below 0.
-//   abandoned        after point j, when sum / j is below
+//   abandoned        after a point j that lies inside the image, when sum / j is below
 //                      min((s - 1) + (1 - greediness * minScore) / (1 - greediness) * j / n,
 //                          minScore * j / n);
-//                    sum / j is then the score. s is minScore, and follows every new best score of
-//                    the scan. Greediness near 1 is fastest; near 0, nothing good is missed.
+//                    sum / j is then the score; j counts points outside too. s is minScore, and
+//                    follows every new best score of the scan. Greediness near 1 is fastest; near
+//                    0, nothing good is missed.
 //   scan             the coarsest level: all positions that keep the template within the image, in
 //                    raster order; the first of equal scores wins. Each finer level: the 3 x 3
 //                    positions around twice the one found before.

@@ -20,6 +20,9 @@ void FlipAbout(int centre, const GreyImage& image, GreyImage& flipped) {
 }  // namespace
 
 LensCorrection::LensCorrection(std::string path) : path_(std::move(path)) {
+  // What a short file leaves as it was.
+  work_.centreX = work_.centreY = work_.correctedWidth = work_.correctedHeight = 0;
+  work_.xMin = work_.xMax = work_.yMin = work_.yMax = 0;
   if (!IxDistortionParaLoad(&work_, path_.c_str())) throw Failure("cannot open '" + path_ + "'");
 }
 

@@ -317,7 +317,7 @@ QUILLON_INLINE void PlaceOnLine(const uint8_t* from, uint8_t* out, const Integer
   constexpr int kHalf = width / 2;
   using Lanes = U16<kHalf>;
   const auto place = [&](const uint8_t* pixels) {
-    const Lanes scaled = BitCast<Lanes>(LoadWidened<kHalf>(pixels) * line.step) + line.start;
+    const Lanes scaled = BitCast<Lanes>(LoadWidened<kHalf>(pixels)) * line.step + line.start;
     return BitCast<I16<kHalf>>(MulHigh(scaled, Splat<uint16_t, kHalf>(line.gain)) - line.base);
   };
   Store(out, PackLanes(place(from), place(from + kHalf)));

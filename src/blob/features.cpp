@@ -78,7 +78,9 @@ bool ComputeBlobMinRect(const RLERegion& region, int n, MinRectangle& result) {
 }
 
 bool ComputeAllBlobFeatures(RLERegion& region) {
-  if (region.labelCount == 0) return false;
+  if (region.labelCount == 0 || !region.blobs || !region.blobIndex || !region.features) {
+    return false;
+  }
   const int count = std::min(region.blobCount, kMaxFeatures);
   RectangleFinder finder(MostRuns(region, count));
   if (!finder) return false;

@@ -45,6 +45,7 @@ void FillRuns(const RLERegion& region, const BlobRecord& hole, GreyImage& image,
 }  // namespace
 
 bool FillUpHoles(const Kernels& kernels, RLERegion& region, GreyImage& image, uint8_t value) {
+  if (!region.blobs || !region.runs) return false;
   Buffer<int32_t> edges(static_cast<size_t>(image.width) + 1);
   if (!edges) return false;
   RunLinker linker(region, /*withBorder=*/true);

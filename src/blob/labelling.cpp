@@ -42,6 +42,7 @@ bool LinkRuns(const Kernels& kernels, const GreyImage& image, const RunRecord& r
 // skips a row, the last row seen is the one above.
 void LabelRegionRuns(const Kernels& kernels, const RLERegion& region, const GreyImage& image,
                      Band band, int32_t* edges, RunLinker& linker) {
+  if (!region.roiRuns) return;
   for (int i = 0; i < region.roiRunCount; ++i) {
     const RunRecord& run = region.roiRuns[i];
     if (i > 0 && run.y != region.roiRuns[i - 1].y) linker.StartRow();
@@ -113,6 +114,7 @@ void SumUpBlobs(RLERegion& region, int runCount, const Buffer<int32_t>& numbers)
 
 void LabelGrayBlobs(const Kernels& kernels, RLERegion& region, const GreyImage& image, int low,
                     int high) {
+  if (!region.blobs || !region.runs || !region.blobIndex) return;
   region.labelCount = region.blobCount = 0;
   const int lowest = std::max(std::min(low, high), 0);
   const int highest = std::min(std::max(low, high), 255);

@@ -129,6 +129,7 @@ void ChainToRuns(const Buffer<PixelKey>& ends, RLERegion& region) {
 }  // namespace
 
 void BuildRegionOfInterest(RLERegion& region, const int32_t* points, int count) {
+  if (!region.roiRuns) return;
   region.roiRunCount = 0;
   region.roiArea = 0;
   const Buffer<uint8_t> chain = TracePolygonChain(points, count);

@@ -100,13 +100,13 @@ ColourMean ColourMeanOfBlob(const Kernels& kernels, const ColourImage* image, RL
 }
 
 double GrayMeanOfRegion(const Kernels& kernels, const GreyImage* image, const RLERegion& region) {
-  if (!HasPixels(image) || region.roiRunCount == 0) return 0;
+  if (!HasPixels(image) || !region.roiRuns || region.roiRunCount == 0) return 0;
   return SumRegion(kernels, *image, region).Mean(0, region.roiArea);
 }
 
 ColourMean ColourMeanOfRegion(const Kernels& kernels, const ColourImage* image,
                               const RLERegion& region) {
-  if (!HasPixels(image) || region.roiRunCount == 0) return {};
+  if (!HasPixels(image) || !region.roiRuns || region.roiRunCount == 0) return {};
   return SumRegion(kernels, *image, region).Means(region.roiArea);
 }
 

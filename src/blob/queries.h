@@ -12,13 +12,14 @@ struct Kernels;
 
 // Null when there is no blob of this number.
 inline BlobRecord* FindBlob(const RLERegion& region, int n) {
-  return n >= 0 && n < region.blobCount ? &region.blobs[region.blobIndex[n]] : nullptr;
+  const bool exists = n >= 0 && n < region.blobCount && region.blobs && region.blobIndex;
+  return exists ? &region.blobs[region.blobIndex[n]] : nullptr;
 }
 
 // Walks a blob's runs along their chain.
 template <class Visit>
 void ForEachRun(const RLERegion& region, const BlobRecord& blob, Visit visit) {
-  int i = blob.head;
+  int i = region.runs ? blob.head : -1;
   for (int left = blob.runCount; left > 0 && i >= 0; --left) {
     const RunRecord& run = region.runs[i];
     i = run.next;

@@ -1,7 +1,9 @@
 #include "blob/region.h"
 
 #include <cstdlib>
+#include <memory>
 #include <new>
+#include <utility>
 
 namespace quillon {
 namespace {
@@ -14,8 +16,7 @@ bool MakeTable(Record*& table, int capacity) {
 }
 
 void DestroyDisplay(RLERegion& region) {
-  delete region.displayImage;
-  region.displayImage = nullptr;
+  const std::unique_ptr<ColourImage> old(std::exchange(region.displayImage, nullptr));
 }
 
 }  // namespace

@@ -36,7 +36,8 @@ static_assert(offsetof(BlobRecord, centreX) == 16);
 static_assert(offsetof(BlobRecord, left) == 40);
 static_assert(offsetof(BlobRecord, parent) == 64);
 
-// Thirteen words in the 32-bit build. The tables are blocks of the C heap, never null.
+// Thirteen words in the 32-bit build. The tables are blocks of the C heap. The library makes all of
+// them; a host that reaches into the object may have taken one away.
 struct RLERegion {
   BlobRecord* blobs;      // kMaxLabels, by raw label
   RunRecord* runs;        // kMaxRuns, in the order of their creation

@@ -9,7 +9,7 @@ int FeatureCount(const RLERegion& region) { return std::min(region.blobCount, kM
 
 template <class Keep>
 bool Narrow(RLERegion& region, Keep keep) {
-  if (region.selectCount == 0) return false;
+  if (!region.features || region.selectCount == 0) return false;
   int kept = 0;
   for (int i = 0; i < FeatureCount(region); ++i) {
     BlobFeature& feature = region.features[i];
@@ -48,7 +48,7 @@ bool SelectBlobCentre(RLERegion& region, int xLowest, int xHighest, int yLowest,
 }
 
 bool ReselectBlobs(RLERegion& region) {
-  if (region.selectCount == 0) return false;
+  if (!region.features || region.selectCount == 0) return false;
   for (int i = 0; i < FeatureCount(region); ++i) region.features[i].selected = 1;
   region.selectCount = FeatureCount(region);
   return true;
@@ -57,7 +57,7 @@ bool ReselectBlobs(RLERegion& region) {
 // After another labelling more records may be marked than were counted: never more are copied than
 // the host was told to have room for.
 bool CopySelectedBlobs(const RLERegion& region, BlobFeature* selected) {
-  if (region.selectCount == 0) return false;
+  if (!region.features || region.selectCount == 0) return false;
   int left = region.selectCount;
   for (int i = 0; i < FeatureCount(region) && left > 0; ++i) {
     if (region.features[i].selected != 1) continue;

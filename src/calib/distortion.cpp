@@ -190,10 +190,10 @@ bool LoadDistortionParameters(GreyImage& image, const char* fileName) {
                                 &image.yMin,           &image.yMax};
   int32_t* const fromFirst[] = {&image.centreX,         &image.centreY, &image.correctedWidth,
                                 &image.correctedHeight, &image.xMax,    &image.xMin};
-  for (int32_t* word : fromThird) *word = file.Read<int32_t>();
-  for (int32_t* word : fromFirst) *word = file.Read<int32_t>();
+  for (int32_t* word : fromThird) file.Read(*word);
+  for (int32_t* word : fromFirst) file.Read(*word);
   if (mapped && *mapped != Rectangle(image)) FreeMap(image);
-  for (int i = 0; i < 2 * kCubicTerms; ++i) image.distortionCoefficients[i] = file.Read<double>();
+  for (int i = 0; i < 2 * kCubicTerms; ++i) file.Read(image.distortionCoefficients[i]);
   return true;
 }
 

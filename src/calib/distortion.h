@@ -18,7 +18,8 @@ bool BuildDistortionModel(GreyImage& image, int32_t* points, int count, const Gr
                           const char* fileName);
 
 // Takes the parameters of a file. False, and an image without coefficients, when it cannot be
-// opened. What a short file lacks comes out as 0.
+// opened. Coefficients that a short file lacks are 0; the image keeps its values of the parameters
+// that are missing.
 bool LoadDistortionParameters(GreyImage& image, const char* fileName);
 
 // Makes the pixel map of an image with coefficients, for its present size.

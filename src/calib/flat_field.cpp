@@ -59,13 +59,14 @@ bool LoadFlatFieldTable(GreyImage& image, FlatFieldRegion& region, const char* f
   image.flatFieldTable = nullptr;
   ParameterFile file(fileName, "rb");
   if (!file || !ReplaceTable(image)) return false;
-  file.Read<int32_t>();  // height and width follow from the region
-  file.Read<int32_t>();
-  region.yStart = file.Read<int32_t>();
-  region.yEnd = file.Read<int32_t>();
-  region.xStart = file.Read<int32_t>();
-  region.xEnd = file.Read<int32_t>();
-  for (int i = 0; i < kLevels; ++i) image.flatFieldTable[i] = file.Read<double>();
+  int32_t size;  // height and width follow from the region
+  file.Read(size);
+  file.Read(size);
+  file.Read(region.yStart);
+  file.Read(region.yEnd);
+  file.Read(region.xStart);
+  file.Read(region.xEnd);
+  for (int i = 0; i < kLevels; ++i) file.Read(image.flatFieldTable[i]);
   return true;
 }
 

@@ -18,7 +18,8 @@ bool BuildFlatFieldTable(GreyImage& image, int target, const FlatFieldRegion& re
                          const char* fileName);
 
 // Gives the image the table of a file and reports the file's region. False, and an image without a
-// table, when the file cannot be opened. What a short file lacks comes out as 0.
+// table, when the file cannot be opened. Gains that a short file lacks are 0; words of the region
+// stay as they were.
 bool LoadFlatFieldTable(GreyImage& image, FlatFieldRegion& region, const char* fileName);
 
 // Corrects what of the region lies inside the image; nothing without a table.

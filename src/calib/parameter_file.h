@@ -24,11 +24,11 @@ class ParameterFile {
     std::fwrite(&value, sizeof value, 1, file_);
   }
 
-  // 0 when the file has ended.
+  // Leaves the value as it was when the file has ended.
   template <class Value>
-  Value Read() {
-    Value value;
-    return std::fread(&value, sizeof value, 1, file_) == 1 ? value : Value{};
+  void Read(Value& value) {
+    Value read;
+    if (std::fread(&read, sizeof read, 1, file_) == 1) value = read;
   }
 
  private:

@@ -34,7 +34,7 @@ bool IxImgAssignToRegion(RLERegion* region, const GreyImage* image) {
 }
 
 HBITMAP IxGetRegDisplay(RLERegion* region) {
-  if (!region || !HasPixels(region->displayImage)) return nullptr;
+  if (!region || !region->assignedImage || !HasPixels(region->displayImage)) return nullptr;
   DrawRegionDisplay(*region);
   return region->displayImage->bitmap;
 }

@@ -12,7 +12,8 @@ uint8_t IxFFCParaBuild(GreyImage* image, int target, int xStart, int xEnd, int y
 
 uint8_t IxFFCParaLoad(GreyImage* image, int* region, const char* fileName) {
   if (!image) return 0;
-  FlatFieldRegion loaded;
+  FlatFieldRegion loaded = {};
+  if (region) loaded = {region[0], region[1], region[2], region[3]};
   if (!LoadFlatFieldTable(*image, loaded, fileName)) return 0;
   if (region) {
     region[0] = loaded.xStart;

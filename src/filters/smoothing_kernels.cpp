@@ -257,9 +257,10 @@ QUILLON_INLINE U8<kBlock> MeansOf(const Quarter (&sums)[4], const MeanScale& sca
   return MergeLowBytes(mean(0), mean(1), mean(2), mean(3));
 #else
   // What lies above the means' bytes, the bits 0x4B4000 of their floats, adds up to 0x8B400000 in
-  // four bytes: the means of those two places are taken that much lower.
+  // four bytes: the means of those two places are taken that much lower. Sums wrap.
   const auto mean = [&](int i, float above) {
-    return MeanIn<kConverted>(sums[i], scale.reciprocal, scale.offset - above);
+    return BitCast<U32<kLanes / 2>>(
+        MeanIn<kConverted>(sums[i], scale.reciprocal, scale.offset - above));
   };
   return BitCast<U8<kBlock>>((mean(0, 0) + (mean(1, 0) << 8)) +
                              ((mean(2, 0x40) << 16) + (mean(3, 0x8B) << 24)));

@@ -130,9 +130,10 @@ QUILLON_INLINE uint32_t LaneBits(const I32<kWords> (&lanes)[kRegisters]) {
   return bits;
 }
 
-template <int kRegisters>
-QUILLON_INLINE uint32_t PassingLanes(const PackedVector* units, const TurnedModel& model,
-                                     int points, const int32_t* floors, int32_t last) {
+template <int kRegisters, bool kPartlyOutside>
+QUILLON_INLINE uint32_t PassingLanes(const PackedVector* units, const PackedVector* gradients,
+                                     const TurnedModel& model, int points, const int32_t* floors,
+                                     int32_t last) {
   I32<kWords> sum[kRegisters] = {}, alive[kRegisters];
   for (auto& lanes : alive) lanes = Splat<int32_t, kWords>(-1);
   const auto add = [&](int i) {
@@ -148,7 +149,12 @@ QUILLON_INLINE uint32_t PassingLanes(const PackedVector* units, const TurnedMode
     const auto floor = Splat<int32_t, kWords>(*floors++);
     I32<kWords> any = {};
     for (int r = 0; r < kRegisters; ++r) {
-      alive[r] &= sum[r] > floor;
+      auto passes = sum[r] > floor;
+      if constexpr (kPartlyOutside) {
+        const PackedVector* at = gradients + model.offsets[i + kFloorPoints - 1] + r * kWords;
+        passes |= Load<int32_t, kWords>(at) == kOutside;
+      }
+      alive[r] &= passes;
       any |= alive[r];
     }
     if (MoveMask(any) == 0) return 0;
@@ -158,10 +164,15 @@ QUILLON_INLINE uint32_t PassingLanes(const PackedVector* units, const TurnedMode
   return LaneBits(alive);
 }
 
-uint32_t PassingLanes(const PackedVector* units, const TurnedModel& model, int points,
-                      const int32_t* floors, int32_t last, int lanes) {
-  return lanes <= kWords ? PassingLanes<1>(units, model, points, floors, last)
-                         : PassingLanes<2>(units, model, points, floors, last);
+uint32_t PassingLanes(const PackedVector* units, const PackedVector* gradients,
+                      const TurnedModel& model, int points, const int32_t* floors, int32_t last,
+                      int lanes) {
+  if (gradients) {
+    return lanes <= kWords ? PassingLanes<1, true>(units, gradients, model, points, floors, last)
+                           : PassingLanes<2, true>(units, gradients, model, points, floors, last);
+  }
+  return lanes <= kWords ? PassingLanes<1, false>(units, nullptr, model, points, floors, last)
+                         : PassingLanes<2, false>(units, nullptr, model, points, floors, last);
 }
 
 uint32_t TouchedLanes(const PackedVector* units, const TurnedModel& model, int points) {

@@ -17,6 +17,11 @@ using PackedVector = int32_t;
 [[gnu::always_inline]] inline int VectorX(PackedVector v) { return static_cast<int16_t>(v); }
 [[gnu::always_inline]] inline int VectorY(PackedVector v) { return v >> 16; }
 
+// In a plane of gradients: not a gradient, but a place outside the image. No gradient is as long,
+// and memset can write it.
+constexpr int kOutsideByte = 0x80;
+constexpr PackedVector kOutside = static_cast<PackedVector>(kOutsideByte * 0x01010101u);
+
 // What suppression and the two thresholds make of a pixel.
 constexpr int32_t kNoEdge = 0, kWeakEdge = 1, kStrongEdge = 2;
 
@@ -28,6 +33,7 @@ struct EdgeLimits {
 // A model as a scan reads it: turned, and laid out for one plane of gradients.
 struct TurnedModel {
   int count;
+  int reachX, reachY;             // no point is farther from the reference
   const int32_t* offsets;         // of the points within the plane
   const PackedVector* gradients;  // truncated to integers
   const double* inverses;         // 1 / magnitude before turning
@@ -75,9 +81,12 @@ struct GeomatchKernels {
   // i-th. What is looked at beyond `lanes` positions must be there, and its bits mean nothing.
   int scanLanes;
   // Sums of products of unit vectors over the first `points` points. A position passes when its sum
-  // is above floors[i] after every (i + 1) * kFloorPoints points, and above `last` in the end.
-  uint32_t (*PassingLanes)(const PackedVector* units, const TurnedModel& model, int points,
-                           const int32_t* floors, int32_t last, int lanes);
+  // is above floors[i] after every (i + 1) * kFloorPoints points, and above `last` in the end. With
+  // `gradients`, the plane beside that of the units, a floor says nothing about a position where
+  // the last of those points lies outside the image; null where none does.
+  uint32_t (*PassingLanes)(const PackedVector* units, const PackedVector* gradients,
+                           const TurnedModel& model, int points, const int32_t* floors,
+                           int32_t last, int lanes);
   // Positions with any gradient under the first `points` points.
   uint32_t (*TouchedLanes)(const PackedVector* units, const TurnedModel& model, int points);
 

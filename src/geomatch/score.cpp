@@ -8,6 +8,8 @@
 //   threshold never falls with j, so what it was abandoned with is below t. With t <= best it
 //   loses.
 // - After all points, S <= K best n - E n: it loses.
+// At a point outside the image the rule is not tested. So where the model may leave the image, the
+// first proof takes only sums after points inside.
 // Positions that pass, among them all winners, are scored exactly, in raster order; after a new
 // best the bounds are made anew and the rest of the group is looked at again. So the outcome is
 // that of scoring every position in turn.
@@ -40,12 +42,14 @@ double InverseMagnitude(PackedVector gradient) {
 }
 
 // The score of one position by its definition.
+template <bool kStaysInside>
 double ScoreAt(const PackedVector* gradients, const double* inverses, const TurnedModel& model,
                const GreedyRule& rule) {
   constexpr double kMargin = 1e-14;  // wider than the rounding of threshold * j
   double sum = 0;
   for (int i = 0; i < model.count; ++i) {
     const PackedVector g = gradients[model.offsets[i]], m = model.gradients[i];
+    if (!kStaysInside && g == kOutside) continue;  // counted by j, but the rule is not tested
     if (g != 0) {
       const double inverse = inverses ? inverses[model.offsets[i]] : InverseMagnitude(g);
       sum += (VectorX(m) * VectorX(g) + VectorY(m) * VectorY(g)) * model.inverses[i] * inverse;
@@ -78,20 +82,30 @@ int GeoTurner::UnitScale(int points) {
 const TurnedModel& GeoTurner::RotateGeoLevel(const Kernels& kernels, const GeoModelLevel& level,
                                              double degrees, int stride) {
   const double radians = degrees * kRadiansPerDegree;
+  const double cosine = std::cos(radians), sine = std::sin(radians);
   kernels.geomatch.TurnModel({.count = level.count,
                               .x = level.x,
                               .y = level.y,
                               .gradientX = level.gradientX,
                               .gradientY = level.gradientY,
                               .inverses = level.inverseMagnitude,
-                              .cosine = std::cos(radians),
-                              .sine = std::sin(radians),
+                              .cosine = cosine,
+                              .sine = sine,
                               .stride = stride,
                               .unitScale = static_cast<double>(UnitScale(level.count)),
                               .offsets = offsets_.data(),
                               .gradients = gradients_.data(),
                               .units = units_.data()});
+  // The points lie within the template, its outermost pixels excepted.
+  const double halfWidth = level.referenceX - 1, halfHeight = level.referenceY - 1;
+  const auto reach = [&](double across, double along) {
+    constexpr double kRounding = 1e-6;
+    return static_cast<int>(
+        std::min(std::abs(across * cosine) + std::abs(along * sine), level.radius) + kRounding);
+  };
   model_ = {.count = level.count,
+            .reachX = reach(halfWidth, halfHeight),
+            .reachY = reach(halfHeight, halfWidth),
             .offsets = offsets_.data(),
             .gradients = gradients_.data(),
             .inverses = level.inverseMagnitude,
@@ -138,16 +152,22 @@ double GeoScorer::ScoreGeoModel(const Kernels& kernels, const SearchPlanes& plan
   double best = 0;
   SetBounds(model, rule, best);
 
+  const PixelBox inner = planes.Inner(model);
   // The first position from x on that is a new best, or `end`.
   const auto nextBest = [&](int x, int y, int end) {
+    const bool staysInside =
+        x >= inner.left && end - 1 <= inner.right && y >= inner.top && y <= inner.bottom;
     const PackedVector* units = planes.Units(x, y);
-    uint32_t lanes = best > 0 ? geomatch.PassingLanes(units, model, checkedPoints_, floors_.data(),
-                                                      lastFloor_, end - x)
-                              : geomatch.TouchedLanes(units, model, touchedPoints_);
+    const PackedVector* gradients = planes.Gradients(x, y);
+    uint32_t lanes =
+        best > 0 ? geomatch.PassingLanes(units, staysInside ? nullptr : gradients, model,
+                                         checkedPoints_, floors_.data(), lastFloor_, end - x)
+                 : geomatch.TouchedLanes(units, model, staysInside ? touchedPoints_ : model.count);
     for (; lanes != 0; lanes &= lanes - 1) {
       const int at = x + std::countr_zero(lanes);
       if (at >= end) break;
-      const double score = ScoreAt(planes.Gradients(at, y), planes.Inverses(at, y), model, rule);
+      const auto scoreAt = staysInside ? ScoreAt<true> : ScoreAt<false>;
+      const double score = scoreAt(gradients + (at - x), planes.Inverses(at, y), model, rule);
       if (score > best) {
         best = score;
         return at;

@@ -6,9 +6,9 @@
 
 namespace quillon {
 
-// The rule that abandons a position after point j of n:  sum / j < min((minimum - 1) + rise * j,
-// slope * j)  with rise and slope from the first minimum. Later only `minimum` follows the best
-// score.
+// The rule that abandons a position after point j of n, unless that point lies outside the image:
+//   sum / j < min((minimum - 1) + rise * j, slope * j)
+// with rise and slope from the first minimum. Later only `minimum` follows the best score.
 struct GreedyRule {
   GreedyRule(double minScore, double greediness, int points)
       : minimum(minScore),

@@ -1,6 +1,7 @@
 #include "geomatch/search_planes.h"
 
 #include <algorithm>
+#include <cstring>
 
 #include "geomatch/edges.h"
 #include "pyramid/pyramid.h"
@@ -38,17 +39,33 @@ bool SearchPlanes::ComputeSearchGradients(const Kernels& kernels, const GreyImag
   LevelImage pixels;
   if (!pixels.Reduce(kernels, image, level, box)) return false;
 
+  const int count = static_cast<int>(columns);
+  const int begin = std::clamp(-left_, 0, count), end = std::clamp(width - left_, 0, count);
+  const auto markOutside = [](PackedVector* from, PackedVector* to) {
+    const auto bytes = static_cast<size_t>(to - from) * sizeof *from;
+    if (bytes != 0) std::memset(from, kOutsideByte, bytes);
+  };
   for (int y = top_; y <= bottom; ++y) {
     const ptrdiff_t first = Offset(left_, y);
-    const int count = static_cast<int>(columns);
-    PackedVector* gradients = gradients_.data() + first;
+    PackedVector *gradients = gradients_.data() + first, *units = units_.data() + first;
+    double* inverses = withInverses ? inverses_.data() + first : nullptr;
+    if (y < 0 || y >= height) {
+      markOutside(gradients, gradients + stride_);
+      std::fill_n(units, stride_, 0);
+      if (inverses) std::fill_n(inverses, stride_, 0.0);
+      continue;
+    }
     ComputeSobelGradients(kernels, pixels.Pixels(), y, left_, right, gradients);
     std::fill(gradients + count, gradients + stride_, 0);
-    kernels.geomatch.UnitRow(gradients, units_.data() + first, stride_);
-    if (withInverses) kernels.geomatch.InverseRow(gradients, inverses_.data() + first, stride_);
+    kernels.geomatch.UnitRow(gradients, units, stride_);
+    if (inverses) kernels.geomatch.InverseRow(gradients, inverses, stride_);
+    markOutside(gradients, gradients + begin);
+    markOutside(gradients + end, gradients + count);
   }
   level_ = level;
   window_ = window;
+  width_ = width;
+  height_ = height;
   return true;
 }
 

@@ -14,7 +14,7 @@ const GreyImage* AssignedImage(const RLERegion& region) {
 }
 
 void DrawLines(const RLERegion& region, const ColourImage& display) {
-  for (int i = 0; i < region.roiRunCount; ++i) {
+  for (int i = 0; region.roiRuns && i < region.roiRunCount; ++i) {
     const DrawnLine line = VisibleLine(region.roiRuns[i], display);
     auto* row = reinterpret_cast<RGB_24*>(display.rows[line.y]);
     for (int x = line.from; x < line.to; ++x) row[x] = kRed;

@@ -21,7 +21,7 @@ void DrawLines(const RLERegion& region, HDC dc) {
   LOGPEN style = {PS_SOLID, {0, 0}, RGB(125, 0, 0)};
   HPEN pen = CreatePenIndirect(&style);
   HGDIOBJ earlier = SelectObject(dc, pen);
-  for (int i = 0; i < region.roiRunCount; ++i) {
+  for (int i = 0; region.roiRuns && i < region.roiRunCount; ++i) {
     const DrawnLine line = VisibleLine(region.roiRuns[i], *region.displayImage);
     if (line.from >= line.to) continue;
     MoveToEx(dc, line.from, line.y, nullptr);

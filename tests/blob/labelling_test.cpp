@@ -5,6 +5,7 @@
 
 #include "blob/labelling_reference.h"
 #include "blob/regions.h"
+#include "quillon/quillon.h"
 #include "support/levels.h"
 
 namespace quillon::test {
@@ -128,6 +129,73 @@ TEST(Labelling, StopsWhereATableIsFull) {
     ASSERT_NO_FATAL_FAILURE(ExpectSameTables(*region, expected));
     EXPECT_EQ(region->labelCount, step == 2 ? kMaxLabels : 601);
     EXPECT_EQ(expected.runs.size(), step == 2 ? size_t{kMaxLabels} : size_t{kMaxRuns});
+  }
+}
+
+// A host that reaches into the object may have taken tables away.
+TEST(Labelling, TablesThatAreNotThereAreLeftAlone) {
+  GreyImage image, filled;
+  ColourImage colour;
+  Fill(image, 20, 10, Content::kBinary);
+  filled.CopyFrom(&image);
+  Fill(colour, 20, 10, Content::kNoise);
+  const int points[] = {0, 0, 19, 0, 19, 9, 0, 9};
+  enum Table { kBlobs, kRuns, kFeatures, kBlobIndex, kRoiRuns };
+  for (Table missing : {kBlobs, kRuns, kFeatures, kBlobIndex, kRoiRuns}) {
+    SCOPED_TRACE(missing);
+    const RegionPtr owner = NewRegion();
+    IxPointToRegion(owner.get(), points, 4);
+    IxGrayBlobLabel(&image, owner.get(), 255, 255);
+    ASSERT_TRUE(IxComputeAllBlobFeature(owner.get()));
+    ASSERT_TRUE(IxImgAssignToRegion(owner.get(), &image));
+    const int labels = owner->labelCount, blobs = owner->blobCount;
+    ASSERT_GT(blobs, 0);
+    RLERegion region = *owner;
+    if (missing == kBlobs) region.blobs = nullptr;
+    if (missing == kRuns) region.runs = nullptr;
+    if (missing == kFeatures) region.features = nullptr;
+    if (missing == kBlobIndex) region.blobIndex = nullptr;
+    if (missing == kRoiRuns) region.roiRuns = nullptr;
+
+    float floats[13];
+    double means[3];
+    int bound[4];
+    std::vector<BlobFeature> list(static_cast<size_t>(blobs));
+    const bool canSelect = missing != kFeatures;
+    EXPECT_EQ(IxSelectBlobArea(&region, INT_MAX, 0), canSelect);
+    EXPECT_EQ(IxSelectBlobWidth(&region, INT_MAX, 0), canSelect);
+    EXPECT_EQ(IxSelectBlobHeight(&region, INT_MAX, 0), canSelect);
+    EXPECT_EQ(IxLocateBlobCenter(&region, 0, INT_MAX, 0, INT_MAX), canSelect);
+    EXPECT_EQ(IxReSelectBlob(&region), canSelect);
+    EXPECT_EQ(IxGetBlobList(&region, list.data()), canSelect);
+    EXPECT_EQ(region.selectCount, blobs);
+
+    const bool canFindBlobs = missing != kBlobs && missing != kBlobIndex;
+    EXPECT_EQ(IxGetnBlobArea(&region, 0) > 0, canFindBlobs);
+    IxGetnBlobCenter(&region, 0, floats);
+    IxGetnBlobBound(&region, 0, bound);
+    EXPECT_EQ(bound[0] < 99999, canFindBlobs && missing != kRuns);
+    EXPECT_EQ(IxGetBlobMinRect(&region, 0, floats), canFindBlobs && missing != kRuns);
+    EXPECT_EQ(IxGetnBlobGrayMean(&image, &region, 0) > 0, canFindBlobs && missing != kRuns);
+    IxGetnBlobColorMean(&colour, &region, 0, means);
+    EXPECT_EQ(means[0] > 0, canFindBlobs && missing != kRuns);
+    EXPECT_EQ(IxComputeAllBlobFeature(&region), missing == kRoiRuns);
+
+    EXPECT_EQ(IxGetnRegionGrayMean(&image, &region) > 0, missing != kRoiRuns);
+    IxGetnRegionColorMean(&colour, &region, means);
+    EXPECT_EQ(means[0] > 0, missing != kRoiRuns);
+    EXPECT_NE(IxGetRegDisplay(&region), nullptr);
+
+    EXPECT_EQ(IxBinaryFillUp(&filled, &region, 255), missing != kBlobs && missing != kRuns);
+    region.labelCount = 77;
+    IxGrayBlobLabel(&image, &region, 255, 255);
+    const bool canLabel = missing == kFeatures || missing == kRoiRuns;
+    EXPECT_EQ(region.labelCount, !canLabel ? 77 : missing == kRoiRuns ? 0 : labels);
+    EXPECT_EQ(region.blobCount, missing == kRoiRuns ? 0 : blobs);
+    IxPointToRegion(&region, points, 2);
+    EXPECT_EQ(region.roiRunCount == owner->roiRunCount, missing == kRoiRuns);
+    region.assignedImage = nullptr;
+    EXPECT_EQ(IxGetRegDisplay(&region), nullptr);
   }
 }
 

@@ -158,10 +158,22 @@ TEST(Distortion, FilesHoldTheHeaderTwiceAndLoadBack) {
   EXPECT_EQ(std::memcmp(&loaded.centreX, &image.centreX, 32), 0);
   EXPECT_EQ(std::memcmp(loaded.distortionCoefficients, image.distortionCoefficients, 160), 0);
 
-  for (size_t size = 0; size < bytes.size();
-       size += 12) {  // short files: safe, whatever is missing
+  // Short files load. Words that they lack stay, those of the second block those of the first;
+  // coefficients that they lack are 0.
+  constexpr int kWordOfField[] = {2, 3, 4, 5, 6, 7, 0, 1, 2, 3, 4, 5};
+  for (size_t size = 0; size < bytes.size(); size += 10) {
     file.Write({bytes.begin(), bytes.begin() + static_cast<ptrdiff_t>(size)});
+    int32_t words[] = {150, 101, 102, 103, 205, 106, 47, 108};
+    std::memcpy(&loaded.centreX, words, sizeof words);
+    for (size_t field = 0; field < 12 && 4 * field + 4 <= size; ++field) {
+      words[kWordOfField[field]] = expected[field];
+    }
     ASSERT_TRUE(LoadDistortionParameters(loaded, file.path()));
+    EXPECT_EQ(std::memcmp(&loaded.centreX, words, sizeof words), 0) << size;
+    const size_t held = size < 48 ? 0 : (size - 48) / 8;
+    for (size_t i = 0; i < 20; ++i) {
+      ASSERT_EQ(loaded.distortionCoefficients[i], i < held ? image.distortionCoefficients[i] : 0);
+    }
     BuildDistortionMap(loaded);
     ApplyDistortionMap(loaded);
   }

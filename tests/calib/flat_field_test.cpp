@@ -6,6 +6,7 @@
 #include <limits>
 
 #include "calib/flat_field_reference.h"
+#include "quillon/quillon.h"
 #include "support/levels.h"
 #include "support/temporary_file.h"
 
@@ -83,11 +84,15 @@ TEST(FlatField, FilesHoldHeaderAndGainsAndLoadBack) {
   EXPECT_EQ(region.yEnd, 70);
   EXPECT_EQ(std::memcmp(loaded.flatFieldTable, image.flatFieldTable, 2048), 0);
 
-  for (size_t size : {0u, 11u, 17u, 24u, 100u, 2071u}) {  // short files load; what they lack is 0
+  // Short files load. Words that they lack stay, gains that they lack are 0.
+  for (size_t size : {0u, 11u, 17u, 24u, 100u, 2071u}) {
     file.Write({bytes.begin(), bytes.begin() + static_cast<ptrdiff_t>(size)});
-    ASSERT_TRUE(LoadFlatFieldTable(loaded, region, file.path())) << size;
-    EXPECT_EQ(region.yStart, size >= 12 ? 20 : 0);
-    EXPECT_EQ(region.xEnd, size >= 24 ? 110 : 0);
+    int words[4] = {-1, -2, -3, -4};
+    ASSERT_TRUE(IxFFCParaLoad(&loaded, words, file.path())) << size;
+    EXPECT_EQ(words[0], size >= 20 ? 10 : -1) << size;
+    EXPECT_EQ(words[1], size >= 24 ? 110 : -2) << size;
+    EXPECT_EQ(words[2], size >= 12 ? 20 : -3) << size;
+    EXPECT_EQ(words[3], size >= 16 ? 70 : -4) << size;
     for (size_t i = 0; i < 256; ++i) {
       const bool there = 24 + 8 * (i + 1) <= size;
       ASSERT_EQ(std::memcmp(&loaded.flatFieldTable[i],

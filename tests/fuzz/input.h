@@ -97,12 +97,11 @@ class Input {
   const uint8_t *at_, *end_;
 };
 
-// What every image is after a call: empty, or a whole store with its rows.
+// What every image is after a call: without pixels, or a whole store with its rows.
 template <class Pixel>
 void RequireSound(const CImage<Pixel>& image) {
   if (!image.bits) {
-    return Require(!image.bitmap && !image.rows && image.width == 0 && image.height == 0,
-                   "an image without pixels is empty");
+    return Require(!image.bitmap && !image.rows, "an image without pixels has no bitmap, no rows");
   }
   Require(image.width > 0 && image.height > 0 && image.stride % 4 == 0 &&
               image.stride * 8ll >= int64_t{image.width} * image.bpp &&

@@ -203,6 +203,10 @@ TEST(NccModel, AccessorsKeepTheirLimits) {
   EXPECT_TRUE(IxGet_Pyramid_GrayImage(tool.get(), &copy, 3));
   EXPECT_EQ(copy.width, 12);
   EXPECT_EQ(copy.height, 7);
+  Fill(image, 1, 300, Content::kNoise);
+  ASSERT_TRUE(IxCreateNCCMatchModel(&image, tool.get(), false));
+  EXPECT_TRUE(IxGet_Pyramid_GrayImage(tool.get(), &copy, 1)) << "a level without columns";
+  EXPECT_TRUE(copy.width == 0 && copy.height == 150 && !copy.bits);
 
   ASSERT_TRUE(IxCreateNCCMatchColorModel(&colour, tool.get(), true));
   EXPECT_TRUE(IxGet_Pyramid_ColorImage(tool.get(), &colourCopy, 0));

@@ -206,7 +206,7 @@ void Case::MakeResultOf(size_t i, int choice) {
     FillStale(*image, source->width, source->height);
   }
   if (choice == kOtherSize) FillStale(*image, 13, 7);
-  if (choice == kOtherDepth) image->AllocateBitmap(kIsColour ? 8 : 24, 20, 18);
+  if (choice == kOtherDepth) CreateOfDepth(*image, kIsColour ? 8 : 24, 20, 18);
 }
 
 void Case::WatchImages() {

@@ -112,9 +112,7 @@ Family FilterExports() {
                0,
                [](const Arguments& a) -> std::optional<Extent> {
                  if (a.Same(0, 1)) return std::nullopt;
-                 const Extent reduced = {a.Image(0)->width / 16, a.Image(0)->height / 16};
-                 if (reduced.width == 0 || reduced.height == 0) return Extent{0, 0};
-                 return reduced;
+                 return Extent{a.Image(0)->width / 16, a.Image(0)->height / 16};
                }},
           }};
 }

@@ -97,8 +97,8 @@ void Stage::MakeImages() {
   };
   const auto addDepth = [&](int greyDepth, int colourDepth) {
     addBoth();
-    grey_.back()->AllocateBitmap(greyDepth, 20, 18);
-    colour_.back()->AllocateBitmap(colourDepth, 20, 18);
+    CreateOfDepth(*grey_.back(), greyDepth, 20, 18);
+    CreateOfDepth(*colour_.back(), colourDepth, 20, 18);
   };
 
   addBoth();
@@ -272,8 +272,8 @@ std::shared_ptr<GreyImage> Stage::MakeCalibrated(CalibrationState state) {
   if (state == CalibrationState::kNull) return nullptr;
   // An image without pixels keeps its calibration for ever: give it some, so that they go together.
   std::shared_ptr<GreyImage> image(new GreyImage, [](GreyImage* old) {
+    const std::unique_ptr<GreyImage> owned(old);
     if (!old->bitmap) old->Create(1, 1);
-    delete old;
   });
   // The constructor leaves these words as they are.
   image->centreX = image->centreY = image->correctedWidth = image->correctedHeight = 0;
@@ -287,7 +287,7 @@ std::shared_ptr<GreyImage> Stage::MakeCalibrated(CalibrationState state) {
       Fill(*image, 32767, 2, Content::kNoise);
       break;
     case CalibrationState::kDeep:
-      image->AllocateBitmap(24, 30, 20);
+      CreateOfDepth(*image, 24, 30, 20);
       break;
     default:
       image->CopyFrom(Grey(kScene));

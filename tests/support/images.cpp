@@ -1,5 +1,6 @@
 #include "support/images.h"
 
+#include <algorithm>
 #include <cstring>
 #include <sstream>
 
@@ -39,6 +40,7 @@ void FillPadding(CImage<Pixel>& image, uint8_t value) {
 template <class Pixel>
 void Fill(CImage<Pixel>& image, int width, int height, Content content, uint32_t seed) {
   image.Create(width, height);
+  if (!image.bits) return;
   Random random(seed + 31 * static_cast<uint32_t>(width) + static_cast<uint32_t>(height));
   for (int y = 0; y < image.height; ++y) {
     for (int x = 0; x < image.width * kBytes<Pixel>; ++x) {
@@ -46,6 +48,15 @@ void Fill(CImage<Pixel>& image, int width, int height, Content content, uint32_t
     }
   }
   FillPadding(image, kPadding);
+}
+
+template <class Pixel>
+void CreateOfDepth(CImage<Pixel>& image, int depth, int width, int height) {
+  image.AllocateBitmap(depth, width, height);
+  if (image.bpp == depth) return;
+  image.bpp = depth;
+  image.stride = std::min(image.stride, (width * depth + 31) / 32 * 4);
+  image.imageSize = image.stride * height;
 }
 
 template <class Pixel>
@@ -125,6 +136,8 @@ template void FillPadding(GreyImage&, uint8_t);
 template void FillPadding(ColourImage&, uint8_t);
 template void Fill(GreyImage&, int, int, Content, uint32_t);
 template void Fill(ColourImage&, int, int, Content, uint32_t);
+template void CreateOfDepth(GreyImage&, int, int, int);
+template void CreateOfDepth(ColourImage&, int, int, int);
 template void FillStale(GreyImage&, int, int);
 template void FillStale(ColourImage&, int, int);
 template std::string Difference(const GreyImage&, const GreyImage&);

@@ -50,6 +50,11 @@ void FillPadding(CImage<Pixel>& image, uint8_t value);
 template <class Pixel>
 void Fill(CImage<Pixel>& image, int width, int height, Content content, uint32_t seed = 1);
 
+// A first store for an image that reports another depth than its class has. A colour image gets
+// none but 24 bits a pixel, so it only says otherwise, with rows as short as that depth has them.
+template <class Pixel>
+void CreateOfDepth(CImage<Pixel>& image, int depth, int width, int height);
+
 // A destination with a past: the size of the next result, other contents, padding not zero.
 template <class Pixel>
 void FillStale(CImage<Pixel>& image, int width, int height);
@@ -85,7 +90,7 @@ std::string Difference(const CImage<Pixel>& actual, const CImage<Pixel>& expecte
 // All bytes of the store, padding included.
 template <class Pixel>
 std::vector<uint8_t> Bytes(const CImage<Pixel>& image) {
-  return {image.bits, image.bits + image.imageSize};
+  return {image.bits, image.bits + (image.bits ? image.imageSize : 0)};
 }
 
 }  // namespace quillon::test

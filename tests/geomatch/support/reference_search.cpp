@@ -21,11 +21,16 @@ GeoLevel Rotate(const GeoLevel& level, double degrees) {
   return turned;
 }
 
+bool IsInside(const Plane& plane, const GeoPoint& p, int64_t x, int64_t y) {
+  const int64_t px = x + p.x, py = y + p.y;
+  return px >= 0 && py >= 0 && px < plane.width && py < plane.height;
+}
+
 // What one point adds at (x, y).
 double Term(const Plane& plane, const std::vector<double>& inverse, const GeoPoint& p, int64_t x,
             int64_t y) {
+  if (!IsInside(plane, p, x, y)) return 0;
   const int64_t px = x + p.x, py = y + p.y;
-  if (px < 0 || py < 0 || px >= plane.width || py >= plane.height) return 0;
   const size_t at = plane.Index(static_cast<int>(px), static_cast<int>(py));
   const int gx = plane.gx[at], gy = plane.gy[at];
   if (gx == 0 && gy == 0) return 0;
@@ -60,8 +65,10 @@ struct Search {
       for (int64_t x = left; x <= right; ++x) {
         double sum = 0, score = 0;
         for (int j = 1; j <= n; ++j) {
-          sum += Term(plane, inverse, model.points[static_cast<size_t>(j - 1)], x, y);
+          const GeoPoint& point = model.points[static_cast<size_t>(j - 1)];
+          sum += Term(plane, inverse, point, x, y);
           score = sum / j;
+          if (!IsInside(plane, point, x, y)) continue;  // counted, but the rule is not tested
           if (score < std::min((minScore - 1) + normGreediness * j, normMinScore * j)) break;
         }
         if (!(score > best)) continue;
