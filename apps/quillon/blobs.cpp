@@ -307,7 +307,9 @@ void AddBlobs(Command app) {
   command.AddOption("--center-y", options->centreY, "keep blobs whose mean row is within")
       .Values(2)
       .ShownAs("MIN MAX");
-  command.AddOption("--binary", options->binary, "write what was labelled in white (.png, .bmp)")
+  command
+      .AddFileToWrite("--binary", options->binary, "write what was labelled in white (.png, .bmp)",
+                      CheckPictureName)
       .ShownAs("FILE");
   AddOutputOptions(command, options->output);
   command.Runs([options] {

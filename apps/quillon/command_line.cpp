@@ -4,8 +4,13 @@
 #include <climits>
 #include <cstdint>
 #include <cstdio>
+#include <iostream>
 #include <optional>
+#include <sstream>
 #include <vector>
+
+#include "kit/files/files.h"
+#include "kit/text/text.h"
 
 namespace quillon::app {
 
@@ -46,22 +51,63 @@ Option Option::Needs(Option other) const { return Option(option_->needs(other.op
 Option Option::Excludes(Option other) const { return Option(option_->excludes(other.option_)); }
 bool Option::IsGiven() const { return option_->count() > 0; }
 
+struct Command::Files {
+  struct Output {
+    CLI::Option* option;
+    void (*check)(const std::string& path);
+  };
+  std::vector<CLI::Option*> inputs;
+  std::vector<Output> outputs;
+
+  void Check() const {
+    std::vector<std::string> read, written;
+    for (const CLI::Option* option : inputs) {
+      const std::vector<std::string> names = option->results();
+      read.insert(read.end(), names.begin(), names.end());
+    }
+    for (const auto& [option, check] : outputs) {
+      for (const std::string& name : option->results()) {
+        if (check) check(name);
+        written.push_back(name);
+      }
+    }
+    kit::CheckOutputs(read, written);
+  }
+};
+
 Command Command::Add(const std::string& name, const std::string& summary) const {
-  return Command(app_->add_subcommand(name, summary));
+  return Command(app_->add_subcommand(name, summary), files_);
 }
 void Command::NeedsSubcommand() const { app_->require_subcommand(1); }
 Command Command::AddChoice(const std::string& name) const {
-  return Command(app_->add_option_group(name)->require_option(1));
+  return Command(app_->add_option_group(name)->require_option(1), files_);
 }
 template <class Value>
 Option Command::AddOption(const std::string& name, Value& value, const std::string& summary) const {
   return Option(app_->add_option(name, value, summary));
 }
+template <class Value>
+Option Command::AddFileToRead(const std::string& name, Value& value,
+                              const std::string& summary) const {
+  files_->inputs.push_back(app_->add_option(name, value, summary));
+  return Option(files_->inputs.back());
+}
+Option Command::AddFileToWrite(const std::string& name, std::string& value,
+                               const std::string& summary,
+                               void (*check)(const std::string& path)) const {
+  files_->outputs.push_back({app_->add_option(name, value, summary), check});
+  return Option(files_->outputs.back().option);
+}
 Option Command::AddFlag(const std::string& name, bool& value, const std::string& summary) const {
   return Option(app_->add_flag(name, value, summary));
 }
 void Command::Footer(const std::string& text) const { app_->footer(text); }
-void Command::Runs(std::function<void()> action) const { app_->callback(std::move(action)); }
+void Command::Runs(std::function<void()> action) const {
+  app_->callback([files = files_, action = std::move(action)] {
+    files->Check();
+    action();
+  });
+}
 
 // An option's value: those that commands use.
 using Text = const std::string&;
@@ -73,23 +119,76 @@ template Option Command::AddOption(Text, std::optional<int>&, Text) const;
 template Option Command::AddOption(Text, std::vector<int>&, Text) const;
 template Option Command::AddOption(Text, std::vector<double>&, Text) const;
 template Option Command::AddOption(Text, std::vector<std::string>&, Text) const;
+template Option Command::AddFileToRead(Text, std::string&, Text) const;
+template Option Command::AddFileToRead(Text, std::vector<std::string>&, Text) const;
+
+namespace {
+
+// The parser would take "[a,b]" for two values; a file may be called so.
+std::vector<std::string> Arguments(int argc, char** argv) {
+  std::vector<std::string> arguments;
+  for (int i = argc - 1; i > 0; --i) {  // the parser takes them from the end
+    const std::string argument = argv[i];
+    const bool looksLikeAList = argument.starts_with('[') && argument.ends_with(']');
+    arguments.push_back(looksLikeAList ? "./" + argument : argument);
+  }
+  return arguments;
+}
+
+// The command that the arguments named as far as they are known.
+const CLI::App* Named(const CLI::App* app) {
+  while (!app->get_subcommands().empty()) app = app->get_subcommands().back();
+  return app;
+}
+
+// What no command or option is called; nothing where that is not what is wrong.
+std::string UnknownName(const CLI::App& app) {
+  const CLI::App* const named = Named(&app);
+  const std::vector<std::string> unknown = app.remaining(true);
+  std::string where;
+  for (const CLI::App* at = named; at; at = at->get_parent()) where = at->get_name() + " " + where;
+  std::vector<std::string> known;
+  for (const std::string& word : unknown) {
+    if (!word.starts_with('-')) continue;
+    const std::string name = word.substr(0, word.find('='));
+    for (const CLI::Option* option : named->get_options()) {
+      for (const std::string& spelled : option->get_lnames()) known.push_back("--" + spelled);
+    }
+    return "there is no option '" + name + "'" + kit::DidYouMean(name, known) + "; " + where +
+           "--help names them";
+  }
+  const auto commands = named->get_subcommands([](const CLI::App*) { return true; });
+  if (unknown.empty() || commands.empty()) return "";
+  for (const CLI::App* command : commands) known.push_back(command->get_name());
+  return "there is no command '" + unknown[0] + "'" + kit::DidYouMean(unknown[0], known) + "; " +
+         where + "--help names them";
+}
+
+}  // namespace
 
 int RunCommandLine(int argc, char** argv, const std::string& summary,
                    void (*addCommands)(Command top)) {
   constexpr int kUsage = 2;
   CLI::App app(summary, "quillon");
+  app.allow_windows_style_options(false);  // a path may begin with a slash
   app.set_version_flag("--version", QUILLON_VERSION);
   app.require_subcommand(1);
-  addCommands(Command(&app));
+  Command::Files files;
+  addCommands(Command(&app, &files));
+  if (argc <= 1) {
+    std::cout << app.help();
+    return kUsage;
+  }
   try {
-    app.parse(argc, argv);
+    app.parse(Arguments(argc, argv));
   } catch (const CLI::ParseError& error) {
-    if (app.get_subcommands().empty() && app.remaining_size() > 0) {
-      std::fprintf(stderr, "quillon: there is no command or option '%s'; --help names them\n",
-                   app.remaining()[0].c_str());
-      return kUsage;
-    }
-    return app.exit(error) == 0 ? 0 : kUsage;
+    std::ostringstream said;
+    const int code = app.exit(error, std::cout, said);
+    if (code == 0) return 0;
+    const std::string unknown = UnknownName(app);
+    const std::string message = unknown.empty() ? said.str() : "quillon: " + unknown + '\n';
+    std::fputs(kit::Visible(message).c_str(), stderr);
+    return kUsage;
   }
   return 0;
 }

@@ -45,7 +45,8 @@ class Option {
 // A handle to a command, to be filled with arguments and with what it does.
 class Command {
  public:
-  explicit Command(CLI::App* app) : app_(app) {}
+  struct Files;  // those that options name
+  Command(CLI::App* app, Files* files) : app_(app), files_(files) {}
 
   Command Add(const std::string& name, const std::string& summary) const;
   void NeedsSubcommand() const;
@@ -54,12 +55,20 @@ class Command {
   // Numbers and texts, optional ones, and lists of them.
   template <class Value>
   Option AddOption(const std::string& name, Value& value, const std::string& summary) const;
+  // A file to be read, or to be written. Before a command begins, those to be written are tested:
+  // that they can be, that they are none of those to be read, and what `check` tests, which throws
+  // Failure.
+  template <class Value>
+  Option AddFileToRead(const std::string& name, Value& value, const std::string& summary) const;
+  Option AddFileToWrite(const std::string& name, std::string& value, const std::string& summary,
+                        void (*check)(const std::string& path) = nullptr) const;
   Option AddFlag(const std::string& name, bool& value, const std::string& summary) const;
   void Footer(const std::string& text) const;
   void Runs(std::function<void()> action) const;
 
  private:
   CLI::App* app_;
+  Files* files_;
 };
 
 // Adds the commands and runs the one that the arguments name. Returns the exit code: 0, or 2 after

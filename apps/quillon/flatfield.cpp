@@ -5,6 +5,7 @@
 
 #include "commands.h"
 #include "kit/errors.h"
+#include "kit/files/files.h"
 #include "kit/images/image_files.h"
 #include "kit/report/before_after.h"
 #include "options.h"
@@ -36,16 +37,18 @@ void Build(const Options& options) {
                   std::to_string(region[1]) + ", rows " + std::to_string(region[2]) + " to " +
                   std::to_string(region[3]) + " (the ends are not part of it)");
   }
-  if (!IxFFCParaBuild(&image, options.target, region[0], region[1], region[2], region[3],
-                      options.parameters.c_str())) {
-    throw Failure("cannot write '" + options.parameters + "'");
-  }
+  constexpr size_t kFileSize = 2072;
+  ReplaceFile(options.parameters, kFileSize, [&](const std::string& file) {
+    IxFFCParaBuild(&image, options.target, region[0], region[1], region[2], region[3],
+                   file.c_str());
+  });
 }
 
 void Apply(const Correction& files) {
   GreyImage image, before;
   ReadImage(files.in, image);
   before.CopyFrom(&image);
+  RequireRegularFile(files.parameters);
   int region[4] = {};
   if (!IxFFCParaLoad(&image, region, files.parameters.c_str())) {
     throw Failure("cannot open '" + files.parameters + "'");
@@ -70,7 +73,7 @@ void AddFlatField(Command app) {
 
   const Command build = flatField.Add("build", "Make gains and keep them in a file");
   AddPictureToRead(build, "IMAGE", options->image);
-  build.AddOption("PARAMS", options->parameters, "parameter file to write").Required();
+  build.AddFileToWrite("PARAMS", options->parameters, "parameter file to write").Required();
   build.AddOption("--target", options->target, "level that the region is brought to")
       .Required()
       .Within(0, 255);

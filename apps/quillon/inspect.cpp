@@ -10,6 +10,7 @@
 #include "kit/report/report.h"
 #include "options.h"
 #include "progress.h"
+#include "standard_streams.h"
 
 namespace quillon::app {
 namespace {
@@ -110,7 +111,7 @@ void RunInspect(const Options& options) {
         Record(path, image, inspector, inspector.Inspect(image), drawn, results);
       });
     } catch (const Failure& failure) {
-      std::fprintf(stderr, "quillon: %s\n", failure.what());
+      Warn(failure.what());
       ++failed;
     }
   }
@@ -137,9 +138,10 @@ void AddInspect(Command app) {
       "Exit codes: 0 no defects, 3 defects found, 1 a board could not be inspected, "
       "2 wrong usage.");
   AddPictureToRead(command, "GOOD", options->good);
-  command.AddOption("TEST", options->tested, "pictures of the boards to inspect").Required();
+  command.AddFileToRead("TEST", options->tested, "pictures of the boards to inspect").Required();
   command
-      .AddOption("--good", options->moreGood, "another good board, to learn from; may be repeated")
+      .AddFileToRead("--good", options->moreGood,
+                     "another good board, to learn from; may be repeated")
       .ShownAs("FILE")
       .MayBeRepeated();
   command.AddFlag("--bright", options->rules.brightMaterial,

@@ -1,10 +1,8 @@
 // quillon: the command-line host.
-#include <cstdio>
 #include <exception>
-#include <iostream>
 
 #include "commands.h"
-#include "kit/errors.h"
+#include "standard_streams.h"
 
 namespace {
 
@@ -16,6 +14,7 @@ void AddCommands(quillon::app::Command top) {
 
 int main(int argc, char** argv) {
   using namespace quillon::app;
+  PrepareStandardStreams();
   try {
     constexpr int kNotAllPassed = 3;
     int code = 0;
@@ -25,10 +24,10 @@ int main(int argc, char** argv) {
     } catch (const NotAllPassed&) {
       code = kNotAllPassed;
     }
-    if (!std::cout.flush()) throw Failure("cannot write to standard output");
+    FlushOutput();
     return code;
   } catch (const std::exception& error) {
-    std::fprintf(stderr, "quillon: %s\n", error.what());
+    Warn(error.what());
     return 1;
   }
 }

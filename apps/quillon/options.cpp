@@ -4,26 +4,29 @@
 #include <nlohmann/json.hpp>
 
 #include "kit/errors.h"
+#include "kit/images/image_files.h"
+#include "kit/text/text.h"
 
 namespace quillon::app {
 
 using namespace kit;
 
 void AddPictureToRead(Command command, const char* name, std::string& path) {
-  command.AddOption(name, path, "picture to read (PNG, JPEG, BMP, PGM)").Required();
+  command.AddFileToRead(name, path, "picture to read (PNG, JPEG, BMP, PGM)").Required();
 }
 
 void AddPictureToWrite(Command command, const char* name, std::string& path) {
-  command.AddOption(name, path, "picture to write (.png, .bmp)").Required();
+  command.AddFileToWrite(name, path, "picture to write (.png, .bmp)", CheckPictureName).Required();
 }
 
 void AddBeforeAfterOption(Command command, std::string& report) {
-  command.AddOption("--report", report, "write a page with both pictures (.html)").ShownAs("FILE");
+  command.AddFileToWrite("--report", report, "write a page with both pictures (.html)")
+      .ShownAs("FILE");
 }
 
 void AddCorrectionArguments(Command command, Correction& correction) {
   AddPictureToRead(command, "IN", correction.in);
-  command.AddOption("PARAMS", correction.parameters, "parameter file to read").Required();
+  command.AddFileToRead("PARAMS", correction.parameters, "parameter file to read").Required();
   AddPictureToWrite(command, "OUT", correction.out);
   AddBeforeAfterOption(command, correction.report);
 }
@@ -47,17 +50,17 @@ void AddFormatOptions(Command command, Output& output) {
 
 void AddOutputOptions(Command command, Output& output) {
   AddFormatOptions(command, output);
-  command.AddOption("--report", output.report, "write a page with pictures and table (.html)")
+  command.AddFileToWrite("--report", output.report, "write a page with pictures and table (.html)")
       .ShownAs("FILE");
-  command.AddOption("--draw", output.drawn, "write the picture with the findings (.png, .bmp)")
+  command
+      .AddFileToWrite("--draw", output.drawn, "write the picture with the findings (.png, .bmp)",
+                      CheckPictureName)
       .ShownAs("FILE");
 }
 
 void Print(const Output& output, const Findings& findings) {
   if (output.json) {
-    // File names need not be UTF-8; what is not is replaced.
-    constexpr auto kReplace = nlohmann::ordered_json::error_handler_t::replace;
-    std::cout << ToJson(findings).dump(2, ' ', false, kReplace) << '\n';
+    std::cout << JsonText(ToJson(findings), 2) << '\n';
   } else if (output.csv) {
     PrintCsv(findings, std::cout);
   } else {

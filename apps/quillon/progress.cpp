@@ -5,6 +5,8 @@
 #include <cstdio>
 #include <utility>
 
+#include "kit/interrupt/interrupt.h"
+
 #ifdef _WIN32
 #include <io.h>
 #else
@@ -20,6 +22,11 @@ bool ErrorsAreShown() {
 #else
   return isatty(STDERR_FILENO) != 0;
 #endif
+}
+
+// A terminal that is held or gone must not hold the work up.
+void WriteToTerminal(const std::string& text) {
+  kit::WriteUnlessInterrupted(kit::Stream::kError, text);
 }
 
 }  // namespace
@@ -73,10 +80,9 @@ void Progress::Show() {
     const size_t length = line.size();
     if (length < shown) line.append(shown - length, ' ');
     shown = length;
-    std::fprintf(stderr, "\r%s", line.c_str());
-    std::fflush(stderr);
+    WriteToTerminal("\r" + line);
   }
-  if (shown) std::fprintf(stderr, "\r%*s\r", static_cast<int>(shown), "");
+  if (shown) WriteToTerminal("\r" + std::string(shown, ' ') + "\r");
 }
 
 }  // namespace quillon::app

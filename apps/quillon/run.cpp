@@ -1,20 +1,26 @@
 // quillon run RECIPE IMAGE...: inspects images by a recipe. quillon recipe: checks recipes, and
 // says what they can be made of.
 #include <algorithm>
+#include <exception>
 #include <filesystem>
 #include <iostream>
 #include <memory>
 #include <optional>
+#include <sstream>
 #include <thread>
 
 #include "commands.h"
 #include "kit/errors.h"
+#include "kit/interrupt/interrupt.h"
 #include "kit/recipe/results.h"
+#include "kit/recipe/run_folder.h"
 #include "kit/recipe/run_pages.h"
 #include "kit/recipe/runner.h"
 #include "kit/recipe/schema.h"
+#include "kit/text/text.h"
 #include "options.h"
 #include "progress.h"
+#include "standard_streams.h"
 
 namespace quillon::app {
 namespace {
@@ -45,6 +51,9 @@ std::vector<std::string> ListImages(const std::vector<std::string>& given) {
   std::vector<std::string> images;
   for (const std::string& path : given) {
     std::error_code error;
+    if (!fs::exists(fs::symlink_status(path, error))) {
+      throw Failure("there is no image or folder '" + path + "'");
+    }
     if (!fs::is_directory(path, error)) {
       images.push_back(fs::path(path).generic_string());
       continue;
@@ -52,7 +61,8 @@ std::vector<std::string> ListImages(const std::vector<std::string>& given) {
     std::vector<std::string> found;
     for (auto entry = fs::directory_iterator(path, error);
          !error && entry != fs::directory_iterator(); entry.increment(error)) {
-      if (!entry->is_directory() && IsImageName(entry->path())) {
+      std::error_code ignored;  // a link that leads to itself is no folder
+      if (!entry->is_directory(ignored) && IsImageName(entry->path())) {
         found.push_back(entry->path().generic_string());
       }
     }
@@ -74,16 +84,22 @@ size_t JobsOf(const Options& options, size_t images) {
   return std::clamp<size_t>(wanted, 1, std::max<size_t>(1, images));
 }
 
-std::optional<ResultsFile> OpenResults(const Options& options, const Recipe& recipe,
+std::optional<RunFolder> OpenFolder(const Options& options) {
+  if (options.folder.empty()) return {};
+  using enum RunFolder::Mode;
+  return std::optional<RunFolder>(std::in_place, options.folder,
+                                  options.resume      ? kResume
+                                  : options.overwrite ? kOverwrite
+                                                      : kNew);
+}
+
+std::optional<ResultsFile> OpenResults(const Options& options,
+                                       const std::optional<RunFolder>& folder, const Recipe& recipe,
                                        const std::vector<std::string>& images,
                                        std::vector<ImageRecord>& done) {
-  if (options.folder.empty()) return {};
-  std::error_code error;
-  fs::create_directories(options.folder, error);
-  if (error) throw Failure("cannot make folder '" + options.folder + "': " + error.message());
-  const std::string path = (fs::path(options.folder) / "results.jsonl").generic_string();
+  if (!folder) return {};
+  const std::string path = ResultsIn(folder->Work());
   const std::string fingerprint = Fingerprint(recipe, FolderOf(options.recipe));
-  if (options.overwrite) fs::remove(path, error);
   if (options.resume) return ResultsFile::Resume(path, recipe, fingerprint, images, done);
   return ResultsFile::Begin(path, recipe, fingerprint);
 }
@@ -91,55 +107,83 @@ std::optional<ResultsFile> OpenResults(const Options& options, const Recipe& rec
 void PrintSummary(const Recipe& recipe, const std::vector<ImageRecord>& records,
                   const Options& options) {
   const Findings findings = ToFindings(recipe, records);
-  if (options.csv) PrintCsv(findings, std::cout);
-  if (!options.csv && !options.json) PrintText(findings, std::cout);
+  std::ostringstream text;
+  if (options.csv) PrintCsv(findings, text);
+  if (!options.csv && !options.json) PrintText(findings, text);
+  PrintAtOnce(text.str());
+}
+
+// Everything that was found out is written, also where the run ends early.
+void InspectAll(const Options& options, const Recipe& recipe,
+                const std::vector<std::string>& images,
+                std::vector<std::unique_ptr<Inspector>>& inspectors,
+                std::optional<ResultsFile>& file, const std::optional<Pages>& pages,
+                std::vector<ImageRecord>& records) {
+  const auto print = [&](const ImageRecord& record) {
+    if (options.json) PrintAtOnce(ToLine(recipe, record) + '\n');
+  };
+  for (const ImageRecord& record : records) print(record);
+  std::exception_ptr failure;
+  {
+    Progress progress("inspecting");
+    const int total = static_cast<int>(images.size());
+    progress.Step(static_cast<int>(records.size()), total);
+    const Work work = {.images = images,
+                       .first = records.size(),
+                       .inspect =
+                           [&](Inspector& inspector, size_t index) {
+                             ImageRecord record = inspector.Inspect(images[index]);
+                             if (pages && !pages->Write(index, record, inspector)) {
+                               Warn("there is not enough memory for the pictures of the page of '" +
+                                    images[index] + "'");
+                             }
+                             return record;
+                           },
+                       .receive =
+                           [&](size_t index, ImageRecord record) {
+                             if (file) file->Append(recipe, record);
+                             records.push_back(std::move(record));
+                             print(records.back());
+                             progress.Step(static_cast<int>(index + 1), total);
+                           }};
+    try {
+      RunAll(work, inspectors);
+    } catch (...) {
+      failure = std::current_exception();
+    }
+  }
+  try {
+    if (pages) pages->WriteIndex(records);
+  } catch (...) {
+    if (!failure) throw;
+  }
+  if (failure) std::rethrow_exception(failure);
 }
 
 void Run(const Options& options) {
+  const InterruptGuard guard;
   const Recipe recipe = ReadRecipe(options.recipe);
   const std::vector<std::string> images = ListImages(options.images);
   std::vector<std::unique_ptr<Inspector>> inspectors;
   for (size_t i = JobsOf(options, images.size()); i > 0; --i) {
     inspectors.push_back(std::make_unique<Inspector>(recipe, FolderOf(options.recipe)));
   }
+  std::optional<RunFolder> folder = OpenFolder(options);
   std::vector<ImageRecord> records;
-  std::optional<ResultsFile> file = OpenResults(options, recipe, images, records);
+  std::optional<ResultsFile> file = OpenResults(options, folder, recipe, images, records);
   std::optional<Pages> pages;
-  if (!options.folder.empty() && !options.noPages) pages.emplace(recipe, options.folder);
-  const auto print = [&](const ImageRecord& record) {
-    if (options.json) std::cout << ToLine(recipe, record) << '\n' << std::flush;
-  };
-  for (const ImageRecord& record : records) print(record);
+  if (folder && !options.noPages) pages.emplace(recipe, folder->Work());
 
-  bool isWhole = true;
-  {
-    Progress progress("inspecting");
-    const InterruptGuard guard;
-    const int total = static_cast<int>(images.size());
-    progress.Step(static_cast<int>(records.size()), total);
-    isWhole = RunAll({.images = images,
-                      .first = records.size(),
-                      .inspect =
-                          [&](Inspector& inspector, size_t index) {
-                            ImageRecord record = inspector.Inspect(images[index]);
-                            if (pages) pages->Write(index, record, inspector);
-                            return record;
-                          },
-                      .receive =
-                          [&](size_t index, ImageRecord record) {
-                            if (file) file->Append(recipe, record);
-                            print(record);
-                            records.push_back(std::move(record));
-                            progress.Step(static_cast<int>(index + 1), total);
-                          }},
-                     inspectors);
-  }
-  if (pages) pages->WriteIndex(records);
+  InspectAll(options, recipe, images, inspectors, file, pages, records);
+  const bool isWhole = records.size() == images.size();
+  file.reset();
+  if (folder && isWhole) folder->Finish();
   PrintSummary(recipe, records, options);
   if (!isWhole) {
+    std::string rest = folder ? "; --resume goes on" : "";
+    if (folder && folder->KeepsARunBefore()) rest += ", until then the run before stays";
     throw Failure("interrupted after " + std::to_string(records.size()) + " of " +
-                  std::to_string(images.size()) + " images" +
-                  (options.folder.empty() ? "" : "; --resume goes on"));
+                  std::to_string(images.size()) + " images" + rest);
   }
   if (Count(records).pass < records.size()) throw NotAllPassed();
 }
@@ -147,8 +191,9 @@ void Run(const Options& options) {
 void AddRun(Command app) {
   auto options = std::make_shared<Options>();
   const Command command = app.Add("run", "Inspect images by a recipe of steps and limits");
-  command.AddOption("RECIPE", options->recipe, "recipe to read (JSON; docs/recipes.md)").Required();
-  command.AddOption("IMAGE", options->images, "pictures, or folders of pictures").Required();
+  command.AddFileToRead("RECIPE", options->recipe, "recipe to read (JSON; docs/recipes.md)")
+      .Required();
+  command.AddFileToRead("IMAGE", options->images, "pictures, or folders of pictures").Required();
   constexpr int kMostJobs = 256;
   command.AddOption("--jobs", options->jobs, "threads (default: one for each processor)")
       .Within(1, kMostJobs);
@@ -176,7 +221,7 @@ void AddRecipe(Command app) {
   auto path = std::make_shared<std::string>();
   const Command check =
       command.Add("check", "Say all that is wrong with a recipe and what it names");
-  check.AddOption("RECIPE", *path, "recipe to read").Required();
+  check.AddFileToRead("RECIPE", *path, "recipe to read").Required();
   check.Runs([path] {
     const Recipe recipe = ReadRecipe(*path);
     const Inspector inspector(recipe, FolderOf(*path));

@@ -1,12 +1,10 @@
 // quillon sample: pictures to try the other commands on, drawn here, with the truth about them.
-#include <filesystem>
-#include <fstream>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <sstream>
 
 #include "commands.h"
-#include "kit/errors.h"
+#include "kit/files/files.h"
 #include "kit/images/image_files.h"
 #include "kit/samples/dot_grid.h"
 #include "kit/samples/sample_board.h"
@@ -38,12 +36,6 @@ nlohmann::ordered_json Truth(uint32_t seed, const std::vector<DrawnPart>& parts)
   return ToJson(findings);
 }
 
-void WriteText(const std::string& path, const std::string& text) {
-  std::ofstream file(path, std::ios::binary);
-  file << text;
-  if (!file.flush()) throw Failure("cannot write '" + path + "'");
-}
-
 // The truth about a board, in the form of `quillon inspect --json`.
 nlohmann::ordered_json BoardTruth(const std::vector<DrawnDefect>& defects) {
   Findings findings{.key = "defects",
@@ -69,18 +61,16 @@ void DrawBoards(const std::string& folder, uint32_t seed) {
   const auto defects = board.DrawTested(
       kDefects, image, {.x = -6, .y = 4, .degrees = -0.4, .stretchX = 1.004, .stretchY = 0.997});
   WriteImage(folder + "/board-failing.png", image);
-  WriteText(folder + "/board-failing.json", BoardTruth(defects).dump(2) + '\n');
+  WriteFile(folder + "/board-failing.json", BoardTruth(defects).dump(2) + '\n');
 }
 
 void DrawSamples(const std::string& folder, uint32_t seed) {
-  std::error_code error;
-  std::filesystem::create_directories(folder, error);
-  if (error) throw Failure("cannot make folder '" + folder + "': " + error.message());
+  MakeFolder(folder);
   ColourImage image;
   std::vector<DrawnPart> parts;
   DrawTray(seed, kWidth, kHeight, image, parts);
   WriteImage(folder + "/tray.png", image);
-  WriteText(folder + "/tray.json", Truth(seed, parts).dump(2) + '\n');
+  WriteFile(folder + "/tray.json", Truth(seed, parts).dump(2) + '\n');
   DrawBracket(image);
   WriteImage(folder + "/bracket.png", image);
 
@@ -91,7 +81,7 @@ void DrawSamples(const std::string& folder, uint32_t seed) {
   std::ostringstream points;
   points << "x,y\n";
   for (const Point& centre : centres) points << centre.x << ',' << centre.y << '\n';
-  WriteText(folder + "/grid.csv", points.str());
+  WriteFile(folder + "/grid.csv", points.str());
   DrawBoards(folder, seed);
 }
 

@@ -2,13 +2,14 @@
 // pictures.
 #include <charconv>
 #include <cmath>
-#include <fstream>
 #include <memory>
+#include <sstream>
 #include <vector>
 
 #include "commands.h"
 #include "kit/calibration/lens.h"
 #include "kit/errors.h"
+#include "kit/files/files.h"
 #include "kit/images/image_files.h"
 #include "kit/report/before_after.h"
 #include "options.h"
@@ -33,8 +34,7 @@ struct Options {
 
 // Numbers to the nearest pixel, from "x,y" lines; a first line of names is passed over.
 std::vector<int> ReadPoints(const std::string& path) {
-  std::ifstream file(path);
-  if (!file) throw Failure("cannot open '" + path + "'");
+  std::istringstream file(ReadFile(path));
   std::vector<int> points;
   std::string line;
   const auto refuseLine = [&](int number) {
@@ -77,11 +77,11 @@ void Build(const Options& options) {
   constexpr float kPixelSize = 10000;  // then a pitch is a step in pixels
   const auto xPitch = static_cast<float>(options.step.front());
   const auto yPitch = static_cast<float>(options.step.back());
-  std::ofstream probe(options.parameters, std::ios::binary);
-  if (!probe) throw Failure("cannot write '" + options.parameters + "'");
-  probe.close();
-  IxDistortionParaBuild(&image, points.data(), count, xPitch, yPitch, kPixelSize, kPixelSize,
-                        options.parameters.c_str());
+  constexpr size_t kFileSize = 208;
+  ReplaceFile(options.parameters, kFileSize, [&](const std::string& file) {
+    IxDistortionParaBuild(&image, points.data(), count, xPitch, yPitch, kPixelSize, kPixelSize,
+                          file.c_str());
+  });
 }
 
 void Apply(const Correction& files) {
@@ -112,10 +112,10 @@ void AddUndistort(Command app) {
 
   const Command build = undistort.Add("build", "Fit the bend to the points of a square grid");
   build
-      .AddOption("POINTS", options->points,
-                 "lines x,y: an odd number of points a side, row by row from the top left")
+      .AddFileToRead("POINTS", options->points,
+                     "lines x,y: an odd number of points a side, row by row from the top left")
       .Required();
-  build.AddOption("PARAMS", options->parameters, "parameter file to write").Required();
+  build.AddFileToWrite("PARAMS", options->parameters, "parameter file to write").Required();
   build
       .AddOption("--step", options->step,
                  "pixels from point to point in corrected pictures: one number, or across and down")

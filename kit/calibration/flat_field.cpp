@@ -1,10 +1,12 @@
 #include "kit/calibration/flat_field.h"
 
 #include "kit/errors.h"
+#include "kit/files/files.h"
 
 namespace quillon::kit {
 
 FlatFieldCorrection::FlatFieldCorrection(const std::string& path) {
+  RequireRegularFile(path);
   if (!IxFFCParaLoad(&image_, region_, path.c_str())) throw Failure("cannot open '" + path + "'");
 }
 

@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "kit/errors.h"
+#include "kit/files/files.h"
 
 namespace quillon::kit {
 namespace {
@@ -20,6 +21,7 @@ void FlipAbout(int centre, const GreyImage& image, GreyImage& flipped) {
 }  // namespace
 
 LensCorrection::LensCorrection(std::string path) : path_(std::move(path)) {
+  RequireRegularFile(path_);
   // What a short file leaves as it was.
   work_.centreX = work_.centreY = work_.correctedWidth = work_.correctedHeight = 0;
   work_.xMin = work_.xMax = work_.yMin = work_.yMax = 0;

@@ -3,13 +3,52 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <memory>
+#include <new>
 
 #include "kit/errors.h"
+#include "kit/files/files.h"
 #include "quillon/quillon.h"
+
+namespace quillon::kit {
+namespace {
+
+// Holds what the encoder asks for. Where there is no more of it, std::bad_alloc ends the encoder,
+// and what it held is given back.
+class EncoderMemory {
+ public:
+  EncoderMemory() { current = this; }
+  ~EncoderMemory() {
+    for (void* block : blocks_) std::free(block);
+    current = nullptr;
+  }
+  EncoderMemory(const EncoderMemory&) = delete;
+  EncoderMemory& operator=(const EncoderMemory&) = delete;
+
+  static void* Change(void* block, size_t size) {
+    std::vector<void*>& blocks = current->blocks_;
+    blocks.reserve(blocks.size() + 1);
+    void* const changed = std::realloc(block, size);
+    if (!changed) throw std::bad_alloc();
+    std::erase(blocks, block);
+    blocks.push_back(changed);
+    return changed;
+  }
+
+  static void Free(void* block) {
+    std::erase(current->blocks_, block);
+    std::free(block);
+  }
+
+ private:
+  static inline thread_local EncoderMemory* current = nullptr;
+  std::vector<void*> blocks_;
+};
+
+}  // namespace
+}  // namespace quillon::kit
+
+using quillon::kit::EncoderMemory;
 
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wall"
@@ -29,6 +68,10 @@
 #define STBI_REALLOC(block, size) std::realloc(block, size)
 #define STBI_FREE(block) std::free(block)
 #include <stb/stb_image.h>
+// The encoder does not ask whether it got memory.
+#define STBIW_MALLOC(size) EncoderMemory::Change(nullptr, size)
+#define STBIW_REALLOC(block, size) EncoderMemory::Change(block, size)
+#define STBIW_FREE(block) EncoderMemory::Free(block)
 #define STB_IMAGE_WRITE_IMPLEMENTATION
 #define STB_IMAGE_WRITE_STATIC
 #define STBI_WRITE_NO_STDIO
@@ -46,13 +89,7 @@ struct Decoded {
 
 // Packed grey bytes for grey files, packed red-green-blue otherwise.
 Decoded Decode(const std::string& path) {
-  std::error_code ignored;
-  if (std::filesystem::is_directory(path, ignored)) {
-    throw Failure("cannot read image '" + path + "': it is a folder");
-  }
-  std::ifstream file(path, std::ios::binary);
-  if (!file) throw Failure("cannot open image '" + path + "'");
-  const std::vector<char> bytes{std::istreambuf_iterator<char>(file), {}};
+  const std::string bytes = ReadFile(path);
   if (bytes.size() > INT32_MAX) throw Failure("image '" + path + "' is larger than 2 GiB");
   const auto* data = reinterpret_cast<const stbi_uc*>(bytes.data());
   const int size = static_cast<int>(bytes.size());
@@ -131,6 +168,7 @@ std::vector<unsigned char> Encode(const CImage<Pixel>& image, bool png) {
   constexpr int kChannels = static_cast<int>(sizeof(Pixel));
   const auto packed = Packed(image);
   std::vector<unsigned char> bytes;
+  const EncoderMemory memory;
   if (png) {
     stbi_write_png_to_func(Append, &bytes, image.width, image.height, kChannels, packed.data(),
                            image.width * kChannels);
@@ -142,14 +180,10 @@ std::vector<unsigned char> Encode(const CImage<Pixel>& image, bool png) {
 
 template <class Pixel>
 void Write(const std::string& path, const CImage<Pixel>& image) {
-  const bool png = path.ends_with(".png"), bmp = path.ends_with(".bmp");
-  if (!png && !bmp) throw Failure("cannot write '" + path + "': its name must end in .png or .bmp");
+  CheckPictureName(path);
   if (!image.bits) throw Failure("cannot write '" + path + "': the image is empty");
-  const auto bytes = Encode(image, png);
-  std::ofstream file(path, std::ios::binary);
-  file.write(reinterpret_cast<const char*>(bytes.data()),
-             static_cast<std::streamsize>(bytes.size()));
-  if (!file.flush()) throw Failure("cannot write image '" + path + "'");
+  const auto bytes = Encode(image, path.ends_with(".png"));
+  WriteFile(path, {reinterpret_cast<const char*>(bytes.data()), bytes.size()});
 }
 
 }  // namespace
@@ -176,6 +210,11 @@ void ReadImage(const std::string& path, GreyImage& image) {
 
 void ReadImage(const std::string& path, ColourImage& image) { ToColour(path, Decode(path), image); }
 
+void CheckPictureName(const std::string& path) {
+  if (path.ends_with(".png") || path.ends_with(".bmp")) return;
+  throw Failure("cannot write '" + path + "': its name must end in .png or .bmp");
+}
+
 void WriteImage(const std::string& path, const GreyImage& image) { Write(path, image); }
 void WriteImage(const std::string& path, const ColourImage& image) { Write(path, image); }
 
@@ -185,6 +224,7 @@ std::vector<unsigned char> EncodePng(const ColourImage& image) { return Encode(i
 std::vector<unsigned char> EncodeJpeg(const ColourImage& image) {
   constexpr int kQuality = 85;
   const auto packed = Packed(image);
+  const EncoderMemory memory;
   std::vector<unsigned char> bytes;
   stbi_write_jpg_to_func(Append, &bytes, image.width, image.height, 3, packed.data(), kQuality);
   return bytes;

@@ -16,6 +16,9 @@ void ReadImage(const std::string& path, ColourImage& image);
 // Reads a file as grey, and a colour file as colour too; `colour` is empty after a grey one.
 void ReadImage(const std::string& path, GreyImage& grey, ColourImage& colour);
 
+// Throws Failure unless the name is one that WriteImage writes by.
+void CheckPictureName(const std::string& path);
+
 // Writes by the name's ending, .png or .bmp; throws Failure naming the file.
 void WriteImage(const std::string& path, const GreyImage& image);
 void WriteImage(const std::string& path, const ColourImage& image);

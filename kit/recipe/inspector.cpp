@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <new>
 
 #include "kit/errors.h"
 #include "kit/images/image_files.h"
@@ -107,6 +108,8 @@ void Inspector::Run(size_t number) {
   try {
     ready_[number].Run(view(step.inputs.front()), view(step.inputs.back()),
                        contents_[static_cast<size_t>(step.output)]);
+  } catch (const std::bad_alloc&) {
+    throw Failure("step '" + step.name + "': there is not enough memory");
   } catch (const Failure& failure) {
     throw Failure("step '" + step.name + "': " + failure.what());
   }
@@ -147,6 +150,10 @@ ImageRecord Inspector::Inspect(const std::string& name, Fill fill) {
     if (usesColour_ && !isColour_) ToColour(grey, colour);
     failure = Verdict::kError;
     for (size_t i = 0; i < recipe_.steps.size(); ++i) Run(i);
+  } catch (const std::bad_alloc&) {
+    record.verdict = Verdict::kError;
+    record.error = "there is not enough memory for '" + name + "'";
+    return record;
   } catch (const std::exception& error) {
     record.verdict = failure;
     record.error = error.what();

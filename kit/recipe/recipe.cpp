@@ -1,11 +1,11 @@
 #include "kit/recipe/recipe.h"
 
 #include <algorithm>
-#include <fstream>
-#include <iterator>
 #include <set>
 
 #include "kit/errors.h"
+#include "kit/files/files.h"
+#include "kit/text/text.h"
 
 namespace quillon::kit::recipe {
 
@@ -49,34 +49,6 @@ Argument Limit(const char* name) {
 namespace {
 
 std::string Quote(std::string_view text) { return "'" + std::string(text) + "'"; }
-
-size_t EditDistance(std::string_view a, std::string_view b) {
-  std::vector<size_t> row(b.size() + 1);
-  for (size_t j = 0; j <= b.size(); ++j) row[j] = j;
-  for (size_t i = 1; i <= a.size(); ++i) {
-    size_t diagonal = row[0];
-    row[0] = i;
-    for (size_t j = 1; j <= b.size(); ++j) {
-      const size_t above = row[j];
-      row[j] = std::min({above + 1, row[j - 1] + 1, diagonal + (a[i - 1] != b[j - 1])});
-      diagonal = above;
-    }
-  }
-  return row[b.size()];
-}
-
-// "; did you mean 'otsu'?" where a name is near.
-std::string Suggestion(const std::string& given, const std::vector<std::string>& names) {
-  constexpr size_t kLongest = 60;
-  const std::string* best = nullptr;
-  size_t least = 3;
-  if (given.size() > kLongest) return "";
-  for (const std::string& name : names) {
-    const size_t distance = EditDistance(given, name);
-    if (distance < least && distance < name.size()) least = distance, best = &name;
-  }
-  return best ? "; did you mean " + Quote(*best) + "?" : "";
-}
 
 // ---- text to JSON -------------------------------------------------------------------------------
 
@@ -178,7 +150,7 @@ class Fields {
     if (!object_.is_object()) return;
     for (const auto& item : object_.items()) {
       if (std::find(known_.begin(), known_.end(), item.key()) != known_.end()) continue;
-      Wrong(item.key(), "has no meaning here" + Suggestion(item.key(), known_));
+      Wrong(item.key(), "has no meaning here" + DidYouMean(item.key(), known_));
     }
   }
 
@@ -268,7 +240,7 @@ class Parser {
   static void UnknownOperation(const Fields& fields, const std::string& operation) {
     std::vector<std::string> names;
     for (const Operation& row : Operations()) names.emplace_back(row.name);
-    const std::string suggestion = Suggestion(operation, names);
+    const std::string suggestion = DidYouMean(operation, names);
     fields.Wrong("operation",
                  "there is no operation " + Quote(operation) +
                      (suggestion.empty() ? "; quillon recipe operations names them" : suggestion));
@@ -312,7 +284,7 @@ class Parser {
       names.reserve(slots.size());
       for (const Slot& slot : slots) names.push_back(slot.name);
       fields.Wrong("input",
-                   "nothing before this is called " + Quote(name) + Suggestion(name, names));
+                   "nothing before this is called " + Quote(name) + DidYouMean(name, names));
       return -1;
     }
     const bool fits = std::find(kinds.begin(), kinds.end(), found->kind) != kinds.end();
@@ -379,7 +351,7 @@ class Parser {
       names.emplace_back(quantity.name);
       list += (list.empty() ? "" : ", ") + names.back();
     }
-    fields.Wrong("value", Quote(name) + " is not one of " + list + Suggestion(name, names));
+    fields.Wrong("value", Quote(name) + " is not one of " + list + DidYouMean(name, names));
     return nullptr;
   }
 
@@ -442,10 +414,7 @@ Recipe MakeRecipe(std::string_view text, const std::string& name) {
 }
 
 Recipe ReadRecipe(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  if (!file) throw Failure("cannot open recipe '" + path + "'");
-  const std::string text{std::istreambuf_iterator<char>(file), {}};
-  return MakeRecipe(text, "recipe '" + path + "'");
+  return MakeRecipe(ReadFile(path), "recipe '" + path + "'");
 }
 
 }  // namespace quillon::kit::recipe

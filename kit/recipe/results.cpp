@@ -3,30 +3,21 @@
 #include <cinttypes>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
-#include <iterator>
 
 #include "kit/errors.h"
+#include "kit/files/files.h"
+#include "kit/text/text.h"
 
 namespace quillon::kit::recipe {
 namespace {
-
-// File names need not be UTF-8; what is not is replaced.
-std::string Dump(const Json& json) {
-  return json.dump(-1, ' ', false, Json::error_handler_t::replace);
-}
 
 // A count is written as a whole number.
 Json NumberOf(double value) {
   constexpr double kExact = 9007199254740992;  // 2^53
   if (std::trunc(value) == value && std::fabs(value) < kExact) return static_cast<int64_t>(value);
   return value;
-}
-
-std::string ReadBytes(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  if (!file) throw Failure("cannot open '" + path + "'");
-  return {std::istreambuf_iterator<char>(file), {}};
 }
 
 // FNV-1a, by G. Fowler, L. C. Noll and K.-P. Vo: it tells changes, it is no seal.
@@ -45,10 +36,35 @@ Verdict VerdictOf(const std::string& name) {
   return Verdict::kError;
 }
 
+// The name of an image. One that is not UTF-8 loses bytes in JSON: they follow in hexadecimal, so
+// that two names never become one.
+Json Named(const std::string& image) {
+  Json json = {{"image", image}};
+  if (IsUtf8(image)) return json;
+  std::string digits;
+  for (const char byte : image) {
+    char pair[3];
+    std::snprintf(pair, sizeof pair, "%02x", unsigned{static_cast<unsigned char>(byte)});
+    digits += pair;
+  }
+  json["image_bytes"] = digits;
+  return json;
+}
+
+std::string NameIn(const Json& json) {
+  if (!json.contains("image_bytes")) return json.at("image").get<std::string>();
+  const std::string digits = json["image_bytes"].get<std::string>();
+  std::string name;
+  for (size_t i = 0; i + 1 < digits.size(); i += 2) {
+    name += static_cast<char>(std::strtol(digits.substr(i, 2).c_str(), nullptr, 16));
+  }
+  return name;
+}
+
 // Throws Json::exception where the line is not a record of this recipe.
 ImageRecord FromLine(const Recipe& recipe, const std::string& line) {
   const Json json = Json::parse(line);
-  ImageRecord record = {.image = json.at("image").get<std::string>(),
+  ImageRecord record = {.image = NameIn(json),
                         .verdict = VerdictOf(json.at("verdict").get<std::string>())};
   record.values.resize(recipe.measurements.size());
   if (json.contains("error")) {
@@ -63,13 +79,8 @@ ImageRecord FromLine(const Recipe& recipe, const std::string& line) {
 }
 
 std::string HeadLine(const Recipe& recipe, const std::string& fingerprint) {
-  return Dump(
+  return JsonText(
       {{"recipe", recipe.name}, {"fingerprint", fingerprint}, {"quillon", QUILLON_VERSION}});
-}
-
-// A path as it comes back from a line.
-std::string AsWritten(const std::string& path) {
-  return Json::parse(Dump(path)).get<std::string>();
 }
 
 struct Line {
@@ -91,20 +102,22 @@ std::vector<Line> Lines(const std::string& text) {
 }  // namespace
 
 std::string ToLine(const Recipe& recipe, const ImageRecord& record) {
-  Json json = {{"image", record.image}, {"verdict", NameOf(record.verdict)}};
+  Json json = Named(record.image);
+  json["verdict"] = NameOf(record.verdict);
   if (!record.error.empty()) {
     json["error"] = record.error;
-    return Dump(json);
+    return JsonText(json);
   }
-  Json& values = json["measurements"] = Json::object();
-  Json& failed = json["failed"] = Json::array();
+  Json values = Json::object(), failed = Json::array();
   for (size_t i = 0; i < record.values.size(); ++i) {
     const Measurement& measurement = recipe.measurements[i];
     const auto& value = record.values[i];
     values[measurement.name] = value ? NumberOf(*value) : Json();
     if (!Passes(measurement, value)) failed.push_back(measurement.name);
   }
-  return Dump(json);
+  json["measurements"] = std::move(values);
+  json["failed"] = std::move(failed);
+  return JsonText(json);
 }
 
 Counts Count(const std::vector<ImageRecord>& records) {
@@ -174,7 +187,7 @@ std::string Fingerprint(const Recipe& recipe, const std::string& folder) {
       if (argument.type == Argument::Type::kFiles) {
         files = step.values.List<std::string>(argument.name);
       }
-      for (const std::string& file : files) hash = Hash(hash, ReadBytes(InFolder(folder, file)));
+      for (const std::string& file : files) hash = Hash(hash, ReadFile(InFolder(folder, file)));
     }
   }
   char text[17];
@@ -199,11 +212,6 @@ void ResultsFile::Append(const Recipe& recipe, const ImageRecord& record) {
 
 ResultsFile ResultsFile::Begin(const std::string& path, const Recipe& recipe,
                                const std::string& fingerprint) {
-  if (std::filesystem::exists(path)) {
-    throw Failure("'" + path +
-                  "' holds the results of a run already: --resume goes on with it, --overwrite "
-                  "begins anew");
-  }
   ResultsFile file(path, true);
   file.Write(HeadLine(recipe, fingerprint));
   return file;
@@ -215,11 +223,9 @@ ResultsFile ResultsFile::Resume(const std::string& path, const Recipe& recipe,
                                 std::vector<ImageRecord>& done) {
   done.clear();
   if (!std::filesystem::exists(path)) return Begin(path, recipe, fingerprint);
-  const std::vector<Line> lines = Lines(ReadBytes(path));
-  if (lines.empty()) {  // killed before the first line was written
-    std::filesystem::remove(path);
-    return Begin(path, recipe, fingerprint);
-  }
+  const std::vector<Line> lines = Lines(ReadFile(path));
+  // Killed before the first line was written.
+  if (lines.empty()) return Begin(path, recipe, fingerprint);
   const Json head = Json::parse(lines[0].text, nullptr, false);
   if (!head.is_object() || !head.contains("fingerprint")) {
     throw Failure("'" + path + "' holds no results of a run");
@@ -238,7 +244,7 @@ ResultsFile ResultsFile::Resume(const std::string& path, const Recipe& recipe,
       throw Failure("'" + path + "' is damaged in line " + std::to_string(i + 1) +
                     ": --overwrite begins anew");
     }
-    if (done.size() > images.size() || done.back().image != AsWritten(images[done.size() - 1])) {
+    if (done.size() > images.size() || done.back().image != images[done.size() - 1]) {
       throw Failure(
           "'" + path + "' is of other images: image " + std::to_string(done.size()) + " is '" +
           done.back().image + "' there, and here " +

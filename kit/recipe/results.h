@@ -4,6 +4,8 @@
 //   {"recipe":"Count the coins","fingerprint":"8c9f...","quillon":"0.1.0"}
 //   {"image":"tray/1.png","verdict":"pass","measurements":{"coins":24},"failed":[]}
 //   {"image":"tray/2.png","verdict":"unreadable","error":"cannot read image ..."}
+//
+// A line ends with a line feed, and holds none: control characters and the like are escaped.
 #pragma once
 
 #include <fstream>
@@ -32,7 +34,7 @@ std::string Fingerprint(const Recipe& recipe, const std::string& folder);
 // The file of a run: a line about the recipe, then a record a line, in the order of the images.
 class ResultsFile {
  public:
-  // Begins a file; where there is one already, throws Failure.
+  // Begins a file, in the place of one that may be there.
   static ResultsFile Begin(const std::string& path, const Recipe& recipe,
                            const std::string& fingerprint);
 

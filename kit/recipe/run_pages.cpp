@@ -3,9 +3,10 @@
 #include <algorithm>
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
+#include <new>
 
 #include "kit/errors.h"
+#include "kit/files/files.h"
 #include "kit/images/image_files.h"
 #include "kit/report/report.h"
 
@@ -24,12 +25,6 @@ std::string NumberOf(size_t index) {
   return text;
 }
 
-void WriteBytes(const std::string& path, const void* bytes, size_t size) {
-  std::ofstream file(path, std::ios::binary);
-  file.write(static_cast<const char*>(bytes), static_cast<std::streamsize>(size));
-  if (!file.flush()) throw Failure("cannot write '" + path + "'");
-}
-
 // The image as it was read.
 Picture Source(const Inspector& inspector, std::string caption) {
   return inspector.IsColour() ? Picture(std::move(caption), inspector.Of(kColourSlot).colour)
@@ -42,6 +37,7 @@ void Reduce(const ColourImage& image, ColourImage& reduced) {
                                   static_cast<double>(image.height) / kThumbnailHeight});
   const auto side = [&](int length) { return std::max(1, static_cast<int>(length / factor)); };
   reduced.Create(side(image.width), side(image.height));
+  if (!reduced.bits) throw std::bad_alloc();
   const auto edge = [](int i, int count, int length) {
     return static_cast<int>(int64_t{i} * length / count);
   };
@@ -192,8 +188,8 @@ std::vector<int> ShowPictures(const Recipe& recipe, const Inspector& inspector,
   return frames;
 }
 
-void WritePage(const std::string& path, const Recipe& recipe, const ImageRecord& record,
-               const Inspector& inspector) {
+std::string RenderPage(const Recipe& recipe, const ImageRecord& record,
+                       const Inspector& inspector) {
   Report report{.title = fs::path(record.image).filename().string(),
                 .lead = Lead(recipe, record),
                 .layers = {{"Outline box", Tone::kCyan},
@@ -203,8 +199,7 @@ void WritePage(const std::string& path, const Recipe& recipe, const ImageRecord&
   if (record.verdict == Verdict::kError) {
     report.layers.clear();
     report.pictures.push_back(Source(inspector, "Image"));
-    WriteReport(path, report, {.key = "things", .facts = {{"recipe", "Recipe", recipe.name}}});
-    return;
+    return RenderReport(report, {.key = "things", .facts = {{"recipe", "Recipe", recipe.name}}});
   }
   const std::vector<Found> found = AllFound(recipe, inspector);
   const std::vector<int> frames = ShowPictures(recipe, inspector, found, report);
@@ -238,7 +233,23 @@ void WritePage(const std::string& path, const Recipe& recipe, const ImageRecord&
         {"shown", "Shown, the first", static_cast<int64_t>(findings.rows.size())});
   }
   if (findings.rows.empty()) findings.columns.clear(), report.layers.clear();
-  WriteReport(path, report, findings);
+  return RenderReport(report, findings);
+}
+
+// What is left of it where memory is short.
+std::string RenderPageWithoutPictures(const Recipe& recipe, const ImageRecord& record) {
+  const Report report{
+      .title = fs::path(record.image).filename().string(),
+      .lead = Lead(recipe, record) +
+              "<p class='note'>There was not enough memory for the pictures of this page.</p>\n"};
+  return RenderReport(report, {.key = "things", .facts = {{"recipe", "Recipe", recipe.name}}});
+}
+
+std::vector<unsigned char> Thumbnail(const Inspector& inspector) {
+  ColourImage image, reduced;
+  Source(inspector, "").CopyTo(image);
+  Reduce(image, reduced);
+  return EncodeJpeg(reduced);
 }
 
 }  // namespace
@@ -264,9 +275,7 @@ std::string Title(Verdict verdict) {
 Pages::Pages(const Recipe& recipe, std::string folder)
     : recipe_(recipe), folder_(std::move(folder)) {
   for (const char* part : {"pages", "thumbs"}) {
-    std::error_code error;
-    fs::create_directories(InRun(part), error);
-    if (error) throw Failure("cannot make folder '" + InRun(part) + "': " + error.message());
+    MakeFolder(InRun(part));
   }
 }
 
@@ -282,14 +291,19 @@ std::string Pages::PageOf(size_t index, const ImageRecord& record) const {
 
 std::string Pages::ThumbnailOf(size_t index) const { return "thumbs/" + NumberOf(index) + ".jpg"; }
 
-void Pages::Write(size_t index, const ImageRecord& record, const Inspector& inspector) const {
-  if (record.verdict == Verdict::kUnreadable) return;
-  WritePage(InRun(PageOf(index, record)), recipe_, record, inspector);
-  ColourImage image, reduced;
-  Source(inspector, "").CopyTo(image);
-  Reduce(image, reduced);
-  const auto bytes = EncodeJpeg(reduced);
-  WriteBytes(InRun(ThumbnailOf(index)), bytes.data(), bytes.size());
+bool Pages::Write(size_t index, const ImageRecord& record, const Inspector& inspector) const {
+  if (record.verdict == Verdict::kUnreadable) return true;
+  const std::string path = InRun(PageOf(index, record));
+  try {
+    WriteFile(path, RenderPage(recipe_, record, inspector));
+    const auto bytes = Thumbnail(inspector);
+    WriteFile(InRun(ThumbnailOf(index)),
+              {reinterpret_cast<const char*>(bytes.data()), bytes.size()});
+    return true;
+  } catch (const std::bad_alloc&) {
+    WriteFile(path, RenderPageWithoutPictures(recipe_, record));
+    return false;
+  }
 }
 
 void Pages::WriteIndex(const std::vector<ImageRecord>& records) const {
@@ -298,8 +312,7 @@ void Pages::WriteIndex(const std::vector<ImageRecord>& records) const {
   for (size_t i = 0; i < records.size(); ++i) {
     entries.push_back({&records[i], ifThere(PageOf(i, records[i])), ifThere(ThumbnailOf(i))});
   }
-  const std::string page = RenderIndex(recipe_, entries);
-  WriteBytes(InRun("index.html"), page.data(), page.size());
+  WriteFile(InRun("index.html"), RenderIndex(recipe_, entries));
 }
 
 }  // namespace quillon::kit::recipe

@@ -19,8 +19,9 @@ class Pages {
   Pages(const Recipe& recipe, std::string folder);
 
   // The page and the thumbnail of the image that the inspector has inspected last. May be called by
-  // several threads, for different images. An image that was not read gets none.
-  void Write(size_t index, const ImageRecord& record, const Inspector& inspector) const;
+  // several threads, for different images. An image that was not read gets none. False when memory
+  // was too short for pictures: the page says so then.
+  bool Write(size_t index, const ImageRecord& record, const Inspector& inspector) const;
 
   // The index, of records from the first image on.
   void WriteIndex(const std::vector<ImageRecord>& records) const;

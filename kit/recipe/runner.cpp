@@ -1,21 +1,15 @@
 #include "kit/recipe/runner.h"
 
 #include <atomic>
-#include <csignal>
 #include <exception>
 #include <map>
 #include <mutex>
 #include <thread>
 
+#include "kit/interrupt/interrupt.h"
+
 namespace quillon::kit::recipe {
 namespace {
-
-volatile std::sig_atomic_t isInterrupted = 0;
-
-void OnInterrupt(int signal) {
-  isInterrupted = 1;
-  std::signal(signal, SIG_DFL);  // a second one ends the program
-}
 
 class Pool {
  public:
@@ -36,7 +30,7 @@ class Pool {
   void Inspect(Inspector& inspector) {
     try {
       for (;;) {
-        if (isStopped_ || isInterrupted) return;
+        if (isStopped_ || IsInterrupted()) return;
         const size_t index = next_++;
         if (index >= work_.images.size()) return;
         Receive(index, work_.inspect(inspector, index));
@@ -73,12 +67,5 @@ class Pool {
 bool RunAll(const Work& work, std::vector<std::unique_ptr<Inspector>>& inspectors) {
   return Pool(work).Run(inspectors);
 }
-
-InterruptGuard::InterruptGuard() {
-  isInterrupted = 0;
-  std::signal(SIGINT, OnInterrupt);
-}
-
-InterruptGuard::~InterruptGuard() { std::signal(SIGINT, SIG_DFL); }
 
 }  // namespace quillon::kit::recipe

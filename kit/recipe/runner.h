@@ -20,16 +20,7 @@ struct Work {
 };
 
 // One thread for each inspector. What inspect or receive throws ends the work and is thrown on.
-// Returns false when `Interrupt` ended it early; all that was received is a gapless beginning.
+// Returns false when an interrupt ended it early; all that was received is a gapless beginning.
 bool RunAll(const Work& work, std::vector<std::unique_ptr<Inspector>>& inspectors);
-
-// While it lives, the interrupt key lets the images in work be finished and then ends RunAll.
-class InterruptGuard {
- public:
-  InterruptGuard();
-  ~InterruptGuard();
-  InterruptGuard(const InterruptGuard&) = delete;
-  InterruptGuard& operator=(const InterruptGuard&) = delete;
-};
 
 }  // namespace quillon::kit::recipe

@@ -7,6 +7,8 @@
 #include <nlohmann/json.hpp>
 #include <ostream>
 
+#include "kit/text/text.h"
+
 namespace quillon::kit {
 namespace {
 
@@ -48,13 +50,29 @@ size_t Width(const std::string& text) {
       std::count_if(text.begin(), text.end(), [](char c) { return (c & 0xC0) != 0x80; }));
 }
 
+// A cell as one line of a terminal shows it.
+std::string OneLine(const Cell& cell, int decimals) {
+  std::string text = Visible(Text(cell, decimals));
+  std::replace_if(
+      text.begin(), text.end(), [](char c) { return c == '\n' || c == '\t'; }, ' ');
+  return text;
+}
+
 std::string Padded(const std::string& text, size_t width, bool left) {
   const std::string space(width - std::min(width, Width(text)), ' ');
   return left ? text + space : space + text;
 }
 
-std::string Quoted(const std::string& field) {
-  if (field.find_first_of(",\"\r\n") == std::string::npos) return field;
+// A spreadsheet takes a text that begins like this for a formula, and may run a program for it. An
+// apostrophe before it keeps it a text; one is put before an apostrophe too, so that two texts
+// never become the same.
+bool LooksLikeAFormula(const std::string& text) {
+  return !text.empty() && std::string_view("=+-@\t'").find(text[0]) != std::string_view::npos;
+}
+
+std::string Quoted(const std::string& text) {
+  const std::string field = (LooksLikeAFormula(text) ? "'" : "") + Visible(text);
+  if (field.find_first_of(",\"\t\n'") == std::string::npos) return field;
   std::string quoted = "\"";
   for (const char c : field) quoted.append(c == '"' ? 2 : 1, c);
   return quoted + '"';
@@ -64,7 +82,7 @@ std::string CsvField(const Cell& cell) {
   if (const auto* number = std::get_if<double>(&cell)) {
     return std::isfinite(*number) ? Shortest(*number) : "";
   }
-  return Quoted(Text(cell, 0));
+  return IsText(cell) ? Quoted(std::get<std::string>(cell)) : Text(cell, 0);
 }
 
 }  // namespace
@@ -90,7 +108,7 @@ void PrintText(const Findings& findings, std::ostream& out) {
   for (const Fact& fact : findings.facts) widest = std::max(widest, Width(fact.heading));
   for (const Fact& fact : findings.facts) {
     if (fact.heading.empty()) continue;
-    out << Padded(fact.heading, widest, true) << "  " << Text(fact.value, kFactDecimals) << '\n';
+    out << Padded(fact.heading, widest, true) << "  " << OneLine(fact.value, kFactDecimals) << '\n';
   }
 
   // Column by column first, for the widths; then line by line.
@@ -103,9 +121,10 @@ void PrintText(const Findings& findings, std::ostream& out) {
   for (size_t c = 0; c < findings.columns.size(); ++c) {
     const Column& column = findings.columns[c];
     if (column.shown == Shown::kNowhere) continue;
-    Printed printed{{column.heading}, Width(column.heading), false};
+    const std::string heading = OneLine(column.heading, 0);
+    Printed printed{{heading}, Width(heading), false};
     for (const auto& row : findings.rows) {
-      printed.lines.push_back(Text(row[c], column.decimals));
+      printed.lines.push_back(OneLine(row[c], column.decimals));
       printed.width = std::max(printed.width, Width(printed.lines.back()));
       printed.left = printed.left || IsText(row[c]);
     }

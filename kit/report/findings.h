@@ -51,7 +51,8 @@ void PrintText(const Findings& findings, std::ostream& out);
 nlohmann::ordered_json ToJson(const Findings& findings);
 
 // The rows under a line of column keys. Fields with a comma, a quote or a line break are quoted,
-// quotes inside doubled.
+// quotes inside doubled. A text that a spreadsheet would take for a formula gets an apostrophe
+// first.
 void PrintCsv(const Findings& findings, std::ostream& out);
 
 }  // namespace quillon::kit

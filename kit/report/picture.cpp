@@ -2,9 +2,9 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <new>
 #include <numbers>
 
-#include "kit/errors.h"
 #include "kit/images/image_files.h"
 #include "kit/report/report.h"
 
@@ -16,6 +16,7 @@ Picture::Picture(std::string caption, const GreyImage& image)
       height_(image.height),
       grey_(std::make_unique<GreyImage>()) {
   grey_->CopyFrom(&image);
+  if (image.bits && !grey_->bits) throw std::bad_alloc();
 }
 
 Picture::Picture(std::string caption, const ColourImage& image)
@@ -24,6 +25,7 @@ Picture::Picture(std::string caption, const ColourImage& image)
       height_(image.height),
       colour_(std::make_unique<ColourImage>()) {
   colour_->CopyFrom(&image);
+  if (image.bits && !colour_->bits) throw std::bad_alloc();
 }
 
 std::vector<unsigned char> Picture::Png() const {
@@ -33,9 +35,11 @@ std::vector<unsigned char> Picture::Png() const {
 void Picture::CopyTo(ColourImage& image) const {
   if (colour_) {
     image.CopyFrom(colour_.get());
-    return;
+  } else {
+    image.Create(width_, height_);
   }
-  image.Create(width_, height_);
+  if (!image.bits) throw std::bad_alloc();
+  if (colour_) return;
   for (int y = 0; y < image.height; ++y) {
     for (int x = 0; x < width_; ++x) {
       std::fill_n(image.rows[y] + 3 * x, 3, grey_->rows[y][x]);
@@ -212,7 +216,6 @@ class Canvas {
 void WriteDrawnPicture(const std::string& path, const Report& report) {
   ColourImage image;
   report.pictures.back().CopyTo(image);
-  if (!image.bits) throw Failure("no memory for the picture '" + path + "'");
   Canvas canvas(image);
   for (size_t layer = 0; layer < report.layers.size(); ++layer) {
     if (!report.layers[layer].shown) continue;

@@ -2,16 +2,16 @@
 
 #include <algorithm>
 #include <cmath>
-#include <fstream>
 
-#include "kit/errors.h"
+#include "kit/files/files.h"
 #include "kit/report/page_parts.h"
+#include "kit/text/text.h"
 
 namespace quillon::kit {
 
 std::string Escaped(std::string_view text) {
   std::string escaped;
-  for (const char c : text) {
+  for (const char c : Visible(text)) {
     switch (c) {
       case '&':
         escaped += "&amp;";
@@ -265,10 +265,7 @@ std::string RenderReport(const Report& report, const Findings& findings) {
 }
 
 void WriteReport(const std::string& path, const Report& report, const Findings& findings) {
-  const std::string page = RenderReport(report, findings);
-  std::ofstream file(path, std::ios::binary);
-  file << page;
-  if (!file.flush()) throw Failure("cannot write report '" + path + "'");
+  WriteFile(path, RenderReport(report, findings));
 }
 
 }  // namespace quillon::kit

@@ -75,7 +75,7 @@ class Picture {
   int Height() const { return height_; }
   std::vector<unsigned char> Png() const;
   const std::vector<Drawing>& Drawings() const { return drawings_; }
-  // The pixels in colour.
+  // The pixels in colour. As all of this class that copies pixels, it throws std::bad_alloc.
   void CopyTo(ColourImage& image) const;
 
  private:
@@ -93,7 +93,7 @@ struct Report {
   std::vector<Picture> pictures = {};  // side by side where there is room
 };
 
-// A text as HTML shows it, in attributes too.
+// A text as HTML shows it, in attributes too. What cannot be seen is shown by its number.
 std::string Escaped(std::string_view text);
 
 // The whole page as text.

@@ -2,12 +2,27 @@
 
 import json
 import logging
+import os
 import sys
 import time
 
 from quillon import batch
 
 NOT_ALL_PASSED = 3  # the exit code of `quillon run`
+
+
+def visible(text):
+    """The text without what a terminal would obey instead of showing it."""
+    return "".join(c if c.isprintable() else repr(c)[1:-1] for c in text)
+
+
+def line_of(record):
+    """The record as one line of JSON, as `quillon run --json` prints it."""
+    name = os.fsencode(record["image"])
+    shown = {**record, "image": name.decode(errors="replace")}
+    if os.fsdecode(name) != shown["image"]:
+        shown["image_bytes"] = name.hex()
+    return json.dumps(shown)
 
 
 class ProgressLine:
@@ -44,7 +59,7 @@ def inspect_folder(arguments):
     passed, failures, progress = 0, [], ProgressLine(len(images))
     try:
         for record in records:
-            print(json.dumps(record), flush=True)
+            print(line_of(record), flush=True)
             passed += record["verdict"] == "pass"
             if not batch.is_inspected(record):
                 failures.append(record)
@@ -52,7 +67,7 @@ def inspect_folder(arguments):
     finally:
         progress.end()
     for record in failures:
-        print(f"{record['image']}: {record['error']}", file=sys.stderr)
+        print(visible(f"{record['image']}: {record['error']}"), file=sys.stderr)
     print(f"{len(images)} images: {passed} passed, {len(images) - passed - len(failures)} failed, "
           f"{len(failures)} not inspected", file=sys.stderr)
     return 0 if passed == len(images) else NOT_ALL_PASSED
@@ -62,7 +77,7 @@ def run(arguments):
     try:
         return inspect_folder(arguments)
     except batch.BatchError as error:
-        print(f"quillon: {error}", file=sys.stderr)
+        print(visible(f"quillon: {error}"), file=sys.stderr)
         return 1
     except KeyboardInterrupt:
         print("quillon: interrupted", file=sys.stderr)

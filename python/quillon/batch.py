@@ -52,23 +52,24 @@ def complaint(recipe: str, command: str) -> str:
                                  text=True, errors="replace")
     except OSError as error:
         return f"{command}: {error.strerror}"
-    return "" if checked.returncode == 0 else _said(checked) or f"{command}: cannot check recipes"
+    return "" if checked.returncode == 0 else _said(checked.stderr) or f"{command}: cannot check recipes"
 
 
 def inspect(command: str, recipe: str, images: List[str]) -> List[Record]:
     """Runs on a worker: a record for each image, in order."""
     try:
-        finished = subprocess.run([command, "run", recipe, *images, "--json", "--jobs", "1"],
-                                  stdin=subprocess.DEVNULL, capture_output=True, text=True,
-                                  errors="replace")
+        finished = subprocess.run([command, "run", "--json", "--jobs", "1", "--", recipe, *images],
+                                  stdin=subprocess.DEVNULL, capture_output=True)
     except OSError as error:
         return [_failure(image, f"{command}: {error.strerror}") for image in images]
-    # By position: names that are not UTF-8 come back changed, and a killed command leaves a part
-    # of a line.
-    lines = finished.stdout.splitlines(keepends=True)
-    records = [{**json.loads(line), "image": image}
-               for image, line in zip(images, lines) if line.endswith("\n")]
-    said = _said(finished) or f"{command} ended with code {finished.returncode}"
+    records = []
+    for image, line in zip(images, finished.stdout.split(b"\n")[:-1]):
+        record = json.loads(line)
+        if _image_of(record) != Path(image).as_posix():
+            break  # whatever happened, no image gets the verdict of another
+        records.append({**record, "image": image})
+    said = (_said(finished.stderr.decode(errors="replace")) or
+            f"{command} ended with code {finished.returncode}")
     return records + [_failure(image, said) for image in images[len(records):]]
 
 
@@ -120,8 +121,15 @@ def _check_workers(client, recipe, command):
             raise BatchError(f"{text} (worker {worker})")
 
 
-def _said(finished):
-    return finished.stderr.strip().removeprefix("quillon: ")
+def _said(errors):
+    return errors.strip().removeprefix("quillon: ")
+
+
+def _image_of(record):
+    """The name of a record's image, of which JSON shows another where it is not UTF-8."""
+    if "image_bytes" not in record:
+        return record["image"]
+    return os.fsdecode(bytes.fromhex(record["image_bytes"]))
 
 
 def _failure(image, reason):

@@ -26,8 +26,13 @@ TEST(Commands, ErrorsNameWhatIsWrongAndItsLimit) {
     std::vector<std::string> words;  // of the message
   };
   const Case cases[] = {
-      {{}, 2, {"subcommand"}},
-      {{"nonsense"}, 2, {"nonsense"}},
+      {{}, 2, {}},
+      {{"nonsense"}, 2, {"nonsense", "--help"}},
+      {{"blbos", in}, 2, {"'blbos'", "did you mean 'blobs'?"}},
+      {{"recipe", "chek", in}, 2, {"'chek'", "did you mean 'check'?", "quillon recipe --help"}},
+      {{"--versoin"}, 2, {"'--versoin'", "did you mean '--version'?"}},
+      {{"blobs", in, "--min-aera=3"}, 2, {"'--min-aera'", "did you mean '--min-area'?"}},
+      {{"blobs", "--bnad"}, 2, {"'--bnad'", "did you mean '--band'?"}},
       {{"blobs"}, 2, {"IMAGE"}},
       {{"blobs", in, "--nonsense"}, 2, {"--nonsense"}},
       {{"blobs", in, "--band", "3"}, 2, {"--band", "2", "1"}},
@@ -51,8 +56,14 @@ TEST(Commands, ErrorsNameWhatIsWrongAndItsLimit) {
       {{"gray", scratch / ".", out}, 1, {"cannot"}},
       {{"gray", in, scratch / "out.gif"}, 1, {"out.gif", ".png", ".bmp"}},
       {{"gray", in, nowhere}, 1, {nowhere}},
-      {{"blobs", in, "--report", nowhere}, 1, {nowhere}},
-      {{"blobs", in, "--binary", nowhere}, 1, {nowhere}},
+      // Before the picture is read: it would be complained of otherwise.
+      {{"blobs", missing, "--report", nowhere}, 1, {nowhere, "no folder"}},
+      {{"blobs", missing, "--binary", nowhere}, 1, {nowhere, "no folder"}},
+      {{"blobs", missing, "--draw", scratch / "out.gif"}, 1, {"out.gif", ".png", ".bmp"}},
+      {{"blobs", missing, "--report", scratch / "."}, 1, {"it is a folder"}},
+      {{"blobs", in, "--report", in}, 1, {in, "it is read by this command"}},
+      {{"gray", in, scratch / "./in.png"}, 1, {"in.png", "it is read by this command"}},
+      {{"blobs", in, "--draw", out, "--binary", out}, 1, {out, "two outputs"}},
       {{"sample", in + "/folder"}, 1, {in + "/folder"}},
       {{"list", "no operation is called that"}, 1, {"no operation is called that"}},
   };
@@ -68,6 +79,7 @@ TEST(Commands, ErrorsNameWhatIsWrongAndItsLimit) {
     EXPECT_FALSE(std::filesystem::exists(out)) << line;
   }
   EXPECT_EQ(Quillon({"--help"}).exitCode, 0);
+  EXPECT_EQ(Quillon({}).out, Quillon({"--help"}).out);
   EXPECT_EQ(Quillon({"--version"}).out, QUILLON_VERSION "\n");
 }
 

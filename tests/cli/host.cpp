@@ -28,6 +28,14 @@ int RunShell(const std::string& command) {
 #endif
 }
 
+// What a command of the shell printed, and how it ended.
+Answer AnswerOf(const std::string& command) {
+  const Scratch streams;
+  const std::string out = streams / "out", err = streams / "err";
+  const int exitCode = RunShell(command + " >" + Quoted(out) + " 2>" + Quoted(err));
+  return {exitCode, ReadText(out), ReadText(err)};
+}
+
 }  // namespace
 
 Scratch::Scratch() {
@@ -55,12 +63,28 @@ Answer Quillon(const std::vector<std::string>& arguments) {
 #else
   const char* const name = "quillon";
 #endif
-  const Scratch streams;
   std::string command = Quoted((programFolder / name).string());
   for (const std::string& argument : arguments) command += " " + Quoted(argument);
-  const std::string out = streams / "out", err = streams / "err";
-  const int exitCode = RunShell(command + " >" + Quoted(out) + " 2>" + Quoted(err));
-  return {exitCode, ReadText(out), ReadText(err)};
+  return AnswerOf(command);
+}
+
+#ifndef _WIN32
+Answer Shell(const std::string& script) {
+  const Scratch folder;
+  WriteText(folder / "script",
+            "quillon=" + Quoted((programFolder / "quillon").string()) + "\n" + script);
+  return AnswerOf("bash " + Quoted(folder / "script"));
+}
+#endif
+
+std::map<std::string, std::string> FilesOf(const std::string& folder) {
+  std::map<std::string, std::string> files;
+  for (const auto& entry : std::filesystem::recursive_directory_iterator(folder)) {
+    if (!entry.is_regular_file()) continue;
+    files[std::filesystem::relative(entry.path(), folder).generic_string()] =
+        ReadText(entry.path().string());
+  }
+  return files;
 }
 
 nlohmann::json QuillonJson(std::vector<std::string> arguments) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <filesystem>
+#include <map>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
@@ -32,6 +33,14 @@ std::string InProgramFolder(const std::string& name);
 
 // Runs the host with these arguments.
 Answer Quillon(const std::vector<std::string>& arguments);
+
+#ifndef _WIN32
+// Runs a shell's script, in which "$quillon" is the host.
+Answer Shell(const std::string& script);
+#endif
+
+// Every file of the folder and its bytes, by its path there.
+std::map<std::string, std::string> FilesOf(const std::string& folder);
 
 // The same, for a command that prints JSON; a failure shows what it printed instead.
 nlohmann::json QuillonJson(std::vector<std::string> arguments);

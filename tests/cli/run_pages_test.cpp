@@ -32,17 +32,6 @@ void WriteTray(const std::string& path, uint32_t seed, int width, int height) {
   kit::WriteImage(path, image);
 }
 
-// Every file of the folder and its bytes.
-std::map<std::string, std::string> FilesOf(const std::string& folder) {
-  std::map<std::string, std::string> files;
-  for (const auto& entry : std::filesystem::recursive_directory_iterator(folder)) {
-    if (entry.is_directory()) continue;
-    files[std::filesystem::relative(entry.path(), folder).generic_string()] =
-        ReadText(entry.path().string());
-  }
-  return files;
-}
-
 TEST(RunPages, HoldEveryImageMeasurementAndVerdict) {
   const Scratch scratch;
   const std::string folder = scratch / "trays", out = scratch / "out";

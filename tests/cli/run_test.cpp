@@ -113,6 +113,7 @@ TEST(Run, AnImageThatCannotBeReadOrInspectedIsCountedAndTheRunGoesOn) {
   const Trays trays(scratch, 4);
   WriteText(trays.folder + "/101b.png", "this is not a picture");
   WriteText(trays.folder + "/notes.txt", "this is not meant to be one");
+  WriteText(scratch / "no.png", "");
   const std::string recipe = scratch / "recipe.json";
   // Only the wider trays, 510 and 600, can be cropped.
   WriteText(recipe, R"({"name": "Crop", "steps": [
@@ -168,6 +169,7 @@ TEST(Run, WrongUsageAndUnusableRecipesEndBeforeTheFirstImage) {
        {"--resume", "--overwrite"}},
       {{"run", scratch / "none.json", image}, 1, {"none.json"}},
       {{"run", good, scratch / "empty"}, 1, {"no image in folder", "empty"}},
+      {{"run", good, image, scratch / "missing", "--out", out}, 1, {"missing"}},
       {{"run", bad, image, "--out", out},
        1,
        {"bad.json", "step 's', field 'size': 2 is not an odd", "step 't', field 'input'",

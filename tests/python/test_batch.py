@@ -188,6 +188,30 @@ def test_without_a_scheduler_this_machine_does_the_work(job):
     assert records == in_one_run(job, batch.list_images(job / "images"))
 
 
+def test_each_record_is_matched_with_its_image_whatever_it_is_called(job, monkeypatch):
+    monkeypatch.chdir(job / "images")
+    names = ["--out=zz.pgm", "-x.pgm", "[a].pgm", "a\u2028b.pgm", "a\x85.pgm", "a\nb.pgm",
+             "\udcfe.pgm", "\udcff.pgm"]
+    for index, name in enumerate(names):
+        Path(f"{index + 10}.pgm").rename(name)
+    names.insert(3, "00.pgm")
+    recipe = str(job / "recipe.json")
+    records = batch.inspect(COMMAND, recipe, names)
+    assert [record["image"] for record in records] == names
+    for name, record in zip(names, records):
+        assert batch.inspect(COMMAND, recipe, [name]) == [record]
+        line = _batch_command.line_of(record)
+        assert line.isascii() and "\n" not in line
+        assert json.loads(line).get("image_bytes", os.fsencode(name).hex()) == os.fsencode(name).hex()
+    assert len({_batch_command.line_of(record) for record in records}) == len(names)
+    # A command that leaves one out gives no image the verdict of another.
+    liar = job / "liar"
+    liar.write_text(f"#!/bin/sh\n'{COMMAND}' \"$@\" | sed 1d\n")
+    liar.chmod(0o755)
+    assert {record["verdict"] for record in batch.inspect(str(liar), recipe, names)} == {"error"}
+    assert _batch_command.visible("a\x1b[31m\u2028\udcff") == "a\\x1b[31m\\u2028\\udcff"
+
+
 def test_the_progress_line_tells_how_far_the_batch_is(monkeypatch):
     clock = iter(np.arange(0.0, 100.0, 2.0))
     monkeypatch.setattr(_batch_command.time, "monotonic", lambda: next(clock))

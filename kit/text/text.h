@@ -1,0 +1,25 @@
+// Texts from outside - names of files, words of recipes - on their way to people and programs.
+#pragma once
+
+#include <nlohmann/json_fwd.hpp>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace quillon::kit {
+
+// The text as a terminal may see it: control characters, and bytes that are not UTF-8, as "\x1b".
+// Line ends and tabs stay.
+std::string Visible(std::string_view text);
+
+bool IsUtf8(std::string_view text);
+
+// JSON on one line, or indented. Control characters, and what some readers take for the end of a
+// line, are escaped, so that a line of JSON is one line to everyone. Bytes that are not UTF-8
+// become U+FFFD.
+std::string JsonText(const nlohmann::ordered_json& json, int indent = -1);
+
+// "; did you mean 'otsu'?" where one of the words is near; nothing otherwise.
+std::string DidYouMean(std::string_view word, const std::vector<std::string>& known);
+
+}  // namespace quillon::kit
