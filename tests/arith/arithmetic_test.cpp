@@ -6,7 +6,6 @@
 #include <limits>
 
 #include "arith/arithmetic_reference.h"
-#include "quillon/quillon.h"
 #include "support/levels.h"
 
 namespace quillon::test {
@@ -39,28 +38,6 @@ void ExpectMapped(const GreyImage& source, const GreyImage& expected, const Appl
 }
 
 }  // namespace
-
-TEST(Arithmetic, PairsMatchTheirRules) {
-  GreyImage b, actual, expected;
-  ForEachLevelAndImage([&](const Kernels& level, const GreyImage& a) {
-    Fill(b, a.width, a.height, Content::kExtremes, 5);
-    if (a.width > 2) b.rows[0][a.width - 1] = a.rows[0][a.width - 1];
-    for (PairRule rule : AllRules()) {
-      SCOPED_TRACE(static_cast<int>(rule));
-      reference::Combine(rule, a, b, expected);
-      ExpectMapped(a, expected, [&](const GreyImage& source, GreyImage& result) {
-        CombinePixels(level, rule, source, b, result);
-      });
-      Restore(b, actual);
-      CombinePixels(level, rule, a, actual, actual);
-      ASSERT_SAME_PIXELS(actual, expected) << "into the second image";
-      Restore(a, actual);
-      reference::Combine(rule, a, a, expected);
-      CombinePixels(level, rule, actual, actual, actual);
-      ASSERT_SAME_PIXELS(actual, expected) << "all three the same";
-    }
-  });
-}
 
 TEST(Arithmetic, EveryPairOfPixels) {
   GreyImage a, b, actual, expected;
@@ -137,74 +114,6 @@ TEST(Arithmetic, GainAndOffsetMatchTheirRuleForAnyNumbers) {
       }
     }
   }
-}
-
-TEST(Arithmetic, ExportsApplyTheirRules) {
-  GreyImage a, b, actual, expected;
-  Fill(a, 21, 6, Content::kNoise);
-  Fill(b, 21, 6, Content::kExtremes, 5);
-  using Export = void(const GreyImage*, const GreyImage*, GreyImage*);
-  Export* const exports[] = {IxImageAdd,        IxImageSub,        IxImageMul,
-                             IxImageDiv,        IxImageBirwiseAND, IxImageBirwiseOR,
-                             IxImageBirwiseXOR, IxImageEqual,      IxImageNOTEqual};
-  for (int i = 0; i < kPairRules; ++i) {
-    reference::Combine(static_cast<PairRule>(i), a, b, expected);
-    exports[i](&a, &b, &actual);
-    EXPECT_SAME_PIXELS(actual, expected) << i;
-  }
-  reference::Map(a, expected, [](int p) { return p << 3 & 255; });
-  IxImageShiftLeft(&a, &actual, 3);
-  EXPECT_SAME_PIXELS(actual, expected);
-  reference::Map(a, expected, [](int p) { return p >> 3; });
-  IxImageShiftRight(&a, &actual, 3);
-  EXPECT_SAME_PIXELS(actual, expected);
-  reference::Map(a, expected, [](int p) { return 255 - p; });
-  IxImageInvert(&a, &actual);
-  EXPECT_SAME_PIXELS(actual, expected);
-  reference::Map(a, expected, [](int p) { return reference::GainOffset(p, 1.25, -20.5); });
-  IxImageGainOffset(&a, &actual, 1.25, -20.5);
-  EXPECT_SAME_PIXELS(actual, expected);
-}
-
-// Each call below must leave the result as it was.
-TEST(Arithmetic, BadInputChangesNothing) {
-  GreyImage a, b, wider, empty, result;
-  ColourImage colour;
-  Fill(a, 9, 4, Content::kNoise);
-  Fill(b, 9, 4, Content::kRamp);
-  Fill(wider, 10, 4, Content::kRamp);
-  Fill(colour, 9, 4, Content::kNoise);
-  Fill(result, 7, 5, Content::kNoise);
-  auto* colourAsGrey = reinterpret_cast<GreyImage*>(&colour);
-  const auto before = Bytes(result), colourBefore = Bytes(colour);
-  for (const auto& pair : {IxImageAdd, IxImageDiv, IxImageNOTEqual}) {
-    pair(nullptr, &b, &result);
-    pair(&a, nullptr, &result);
-    pair(&a, &b, nullptr);
-    pair(&empty, &empty, &result);
-    pair(&a, &empty, &result);
-    pair(&a, &wider, &result);
-    pair(&a, colourAsGrey, &result);
-    pair(colourAsGrey, &b, &result);
-    pair(&a, &b, colourAsGrey);
-  }
-  const auto maps = {
-      +[](const GreyImage* from, GreyImage* to) { IxImageShiftLeft(from, to, 1); },
-      +[](const GreyImage* from, GreyImage* to) { IxImageShiftRight(from, to, 1); },
-      +[](const GreyImage* from, GreyImage* to) { IxImageInvert(from, to); },
-      +[](const GreyImage* from, GreyImage* to) { IxImageGainOffset(from, to, 2, 3); }};
-  for (const auto& map : maps) {
-    map(nullptr, &result);
-    map(&a, nullptr);
-    map(&empty, &result);
-    map(colourAsGrey, &result);
-    map(&a, colourAsGrey);
-  }
-  IxImageShiftLeft(&a, &result, -1);
-  IxImageShiftRight(&a, &result, INT_MIN);
-  EXPECT_EQ(Bytes(result), before);
-  EXPECT_EQ(Bytes(colour), colourBefore);
-  EXPECT_EQ(result.width, 7);
 }
 
 }  // namespace quillon::test

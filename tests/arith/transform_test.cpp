@@ -1,6 +1,5 @@
 #include <climits>
 #include <cmath>
-#include <limits>
 #include <numbers>
 
 #include "arith/rotation.h"
@@ -14,8 +13,6 @@
 namespace quillon::test {
 namespace {
 
-constexpr double kInfinity = std::numeric_limits<double>::infinity();
-constexpr double kNan = std::numeric_limits<double>::quiet_NaN();
 constexpr Sampling kSamplings[] = {Sampling::kNearest, Sampling::kBilinear};
 
 // Into a stale image and in place.
@@ -148,40 +145,15 @@ TEST(Transform, DirectionsAgreeWithTheLibraryAndAreExactInQuarters) {
   }
 }
 
-TEST(Transform, BadInputChangesNothing) {
-  GreyImage source, empty, result;
-  ColourImage colour;
+// 9 * 0.0555 and 4 * 0.12 are just below a half, 9 * 3640.8 just above 32767.5.
+TEST(Transform, ScalesThatGiveNoSideChangeNothing) {
+  GreyImage source, result;
   Fill(source, 9, 4, Content::kNoise);
-  Fill(colour, 9, 4, Content::kNoise);
   Fill(result, 7, 5, Content::kNoise);
-  auto* colourAsGrey = reinterpret_cast<GreyImage*>(&colour);
-  const auto before = Bytes(result), colourBefore = Bytes(colour);
-  const auto transforms = {
-      +[](const GreyImage* from, GreyImage* to) { IxImageScaling(from, to, 2, 2); },
-      +[](const GreyImage* from, GreyImage* to) { IxImageTranslation(from, to, 1, 1); },
-      +[](const GreyImage* from, GreyImage* to) { IxImageRotation(from, to, 30); },
-      +[](const GreyImage* from, GreyImage* to) { IxImageRotationBilinear(from, to, 30); }};
-  for (const auto& transform : transforms) {
-    transform(nullptr, &result);
-    transform(&source, nullptr);
-    transform(&empty, &result);
-    transform(colourAsGrey, &result);
-    transform(&source, colourAsGrey);
-  }
-  // 9 * 0.0555 and 4 * 0.12 are just below a half, 9 * 3640.8 just above 32767.5.
-  for (double scale :
-       {0.0, -0.0, -1.0, 1e-300, kInfinity, -kInfinity, kNan, 1e300, 0.0555, 3640.9}) {
-    IxImageScaling(&source, &result, scale, 1);
-  }
+  const auto before = Bytes(result);
+  for (double scale : {1e300, 0.0555, 3640.9}) IxImageScaling(&source, &result, scale, 1);
   IxImageScaling(&source, &result, 1, 0.12);
-  IxImageScaling(&source, &result, 1, kNan);
-  for (double angle : {kInfinity, -kInfinity, kNan}) {
-    IxImageRotation(&source, &result, angle);
-    IxImageRotationBilinear(&source, &result, angle);
-  }
   EXPECT_EQ(Bytes(result), before);
-  EXPECT_EQ(Bytes(colour), colourBefore);
-  EXPECT_EQ(result.width, 7);
   IxImageScaling(&source, &result, 3640.8, 0.13);
   EXPECT_EQ(result.width, 32767);
   EXPECT_EQ(result.height, 1);

@@ -133,47 +133,6 @@ TEST(Features, BoundsAreThoseOfAllRuns) {
   }
 }
 
-TEST(Features, MeansAreSumsOverRuns) {
-  const RegionPtr region = NewRegion();
-  Random random(2);
-  ColourImage colour;
-  ForEachLevelAndImage([&](const Kernels& level, const GreyImage& image) {
-    Fill(colour, image.width, image.height, Content::kNoise);
-    SetRuns(*region, RandomSpans(image, random));
-    LabelGrayBlobs(level, *region, image, 100, 255);
-    // Sums of n = -1, the region of interest, or of the runs that carry the number n.
-    const auto expectMeans = [&](int n, double grey, const ColourMean& mean) {
-      const RunRecord* runs = n < 0 ? region->roiRuns : region->runs;
-      const int runCount = n < 0 ? region->roiRunCount : kMaxRuns;
-      int left = n < 0 ? runCount : FindBlob(*region, n)->runCount;
-      const double area = n < 0 ? region->roiArea : FindBlob(*region, n)->area;
-      uint32_t greySum = 0, sums[3] = {};
-      for (int i = 0; i < runCount && left > 0; ++i) {
-        if (n >= 0 && runs[i].blob != n) continue;
-        --left;
-        for (int x = runs[i].xStart; x <= runs[i].xEnd; ++x) {
-          if (x < 0 || x >= image.width || runs[i].y < 0 || runs[i].y >= image.height) continue;
-          greySum += image.rows[runs[i].y][x];
-          for (int c = 0; c < 3; ++c) sums[c] += colour.rows[runs[i].y][3 * x + c];
-        }
-      }
-      ASSERT_EQ(grey, greySum / area);
-      ASSERT_EQ(mean.red, sums[2] / area);
-      ASSERT_EQ(mean.green, sums[1] / area);
-      ASSERT_EQ(mean.blue, sums[0] / area);
-    };
-    if (region->roiRunCount == 0) return;
-    ASSERT_NO_FATAL_FAILURE(expectMeans(-1, GrayMeanOfRegion(level, &image, *region),
-                                        ColourMeanOfRegion(level, &colour, *region)));
-    for (int n = 0; n < region->blobCount; n += 7) {
-      const double grey = GrayMeanOfBlob(level, &image, *region, n);
-      ASSERT_EQ(region->currentBlob, region->blobIndex[n]);
-      ASSERT_EQ(FindBlob(*region, n)->grayMean, grey);
-      ASSERT_NO_FATAL_FAILURE(expectMeans(n, grey, ColourMeanOfBlob(level, &colour, *region, n)));
-    }
-  });
-}
-
 TEST(Features, TwentyThousandBlobsHaveRecords) {
   const RegionPtr region = NewRegion();
   GreyImage image;

@@ -4,20 +4,6 @@
 #include "support/levels.h"
 
 namespace quillon::test {
-TEST(FillUp, FillsWhatAFloodFromTopAndRightLeaves) {
-  const RegionPtr region = NewRegion();
-  GreyImage actual, expected;
-  ForEachLevelAndImage([&](const Kernels& level, const GreyImage& source) {
-    for (int value : {0, 137, 255, 1}) {
-      actual.CopyFrom(&source);
-      expected.CopyFrom(&source);
-      ASSERT_TRUE(FillUpHoles(level, *region, actual, static_cast<uint8_t>(value)));
-      reference::FillHoles(expected, static_cast<uint8_t>(value));
-      ASSERT_EQ(Bytes(actual), Bytes(expected)) << value << ": " << Difference(actual, expected);
-    }
-  });
-}
-
 // From isolated holes to mazes. Rows of alternating pixels have more runs than any other.
 TEST(FillUp, FillsMazesOfEveryDensity) {
   const RegionPtr region = NewRegion();

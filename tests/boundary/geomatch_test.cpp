@@ -51,22 +51,4 @@ TEST_F(GeoExports, TeachFindAndReadThePoints) {
   EXPECT_EQ(Find(&scene_, tool_, position_, 0x1200), 0) << "only the low byte counts";
 }
 
-TEST_F(GeoExports, BadArgumentsGiveZeroAndLeaveThePosition) {
-  EXPECT_FALSE(IxCreateGeoMatchModel(nullptr, tool_, 80, 30));
-  EXPECT_FALSE(IxCreateGeoMatchModel(&empty_, tool_, 80, 30));
-  EXPECT_FALSE(IxCreateGeoMatchModel(&pattern_, nullptr, 80, 30));
-  EXPECT_EQ(Find(&scene_, tool_, position_, 1), 0) << "not taught";
-  ASSERT_TRUE(IxCreateGeoMatchModel(&pattern_, tool_, 80, 30));
-  EXPECT_EQ(Find(nullptr, tool_, position_, 1), 0);
-  EXPECT_EQ(Find(&empty_, tool_, position_, 1), 0);
-  EXPECT_EQ(Find(&scene_, nullptr, position_, 1), 0);
-  EXPECT_EQ(Find(&scene_, tool_, nullptr, 1), 0);
-  EXPECT_EQ(position_[0], -3);
-  EXPECT_EQ(position_[1], -4);
-  EXPECT_FALSE(IxCreateGeoMatchModel(&empty_, tool_, 80, 30));
-  Find(&scene_, tool_, position_);
-  EXPECT_EQ(position_[0], 133) << "an image without pixels leaves the model";
-  IxDestroyMatchModel(nullptr);
-}
-
 }  // namespace quillon::test

@@ -147,40 +147,4 @@ TEST(Image, CopyTakesAllBytesAndKeepsCalibration) {
   EXPECT_EQ(copy.bitmap, nullptr);
 }
 
-// A result that keeps its store must look like one that did not.
-TEST(Image, ResultsDoNotDependOnWhatTheDestinationHeld) {
-  ColourImage source;
-  Fill(source, 21, 5, Content::kNoise);
-  GreyImage fresh, stale;
-  FillStale(stale, 21, 5);
-  IxColorToGray(&source, &fresh);
-  IxColorToGray(&source, &stale);
-  EXPECT_EQ(Bytes(fresh), Bytes(stale));
-}
-
-TEST(Image, ExportsTestDepthsAndIgnoreWhatIsMissing) {
-  GreyImage grey, empty, untouched;
-  ColourImage colour;
-  Fill(grey, 9, 4, Content::kNoise);
-  Fill(untouched, 9, 4, Content::kNoise);
-  Fill(colour, 9, 4, Content::kNoise);
-  auto* colourAsGrey = reinterpret_cast<GreyImage*>(&colour);
-  const auto colourBytes = Bytes(colour);
-
-  IxColorToGray(nullptr, &grey);
-  IxColorToGray(&colour, nullptr);
-  IxColorToGray(&colour, colourAsGrey);                                // destination not 8
-  IxColorToGray(reinterpret_cast<const ColourImage*>(&grey), &empty);  // source not above 8
-  IxThreshold(nullptr, 1);
-  IxThreshold(&empty, 1);
-  IxThreshold(colourAsGrey, 1);
-  IxDoubleThreshold(nullptr, 1, 2);
-  IxDoubleThreshold(colourAsGrey, 1, 2);
-  IxOtsuThreshold(nullptr);
-  IxOtsuThreshold(colourAsGrey);
-  EXPECT_EQ(Bytes(colour), colourBytes);
-  EXPECT_EQ(Bytes(grey), Bytes(untouched));
-  EXPECT_EQ(empty.bits, nullptr);
-}
-
 }  // namespace quillon::test

@@ -7,26 +7,6 @@
 #include "support/levels.h"
 
 namespace quillon::test {
-TEST(Grey, MatchesBothFormulasInTheirColumns) {
-  ColourImage source;
-  GreyImage actual, expected;
-  ForEachLevel([&](const Kernels& level) {
-    for (const Size& size : Sizes()) {
-      for (Content content : kContents) {
-        Fill(source, size.width, size.height, content);
-        reference::ColorToGrey(source, expected);
-        FillStale(actual, size.width, size.height);
-        ColorToGrey(level, source, actual);
-        ASSERT_EQ(Bytes(actual), Bytes(expected))
-            << size.width << ": " << Difference(actual, expected);
-        FillStale(actual, size.width + 1, size.height);
-        ColorToGrey(level, source, actual);
-        ASSERT_EQ(Bytes(actual), Bytes(expected)) << "of another size before";
-      }
-    }
-  });
-}
-
 TEST(Grey, EveryColourOfTheFixedPointColumns) {
   ColourImage source;
   GreyImage actual, expected;

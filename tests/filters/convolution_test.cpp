@@ -5,7 +5,6 @@
 
 #include "filters/convolution_reference.h"
 #include "filters/windows.h"
-#include "quillon/quillon.h"
 
 namespace quillon::test {
 namespace {
@@ -127,25 +126,6 @@ TEST(Convolution, EveryKindOfKernelMatchesItsDefinition) {
   }
 }
 
-TEST(Convolution, EverySizeOfImageMatchesItsDefinition) {
-  std::vector<Kernel> kernels;
-  for (int size : {3, 5, 7}) {
-    Random random(static_cast<uint32_t>(size) + 100);
-    const auto draw = [&](int most) {
-      return Drawn("drawn", size, [&random, most] { return random.Within(-most, most); });
-    };
-    kernels.push_back(draw(2));
-    kernels.push_back(draw(500));
-    kernels.push_back(draw(1 << 30));
-    kernels.push_back(Separable("separable", size, 15, 2, random));
-  }
-  ForEachLevelAndImage([&](const Kernels& level, const GreyImage& source) {
-    for (const Kernel& kernel : kernels) {
-      ASSERT_NO_FATAL_FAILURE(ExpectKernel(level, source, kernel));
-    }
-  });
-}
-
 // Pixels v v v-1 for every v: with weights d - 1 and 1, sums are d * v and the number before it,
 // where quotients go wrong first.
 TEST(Convolution, QuotientsAreExactForEveryDivisor) {
@@ -167,30 +147,6 @@ TEST(Convolution, QuotientsAreExactForEveryDivisor) {
   for (int divisor = 1; divisor <= 9000; divisor += divisor < 300 ? 1 : 7) check(divisor);
   for (int bits = 14; bits < 31; ++bits) {
     for (int more : {-1, 0, 1}) check((1 << bits) + more);
-  }
-}
-
-TEST(Convolution, ExportsReachTheirSizesAndIgnoreMissingImages) {
-  struct Export {
-    void (*call)(const GreyImage*, GreyImage*, const int*);
-    int size;
-  };
-  GreyImage source, expected, empty;
-  Fill(source, 50, 20, Content::kNoise);
-  for (const Export& e : {Export{IxArbitraryConvolution3x3, 3},
-                          {IxArbitraryConvolution5x5, 5},
-                          {IxArbitraryConvolution7x7, 7}}) {
-    Random random(5);
-    const Kernel kernel = Drawn("drawn", e.size, [&] { return random.Within(-9, 12); });
-    GreyImage result;
-    e.call(nullptr, &result, kernel.weights.data());
-    e.call(&empty, &result, kernel.weights.data());
-    e.call(&source, nullptr, kernel.weights.data());
-    e.call(&source, &result, nullptr);
-    EXPECT_FALSE(result.bits);
-    e.call(&source, &result, kernel.weights.data());
-    reference::Convolve(source, e.size, kernel.weights, expected);
-    EXPECT_SAME_PIXELS(result, expected) << e.size;
   }
 }
 

@@ -7,32 +7,6 @@
 #include "quillon/quillon.h"
 
 namespace quillon::test {
-TEST(Smoothing, GaussiansMatchTheirWeights) {
-  GreyImage expected;
-  ForEachLevelAndImage([&](const Kernels& level, const GreyImage& source) {
-    for (int size : {3, 5, 7}) {
-      reference::Gaussian(source, size, expected);
-      ASSERT_NO_FATAL_FAILURE(ExpectEverywhere(
-          source, expected,
-          [&](const GreyImage& from, GreyImage& to) { GaussianSmoothing(level, from, to, size); }))
-          << size;
-    }
-  });
-}
-
-TEST(Smoothing, SmallMeansMatchTheirDefinition) {
-  GreyImage expected;
-  ForEachLevelAndImage([&](const Kernels& level, const GreyImage& source) {
-    for (int size : {1, 3, 5, 7, 9}) {
-      reference::Mean(source, size, expected);
-      ASSERT_NO_FATAL_FAILURE(ExpectEverywhere(
-          source, expected,
-          [&](const GreyImage& from, GreyImage& to) { MeanSmoothing(level, from, to, size); }))
-          << size;
-    }
-  });
-}
-
 // White images reach the largest sums; the sizes lie on both sides of every change of method.
 TEST(Smoothing, LargeMeansMatchTheirDefinition) {
   GreyImage source, expected;
@@ -83,39 +57,6 @@ TEST(Smoothing, OddSizesBeyondTheImageCopyAndOthersDoNothing) {
     IxMeanSmoothing(&source, &result, size);
     EXPECT_SAME_PIXELS(result, source) << size;
   }
-}
-
-TEST(Smoothing, ExportsReachTheirSizesAndIgnoreMissingImages) {
-  struct Export {
-    void (*call)(const GreyImage*, GreyImage*);
-    void (*definition)(const GreyImage&, int, GreyImage&);
-    int size;
-  };
-  GreyImage source, expected, empty;
-  Fill(source, 50, 20, Content::kNoise);
-  for (const Export& e : {Export{IxGaussianSmoothing3x3, reference::Gaussian, 3},
-                          {IxGaussianSmoothing5x5, reference::Gaussian, 5},
-                          {IxGaussianSmoothing7x7, reference::Gaussian, 7},
-                          {IxMeanSmoothing3x3, reference::Mean, 3},
-                          {IxMeanSmoothing5x5, reference::Mean, 5},
-                          {IxMeanSmoothing7x7, reference::Mean, 7}}) {
-    GreyImage result;
-    e.call(nullptr, &result);
-    e.call(&empty, &result);
-    e.call(&source, nullptr);
-    EXPECT_FALSE(result.bits);
-    e.call(&source, &result);
-    e.definition(source, e.size, expected);
-    EXPECT_SAME_PIXELS(result, expected) << e.size;
-  }
-  GreyImage result;
-  IxMeanSmoothing(&empty, &result, 3);
-  IxMeanSmoothing(nullptr, &result, 3);
-  IxMeanSmoothing(&source, nullptr, 3);
-  EXPECT_FALSE(result.bits);
-  IxMeanSmoothing(&source, &result, 9);
-  reference::Mean(source, 9, expected);
-  EXPECT_SAME_PIXELS(result, expected);
 }
 
 }  // namespace quillon::test

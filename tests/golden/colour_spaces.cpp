@@ -59,6 +59,10 @@ Operation Conversion3(const std::string& name, Conversion* convert) {
             digest.Add(
                 convert(&picture.colour, &image, tables, tables + kColours, tables + 2 * kColours));
             digest.AddStore(image);
+            ColourImage inPlace;
+            inPlace.CopyFrom(&picture.colour);
+            convert(&inPlace, &inPlace, tables, tables + kColours, tables + 2 * kColours);
+            if (!Difference(inPlace, image).empty()) digest.Add("another result in place");
           },
           [=](const Picture& picture, Digest& digest) {
             ColourImage image;

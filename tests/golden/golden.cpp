@@ -20,18 +20,6 @@ constexpr const char* kMeasurementHeading =
     "part:\n"
     "# what the exports gave, and how far others may lie from it.\n";
 
-std::vector<Operation> AllOperations() {
-  std::vector<Operation> all;
-  AddPixelOperations(all);
-  AddFilters(all);
-  AddMorphology(all);
-  AddBlobs(all);
-  AddColourSpaces(all);
-  AddCalibration(all);
-  AddMatching(all);
-  return all;
-}
-
 // Calls visit(key, digest) for every line.
 template <class Visitor>
 void ForEachDigest(Compute Operation::*side, const Visitor& visit) {
@@ -45,10 +33,7 @@ void ForEachDigest(Compute Operation::*side, const Visitor& visit) {
   }
   for (const Size& size : kSizes) {
     for (Content content : kContents) {
-      picture.seed = static_cast<uint32_t>(size.width * 8 + static_cast<int>(content));
-      Fill(picture.grey, size.width, size.height, content);
-      Fill(picture.second, size.width, size.height, Content::kExtremes, 5);
-      Fill(picture.colour, size.width, size.height, content, 9);
+      picture.Draw(size, content);
       for (const Operation& operation : operations) {
         if (!operation.everyPicture) continue;
         Digest digest;
@@ -91,6 +76,25 @@ std::string CompareNumbers(const std::string& expected, const std::vector<double
 }
 
 }  // namespace
+
+std::vector<Operation> AllOperations() {
+  std::vector<Operation> all;
+  AddPixelOperations(all);
+  AddFilters(all);
+  AddMorphology(all);
+  AddBlobs(all);
+  AddColourSpaces(all);
+  AddCalibration(all);
+  AddMatching(all);
+  return all;
+}
+
+void Picture::Draw(const Size& size, Content content) {
+  seed = static_cast<uint32_t>(size.width * 8 + static_cast<int>(content));
+  Fill(grey, size.width, size.height, content);
+  Fill(second, size.width, size.height, Content::kExtremes, 5);
+  Fill(colour, size.width, size.height, content, 9);
+}
 
 std::string Digest::Text() const {
   char text[17];

@@ -1,6 +1,8 @@
 // Golden digests: one line per operation, content and size with a digest of the whole result, made
 // by the plain forms that the tests compare with. Whatever computes through the exports - another
-// compiler, system or instruction set - must come to the same lines.
+// compiler, system or instruction set - must come to the same lines. The list of operations behind
+// the lines, each an export beside its plain form, also serves a test of its own: every operation
+// at every instruction-set level, on images of every width (levels_test.cpp).
 #pragma once
 
 #include <cmath>
@@ -17,7 +19,11 @@ namespace quillon::test::golden {
 // FNV-1a over everything that is added, 64 bits.
 class Digest {
  public:
+  // With a store, what is added is kept there as well, so that a difference can be looked up.
+  explicit Digest(std::vector<uint8_t>* kept = nullptr) : kept_(kept) {}
   void Add(const void* bytes, size_t count) {
+    const auto* first = static_cast<const uint8_t*>(bytes);
+    if (kept_) kept_->insert(kept_->end(), first, first + count);
     for (const auto* p = static_cast<const uint8_t*>(bytes); count > 0; --count) {
       state_ = (state_ ^ *p++) * 0x100000001B3u;
     }
@@ -41,16 +47,21 @@ class Digest {
   void AddPixels(const CImage<Pixel>& image, bool padding = false) {
     for (int value : {image.width, image.height, image.bpp}) Add(value);
     const int used = padding ? image.stride : image.width * static_cast<int>(sizeof(Pixel));
-    for (int y = 0; y < image.height; ++y) Add(image.rows[y], static_cast<size_t>(used));
+    for (int y = 0; image.bits && y < image.height; ++y) {
+      Add(image.rows[y], static_cast<size_t>(used));
+    }
   }
   template <class Pixel>
   void AddStore(const CImage<Pixel>& image) {
     AddPixels(image, true);
   }
 
+  void Add(const char* complaint) { Add(complaint, std::char_traits<char>::length(complaint)); }
+
   std::string Text() const;
 
  private:
+  std::vector<uint8_t>* kept_;
   uint64_t state_ = 0xCBF29CE484222325u;
 };
 
@@ -59,6 +70,8 @@ struct Picture {
   GreyImage grey, second;
   ColourImage colour;
   uint32_t seed;  // for what else an operation draws
+
+  void Draw(const Size& size, Content content);
 };
 
 using Compute = std::function<void(const Picture&, Digest&)>;
@@ -86,10 +99,11 @@ void AddBlobs(std::vector<Operation>& all);
 void AddColourSpaces(std::vector<Operation>& all);
 void AddCalibration(std::vector<Operation>& all);
 void AddMatching(std::vector<Operation>& all);
+std::vector<Operation> AllOperations();
 std::vector<Measurement> Measurements();
 
 // An export from one image into another and in place, against a plain form that re-creates its
-// result.
+// result. What the other image held before must not show.
 template <class Export, class Plain>
 Operation FromImageToImage(const std::string& name, Export exported, Plain plain) {
   return {name,
@@ -98,6 +112,10 @@ Operation FromImageToImage(const std::string& name, Export exported, Plain plain
             FillStale(image, picture.grey.width, picture.grey.height);
             exported(&picture.grey, &image);
             digest.AddStore(image);
+            GreyImage other;
+            FillStale(other, picture.grey.width + 5, 3);
+            exported(&picture.grey, &other);
+            if (Bytes(other) != Bytes(image)) digest.Add("another result where another was");
             image.CopyFrom(&picture.grey);
             exported(&image, &image);
             digest.AddPixels(image);

@@ -1,5 +1,7 @@
-// The golden digests at every instruction-set level. Exports take the best level there is, and have
-// no switch: this program's linker lets their call arrive here (--wrap).
+// Every operation at every instruction-set level: the golden digests, and the plain forms on images
+// of every width. Exports take the best level there is, and have no switch: this program's linker
+// lets their call arrive here (--wrap).
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -58,6 +60,46 @@ TEST(Golden, ExportsComputeTheDigestsAtEveryLevel) {
     EXPECT_GT(found.lines, 1000u);
   });
   chosenLevel = nullptr;
+}
+
+// Everything that one side of an operation computes.
+std::vector<uint8_t> AllBytes(const golden::Compute& side, const golden::Picture& picture) {
+  std::vector<uint8_t> bytes;
+  golden::Digest digest(&bytes);
+  side(picture, digest);
+  return bytes;
+}
+
+// Two contents a size, in turn.
+TEST(Operations, MatchTheirPlainFormsAtEveryLevelAndWidth) {
+  const std::vector<golden::Operation> operations = golden::AllOperations();
+  golden::Picture picture;
+  int failures = 0;
+  size_t turn = 0;
+  for (const Size& size : Sizes()) {
+    ++turn;
+    for (Content content : {kContents[turn % 5], kContents[(turn + 2) % 5]}) {
+      picture.Draw(size, content);
+      for (const golden::Operation& operation : operations) {
+        if (!operation.everyPicture) continue;
+        const std::vector<uint8_t> expected = AllBytes(operation.plain, picture);
+        ForEachLevel([&](const Kernels& level) {
+          chosenLevel = &level;
+          const std::vector<uint8_t> actual = AllBytes(operation.exported, picture);
+          if (actual == expected) return;
+          const auto [a, e] = std::ranges::mismatch(actual, expected);
+          ADD_FAILURE() << operation.name << " on " << size.width << " x " << size.height
+                        << ", content " << static_cast<int>(content) << ": byte "
+                        << a - actual.begin() << " of all that it computes is "
+                        << (a == actual.end() ? -1 : *a) << " instead of "
+                        << (e == expected.end() ? -1 : *e);
+          ++failures;
+        });
+        chosenLevel = nullptr;
+        ASSERT_LT(failures, 20);
+      }
+    }
+  }
 }
 
 // A name that no line carries is an export whose results nothing compares.

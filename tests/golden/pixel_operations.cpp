@@ -48,6 +48,11 @@ Operation Pair(const std::string& name, PairExport* exported, PairRule rule) {
             image.CopyFrom(&picture.second);
             exported(&picture.grey, &image, &image);
             digest.AddPixels(image);
+            GreyImage same, twice;
+            same.CopyFrom(&picture.grey);
+            exported(&same, &same, &same);
+            exported(&picture.grey, &picture.grey, &twice);
+            if (!Difference(same, twice).empty()) digest.Add("another result where all are one");
           },
           [=](const Picture& picture, Digest& digest) {
             GreyImage image;

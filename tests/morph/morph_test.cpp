@@ -169,25 +169,6 @@ TEST(Morph, AbsurdCountsAreServedAtOnce) {
   EXPECT_EQ(result.rows[100][100], 255);
 }
 
-TEST(Morph, ImagesTooSmallForAPassAreLeftAlone) {
-  GreyImage image, result, before, resultBefore;
-  for (const Size size :
-       {Size{1, 1}, Size{2, 2}, Size{1, 40}, Size{40, 1}, Size{2, 40}, Size{40, 2}}) {
-    for (Operation operation : kOperations) {
-      for (const Element& element : {Rectangle(2, 2), Diamond(2), Circle(2)}) {
-        Fill(image, size.width, size.height, Content::kNoise);
-        FillStale(result, 5, 5);
-        Restore(image, before);
-        Restore(result, resultBefore);
-        Apply(operation, BestKernels(), image, result, element);
-        Apply(operation, BestKernels(), image, image, element);
-        ASSERT_EQ(Bytes(image), Bytes(before));
-        ASSERT_EQ(Bytes(result), Bytes(resultBefore));
-      }
-    }
-  }
-}
-
 TEST(Morph, ASinglePixelGrowsIntoTheElement) {
   const struct {
     Element element;
@@ -209,63 +190,6 @@ TEST(Morph, ASinglePixelGrowsIntoTheElement) {
       EXPECT_EQ(width, expected.width);
     }
   });
-}
-
-// Every export reaches its operation and its shape.
-TEST(Morph, ExportsRunTheirOperations) {
-  struct Export {
-    Operation operation;
-    std::function<void(GreyImage*, GreyImage*)> call;
-    Element element;
-  };
-  const auto rectangle = [](auto function) {
-    return [=](GreyImage* source, GreyImage* result) { function(source, result, 3, 2); };
-  };
-  const auto star = [](auto function) {
-    return [=](GreyImage* source, GreyImage* result) { function(source, result, 4); };
-  };
-  const Element r = Rectangle(3, 2), d = Diamond(4), c = Circle(4);
-  const Export kExports[] = {{Operation::kDilate, rectangle(IxDilation), r},
-                             {Operation::kErode, rectangle(IxErosion), r},
-                             {Operation::kDilate, star(IxDilationDiamond), d},
-                             {Operation::kErode, star(IxErosionDiamond), d},
-                             {Operation::kDilate, star(IxDilationCircle), c},
-                             {Operation::kErode, star(IxErosionCircle), c},
-                             {Operation::kOpen, rectangle(IxOpening), r},
-                             {Operation::kClose, rectangle(IxClosing), r},
-                             {Operation::kGradient, rectangle(IxMorphGradient), r},
-                             {Operation::kWhiteTopHat, rectangle(IxMorphWhiteTopHat), r},
-                             {Operation::kBlackTopHat, rectangle(IxMorphBlackTopHat), r},
-                             {Operation::kOpen, star(IxOpeningDiamond), d},
-                             {Operation::kClose, star(IxClosingDiamond), d},
-                             {Operation::kGradient, star(IxMorphGradientDiamond), d},
-                             {Operation::kWhiteTopHat, star(IxMorphWhiteTopHatDiamond), d},
-                             {Operation::kBlackTopHat, star(IxMorphBlackTopHatDiamond), d},
-                             {Operation::kOpen, star(IxOpeningCircle), c},
-                             {Operation::kClose, star(IxClosingCircle), c},
-                             {Operation::kGradient, star(IxMorphGradientCircle), c},
-                             {Operation::kWhiteTopHat, star(IxMorphWhiteTopHatCircle), c},
-                             {Operation::kBlackTopHat, star(IxMorphBlackTopHatCircle), c}};
-  GreyImage picture, source, result, expectedSource, expected, empty;
-  Fill(picture, 45, 33, Content::kNoise, 9);
-  for (const Export& each : kExports) {
-    for (bool isInPlace : {false, true}) {
-      Restore(picture, source);
-      Restore(picture, expectedSource);
-      each.call(&source, isInPlace ? &source : &result);
-      reference::Apply(each.operation, expectedSource, isInPlace ? expectedSource : expected,
-                       each.element);
-      EXPECT_SAME_PIXELS(source, expectedSource) << Name(each.operation, each.element);
-      if (isInPlace) continue;
-      EXPECT_SAME_PIXELS(result, expected) << Name(each.operation, each.element);
-    }
-    each.call(nullptr, &result);
-    each.call(&source, nullptr);
-    each.call(nullptr, nullptr);
-    each.call(&empty, &result);
-    EXPECT_SAME_PIXELS(source, expectedSource);
-    EXPECT_SAME_PIXELS(result, expected);
-  }
 }
 
 }  // namespace quillon::test

@@ -3,7 +3,6 @@
 #include <utility>
 
 #include "pyramid/pyramid_reference.h"
-#include "quillon/quillon.h"
 #include "support/levels.h"
 
 namespace quillon::test {
@@ -32,40 +31,6 @@ TEST(Pyramid, EveryLevelHoldsTheBlockMeans) {
       }
     }
   });
-}
-
-TEST(Pyramid, ReductionBy16ResizesOrStaysInPlace) {
-  GreyImage source, actual, expected;
-  ForEachLevel([&](const Kernels& kernels) {
-    for (const Size& size : kPyramidSizes) {
-      Fill(source, size.width, size.height, Content::kNoise);
-      Fill(expected, size.width, size.height, Content::kNoise);
-      reference::Reduce(source, 4, expected);
-      FillStale(actual, size.width / 16, size.height / 16);
-      ReduceImageBy16(kernels, source, actual);
-      ASSERT_EQ(actual.width, size.width / 16);
-      ASSERT_EQ(actual.height, size.height / 16);
-      ASSERT_EQ(actual.bits != nullptr, size.width >= 16 && size.height >= 16);
-      for (int y = 0; actual.bits && y < actual.height; ++y) {
-        for (int x = 0; x < actual.width; ++x) ASSERT_EQ(actual.rows[y][x], expected.rows[y][x]);
-      }
-      ReduceImageBy16(kernels, source, source);
-      ASSERT_EQ(Bytes(source), Bytes(expected)) << Difference(source, expected);
-    }
-  });
-}
-
-TEST(Pyramid, ExportIgnoresWhatIsMissing) {
-  GreyImage source, result, empty;
-  Fill(source, 40, 33, Content::kFlat);
-  IxImgPyramid(nullptr, &result);
-  IxImgPyramid(&source, nullptr);
-  IxImgPyramid(&empty, &result);
-  EXPECT_EQ(result.bits, nullptr);
-  IxImgPyramid(&source, &result);
-  ASSERT_EQ(result.width, 2);
-  ASSERT_EQ(result.height, 2);
-  EXPECT_EQ(result.rows[1][1], 137 * 128 / 512 * 2);
 }
 
 TEST(Pyramid, CoarsestLevelKeepsEnoughPixels) {
