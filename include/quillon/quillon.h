@@ -656,10 +656,10 @@ QUILLON_API bool QUILLON_CALL IxGet_Pyramid_ColorImage(const NccTool* tool, Colo
 // angle and scale: a sweep at the tool's current level, the candidates refined level by level, then
 // fitted at full resolution to fractions of a pixel, degree and per cent (docs/ncc-accuracy.md).
 //   minScore            only matches that score at least this are reported; 0.7 to 0.9 is usual
-//   angleMin, angleMax  degrees, clockwise as displayed: the template turned by +a is found at +a.
+//   angleMax, angleMin  degrees, clockwise as displayed: the template turned by +a is found at +a.
 //                       Used with `rotate` alone; without it the angle is 0. Reached are 50 angular
 //                       steps of the coarsest level to either side, all angles for most templates
-//   scaleMin, scaleMax  sizes relative to the template; 1, 1 for the size as it is
+//   scaleMax, scaleMin  sizes relative to the template; 1, 1 for the size as it is
 //   maxResults          at most this many, at most 500, and at most as many templates as fill the
 //                       image's area; below 1: none
 // The score of a match is the correlation over the template's pixels, pooled over the planes of a
