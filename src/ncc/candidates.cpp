@@ -118,7 +118,7 @@ void CandidateList::Insert(const Candidate& candidate, double reachX, double rea
     }
     return true;
   };
-  // Most that have a better one near have it in their own cell.
+  // Look in the candidate's own cell first: there, most find the better one that rules them out.
   if (!isBest(Row(pose.y) * columns_ + Column(pose.x))) return;
   for (int row = top; row <= bottom; ++row) {
     for (int column = left; column <= right; ++column) {

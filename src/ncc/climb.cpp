@@ -31,7 +31,7 @@ bool PoseClimb::Open(const Kernels& kernels, const NccLevel& pattern, const NccM
   return true;
 }
 
-// Where the pixels lie that take part.
+// Lists the pixels of the template that take part, by their distance from its centre.
 bool PoseClimb::Place(const NccMask* mask) {
   count_ = 0;
   for (int y = 0; y < height_; ++y) {
@@ -184,7 +184,8 @@ double PoseClimb::Correlate(const Patch& patch, const Placed& placed, Changes& c
   return products[0] / (norm_ * std::sqrt(deviation));
 }
 
-// The pattern changed at (u, v) is the image's pose changed the other way. The cell holds it.
+// The changes are of the pattern, so the image's pose changes by their inverse. The new pose is
+// kept within the cell around `point`.
 PoseClimb::Placed PoseClimb::Step(const Placed& from, const Pose& point,
                                   const Changes& changes) const {
   const auto within = [](double value, double middle, double reach) {

@@ -1,9 +1,14 @@
-// The score of a point of the search's grid. Few points stand for many poses, and half a step
-// beside a match little is left of the likeness of two patches of a few pixels. So a point's score
-// is that of the best pose found between it and its neighbours, by steps whose matrix belongs to
-// the template and is made once (the inverse compositional algorithm of S. Baker and I. Matthews,
-// "Lucas-Kanade 20 years on: a unifying framework", International Journal of Computer Vision 56,
-// 2004).
+// Climbing: from a point of the search's grid to the best pose between it and its neighbours. The
+// grid is coarse, and half a step beside a match two patches of a few pixels are hardly alike any
+// more; so a grid point is not scored as it stands, but where the climb from it ends. Each step
+// applies a matrix that depends on the template alone and is made once (the inverse compositional
+// algorithm of S. Baker and I. Matthews, "Lucas-Kanade 20 years on: a unifying framework",
+// International Journal of Computer Vision 56, 2004).
+//
+// Why there are two optimisers: a climb runs at every grid point that looks promising, mostly on
+// reduced levels, so it must be cheap, and it need only tell which points are worth going on with.
+// A fit (fit.h) runs a few times a match at full resolution, so it can afford to make its matrix
+// anew at every step, which is what exactness to hundredths of a pixel takes.
 #pragma once
 
 #include "ncc/fit_kernels.h"

@@ -125,7 +125,8 @@ bool PoseFit::Reserve(int width) {
   return true;
 }
 
-// Sums in single precision hold a few rows.
+// Moves what has been added up in single precision to the sums in double precision. Floats stay
+// exact enough only for a few image rows, so this happens every kMostAdded pixels.
 void PoseFit::Flush(Moments& m) {
   for (int i = 0; i <= kFitTerms; ++i) {
     for (int j = i; j <= kFitTerms; ++j) {
@@ -139,7 +140,9 @@ void PoseFit::Flush(Moments& m) {
   pixelsAdded_ = 0;
 }
 
-// All pixels have the same fraction, up to rounding: that of the first.
+// Samples the template along an image row, for a pose that is neither turned nor scaled. All pixels
+// of the row then lie equally far between two pixels of the template, so the interpolation weights
+// of the first pixel serve them all.
 void PoseFit::SampleMoved(int plane, const FitLine& line, int count) {
   const FitKernels& kernels = kernels_->fit;
   const int column = std::clamp(static_cast<int>(line.u), 0, width_ - 1);
@@ -168,7 +171,7 @@ void PoseFit::SampleMoved(int plane, const FitLine& line, int count) {
 
 // A stretch of an image row with one plane of the template.
 void PoseFit::AddStretch(const uint8_t* pixels, const FitLine& line, int count, Moments& m) {
-  constexpr int kMostAdded = 1024;  // pixels in a lane's sum: 64
+  constexpr int kMostAdded = 1024;  // pixels, spread over kFitLanes float sums: 64 in each
   const int terms = freedom_.scale ? kFitTerms : freedom_.turn ? kScale : kTurn;
   const FitLine fromCentre = {line.u - (width_ - 1) * 0.5, line.v - (height_ - 1) * 0.5, line.stepU,
                               line.stepV};

@@ -1,6 +1,7 @@
 // Fitting a pose: the template, sampled where the pose puts it, is moved, turned and scaled until
 // its correlation with the image stops growing (Gauss-Newton with a free gain and offset, after B.
-// D. Lucas and T. Kanade, "An iterative image registration technique", IJCAI 1981).
+// D. Lucas and T. Kanade, "An iterative image registration technique", IJCAI 1981). climb.h has the
+// other optimiser of a search, and says why there are two.
 #pragma once
 
 #include "ncc/fit_kernels.h"

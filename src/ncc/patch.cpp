@@ -82,7 +82,8 @@ bool Patch::AddCells(const Kernels& kernels) {
   if (!Grow(static_cast<size_t>(planes_) * height_ * width_, cells_)) return false;
   if (width_ == 0 || height_ == 0) return true;
   for (int plane = 0; plane < planes_; ++plane) {
-    // As one row: what the last column takes from the next one weighs nothing there.
+    // All rows are packed as if they were one. The last column's cell then takes two pixels from
+    // the next row, but its samples give them no weight.
     uint32_t* cells = cells_.data() + RowOf(plane, 0) * width_;
     const int last = (height_ - 1) * width_;
     kernels.fit.PackCells(Pixels(plane, 0), Pixels(plane, 1), last, cells);

@@ -24,7 +24,7 @@ struct Turn {
   int left, top;  // of this box, where that of the grid point is at (0, 0)
 };
 
-// Scores of a row of positions: few columns have one.
+// The scores of one row of positions. Most positions have none, because they cannot enter the list.
 class ScoreRow {
  public:
   static constexpr double kNone = -2;  // below every score
@@ -117,7 +117,8 @@ class Sweep {
       Score(y + 1, rows_[(y + 2) % 3]);
       Collect(y, scale, angle);
     }
-    // From the first angle on, never below the 0 of a list that is not full.
+    // From here on, positions are passed over that could not enter the list: those below its last
+    // entry, or below 0 while it is not full. The very first point of the grid had no such bound.
     threshold_ = std::max(threshold_, list_.LastScore());
     floor_ = std::max(floor_, 0.0);
     return true;
