@@ -12,6 +12,7 @@
 #include "commands.h"
 #include "kit/errors.h"
 #include "kit/interrupt/interrupt.h"
+#include "kit/recipe/objects.h"
 #include "kit/recipe/results.h"
 #include "kit/recipe/run_folder.h"
 #include "kit/recipe/run_pages.h"
@@ -34,7 +35,7 @@ struct Options {
   int jobs = 0;
   std::string folder;  // empty: nothing is written
   bool resume = false, overwrite = false, noPages = false;
-  bool json = false, csv = false;
+  bool json = false, csv = false, objects = false;
 };
 
 bool IsImageName(const fs::path& path) {
@@ -99,9 +100,9 @@ std::optional<ResultsFile> OpenResults(const Options& options,
                                        std::vector<ImageRecord>& done) {
   if (!folder) return {};
   const std::string path = ResultsIn(folder->Work());
-  const std::string fingerprint = Fingerprint(recipe, FolderOf(options.recipe));
-  if (options.resume) return ResultsFile::Resume(path, recipe, fingerprint, images, done);
-  return ResultsFile::Begin(path, recipe, fingerprint);
+  const RunHead head = {Fingerprint(recipe, FolderOf(options.recipe)), options.objects};
+  if (options.resume) return ResultsFile::Resume(path, recipe, head, images, done);
+  return ResultsFile::Begin(path, recipe, head);
 }
 
 void PrintSummary(const Recipe& recipe, const std::vector<ImageRecord>& records,
@@ -109,6 +110,10 @@ void PrintSummary(const Recipe& recipe, const std::vector<ImageRecord>& records,
   const Findings findings = ToFindings(recipe, records);
   std::ostringstream text;
   if (options.csv) PrintCsv(findings, text);
+  if (options.csv && options.objects) {
+    text << '\n';
+    PrintCsv(ObjectsToFindings(recipe, records), text);
+  }
   if (!options.csv && !options.json) PrintText(findings, text);
   PrintAtOnce(text.str());
 }
@@ -120,9 +125,10 @@ void InspectAll(const Options& options, const Recipe& recipe,
                 std::optional<ResultsFile>& file, const std::optional<Pages>& pages,
                 std::vector<ImageRecord>& records) {
   const auto print = [&](const ImageRecord& record) {
-    if (options.json) PrintAtOnce(ToLine(recipe, record) + '\n');
+    if (options.json) PrintAtOnce(ToLine(recipe, record, options.objects) + '\n');
   };
   for (const ImageRecord& record : records) print(record);
+  const std::vector<Kind> kinds = KindsOfThings(recipe);
   std::exception_ptr failure;
   {
     Progress progress("inspecting");
@@ -133,6 +139,9 @@ void InspectAll(const Options& options, const Recipe& recipe,
                        .inspect =
                            [&](Inspector& inspector, size_t index) {
                              ImageRecord record = inspector.Inspect(images[index]);
+                             if (options.objects && record.error.empty()) {
+                               record.objects = ObjectRows(AllFound(recipe, inspector), kinds);
+                             }
                              if (pages && !pages->Write(index, record, inspector)) {
                                Warn("there is not enough memory for the pictures of the page of '" +
                                     images[index] + "'");
@@ -144,6 +153,7 @@ void InspectAll(const Options& options, const Recipe& recipe,
                              if (file) file->Append(recipe, record);
                              records.push_back(std::move(record));
                              print(records.back());
+                             if (!options.csv) records.back().objects = {};
                              progress.Step(static_cast<int>(index + 1), total);
                            }};
     try {
@@ -208,6 +218,9 @@ void AddRun(Command app) {
       .Excludes(resume);
   command.AddFlag("--no-pages", options->noPages, "write the results alone into that folder")
       .Needs(folder);
+  command.AddFlag("--objects", options->objects,
+                  "tell every blob and match too: with --json in each line, with --csv in a second "
+                  "table, and in the results");
   const Option json = command.AddFlag("--json", options->json,
                                       "print a line of JSON for each image as soon as it is known");
   command.AddFlag("--csv", options->csv, "print CSV instead of a table").Excludes(json);

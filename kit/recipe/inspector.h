@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "kit/recipe/recipe.h"
+#include "kit/report/findings.h"
 
 namespace quillon::kit::recipe {
 
@@ -24,6 +25,7 @@ struct ImageRecord {
   Verdict verdict = Verdict::kPass;
   std::vector<std::optional<double>> values = {};  // one for each measurement; none: nothing there
   std::string error = {};                          // why it is unreadable, or which step failed
+  std::vector<std::vector<Cell>> objects = {};     // rows of objects.h, where they are asked for
 };
 
 // Whether a value is within the limits. Without limits everything is, nothing included.

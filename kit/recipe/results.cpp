@@ -8,6 +8,7 @@
 
 #include "kit/errors.h"
 #include "kit/files/files.h"
+#include "kit/recipe/objects.h"
 #include "kit/text/text.h"
 
 namespace quillon::kit::recipe {
@@ -61,6 +62,14 @@ std::string NameIn(const Json& json) {
   return name;
 }
 
+Cell CellIn(const Json& object, const std::string& key) {
+  if (!object.contains(key)) return {};
+  const Json& value = object[key];
+  if (value.is_string()) return value.get<std::string>();
+  if (value.is_number_integer()) return value.get<int64_t>();
+  return value.get<double>();
+}
+
 // Throws Json::exception where the line is not a record of this recipe.
 ImageRecord FromLine(const Recipe& recipe, const std::string& line) {
   const Json json = Json::parse(line);
@@ -75,12 +84,20 @@ ImageRecord FromLine(const Recipe& recipe, const std::string& line) {
     const Json& value = json.at("measurements").at(recipe.measurements[i].name);
     if (!value.is_null()) record.values[i] = value.get<double>();
   }
+  if (!json.contains("objects")) return record;
+  const std::vector<Column> columns = ObjectColumns(KindsOfThings(recipe));
+  for (const Json& object : json["objects"]) {
+    std::vector<Cell>& row = record.objects.emplace_back();
+    for (const Column& column : columns) row.push_back(CellIn(object, column.key));
+  }
   return record;
 }
 
-std::string HeadLine(const Recipe& recipe, const std::string& fingerprint) {
-  return JsonText(
-      {{"recipe", recipe.name}, {"fingerprint", fingerprint}, {"quillon", QUILLON_VERSION}});
+std::string HeadLine(const Recipe& recipe, const RunHead& head) {
+  Json json = {
+      {"recipe", recipe.name}, {"fingerprint", head.fingerprint}, {"quillon", QUILLON_VERSION}};
+  if (head.hasObjects) json["objects"] = true;
+  return JsonText(json);
 }
 
 struct Line {
@@ -101,7 +118,7 @@ std::vector<Line> Lines(const std::string& text) {
 
 }  // namespace
 
-std::string ToLine(const Recipe& recipe, const ImageRecord& record) {
+std::string ToLine(const Recipe& recipe, const ImageRecord& record, bool hasObjects) {
   Json json = Named(record.image);
   json["verdict"] = NameOf(record.verdict);
   if (!record.error.empty()) {
@@ -117,6 +134,11 @@ std::string ToLine(const Recipe& recipe, const ImageRecord& record) {
   }
   json["measurements"] = std::move(values);
   json["failed"] = std::move(failed);
+  if (!hasObjects) return JsonText(json);
+  Json objects = Json::array();
+  const std::vector<Column> columns = ObjectColumns(KindsOfThings(recipe));
+  for (const auto& row : record.objects) objects.push_back(RowToJson(columns, row, true));
+  json["objects"] = std::move(objects);
   return JsonText(json);
 }
 
@@ -178,6 +200,18 @@ Findings ToFindings(const Recipe& recipe, const std::vector<ImageRecord>& record
   return findings;
 }
 
+Findings ObjectsToFindings(const Recipe& recipe, const std::vector<ImageRecord>& records) {
+  Findings findings{.key = "objects", .columns = ObjectColumns(KindsOfThings(recipe))};
+  findings.columns.insert(findings.columns.begin(), {"image", "image"});
+  for (const ImageRecord& record : records) {
+    for (const auto& object : record.objects) {
+      std::vector<Cell>& row = findings.rows.emplace_back(object);
+      row.insert(row.begin(), record.image);
+    }
+  }
+  return findings;
+}
+
 std::string Fingerprint(const Recipe& recipe, const std::string& folder) {
   uint64_t hash = Hash(0xcbf29ce484222325, recipe.canonical);
   for (const Step& step : recipe.steps) {
@@ -195,8 +229,9 @@ std::string Fingerprint(const Recipe& recipe, const std::string& folder) {
   return text;
 }
 
-ResultsFile::ResultsFile(std::string path, bool isNew)
+ResultsFile::ResultsFile(std::string path, bool hasObjects, bool isNew)
     : path_(std::move(path)),
+      hasObjects_(hasObjects),
       file_(path_, isNew ? std::ios::binary : std::ios::binary | std::ios::app) {
   if (!file_) throw Failure("cannot write '" + path_ + "'");
 }
@@ -207,33 +242,36 @@ void ResultsFile::Write(const std::string& line) {
 }
 
 void ResultsFile::Append(const Recipe& recipe, const ImageRecord& record) {
-  Write(ToLine(recipe, record));
+  Write(ToLine(recipe, record, hasObjects_));
 }
 
-ResultsFile ResultsFile::Begin(const std::string& path, const Recipe& recipe,
-                               const std::string& fingerprint) {
-  ResultsFile file(path, true);
-  file.Write(HeadLine(recipe, fingerprint));
+ResultsFile ResultsFile::Begin(const std::string& path, const Recipe& recipe, const RunHead& head) {
+  ResultsFile file(path, head.hasObjects, true);
+  file.Write(HeadLine(recipe, head));
   return file;
 }
 
-ResultsFile ResultsFile::Resume(const std::string& path, const Recipe& recipe,
-                                const std::string& fingerprint,
+ResultsFile ResultsFile::Resume(const std::string& path, const Recipe& recipe, const RunHead& head,
                                 const std::vector<std::string>& images,
                                 std::vector<ImageRecord>& done) {
   done.clear();
-  if (!std::filesystem::exists(path)) return Begin(path, recipe, fingerprint);
+  if (!std::filesystem::exists(path)) return Begin(path, recipe, head);
   const std::vector<Line> lines = Lines(ReadFile(path));
   // Killed before the first line was written.
-  if (lines.empty()) return Begin(path, recipe, fingerprint);
-  const Json head = Json::parse(lines[0].text, nullptr, false);
-  if (!head.is_object() || !head.contains("fingerprint")) {
+  if (lines.empty()) return Begin(path, recipe, head);
+  const Json written = Json::parse(lines[0].text, nullptr, false);
+  if (!written.is_object() || !written.contains("fingerprint")) {
     throw Failure("'" + path + "' holds no results of a run");
   }
-  if (head["fingerprint"] != fingerprint) {
+  if (written["fingerprint"] != head.fingerprint) {
     throw Failure("'" + path +
                   "' holds the results of another recipe, or this one or a file that it names "
                   "has changed: --overwrite begins anew");
+  }
+  if (written.contains("objects") != head.hasObjects) {
+    throw Failure("'" + path + "' holds results " + (head.hasObjects ? "without" : "with") +
+                  " objects: --resume goes on " + (head.hasObjects ? "without" : "with") +
+                  " --objects, --overwrite begins anew");
   }
   size_t end = lines[0].end;
   for (size_t i = 1; i < lines.size(); ++i) {
@@ -253,7 +291,7 @@ ResultsFile ResultsFile::Resume(const std::string& path, const Recipe& recipe,
     end = lines[i].end;
   }
   std::filesystem::resize_file(path, end);
-  return {path, false};
+  return {path, head.hasObjects, false};
 }
 
 }  // namespace quillon::kit::recipe

@@ -17,8 +17,17 @@
 
 namespace quillon::kit::recipe {
 
-// A record as one line, without its end.
-std::string ToLine(const Recipe& recipe, const ImageRecord& record);
+// What the results of two runs must have in common for the one to go on with the other.
+struct RunHead {
+  std::string fingerprint;
+  bool hasObjects = false;  // each record tells every thing that was found
+};
+
+// A record as one line, without its end; with its objects, where the run has them.
+std::string ToLine(const Recipe& recipe, const ImageRecord& record, bool hasObjects = false);
+
+// The objects of all records, under the names of what is measured of them.
+Findings ObjectsToFindings(const Recipe& recipe, const std::vector<ImageRecord>& records);
 
 // All records under the names of the measurements, with the counts of verdicts as facts.
 Findings ToFindings(const Recipe& recipe, const std::vector<ImageRecord>& records);
@@ -35,24 +44,23 @@ std::string Fingerprint(const Recipe& recipe, const std::string& folder);
 class ResultsFile {
  public:
   // Begins a file, in the place of one that may be there.
-  static ResultsFile Begin(const std::string& path, const Recipe& recipe,
-                           const std::string& fingerprint);
+  static ResultsFile Begin(const std::string& path, const Recipe& recipe, const RunHead& head);
 
   // Goes on with a file, or begins one where there is none. `done` receives the records in it,
   // which are those of the first images; a last line that was not written to its end is taken off.
   // Throws Failure when the file is of another recipe or of other images, or damaged.
-  static ResultsFile Resume(const std::string& path, const Recipe& recipe,
-                            const std::string& fingerprint, const std::vector<std::string>& images,
-                            std::vector<ImageRecord>& done);
+  static ResultsFile Resume(const std::string& path, const Recipe& recipe, const RunHead& head,
+                            const std::vector<std::string>& images, std::vector<ImageRecord>& done);
 
   // The line is in the file when this returns, whatever happens to the program then.
   void Append(const Recipe& recipe, const ImageRecord& record);
 
  private:
-  ResultsFile(std::string path, bool isNew);
+  ResultsFile(std::string path, bool hasObjects, bool isNew);
   void Write(const std::string& line);
 
   std::string path_;
+  bool hasObjects_;
   std::ofstream file_;
 };
 

@@ -8,6 +8,7 @@
 #include "kit/errors.h"
 #include "kit/files/files.h"
 #include "kit/images/image_files.h"
+#include "kit/recipe/objects.h"
 #include "kit/report/report.h"
 
 namespace quillon::kit::recipe {
@@ -84,23 +85,6 @@ std::string Lead(const Recipe& recipe, const ImageRecord& record) {
   return html + "</section>\n";
 }
 
-// The things that one step found.
-struct Found {
-  const Step* step;
-  const std::vector<Thing>* things;
-  int frame;
-};
-
-std::vector<Found> AllFound(const Recipe& recipe, const Inspector& inspector) {
-  std::vector<Found> found;
-  for (const Step& step : recipe.steps) {
-    if (IsPicture(step.operation->output)) continue;
-    const int frame = recipe.slots[static_cast<size_t>(step.inputs[0])].frame;
-    found.push_back({&step, &inspector.Of(step.output).things, frame});
-  }
-  return found;
-}
-
 enum LayerNumber { kBox, kRectangle, kCentre, kNumber };
 
 void Draw(Picture& picture, const Thing& thing, int row, bool hasBox, const std::string& number) {
@@ -116,46 +100,15 @@ void Draw(Picture& picture, const Thing& thing, int row, bool hasBox, const std:
   picture.Label({kNumber, row}, at, number);
 }
 
-// One row for each thing. Columns that no step fills are left out.
+// One row for each thing. Columns that nothing fills are left out.
 Findings Rows(const std::vector<Found>& found) {
-  const auto has = [&](Kind kind) {
-    return std::any_of(found.begin(), found.end(), [&](const Found& entry) {
-      return entry.step->operation->output == kind && !entry.things->empty();
-    });
-  };
-  const bool blobs = has(Kind::kBlobs), matches = has(Kind::kMatches);
-  const bool areas = blobs || has(Kind::kDefects);
-  Findings findings{.key = "things", .columns = {{"step", "step"}, {"n", "n"}}};
-  if (areas) findings.columns.push_back({"area", "area"});
-  if (matches)
-    findings.columns.insert(findings.columns.end(), {{"score", "score", 3}, {"scale", "scale", 3}});
-  for (const char* name : {"x", "y", "width", "height", "angle"}) {
-    findings.columns.push_back({name, name});
-  }
-  if (blobs) findings.columns.push_back({"mean", "mean grey", 1});
-  // Nothing where it does not apply.
-  const auto add = [&](bool applies, const Cell& cell) {
-    findings.rows.back().emplace_back();
-    if (applies) findings.rows.back().back() = cell;
-  };
+  std::vector<Kind> kinds;
   for (const Found& entry : found) {
-    const Kind kind = entry.step->operation->output;
-    const bool isBlob = kind == Kind::kBlobs, isMatch = kind == Kind::kMatches;
-    int64_t n = 0;
-    for (const Thing& thing : *entry.things) {
-      if (findings.rows.size() == kMostRows) return findings;
-      findings.rows.emplace_back();
-      add(true, entry.step->name);
-      add(true, ++n);
-      if (areas) add(!isMatch, static_cast<int64_t>(thing.area));
-      if (matches) add(isMatch, thing.score), add(isMatch, thing.scale);
-      for (const double value : {thing.x, thing.y, thing.width, thing.height, thing.angle}) {
-        add(true, value);
-      }
-      if (blobs) add(isBlob, thing.mean);
-    }
+    if (!entry.things->empty()) kinds.push_back(entry.step->operation->output);
   }
-  return findings;
+  return {.key = "things",
+          .columns = ObjectColumns(kinds),
+          .rows = ObjectRows(found, kinds, kMostRows)};
 }
 
 // The image and pictures that things were found in, each with its frame.

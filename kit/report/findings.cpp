@@ -143,15 +143,21 @@ void PrintText(const Findings& findings, std::ostream& out) {
   }
 }
 
+nlohmann::ordered_json RowToJson(const std::vector<Column>& columns, const std::vector<Cell>& row,
+                                 bool sparse) {
+  nlohmann::ordered_json object = nlohmann::ordered_json::object();
+  for (size_t c = 0; c < row.size(); ++c) {
+    if (sparse && std::holds_alternative<std::monostate>(row[c])) continue;
+    object[columns[c].key] = Value(row[c]);
+  }
+  return object;
+}
+
 nlohmann::ordered_json ToJson(const Findings& findings) {
   nlohmann::ordered_json all = nlohmann::ordered_json::object();
   for (const Fact& fact : findings.facts) all[fact.key] = Value(fact.value);
   auto& rows = all[findings.key] = nlohmann::ordered_json::array();
-  for (const auto& row : findings.rows) {
-    nlohmann::ordered_json object = nlohmann::ordered_json::object();
-    for (size_t c = 0; c < row.size(); ++c) object[findings.columns[c].key] = Value(row[c]);
-    rows.push_back(std::move(object));
-  }
+  for (const auto& row : findings.rows) rows.push_back(RowToJson(findings.columns, row));
   return all;
 }
 

@@ -44,6 +44,10 @@ struct Findings {
 // A cell as text: numbers with `decimals` digits, nothing for what is not known.
 std::string Text(const Cell& cell, int decimals);
 
+// A row as JSON, without what is not known where `sparse`.
+nlohmann::ordered_json RowToJson(const std::vector<Column>& columns, const std::vector<Cell>& row,
+                                 bool sparse = false);
+
 // Facts, one a line, then the rows under their headings; numbers to the right, texts to the left.
 void PrintText(const Findings& findings, std::ostream& out);
 

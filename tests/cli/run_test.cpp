@@ -108,6 +108,52 @@ TEST(Run, MeasuresWhatWasDrawnInTheOrderOfTheImages) {
   }
 }
 
+// The objects are those that `quillon blobs` finds, in every form, and after a resumed run.
+TEST(Run, TellsEveryObjectOnRequest) {
+  const Scratch scratch;
+  const Trays trays(scratch, 3);
+  const std::string recipe = scratch / "recipe.json", out = scratch / "out";
+  WriteText(recipe, kCountParts);
+  const std::vector<std::string> run = {"run", recipe, trays.folder, "--objects"};
+  const auto with = [&](std::vector<std::string> more) {
+    more.insert(more.begin(), run.begin(), run.end());
+    return Quillon(more).out;
+  };
+  const std::string json = with({"--json", "--out", out});
+  const auto lines = ParseLines(json);
+  const auto csv = with({"--csv"});
+  const auto records = ParseCsv(csv.substr(csv.find("\n\n") + 2));
+  ASSERT_EQ(records[0],
+            (std::vector<std::string>{"image", "step", "n", "area", "x", "y", "width", "height",
+                                      "angle", "mean", "left", "top", "right", "bottom"}));
+  size_t row = 1;
+  for (size_t i = 0; i < lines.size(); ++i) {
+    const Json truth = QuillonJson({"blobs", trays.paths[i], "--band", "124", "255"})["blobs"];
+    const Json& objects = lines[i]["objects"];
+    ASSERT_EQ(objects.size(), truth.size());
+    ASSERT_EQ(objects.size(), trays.truth[i]["parts"].get<size_t>());
+    for (size_t k = 0; k < objects.size(); ++k, ++row) {
+      EXPECT_EQ(objects[k]["step"], "parts");
+      EXPECT_EQ(objects[k]["n"], k + 1);
+      for (const char* name : {"area", "left", "top", "right", "bottom"}) {
+        EXPECT_EQ(objects[k][name], truth[k][name]) << name;
+      }
+      ASSERT_LT(row, records.size());
+      for (size_t c = 2; c < records[0].size(); ++c) {
+        EXPECT_EQ(std::stod(records[row][c]), objects[k][records[0][c]].get<double>());
+      }
+    }
+  }
+  EXPECT_EQ(row, records.size());
+  const std::string results = out + "/results.jsonl", full = ReadText(results);
+  WriteText(results, full.substr(0, full.size() / 2));
+  EXPECT_EQ(with({"--json", "--out", out, "--resume"}), json);
+  EXPECT_EQ(ReadText(results), full);
+  const Answer without = Quillon({"run", recipe, trays.folder, "--out", out, "--resume"});
+  EXPECT_EQ(without.exitCode, 1);
+  EXPECT_NE(without.err.find("with --objects"), std::string::npos) << without.err;
+}
+
 TEST(Run, AnImageThatCannotBeReadOrInspectedIsCountedAndTheRunGoesOn) {
   const Scratch scratch;
   const Trays trays(scratch, 4);
