@@ -695,13 +695,15 @@ QUILLON_API bool QUILLON_CALL IxGetNCCMatchResults(const NccTool* tool, int inde
 QUILLON_API bool QUILLON_CALL IxCreateNCCMatchColorModel_ROI(const ColourImage* image,
                                                              NccTool* tool);
 
-// The correlation of an image, cut to the template's size, with a colour template, over the n
-// values of the three planes together:
+// The correlation of an image, cut to the template's size, with a colour template, over the n =
+// 3 * width * height values of the three planes together:
 //   (sum(I T) - n mean(I) mean(T)) / sqrt(dev(I) dev(T)),  dev(I) = sum(I^2) - n mean(I)^2
-// -1 to 1, masks ignored. 0.0 for a flat image, another size, no pixels, or a tool without a colour
-// model.
-// A flat template gives a value that is not a number or infinite: test for it when templates come
-// from users. No other result can be not a number.
+// -1 to 1; exactly 1.0 for the template itself. A mask changes nothing of n, but mean(T) and dev(T)
+// are the model's: where it was taught with a mask they are those of the pixels that take part, and
+// the score is no correlation then and may lie outside -1 to 1. 0.0 for a flat image, another size,
+// no pixels, or a tool without a colour model.
+// A flat template, or a mask that leaves nothing, gives a value that is not a number or infinite:
+// test for it when templates come from users. No other result can be not a number.
 QUILLON_API double QUILLON_CALL IxFindNCCMatchColorModel_ROI(const ColourImage* image,
                                                              const NccTool* tool);
 

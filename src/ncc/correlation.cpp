@@ -21,9 +21,9 @@ double Correlation(const PixelSums& sums, uint32_t count, double templateMean,
                    double templateDeviation, double flat) {
   const double n = count;
   const double mean = static_cast<double>(sums.image) / n;
-  const double deviation = static_cast<double>(sums.imageSquared) - n * (mean * mean);
+  const double deviation = DeviationOf(sums.imageSquared, n, mean);
   if (deviation <= flat) return 0.0;
-  return (static_cast<double>(sums.products) - n * mean * templateMean) /
+  return (static_cast<double>(sums.products) - TimesMeans(n, mean, templateMean)) /
          std::sqrt(deviation * templateDeviation);
 }
 
@@ -42,7 +42,8 @@ double ScoreOnePosition(const Kernels& kernels, const ColourImage& image, const 
     kernels.grey.SplitRow(image.rows[y], plane[0], plane[1], plane[2], width);
     for (int i = 0; i < 3; ++i) AddProducts(kernels, plane[i], pattern.Plane(i)[y], width, sums);
   }
-  return Correlation(sums, pattern.count, pattern.mean, pattern.deviation, /*flat=*/0.0);
+  const auto values = 3 * static_cast<uint32_t>(width) * static_cast<uint32_t>(image.height);
+  return Correlation(sums, values, pattern.mean, pattern.deviation, /*flat=*/0.0);
 }
 
 }  // namespace quillon

@@ -133,8 +133,7 @@ void ComputeStatistics(const Kernels& kernels, const NccMask* mask, NccLevel& le
            : static_cast<uint32_t>(level.width) * static_cast<uint32_t>(level.height);
   level.count = static_cast<uint32_t>(level.planes) * pixels;
   level.mean = static_cast<double>(sums.image) / level.count;
-  level.deviation =
-      static_cast<double>(sums.imageSquared) - level.count * (level.mean * level.mean);
+  level.deviation = DeviationOf(sums.imageSquared, level.count, level.mean);
 }
 
 }  // namespace

@@ -154,8 +154,7 @@ bool VariantMaker::Pack(Picture& picture, Variant& variant) const {
   if (pixels == 0) return true;
   const uint32_t count = static_cast<uint32_t>(level_.planes) * pixels;
   variant.mean = static_cast<double>(sums.image) / count;
-  variant.deviation =
-      static_cast<double>(sums.imageSquared) - count * (variant.mean * variant.mean);
+  variant.deviation = DeviationOf(sums.imageSquared, count, variant.mean);
   // Whole pixel values that are not all equal deviate by at least 1 - 1 / n, which is 1/2 or more.
   constexpr double kFlat = 0.25;
   if (variant.deviation > kFlat) variant.count = count;

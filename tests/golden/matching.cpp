@@ -87,7 +87,7 @@ double PlainScore(const CImage<Pixel>& image, const CImage<Pixel>& pattern, bool
     }
   }
   const double meanI = sumI / n, meanT = sumT / n;
-  const double devI = sumII - n * (meanI * meanI), devT = sumTT - n * (meanT * meanT);
+  const double devI = sumII - n * meanI * meanI, devT = sumTT - n * meanT * meanT;
   return devI <= 0 ? 0 : (sumIT - n * meanI * meanT) / std::sqrt(devI * devT);
 }
 
