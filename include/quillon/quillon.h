@@ -655,24 +655,38 @@ QUILLON_API bool QUILLON_CALL IxGet_Pyramid_ColorImage(const NccTool* tool, Colo
 // Finds the template in an image, at any whole-pixel position where it fits and over ranges of
 // angle and scale: a sweep at the tool's current level, the candidates refined level by level, then
 // fitted at full resolution to fractions of a pixel, degree and per cent (docs/ncc-accuracy.md).
+// Levels where fewer than 16 pixels of the template take part, or where they are all alike, are
+// left out, and the sweep is at the next finer one: of lines and scattered pixels that a mask
+// leaves only the full resolution remains, and the search takes longer.
 //   minScore            only matches that score at least this are reported; 0.7 to 0.9 is usual
 //   angleMax, angleMin  degrees, clockwise as displayed: the template turned by +a is found at +a.
-//                       Used with `rotate` alone; without it the angle is 0. Reached are 50 angular
-//                       steps of the coarsest level to either side, all angles for most templates
-//   scaleMax, scaleMin  sizes relative to the template; 1, 1 for the size as it is
+//                       Searched with `rotate` alone; without it the template is upright. Reached
+//                       are 50 angular steps of the coarsest level to either side, all angles for
+//                       most templates. The angle of a match is brought into the limits in any
+//                       case: at most angleMax, then at least angleMin
+//   scaleMax, scaleMin  sizes relative to the template; 1, 1 for the size as it is. Within 0.001 of
+//                       1 a match has the template's own size, and 1 is reported. A copy a few per
+//                       cent beyond the limits may be found: with the scale, at most scaleMax and
+//                       then at least scaleMin, at which it was measured
 //   maxResults          at most this many, at most 500, and at most as many templates as fill the
 //                       image's area; below 1: none
-// The score of a match is the correlation over the template's pixels, pooled over the planes of a
-// colour model, as stated for IxFindNCCMatchColorModel_ROI: of the best whole-pixel position where
-// neither angle nor scale is searched, else of the template interpolated at the fitted pose.
+// A match lies in the image with the whole template, turned and scaled as it is reported. A copy
+// that the border cuts is not found, or beside its place, where the whole template fits and still
+// scores enough; a template larger than the image only where scaleMin lets it shrink until it fits.
+// The score of a match is the correlation over all of the template's pixels that take part, pooled
+// over the planes of a colour model, as stated for IxFindNCCMatchColorModel_ROI: of the best
+// whole-pixel position where neither angle nor scale is searched or the template as it is scores
+// best, else of the template interpolated at the fitted pose. An exact copy scores exactly 1.0, and
+// no match more.
 // Candidates nearer than half the template's smaller side along both axes are one match, the better
-// of them, before they are fitted at full resolution. Results are in decreasing order of score, and
-// finite whatever the template or the image. A flat template, a mask that leaves nothing, an image
-// smaller than the template, templates whose longer side is beyond 15000 pixels, limits that are no
-// range or not numbers: no results. Result: the number of matches; 0 also when the image has no
-// pixels or the wrong depth (8 for the grey search, any other for the colour search), when the
-// model is of the other kind (the results of the search before stay then), or memory is short.
-// Image and model are not changed.
+// of them, before they are fitted at full resolution; so are fits that end at the same place.
+// Results are in decreasing order of score, and finite whatever the template or the image. A flat
+// template, a mask that leaves nothing, templates whose longer side is beyond 15000 pixels, limits
+// of what is searched that are not numbers: no results. Limits in the wrong order are no range:
+// only what lies within a step of both of them is found. Result: the number of matches; 0 also when
+// the image has no pixels or the wrong depth (8 for the grey search, any other for the colour
+// search), when the model is of the other kind (the results of the search before stay then), or
+// memory is short. Image and model are not changed.
 QUILLON_API int QUILLON_CALL IxFindNCCMatchModel(const GreyImage* image, NccTool* tool,
                                                  double minScore, double angleMax, double angleMin,
                                                  double scaleMax, double scaleMin, bool rotate,

@@ -144,6 +144,11 @@ PoseClimb::Placed PoseClimb::Put(const Pose& pose) {
           pose.scale * std::sin(pose.degrees * kRadians)};
 }
 
+bool PoseClimb::PutInside(const Patch& patch, Placed& placed) const {
+  const Extent size = {static_cast<double>(width_), static_cast<double>(height_)};
+  return MoveInside(patch.Image(), BoxOf(size, placed.cosine, placed.sine), placed.pose);
+}
+
 // The correlation with the image's samples at the pattern's pixels, and the changes that lead to a
 // better one; -1 where the image is flat or the opposite of the pattern.
 double PoseClimb::Correlate(const Patch& patch, const Placed& placed, Changes& changes) const {
@@ -201,19 +206,29 @@ PoseClimb::Placed PoseClimb::Step(const Placed& from, const Pose& point,
   return Put(pose);
 }
 
+double PoseClimb::Score(const Patch& patch, Pose& pose) const {
+  if (!(norm_ > 0) || patch.Width() == 0 || patch.Height() == 0) return -1;
+  Changes unused;
+  Placed placed = Put(pose);
+  if (!PutInside(patch, placed)) return -1;
+  pose = placed.pose;
+  return Correlate(patch, placed, unused);
+}
+
 double PoseClimb::Run(const Patch& patch, const Pose& point, double hopeful, Pose& pose) const {
   constexpr int kSteps = 6, kEnough = 2;
   constexpr double kDoubt = 0.1;  // of the promise: far from a match, slopes are rough
   if (!(norm_ > 0) || patch.Width() == 0 || patch.Height() == 0) return -1;
   Changes changes;
   Placed placed = Put(pose);
+  if (!PutInside(patch, placed)) return -1;
   double score = Correlate(patch, placed, changes);
   for (int i = 0; i < kSteps && score > -1; ++i) {
     if (i == kEnough && score < hopeful) break;
     if (i == 0 && changes.promised < hopeful - kDoubt) break;
     Changes nextChanges;
-    const Placed next = Step(placed, point, changes);
-    const double gain = Correlate(patch, next, nextChanges) - score;
+    Placed next = Step(placed, point, changes);
+    const double gain = (PutInside(patch, next) ? Correlate(patch, next, nextChanges) : -1) - score;
     if (gain > 0) {
       placed = next;
       score += gain;

@@ -8,7 +8,9 @@
 // Why there are two optimisers: a climb runs at every grid point that looks promising, mostly on
 // reduced levels, so it must be cheap, and it need only tell which points are worth going on with.
 // A fit (fit.h) runs a few times a match at full resolution, so it can afford to make its matrix
-// anew at every step, which is what exactness to hundredths of a pixel takes.
+// anew at every step, which is what exactness to hundredths of a pixel takes. It samples the
+// template between its pixels, though, where lines and scattered pixels of a mask have nothing:
+// those end with a climb, which samples the image at the template's own pixels.
 #pragma once
 
 #include "ncc/fit_kernels.h"
@@ -18,7 +20,8 @@
 
 namespace quillon {
 
-// How far from a grid point its poses lie, to either side. What is 0 stays as it is.
+// How far from a grid point its poses lie, to either side, within the image. What is 0 stays as it
+// is.
 struct CellReach {
   double pixels = 0, degrees = 0, scale = 0;
 };
@@ -30,11 +33,16 @@ class PoseClimb {
   bool Open(const Kernels& kernels, const NccLevel& pattern, const NccMask* mask,
             const CellReach& reach);
 
+  bool IsOpen() const { return kernels_ != nullptr; }
+
   // Moves a pose of the cell around `point`, both in pixels of the patch's level, to where the
   // image looks most like the template; returns their correlation there, -1 when there is none.
   // Ends where two steps do not lead above `hopeful`, or do not promise to. The patch has its
-  // cells.
+  // cells. No pose reaches beyond the image.
   double Run(const Patch& patch, const Pose& point, double hopeful, Pose& pose) const;
+
+  // The correlation at a pose, moved into the image; -1 when there is none.
+  double Score(const Patch& patch, Pose& pose) const;
 
  private:
   enum Change { kAlongX, kAlongY, kTurned, kScaled, kChanges, kTerms };
@@ -53,6 +61,7 @@ class PoseClimb {
   void InvertSlopes();
   double Correlate(const Patch& patch, const Placed& placed, Changes& changes) const;
   Placed Step(const Placed& from, const Pose& point, const Changes& changes) const;
+  bool PutInside(const Patch& patch, Placed& placed) const;
 
   float* Factor(int plane, int index) {
     return factors_.data() + (static_cast<ptrdiff_t>(plane) * factorCount_ + index) * stride_;

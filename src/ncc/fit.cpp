@@ -55,6 +55,9 @@ bool PoseFit::Open(const Kernels& kernels, const NccLevel& pattern, const NccMas
        !(freedom.moveOnly ? PrepareSmooth(pattern) : PrepareCells(kernels, pattern)))) {
     return false;
   }
+  int64_t cells = static_cast<int64_t>(width_ - 1) * (height_ - 1);
+  if (mask) cells = std::count(weights_.begin(), weights_.end(), 1.0f);
+  coversTemplate_ = 2 * planes_ * cells > int64_t{pattern.count};
   kernels_ = &kernels;
   return true;
 }
@@ -254,8 +257,13 @@ bool PoseFit::Solve(const Moments& m, double* solution) const {
   return true;
 }
 
+bool PoseFit::MoveInto(const Patch& patch, Pose& pose) const {
+  const Extent size = {static_cast<double>(width_), static_cast<double>(height_)};
+  return FitInside(patch.Image(), size, freedom_.scale ? freedom_.scaleMin : pose.scale, pose);
+}
+
 // Moves the pose, no point by more than `longest` pixels; returns by how many, 0 when it cannot.
-double PoseFit::Step(const Moments& m, double longest, Pose& pose) {
+double PoseFit::Step(const Patch& patch, const Moments& m, double longest, Pose& pose) {
   double solution[kFitTerms];
   if (!Solve(m, solution) || !(solution[kGain] > 0)) return 0;
   const double radius = 0.5 * std::hypot(width_, height_);
@@ -274,7 +282,7 @@ double PoseFit::Step(const Moments& m, double longest, Pose& pose) {
   pose.y -= change[kU] * s + change[kV] * c;
   Move(kTurn, change[kTurn] / kRadians, freedom_.degreesMin, freedom_.degreesMax, pose.degrees);
   Move(kScale, change[kScale] * pose.scale, freedom_.scaleMin, freedom_.scaleMax, pose.scale);
-  return moved * shorten;
+  return MoveInto(patch, pose) ? moved * shorten : 0;
 }
 
 // What reaches its bound stays there, and the others are fitted without it.
@@ -291,6 +299,7 @@ bool PoseFit::Run(const Patch& patch, Pose& pose, double& score) {
   constexpr double kLongest = 2.0, kStill = 0.003;  // pixels
   score = -1;
   if (width_ < 2 || height_ < 2) return true;
+  if (!MoveInto(patch, pose)) return true;
   if (!Reserve(patch.Width())) return false;
   std::fill_n(active_, kFitTerms, true);
   active_[kTurn] = freedom_.turn;
@@ -303,7 +312,7 @@ bool PoseFit::Run(const Patch& patch, Pose& pose, double& score) {
     Pose next = pose;
     bool active[kFitTerms];
     std::copy_n(active_, kFitTerms, active);
-    const double moved = Step(moments, longest, next);
+    const double moved = Step(patch, moments, longest, next);
     if (!(moved > 0)) break;
     const Moments nextMoments = Measure(patch, next);
     const double nextScore = Score(nextMoments);

@@ -27,9 +27,14 @@ class PoseFit {
             const FitFreedom& freedom);
   bool IsOpen() const { return kernels_ != nullptr; }
 
-  // Improves a pose, given in pixels of the level, on a patch of the same level. `score` becomes
-  // its correlation, over the image's pixels whose source lies between pixels of the template that
-  // take part; -1 when there are too few or they are flat. False when memory is short.
+  // Whether the cells of four neighbouring pixels, between which the template is sampled, make up
+  // for most of the pixels that take part: not so of lines and of scattered pixels.
+  bool CoversTemplate() const { return coversTemplate_; }
+
+  // Improves a pose, given in pixels of the level, on a patch of the same level, and keeps it
+  // inside the image. `score` becomes its correlation, over the image's pixels whose source lies
+  // between pixels of the template that take part; -1 when there are too few or they are flat, or
+  // the template is larger than the image. False when memory is short.
   bool Run(const Patch& patch, Pose& pose, double& score);
 
  private:
@@ -38,6 +43,7 @@ class PoseFit {
     double sums[kFitTerms + 1][kFitTerms + 1];
   };
   bool PrepareWeights(const NccMask* mask);
+  bool MoveInto(const Patch& patch, Pose& pose) const;
   bool PrepareCells(const Kernels& kernels, const NccLevel& pattern);
   bool PrepareSmooth(const NccLevel& pattern);
   bool Reserve(int width);
@@ -48,12 +54,13 @@ class PoseFit {
   void Flush(Moments& moments);
   double Score(const Moments& moments) const;
   bool Solve(const Moments& moments, double* solution) const;
-  double Step(const Moments& moments, double longest, Pose& pose);
+  double Step(const Patch& patch, const Moments& moments, double longest, Pose& pose);
   void Move(FitTerm term, double change, double low, double high, double& value);
 
   const Kernels* kernels_ = nullptr;
   int width_ = 0, height_ = 0, planes_ = 0;
   FitFreedom freedom_;
+  bool coversTemplate_ = false;
   Buffer<float> weights_;  // of cells, where there is a mask
   Buffer<uint32_t> cells_;
   // Instead of cells, where a fit only moves. All pixels have the same fraction then: linear

@@ -1,6 +1,7 @@
 #include "ncc/patch.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstring>
 
 #include "core/grey_kernels.h"
@@ -58,6 +59,7 @@ bool Patch::CutPixels(const Kernels& kernels, const SearchImage& image, int leve
   width_ = std::max(std::min(region.right, ReducedSize(image.width, level)) - left_, 0);
   height_ = std::max(std::min(region.bottom, ReducedSize(image.height, level)) - top_, 0);
   planes_ = image.planes;
+  image_ = {std::ldexp(image.width, -level), std::ldexp(image.height, -level)};
   const size_t size = static_cast<size_t>(planes_) * height_ * width_;
   if (!Grow(size + kPackedMargin, pixels_)) return false;
   const int side = 1 << level;

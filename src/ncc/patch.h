@@ -2,6 +2,7 @@
 #pragma once
 
 #include "ncc/correlation_kernels.h"
+#include "ncc/pose.h"
 #include "ncc/tool.h"
 #include "quillon/image.h"
 
@@ -41,6 +42,8 @@ class Patch {
   int Top() const { return top_; }
   int Width() const { return width_; }
   int Height() const { return height_; }
+  // The whole image in pixels of the level, with the parts of blocks that the level leaves out.
+  Extent Image() const { return image_; }
   int PackedStride() const { return packedStride_; }
   int SumStride() const { return width_ + 1; }
 
@@ -62,6 +65,7 @@ class Patch {
 
   int left_ = 0, top_ = 0, width_ = 0, height_ = 0, packedStride_ = 0;
   int planes_ = 0;
+  Extent image_;
   Buffer<uint8_t> pixels_, packed_;
   Buffer<uint32_t> values_, squares_, cells_;
 };

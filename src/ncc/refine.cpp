@@ -162,6 +162,10 @@ void CarryToLevel(const Search& search, int level, Pose& pose) {
 }
 
 bool RefineAtLevel(const Search& search, int level, Candidate* candidates, int count) {
+  if (!search.Counts(level)) {
+    for (int i = 0; i < count; ++i) CarryToLevel(search, level, candidates[i].pose);
+    return true;
+  }
   Buffer<int> order(static_cast<size_t>(count));
   if (!order) return false;
   for (int i = 0; i < count; ++i) order[i] = i;

@@ -19,7 +19,7 @@ bool IsSearchable(const NccTool& tool, int planes) {
     const NccLevel& level = tool.levels[k];
     const NccMask& mask = tool.masks[k];
     if (level.planes != planes || level.width != ReducedSize(full.width, k) ||
-        level.height != ReducedSize(full.height, k) || level.width == 0 || level.height == 0) {
+        level.height != ReducedSize(full.height, k)) {
       return false;
     }
     if (tool.maskEnabled && (mask.width != level.width || mask.height != level.height))
@@ -28,8 +28,15 @@ bool IsSearchable(const NccTool& tool, int planes) {
   return true;
 }
 
-Lattice MakeLattice(const NccTool& tool) {
-  const int level = tool.currentLevel;
+// The current level, or the next finer one that counts: lines and scattered pixels of a mask leave
+// nothing of a reduced level, and a template may be thinner than its blocks.
+int StartOf(const Search& search) {
+  int level = search.tool.currentLevel;
+  while (level > 0 && !search.Counts(level)) --level;
+  return level;
+}
+
+Lattice MakeLattice(const NccTool& tool, int level) {
   const double width = tool.levels[level].width, height = tool.levels[level].height;
   const double angleStep = AngleStep(0.5 * std::sqrt(width * width + height * height));
   const double scaleStep = 1 / std::max(width, height);
@@ -44,18 +51,19 @@ bool Within(double value, double low, double high, double step) {
 
 void Report(const Search& search, const Match* matches, int count, NccTool& tool) {
   const NccLevel& full = tool.levels[0];
+  const SearchLimits& limits = search.limits;
   for (int i = 0; i < count && tool.resultCount < tool.maxResults; ++i) {
     const Match& match = matches[i];
     const bool suppressed = match.score <= -1;
-    if (suppressed || !(match.score >= search.limits.minScore)) continue;
+    if (suppressed || !(match.score >= limits.minScore)) continue;
     tool.results[tool.resultCount++] = {
         .matchWidth = static_cast<int32_t>(full.width * match.pose.scale),
         .matchHeight = static_cast<int32_t>(full.height * match.pose.scale),
         .x = match.pose.x - 0.5,
         .y = match.pose.y - 0.5,
-        .angle = match.pose.degrees,
+        .angle = IntoLimits(match.pose.degrees, limits.angleMin, limits.angleMax),
         .scale = match.pose.scale,
-        .score = std::min(match.score, 1.0)};
+        .score = match.score};
   }
 }
 
@@ -65,11 +73,24 @@ bool SuppressCandidates(const Search& search, double distance, Candidate* candid
   if (!places) return false;
   for (int i = 0; i < count; ++i) {
     Pose pose = candidates[i].pose;
-    if (search.tool.currentLevel > 0) CarryToLevel(search, 0, pose);
+    if (search.start > 0) CarryToLevel(search, 0, pose);
     places[i] = {pose.x, pose.y, candidates[i].score};
   }
   if (!SuppressDuplicates(places.data(), count, distance)) return false;
   for (int i = 0; i < count; ++i) candidates[i].score = places[i].score;
+  return true;
+}
+
+// Of fits that began apart and ended at the same place the best.
+bool SuppressMatches(double distance, Match* matches, int count) {
+  constexpr double kSamePlace = 2;
+  Buffer<Place> places(static_cast<size_t>(count));
+  if (!places) return false;
+  for (int i = 0; i < count; ++i) {
+    places[i] = {matches[i].pose.x, matches[i].pose.y, matches[i].score};
+  }
+  if (!SuppressDuplicates(places.data(), count, std::min(distance, kSamePlace))) return false;
+  for (int i = 0; i < count; ++i) matches[i].score = places[i].score;
   return true;
 }
 
@@ -79,7 +100,7 @@ bool RunStages(Search& search, NccTool& tool) {
   int count = 0;
   if (!SweepCoarsestLevel(search, tool.candidateCapacity, candidates, count)) return false;
   count = PruneAtKnee(candidates.data(), count, tool.maxResults);
-  for (int level = tool.currentLevel - 1; level >= 1; --level) {
+  for (int level = search.start - 1; level >= 1; --level) {
     if (!RefineAtLevel(search, level, candidates.data(), count)) return false;
   }
 
@@ -89,6 +110,8 @@ bool RunStages(Search& search, NccTool& tool) {
   if (!matches || !FitAtFullResolution(search, candidates.data(), count, matches.data())) {
     return false;
   }
+  for (Match& match : matches) match.score = std::min(match.score, 1.0);  // rounding orders nothing
+  if (!SuppressMatches(distance, matches.data(), count)) return false;
   std::sort(matches.begin(), matches.end(), [](const Match& a, const Match& b) {
     return a.score != b.score ? a.score > b.score : a.rank < b.rank;
   });
@@ -97,6 +120,12 @@ bool RunStages(Search& search, NccTool& tool) {
 }
 
 }  // namespace
+
+bool Search::Counts(int level) const {
+  constexpr uint32_t kFewest = 16;  // what the coarsest level of a model keeps at least
+  const NccLevel& pattern = tool.levels[level];
+  return pattern.count >= kFewest * static_cast<uint32_t>(pattern.planes) && pattern.deviation > 0;
+}
 
 bool Search::AllowsDegrees(double degrees, double step) const {
   return Within(degrees, limits.angleMin, limits.angleMax, step);
@@ -127,11 +156,14 @@ bool FindNccModel(const Kernels& kernels, const CImage<Pixel>& image, const Sear
   tool.candidateCapacity = static_cast<int>(std::min<int64_t>(2 * placements, INT32_MAX));
   std::fill_n(tool.results.begin(), tool.maxResults, NccResult{});
   tool.resultCount = 0;
-  if (tool.maxResults == 0 || !IsSearchable(tool, kPlanes)) return true;
+  const bool flat = !(full.deviation > 0);  // or a mask leaves nothing: not a number
+  if (tool.maxResults == 0 || flat || !IsSearchable(tool, kPlanes)) return true;
 
   SearchImage opened;
   if (!OpenSearchImage(kernels, image, opened)) return false;
-  Search search = {kernels, tool, opened, limits, MakeLattice(tool)};
+  Search search = {kernels, tool, opened, limits};
+  search.start = StartOf(search);
+  search.lattice = MakeLattice(tool, search.start);
   return RunStages(search, tool);
 }
 

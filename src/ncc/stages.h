@@ -34,9 +34,12 @@ struct Search {
   const NccTool& tool;
   const SearchImage& image;
   const SearchLimits& limits;
+  int start = 0;  // the level of the sweep
   Lattice lattice = {};
 
   const NccMask* Mask(int level) const { return tool.maskEnabled ? &tool.masks[level] : nullptr; }
+  // Whether a level's template has enough pixels that take part, not all alike, to be looked for.
+  bool Counts(int level) const;
   // Whether an angle, or the grid point, lies within the limits, give or take a step.
   bool AllowsDegrees(double degrees, double step) const;
   bool AllowsAngle(int index, double step) const {
@@ -51,12 +54,13 @@ struct Search {
 // bottom edge move the template's centre.
 void CarryToLevel(const Search& search, int level, Pose& pose);
 
-// The sweep: the best candidates of the current level, in decreasing order of score. False when
-// memory is short.
+// The sweep: the best candidates of the level where the search starts, in decreasing order of
+// score. False when memory is short.
 bool SweepCoarsestLevel(const Search& search, int capacity, Buffer<Candidate>& candidates,
                         int& count);
 
-// Each candidate at the next finer level: the best of the neighbouring angles, scales and positions
+// Each candidate at the next finer level, which is only carried there where the level does not
+// count: the best of the neighbouring angles, scales and positions
 // that scores more than 0.1 below what it had. False when memory is short.
 bool RefineAtLevel(const Search& search, int level, Candidate* candidates, int count);
 
@@ -67,7 +71,7 @@ struct Match {
   int rank;  // among the candidates
 };
 
-// Measures the candidates of level 1 (or 0, where that is the current level) at full resolution.
+// Measures the candidates of level 1 (or 0, where the search starts there) at full resolution.
 // Those with a score of -1 are skipped. False when memory is short.
 bool FitAtFullResolution(const Search& search, const Candidate* candidates, int count,
                          Match* matches);

@@ -66,7 +66,7 @@ class Sweep {
  public:
   explicit Sweep(const Search& search)
       : search_(search),
-        level_(search.tool.currentLevel),
+        level_(search.start),
         maker_(search.kernels, search.tool.levels[level_], search.Mask(level_)),
         threshold_(search.limits.minScore - (level_ > 0 ? 0.4 : 0.1)),
         floor_(threshold_),

@@ -18,8 +18,6 @@ constexpr int kOne = 1 << kFraction;
 
 int ToFixed(double value) { return static_cast<int>(std::lround(value * kOne)); }
 
-bool IsSame(double scale) { return std::abs(scale - 1) <= 0.001; }
-
 // Bilinear, between pixel centres; at the edge the outermost pixel.
 uint8_t Sample(const uint8_t* plane, int width, int height, int u, int v) {
   const int x = std::clamp(u - kOne / 2, 0, (width - 1) * kOne);
@@ -38,7 +36,7 @@ uint8_t Sample(const uint8_t* plane, int width, int height, int u, int v) {
 }  // namespace
 
 VariantMaker::Size VariantMaker::ScaledSize(double scale) const {
-  if (IsSame(scale)) return {level_.width, level_.height};
+  if (IsOwnSize(scale)) return {level_.width, level_.height};
   return {static_cast<int>(level_.width * scale), static_cast<int>(level_.height * scale)};
 }
 
@@ -60,7 +58,7 @@ bool VariantMaker::Scale(double scale) {
   scale_ = 0;
   if (!Reserve(ScaledSize(scale), scaled_)) return false;
   const int width = scaled_.width, height = scaled_.height;
-  const double step = IsSame(scale) ? 1.0 : 1 / scale;
+  const double step = IsOwnSize(scale) ? 1.0 : 1 / scale;
   // trunc(i / scale + 1/2 + offset), the offset keeping centre on centre.
   const auto source = [&](int i, int size, int full) {
     const double offset = (0.5 - size * 0.5) * step + full * 0.5 - 0.5;

@@ -136,7 +136,7 @@ TEST(NccFit, StaysWithinItsLimits) {
   EXPECT_NEAR(pose.x, truth.x + 0.5, 0.2);
 }
 
-// Nothing to fit to: no pixels, flat ones, or a template without area.
+// Nothing to fit to: an image that is too small, flat pixels, or a template without area.
 TEST(NccFit, HasNoScoreWhereNothingCanBeFitted) {
   GreyImage pattern, noise, flat, line;
   Fill(pattern, 20, 20, Content::kNoise);
@@ -148,7 +148,7 @@ TEST(NccFit, HasNoScoreWhereNothingCanBeFitted) {
     const GreyImage* image;
     Pose pose;
   };
-  for (const Case& c : {Case{&pattern, &noise, {500, 30}},
+  for (const Case& c : {Case{&noise, &pattern, {10, 10}},
                         {&pattern, &flat, {30, 30}},
                         {&flat, &noise, {30, 30}},
                         {&line, &noise, {30, 30}}}) {

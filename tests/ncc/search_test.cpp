@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "ncc/model.h"
+#include "ncc/pose.h"
 #include "quillon/quillon.h"
 #include "support/levels.h"
 #include "support/scenes.h"
@@ -45,6 +46,16 @@ std::vector<NccResult> Find(const Kernels& kernels, const CImage<Pixel>& pattern
     EXPECT_LE(r.score, 1.0);
     EXPECT_EQ(r.matchWidth, static_cast<int>(pattern.width * r.scale));
     EXPECT_EQ(r.matchHeight, static_cast<int>(pattern.height * r.scale));
+    EXPECT_TRUE(r.scale == 1 || std::abs(r.scale - 1) > 0.001) << r.scale;
+    // The whole template lies in the image.
+    const double c = std::abs(std::cos(r.angle * kRadians)), s = std::sin(r.angle * kRadians);
+    const double halfWidth = (pattern.width * c + pattern.height * std::abs(s)) * r.scale / 2;
+    const double halfHeight = (pattern.width * std::abs(s) + pattern.height * c) * r.scale / 2;
+    constexpr double kRounding = 1e-6;
+    EXPECT_GE(r.x + 0.5 - halfWidth, -kRounding);
+    EXPECT_GE(r.y + 0.5 - halfHeight, -kRounding);
+    EXPECT_LE(r.x + 0.5 + halfWidth, image.width + kRounding);
+    EXPECT_LE(r.y + 0.5 + halfHeight, image.height + kRounding);
   }
   return ResultsOf(*tool);
 }
@@ -60,11 +71,37 @@ bool SameResults(const std::vector<NccResult>& a, const std::vector<NccResult>& 
   return true;
 }
 
-// Copies the pattern into the image with its top left pixel at (left, top).
-void Paste(const GreyImage& pattern, int left, int top, GreyImage& image) {
-  for (int y = 0; y < pattern.height; ++y) {
-    std::copy_n(pattern.rows[y], pattern.width, image.rows[top + y] + left);
+// Copies the pattern into the image with its top left pixel at (left, top): without what the border
+// cuts, and without the zeros that a mask leaves out.
+void Paste(const GreyImage& pattern, int left, int top, GreyImage& image, bool masked = false) {
+  for (int y = std::max(-top, 0); y < std::min(pattern.height, image.height - top); ++y) {
+    for (int x = std::max(-left, 0); x < std::min(pattern.width, image.width - left); ++x) {
+      if (masked && pattern.rows[y][x] == 0) continue;
+      image.rows[top + y][left + x] = pattern.rows[y][x];
+    }
   }
+}
+
+// No search, over angles, over scales, and over both.
+const SearchLimits kEveryKind[] = {{.minScore = 0.8,
+                                    .angleMax = 0,
+                                    .angleMin = 0,
+                                    .scaleMax = 1,
+                                    .scaleMin = 1,
+                                    .rotate = false,
+                                    .maxResults = 10},
+                                   {0.8, 20, -20, 1, 1, true, 10},
+                                   {0.8, 0, 0, 1.15, 0.85, false, 10},
+                                   {0.8, 180, -180, 1.25, 0.8, true, 10}};
+
+void ExpectExactCopy(const NccResult& r, const GreyImage& pattern, double left, double top) {
+  EXPECT_EQ(r.score, 1.0);
+  EXPECT_EQ(r.scale, 1.0);
+  EXPECT_EQ(r.angle, 0.0);
+  EXPECT_EQ(r.matchWidth, pattern.width);
+  EXPECT_EQ(r.matchHeight, pattern.height);
+  EXPECT_NEAR(r.x, left + pattern.width * 0.5 - 0.5, 0.02);
+  EXPECT_NEAR(r.y, top + pattern.height * 0.5 - 0.5, 0.02);
 }
 
 }  // namespace
@@ -193,39 +230,160 @@ TEST(NccSearch, ScoreOfAMovedTemplateIsTheCorrelation) {
   }
 }
 
-TEST(NccSearch, MatchesAtTheBorderAndOfTheWholeImage) {
-  GreyImage pattern, scene;
-  Fill(scene, 203, 151, Content::kNoise);
-  const SearchLimits limits = {.minScore = 0.8,
-                               .angleMax = 0,
-                               .angleMin = 0,
-                               .scaleMax = 1,
-                               .scaleMin = 1,
-                               .rotate = false,
-                               .maxResults = 10};
+// Whatever is searched, an exact copy scores 1 and is found as it is: at the border, too, but not
+// beyond it.
+TEST(NccSearch, MatchesLieInTheImage) {
+  GreyImage pattern, scene, larger;
   MakeScene({.templateWidth = 41, .templateHeight = 30, .seed = 5}, pattern, scene);
-  for (auto [left, top] : {std::pair{0, 0}, {162, 0}, {0, 121}, {162, 121}, {77, 121}}) {
+  for (SearchLimits limits : kEveryKind) {
+    SCOPED_TRACE(testing::Message() << limits.rotate << ", " << limits.scaleMin);
+    for (auto [left, top] : {std::pair{0, 0}, {162, 0}, {0, 121}, {162, 121}, {77, 121}}) {
+      Fill(scene, 203, 151, Content::kNoise);
+      Paste(pattern, left, top, scene);
+      limits.minScore = 1;
+      const auto results = Find(BestKernels(), pattern, scene, limits);
+      ASSERT_EQ(results.size(), 1u) << left << ", " << top;
+      ExpectExactCopy(results[0], pattern, left, top);
+    }
+    for (auto [left, top] : {std::pair{-10, 40}, {172, 40}, {80, -10}, {80, 131}, {-6, 127}}) {
+      Fill(scene, 203, 151, Content::kNoise);
+      Paste(pattern, left, top, scene);
+      limits.minScore = 0.6;
+      Find(BestKernels(), pattern, scene, limits);
+      limits.minScore = 0.9;
+      EXPECT_TRUE(Find(BestKernels(), pattern, scene, limits).empty()) << left << ", " << top;
+    }
     Fill(scene, 203, 151, Content::kNoise);
-    Paste(pattern, left, top, scene);
-    const auto results = Find(BestKernels(), pattern, scene, limits);
-    ASSERT_EQ(results.size(), 1u) << left << ", " << top;
-    EXPECT_NEAR(results[0].x, left + 20, 0.02);
-    EXPECT_NEAR(results[0].y, top + 14.5, 0.02);
-    EXPECT_NEAR(results[0].score, 1, 1e-9);
+    const auto whole = Find(BestKernels(), scene, scene, limits);
+    ASSERT_EQ(whole.size(), 1u) << "a template as large as the image";
+    ExpectExactCopy(whole[0], scene, 0, 0);
+    // A template that is larger, by so little that no reduced level shows it.
+    MakeScene({.templateWidth = 66, .templateHeight = 65, .seed = 6}, larger, scene);
+    scene.Create(65, 64);
+    Paste(larger, 0, 0, scene);
+    limits.minScore = 0.5;
+    const auto shrunk = Find(BestKernels(), larger, scene, limits);
+    EXPECT_EQ(shrunk.size(), limits.scaleMin < 1 ? 1u : 0u);
+    for (const NccResult& r : shrunk) EXPECT_NEAR(r.scale, 0.984, 0.002);
+    Fill(larger, 203, 151, Content::kNoise);
+    EXPECT_TRUE(Find(BestKernels(), larger, pattern, limits).empty());
   }
-  const auto whole = Find(BestKernels(), scene, scene, limits);
-  ASSERT_EQ(whole.size(), 1u) << "a template as large as the image";
-  EXPECT_NEAR(whole[0].x, 101, 0.02);
-  EXPECT_TRUE(Find(BestKernels(), scene, pattern, limits).empty()) << "larger than the image";
-  SearchLimits anyPose = limits;
-  anyPose.rotate = true;
-  anyPose.angleMin = -180, anyPose.angleMax = 180;
-  anyPose.scaleMin = 0.8, anyPose.scaleMax = 1.25;
-  const auto turned = Find(BestKernels(), scene, scene, anyPose);
-  ASSERT_EQ(turned.size(), 1u) << "as large as the image, turned and scaled";
-  EXPECT_NEAR(turned[0].scale, 1, 0.01);
-  for (const NccResult& r : Find(BestKernels(), scene, pattern, anyPose)) {
-    EXPECT_LE(r.matchWidth, pattern.width) << "larger than the image";
+}
+
+// Templates that have no area between their pixels, and masks whose reduced levels are empty.
+TEST(NccSearch, ThinTemplatesAreFoundOverAnglesAndScales) {
+  struct Case {
+    const char* name;
+    int width, height;
+    bool (*takesPart)(int x, int y);
+  };
+  for (const Case& c :
+       {Case{"row", 40, 1, nullptr},
+        {"column", 1, 40, nullptr},
+        {"long row", 300, 1, nullptr},
+        {"checkerboard", 20, 20, [](int x, int y) { return (x + y) % 2 == 0; }},
+        {"larger", 48, 48, [](int x, int y) { return (x + y) % 2 == 0; }},
+        {"outline", 64, 60, [](int x, int y) { return x % 63 == 0 || y % 59 == 0 || x == y; }}}) {
+    GreyImage pattern, scene;
+    Fill(pattern, c.width, c.height, Content::kNoise, 5);
+    for (int y = 0; y < c.height; ++y) {
+      for (int x = 0; x < c.width; ++x) {
+        uint8_t& pixel = pattern.rows[y][x];
+        pixel = !c.takesPart || c.takesPart(x, y) ? std::max<uint8_t>(pixel, 1) : 0;
+      }
+    }
+    Fill(scene, c.width + 83, c.height + 71, Content::kNoise, 6);
+    Paste(pattern, 33, 41, scene, /*masked=*/true);
+    for (SearchLimits limits : kEveryKind) {
+      SCOPED_TRACE(testing::Message()
+                   << c.name << ", " << limits.rotate << ", " << limits.scaleMin);
+      limits.angleMin = std::max(limits.angleMin, -20.0);
+      limits.angleMax = std::min(limits.angleMax, 20.0);
+      const auto results =
+          Find(BestKernels(), pattern, scene, limits, /*masked=*/c.takesPart != nullptr);
+      ASSERT_FALSE(results.empty());
+      ExpectExactCopy(results[0], pattern, 33, 41);
+    }
+  }
+}
+
+// Noise moves a fitted scale by less than a thousandth: that is the template's own size.
+TEST(NccSearch, NoisyCopiesHaveTheSizeOfTheTemplate) {
+  GreyImage pattern, scene;
+  MakeScene({.templateWidth = 60, .templateHeight = 44, .seed = 17}, pattern, scene);
+  Random random(3);
+  for (int i = 0; i < 12; ++i) {
+    Fill(scene, 160, 120, Content::kNoise, 7);
+    Paste(pattern, 20 + i, 30, scene);
+    for (int y = 0; y < scene.height; ++y) {
+      for (int x = 0; x < scene.width; ++x) {
+        uint8_t& pixel = scene.rows[y][x];
+        pixel = static_cast<uint8_t>(std::clamp(pixel + random.Within(-4, 4), 0, 255));
+      }
+    }
+    for (const SearchLimits& limits : kEveryKind) {
+      const auto results = Find(BestKernels(), pattern, scene, limits);
+      ASSERT_EQ(results.size(), 1u);
+      EXPECT_EQ(results[0].scale, 1.0);
+      EXPECT_EQ(results[0].matchWidth, 60);
+      EXPECT_EQ(results[0].matchHeight, 44);
+    }
+  }
+}
+
+// At most the upper limit, then at least the lower one, whatever was searched.
+TEST(NccSearch, ReportsWithinTheLimits) {
+  GreyImage pattern, scene;
+  MakeScene({.templateWidth = 40, .templateHeight = 36, .width = 120, .height = 100, .seed = 18},
+            pattern, scene);
+  struct Case {
+    double angleMax, angleMin, scaleMax, scaleMin;
+    bool rotate;
+    double angle, scale;
+  };
+  for (const Case& c : {Case{9, 5, 1, 1, false, 5, 1},
+                        {-5, -9, 1, 1, false, -5, 1},
+                        {5, 9, 1, 1, false, 9, 1},
+                        {kNaN, kNaN, 1, 1, false, 0, 1},
+                        {-kInfinity, kInfinity, 1, 1, false, 0, 1},
+                        {0, 0, 1, 1, true, 0, 1},
+                        {-0.5, 0.5, 1, 1, true, 0.5, 1},
+                        {0.5, 0.5, 1, 1, true, 0.5, 1},
+                        {0, 0, 0.99, 1.01, false, 0, 1.01},
+                        {0, 0, 1.01, 1.01, false, 0, 1.01},
+                        {-0.5, 0.5, 0.99, 1.01, true, 0.5, 1.01},
+                        {0, 0, 1.0008, 1.0008, false, 0, 1}}) {
+    const auto results =
+        Find(BestKernels(), pattern, scene,
+             {0.7, c.angleMax, c.angleMin, c.scaleMax, c.scaleMin, c.rotate, /*maxResults=*/1});
+    SCOPED_TRACE(testing::Message() << c.angleMin << " to " << c.angleMax << ", " << c.scaleMin
+                                    << " to " << c.scaleMax);
+    ASSERT_EQ(results.size(), 1u);
+    EXPECT_EQ(results[0].angle, c.angle);
+    EXPECT_EQ(results[0].scale, c.scale);
+  }
+}
+
+// The sweep's steps are coarser than limits may be, and reach beyond them.
+TEST(NccSearch, NarrowScaleLimitsLoseNothing) {
+  for (double scale : {0.8, 0.95, 1.04, 1.12, 1.3}) {
+    GreyImage pattern, scene;
+    const Truth truth = MakeScene({.width = 300,
+                                   .height = 260,
+                                   .scaleMin = scale,
+                                   .scaleMax = scale,
+                                   .seed = static_cast<uint32_t>(1000 * scale)},
+                                  pattern, scene)[0];
+    struct Case {
+      double scaleMin, scaleMax;
+    };
+    for (auto [low, high] : {Case{scale, scale}, {scale - 0.1, scale}, {scale, scale + 0.1}}) {
+      const auto results =
+          Find(BestKernels(), pattern, scene, {0.9, 0, 0, high, low, /*rotate=*/false, 5});
+      ASSERT_EQ(results.size(), 1u) << low << " to " << high;
+      EXPECT_LT(std::hypot(results[0].x - truth.x, results[0].y - truth.y), 0.2);
+      EXPECT_NEAR(results[0].scale, scale, 0.003);
+    }
   }
 }
 
@@ -241,12 +399,13 @@ TEST(NccSearch, EqualMatchesKeepTheirOrderAndCloseOnesAreOne) {
                                .maxResults = 500};
   scene.Create(256, 256);
   for (int i = 0; i < 9; ++i) Paste(pattern, 8 + i % 3 * 80, 8 + i / 3 * 80, scene);
-  const auto results = Find(BestKernels(), pattern, scene, limits);
-  ASSERT_EQ(results.size(), 9u);
-  for (size_t i = 0; i < 9; ++i) {
-    EXPECT_NEAR(results[i].score, 1, 1e-9);
-    EXPECT_NEAR(results[i].x, 23.5 + static_cast<double>(i % 3 * 80), 0.02) << i;
-    EXPECT_NEAR(results[i].y, 23.5 + static_cast<double>(i / 3 * 80), 0.02) << i;
+  for (const SearchLimits& kind : kEveryKind) {
+    const auto results = Find(BestKernels(), pattern, scene, kind);
+    ASSERT_EQ(results.size(), 9u);
+    for (size_t i = 0; i < 9; ++i) {
+      ExpectExactCopy(results[i], pattern, 8 + static_cast<double>(i % 3 * 80),
+                      8 + static_cast<double>(i / 3 * 80));
+    }
   }
   // Of candidates half a template apart along both axes or nearer, only the better one is left; the
   // last stage moves what is left.
@@ -302,7 +461,7 @@ TEST(NccSearch, ModelsOfOneLevel) {
 }
 
 // Angles half way between two steps of the coarsest level, where a few pixels are left.
-TEST(NccSearch, TurnsBetweenTheStepsAreNotLost) {
+TEST(NccSearch, TurnsBetweenTheStepsAreFoundOnce) {
   for (const SceneSpec& spec :
        {SceneSpec{.templateWidth = 128,
        .templateHeight = 128,
@@ -330,7 +489,16 @@ TEST(NccSearch, TurnsBetweenTheStepsAreNotLost) {
         .instances = 10,
         .angleMin = -180,
         .angleMax = 180,
-        .seed = 2013}}) {
+        .seed = 2013},
+        // Two candidates that are apart end at the same instance.
+        SceneSpec{.templateWidth = 100,
+        .templateHeight = 60,
+        .instances = 4,
+        .angleMin = -30,
+        .angleMax = 30,
+        .scaleMin = 0.9,
+        .scaleMax = 1.1,
+        .seed = 70721}}) {
     GreyImage pattern, scene;
     const auto truths = MakeScene(spec, pattern, scene);
     const auto results = Find(BestKernels(), pattern, scene, LimitsOf(spec));
