@@ -18,4 +18,14 @@ install(FILES ${PROJECT_BINARY_DIR}/quillon.pc DESTINATION ${CMAKE_INSTALL_LIBDI
         COMPONENT development)
 if(QUILLON_APPS)
   install(TARGETS quillon_cli RUNTIME COMPONENT cli)
+  if(NOT WIN32)
+    set(made ${PROJECT_BINARY_DIR}/apps/quillon)
+    install(FILES ${made}/quillon.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT cli)
+    set(share ${CMAKE_INSTALL_DATADIR})
+    install(FILES ${made}/quillon.bash DESTINATION ${share}/bash-completion/completions
+            RENAME quillon COMPONENT cli)
+    install(FILES ${made}/quillon.fish DESTINATION ${share}/fish/vendor_completions.d COMPONENT cli)
+    install(FILES ${made}/quillon.zsh DESTINATION ${share}/zsh/vendor-completions
+            RENAME _quillon COMPONENT cli)
+  endif()
 endif()

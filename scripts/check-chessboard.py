@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
 """Measures how far lens calibration straightens the chessboard views of a folder.
 
-For each view a 5 x 5 set of the board's corners, every second column, goes to `quillon undistort
-build`; all corners of those rows are then taken back through the fitted cubic. The bend of a row or
+For each view a 5 x 5 set of the board's corners, every second column, goes to `quillon
+calibrate-lens`; all corners of those rows are then taken back through the fitted cubic. The bend of a row or
 column of corners is the largest distance of one from the straight line that fits them best. Prints a
 table; fails where a bend above 2 pixels was not at least halved. Arguments: the command-line host,
 the folder, and optionally a folder for the corrected pictures.
@@ -70,9 +70,9 @@ def calibrate(program, view, corners, folder, picture):
     np.savetxt(points, corners[:, ::2].reshape(-1, 2), delimiter=",", fmt="%.4f")
     across = 2 * np.linalg.norm(np.diff(corners, axis=1), axis=2).mean()
     down = np.linalg.norm(np.diff(corners, axis=0), axis=2).mean()
-    run = lambda *arguments: subprocess.run([program, "undistort", *map(str, arguments)], check=True)
-    run("build", points, parameters, "--step", round(across), round(down))
-    run("apply", view, parameters, picture or folder / "out.png")
+    run = lambda *arguments: subprocess.run([program, *map(str, arguments)], check=True)
+    run("calibrate-lens", points, parameters, "--step", round(across), round(down))
+    run("undistort", view, picture or folder / "out.png", "--parameters", parameters)
     return straighten(parameters, corners)
 
 

@@ -21,23 +21,8 @@ Option Option::Within(int low, int high) const {
 Option Option::Within(double low, double high) const {
   return Option(option_->check(CLI::Range(low, high)));
 }
-Option Option::Positive() const {
-  return Option(option_->check(CLI::Validator(
-      [](const std::string& text) {
-        double value = 0;
-        return CLI::detail::lexical_cast(text, value) && value > 0
-                   ? ""
-                   : "Value " + text + " is not greater than 0";
-      },
-      "POSITIVE")));
-}
-Option Option::NotNegative() const { return Within(0, INT_MAX); }
-Option Option::Finite() const { return Option(option_->check(CLI::Range(-1e9, 1e9, "NUMBER"))); }
-Option Option::Checked(std::string (*check)(const std::string&)) const {
-  return Option(option_->check(check));
-}
-Option Option::Named(const std::map<std::string, int>& values) const {
-  return Option(option_->transform(CLI::CheckedTransformer(values)));
+Option Option::OneOf(const std::vector<std::string>& names) const {
+  return Option(option_->check(CLI::IsMember(names)));
 }
 Option Option::Values(int count) const { return Option(option_->expected(count)); }
 Option Option::Values(int least, int most) const { return Option(option_->expected(least, most)); }
@@ -47,6 +32,9 @@ Option Option::MayBeRepeated() const {
 }
 Option Option::ShownAs(const std::string& value) const { return Option(option_->type_name(value)); }
 Option Option::WithDefaultShown() const { return Option(option_->capture_default_str()); }
+Option Option::DefaultShown(const std::string& text) const {
+  return Option(option_->default_str(text));
+}
 Option Option::Needs(Option other) const { return Option(option_->needs(other.option_)); }
 Option Option::Excludes(Option other) const { return Option(option_->excludes(other.option_)); }
 bool Option::IsGiven() const { return option_->count() > 0; }
@@ -79,8 +67,8 @@ Command Command::Add(const std::string& name, const std::string& summary) const 
   return Command(app_->add_subcommand(name, summary), files_);
 }
 void Command::NeedsSubcommand() const { app_->require_subcommand(1); }
-Command Command::AddChoice(const std::string& name) const {
-  return Command(app_->add_option_group(name)->require_option(1), files_);
+Command Command::Under(const std::string& heading) const {
+  return Command(app_->group(heading), files_);
 }
 template <class Value>
 Option Command::AddOption(const std::string& name, Value& value, const std::string& summary) const {
@@ -164,7 +152,64 @@ std::string UnknownName(const CLI::App& app) {
          where + "--help names them";
 }
 
+// The parser shows the type of an option as VALUE:INT in [0 - 255] or VALUE:{red,green}.
+OptionText DescribeOption(const CLI::Option& option) {
+  OptionText text{.name = option.get_name(),
+                  .value = {},
+                  .limits = {},
+                  .standard = option.get_default_str(),
+                  .summary = option.get_description(),
+                  .choices = {},
+                  .isByPlace = option.get_positional(),
+                  .isRequired = option.get_required()};
+  if (option.get_type_size() == 0) return text;  // a flag
+  const std::string type = option.get_type_name();
+  const size_t colon = type.find(':');
+  text.value = type.substr(0, colon);
+  if (const size_t at = type.find("in ["); at != std::string::npos) {
+    text.limits = type.substr(at + 4, type.find(']', at) - at - 4);
+    if (const size_t dash = text.limits.find(" - "); dash != std::string::npos) {
+      text.limits.replace(dash, 3, " to ");
+    }
+  }
+  if (const size_t at = type.find(":{"); at != std::string::npos) {
+    std::istringstream names(type.substr(at + 2, type.find('}', at) - at - 2));
+    for (std::string name; std::getline(names, name, ',');) text.choices.push_back(name);
+  }
+  return text;
+}
+
+CommandText DescribeApp(const CLI::App& app) {
+  CommandText text{.name = app.get_name(),
+                   .heading = app.get_group(),
+                   .summary = app.get_description(),
+                   .footer = app.get_footer(),
+                   .options = {},
+                   .commands = {}};
+  for (const CLI::Option* option : app.get_options()) {
+    if (option != app.get_help_ptr()) text.options.push_back(DescribeOption(*option));
+  }
+  for (const CLI::App* command : app.get_subcommands([](const CLI::App*) { return true; })) {
+    text.commands.push_back(DescribeApp(*command));
+  }
+  return text;
+}
+
 }  // namespace
+
+CommandText Command::Describe() const { return DescribeApp(*app_); }
+
+std::string CommandText::Usage() const {
+  std::string usage = name;
+  for (const bool byPlace : {true, false}) {
+    for (const OptionText& option : options) {
+      if (option.isByPlace != byPlace || !option.isRequired) continue;
+      usage += " " + option.name;
+      if (!byPlace) usage += " " + option.value;
+    }
+  }
+  return usage;
+}
 
 int RunCommandLine(int argc, char** argv, const std::string& summary,
                    void (*addCommands)(Command top)) {

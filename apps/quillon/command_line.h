@@ -3,8 +3,8 @@
 #pragma once
 
 #include <functional>
-#include <map>
 #include <string>
+#include <vector>
 
 namespace CLI {
 class App;
@@ -12,6 +12,26 @@ class Option;
 }  // namespace CLI
 
 namespace quillon::app {
+
+// A command as documents show it.
+struct OptionText {
+  std::string name;      // "--above"; "IN" for an argument by its place
+  std::string value;     // "INT"; empty for a flag
+  std::string limits;    // "0 to 255"
+  std::string standard;  // the value where none is given
+  std::string summary;
+  std::vector<std::string> choices;
+  bool isByPlace, isRequired;
+};
+
+struct CommandText {
+  std::string name, heading, summary, footer;
+  std::vector<OptionText> options;
+  std::vector<CommandText> commands;
+
+  // "dilation IN OUT --horizontal INT --vertical INT": all that is required.
+  std::string Usage() const;
+};
 
 // A handle to one argument or option of a command; what is said of it goes on and on.
 class Option {
@@ -21,18 +41,14 @@ class Option {
   Option Required() const;
   Option Within(int low, int high) const;  // both included
   Option Within(double low, double high) const;
-  Option Positive() const;
-  Option NotNegative() const;
-  Option Finite() const;  // from -1e9 to 1e9
-  // A check returns what is wrong with a text, nothing where nothing is.
-  Option Checked(std::string (*check)(const std::string&)) const;
-  Option Named(const std::map<std::string, int>& values) const;  // a name, for a number
+  Option OneOf(const std::vector<std::string>& names) const;
   Option Values(int count) const;
   Option Values(int least, int most) const;
   Option SeparatedBy(char delimiter) const;
   Option MayBeRepeated() const;
   Option ShownAs(const std::string& value) const;  // in the help: "LOW HIGH"
   Option WithDefaultShown() const;
+  Option DefaultShown(const std::string& text) const;
   Option Needs(Option other) const;
   Option Excludes(Option other) const;
 
@@ -50,8 +66,7 @@ class Command {
 
   Command Add(const std::string& name, const std::string& summary) const;
   void NeedsSubcommand() const;
-  // The options added to it exclude each other, and one of them is needed.
-  Command AddChoice(const std::string& name) const;
+  Command Under(const std::string& heading) const;  // in the help
   // Numbers and texts, optional ones, and lists of them.
   template <class Value>
   Option AddOption(const std::string& name, Value& value, const std::string& summary) const;
@@ -65,6 +80,8 @@ class Command {
   Option AddFlag(const std::string& name, bool& value, const std::string& summary) const;
   void Footer(const std::string& text) const;
   void Runs(std::function<void()> action) const;
+  // What was added to it so far, without --help.
+  CommandText Describe() const;
 
  private:
   CLI::App* app_;

@@ -1,11 +1,6 @@
-// The subcommands, one file for each family.
-//
-// A family adds its subcommands, with options and callbacks that run them, and names the exported
-// operations that they reach. A new one is declared here and listed in families.cpp; `quillon list`
-// prints what the families say.
+// The commands, one file for those that belong together. A function below adds them, with options
+// and callbacks that run them; callbacks throw Failure. A new one is listed in commands.cpp.
 #pragma once
-
-#include <span>
 
 #include "command_line.h"
 #include "kit/errors.h"
@@ -14,42 +9,26 @@ namespace quillon::app {
 
 using namespace kit;  // commands speak its language
 
-// An exported function and the command that calls it.
-struct Operation {
-  const char* name;     // "IxThreshold"
-  const char* command;  // "threshold IN OUT --above LEVEL"; empty: of use to programs only
-  const char* summary;  // what it does, in one line
-};
-
 // How commands end: 0; 1 after a failure, which was thrown and is told on standard error; 2 after
 // wrong usage, which the parser tells; 3 after a command that judges has done and printed all of
 // its work, but not everything passed: it throws this.
 struct NotAllPassed {};
 
-struct Family {
-  const char* name;
-  void (*addCommands)(Command app);  // callbacks throw Failure
-  std::span<const Operation> operations;
-};
+// All of them.
+void AddCommands(Command top);
 
-extern const Family kGrey;
-extern const Family kThresholds;
-extern const Family kNeighbourhoodFilters;
-extern const Family kPixelArithmetic;
-extern const Family kGeometricTransforms;
-extern const Family kMorphology;
-extern const Family kBlobs;
-extern const Family kSample;
-extern const Family kEdgeMatching;
-extern const Family kColourSpaces;
-extern const Family kFlatField;
-extern const Family kLens;
-extern const Family kTemplateMatching;
-extern const Family kRecipes;
-extern const Family kInspection;
-extern const Family kGeneral;
+// One for each operation of the kit. What finds things has a file of its own, for what it prints
+// and draws.
+void AddOperations(Command top);
+void AddBlobs(Command top);
+void AddMatch(Command top);
+void AddLocate(Command top);
+void AddInspect(Command top);
 
-// All of them, in the order in which help and list show them.
-std::span<const Family* const> Families();
+void AddCalibration(Command top);
+void AddRecipes(Command top);
+void AddSample(Command top);
+void AddList(Command top);
+void AddManual(Command top);
 
 }  // namespace quillon::app

@@ -3,10 +3,11 @@
 #include <memory>
 #include <vector>
 
+#include "arguments.h"
 #include "commands.h"
-#include "kit/boards/board_inspector.h"
 #include "kit/errors.h"
 #include "kit/images/image_files.h"
+#include "kit/operations/queries.h"
 #include "kit/report/report.h"
 #include "options.h"
 #include "progress.h"
@@ -18,7 +19,6 @@ namespace {
 struct Options {
   std::string good;
   std::vector<std::string> moreGood, tested;
-  InspectionRules rules;
   Output output;
 };
 
@@ -44,18 +44,6 @@ struct Results {
   Report report;
   int inspected = 0, passed = 0;
 };
-
-// Reads a picture and gives it to `use`; what fails is told with the file's name.
-template <class Use>
-void WithPicture(const std::string& path, Use use) {
-  GreyImage image;
-  ReadImage(path, image);
-  try {
-    use(image);
-  } catch (const Failure& failure) {
-    throw Failure("'" + path + "' " + failure.what());
-  }
-}
 
 void DrawBox(Picture& picture, const Defect& d, int row, int dx, int dy) {
   const int layer = d.Kind() == Difference::kMissing ? kMissingBox : kExtraBox;
@@ -84,7 +72,7 @@ void Record(const std::string& path, const GreyImage& tested, const BoardInspect
   }
 }
 
-void RunInspect(const Options& options) {
+void RunInspect(const Options& options, const Values& values) {
   const Progress progress("inspecting");
   const bool drawn = options.output.WantsPictures();
   Results results;
@@ -96,20 +84,22 @@ void RunInspect(const Options& options) {
                                {"Number", Tone::kWhite}},
                     .pictures = {}};
 
-  BoardInspector inspector(options.rules);
-  WithPicture(options.good, [&](const GreyImage& image) {
-    inspector.Teach(image);
-    results.report.pictures.emplace_back("Good: " + options.good, image);
-  });
-  for (const std::string& path : options.moreGood) {
-    WithPicture(path, [&](const GreyImage& image) { inspector.AddGood(image); });
+  const auto inspector = TeachBoards(values.List<std::string>("good"), values);
+  if (drawn) {
+    GreyImage good;
+    ReadImage(options.good, good);
+    results.report.pictures.emplace_back("Good: " + options.good, good);
   }
   int failed = 0;
   for (const std::string& path : options.tested) {
     try {
-      WithPicture(path, [&](const GreyImage& image) {
-        Record(path, image, inspector, inspector.Inspect(image), drawn, results);
-      });
+      GreyImage image;
+      ReadImage(path, image);
+      try {
+        Record(path, image, *inspector, inspector->Inspect(image), drawn, results);
+      } catch (const Failure& failure) {
+        throw Failure("'" + path + "' " + failure.what());
+      }
     } catch (const Failure& failure) {
       Warn(failure.what());
       ++failed;
@@ -117,7 +107,7 @@ void RunInspect(const Options& options) {
   }
   results.findings.facts = {
       {"good", "Good board", options.good},
-      {"tolerance", "Tolerance at edges, pixels", int64_t{inspector.Tolerance()}},
+      {"tolerance", "Tolerance at edges, pixels", int64_t{inspector->Tolerance()}},
       {"inspected", "Boards inspected", int64_t{results.inspected}},
       {"passed", "Boards without defects", int64_t{results.passed}},
       {"found", "Defects", static_cast<int64_t>(results.findings.rows.size())}};
@@ -130,10 +120,12 @@ void RunInspect(const Options& options) {
   if (results.passed < results.inspected) throw NotAllPassed();
 }
 
-void AddInspect(Command app) {
+}  // namespace
+
+void AddInspect(Command top) {
+  const Operation& operation = *FindOperation("inspect");
   auto options = std::make_shared<Options>();
-  const Command command =
-      app.Add("inspect", "Compare boards with a good one: missing and extra material, boxed");
+  const Command command = AddOperation(top, operation);
   command.Footer(
       "Exit codes: 0 no defects, 3 defects found, 1 a board could not be inspected, "
       "2 wrong usage.");
@@ -144,26 +136,13 @@ void AddInspect(Command app) {
                      "another good board, to learn from; may be repeated")
       .ShownAs("FILE")
       .MayBeRepeated();
-  command.AddFlag("--bright", options->rules.brightMaterial,
-                  "material is brighter than its ground (default: darker)");
-  command
-      .AddOption("--tolerance", options->rules.tolerance,
-                 "pixels that edges may wander (default: learned, 3 from one good board)")
-      .Within(1, InspectionRules::kMostTolerance);
-  command
-      .AddOption("--min-area", options->rules.minArea,
-                 "pixels beyond the tolerance that make a defect")
-      .Within(1, 1'000'000)
-      .WithDefaultShown();
-  command.AddOption("--margin", options->rules.margin, "pixels that boxes leave around a defect")
-      .Within(0, 1000)
-      .WithDefaultShown();
+  const auto arguments = Arguments::Add(command, operation, {"good"});
   AddOutputOptions(command, options->output);
-  command.Runs([options] { RunInspect(*options); });
+  command.Runs([options, arguments] {
+    std::vector<std::string> good = {options->good};
+    good.insert(good.end(), options->moreGood.begin(), options->moreGood.end());
+    RunInspect(*options, arguments->Read({{"good", good}}));
+  });
 }
-
-}  // namespace
-
-const Family kInspection = {"board inspection", AddInspect, {}};
 
 }  // namespace quillon::app

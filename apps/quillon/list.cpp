@@ -1,10 +1,11 @@
-// quillon list: every operation of the library and the command that reaches it.
+// quillon list: every exported function of the library and the command that reaches it.
 #include <algorithm>
 #include <cctype>
+#include <map>
 #include <memory>
 
 #include "commands.h"
-#include "kit/errors.h"
+#include "kit/operations/exports.h"
 #include "options.h"
 
 namespace quillon::app {
@@ -17,42 +18,42 @@ bool ContainsIgnoringCase(std::string_view text, std::string_view part) {
   return std::search(text.begin(), text.end(), part.begin(), part.end(), same) != text.end();
 }
 
-Findings ListOperations(std::string_view part) {
+Findings ListExports(const CommandText& all, std::string_view part) {
+  std::map<std::string, std::string> usages;
+  for (const CommandText& command : all.commands) usages[command.name] = command.Usage();
   Findings findings{.key = "operations",
                     .columns = {{"family", "FAMILY"},
                                 {"operation", "OPERATION"},
                                 {"command", "COMMAND"},
                                 {"summary", "WHAT IT DOES"}}};
-  for (const Family* family : Families()) {
-    for (const Operation& operation : family->operations) {
-      const char* const command = *operation.command ? operation.command : "(for programs)";
-      const char* const texts[] = {family->name, operation.name, command, operation.summary};
-      const auto matches = [&](const char* text) { return ContainsIgnoringCase(text, part); };
-      if (!std::any_of(std::begin(texts), std::end(texts), matches)) continue;
-      findings.rows.emplace_back(std::begin(texts), std::end(texts));
-    }
+  for (const ListedExport& row : Exports()) {
+    const std::string command = *row.command ? usages.at(row.command) : "(for programs)";
+    const std::string texts[] = {row.family, row.name, command, row.summary};
+    const auto matches = [&](const std::string& text) { return ContainsIgnoringCase(text, part); };
+    if (!std::any_of(std::begin(texts), std::end(texts), matches)) continue;
+    findings.rows.emplace_back(std::begin(texts), std::end(texts));
   }
   return findings;
 }
 
-void AddList(Command app) {
+}  // namespace
+
+void AddList(Command top) {
   struct Options {
     std::string part;
     Output output;
   };
   auto options = std::make_shared<Options>();
-  const Command command = app.Add("list", "Name every operation and its command");
-  command.AddOption("TEXT", options->part, "only operations that mention this text");
+  const Command command =
+      top.Add("list", "Name every function of the library and the command that reaches it")
+          .Under("general");
+  command.AddOption("TEXT", options->part, "only functions that mention this text");
   AddFormatOptions(command, options->output);
-  command.Runs([options] {
-    const Findings findings = ListOperations(options->part);
+  command.Runs([options, top] {
+    const Findings findings = ListExports(top.Describe(), options->part);
     if (findings.rows.empty()) throw Failure("no operation mentions '" + options->part + "'");
     Print(options->output, findings);
   });
 }
-
-}  // namespace
-
-const Family kGeneral = {"general", AddList, {}};
 
 }  // namespace quillon::app

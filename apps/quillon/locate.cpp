@@ -1,11 +1,12 @@
 // quillon locate TEMPLATE IMAGE: where a part lies, found by its edges.
 #include <memory>
 
+#include "arguments.h"
 #include "commands.h"
 #include "kit/errors.h"
 #include "kit/images/image_files.h"
+#include "kit/operations/queries.h"
 #include "kit/report/report.h"
-#include "kit/search/edge_search.h"
 #include "options.h"
 #include "progress.h"
 #include "quillon/quillon.h"
@@ -13,19 +14,8 @@
 namespace quillon::app {
 namespace {
 
-constexpr Operation kOperations[] = {
-    {"IxCreateGeoTool", "locate TEMPLATE IMAGE", "a tool that will hold an edge template"},
-    {"IxCreateGeoMatchModel", "locate TEMPLATE IMAGE --edges LOW HIGH",
-     "teach the edges of a template"},
-    {"IxFindGeoMatchModel", "locate TEMPLATE IMAGE --angle MIN MAX", "find the taught edges"},
-    {"IxDestroyMatchModel", "locate TEMPLATE IMAGE", "release the tool"},
-};
-
 struct Options {
   std::string pattern, image;
-  std::vector<double> angle;  // empty: as the template lies
-  double minScore = 0.5, greediness = 0.7;
-  std::vector<double> edges = {30, 80};
   Output output;
 };
 
@@ -58,19 +48,16 @@ Report MakeReport(const Options& options, const GreyImage& pattern, const GreyIm
   return report;
 }
 
-void Locate(const Options& options) {
-  RequireOrder("--angle", options.angle);
-  EdgeQuery query = {options.minScore, options.greediness, {}, {}};
-  if (!options.angle.empty()) query.lowest = options.angle[0], query.highest = options.angle[1];
+void Locate(const Options& options, const Values& values) {
   GreyImage pattern, image;
   ReadImage(options.pattern, pattern);
   ReadImage(options.image, image);
-  const EdgeTool tool = TeachEdges(options.pattern, pattern, options.edges[0], options.edges[1]);
+  const EdgeTool tool = TeachEdges(options.pattern, pattern, values);
   const GeoModelLevel& model = *tool->model;
 
   const auto [found, pose, score] = [&] {
     const Progress progress("searching");
-    return FindEdges(image, *tool, query);
+    return FindEdges(image, *tool, EdgeQueryOf(values));
   }();
   Findings findings = MakeFindings(model, score);
   if (found) {
@@ -83,32 +70,19 @@ void Locate(const Options& options) {
                 findings);
 }
 
-void AddLocate(Command app) {
-  auto options = std::make_shared<Options>();
-  const Command command =
-      app.Add("locate", "Find a part by its edges, however bright it is and it lies");
-  AddPictureToRead(command, "TEMPLATE", options->pattern);
-  AddPictureToRead(command, "IMAGE", options->image);
-  AddAngleOption(command, options->angle);
-  command.AddOption("--min-score", options->minScore, "agreement of the edges that is a match")
-      .Within(0.0, 1.0)
-      .WithDefaultShown();
-  command
-      .AddOption("--greediness", options->greediness,
-                 "how early a place is given up: 0 never wrongly, 0.99 fastest")
-      .Within(0.0, 0.99)
-      .WithDefaultShown();
-  command.AddOption("--edges", options->edges, "limits of edge strength, 255 for the strongest")
-      .Values(2)
-      .ShownAs("LOW HIGH")
-      .Within(0.0, 255.0)
-      .WithDefaultShown();
-  AddOutputOptions(command, options->output);
-  command.Runs([options] { Locate(*options); });
-}
-
 }  // namespace
 
-const Family kEdgeMatching = {"edge-based matching", AddLocate, kOperations};
+void AddLocate(Command top) {
+  const Operation& operation = *FindOperation("locate");
+  auto options = std::make_shared<Options>();
+  const Command command = AddOperation(top, operation);
+  AddPictureToRead(command, "TEMPLATE", options->pattern);
+  AddPictureToRead(command, "IMAGE", options->image);
+  const auto arguments = Arguments::Add(command, operation, {"template"});
+  AddOutputOptions(command, options->output);
+  command.Runs([options, arguments] {
+    Locate(*options, arguments->Read({{"template", options->pattern}}));
+  });
+}
 
 }  // namespace quillon::app

@@ -4,14 +4,6 @@
 #include "commands.h"
 #include "standard_streams.h"
 
-namespace {
-
-void AddCommands(quillon::app::Command top) {
-  for (const quillon::app::Family* family : quillon::app::Families()) family->addCommands(top);
-}
-
-}  // namespace
-
 int main(int argc, char** argv) {
   using namespace quillon::app;
   PrepareStandardStreams();

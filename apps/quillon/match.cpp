@@ -1,15 +1,17 @@
-// quillon match TEMPLATE IMAGE: where a template lies, found by correlating grey values or colours.
+// quillon match, match-color TEMPLATE IMAGE: where a template lies, found by correlating grey
+// values or colours.
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <memory>
 #include <vector>
 
+#include "arguments.h"
 #include "commands.h"
 #include "kit/errors.h"
 #include "kit/images/image_files.h"
+#include "kit/operations/queries.h"
 #include "kit/report/report.h"
-#include "kit/search/pattern_search.h"
 #include "options.h"
 #include "progress.h"
 #include "quillon/quillon.h"
@@ -17,32 +19,8 @@
 namespace quillon::app {
 namespace {
 
-constexpr Operation kOperations[] = {
-    {"IxImgPyramid", "", "an image reduced by 16"},
-    {"IxCreateNCCTool", "match TEMPLATE IMAGE", "a tool that will hold a template"},
-    {"IxCreateNCCMatchModel", "match TEMPLATE IMAGE --mask", "teach a grey template"},
-    {"IxCreateNCCMatchColorModel", "match TEMPLATE IMAGE --color", "teach a colour template"},
-    {"IxGet_DefaultPyramidLevel", "match TEMPLATE IMAGE", "the coarsest level of the template"},
-    {"IxGet_CurrentPyramidLevel", "match TEMPLATE IMAGE", "the level where a search starts"},
-    {"IxSetPyramidLevel", "match TEMPLATE IMAGE --level N", "start searches at another level"},
-    {"IxGet_Pyramid_GrayImage", "", "a level of a grey template"},
-    {"IxGet_Pyramid_ColorImage", "", "a level of a colour template"},
-    {"IxFindNCCMatchModel", "match TEMPLATE IMAGE --angle MIN MAX", "find a grey template"},
-    {"IxFindNCCMatchColorModel", "match TEMPLATE IMAGE --color", "find a colour template"},
-    {"IxGetNCCMatchResults", "match TEMPLATE IMAGE", "one match of the last search"},
-    {"IxCreateNCCMatchColorModel_ROI", "", "teach a colour template for one position"},
-    {"IxFindNCCMatchColorModel_ROI", "", "the correlation of an image of the template's size"},
-    {"IxDestroyNCCModel", "match TEMPLATE IMAGE", "release the tool"},
-};
-
 struct Options {
   std::string pattern, image;
-  std::vector<double> angle;  // empty: as the template lies
-  std::vector<double> scale = {1, 1};
-  double minScore = 0.7;
-  int most = 50;
-  std::optional<int> level;
-  bool mask = false, colour = false;
   Output output;
 };
 
@@ -91,16 +69,14 @@ Report MakeReport(const Options& options, const Image& pattern, const Image& ima
 }
 
 template <class Image>
-void Match(const Options& options) {
+void Match(const Options& options, const Values& values) {
   Image pattern, image;
   ReadImage(options.pattern, pattern);
   ReadImage(options.image, image);
-  const PatternTool tool = TeachPattern(options.pattern, pattern, options.mask);
-  ChooseStartLevel(options.pattern, options.scale[0], options.level, tool.get());
+  const PatternTool tool = TeachPattern(options.pattern, pattern, values);
   const auto matches = [&] {
     const Progress progress("searching");
-    return FindPattern(image, tool.get(),
-                       {options.minScore, options.angle, options.scale, options.most});
+    return FindPattern(image, tool.get(), PatternQueryOf(values));
   }();
   const Findings findings = MakeFindings(tool.get(), matches);
   Print(options.output, findings);
@@ -108,47 +84,25 @@ void Match(const Options& options) {
   WritePictures(options.output, MakeReport(options, pattern, image, matches), findings);
 }
 
-void RunMatch(const Options& options) {
-  RequireOrder("--angle", options.angle);
-  RequireOrder("--scale", options.scale);
-  if (options.colour) {
-    Match<ColourImage>(options);
-  } else {
-    Match<GreyImage>(options);
-  }
-}
-
-void AddMatch(Command app) {
+template <class Image>
+void AddMatch(Command top, const char* name) {
+  const Operation& operation = *FindOperation(name);
   auto options = std::make_shared<Options>();
-  const Command command =
-      app.Add("match", "Find a template by its grey values or colours, to fractions of a pixel");
+  const Command command = AddOperation(top, operation);
   AddPictureToRead(command, "TEMPLATE", options->pattern);
   AddPictureToRead(command, "IMAGE", options->image);
-  AddAngleOption(command, options->angle);
-  command.AddOption("--scale", options->scale, "search these sizes, relative to the template")
-      .Values(2)
-      .ShownAs("MIN MAX")
-      .Within(0.1, 10.0)
-      .WithDefaultShown();
-  command.AddOption("--min-score", options->minScore, "correlation that is a match")
-      .Within(0.0, 1.0)
-      .WithDefaultShown();
-  command.AddOption("--max", options->most, "report at most this many")
-      .Within(1, 500)
-      .WithDefaultShown();
-  command
-      .AddOption("--level", options->level,
-                 "start the search at this level of the pyramid: 0 is full resolution, slow and "
-                 "sure; default: as coarse as the template and --scale allow")
-      .Within(0, 6);
-  command.AddFlag("--mask", options->mask, "black pixels of the template do not count");
-  command.AddFlag("--color", options->colour, "match colours, not grey values");
+  const auto arguments = Arguments::Add(command, operation, {"template"});
   AddOutputOptions(command, options->output);
-  command.Runs([options] { RunMatch(*options); });
+  command.Runs([options, arguments] {
+    Match<Image>(*options, arguments->Read({{"template", options->pattern}}));
+  });
 }
 
 }  // namespace
 
-const Family kTemplateMatching = {"template matching", AddMatch, kOperations};
+void AddMatch(Command top) {
+  AddMatch<GreyImage>(top, "match");
+  AddMatch<ColourImage>(top, "match-color");
+}
 
 }  // namespace quillon::app

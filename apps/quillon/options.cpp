@@ -20,27 +20,9 @@ void AddPictureToWrite(Command command, const char* name, std::string& path) {
 }
 
 void AddBeforeAfterOption(Command command, std::string& report) {
-  command.AddFileToWrite("--report", report, "write a page with both pictures (.html)")
+  command
+      .AddFileToWrite("--report", report, "write a page with the pictures before and after (.html)")
       .ShownAs("FILE");
-}
-
-void AddCorrectionArguments(Command command, Correction& correction) {
-  AddPictureToRead(command, "IN", correction.in);
-  command.AddFileToRead("PARAMS", correction.parameters, "parameter file to read").Required();
-  AddPictureToWrite(command, "OUT", correction.out);
-  AddBeforeAfterOption(command, correction.report);
-}
-
-void AddAngleOption(Command command, std::vector<double>& angle) {
-  command.AddOption("--angle", angle, "search these angles, in degrees clockwise")
-      .Values(2)
-      .ShownAs("MIN MAX")
-      .Within(-360.0, 360.0);
-}
-
-void RequireOrder(const char* option, const std::vector<double>& range) {
-  if (range.empty() || range[0] <= range[1]) return;
-  throw Failure(std::string(option) + ": MIN is greater than MAX");
 }
 
 void AddFormatOptions(Command command, Output& output) {

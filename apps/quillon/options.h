@@ -14,20 +14,8 @@ namespace quillon::app {
 void AddPictureToRead(Command command, const char* name, std::string& path);
 void AddPictureToWrite(Command command, const char* name, std::string& path);
 
-// --report FILE: a page with the picture before and after.
+// --report FILE: a page with the pictures before and after.
 void AddBeforeAfterOption(Command command, std::string& report);
-
-// What a command needs that corrects a picture by a parameter file: IN PARAMS OUT, --report FILE.
-struct Correction {
-  std::string in, parameters, out, report;
-};
-void AddCorrectionArguments(Command command, Correction& correction);
-
-// --angle MIN MAX: the angles of a search; none when it is not given.
-void AddAngleOption(Command command, std::vector<double>& angle);
-
-// Throws Failure when the MIN of a given MIN MAX is greater.
-void RequireOrder(const char* option, const std::vector<double>& range);
 
 struct Output {
   bool json = false;

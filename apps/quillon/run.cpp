@@ -198,9 +198,10 @@ void Run(const Options& options) {
   if (Count(records).pass < records.size()) throw NotAllPassed();
 }
 
-void AddRun(Command app) {
+void AddRun(Command top) {
   auto options = std::make_shared<Options>();
-  const Command command = app.Add("run", "Inspect images by a recipe of steps and limits");
+  const Command command =
+      top.Add("run", "Inspect images by a recipe of steps and limits").Under("recipes");
   command.AddFileToRead("RECIPE", options->recipe, "recipe to read (JSON; docs/recipes.md)")
       .Required();
   command.AddFileToRead("IMAGE", options->images, "pictures, or folders of pictures").Required();
@@ -227,8 +228,9 @@ void AddRun(Command app) {
   command.Runs([options] { Run(*options); });
 }
 
-void AddRecipe(Command app) {
-  const Command command = app.Add("recipe", "Check recipes, and what they are made of");
+void AddRecipe(Command top) {
+  const Command command =
+      top.Add("recipe", "Check recipes, and what they are made of").Under("recipes");
   command.NeedsSubcommand();
 
   auto path = std::make_shared<std::string>();
@@ -250,13 +252,11 @@ void AddRecipe(Command app) {
   });
 }
 
-void AddRecipes(Command app) {
-  AddRun(app);
-  AddRecipe(app);
-}
-
 }  // namespace
 
-const Family kRecipes = {"recipes", AddRecipes, {}};
+void AddRecipes(Command top) {
+  AddRun(top);
+  AddRecipe(top);
+}
 
 }  // namespace quillon::app

@@ -85,26 +85,27 @@ void DrawSamples(const std::string& folder, uint32_t seed) {
   DrawBoards(folder, seed);
 }
 
-void AddSample(Command app) {
+}  // namespace
+
+void AddSample(Command top) {
   struct Options {
     std::string folder;
     uint32_t seed = 1;
   };
   auto options = std::make_shared<Options>();
-  const Command command = app.Add(
-      "sample",
-      "Draw a tray of parts (tray.png), one part of it (bracket.png) and the truth about "
-      "them (tray.json); circuit boards (board.png, board-passing.png, board-failing.png) and "
-      "the defects (board-failing.json); a grid of dots seen through a lens (grid.png) and where "
-      "the dots lie (grid.csv)");
+  const Command command =
+      top.Add("sample",
+              "Draw a tray of parts (tray.png), one part of it (bracket.png) and the truth about "
+              "them (tray.json); circuit boards (board.png, board-passing.png, board-failing.png) "
+              "and "
+              "the defects (board-failing.json); a grid of dots seen through a lens (grid.png) and "
+              "where "
+              "the dots lie (grid.csv)")
+          .Under("general");
   command.AddOption("OUTDIR", options->folder, "folder for the files; made if missing").Required();
   command.AddOption("--seed", options->seed, "other numbers, other trays and boards")
       .WithDefaultShown();
   command.Runs([options] { DrawSamples(options->folder, options->seed); });
 }
-
-}  // namespace
-
-const Family kSample = {"sample", AddSample, {}};
 
 }  // namespace quillon::app

@@ -5,6 +5,15 @@
 
 namespace quillon::kit {
 
+void MakeFlatField(GreyImage& image, int target, CorrectedRegion region,
+                   const std::string& parameters) {
+  constexpr size_t kFileSize = 2072;
+  ReplaceFile(parameters, kFileSize, [&](const std::string& file) {
+    IxFFCParaBuild(&image, target, region.firstColumn, region.endColumn, region.firstRow,
+                   region.endRow, file.c_str());
+  });
+}
+
 FlatFieldCorrection::FlatFieldCorrection(const std::string& path) {
   RequireRegularFile(path);
   if (!IxFFCParaLoad(&image_, region_, path.c_str())) throw Failure("cannot open '" + path + "'");

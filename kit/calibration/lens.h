@@ -1,4 +1,4 @@
-// The bend of a lens, taken out of pictures, for `quillon undistort` and for recipes.
+// The bend of a lens: fitted to a grid, kept in a file, and taken out of pictures.
 #pragma once
 
 #include <string>
@@ -6,6 +6,15 @@
 #include "quillon/quillon.h"
 
 namespace quillon::kit {
+
+// Pixels from point to point in corrected pictures.
+struct GridStep {
+  double across, down;
+};
+
+// Fits the bend to the points of a square grid with an odd side, lines "x,y" of the file `grid`,
+// row by row from the top left, and writes the parameters. Throws Failure naming file and line.
+void FitLens(const std::string& grid, GridStep step, const std::string& parameters);
 
 // Holds the parameters of a file and the map for pictures of one size.
 class LensCorrection {

@@ -9,7 +9,7 @@
 namespace quillon::kit {
 namespace {
 
-constexpr size_t kFewestPoints = 3, kMostPoints = 1000, kMostFiles = 1000;
+constexpr size_t kMostFiles = 1000;
 
 std::string Limits(const Argument& argument) {
   return "from " + Plain(argument.min) + " to " + Plain(argument.max);

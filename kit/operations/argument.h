@@ -73,6 +73,8 @@ Argument WholeRange(const char* name, double min, double max, const char* summar
 Argument Wholes(const char* name, size_t count, const char* summary);
 Argument Points(const char* name, const char* summary);
 
+constexpr size_t kFewestPoints = 3, kMostPoints = 1000;  // of kPoints
+
 // A number as people write it: 5, not 5.000000.
 std::string Plain(double value);
 

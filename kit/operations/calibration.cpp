@@ -16,11 +16,11 @@ struct CorrectionTool : Tool {
 
 template <>
 std::vector<Detail> CorrectionTool<FlatFieldCorrection>::Details() const {
-  const auto& region = correction.Region();
-  return {{"xStart", "first column", double(region[0])},
-          {"xEnd", "end column", double(region[1])},
-          {"yStart", "first row", double(region[2])},
-          {"yEnd", "end row", double(region[3])}};
+  const auto [firstColumn, endColumn, firstRow, endRow] = correction.Region();
+  return {{"xStart", "first column", double(firstColumn)},
+          {"xEnd", "end column", double(endColumn)},
+          {"yStart", "first row", double(firstRow)},
+          {"yEnd", "end row", double(endRow)}};
 }
 
 template <>

@@ -55,10 +55,18 @@ std::vector<Operation> ColorOperations() {
   return {
       {.name = "gray",
        .family = kFamily,
-       .summary = "the grey value of a colour picture",
+       .summary = "the grey value of a colour picture; a grey one stays as it is",
        .inputs = kColour,
        .exports = {{"IxColorToGray"}},
-       .run = [](const Call& call) { IxColorToGray(call.a.colour, &call.result.picture); }},
+       .run =
+           [](const Call& call) {
+             // The weights of the colours add up to less than 1: a grey picture would darken.
+             if (call.a.grey && call.a.grey->bits) {
+               call.result.picture.CopyFrom(call.a.grey);
+             } else {
+               IxColorToGray(call.a.colour, &call.result.picture);
+             }
+           }},
       {.name = "rgb",
        .family = kFamily,
        .summary = "one channel of a colour picture",

@@ -2,6 +2,7 @@
 #include <cstring>
 
 #include "kit/errors.h"
+#include "kit/images/pixels.h"
 #include "kit/operations/operation.h"
 
 namespace quillon::kit {
@@ -33,6 +34,7 @@ void Crop(const Call& call) {
                   std::to_string(image.width) + " x " + std::to_string(image.height));
   }
   call.result.picture.Create(width, height);
+  RequirePixels(call.result.picture);
   for (int y = 0; y < call.result.picture.height; ++y) {
     std::memcpy(call.result.picture.rows[y], image.rows[top + y] + left,
                 static_cast<size_t>(width));

@@ -6,6 +6,7 @@
 
 #include "kit/errors.h"
 #include "kit/images/image_files.h"
+#include "kit/images/pixels.h"
 
 namespace quillon::kit::recipe {
 namespace {
@@ -13,6 +14,7 @@ namespace {
 // Grey in all three channels.
 void ToColour(const GreyImage& grey, ColourImage& colour) {
   colour.Create(grey.width, grey.height);
+  RequirePixels(colour);
   for (int y = 0; y < colour.height; ++y) {
     for (int x = 0; x < colour.width; ++x) std::fill_n(colour.rows[y] + 3 * x, 3, grey.rows[y][x]);
   }

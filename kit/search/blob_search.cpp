@@ -6,6 +6,7 @@
 #include <span>
 
 #include "kit/errors.h"
+#include "kit/images/pixels.h"
 
 namespace quillon::kit {
 
@@ -16,6 +17,7 @@ Region::Region() : handle(CreateRLERegion(), DestroyRLERegion) {
 int OtsuLevel(const GreyImage& image) {
   GreyImage binary;
   binary.CopyFrom(&image);
+  RequirePixels(binary);
   IxOtsuThreshold(&binary);
   int level = 0;
   for (int y = 0; y < binary.height; ++y) {

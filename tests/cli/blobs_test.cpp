@@ -157,7 +157,7 @@ TEST(Blobs, AreThoseOfAFloodFillInEveryRegion) {
       Fill(image, width, height, Content::kNoise, ++seed);
       kit::WriteImage(path, image);
       const int low = 256 * (100 - density) / 100;
-      std::vector<std::string> command = {"blobs", path, "--band", "255", std::to_string(low)};
+      std::vector<std::string> command = {"blobs", path, "--band", std::to_string(low), "255"};
       const Mask mask = InBand(image, low, 255);
       const Rectangle whole = {0, 0, width - 1, height - 1};
       const std::string size = std::to_string(width) + " x " + std::to_string(height);

@@ -1,4 +1,4 @@
-// quillon flatfield, undistort and color: files that the library reads back, pictures, wrong usage.
+// Flat field and lens: files that the library reads back, pictures, wrong usage.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -19,11 +19,11 @@ TEST(CalibrationCommands, FlatFieldBringsARegionToItsTarget) {
   GreyImage image, expected, corrected;
   Fill(image, 60, 40, Content::kNoise);
   kit::WriteImage(in, image);
-  EXPECT_EQ(Quillon({"flatfield", "build", in, gains, "--target", "120", "--region", "10", "50",
+  EXPECT_EQ(Quillon({"calibrate-flat-field", in, gains, "--target", "120", "--region", "10", "50",
                      "5", "30"})
                 .exitCode,
             0);
-  EXPECT_EQ(Quillon({"flatfield", "apply", in, gains, out, "--report", page}).exitCode, 0);
+  EXPECT_EQ(Quillon({"flat-field", in, out, "--parameters", gains, "--report", page}).exitCode, 0);
   expected.CopyFrom(&image);
   int region[4];
   ASSERT_TRUE(IxFFCParaLoad(&expected, region, gains.c_str()));
@@ -31,8 +31,9 @@ TEST(CalibrationCommands, FlatFieldBringsARegionToItsTarget) {
   IxFFCCalibrate(&expected, 10, 50, 5, 30);
   kit::ReadImage(out, corrected);
   EXPECT_SAME_PIXELS(corrected, expected);
-  EXPECT_NE(ReadText(page).find("Before"), std::string::npos);
-  EXPECT_NE(ReadText(page).find("After"), std::string::npos);
+  for (const char* text : {"Flat field of", "Before", "After", "end column"}) {
+    EXPECT_NE(ReadText(page).find(text), std::string::npos) << text;
+  }
 }
 
 // A picture of dots through a barrel lens: after the correction they stand on the grid, upright.
@@ -62,9 +63,8 @@ TEST(CalibrationCommands, UndistortPutsBentDotsBackOnTheirGrid) {
   const std::string in = scratch / "in.png", out = scratch / "out.png";
   WriteText(csv, points);
   kit::WriteImage(in, bent);
-  ASSERT_EQ(Quillon({"undistort", "build", csv, lens, "--step", std::to_string(kStep)}).exitCode,
-            0);
-  ASSERT_EQ(Quillon({"undistort", "apply", in, lens, out}).exitCode, 0);
+  ASSERT_EQ(Quillon({"calibrate-lens", csv, lens, "--step", std::to_string(kStep)}).exitCode, 0);
+  ASSERT_EQ(Quillon({"undistort", in, out, "--parameters", lens}).exitCode, 0);
   kit::ReadImage(out, straight);
   ASSERT_EQ(straight.width, kWidth);
   ASSERT_EQ(straight.height, kHeight);
@@ -75,27 +75,6 @@ TEST(CalibrationCommands, UndistortPutsBentDotsBackOnTheirGrid) {
     }
   }
   EXPECT_EQ(straight.rows[kY + kStep / 2][kX + kStep / 2], 0) << "between the dots";
-}
-
-TEST(CalibrationCommands, ColorWritesTheChannelsOfTheLibrary) {
-  const Scratch scratch;
-  const std::string in = scratch / "in.png", out = scratch / "out.png", page = scratch / "p.html";
-  ColourImage image, expected, converted;
-  GreyImage channel, expectedChannel;
-  Fill(image, 33, 21, Content::kNoise);
-  kit::WriteImage(in, image);
-  std::vector<uint8_t> tables(3u << 24);
-  uint8_t *t0 = tables.data(), *t1 = t0 + (1 << 24), *t2 = t1 + (1 << 24);
-  IxCreateCToLab(t0, t1, t2);
-  IxColorToLab(&image, &expected, t0, t1, t2);
-  ASSERT_EQ(Quillon({"color", "lab", in, out, "--report", page}).exitCode, 0);
-  kit::ReadImage(out, converted);
-  EXPECT_SAME_PIXELS(converted, expected);
-  EXPECT_NE(ReadText(page).find("After"), std::string::npos);
-  ASSERT_EQ(Quillon({"color", "lab", in, out, "--channel", "b"}).exitCode, 0);
-  kit::ReadImage(out, channel);
-  IxGetCIELab(&expected, &expectedChannel, 2);
-  EXPECT_SAME_PIXELS(channel, expectedChannel);
 }
 
 TEST(CalibrationCommands, ErrorsNameWhatIsWrong) {
@@ -112,19 +91,19 @@ TEST(CalibrationCommands, ErrorsNameWhatIsWrong) {
     std::vector<std::string> words;
   };
   const Case cases[] = {
-      {"", {"flatfield", "build", in, out}, 2, {"--target"}},
-      {"", {"flatfield", "build", in, out, "--target", "256"}, 2, {"256", "255"}},
+      {"", {"calibrate-flat-field", in, out}, 2, {"--target"}},
+      {"", {"calibrate-flat-field", in, out, "--target", "256"}, 2, {"256", "255"}},
       {"",
-       {"flatfield", "build", in, out, "--target", "9", "--region", "5", "5", "0", "9"},
+       {"calibrate-flat-field", in, out, "--target", "9", "--region", "5", "5", "0", "9"},
        1,
        {"--region", "5"}},
-      {"", {"flatfield", "apply", in, missing, out}, 1, {missing}},
-      {"", {"undistort", "apply", in, missing, out}, 1, {missing}},
-      {"1,2\n3,4\n", {"undistort", "build", csv, out, "--step", "9"}, 1, {csv, "2 points", "odd"}},
-      {"1,2\n3;4\n", {"undistort", "build", csv, out, "--step", "9"}, 1, {"line 2", "3;4"}},
-      {"1,2\n3,99999\n", {"undistort", "build", csv, out, "--step", "9"}, 1, {"99999", "32767"}},
-      {"1,2\n", {"undistort", "build", csv, out, "--step", "0"}, 2, {"--step", "0"}},
-      {"", {"color", "lab", in, out, "--channel", "hue"}, 2, {"hue"}},
+      {"", {"flat-field", in, out, "--parameters", missing}, 1, {missing}},
+      {"", {"undistort", in, out, "--parameters", missing}, 1, {missing}},
+      {"1,2\n3,4\n", {"calibrate-lens", csv, out, "--step", "9"}, 1, {csv, "2 points", "odd"}},
+      {"1,2\n3;4\n", {"calibrate-lens", csv, out, "--step", "9"}, 1, {"line 2", "3;4"}},
+      {"1,2\n3,99999\n", {"calibrate-lens", csv, out, "--step", "9"}, 1, {"99999", "32767"}},
+      {"1,2\n", {"calibrate-lens", csv, out, "--step", "0"}, 2, {"--step", "0"}},
+      {"", {"lab", in, out, "--channel", "hue"}, 2, {"hue"}},
   };
   for (const Case& test : cases) {
     WriteText(csv, test.points);

@@ -6,6 +6,7 @@
 
 #include "cli/host.h"
 #include "kit/images/image_files.h"
+#include "kit/operations/operation.h"
 #include "support/images.h"
 
 namespace quillon::test {
@@ -14,6 +15,9 @@ namespace {
 TEST(Commands, ErrorsNameWhatIsWrongAndItsLimit) {
   const Scratch scratch;
   GreyImage image;
+  Fill(image, 2, 9, Content::kNoise);
+  const std::string tiny = scratch / "tiny.png";
+  kit::WriteImage(tiny, image);
   Fill(image, 20, 10, Content::kNoise);
   const std::string in = scratch / "in.png", out = scratch / "out.png";
   kit::WriteImage(in, image);
@@ -41,16 +45,26 @@ TEST(Commands, ErrorsNameWhatIsWrongAndItsLimit) {
       {{"blobs", in, "--band", "1", "2", "--dark"}, 2, {"--band", "--dark"}},
       {{"blobs", in, "--json", "--csv"}, 2, {"--json", "--csv"}},
       {{"blobs", in, "--min-area", "-1"}, 2, {"--min-area", "-1", "0"}},
-      {{"blobs", in, "--min-area", "9", "--max-area", "8"}, 2, {"--min-area", "9", "--max-area 8"}},
+      {{"blobs", in, "--min-area", "9", "--max-area", "8"},
+       2,
+       {"--min-area", "9", "--max-area, 8"}},
       {{"blobs", in, "--min-width", "9", "--max-width", "8"}, 2, {"--min-width", "9", "8"}},
       {{"blobs", in, "--polygon", "1,2", "3,4"}, 2, {"--polygon", "3", "2"}},
       {{"blobs", in, "--polygon", "1,2", "3,4", "5;6"}, 2, {"--polygon", "'5;6'", "32767"}},
       {{"blobs", in, "--polygon", "1,2", "3,4", "5,6x"}, 2, {"--polygon", "'5,6x'"}},
       {{"blobs", in, "--polygon", "1,2", "3,4", "5,-32768"}, 2, {"'5,-32768'", "-32767"}},
-      {{"threshold", in, out}, 2, {"--above", "--between"}},
+      {{"blobs", in, "--center-x", "9", "8"}, 2, {"--center-x", "[9,8]"}},
+      {{"threshold", in, out}, 2, {"--above"}},
       {{"threshold", in, out, "--above", "256"}, 2, {"--above", "256", "255"}},
-      {{"threshold", in, out, "--between", "-1", "9"}, 2, {"--between", "-1", "255"}},
-      {{"threshold", in, out, "--between", "9", "256"}, 2, {"--between", "256", "255"}},
+      {{"double-threshold", in, out, "--between", "-1", "9"}, 2, {"--between", "-1", "255"}},
+      {{"double-threshold", in, out, "--between", "9", "8"}, 2, {"--between", "[9,8]", "above"}},
+      {{"mean", in, out, "--size", "4"}, 2, {"--size", "4", "odd"}},
+      {{"dilation", in, out, "--horizontal", "1"}, 2, {"--vertical"}},
+      {{"dilation-circle", in, out, "--radius", "32768"}, 2, {"--radius", "32768", "32767"}},
+      {{"match", in, in, "--scale", "2", "1"}, 2, {"--scale", "[2.0,1.0]"}},
+      {{"add", in, tiny, out}, 1, {"20 x 10", "2 x 9"}},
+      {{"morph-gradient-diamond", tiny, out, "--radius", "1"}, 1, {tiny, "too small"}},
+      {{"completion", "csh"}, 2, {"csh", "bash"}},
       {{"blobs", missing}, 1, {missing}},
       {{"gray", missing, out}, 1, {missing}},
       {{"gray", scratch / ".", out}, 1, {"cannot"}},
@@ -152,6 +166,28 @@ TEST(Commands, ListNamesEveryExportedFunctionAndCommandsThatExist) {
     EXPECT_NE(help.find("\n  " + first + " "), std::string::npos) << "no command " << first;
   }
   EXPECT_EQ(QuillonJson({"list", "otsuTHRESHOLD"})["operations"].size(), 1u);
+}
+
+TEST(Commands, DocumentsNameThemAll) {
+  const std::string page = ReadText(InProgramFolder("command-line.md"));
+  EXPECT_NE(page.find(Quillon({"man", "--markdown"}).out), std::string::npos)
+      << "renew its list: quillon man --markdown";
+  const std::string manual = Quillon({"man"}).out, bash = Quillon({"completion", "bash"}).out;
+  const std::string zsh = Quillon({"completion", "zsh"}).out;
+  const std::string fish = Quillon({"completion", "fish"}).out;
+  const std::string help = Quillon({"--help"}).out;
+  for (const kit::Operation& operation : kit::Operations()) {
+    const std::string name = operation.name;
+    std::string inManual = "\n.SS " + name;
+    for (size_t at = 0; (at = inManual.find('-', at)) != std::string::npos; at += 2) {
+      inManual.insert(at, "\\");
+    }
+    EXPECT_NE(manual.find(inManual), std::string::npos) << name;
+    EXPECT_NE(bash.find("\n      '" + name + "') "), std::string::npos) << name;
+    EXPECT_NE(zsh.find("\n  '" + name + "') "), std::string::npos) << name;
+    EXPECT_NE(fish.find(" -a " + name + " -d "), std::string::npos) << name;
+    EXPECT_NE(help.find("\n  " + name + " "), std::string::npos) << name;
+  }
 }
 
 }  // namespace

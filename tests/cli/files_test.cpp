@@ -236,8 +236,8 @@ TEST(Files, AFullDiskLeavesTheOldFileAndExitCode1) {
                                   "blobs images/10.png --report out.html",
                                   "blobs images/10.png --draw out.png",
                                   "blobs images/10.png --binary out.png",
-                                  "flatfield build images/10.png out.ffc --target 9",
-                                  "undistort build p.csv out.lens --step 50"};
+                                  "calibrate-flat-field images/10.png out.ffc --target 9",
+                                  "calibrate-lens p.csv out.lens --step 50"};
   for (const std::string& command : commands) {
     std::istringstream words(command);
     std::string name;

@@ -72,7 +72,7 @@ TEST_F(Locate, TellsWhenThereIsNothing) {
   const Answer flat = Quillon({"locate", nothing_, straight_});
   EXPECT_EQ(flat.exitCode, 1);
   EXPECT_NE(flat.err.find("has no edges"), std::string::npos) << flat.err;
-  EXPECT_EQ(Quillon({"locate", pattern_, straight_, "--angle", "9", "-9"}).exitCode, 1);
+  EXPECT_EQ(Quillon({"locate", pattern_, straight_, "--angle", "9", "-9"}).exitCode, 2);
   EXPECT_EQ(Quillon({"locate", pattern_, straight_, "--min-score", "1.1"}).exitCode, 2);
   EXPECT_EQ(Quillon({"locate", pattern_, straight_, "--greediness", "1"}).exitCode, 2);
 }

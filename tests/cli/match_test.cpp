@@ -25,8 +25,9 @@ class Match : public testing::Test {
     return truths;
   }
 
-  Json Matches(const std::vector<std::string>& options = {}) const {
-    std::vector<std::string> arguments = {"match", pattern_, scene_};
+  Json Matches(const std::vector<std::string>& options = {},
+               const std::string& command = "match") const {
+    std::vector<std::string> arguments = {command, pattern_, scene_};
     arguments.insert(arguments.end(), options.begin(), options.end());
     return QuillonJson(arguments)["matches"];
   }
@@ -114,7 +115,7 @@ TEST_F(Match, ColoursTellApartWhatIsEquallyGrey) {
   kit::WriteImage(scene_, scene);
 
   EXPECT_EQ(Matches().size(), 2u);
-  const Json coloured = Matches({"--color"});
+  const Json coloured = Matches({}, "match-color");
   ASSERT_EQ(coloured.size(), 1u);
   EXPECT_LT(Distance(coloured[0], 39.5, 49.5), 0.05);
 }
@@ -177,7 +178,7 @@ TEST_F(Match, TellsWhenThereIsNothingAndWhatIsWrong) {
     const char* message;
   };
   const Case cases[] = {
-      {{"--angle", "9", "-9"}, 1, "--angle"},     {{"--scale", "2", "1"}, 1, "--scale"},
+      {{"--angle", "9", "-9"}, 2, "--angle"},     {{"--scale", "2", "1"}, 2, "--scale"},
       {{"--scale", "0", "1"}, 2, "--scale"},      {{"--angle", "5"}, 2, "--angle"},
       {{"--min-score", "1.1"}, 2, "--min-score"}, {{"--max", "0"}, 2, "--max"},
       {{"--level", "7"}, 2, "--level"},           {{"--level", "3"}, 1, "level 3 is above 2"}};

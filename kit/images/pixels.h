@@ -1,0 +1,14 @@
+// Whether there are pixels: an image that gets no memory keeps the size that was asked for.
+#pragma once
+
+#include "kit/errors.h"
+#include "quillon/image.h"
+
+namespace quillon::kit {
+
+template <class Pixel>
+void RequirePixels(const CImage<Pixel>& image) {
+  if (!image.bits) throw Failure("there is not enough memory for a picture");
+}
+
+}  // namespace quillon::kit
