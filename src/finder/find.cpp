@@ -9,8 +9,9 @@ namespace {
 // What a match reaches at least on the way, as shares of the minimum score: at the coarsest level,
 // where its pose is off by up to half a step, and after a fit or climb of a level above the finest.
 constexpr double kSweepShare = 0.6, kLevelShare = 0.7;
-// By how much a score may grow from level 1 to level 0. Noise and detail make it shrink.
-constexpr double kMostGain = 0.2;
+// By how much a score may grow between a level and full resolution, against that of a better
+// candidate: from level 1, and from the levels above. Noise and detail make it shrink.
+constexpr double kMostGain = 0.2, kMostGainAbove = 0.3;
 
 struct Bounds {
   double left, top, right, bottom;  // of centres
@@ -70,6 +71,26 @@ void Prune(const RefineTask& task, int level, float least, size_t most, List<Can
     if (isNew) list[kept++] = list[i];
   }
   list.Shrink(kept);
+}
+
+// The score that `count` candidates reach, no two of which share too much of their outline; 0 when
+// there are fewer. The list is sorted.
+double ScoreReachedBy(const Model& model, const FindOptions& options, const List<Candidate>& list) {
+  constexpr int kMost = 64;
+  double taken[kMost][4][2];
+  if (options.maxCount > kMost) return 0;
+  int count = 0;
+  const double area = static_cast<double>(model.width) * model.height;
+  for (const Candidate& candidate : list) {
+    Outline(model.width, model.height, candidate.pose, taken[count]);
+    const double scale = options.scaleLow;
+    bool isFree = true;
+    for (int i = 0; i < count && isFree; ++i) {
+      isFree = SharedArea(taken[i], taken[count]) <= options.maxOverlap * area * scale * scale;
+    }
+    if (isFree && ++count == options.maxCount) return candidate.score;
+  }
+  return 0;
 }
 
 // Takes the best of those that share too much of their outline.
@@ -167,6 +188,11 @@ class Finder {
       }
       const size_t most = 48 + 3 * static_cast<size_t>(options_.maxCount);
       Prune(task, level, least, level == first ? 2 * most : most, candidates);
+      const double reached = ScoreReachedBy(model_, options_, candidates);
+      while (!candidates.empty() &&
+             candidates[candidates.size() - 1].score < reached - kMostGainAbove) {
+        candidates.Shrink(candidates.size() - 1);
+      }
     }
     return true;
   }

@@ -188,20 +188,23 @@ Rating Measure(const RefineTask& task, int level, int step, const Pose& pose, Be
 }
 
 // One step of least squares for a small change of the pose together with gain and offset (B. D.
-// Lucas and T. Kanade, "An iterative image registration technique", IJCAI 1981).
-bool FitStep(const RefineTask& task, int level, int step, bool cubic, const Belief& belief,
-             double& gain, Pose& pose) {
-  constexpr int kTerms = 6;
+// Lucas and T. Kanade, "An iterative image registration technique", IJCAI 1981). Terms: gain,
+// offset, two of place, then one of turn and one of scale where they are free. False when it has
+// arrived, or the pixels do not tell.
+template <int kTerms>
+bool FitStepOf(const RefineTask& task, int level, int step, bool cubic, const Belief& belief,
+               double& gain, Pose& pose) {
   const Placement place = PlacementOf(pose, level);
   const double radius = std::max(1.0, task.model.level[level].radius * pose.scale);
   constexpr double kMiddle = 128;  // values around zero: the equations stay well conditioned
+  const bool turns = task.freedom.turn;
   double a[kTerms][kTerms] = {}, b[kTerms] = {};
   const CellGrid grid(task.model, level, step);
   int used = 0;
   ForEachPoint(task.model, level, step, [&](const Pixel& pixel) {
     const double value = pixel.value;
-    const double u = place.a * pixel.u - place.b * pixel.v,
-                 v = place.b * pixel.u + place.a * pixel.v;
+    const double u = place.a * pixel.u - place.b * pixel.v;
+    const double v = place.b * pixel.u + place.a * pixel.v;
     Sample sample;
     const bool inside = cubic ? SampleCubic(task.planes, level, place.x + u, place.y + v, sample)
                               : SampleLinear(task.planes, level, place.x + u, place.y + v, sample);
@@ -213,12 +216,13 @@ bool FitStep(const RefineTask& task, int level, int step, bool cubic, const Beli
       sample.slopeX = shrink * (place.a * pixel.slopeU - place.b * pixel.slopeV);
       sample.slopeY = shrink * (place.b * pixel.slopeU + place.a * pixel.slopeV);
     }
-    const double terms[kTerms] = {sample.slopeX,
-                                  sample.slopeY,
-                                  (u * sample.slopeY - v * sample.slopeX) / radius,
-                                  (u * sample.slopeX + v * sample.slopeY) / radius,
-                                  -(value - kMiddle) / 16,
-                                  -8};
+    double terms[kTerms] = {-(value - kMiddle) / 16, -8, sample.slopeX, sample.slopeY};
+    if constexpr (kTerms > 4) {
+      const double turn = u * sample.slopeY - v * sample.slopeX;
+      const double grow = u * sample.slopeX + v * sample.slopeY;
+      terms[4] = (turns ? turn : grow) / radius;
+      if constexpr (kTerms > 5) terms[5] = grow / radius;
+    }
     const double target = kMiddle - sample.value;
     const double weight = belief.cell[grid.At(pixel.u, pixel.v)];
     for (int i = 0; i < kTerms; ++i) {
@@ -233,24 +237,26 @@ bool FitStep(const RefineTask& task, int level, int step, bool cubic, const Beli
     for (int j = i + 1; j < kTerms; ++j) a[i][j] = a[j][i];
     a[i][i] += 1e-4 * used;
   }
-  const bool fixed[kTerms] = {false, false, !task.freedom.turn, !task.freedom.scale, false, false};
-  for (int i = 0; i < kTerms; ++i) {
-    if (!fixed[i]) continue;
-    for (int j = 0; j < kTerms; ++j) a[i][j] = a[j][i] = 0;
-    a[i][i] = 1;
-    b[i] = 0;
-  }
   if (!Solve(a, b)) return false;
-  gain = b[4] / 16;
-  const double longest = std::max({std::abs(b[0]), std::abs(b[1]), std::abs(b[2]), std::abs(b[3])});
+  gain = b[0] / 16;
+  const double turn = kTerms > 4 && turns ? b[kTerms > 4 ? 4 : 0] : 0;
+  const double grow = kTerms > 5 || (kTerms > 4 && !turns) ? b[kTerms - 1] : 0;
+  const double longest = std::max({std::abs(b[2]), std::abs(b[3]), std::abs(turn), std::abs(grow)});
   const double shorten = longest > 1.5 ? 1.5 / longest : 1;
   const double pixel = 1 << level;
-  pose.x += shorten * b[0] * pixel;
-  pose.y += shorten * b[1] * pixel;
-  pose.degrees += shorten * b[2] / radius * kDegrees;
-  pose.scale *= 1 + shorten * b[3] / radius;
+  pose.x += shorten * b[2] * pixel;
+  pose.y += shorten * b[3] * pixel;
+  pose.degrees += shorten * turn / radius * kDegrees;
+  pose.scale *= 1 + shorten * grow / radius;
   task.freedom.Clamp(pose);
   return longest > 5e-4;
+}
+
+bool FitStep(const RefineTask& task, int level, int step, bool cubic, const Belief& belief,
+             double& gain, Pose& pose) {
+  const int freedoms = task.freedom.turn + task.freedom.scale;
+  const auto fit = freedoms == 0 ? FitStepOf<4> : freedoms == 1 ? FitStepOf<5> : FitStepOf<6>;
+  return fit(task, level, step, cubic, belief, gain, pose);
 }
 
 }  // namespace
@@ -267,7 +273,9 @@ bool FitByGrey(const RefineTask& task, int level, Candidate& candidate) {
   Belief belief;
   double gain = 1;
   double best = Measure(task, level, coarse, pose, &belief).score;
-  for (int i = 0; i < 3 && FitStep(task, level, coarse, false, belief, gain, pose); ++i) {
+  // From the level above, a match is less than a pixel away.
+  const int steps = level == 0 || level == task.model.levels - 1 ? 3 : 2;
+  for (int i = 0; i < steps && FitStep(task, level, coarse, false, belief, gain, pose); ++i) {
   }
   const double score = Measure(task, level, coarse, pose, &belief).score;
   if (score >= best) {
