@@ -240,8 +240,8 @@ void AddRecipe(Command top) {
   check.Runs([path] {
     const Recipe recipe = ReadRecipe(*path);
     const Inspector inspector(recipe, FolderOf(*path));
-    std::cout << *path << ": " << recipe.steps.size() << " steps, " << recipe.measurements.size()
-              << " measurements\n";
+    std::cout << Visible(*path) << ": " << recipe.steps.size() << " steps, "
+              << recipe.measurements.size() << " measurements\n";
   });
 
   command.Add("schema", "Print the JSON Schema of recipes").Runs([] {
