@@ -171,7 +171,7 @@ TEST(Commands, ListNamesEveryExportedFunctionAndCommandsThatExist) {
 TEST(Commands, DocumentsNameThemAll) {
   const std::string page = ReadText(InProgramFolder("command-line.md"));
   EXPECT_NE(page.find(Quillon({"man", "--markdown"}).out), std::string::npos)
-      << "renew its list: quillon man --markdown";
+      << "renew its list: scripts/operations";
   const std::string manual = Quillon({"man"}).out, bash = Quillon({"completion", "bash"}).out;
   const std::string zsh = Quillon({"completion", "zsh"}).out;
   const std::string fish = Quillon({"completion", "fish"}).out;

@@ -111,10 +111,10 @@ TEST(Recipes, AnyBytesAreAnswered) {
 TEST(Recipes, DocumentsAreThoseOfTheTableOfOperations) {
   const Json schema = kit::recipe::RecipeSchema();
   EXPECT_EQ(schema.dump(2) + "\n", ReadText(InProgramFolder("recipe.schema.json")))
-      << "renew it: quillon recipe schema > docs/recipe.schema.json";
+      << "renew it: scripts/operations";
   EXPECT_NE(ReadText(InProgramFolder("recipes.md")).find(kit::recipe::OperationsInMarkdown()),
             std::string::npos)
-      << "renew its tables: quillon recipe operations";
+      << "renew its tables: scripts/operations";
   for (const auto& operation : kit::Operations()) {
     EXPECT_TRUE(schema["$defs"].contains(operation.name)) << operation.name;
     for (const auto& argument : operation.arguments) {
