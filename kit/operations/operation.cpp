@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <new>
 
 #include "kit/errors.h"
 
@@ -15,6 +16,8 @@ auto Guarded(Work work) {
     return work();
   } catch (const Failure&) {
     throw;
+  } catch (const std::bad_alloc&) {
+    throw Failure("there is not enough memory");
   } catch (const std::exception& error) {
     throw Failure(error.what());
   }

@@ -110,8 +110,6 @@ void Inspector::Run(size_t number) {
   try {
     ready_[number].Run(view(step.inputs.front()), view(step.inputs.back()),
                        contents_[static_cast<size_t>(step.output)]);
-  } catch (const std::bad_alloc&) {
-    throw Failure("step '" + step.name + "': there is not enough memory");
   } catch (const Failure& failure) {
     throw Failure("step '" + step.name + "': " + failure.what());
   }
