@@ -15,6 +15,7 @@ namespace {
 
 struct Options {
   std::string image, binary;
+  Reading reading;
   Output output;
 };
 
@@ -136,7 +137,7 @@ void WriteBinary(const std::string& path, const GreyImage& binary) {
 
 void Run(const Options& options, const Values& values) {
   Pictures pictures;
-  ReadImage(options.image, pictures.grey, pictures.colour);
+  ReadImage(options.image, pictures.grey, pictures.colour, options.reading);
   BlobFinder finder;
   const std::vector<FoundBlob> blobs = finder.Find(pictures.grey, BlobQueryOf(values));
   if (!options.binary.empty()) WriteBinary(options.binary, finder.Binary());
@@ -156,6 +157,7 @@ void AddBlobs(Command top) {
   auto options = std::make_shared<Options>();
   const Command command = AddOperation(top, operation);
   AddPictureToRead(command, "IMAGE", options->image);
+  AddReadingOptions(command, options->reading);
   const auto arguments = Arguments::Add(command, operation);
   command
       .AddFileToWrite("--binary", options->binary, "write what was labelled in white (.png, .bmp)",

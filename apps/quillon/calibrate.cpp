@@ -13,6 +13,7 @@ namespace {
 
 struct Options {
   std::string source, parameters;
+  Reading reading;
   int target = 0;
   std::vector<int> region;   // x start, x end, y start, y end
   std::vector<double> step;  // across, and down where it differs
@@ -20,7 +21,7 @@ struct Options {
 
 void CalibrateFlatField(const Options& options) {
   GreyImage image;
-  ReadImage(options.source, image);
+  ReadImage(options.source, image, options.reading);
   std::vector<int> region = options.region;
   if (region.empty()) region = {0, image.width, 0, image.height};
   if (region[0] >= region[1] || region[2] >= region[3]) {
@@ -45,6 +46,7 @@ void AddCalibration(Command top) {
       top.Add("calibrate-flat-field", "Make gains that bring a region to one grey level")
           .Under(kHeading);
   AddPictureToRead(flatField, "IMAGE", options->source);
+  AddReadingOptions(flatField, options->reading);
   addParameters(flatField);
   flatField.AddOption("--target", options->target, "level that the region is brought to")
       .Required()

@@ -18,6 +18,7 @@ namespace {
 
 struct Options {
   std::string good;
+  Reading reading;
   std::vector<std::string> moreGood, tested;
   Output output;
 };
@@ -84,17 +85,17 @@ void RunInspect(const Options& options, const Values& values) {
                                {"Number", Tone::kWhite}},
                     .pictures = {}};
 
-  const auto inspector = TeachBoards(values.List<std::string>("good"), values);
+  const auto inspector = TeachBoards(values.List<std::string>("good"), values, options.reading);
   if (drawn) {
     GreyImage good;
-    ReadImage(options.good, good);
+    ReadImage(options.good, good, options.reading);
     results.report.pictures.emplace_back("Good: " + options.good, good);
   }
   int failed = 0;
   for (const std::string& path : options.tested) {
     try {
       GreyImage image;
-      ReadImage(path, image);
+      ReadImage(path, image, options.reading);
       try {
         Record(path, image, *inspector, inspector->Inspect(image), drawn, results);
       } catch (const Failure& failure) {
@@ -130,6 +131,7 @@ void AddInspect(Command top) {
       "Exit codes: 0 no defects, 3 defects found, 1 a board could not be inspected, "
       "2 wrong usage.");
   AddPictureToRead(command, "GOOD", options->good);
+  AddReadingOptions(command, options->reading);
   command.AddFileToRead("TEST", options->tested, "pictures of the boards to inspect").Required();
   command
       .AddFileToRead("--good", options->moreGood,

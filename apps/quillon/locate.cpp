@@ -16,6 +16,7 @@ namespace {
 
 struct Options {
   std::string pattern, image;
+  Reading reading;
   Output output;
 };
 
@@ -50,8 +51,8 @@ Report MakeReport(const Options& options, const GreyImage& pattern, const GreyIm
 
 void Locate(const Options& options, const Values& values) {
   GreyImage pattern, image;
-  ReadImage(options.pattern, pattern);
-  ReadImage(options.image, image);
+  ReadImage(options.pattern, pattern, options.reading);
+  ReadImage(options.image, image, options.reading);
   const EdgeTool tool = TeachEdges(options.pattern, pattern, values);
   const GeoModelLevel& model = *tool->model;
 
@@ -78,6 +79,7 @@ void AddLocate(Command top) {
   const Command command = AddOperation(top, operation);
   AddPictureToRead(command, "TEMPLATE", options->pattern);
   AddPictureToRead(command, "IMAGE", options->image);
+  AddReadingOptions(command, options->reading);
   const auto arguments = Arguments::Add(command, operation, {"template"});
   AddOutputOptions(command, options->output);
   command.Runs([options, arguments] {

@@ -7,6 +7,7 @@
 #include <sstream>
 
 #include "commands.h"
+#include "kit/images/image_files.h"
 
 namespace quillon::app {
 namespace {
@@ -80,8 +81,10 @@ void PrintManual(const CommandText& all, std::ostream& out) {
          ".SH NAME\nquillon \\- find, measure and judge what the camera sees\n"
          ".SH SYNOPSIS\n.B quillon\n.I COMMAND ARGUMENTS\n"
          ".SH DESCRIPTION\n"
-         "Pictures are read from PNG, JPEG, BMP and PGM files and written as PNG or BMP files, by "
-         "the name\\(aqs ending. Commands that work on grey convert colour.\n"
+         "Pictures are read from files of these formats: "
+      << kit::kReadFormats
+      << ". They are written as PNG or BMP files, by the name\\(aqs ending. Commands that work on "
+         "grey convert colour.\n"
          ".SH EXIT STATUS\n"
          "0 done, 1 failed, 2 wrong usage; 3 from commands that judge, when not everything "
          "passed.\n";

@@ -21,6 +21,7 @@ namespace {
 
 struct Options {
   std::string pattern, image;
+  Reading reading;
   Output output;
 };
 
@@ -71,8 +72,8 @@ Report MakeReport(const Options& options, const Image& pattern, const Image& ima
 template <class Image>
 void Match(const Options& options, const Values& values) {
   Image pattern, image;
-  ReadImage(options.pattern, pattern);
-  ReadImage(options.image, image);
+  ReadImage(options.pattern, pattern, options.reading);
+  ReadImage(options.image, image, options.reading);
   const PatternTool tool = TeachPattern(options.pattern, pattern, values);
   const auto matches = [&] {
     const Progress progress("searching");
@@ -91,6 +92,7 @@ void AddMatch(Command top, const char* name) {
   const Command command = AddOperation(top, operation);
   AddPictureToRead(command, "TEMPLATE", options->pattern);
   AddPictureToRead(command, "IMAGE", options->image);
+  AddReadingOptions(command, options->reading);
   const auto arguments = Arguments::Add(command, operation, {"template"});
   AddOutputOptions(command, options->output);
   command.Runs([options, arguments] {

@@ -14,6 +14,7 @@ namespace {
 
 struct Options {
   std::string a, b, out, report;
+  Reading reading;
 };
 
 // A file in grey, and in colour too where that is wanted.
@@ -21,9 +22,12 @@ struct Source {
   GreyImage grey;
   ColourImage colour;
 
-  void Read(const std::string& path, Kind kind) {
-    ReadImage(path, grey, colour);
-    if (kind == Kind::kColour && !colour.bits) ReadImage(path, colour);
+  void Read(const std::string& path, Kind kind, const Reading& reading) {
+    ReadImage(path, grey, colour, reading);
+    if (kind != Kind::kColour || colour.bits) return;
+    Reading again = reading;
+    again.note = {};
+    ReadImage(path, colour, again);
   }
   PictureView View() const { return {&grey, &colour}; }
 };
@@ -53,8 +57,8 @@ void Report(const Operation& operation, const Options& options, const ReadyOpera
 
 void Run(const Operation& operation, const Options& options, Values values) {
   Source a, b;
-  a.Read(options.a, operation.inputs[0]);
-  if (operation.InputCount() == 2) b.Read(options.b, operation.inputs[1]);
+  a.Read(options.a, operation.inputs[0], options.reading);
+  if (operation.InputCount() == 2) b.Read(options.b, operation.inputs[1], options.reading);
   ReadyOperation ready(operation, std::move(values));
   Content result;
   try {
@@ -81,6 +85,7 @@ void AddOperations(Command top) {
     AddPictureToRead(command, isPair ? "A" : "IN", options->a);
     if (isPair) AddPictureToRead(command, "B", options->b);
     AddPictureToWrite(command, "OUT", options->out);
+    AddReadingOptions(command, options->reading);
     const auto arguments = Arguments::Add(command, operation);
     AddBeforeAfterOption(command, options->report);
     command.Runs([&operation, options, arguments] { Run(operation, *options, arguments->Read()); });

@@ -4,19 +4,34 @@
 #include <nlohmann/json.hpp>
 
 #include "kit/errors.h"
-#include "kit/images/image_files.h"
 #include "kit/text/text.h"
+#include "standard_streams.h"
 
 namespace quillon::app {
 
 using namespace kit;
 
 void AddPictureToRead(Command command, const char* name, std::string& path) {
-  command.AddFileToRead(name, path, "picture to read (PNG, JPEG, BMP, PGM)").Required();
+  command.AddFileToRead(name, path, std::string("picture to read (") + kReadFormats + ")")
+      .Required();
 }
 
 void AddPictureToWrite(Command command, const char* name, std::string& path) {
   command.AddFileToWrite(name, path, "picture to write (.png, .bmp)", CheckPictureName).Required();
+}
+
+void AddReadingOptions(Command command, Reading& reading) {
+  command
+      .AddOption("--depth", reading.depth,
+                 "bits that are used of 16-bit samples (default: as the file says, or all)")
+      .ShownAs("BITS")
+      .Within(8, 16);
+  constexpr int kMostPixels = 32767 * 32767;
+  command.AddOption("--max-pixels", reading.maxPixels, "pictures of more pixels are refused")
+      .ShownAs("N")
+      .WithDefaultShown()
+      .Within(1, kMostPixels);
+  reading.note = [](const std::string& note) { Warn("note: " + note); };
 }
 
 void AddBeforeAfterOption(Command command, std::string& report) {

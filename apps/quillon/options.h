@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "command_line.h"
+#include "kit/images/image_files.h"
 #include "kit/report/findings.h"
 #include "kit/report/report.h"
 
@@ -13,6 +14,10 @@ namespace quillon::app {
 // A required argument that names a picture to read, or to write.
 void AddPictureToRead(Command command, const char* name, std::string& path);
 void AddPictureToWrite(Command command, const char* name, std::string& path);
+
+// --depth BITS, --max-pixels N: how the command's pictures are read. What has to be said of a file
+// goes to standard error.
+void AddReadingOptions(Command command, kit::Reading& reading);
 
 // --report FILE: a page with the pictures before and after.
 void AddBeforeAfterOption(Command command, std::string& report);

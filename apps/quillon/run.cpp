@@ -1,6 +1,7 @@
 // quillon run RECIPE IMAGE...: inspects images by a recipe. quillon recipe: checks recipes, and
 // says what they can be made of.
 #include <algorithm>
+#include <atomic>
 #include <exception>
 #include <filesystem>
 #include <iostream>
@@ -33,6 +34,7 @@ struct Options {
   std::string recipe;
   std::vector<std::string> images;
   int jobs = 0;
+  Reading reading;
   std::string folder;  // empty: nothing is written
   bool resume = false, overwrite = false, noPages = false;
   bool json = false, csv = false, objects = false;
@@ -42,7 +44,7 @@ bool IsImageName(const fs::path& path) {
   std::string ending = path.extension().string();
   std::transform(ending.begin(), ending.end(), ending.begin(),
                  [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-  const auto known = {".png", ".jpg", ".jpeg", ".bmp", ".pgm"};
+  const auto known = {".png", ".jpg", ".jpeg", ".tif", ".tiff", ".bmp", ".pgm", ".ppm"};
   return std::find(known.begin(), known.end(), ending) != known.end();
 }
 
@@ -69,7 +71,7 @@ std::vector<std::string> ListImages(const std::vector<std::string>& given) {
     }
     if (error) throw Failure("cannot read folder '" + path + "': " + error.message());
     if (found.empty()) {
-      throw Failure("there is no image in folder '" + path + "' (PNG, JPEG, BMP, PGM)");
+      throw Failure("there is no image in folder '" + path + "' (" + kReadFormats + ")");
     }
     std::sort(found.begin(), found.end());
     images.insert(images.end(), found.begin(), found.end());
@@ -78,6 +80,16 @@ std::vector<std::string> ListImages(const std::vector<std::string>& given) {
 }
 
 std::string FolderOf(const std::string& path) { return fs::path(path).parent_path().string(); }
+
+Sources SourcesOf(const Options& options) { return {FolderOf(options.recipe), options.reading}; }
+
+// Thousands of images of one camera have one thing to say.
+void SayOneNote(Reading& reading) {
+  reading.note = [say = reading.note,
+                  isSaid = std::make_shared<std::atomic_flag>()](const std::string& note) {
+    if (!isSaid->test_and_set()) say(note + "; notes on other images are left out");
+  };
+}
 
 size_t JobsOf(const Options& options, size_t images) {
   const size_t wanted = options.jobs > 0 ? static_cast<size_t>(options.jobs)
@@ -100,7 +112,7 @@ std::optional<ResultsFile> OpenResults(const Options& options,
                                        std::vector<ImageRecord>& done) {
   if (!folder) return {};
   const std::string path = ResultsIn(folder->Work());
-  const RunHead head = {Fingerprint(recipe, FolderOf(options.recipe)), options.objects};
+  const RunHead head = {Fingerprint(recipe, SourcesOf(options)), options.objects};
   if (options.resume) return ResultsFile::Resume(path, recipe, head, images, done);
   return ResultsFile::Begin(path, recipe, head);
 }
@@ -176,7 +188,7 @@ void Run(const Options& options) {
   const std::vector<std::string> images = ListImages(options.images);
   std::vector<std::unique_ptr<Inspector>> inspectors;
   for (size_t i = JobsOf(options, images.size()); i > 0; --i) {
-    inspectors.push_back(std::make_unique<Inspector>(recipe, FolderOf(options.recipe)));
+    inspectors.push_back(std::make_unique<Inspector>(recipe, SourcesOf(options)));
   }
   std::optional<RunFolder> folder = OpenFolder(options);
   std::vector<ImageRecord> records;
@@ -208,6 +220,8 @@ void AddRun(Command top) {
   constexpr int kMostJobs = 256;
   command.AddOption("--jobs", options->jobs, "threads (default: one for each processor)")
       .Within(1, kMostJobs);
+  AddReadingOptions(command, options->reading);
+  SayOneNote(options->reading);
   const Option folder =
       command.AddOption("--out", options->folder, "folder for results and pages; made if missing");
   folder.ShownAs("FOLDER");

@@ -1,13 +1,13 @@
 #include "kit/images/image_files.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <new>
 
 #include "kit/errors.h"
 #include "kit/files/files.h"
+#include "kit/images/raster.h"
 #include "quillon/quillon.h"
 
 namespace quillon::kit {
@@ -55,19 +55,6 @@ using quillon::kit::EncoderMemory;
 #pragma GCC diagnostic ignored "-Wextra"
 #pragma GCC diagnostic ignored "-Wconversion"
 #pragma GCC diagnostic ignored "-Wshadow"
-#define STB_IMAGE_IMPLEMENTATION
-#define STB_IMAGE_STATIC
-#define STBI_ONLY_PNG
-#define STBI_ONLY_JPEG
-#define STBI_ONLY_BMP
-#define STBI_ONLY_PNM
-#define STBI_NO_STDIO
-#define STBI_MAX_DIMENSIONS 32767
-// A JPEG file may leave out tables that it uses: they are empty then, not what memory held.
-#define STBI_MALLOC(size) std::calloc(1, size)
-#define STBI_REALLOC(block, size) std::realloc(block, size)
-#define STBI_FREE(block) std::free(block)
-#include <stb/stb_image.h>
 // The encoder does not ask whether it got memory.
 #define STBIW_MALLOC(size) EncoderMemory::Change(nullptr, size)
 #define STBIW_REALLOC(block, size) EncoderMemory::Change(block, size)
@@ -81,56 +68,61 @@ using quillon::kit::EncoderMemory;
 namespace quillon::kit {
 namespace {
 
-struct Decoded {
-  std::unique_ptr<stbi_uc, decltype(&stbi_image_free)> pixels{nullptr, stbi_image_free};
-  int width = 0, height = 0;
-  bool grey = false;
-};
+Bytes BytesOf(const std::string& file) {
+  return {reinterpret_cast<const unsigned char*>(file.data()), file.size()};
+}
 
-// Packed grey bytes for grey files, packed red-green-blue otherwise.
-Decoded Decode(const std::string& path) {
-  const std::string bytes = ReadFile(path);
-  if (bytes.size() > INT32_MAX) throw Failure("image '" + path + "' is larger than 2 GiB");
-  const auto* data = reinterpret_cast<const stbi_uc*>(bytes.data());
-  const int size = static_cast<int>(bytes.size());
+bool BeginsWith(Bytes file, std::string_view start) {
+  return file.size() >= start.size() && std::memcmp(file.data(), start.data(), start.size()) == 0;
+}
 
-  Decoded image;
-  int channels = 0;
-  if (!stbi_info_from_memory(data, size, &image.width, &image.height, &channels)) {
-    throw Failure("cannot read image '" + path + "': " + stbi_failure_reason() +
-                  " (PNG, JPEG, BMP and PGM are read)");
+// By what the file begins with, whatever its name says.
+Raster DecodeAny(Bytes file, int64_t maxPixels) {
+  using namespace std::string_view_literals;
+  if (BeginsWith(file, "\x89PNG\r\n\x1A\n")) return DecodePng(file, maxPixels);
+  if (BeginsWith(file, "\xFF\xD8")) return DecodeJpeg(file, maxPixels);
+  if (BeginsWith(file, "BM")) return DecodeBmp(file, maxPixels);
+  for (const char* start : {"P2", "P3", "P5", "P6"}) {
+    if (BeginsWith(file, start)) return DecodePnm(file, maxPixels);
   }
-  if (std::min(image.width, image.height) < 1 ||
-      std::max(image.width, image.height) > STBI_MAX_DIMENSIONS) {
-    throw Failure("cannot read image '" + path + "': its size of " + std::to_string(image.width) +
-                  " x " + std::to_string(image.height) + " is not within 1 x 1 to " +
-                  std::to_string(STBI_MAX_DIMENSIONS) + " x " +
-                  std::to_string(STBI_MAX_DIMENSIONS));
+  for (std::string_view start : {"II*\0"sv, "MM\0*"sv, "II+\0"sv, "MM\0+"sv}) {
+    if (BeginsWith(file, start)) return DecodeTiff(file, maxPixels);
   }
-  image.grey = channels <= 2;
-  image.pixels.reset(stbi_load_from_memory(data, size, &image.width, &image.height, &channels,
-                                           image.grey ? 1 : 3));
-  if (!image.pixels) throw Failure("cannot read image '" + path + "': " + stbi_failure_reason());
-  return image;
+  throw Unreadable(file.empty() ? "it is empty"
+                                : "it begins like none of " + std::string(kReadFormats));
+}
+
+// Grey bytes or red, green and blue, the right way up.
+Raster Decode(Bytes file, const std::string& name, const Reading& reading) {
+  try {
+    Raster raster = DecodeAny(file, reading.maxPixels);
+    Finish(raster, reading.depth);
+    if (reading.note) {
+      for (const std::string& note : raster.notes) reading.note("image '" + name + "': " + note);
+    }
+    return raster;
+  } catch (const Unreadable& unreadable) {
+    throw Failure("cannot read image '" + name + "': " + unreadable.what());
+  }
 }
 
 template <class Pixel>
-void CreateOrFail(const std::string& path, int width, int height, CImage<Pixel>& image) {
-  image.Create(width, height);
+void CreateOrFail(const std::string& name, const Raster& raster, CImage<Pixel>& image) {
+  image.Create(raster.width, raster.height);
   if (image.bits) return;
-  throw Failure("no memory for image '" + path + "' of " + std::to_string(width) + " x " +
-                std::to_string(height));
+  throw Failure("no memory for image '" + name + "' of " + std::to_string(raster.width) + " x " +
+                std::to_string(raster.height));
 }
 
-void ToColour(const std::string& path, const Decoded& decoded, ColourImage& image) {
-  CreateOrFail(path, decoded.width, decoded.height, image);
-  const int channels = decoded.grey ? 1 : 3;
-  const stbi_uc* from = decoded.pixels.get();
+void ToColour(const std::string& name, const Raster& raster, ColourImage& image) {
+  CreateOrFail(name, raster, image);
+  const int samples = raster.Colours();
+  const unsigned char* from = raster.samples.get();
   for (int y = 0; y < image.height; ++y) {
-    for (int x = 0; x < image.width; ++x, from += channels) {
+    for (int x = 0; x < image.width; ++x, from += samples) {
       unsigned char* pixel = image.rows[y] + 3 * x;
-      pixel[0] = from[channels - 1];
-      pixel[1] = from[channels / 2];
+      pixel[0] = from[samples - 1];
+      pixel[1] = from[samples / 2];
       pixel[2] = from[0];
     }
   }
@@ -188,27 +180,35 @@ void Write(const std::string& path, const CImage<Pixel>& image) {
 
 }  // namespace
 
-void ReadImage(const std::string& path, GreyImage& grey, ColourImage& colour) {
-  const Decoded decoded = Decode(path);
+void DecodeImage(Bytes file, const std::string& name, GreyImage& grey, ColourImage& colour,
+                 const Reading& reading) {
+  const Raster raster = Decode(file, name, reading);
   colour.Destroy();
-  if (!decoded.grey) {
-    ToColour(path, decoded, colour);
+  if (raster.isColour) {
+    ToColour(name, raster, colour);
     IxColorToGray(&colour, &grey);
     return;
   }
-  CreateOrFail(path, decoded.width, decoded.height, grey);
+  CreateOrFail(name, raster, grey);
+  const auto width = static_cast<size_t>(grey.width);
   for (int y = 0; y < grey.height; ++y) {
-    std::memcpy(grey.rows[y], decoded.pixels.get() + static_cast<size_t>(y) * grey.width,
-                static_cast<size_t>(grey.width));
+    std::memcpy(grey.rows[y], raster.samples.get() + static_cast<size_t>(y) * width, width);
   }
 }
 
-void ReadImage(const std::string& path, GreyImage& image) {
-  ColourImage colour;
-  ReadImage(path, image, colour);
+void ReadImage(const std::string& path, GreyImage& grey, ColourImage& colour,
+               const Reading& reading) {
+  DecodeImage(BytesOf(ReadFile(path)), path, grey, colour, reading);
 }
 
-void ReadImage(const std::string& path, ColourImage& image) { ToColour(path, Decode(path), image); }
+void ReadImage(const std::string& path, GreyImage& image, const Reading& reading) {
+  ColourImage colour;
+  ReadImage(path, image, colour, reading);
+}
+
+void ReadImage(const std::string& path, ColourImage& image, const Reading& reading) {
+  ToColour(path, Decode(BytesOf(ReadFile(path)), path, reading), image);
+}
 
 void CheckPictureName(const std::string& path) {
   if (path.ends_with(".png") || path.ends_with(".bmp")) return;

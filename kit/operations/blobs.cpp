@@ -13,7 +13,7 @@ struct WorkerTool : Tool {
 };
 
 template <class Worker>
-std::unique_ptr<Tool> Make(const Values&, const std::string&) {
+std::unique_ptr<Tool> Make(const Values&, const Sources&) {
   return std::make_unique<WorkerTool<Worker>>();
 }
 

@@ -14,13 +14,13 @@ struct BoardTool : Tool {
   std::unique_ptr<BoardInspector> inspector;
 };
 
-std::unique_ptr<Tool> LoadBoards(const Values& values, const std::string& folder) {
+std::unique_ptr<Tool> LoadBoards(const Values& values, const Sources& sources) {
   std::vector<std::string> good;
   for (const std::string& name : values.List<std::string>("good")) {
-    good.push_back(InFolder(folder, name));
+    good.push_back(InFolder(sources.folder, name));
   }
   auto tool = std::make_unique<BoardTool>();
-  tool->inspector = TeachBoards(good, values);
+  tool->inspector = TeachBoards(good, values, sources.reading);
   return tool;
 }
 
@@ -51,7 +51,7 @@ void Inspect(const Call& call) {
 }  // namespace
 
 std::unique_ptr<BoardInspector> TeachBoards(const std::vector<std::string>& good,
-                                            const Values& values) {
+                                            const Values& values, const Reading& reading) {
   InspectionRules rules = {.brightMaterial = values.Flag("bright"),
                            .minArea = values.Whole("min_area"),
                            .margin = values.Whole("margin")};
@@ -59,7 +59,7 @@ std::unique_ptr<BoardInspector> TeachBoards(const std::vector<std::string>& good
   auto inspector = std::make_unique<BoardInspector>(rules);
   for (const std::string& path : good) {
     GreyImage image;
-    ReadImage(path, image);
+    ReadImage(path, image, reading);
     try {
       if (&path == &good.front()) {
         inspector->Teach(image);

@@ -33,8 +33,9 @@ std::vector<Detail> CorrectionTool<LensCorrection>::Details() const {
 }
 
 template <class Correction>
-std::unique_ptr<Tool> Load(const Values& values, const std::string& folder) {
-  return std::make_unique<CorrectionTool<Correction>>(InFolder(folder, values.Text("parameters")));
+std::unique_ptr<Tool> Load(const Values& values, const Sources& sources) {
+  return std::make_unique<CorrectionTool<Correction>>(
+      InFolder(sources.folder, values.Text("parameters")));
 }
 
 template <class Correction>

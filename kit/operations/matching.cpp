@@ -27,10 +27,10 @@ struct Template : Tool {
 };
 
 template <class Image>
-std::unique_ptr<Tool> LoadTemplate(const Values& values, const std::string& folder) {
-  const std::string path = InFolder(folder, values.Text("template"));
+std::unique_ptr<Tool> LoadTemplate(const Values& values, const Sources& sources) {
+  const std::string path = InFolder(sources.folder, values.Text("template"));
   Image pattern;
-  ReadImage(path, pattern);
+  ReadImage(path, pattern, sources.reading);
   auto taught = std::make_unique<Template>();
   taught->width = pattern.width;
   taught->height = pattern.height;
@@ -62,10 +62,10 @@ struct Edges : Tool {
   EdgeTool tool;
 };
 
-std::unique_ptr<Tool> LoadPart(const Values& values, const std::string& folder) {
-  const std::string path = InFolder(folder, values.Text("template"));
+std::unique_ptr<Tool> LoadPart(const Values& values, const Sources& sources) {
+  const std::string path = InFolder(sources.folder, values.Text("template"));
   GreyImage pattern;
-  ReadImage(path, pattern);
+  ReadImage(path, pattern, sources.reading);
   auto edges = std::make_unique<Edges>();
   edges->tool = TeachEdges(path, pattern, values);
   return edges;

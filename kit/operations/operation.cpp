@@ -93,9 +93,9 @@ Values ReadValues(const Operation& operation, const Json& given) {
   return values;
 }
 
-ReadyOperation::ReadyOperation(const Operation& operation, Values values, const std::string& folder)
+ReadyOperation::ReadyOperation(const Operation& operation, Values values, const Sources& sources)
     : operation_(&operation), values_(std::move(values)) {
-  if (operation.prepare) tool_ = Guarded([&] { return operation.prepare(values_, folder); });
+  if (operation.prepare) tool_ = Guarded([&] { return operation.prepare(values_, sources); });
 }
 
 // Where an export does nothing, the result of the image before must not stay.

@@ -14,10 +14,20 @@
 #include <string>
 #include <vector>
 
+#include "kit/images/image_files.h"
 #include "kit/operations/argument.h"
 #include "quillon/quillon.h"
 
 namespace quillon::kit {
+
+// Where the files are that values name, and how the pictures among them are read.
+struct Sources {
+  Sources(std::string folder_ = {}, Reading reading_ = {})
+      : folder(std::move(folder_)), reading(std::move(reading_)) {}
+
+  std::string folder;  // names of files are relative to it
+  Reading reading;
+};
 
 enum class Kind { kNone, kPicture, kColour, kBlobs, kMatches, kDefects };
 
@@ -86,8 +96,8 @@ struct Operation {
   std::vector<Export> exports = {};
   // Makes the result's picture, colour or things; leaves the inputs alone. Throws Failure.
   void (*run)(const Call& call) = nullptr;
-  // Makes the tool, once for each thread. File names are relative to the folder.
-  std::unique_ptr<Tool> (*prepare)(const Values& values, const std::string& folder) = nullptr;
+  // Makes the tool, once for each thread.
+  std::unique_ptr<Tool> (*prepare)(const Values& values, const Sources& sources) = nullptr;
   bool movesPixels = false;  // positions in the output are not those of the input
 
   size_t InputCount() const { return inputs[1] == Kind::kNone ? 1 : 2; }
@@ -106,7 +116,7 @@ Values ReadValues(const Operation& operation, const Json& given);
 class ReadyOperation {
  public:
   // Teaches templates and loads parameters. Throws Failure.
-  ReadyOperation(const Operation& operation, Values values, const std::string& folder = "");
+  ReadyOperation(const Operation& operation, Values values, const Sources& sources = {});
 
   // What `result` held before is released. Throws Failure when nothing comes out.
   void Run(PictureView a, PictureView b, Content& result);

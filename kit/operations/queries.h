@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "kit/boards/board_inspector.h"
+#include "kit/images/image_files.h"
 #include "kit/operations/argument.h"
 #include "kit/search/blob_search.h"
 #include "kit/search/edge_search.h"
@@ -29,6 +30,6 @@ EdgeTool TeachEdges(const std::string& name, const GreyImage& pattern, const Val
 
 // Taught by the files of good boards, the first of them first. Throws Failure naming the file.
 std::unique_ptr<BoardInspector> TeachBoards(const std::vector<std::string>& good,
-                                            const Values& values);
+                                            const Values& values, const Reading& reading);
 
 }  // namespace quillon::kit

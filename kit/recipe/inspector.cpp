@@ -86,14 +86,16 @@ bool Passes(const Measurement& measurement, const std::optional<double>& value) 
   return value && !(min && !(*value >= *min)) && !(max && !(*value <= *max));
 }
 
-Inspector::Inspector(const Recipe& recipe, const std::string& folder)
-    : recipe_(recipe), contents_(std::make_unique<Content[]>(recipe.slots.size())) {
+Inspector::Inspector(const Recipe& recipe, const Sources& sources)
+    : recipe_(recipe),
+      reading_(sources.reading),
+      contents_(std::make_unique<Content[]>(recipe.slots.size())) {
   usesColour_ = std::any_of(recipe.steps.begin(), recipe.steps.end(), [](const Step& step) {
     return std::find(step.inputs.begin(), step.inputs.end(), kColourSlot) != step.inputs.end();
   });
   for (const Step& step : recipe.steps) {
     try {
-      ready_.emplace_back(*step.operation, step.values, folder);
+      ready_.emplace_back(*step.operation, step.values, sources);
     } catch (const Failure& failure) {
       throw Failure("step '" + step.name + "'" + FileField(*step.operation) + ": " +
                     failure.what());
@@ -116,8 +118,8 @@ void Inspector::Run(size_t number) {
 }
 
 ImageRecord Inspector::Inspect(const std::string& path) {
-  return Inspect(path,
-                 [&](GreyImage& grey, ColourImage& colour) { ReadImage(path, grey, colour); });
+  return Inspect(
+      path, [&](GreyImage& grey, ColourImage& colour) { ReadImage(path, grey, colour, reading_); });
 }
 
 ImageRecord Inspector::Inspect(const GreyImage& image, const std::string& name) {

@@ -38,9 +38,8 @@ bool Passes(const Measurement& measurement, const std::optional<double>& value);
 //   for (const Step& step : recipe.steps) Use(step.name, inspector.Of(step.output).things);
 class Inspector {
  public:
-  // Teaches templates and loads parameters; `folder` is that of the recipe. Throws Failure with
-  // step and field.
-  Inspector(const Recipe& recipe, const std::string& folder);
+  // Teaches templates and loads parameters. Throws Failure with step and field.
+  Inspector(const Recipe& recipe, const Sources& sources);
 
   ImageRecord Inspect(const std::string& path);
   // A picture in memory, which is copied; `name` stands in the record.
@@ -58,6 +57,7 @@ class Inspector {
   void Run(size_t step);
 
   const Recipe& recipe_;
+  Reading reading_;
   bool usesColour_;
   bool isColour_ = false;
   std::unique_ptr<Content[]> contents_;  // images cannot be moved

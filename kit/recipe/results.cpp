@@ -212,7 +212,7 @@ Findings ObjectsToFindings(const Recipe& recipe, const std::vector<ImageRecord>&
   return findings;
 }
 
-std::string Fingerprint(const Recipe& recipe, const std::string& folder) {
+std::string Fingerprint(const Recipe& recipe, const Sources& sources) {
   uint64_t hash = Hash(0xcbf29ce484222325, recipe.canonical);
   for (const Step& step : recipe.steps) {
     for (const Argument& argument : step.operation->arguments) {
@@ -221,9 +221,11 @@ std::string Fingerprint(const Recipe& recipe, const std::string& folder) {
       if (argument.type == Argument::Type::kFiles) {
         files = step.values.List<std::string>(argument.name);
       }
-      for (const std::string& file : files) hash = Hash(hash, ReadFile(InFolder(folder, file)));
+      for (const std::string& file : files)
+        hash = Hash(hash, ReadFile(InFolder(sources.folder, file)));
     }
   }
+  if (sources.reading.depth > 0) hash = Hash(hash, std::to_string(sources.reading.depth));
   char text[17];
   std::snprintf(text, sizeof text, "%016" PRIx64, hash);
   return text;

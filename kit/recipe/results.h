@@ -38,7 +38,7 @@ struct Counts {
 Counts Count(const std::vector<ImageRecord>& records);
 
 // The same for recipes, with the files that they name, that give the same results.
-std::string Fingerprint(const Recipe& recipe, const std::string& folder);
+std::string Fingerprint(const Recipe& recipe, const Sources& sources);
 
 // The file of a run: a line about the recipe, then a record a line, in the order of the images.
 class ResultsFile {

@@ -25,7 +25,7 @@ void Inspect(const Recipe& recipe) {
   std::string picture = "P5 40 30 255\n";
   for (int i = 0; i < 40 * 30; ++i) picture += static_cast<char>(i * i / 7);
   const char* path = FileOf(reinterpret_cast<const uint8_t*>(picture.data()), picture.size());
-  Inspector inspector(recipe, "");
+  Inspector inspector(recipe, {});
   const ImageRecord record = inspector.Inspect(path);
   Require(record.verdict != Verdict::kUnreadable, "the picture is one");
   Require(record.values.size() == recipe.measurements.size() || record.verdict == Verdict::kError,
