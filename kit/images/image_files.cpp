@@ -186,6 +186,7 @@ void DecodeImage(Bytes file, const std::string& name, GreyImage& grey, ColourIma
   colour.Destroy();
   if (raster.isColour) {
     ToColour(name, raster, colour);
+    CreateOrFail(name, raster, grey);
     IxColorToGray(&colour, &grey);
     return;
   }
