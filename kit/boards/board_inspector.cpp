@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <numeric>
 
+#include "kit/boards/local_check.h"
 #include "kit/errors.h"
 
 namespace quillon::kit {
@@ -12,7 +14,9 @@ namespace {
 constexpr int kLeastTolerance = 3;  // scanned edges wander by two pixels, warps round by one
 constexpr int kFrame = 16;          // outside it, morphology's border rules touch nothing
 static_assert(kFrame > InspectionRules::kMostTolerance + 2);
-constexpr int kGroup = 2;  // what differs is one defect across gaps of twice this
+constexpr int kGroup = 5;  // what differs is one defect across gaps of twice this
+constexpr int kBlur = 2;   // pixels by which what differs reaches beyond what is seen of it
+constexpr double kLeastContrast = 24;  // grey values between material and ground
 constexpr int kMostDefects = 20'000;
 
 std::string Size(const GreyImage& image) {
@@ -75,28 +79,53 @@ void BoardInspector::Teach(const GreyImage& good) {
   Learn(rules_.tolerance == InspectionRules::kLearned ? kLeastTolerance : rules_.tolerance);
 }
 
-// 255 where there is material. The median takes away single wrong pixels.
+// 255 where there is material: nowhere on a picture of one brightness, which is a blank board. The
+// median takes away single wrong pixels.
 void BoardInspector::MakeMaterial(const GreyImage& picture) {
   IxMedianFilter3x3(&picture, &material_);
   Require(material_);
-  IxThreshold(&material_, OtsuLevel(material_));
+  const Brightness brightness = Measure(material_);
+  if (brightness.contrast < kLeastContrast) {
+    for (int y = 0; y < material_.height; ++y) {
+      std::memset(material_.rows[y], 0, static_cast<size_t>(material_.width));
+    }
+    return;
+  }
+  IxThreshold(&material_, brightness.level);
   if (!rules_.brightMaterial) IxImageInvert(&material_, &material_);
 }
 
-// Otsu's level of every other pixel of every other row: they tell as much as all of them.
-int BoardInspector::OtsuLevel(const GreyImage& image) {
+// Of every other pixel of every other row: they tell as much as all of them.
+BoardInspector::Brightness BoardInspector::Measure(const GreyImage& image) {
   IxImageScaling(&image, &sample_, 0.5, 0.5);
   scratch_.CopyFrom(&sample_);
   IxOtsuThreshold(&scratch_);
   Require(scratch_);
-  int level = 0;
+  constexpr int kRowsPerMean = 4;
+  Brightness result = {.level = 0, .contrast = 0};
+  int64_t count = 0, darkCount = 0, sum = 0, darkSum = 0;
   for (int y = 0; y < sample_.height; ++y) {
     const unsigned char *grey = sample_.rows[y], *bright = scratch_.rows[y];
     for (int x = 0; x < sample_.width; ++x) {
-      level = std::max<int>(level, bright[x] ? 0 : grey[x]);
+      result.level = std::max<int>(result.level, bright[x] ? 0 : grey[x]);
     }
+    if (y % kRowsPerMean != 0) continue;
+    int rowSum = 0, rowDark = 0, rowDarkSum = 0;
+    for (int x = 0; x < sample_.width; ++x) {
+      rowSum += grey[x];
+      rowDark += bright[x] == 0;
+      rowDarkSum += bright[x] ? 0 : grey[x];
+    }
+    count += sample_.width;
+    sum += rowSum;
+    darkCount += rowDark;
+    darkSum += rowDarkSum;
   }
-  return level;
+  if (darkCount > 0 && darkCount < count) {
+    result.contrast = static_cast<double>(sum - darkSum) / static_cast<double>(count - darkCount) -
+                      static_cast<double>(darkSum) / static_cast<double>(darkCount);
+  }
+  return result;
 }
 
 // Repeats the border of the inner part over the frame.
@@ -146,26 +175,72 @@ Registration BoardInspector::Align(const GreyImage& picture) {
   MakeMaterial(picture);
   reducedOther_.Make(material_);
   Registration registration = registrar_.Register(reducedGood_, reducedOther_);
-  if (registration.tiles == 0) throw Failure("cannot be aligned: the good board has no structure");
-  if (!registration.Succeeded()) {
-    throw Failure("does not show this board: " + std::to_string(registration.agreeing) + " of " +
-                  std::to_string(registration.tiles) + " places agree, at least half must");
+  if (registration.tiles == 0 && IsBlank()) {
+    // Nothing says how the other lies: as the good one does.
+    registration.warp = BoardWarp(width_, height_);
+  } else if (registration.tiles == 0) {
+    throw Failure("cannot be aligned: the good board has no structure");
+  } else if (!registration.Succeeded()) {
+    Refuse(registration);
   }
   FrameOther(registration.warp);
   return registration;
 }
 
+bool BoardInspector::IsBlank() const {
+  constexpr int kDust = 100;  // a part of so many is no structure
+  const auto& rows = certainProfiles_.rows;
+  return std::accumulate(rows.begin(), rows.end(), int64_t{0}) * kDust < int64_t{width_} * height_;
+}
+
+// Says why the picture at hand is not this board's.
+void BoardInspector::Refuse(const Registration& registration) {
+  const struct {
+    bool mirrored, upsideDown;
+    const char* how;
+  } turns[] = {{true, false, "mirrored, left for right"},
+               {false, true, "mirrored, upside down"},
+               {true, true, "turned by 180 degrees"}};
+  GreyImage seen;
+  seen.CopyFrom(&material_);
+  Require(seen);
+  const char* how = nullptr;
+  int most = 0;  // places that agree
+  for (const auto& turn : turns) {
+    for (int y = 0; y < height_; ++y) {
+      const unsigned char* from = seen.rows[turn.upsideDown ? height_ - 1 - y : y];
+      if (turn.mirrored) {
+        std::reverse_copy(from, from + width_, material_.rows[y]);
+      } else {
+        std::copy(from, from + width_, material_.rows[y]);
+      }
+    }
+    reducedOther_.Make(material_);
+    const Registration turned = registrar_.Register(reducedGood_, reducedOther_);
+    if (!turned.Succeeded() || turned.agreeing <= most) continue;
+    most = turned.agreeing;
+    how = turn.how;
+  }
+  if (how) throw Failure(std::string("shows this board ") + how);
+  throw Failure("does not show this board: " + std::to_string(registration.agreeing) + " of " +
+                std::to_string(registration.tiles) + " places agree, at least half must");
+}
+
+// Where something may differ is judged a pixel more strictly: the local check decides.
+int BoardInspector::Suspicion() const { return std::max(tolerance_ - 1, 1); }
+
 void BoardInspector::Learn(int tolerance) {
   tolerance_ = tolerance;
-  IxErosionDiamond(&certain_, &deep_, tolerance);
-  IxDilationDiamond(&possible_, &reached_, tolerance);
+  IxErosion(&certain_, &deep_, Suspicion(), Suspicion());
+  IxDilation(&possible_, &reached_, Suspicion(), Suspicion());
   Require(deep_);
   Require(reached_);
+  certainProfiles_ = CountMaterial(certain_, kFrame);
 }
 
 void BoardInspector::Compare() {
-  IxErosionDiamond(&other_, &otherDeep_, tolerance_);
-  IxDilationDiamond(&other_, &otherReached_, tolerance_);
+  IxErosion(&other_, &otherDeep_, Suspicion(), Suspicion());
+  IxDilation(&other_, &otherReached_, Suspicion(), Suspicion());
   IxImageSub(&deep_, &other_, &missing_);
   IxImageSub(&certain_, &otherReached_, &scratch_);
   IxImageBirwiseOR(&missing_, &scratch_, &missing_);
@@ -175,6 +250,8 @@ void BoardInspector::Compare() {
   Require(otherReached_);
   Require(missing_);
   Require(extra_);
+  CheckLocally({certain_, possible_, other_, certainProfiles_, kFrame}, tolerance_, missing_,
+               extra_);
 }
 
 // Makes what can be judged the region of interest: places that the other picture shows, but for
@@ -219,7 +296,7 @@ std::vector<Defect> BoardInspector::Group(const BoardWarp& warp) {
     int bound[4];  // left, right, top, bottom
     IxGetnBlobBound(region_.get(), n, bound);
     // From the group to what differs, to its true extent, and to the box.
-    const int grow = tolerance_ + rules_.margin - kGroup;
+    const int grow = rules_.margin + kBlur - kGroup;
     const auto x = [&](int at) { return std::clamp(at - kFrame, 0, width_ - 1); };
     const auto y = [&](int at) { return std::clamp(at - kFrame, 0, height_ - 1); };
     const Displacement shift = warp.At(x((bound[0] + bound[1]) / 2), y((bound[2] + bound[3]) / 2));

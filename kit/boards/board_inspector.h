@@ -7,19 +7,21 @@
 //   const BoardInspection inspection = inspector.Inspect(tested);
 //   for (const Defect& defect : inspection.defects) ...
 //
-// Pictures become planes of material, 255 where it is. Edges may wander by the tolerance r, so a
-// place counts as
-//   missing   good material deeper than r where the tested board has none; or good material with
-//             no tested material within r
-//   extra     tested material farther than r from good material; or tested material deeper than r
+// Pictures become planes of material, 255 where it is. Edges may wander by the tolerance r, and as
+// the local check (local_check.h) forgives more than it overlooks, a place is suspected within
+// s = r - 1 of being
+//   missing   good material deeper than s where the tested board has none; or good material with
+//             no tested material within s
+//   extra     tested material farther than s from good material; or tested material deeper than s
 //             where the good board has none
 // Of each, the first sees what is small in a wide area, the second what is small across a thin
-// line. Both accept every picture whose edges lie within r of where they should be.
+// line. Both accept every picture whose edges lie within s of where they should be.
 #pragma once
 
 #include <memory>
 #include <vector>
 
+#include "kit/boards/local_check.h"
 #include "kit/boards/registration.h"
 #include "kit/geometry.h"
 #include "quillon/quillon.h"
@@ -32,7 +34,7 @@ struct InspectionRules {
 
   bool brightMaterial = false;
   int tolerance = kLearned;  // pixels that edges may wander
-  int minArea = 3;           // pixels beyond the tolerance that make a defect
+  int minArea = 14;          // pixels that differ and make a defect
   int margin = 8;            // of the boxes, around what differs
 };
 
@@ -41,7 +43,7 @@ const char* Name(Difference kind);  // "missing", "extra"
 
 // What differs, grouped. Coordinates are those of the tested picture, ends included.
 struct Defect {
-  int missing, extra;  // pixels beyond the tolerance
+  int missing, extra;  // pixels that differ
   int left, top, right, bottom;
   int shiftX, shiftY;  // from the good board to here
 
@@ -73,8 +75,15 @@ class BoardInspector {
 
  private:
   void MakeMaterial(const GreyImage& picture);
-  int OtsuLevel(const GreyImage& image);
+  struct Brightness {
+    int level;        // Otsu's: what is above it is bright
+    double contrast;  // between the means of dark and bright
+  };
+  Brightness Measure(const GreyImage& image);
   Registration Align(const GreyImage& picture);
+  bool IsBlank() const;  // the good board
+  [[noreturn]] void Refuse(const Registration& registration);
+  int Suspicion() const;
   void Frame(GreyImage& plane) const;
   void FrameGood();
   void FrameOther(const BoardWarp& warp);
@@ -93,7 +102,8 @@ class BoardInspector {
 
   // Planes on the good board's places, with a frame that repeats the border.
   GreyImage certain_, possible_;  // material of all, of any good board
-  GreyImage deep_, reached_;      // certain_ eroded, possible_ dilated, by the tolerance
+  MaterialProfiles certainProfiles_;
+  GreyImage deep_, reached_;  // certain_ eroded, possible_ dilated
   GreyImage other_, otherDeep_, otherReached_;
   GreyImage missing_, extra_, scratch_;
 };

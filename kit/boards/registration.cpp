@@ -18,6 +18,12 @@ constexpr double kNetOverlap = 0.25;
 // Nodes of the net along a side.
 int Nodes(int side) { return std::clamp(side / kNodeSpacing, kFewestNodes, BoardWarp::kMostNodes); }
 
+// Tiles along a side of the finest level.
+int Tiles(int side) {
+  constexpr int kSmallest = 16, kMost = 8;
+  return std::min(side / kSmallest, kMost);
+}
+
 int MultipleOf3(int value) { return value - value % 3; }
 
 double StandardDeviation(const unsigned char* values, int count) {
@@ -219,7 +225,8 @@ Registration Registrar::Register(const ReducedBoard& good, const ReducedBoard& o
   result.warp.Shift(FindWhole(good, other));
   fit(kLinear, {std::max(coarsest - 1, finest), 3, 3, 2});
   for (int i = coarsest - 2; i >= finest; --i) fit(kQuadratic, {i, 5, 5, 1});
-  fit(kQuadratic, {finest, 8, 8, 1});
+  const GreyImage& last = good.Level(finest);
+  fit(kQuadratic, {finest, Tiles(last.width), Tiles(last.height), 1});
   const Registration whole = result;  // small tiles say little about what kind of board it is
 
   const Grid net = {finest, Nodes(good.Width()), Nodes(good.Height()), 1, kNetOverlap};

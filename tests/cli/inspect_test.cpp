@@ -74,6 +74,22 @@ void ExpectEach(const std::vector<DrawnDefect>& drawn, const std::vector<Defect>
   }
 }
 
+// Ends not included.
+struct Area {
+  int left, top, right, bottom;
+};
+
+void Paint(GreyImage& image, const Area& area, int grey) {
+  for (int y = area.top; y < area.bottom; ++y) {
+    std::fill(image.rows[y] + area.left, image.rows[y] + area.right, static_cast<uint8_t>(grey));
+  }
+}
+
+void DrawGround(GreyImage& image, int width, int height, int grey) {
+  image.Create(width, height);
+  Paint(image, {0, 0, width, height}, grey);
+}
+
 std::string FailureOf(const std::function<void()>& work) {
   try {
     work();
@@ -189,6 +205,84 @@ TEST(Inspection, BrightMaterialAndMirroredBoardsGiveTheSame) {
   }
 }
 
+// What the comparison at the tolerance cannot tell, each on a board of thin tracks: six pixels
+// wide, forty apart.
+TEST(Inspection, LooksCloserWhereBoardsSeemToDiffer) {
+  constexpr int kSize = 400, kTrack = 6, kApart = 40;
+  struct Case {
+    const char* name;
+    std::vector<Area> ground, material;  // painted on the tested board, one after the other
+    int cut;                             // its content ends this much above the good one's
+    int missing, extra;                  // defects of each kind
+  };
+  const Case cases[] = {
+      {"nothing", {}, {}, 0, 0, 0},
+      {"a break of three pixels", {{100, 200, 106, 203}}, {}, 0, 1, 0},
+      {"a bite that leaves two pixels of the track", {{140, 200, 144, 208}}, {}, 0, 1, 0},
+      {"a bridge over a gap of six pixels", {}, {{106, 200, 112, 204}}, 0, 0, 1},
+      {"a piece of track moved by two pixels",
+       {{180, 150, 182, 190}},
+       {{186, 150, 188, 190}},
+       0,
+       0,
+       0},
+      {"a bridge in three pieces",
+       {},
+       {{147, 100, 153, 104}, {158, 100, 165, 104}, {171, 100, 177, 104}},
+       0,
+       0,
+       1},
+      {"content cut four pixels higher", {}, {}, 4, 0, 0},
+      {"cut higher, and a break", {{100, 200, 106, 212}}, {}, 4, 1, 0},
+  };
+  for (const Case& c : cases) {
+    GreyImage good, tested;
+    for (GreyImage* board : {&good, &tested}) {
+      DrawGround(*board, kSize, kSize, 220);
+      for (int x = 20; x + kTrack <= kSize; x += kApart) {
+        Paint(*board, {x, 10, x + kTrack, 360}, 30);
+        Paint(*board, {x - 7, 40 + x / 3, x + kTrack + 7, 60 + x / 3}, 30);  // a pad
+      }
+      Paint(*board, {112, 150, 118, 250}, 30);  // a track close to another
+    }
+    for (const Area& area : c.ground) Paint(tested, area, 220);
+    for (const Area& area : c.material) Paint(tested, area, 30);
+    Paint(tested, {0, 360 - c.cut, kSize, kSize}, 220);
+    const auto found = Inspect(good, tested);
+    const auto count = [&](kit::Difference kind) {
+      return std::count_if(found.begin(), found.end(),
+                           [&](const Defect& d) { return d.Kind() == kind; });
+    };
+    EXPECT_EQ(count(kit::Difference::kMissing), c.missing) << c.name;
+    EXPECT_EQ(count(kit::Difference::kExtra), c.extra) << c.name;
+  }
+}
+
+TEST(Inspection, BlankAndSmallBoards) {
+  GreyImage blank, spotted;
+  DrawGround(blank, 200, 160, 200);
+  DrawGround(spotted, 200, 160, 200);
+  EXPECT_TRUE(Inspect(blank, blank).empty());
+  Paint(spotted, {50, 60, 70, 75}, 40);
+  const auto defects = Inspect(blank, spotted);
+  ASSERT_EQ(defects.size(), 1u);
+  EXPECT_EQ(defects[0].Kind(), Difference::kExtra);
+  EXPECT_EQ(defects[0].missing, 0);
+  EXPECT_NEAR(defects[0].extra, 20 * 15, 20);
+
+  GreyImage smallest, broken;
+  for (GreyImage* board : {&smallest, &broken}) {
+    DrawGround(*board, 64, 64, 200);
+    for (int at = 8; at < 64; at += 16) {
+      Paint(*board, {at, 4, at + 6, 60}, 40);
+      Paint(*board, {4, at, 60, at + 3}, 40);
+    }
+  }
+  Paint(broken, {24, 28, 30, 36}, 200);
+  EXPECT_TRUE(Inspect(smallest, smallest).empty());
+  EXPECT_EQ(Inspect(smallest, broken).size(), 1u);
+}
+
 TEST(Inspection, PixelsLieInTheirDefects) {
   const SampleBoard board(2, 500, 400);
   GreyImage good, tested;
@@ -208,7 +302,7 @@ TEST(Inspection, PixelsLieInTheirDefects) {
       EXPECT_GT(tested.rows[static_cast<int>(p.y)][static_cast<int>(p.x)], 128);
     }
     for (const kit::Point& p : extra) {
-      EXPECT_LT(tested.rows[static_cast<int>(p.y)][static_cast<int>(p.x)], 140);
+      EXPECT_LT(tested.rows[static_cast<int>(p.y)][static_cast<int>(p.x)], 160);
     }
   }
 }
@@ -217,7 +311,7 @@ TEST(Inspection, LearnsFromGoodBoardsHowFarEdgesWander) {
   const SampleBoard board(4, 500, 400);
   GreyImage good, wide, wider, tested;
   board.DrawGood(good);
-  board.DrawGood(wide, {}, 1.5);
+  board.DrawGood(wide, {}, 1);
   board.DrawGood(wider, {}, 3.5);
   const auto drawn = board.DrawTested(kAll, tested);
 
@@ -274,8 +368,37 @@ TEST(Inspection, RefusesWhatCannotBeCompared) {
   }
   EXPECT_TRUE(inspector.Inspect(good).defects.empty()) << "a refusal leaves nothing behind";
   EXPECT_NE(FailureOf([&] { inspector.Teach(smaller); }).find("63 x 300"), std::string::npos);
+  // A board that is like itself from no other side.
+  GreyImage odd, seen;
+  DrawGround(odd, 300, 300, 220);
+  Random random(3);
+  for (int i = 0; i < 60; ++i) {
+    const int x = random.Within(0, 260), y = random.Within(0, 260);
+    Paint(odd, {x, y, x + random.Within(6, 40), y + random.Within(6, 40)}, 30);
+  }
+  inspector.Teach(odd);
+  seen.Create(300, 300);
+  const struct {
+    bool mirrored, upsideDown;
+    const char* message;
+  } turns[] = {{true, false, "mirrored, left for right"},
+               {false, true, "mirrored, upside down"},
+               {true, true, "turned by 180 degrees"}};
+  for (const auto& turn : turns) {
+    for (int y = 0; y < 300; ++y) {
+      const uint8_t* from = odd.rows[turn.upsideDown ? 299 - y : y];
+      for (int x = 0; x < 300; ++x) seen.rows[y][x] = from[turn.mirrored ? 299 - x : x];
+    }
+    const std::string failure = FailureOf([&] { inspector.Inspect(seen); });
+    EXPECT_NE(failure.find(turn.message), std::string::npos) << failure;
+  }
+  // Material all over, but for specks.
+  DrawGround(flat, 1280, 1280, 40);
+  for (int at = 80; at < 1280; at += 160) {
+    for (int x = 80; x < 1280; x += 160) Paint(flat, {x, at, x + 6, at + 6}, 220);
+  }
   inspector.Teach(flat);
-  EXPECT_NE(FailureOf([&] { inspector.Inspect(good); }).find("no structure"), std::string::npos);
+  EXPECT_NE(FailureOf([&] { inspector.Inspect(flat); }).find("no structure"), std::string::npos);
 }
 
 TEST(Inspection, MarkedPairsOfRealBoards) {
