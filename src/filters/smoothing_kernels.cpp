@@ -1,6 +1,8 @@
 // Row kernels of the smoothing filters. Compiled once per level.
 #include "filters/smoothing_kernels.h"
 
+#include <stddef.h>
+
 #include "simd/vec.h"
 
 namespace quillon::QUILLON_LEVEL {
