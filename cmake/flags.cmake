@@ -11,7 +11,7 @@ function(quillon_flags target)
     -ffp-contract=off
     # The image object has four virtual operations and no virtual destructor: that is its contract.
     $<$<CXX_COMPILER_ID:Clang>:-Wno-delete-non-abstract-non-virtual-dtor>)
-  if(CMAKE_SIZEOF_VOID_P EQUAL 4)
+  if(CMAKE_SIZEOF_VOID_P EQUAL 4 AND NOT EMSCRIPTEN)
     target_compile_options(${target} PRIVATE
       -msse2 -mfpmath=sse  # no result may pass through the wider floating-point stack
       -mstackrealign)      # hosts align the stack to 4 bytes only

@@ -3,6 +3,8 @@
 
 #include <stdint.h>
 
+#include "simd/levels.h"
+
 namespace quillon {
 
 // A gradient's direction in 8 bits a part: (127, 0) is a clear edge from dark on the left to bright
@@ -72,14 +74,11 @@ constexpr int kSumBlock = 128;
 
 // Compiling finder_kernels.cpp once per level defines one constant per level. They are no family of
 // simd/families.h: the library that hosts load does not hold them.
-namespace sse2 {
-extern const FinderKernels search;
-}
-namespace avx2 {
-extern const FinderKernels search;
-}
-namespace avx512 {
-extern const FinderKernels search;
-}
+#define QUILLON_DECLARE_LEVEL(level) \
+  namespace level {                  \
+  extern const FinderKernels search; \
+  }
+QUILLON_FOR_EACH_LEVEL(QUILLON_DECLARE_LEVEL)
+#undef QUILLON_DECLARE_LEVEL
 
 }  // namespace quillon

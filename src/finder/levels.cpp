@@ -6,7 +6,9 @@
 namespace quillon {
 namespace {
 
-constinit const FinderKernels* const kLevels[] = {&sse2::search, &avx2::search, &avx512::search};
+#define QUILLON_KERNELS_OF_LEVEL(level) &level::search,
+constinit const FinderKernels* const kLevels[] = {QUILLON_FOR_EACH_LEVEL(QUILLON_KERNELS_OF_LEVEL)};
+#undef QUILLON_KERNELS_OF_LEVEL
 
 }  // namespace
 

@@ -4,6 +4,8 @@
 // only named here, so that a change to one rebuilds nothing but the workers that call it.
 #pragma once
 
+#include "simd/levels.h"
+
 // clang-format off
 #define QUILLON_FOR_EACH_FAMILY(DO)      \
   DO(ArithmeticKernels, arithmetic)      \
@@ -27,18 +29,17 @@
 
 namespace quillon {
 
-#define QUILLON_DECLARE_FAMILY(Type, name) \
-  struct Type;                             \
-  namespace sse2 {                         \
-  extern const Type name;                  \
-  }                                        \
-  namespace avx2 {                         \
-  extern const Type name;                  \
-  }                                        \
-  namespace avx512 {                       \
-  extern const Type name;                  \
+#define QUILLON_NAME_FAMILY(Type, name) struct Type;
+QUILLON_FOR_EACH_FAMILY(QUILLON_NAME_FAMILY)
+#undef QUILLON_NAME_FAMILY
+
+#define QUILLON_DECLARE_FAMILY(Type, name) extern const Type name;
+#define QUILLON_DECLARE_LEVEL(level)              \
+  namespace level {                               \
+  QUILLON_FOR_EACH_FAMILY(QUILLON_DECLARE_FAMILY) \
   }
-QUILLON_FOR_EACH_FAMILY(QUILLON_DECLARE_FAMILY)
+QUILLON_FOR_EACH_LEVEL(QUILLON_DECLARE_LEVEL)
+#undef QUILLON_DECLARE_LEVEL
 #undef QUILLON_DECLARE_FAMILY
 
 }  // namespace quillon

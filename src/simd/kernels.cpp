@@ -12,13 +12,12 @@ namespace quillon {
   constinit const Kernels kernels = {.level = #name,                                    \
                                      QUILLON_FOR_EACH_FAMILY(QUILLON_FAMILY_OF_LEVEL)}; \
   }
-QUILLON_LEVEL_ROW(sse2)
-QUILLON_LEVEL_ROW(avx2)
-QUILLON_LEVEL_ROW(avx512)
+QUILLON_FOR_EACH_LEVEL(QUILLON_LEVEL_ROW)
 
 namespace {
 
-constinit const Kernels* const kLevels[] = {&sse2::kernels, &avx2::kernels, &avx512::kernels};
+#define QUILLON_KERNELS_OF_LEVEL(name) &name::kernels,
+constinit const Kernels* const kLevels[] = {QUILLON_FOR_EACH_LEVEL(QUILLON_KERNELS_OF_LEVEL)};
 
 }  // namespace
 

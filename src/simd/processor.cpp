@@ -4,11 +4,12 @@ namespace quillon {
 
 // The features of this processor that its operating system saves and restores too.
 size_t LevelCount() {
-#define QUILLON_FEATURE(name) \
-  | static_cast<uint32_t>(__builtin_cpu_supports(#name) ? 1 : 0) << feature::name##Number
-  return LevelsOf(0 QUILLON_AVX2_FEATURES(QUILLON_FEATURE)
-                      QUILLON_AVX512_FEATURES(QUILLON_FEATURE));
-#undef QUILLON_FEATURE
+  uint32_t features = 0;
+#define QUILLON_ASK_FOR(name, level) \
+  if (__builtin_cpu_supports(#name)) features |= 1u << feature::name##Number;
+  QUILLON_FOR_EACH_FEATURE(QUILLON_ASK_FOR)
+#undef QUILLON_ASK_FOR
+  return LevelsOf(features);
 }
 
 }  // namespace quillon

@@ -5,35 +5,33 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "simd/levels.h"
+
 namespace quillon {
 
-// The features that levels need, level by level: the names by which compilers know them.
-// clang-format off
-#define QUILLON_AVX2_FEATURES(DO) DO(avx2) DO(bmi) DO(bmi2) DO(popcnt)
-#define QUILLON_AVX512_FEATURES(DO)                             \
-  DO(avx512f) DO(avx512cd) DO(avx512bw) DO(avx512dq)            \
-  DO(avx512vl) DO(avx512vbmi) DO(avx512vbmi2) DO(avx512vnni)    \
-  DO(avx512bitalg) DO(avx512vpopcntdq)
-// clang-format on
-
-// One bit for each.
+// One bit for each feature that some level needs.
 namespace feature {
-#define QUILLON_NUMBER(name) name##Number,
-enum { QUILLON_AVX2_FEATURES(QUILLON_NUMBER) QUILLON_AVX512_FEATURES(QUILLON_NUMBER) count };
+#define QUILLON_NUMBER(name, level) name##Number,
+enum { QUILLON_FOR_EACH_FEATURE(QUILLON_NUMBER) count };
 #undef QUILLON_NUMBER
-#define QUILLON_BIT(name) | 1u << name##Number
-constexpr uint32_t kAvx2Level = 0 QUILLON_AVX2_FEATURES(QUILLON_BIT);
-constexpr uint32_t kAvx512Level = kAvx2Level QUILLON_AVX512_FEATURES(QUILLON_BIT);
-#undef QUILLON_BIT
 }  // namespace feature
 
-// How many levels, the floor first, a processor with these features runs.
-constexpr size_t LevelsOf(uint32_t features) {
-  const auto has = [=](uint32_t needed) { return (features & needed) == needed; };
-  return has(feature::kAvx512Level) ? 3 : has(feature::kAvx2Level) ? 2 : 1;
+#define QUILLON_COUNT_LEVEL(name) +1
+constexpr size_t kLevelCount = 0 QUILLON_FOR_EACH_LEVEL(QUILLON_COUNT_LEVEL);
+#undef QUILLON_COUNT_LEVEL
+
+// How many levels, the floor first, a processor with these features runs: those before the first
+// that lacks one.
+constexpr size_t LevelsOf([[maybe_unused]] uint32_t features) {
+  size_t levels = kLevelCount;
+#define QUILLON_ASK_FOR(name, level) \
+  if (!(features >> feature::name##Number & 1) && levels > level) levels = level;
+  QUILLON_FOR_EACH_FEATURE(QUILLON_ASK_FOR)
+#undef QUILLON_ASK_FOR
+  return levels;
 }
 
-// How many of the levels sse2, avx2, avx512 run here: 1 ... 3. A few bit tests, no state.
+// How many of the levels run here: 1 ... kLevelCount. A few bit tests, no state.
 size_t LevelCount();
 
 }  // namespace quillon

@@ -1,17 +1,16 @@
 // Checks of the vector layer and of the walkers over blocks, made once per level.
 #pragma once
 
+#include "simd/levels.h"
+
 namespace quillon {
 
 // Null, or what came out wrong first.
-namespace sse2 {
-const char* CheckVectors();
-}
-namespace avx2 {
-const char* CheckVectors();
-}
-namespace avx512 {
-const char* CheckVectors();
-}
+#define QUILLON_DECLARE_LEVEL(level) \
+  namespace level {                  \
+  const char* CheckVectors();        \
+  }
+QUILLON_FOR_EACH_LEVEL(QUILLON_DECLARE_LEVEL)
+#undef QUILLON_DECLARE_LEVEL
 
 }  // namespace quillon
