@@ -1,7 +1,6 @@
 #include "filters/smoothing.h"
 
 #include <algorithm>
-#include <bit>
 
 #include "core/buffer.h"
 #include "filters/row_frame.h"
@@ -45,7 +44,7 @@ constexpr MeanScale ScaleByBits(int area) {
   const int weight = (1 << 23) >> exponent;
   return {.converted = false,
           .weight = weight,
-          .bias = std::bit_cast<int32_t>(static_cast<float>(m * area * weight)),
+          .bias = __builtin_bit_cast(int32_t, static_cast<float>(m * area * weight)),
           .reciprocal = 1.0f / static_cast<float>(area * weight),
           .offset = kWhole - static_cast<float>(m)};
 }
@@ -65,7 +64,7 @@ constexpr MeanScale ScaleByConversion(int area) {
 constexpr bool IsExact(const MeanScale& scale, int area) {
   const auto isMean = [&](int sum, int mean) {
     const int bits = sum * scale.weight + scale.bias;
-    const float value = scale.converted ? static_cast<float>(bits) : std::bit_cast<float>(bits);
+    const float value = scale.converted ? static_cast<float>(bits) : __builtin_bit_cast(float, bits);
     const float rounded = value * scale.reciprocal + scale.offset;
     const double fused = static_cast<double>(value) * static_cast<double>(scale.reciprocal) +
                          static_cast<double>(scale.offset - kWhole);
