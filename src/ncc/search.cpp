@@ -43,12 +43,6 @@ Lattice MakeLattice(const NccTool& tool, int level) {
   return {std::ldexp(angleStep, -level), std::ldexp(scaleStep, -level)};
 }
 
-// A limit that a grid point misses by rounding is met.
-bool Within(double value, double low, double high, double step) {
-  const double slack = step * (1 + 1e-9);
-  return value >= low - slack && value <= high + slack;
-}
-
 void Report(const Search& search, const Match* matches, int count, NccTool& tool) {
   const NccLevel& full = tool.levels[0];
   const SearchLimits& limits = search.limits;
@@ -120,27 +114,6 @@ bool RunStages(Search& search, NccTool& tool) {
 }
 
 }  // namespace
-
-bool Search::Counts(int level) const {
-  constexpr uint32_t kFewest = 16;  // what the coarsest level of a model keeps at least
-  const NccLevel& pattern = tool.levels[level];
-  return pattern.count >= kFewest * static_cast<uint32_t>(pattern.planes) && pattern.deviation > 0;
-}
-
-bool Search::AllowsDegrees(double degrees, double step) const {
-  return Within(degrees, limits.angleMin, limits.angleMax, step);
-}
-
-bool Search::AllowsScale(int index, double step) const {
-  return Within(lattice.Scale(index), limits.scaleMin, limits.scaleMax, step);
-}
-
-CellReach Search::Reach(int level) const {
-  const bool scale = limits.scaleMin < limits.scaleMax;
-  return {.pixels = 1,
-          .degrees = limits.rotate ? lattice.AngleStep(level) : 0,
-          .scale = scale ? lattice.ScaleStep(level) : 0};
-}
 
 template <class Pixel>
 bool FindNccModel(const Kernels& kernels, const CImage<Pixel>& image, const SearchLimits& limits,

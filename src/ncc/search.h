@@ -2,21 +2,13 @@
 // candidates from level to level, then a fit at full resolution.
 #pragma once
 
+#include "ncc/limits.h"
 #include "ncc/tool.h"
 #include "quillon/image.h"
 
 namespace quillon {
 
 struct Kernels;
-
-// What a host asks for. Angles in degrees, clockwise as displayed.
-struct SearchLimits {
-  double minScore;
-  double angleMax, angleMin;
-  double scaleMax, scaleMin;
-  bool rotate;
-  int maxResults;
-};
 
 // Searches the image and fills the tool's results. False, leaving them alone, when the tool has no
 // model of the image's kind; false with no results when memory is short.

@@ -40,7 +40,7 @@ struct Job {
   std::string folder, recipe;
 };
 
-std::vector<std::string> Lines(const std::string& text) {
+[[maybe_unused]] std::vector<std::string> Lines(const std::string& text) {
   std::vector<std::string> lines;
   std::istringstream stream(text);
   for (std::string line; std::getline(stream, line);) lines.push_back(line);
