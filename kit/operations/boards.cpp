@@ -86,9 +86,7 @@ std::vector<Operation> BoardOperations() {
                   "how far edges may wander; without: learned, 3 pixels from one good board")
                 .In("pixels")
                 .Optional(),
-            Whole("min_area", 1, 1'000'000, "that differ and make a defect")
-                .In("pixels")
-                .Or("14"),
+            Whole("min_area", 1, 1'000'000, "that differ and make a defect").In("pixels").Or("14"),
             Whole("margin", 0, 1000, "that boxes leave around a defect").In("pixels").Or("8")},
        .run = Inspect,
        .prepare = LoadBoards},
