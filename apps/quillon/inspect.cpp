@@ -85,7 +85,8 @@ void RunInspect(const Options& options, const Values& values) {
                                {"Number", Tone::kWhite}},
                     .pictures = {}};
 
-  const auto inspector = TeachBoards(values.List<std::string>("good"), values, options.reading);
+  const auto inspector =
+      TeachBoards(values.List<std::string>("good"), values, {"", options.reading});
   if (drawn) {
     GreyImage good;
     ReadImage(options.good, good, options.reading);

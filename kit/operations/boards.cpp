@@ -1,6 +1,5 @@
 // Boards against a good one.
 #include "kit/errors.h"
-#include "kit/images/image_files.h"
 #include "kit/operations/operation.h"
 #include "kit/operations/queries.h"
 
@@ -15,12 +14,8 @@ struct BoardTool : Tool {
 };
 
 std::unique_ptr<Tool> LoadBoards(const Values& values, const Sources& sources) {
-  std::vector<std::string> good;
-  for (const std::string& name : values.List<std::string>("good")) {
-    good.push_back(InFolder(sources.folder, name));
-  }
   auto tool = std::make_unique<BoardTool>();
-  tool->inspector = TeachBoards(good, values, sources.reading);
+  tool->inspector = TeachBoards(values.List<std::string>("good"), values, sources);
   return tool;
 }
 
@@ -51,23 +46,23 @@ void Inspect(const Call& call) {
 }  // namespace
 
 std::unique_ptr<BoardInspector> TeachBoards(const std::vector<std::string>& good,
-                                            const Values& values, const Reading& reading) {
+                                            const Values& values, const Sources& sources) {
   InspectionRules rules = {.brightMaterial = values.Flag("bright"),
                            .minArea = values.Whole("min_area"),
                            .margin = values.Whole("margin")};
   if (values.Has("tolerance")) rules.tolerance = values.Whole("tolerance");
   auto inspector = std::make_unique<BoardInspector>(rules);
-  for (const std::string& path : good) {
+  for (const std::string& name : good) {
     GreyImage image;
-    ReadImage(path, image, reading);
+    sources.Read(name, image);
     try {
-      if (&path == &good.front()) {
+      if (&name == &good.front()) {
         inspector->Teach(image);
       } else {
         inspector->AddGood(image);
       }
     } catch (const Failure& failure) {
-      throw Failure("'" + path + "' " + failure.what());
+      throw Failure("'" + sources.Shown(name) + "' " + failure.what());
     }
   }
   return inspector;

@@ -34,8 +34,7 @@ std::vector<Detail> CorrectionTool<LensCorrection>::Details() const {
 
 template <class Correction>
 std::unique_ptr<Tool> Load(const Values& values, const Sources& sources) {
-  return std::make_unique<CorrectionTool<Correction>>(
-      InFolder(sources.folder, values.Text("parameters")));
+  return std::make_unique<CorrectionTool<Correction>>(sources.File(values.Text("parameters")));
 }
 
 template <class Correction>

@@ -1,5 +1,4 @@
 // Parts found by their grey values, colours or edges.
-#include "kit/images/image_files.h"
 #include "kit/operations/operation.h"
 #include "kit/operations/queries.h"
 
@@ -28,13 +27,13 @@ struct Template : Tool {
 
 template <class Image>
 std::unique_ptr<Tool> LoadTemplate(const Values& values, const Sources& sources) {
-  const std::string path = InFolder(sources.folder, values.Text("template"));
+  const std::string name = values.Text("template");
   Image pattern;
-  ReadImage(path, pattern, sources.reading);
+  sources.Read(name, pattern);
   auto taught = std::make_unique<Template>();
   taught->width = pattern.width;
   taught->height = pattern.height;
-  taught->tool = TeachPattern(path, pattern, values);
+  taught->tool = TeachPattern(sources.Shown(name), pattern, values);
   return taught;
 }
 
@@ -63,11 +62,11 @@ struct Edges : Tool {
 };
 
 std::unique_ptr<Tool> LoadPart(const Values& values, const Sources& sources) {
-  const std::string path = InFolder(sources.folder, values.Text("template"));
+  const std::string name = values.Text("template");
   GreyImage pattern;
-  ReadImage(path, pattern, sources.reading);
+  sources.Read(name, pattern);
   auto edges = std::make_unique<Edges>();
-  edges->tool = TeachEdges(path, pattern, values);
+  edges->tool = TeachEdges(sources.Shown(name), pattern, values);
   return edges;
 }
 

@@ -3,6 +3,7 @@
 // Dilations, erosions, openings and closings run in place, where diamonds and circles give true
 // openings and the last rows keep the picture. Gradients and top-hats run into a second picture,
 // where no image is left behind; two of them change their source, which is a copy therefore.
+#include "kit/errors.h"
 #include "kit/operations/operation.h"
 
 namespace quillon::kit {
@@ -10,9 +11,17 @@ namespace {
 
 using Run = void (*)(const Call& call);
 
+// The exports leave smaller pictures as they are.
+void RequireThree(const GreyImage& image) {
+  if (image.width >= 3 && image.height >= 3) return;
+  throw Failure("the picture has " + std::to_string(image.width) + " x " +
+                std::to_string(image.height) + " pixels, at least 3 x 3 are needed");
+}
+
 struct InPlace {
   template <class Function>
   static void Apply(const Call& call, Function function) {
+    RequireThree(*call.a.grey);
     call.result.picture.CopyFrom(call.a.grey);
     function(&call.result.picture, &call.result.picture);
   }
@@ -21,6 +30,7 @@ struct InPlace {
 struct FromCopy {
   template <class Function>
   static void Apply(const Call& call, Function function) {
+    RequireThree(*call.a.grey);
     GreyImage source;
     source.CopyFrom(call.a.grey);
     function(&source, &call.result.picture);

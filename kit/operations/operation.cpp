@@ -1,7 +1,6 @@
 #include "kit/operations/operation.h"
 
 #include <algorithm>
-#include <filesystem>
 #include <new>
 
 #include "kit/errors.h"
@@ -115,10 +114,6 @@ void ReadyOperation::Run(PictureView a, PictureView b, Content& result) {
 
 std::vector<Detail> ReadyOperation::Details() const {
   return tool_ ? tool_->Details() : std::vector<Detail>();
-}
-
-std::string InFolder(const std::string& folder, const std::string& name) {
-  return (std::filesystem::path(folder) / name).generic_string();
 }
 
 }  // namespace quillon::kit

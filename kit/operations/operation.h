@@ -14,20 +14,11 @@
 #include <string>
 #include <vector>
 
-#include "kit/images/image_files.h"
 #include "kit/operations/argument.h"
+#include "kit/operations/sources.h"
 #include "quillon/quillon.h"
 
 namespace quillon::kit {
-
-// Where the files are that values name, and how the pictures among them are read.
-struct Sources {
-  Sources(std::string folder_ = {}, Reading reading_ = {})
-      : folder(std::move(folder_)), reading(std::move(reading_)) {}
-
-  std::string folder;  // names of files are relative to it
-  Reading reading;
-};
 
 enum class Kind { kNone, kPicture, kColour, kBlobs, kMatches, kDefects };
 
@@ -50,12 +41,6 @@ struct Content {
   GreyImage picture;
   ColourImage colour;
   std::vector<Thing> things;
-};
-
-// A picture to work on, in grey, in colour or both. It is neither copied nor changed.
-struct PictureView {
-  const GreyImage* grey = nullptr;
-  const ColourImage* colour = nullptr;
 };
 
 // Something that an operation can tell besides its result.
@@ -141,8 +126,5 @@ std::vector<Operation> CalibrationOperations();
 std::vector<Operation> BlobOperations();
 std::vector<Operation> MatchingOperations();
 std::vector<Operation> BoardOperations();
-
-// A file name of a recipe as a path.
-std::string InFolder(const std::string& folder, const std::string& name);
 
 }  // namespace quillon::kit

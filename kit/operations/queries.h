@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "kit/boards/board_inspector.h"
-#include "kit/images/image_files.h"
 #include "kit/operations/argument.h"
+#include "kit/operations/sources.h"
 #include "kit/search/blob_search.h"
 #include "kit/search/edge_search.h"
 #include "kit/search/pattern_search.h"
@@ -28,8 +28,8 @@ EdgeQuery EdgeQueryOf(const Values& values);
 // Throws Failure naming the template.
 EdgeTool TeachEdges(const std::string& name, const GreyImage& pattern, const Values& values);
 
-// Taught by the files of good boards, the first of them first. Throws Failure naming the file.
+// Taught by pictures of good boards, the first of them first. Throws Failure naming the picture.
 std::unique_ptr<BoardInspector> TeachBoards(const std::vector<std::string>& good,
-                                            const Values& values, const Reading& reading);
+                                            const Values& values, const Sources& sources = {});
 
 }  // namespace quillon::kit

@@ -221,8 +221,7 @@ std::string Fingerprint(const Recipe& recipe, const Sources& sources) {
       if (argument.type == Argument::Type::kFiles) {
         files = step.values.List<std::string>(argument.name);
       }
-      for (const std::string& file : files)
-        hash = Hash(hash, ReadFile(InFolder(sources.folder, file)));
+      for (const std::string& file : files) hash = Hash(hash, ReadFile(sources.File(file)));
     }
   }
   if (sources.reading.depth > 0) hash = Hash(hash, std::to_string(sources.reading.depth));

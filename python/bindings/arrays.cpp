@@ -4,6 +4,7 @@
 #include <cstring>
 #include <new>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "spares.h"
@@ -83,11 +84,6 @@ bool IsColour(const Array& array) {
          py::reinterpret_borrow<py::array>(array.object).ndim() == 3;
 }
 
-bool IsWritable(const Array& array) {
-  return py::isinstance<py::array>(array.object) &&
-         py::reinterpret_borrow<py::array>(array.object).writeable();
-}
-
 PixelView ViewOf(const Array& argument, const char* name, Layout layout) {
   const py::array array = CheckedArray(argument, name);
   const bool colour = layout == Layout::kColour;
@@ -122,6 +118,26 @@ std::unique_ptr<CImage<Pixel>> CopyPixels(const PixelView& view) {
     CopyRow(view, view.data + y * view.rowStep, image->rows[y]);
   }
   return image;
+}
+
+template <class Pixel>
+std::unique_ptr<CImage<Pixel>> CopyOf(const Array& array, const char* name) {
+  const PixelView view = ViewOf(array, name, kLayoutOf<Pixel>);
+  return Unlocked([&] { return CopyPixels<Pixel>(view); });
+}
+
+template <class Pixel>
+std::unique_ptr<CImage<Pixel>> Take(CImage<Pixel>& image) {
+  auto taken = std::make_unique<CImage<Pixel>>();
+  taken->bitmap = std::exchange(image.bitmap, nullptr);
+  taken->bits = std::exchange(image.bits, nullptr);
+  taken->rows = std::exchange(image.rows, nullptr);
+  for (auto word :
+       {&CImage<Pixel>::width, &CImage<Pixel>::height, &CImage<Pixel>::bpp, &CImage<Pixel>::stride,
+        &CImage<Pixel>::bytesPerPixel, &CImage<Pixel>::paletteEntries, &CImage<Pixel>::imageSize}) {
+    (*taken).*word = image.*word;
+  }
+  return taken;
 }
 
 template <class Pixel>
@@ -207,6 +223,10 @@ template class Source<unsigned char>;
 template class Source<RGB_24>;
 template std::unique_ptr<GreyImage> CopyPixels(const PixelView&);
 template std::unique_ptr<ColourImage> CopyPixels(const PixelView&);
+template std::unique_ptr<GreyImage> CopyOf<unsigned char>(const Array&, const char*);
+template std::unique_ptr<ColourImage> CopyOf<RGB_24>(const Array&, const char*);
+template std::unique_ptr<GreyImage> Take(GreyImage&);
+template std::unique_ptr<ColourImage> Take(ColourImage&);
 template void ClearPadding(GreyImage&);
 template void ClearPadding(ColourImage&);
 template py::array ToArray(std::unique_ptr<GreyImage>);

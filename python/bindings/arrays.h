@@ -45,9 +45,6 @@ PixelView ViewOf(const Array& array, const char* name, Layout layout);
 // Whether the argument has the shape of a colour image rather than that of a grey one.
 bool IsColour(const Array& array);
 
-// Whether the argument is an array that may be written to.
-bool IsWritable(const Array& array);
-
 // An image for an export to make its result in: empty, or of this size with old pixels.
 template <class Pixel>
 std::unique_ptr<CImage<Pixel>> NewResult(int width, int height);
@@ -55,6 +52,20 @@ std::unique_ptr<CImage<Pixel>> NewResult(int width, int height);
 // Copies the pixels into a new image. Needs no interpreter lock.
 template <class Pixel>
 std::unique_ptr<CImage<Pixel>> CopyPixels(const PixelView& view);
+
+template <class Pixel>
+std::unique_ptr<CImage<Pixel>> CopyOf(const Array& array, const char* name);
+
+// Takes the pixels out of an image, which is empty then.
+template <class Pixel>
+std::unique_ptr<CImage<Pixel>> Take(CImage<Pixel>& image);
+
+// Runs `work` without the interpreter lock.
+template <class Work>
+auto Unlocked(const Work& work) {
+  const py::gil_scoped_release release;
+  return work();
+}
 
 // An array as an image to read, in place where its memory allows.
 template <class Pixel>
@@ -66,8 +77,6 @@ class Source {
   Source& operator=(const Source&) = delete;
 
   const CImage<Pixel>* get() const { return image_; }
-  // To write through; only for sources that InPlace() tells of.
-  CImage<Pixel>* mutableImage() const { return image_; }
   bool InPlace() const { return !copy_; }
   int width() const { return image_->width; }
   int height() const { return image_->height; }
@@ -97,13 +106,6 @@ template <class Pixel>
 py::array Deliver(std::unique_ptr<CImage<Pixel>> result, const Array& out) {
   py::array array = ToArray(std::move(result));
   return out.object.is_none() ? array : CopyInto(out, array);
-}
-
-// Runs `work` without the interpreter lock.
-template <class Work>
-auto Unlocked(const Work& work) {
-  const py::gil_scoped_release release;
-  return work();
 }
 
 // ValueError of one line: "NAME: WANTED is wanted, this is GIVEN".

@@ -9,8 +9,8 @@
 #include <utility>
 #include <vector>
 
+#include "arrays.h"
 #include "families.h"
-#include "image_functions.h"
 #include "numbers.h"
 #include "results.h"
 
@@ -172,6 +172,10 @@ class FlatField {
 };
 
 // ---- lens distortion ----------------------------------------------------------------------------
+
+struct Size {
+  int width, height;
+};
 
 constexpr py::ssize_t kTerms = 10;
 constexpr long kDistortionFile = 208;

@@ -1,9 +1,8 @@
-// Colour spaces.
-#include <array>
+// The tables of colour spaces, and single pixels.
 #include <string>
 
+#include "arrays.h"
 #include "families.h"
-#include "image_functions.h"
 #include "results.h"
 
 namespace quillon::python {
@@ -12,9 +11,6 @@ namespace {
 constexpr py::ssize_t kEntries = 1 << 24;
 
 using CreateExport = uint8_t (*)(uint8_t*, uint8_t*, uint8_t*);
-using ConvertExport = uint8_t (*)(const ColourImage*, ColourImage*, const uint8_t*, const uint8_t*,
-                                  const uint8_t*);
-using ChannelExport = uint8_t (*)(const ColourImage*, GreyImage*, int);
 using PointExport = uint8_t (*)(const ColourImage*, int, int, uint8_t*);
 
 void DefineTables(py::module_& module, const char* name, CreateExport export_, const char* text) {
@@ -29,56 +25,6 @@ void DefineTables(py::module_& module, const char* name, CreateExport export_, c
         return Named("ColorTables", tables[0], tables[1], tables[2]);
       },
       text);
-}
-
-// The three tables, checked; `keepAlive` holds them.
-std::array<const uint8_t*, 3> ReadTables(const py::object& tables, py::list& keepAlive) {
-  if (!py::isinstance<py::sequence>(tables) || py::len(tables) != 3) {
-    throw py::type_error("tables: three arrays are wanted, as hsi_tables() or lab_tables() makes");
-  }
-  std::array<const uint8_t*, 3> data{};
-  for (size_t i = 0; i < 3; ++i) {
-    const py::object table = tables[py::int_(i)];
-    keepAlive.append(table);
-    const bool fits = py::isinstance<py::array_t<uint8_t, py::array::c_style>>(table) &&
-                      py::array(table).size() == kEntries;
-    if (!fits) {
-      Refuse(("tables[" + std::to_string(i) + "]").c_str(), "a contiguous array of 16777216 uint8",
-             "another object");
-    }
-    data[i] = static_cast<const uint8_t*>(py::array(table).data());
-  }
-  return data;
-}
-
-void DefineConversion(py::module_& module, const char* name, ConvertExport export_,
-                      const char* text) {
-  module.def(
-      name,
-      [export_](const Array& image, const py::object& tables, const Array& out) {
-        py::list keepAlive;
-        const auto data = ReadTables(tables, keepAlive);
-        const Source<RGB_24> source(image, "image");
-        auto result = NewResult<RGB_24>(source.width(), source.height());
-        Unlocked([&] { export_(source.get(), result.get(), data[0], data[1], data[2]); });
-        NeedPixels(*result);
-        return Deliver(std::move(result), out);
-      },
-      py::arg("image"), py::arg("tables"), py::kw_only(), py::arg("out") = py::none(), text);
-}
-
-void DefineChannel(py::module_& module, const char* name, ChannelExport export_, const char* text) {
-  module.def(
-      name,
-      [export_](const Array& image, int channel, const Array& out) {
-        if (channel < 0 || channel > 2) Refuse("channel", "0, 1 or 2", std::to_string(channel));
-        const Source<RGB_24> source(image, "image");
-        auto result = NewResult<unsigned char>(source.width(), source.height());
-        Unlocked([&] { export_(source.get(), result.get(), channel); });
-        NeedPixels(*result);
-        return Deliver(std::move(result), out);
-      },
-      py::arg("image"), py::arg("channel"), py::kw_only(), py::arg("out") = py::none(), text);
 }
 
 void DefinePoint(py::module_& module, const char* name, PointExport export_, const char* record,
@@ -106,17 +52,11 @@ void DefinePoint(py::module_& module, const char* name, PointExport export_, con
 }  // namespace
 
 void AddColor(py::module_& module) {
-  DefineTables(module, "hsi_tables", IxCreateCToHSI,
-               "The tables of hue, saturation and intensity for color_to_hsi(); 48 MB.");
+  DefineTables(
+      module, "hsi_tables", IxCreateCToHSI,
+      "The tables of hue, saturation and intensity, by which colors are converted; 48 MB.");
   DefineTables(module, "lab_tables", IxCreateCToLab,
-               "The tables of CIE L*a*b*, scaled to bytes, for color_to_lab(); 48 MB.");
-  constexpr const char* kConvert =
-      "A color image through `tables`: byte k of a pixel is the entry of table k.";
-  DefineConversion(module, "color_to_hsi", IxColorToHSI, kConvert);
-  DefineConversion(module, "color_to_lab", IxColorToLab, kConvert);
-  constexpr const char* kChannel = "One channel (0, 1, 2) of a converted image as a gray image.";
-  DefineChannel(module, "get_hsi", IxGetHSI, kChannel);
-  DefineChannel(module, "get_lab", IxGetCIELab, kChannel);
+               "The tables of CIE L*a*b*, scaled to bytes; 48 MB.");
   DefinePoint(module, "get_hsi_point", IxGetHSIPoint, "Hsi",
               "Hue, saturation and intensity of one pixel of a converted image.");
   DefinePoint(module, "get_lab_point", IxGetCIELabPoint, "Lab",

@@ -5,10 +5,8 @@
 
 namespace quillon::python {
 
-void AddPoint(pybind11::module_& module);
-void AddFilters(pybind11::module_& module);
-void AddArithmetic(pybind11::module_& module);
-void AddMorphology(pybind11::module_& module);
+void AddOperations(pybind11::module_& module);
+void AddRecipes(pybind11::module_& module);
 void AddColor(pybind11::module_& module);
 void AddRegions(pybind11::module_& module);
 void AddNcc(pybind11::module_& module);

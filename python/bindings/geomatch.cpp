@@ -4,7 +4,6 @@
 
 #include "families.h"
 #include "handle.h"
-#include "image_functions.h"
 #include "results.h"
 
 namespace quillon::python {
@@ -15,9 +14,9 @@ struct ModelPoint {
   double inverseMagnitude;
 };
 
-class Tool : public Handle<GeoMatchTool, IxCreateGeoTool, IxDestroyMatchModel> {
+class OutlineTool : public Handle<GeoMatchTool, IxCreateGeoTool, IxDestroyMatchModel> {
  public:
-  Tool() : Handle("GeoMatchTool") {}
+  OutlineTool() : Handle("GeoMatchTool") {}
 
   void Teach(const Array& image, double high, double low) {
     const Source<unsigned char> source(image, "image");
@@ -69,8 +68,8 @@ class Tool : public Handle<GeoMatchTool, IxCreateGeoTool, IxDestroyMatchModel> {
 void AddGeoMatch(py::module_& module) {
   PYBIND11_NUMPY_DTYPE_EX(ModelPoint, x, "x", y, "y", gradientX, "gradient_x", gradientY,
                           "gradient_y", inverseMagnitude, "inverse_magnitude");
-  py::class_<Tool> type(module, "GeoMatchTool",
-                        R"(A template's edges, found in other images whatever the contrast.
+  py::class_<OutlineTool> type(module, "GeoMatchTool",
+                               R"(A template's edges, found in other images whatever the contrast.
 
     with quillon.GeoMatchTool() as tool:
         tool.teach(template, high=60, low=20)
@@ -79,11 +78,11 @@ void AddGeoMatch(py::module_& module) {
 Several searches may run at a time.)");
   type.def(py::init(), "A tool without a template.");
   DefineClosing(type);
-  type.def("teach", &Tool::Teach, py::arg("image"), py::arg("high"), py::arg("low"),
+  type.def("teach", &OutlineTool::Teach, py::arg("image"), py::arg("high"), py::arg("low"),
            R"(Takes the edge points of a gray image as the template, in place of an earlier one.
 
 Of the greatest gradient as 255, an edge point has `high`, or `low` beside one that has `high`.)");
-  type.def("find", &Tool::Find, py::arg("image"), py::arg("min_score") = 0.7,
+  type.def("find", &OutlineTool::Find, py::arg("image"), py::arg("min_score") = 0.7,
            py::arg("greediness") = 0.5, py::kw_only(), py::arg("angle_search") = false,
            py::arg("lowest_angle") = -180.0, py::arg("highest_angle") = 180.0,
            py::arg("position") = std::pair(0, 0),
@@ -93,7 +92,7 @@ Positive angles turn clockwise as displayed; without `angle_search` the angle is
 near 1 is fastest, near 0 nothing good is missed. Where nothing is above score 0, the place stays
 `position`.)");
   type.def_property_readonly(
-      "model", &Tool::Model,
+      "model", &OutlineTool::Model,
       "The template: its edge points as a structured array, size, reference point and radius.");
 }
 

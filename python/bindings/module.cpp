@@ -1,4 +1,5 @@
-// The native half of the Python package `quillon`: one file a family of exports.
+// The native half of the Python package `quillon`: the operations of the table, and the objects of
+// the library, one file a family.
 #include "arrays.h"
 #include "families.h"
 
@@ -23,10 +24,8 @@ PYBIND11_MODULE(_quillon, module) {
                                : NeedsCopy<unsigned char>(image);
       },
       pybind11::arg("image"), "Whether calls copy this array before they read it.");
-  AddPoint(module);
-  AddFilters(module);
-  AddArithmetic(module);
-  AddMorphology(module);
+  AddOperations(module);
+  AddRecipes(module);
   AddColor(module);
   AddRegions(module);
   AddNcc(module);

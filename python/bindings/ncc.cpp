@@ -4,7 +4,6 @@
 
 #include "families.h"
 #include "handle.h"
-#include "image_functions.h"
 
 namespace quillon::python {
 namespace {
@@ -33,9 +32,9 @@ void Check(const Search& search) {
   }
 }
 
-class Tool : public Handle<NccTool, IxCreateNCCTool, IxDestroyNCCModel> {
+class CorrelationTool : public Handle<NccTool, IxCreateNCCTool, IxDestroyNCCModel> {
  public:
-  Tool() : Handle("NccTool") {}
+  CorrelationTool() : Handle("NccTool") {}
 
   void Teach(const Array& image, bool useMask) {
     if (IsColour(image)) {
@@ -158,7 +157,8 @@ class Tool : public Handle<NccTool, IxCreateNCCTool, IxDestroyNCCModel> {
 void AddNcc(py::module_& module) {
   PYBIND11_NUMPY_DTYPE_EX(NccResult, matchWidth, "width", matchHeight, "height", x, "x", y, "y",
                           angle, "angle", scale, "scale", score, "score");
-  py::class_<Tool> type(module, "NccTool", R"(A template, found by correlation in other images.
+  py::class_<CorrelationTool> type(module, "NccTool",
+                                   R"(A template, found by correlation in other images.
 
     with quillon.NccTool() as tool:
         tool.teach(template)
@@ -166,15 +166,15 @@ void AddNcc(py::module_& module) {
             print(match["x"], match["y"], match["angle"], match["score"]))");
   type.def(py::init(), "A tool without a template.");
   DefineClosing(type);
-  type.def("teach", &Tool::Teach, py::arg("image"), py::arg("use_mask") = false,
+  type.def("teach", &CorrelationTool::Teach, py::arg("image"), py::arg("use_mask") = false,
            R"(Takes a gray or color image as the template, in place of an earlier one.
 
 With `use_mask`, pixels of value 0 (all three bytes, in color) do not take part.)");
-  type.def("teach_roi", &Tool::TeachRoi, py::arg("image"),
+  type.def("teach_roi", &CorrelationTool::TeachRoi, py::arg("image"),
            "Takes a color template at full resolution only, for correlate().");
   type.def(
       "find",
-      [](Tool& self, const Array& image, double minScore, bool rotate, double angleMin,
+      [](CorrelationTool& self, const Array& image, double minScore, bool rotate, double angleMin,
          double angleMax, double scaleMin, double scaleMax, int maxResults) {
         return self.Find(image,
                          {minScore, angleMin, angleMax, scaleMin, scaleMax, rotate, maxResults});
@@ -186,18 +186,22 @@ With `use_mask`, pixels of value 0 (all three bytes, in color) do not take part.
 
 (x, y) is the center; angles are degrees, clockwise as displayed, searched with `rotate` alone;
 scales are relative to the template. At most 500 results.)");
-  type.def_property_readonly("results", &Tool::Results, "The matches of the last search again.");
-  type.def("correlate", &Tool::Correlate, py::arg("image"),
+  type.def_property_readonly("results", &CorrelationTool::Results,
+                             "The matches of the last search again.");
+  type.def("correlate", &CorrelationTool::Correlate, py::arg("image"),
            R"(The correlation, -1 to 1, of a color image with a color template of its size.
 
 0 for a flat image. With a flat template the value is not a number, or infinite.)");
   type.def_property_readonly(
-      "default_level", [](const Tool& self) { return self.Run(IxGet_DefaultPyramidLevel); },
+      "default_level",
+      [](const CorrelationTool& self) { return self.Run(IxGet_DefaultPyramidLevel); },
       "The coarsest level of the template's pyramid.");
   type.def_property(
-      "current_level", [](const Tool& self) { return self.Run(IxGet_CurrentPyramidLevel); },
-      &Tool::SetLevel, "The level where a search starts; may be set from 0 to default_level.");
-  type.def("level_image", &Tool::LevelImage, py::arg("level"),
+      "current_level",
+      [](const CorrelationTool& self) { return self.Run(IxGet_CurrentPyramidLevel); },
+      &CorrelationTool::SetLevel,
+      "The level where a search starts; may be set from 0 to default_level.");
+  type.def("level_image", &CorrelationTool::LevelImage, py::arg("level"),
            "A level of the template's pyramid as an image.");
 }
 

@@ -3,7 +3,6 @@
 
 #include "families.h"
 #include "handle.h"
-#include "image_functions.h"
 #include "numbers.h"
 #include "results.h"
 

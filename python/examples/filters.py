@@ -7,19 +7,13 @@ import quillon
 from pictures import arguments, canvas, washers, write
 
 
-def closed(image):
-    """A closing by a circle acts in place only."""
-    result = image.copy()
-    return quillon.closing_circle(result, 4, out=result)
-
-
 FILTERS = {
     "source": lambda image: image,
     "sobel": quillon.sobel,
-    "median_filter_5x5": quillon.median_filter_5x5,
-    "mean_smoothing 15": lambda image: quillon.mean_smoothing(image, 15),
-    "otsu_threshold": quillon.otsu_threshold,
-    "closing_circle 4": closed,
+    "median_5x5": quillon.median_5x5,
+    "mean 15": lambda image: quillon.mean(image, 15),
+    "otsu": quillon.otsu,
+    "closing_circle 4": lambda image: quillon.closing_circle(image, 4),
     "white_top_hat 20": lambda image: quillon.white_top_hat(image, 20, 20),
     "morph_gradient 1": lambda image: quillon.morph_gradient(image, 1, 1),
     "rotate_bilinear 20": lambda image: quillon.rotate_bilinear(image, 20),

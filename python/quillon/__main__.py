@@ -8,19 +8,25 @@ from quillon import _batch_command
 
 
 def summary(name):
-    """A function's name with the first line of its description."""
+    """The first line of a description."""
     target = quillon
     for part in name.split("."):
         target = getattr(target, part)
-    # A signature comes first in the description of a native function.
+    # A signature comes first in the description of pybind11's functions.
     lines = [line for line in (target.__doc__).splitlines() if line]
     text = [line for line in lines if "->" not in line] or [""]
     return text[0]
 
 
+def names():
+    """Every function and object: the operations, and what EXPORTS leads to besides."""
+    return list(dict.fromkeys([*quillon._quillon._OPERATIONS, "Recipe", "Prepared",
+                               "BoardInspector", *quillon.EXPORTS.values()]))
+
+
 def list_functions(_arguments):
-    width = max(map(len, quillon.EXPORTS.values()))
-    for name in dict.fromkeys(quillon.EXPORTS.values()):
+    width = max(map(len, names()))
+    for name in names():
         print(f"{name:{width}}  {summary(name)}")
 
 

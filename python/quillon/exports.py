@@ -1,78 +1,12 @@
 """What each function of the C library is called in Python."""
 
-EXPORTS = {
-    # colour to grey, thresholds
-    "IxColorToGray": "color_to_gray",
-    "IxThreshold": "threshold",
-    "IxDoubleThreshold": "double_threshold",
-    "IxOtsuThreshold": "otsu_threshold",
-    # edges, sharpening, medians
-    "IxSobel": "sobel",
-    "IxPrewitt": "prewitt",
-    "IxRobert": "roberts",
-    "IxLaplacian": "laplacian",
-    "IxLaplacianSharping": "laplacian_sharpening",
-    "IxMedianFilter3x3": "median_filter_3x3",
-    "IxMedianFilter5x5": "median_filter_5x5",
-    # smoothing and convolution
-    "IxGaussianSmoothing3x3": "gaussian_smoothing_3x3",
-    "IxGaussianSmoothing5x5": "gaussian_smoothing_5x5",
-    "IxGaussianSmoothing7x7": "gaussian_smoothing_7x7",
-    "IxMeanSmoothing": "mean_smoothing",
-    "IxMeanSmoothing3x3": "mean_smoothing_3x3",
-    "IxMeanSmoothing5x5": "mean_smoothing_5x5",
-    "IxMeanSmoothing7x7": "mean_smoothing_7x7",
-    "IxArbitraryConvolution3x3": "arbitrary_convolution_3x3",
-    "IxArbitraryConvolution5x5": "arbitrary_convolution_5x5",
-    "IxArbitraryConvolution7x7": "arbitrary_convolution_7x7",
-    # pixel arithmetic
-    "IxImageAdd": "add",
-    "IxImageSub": "subtract",
-    "IxImageMul": "multiply",
-    "IxImageDiv": "divide",
-    "IxImageBirwiseAND": "bitwise_and",
-    "IxImageBirwiseOR": "bitwise_or",
-    "IxImageBirwiseXOR": "bitwise_xor",
-    "IxImageEqual": "equal",
-    "IxImageNOTEqual": "not_equal",
-    "IxImageShiftLeft": "shift_left",
-    "IxImageShiftRight": "shift_right",
-    "IxImageInvert": "invert",
-    "IxImageGainOffset": "gain_offset",
-    # geometric transforms
-    "IxImageScaling": "scale",
-    "IxImageTranslation": "translate",
-    "IxImageRotation": "rotate",
-    "IxImageRotationBilinear": "rotate_bilinear",
-    # morphology
-    "IxDilation": "dilation",
-    "IxDilationDiamond": "dilation_diamond",
-    "IxDilationCircle": "dilation_circle",
-    "IxErosion": "erosion",
-    "IxErosionDiamond": "erosion_diamond",
-    "IxErosionCircle": "erosion_circle",
-    "IxOpening": "opening",
-    "IxOpeningDiamond": "opening_diamond",
-    "IxOpeningCircle": "opening_circle",
-    "IxClosing": "closing",
-    "IxClosingDiamond": "closing_diamond",
-    "IxClosingCircle": "closing_circle",
-    "IxMorphGradient": "morph_gradient",
-    "IxMorphGradientDiamond": "morph_gradient_diamond",
-    "IxMorphGradientCircle": "morph_gradient_circle",
-    "IxMorphWhiteTopHat": "white_top_hat",
-    "IxMorphWhiteTopHatDiamond": "white_top_hat_diamond",
-    "IxMorphWhiteTopHatCircle": "white_top_hat_circle",
-    "IxMorphBlackTopHat": "black_top_hat",
-    "IxMorphBlackTopHatDiamond": "black_top_hat_diamond",
-    "IxMorphBlackTopHatCircle": "black_top_hat_circle",
+from . import _quillon
+
+# Functions that objects call. Those that operations of the table call are known from there.
+_OF_OBJECTS = {
     # colour spaces
     "IxCreateCToHSI": "hsi_tables",
     "IxCreateCToLab": "lab_tables",
-    "IxColorToHSI": "color_to_hsi",
-    "IxColorToLab": "color_to_lab",
-    "IxGetHSI": "get_hsi",
-    "IxGetCIELab": "get_lab",
     "IxGetHSIPoint": "get_hsi_point",
     "IxGetCIELabPoint": "get_lab_point",
     # regions of interest
@@ -102,8 +36,6 @@ EXPORTS = {
     "IxReSelectBlob": "Region.reselect",
     "IxGetSelectBlobCount": "Region.selected_count",
     "IxGetBlobList": "Region.selected_blobs",
-    # image pyramid
-    "IxImgPyramid": "pyramid",
     # template matching
     "IxCreateNCCTool": "NccTool",
     "IxDestroyNCCModel": "NccTool.close",
@@ -133,3 +65,5 @@ EXPORTS = {
     "IxDistortionPreCalculate": "LensCalibration.precalculate",
     "IxDistortionCalibrate": "LensCalibration.calibrate",
 }
+
+EXPORTS = {**_quillon._EXPORTS, **_OF_OBJECTS}

@@ -1,6 +1,6 @@
 """What the functions return where it is more than one thing: tuples with names."""
 
-from typing import NamedTuple, Tuple
+from typing import Dict, List, NamedTuple, Optional, Tuple
 
 import numpy as np
 from numpy.typing import NDArray
@@ -99,3 +99,13 @@ class LensParameters(NamedTuple):
     corrected_height: int
     bound: Bound
     coefficients: NDArray[np.float64]  # ten terms, x and y
+
+
+class Inspection(NamedTuple):
+    """What a recipe found in an image."""
+
+    verdict: str  # "pass" or "fail"
+    measurements: Dict[str, Optional[float]]  # None where there was nothing to measure
+    failed: List[str]  # the measurements that are outside their limits
+    objects: Dict[str, NDArray[np.void]]  # of each step that finds things, a row for each
+    pictures: Dict[str, NDArray[np.uint8]]  # of each step that makes one, where asked for

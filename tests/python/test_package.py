@@ -37,17 +37,20 @@ def is_shown(name):
 
 
 def stub_functions():
-    """The functions of the stub, methods as Class.method: name -> parameters."""
-    tree = ast.parse((SOURCE / "python" / "quillon" / "_quillon.pyi").read_text())
+    """The functions of the stub, methods as Class.method: name -> parameters with defaults."""
+    tree = ast.parse((Path(quillon.__file__).parent / "_quillon.pyi").read_text())
     for node in tree.body:
         prefix = f"{node.name}." if isinstance(node, ast.ClassDef) else ""
         for function in node.body if prefix else [node]:
             if isinstance(function, ast.FunctionDef) and is_shown(function.name):
-                arguments = function.args
+                given = function.args
                 if any(isinstance(mark, ast.Attribute) for mark in function.decorator_list):
                     continue  # the setter of a property
-                yield prefix + function.name, [
-                    argument.arg for argument in arguments.args + arguments.kwonlyargs]
+                names = [row.arg for row in given.args + given.kwonlyargs]
+                values = [*given.defaults, *(row for row in given.kw_defaults if row)]
+                defaults = dict(zip(names[len(names) - len(values):], map(ast.unparse, values)))
+                extra = [row.arg for row in (given.vararg, given.kwarg) if row]
+                yield prefix + function.name, (names + extra, defaults)
 
 
 def native_functions():
@@ -57,21 +60,32 @@ def native_functions():
     for owner, prefix in [(quillon._quillon, ""), *classes]:
         for name, value in vars(owner).items():
             if isinstance(value, property):
-                yield prefix + name, ["self"]
+                yield prefix + name, (["self"], {})
             elif is_shown(name) and callable(value) and not inspect.isclass(value):
-                signature = re.match(rf"{name}\((.*?)\) ->", value.__doc__)
-                yield prefix + name, re.findall(r"(?:^|, )(\w+):", signature[1])
+                if value.__text_signature__:
+                    rows = inspect.signature(value).parameters.values()
+                    yield prefix + name, ([row.name for row in rows], {
+                        row.name: repr(row.default) for row in rows if row.default is not row.empty})
+                    continue
+                text = re.match(rf"{name}\((.*?)\) ->", value.__doc__)[1]
+                defaults = re.findall(r"(\w+): [\w.]+(?:\[[^\]]*\])? = (\(.*?\)|[^,]+)", text)
+                yield prefix + name, (re.findall(r"(?:^|, )\*{0,2}(\w+)(?=$|[:,])", text),
+                                      dict(defaults))
 
 
 def test_the_stubs_state_the_functions_that_are_there():
-    assert dict(stub_functions()) == dict(native_functions())
+    stubs, native = dict(stub_functions()), dict(native_functions())
+    assert sorted(stubs) == sorted(native)
+    for name, expected in native.items():
+        assert stubs[name] == expected, name
 
 
 def test_the_command_prints_what_there_is():
     assert "list every function" in run("--help")
     listed = [line.split()[0] for line in run("list").splitlines()]
-    assert listed == list(dict.fromkeys(quillon.EXPORTS.values()))
-    assert run("find", "IxRobert").startswith("quillon.roberts: Edges")
+    assert {*quillon._quillon._OPERATIONS, *quillon.EXPORTS.values(), "Recipe"} <= {*listed}
+    assert len(listed) == len({*listed})
+    assert run("find", "IxRobert").startswith("quillon.roberts: Edge strength")
 
 
 def test_the_installed_package_runs(tmp_path):

@@ -1,0 +1,141 @@
+// Recipes over arrays.
+#include <filesystem>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+
+#include "arrays.h"
+#include "families.h"
+#include "kit/errors.h"
+#include "kit/recipe/inspector.h"
+#include "results.h"
+#include "things.h"
+
+namespace quillon::python {
+namespace {
+
+namespace recipe = kit::recipe;
+
+std::string FileNameOf(const py::object& name) {
+  return py::module_::import("os").attr("fsencode")(name).cast<std::string>();
+}
+
+// What a step made of an image, copied out of the inspector.
+struct StepOutput {
+  std::unique_ptr<GreyImage> picture;
+  std::unique_ptr<ColourImage> colour;
+  std::vector<kit::Thing> things;
+};
+
+template <class Pixel>
+std::unique_ptr<CImage<Pixel>> Copied(const CImage<Pixel>& image) {
+  auto copy = std::make_unique<CImage<Pixel>>();
+  copy->CopyFrom(&image);
+  if (!copy->bits) throw std::bad_alloc();
+  return copy;
+}
+
+class Recipe {
+ public:
+  Recipe(const py::object& given, const py::object& folder) {
+    std::string base = folder.is_none() ? "" : FileNameOf(folder);
+    if (py::isinstance<py::dict>(given)) {
+      const auto text = py::module_::import("json").attr("dumps")(given).cast<std::string>();
+      recipe_ = recipe::MakeRecipe(text);
+    } else {
+      const std::string path = FileNameOf(given);
+      recipe_ = recipe::ReadRecipe(path);
+      if (folder.is_none()) base = std::filesystem::path(path).parent_path().string();
+    }
+    inspector_ = Unlocked([&] { return std::make_unique<recipe::Inspector>(recipe_, base); });
+  }
+
+  py::tuple Run(const Array& image, bool withPictures) {
+    return IsColour(image) ? RunOn<RGB_24>(image, withPictures)
+                           : RunOn<unsigned char>(image, withPictures);
+  }
+
+  const std::string& Name() const { return recipe_.name; }
+
+ private:
+  template <class Pixel>
+  py::tuple RunOn(const Array& image, bool withPictures) {
+    const Source<Pixel> source(image, "image");
+    recipe::ImageRecord record;
+    std::vector<StepOutput> outputs;
+    Unlocked([&] {
+      const std::lock_guard lock(mutex_);
+      record = inspector_->Inspect(*source.get(), "image");
+      if (record.error.empty()) outputs = Outputs(withPictures);
+    });
+    if (!record.error.empty()) throw py::value_error(record.error);
+    return Result(record, std::move(outputs));
+  }
+
+  std::vector<StepOutput> Outputs(bool withPictures) const {
+    std::vector<StepOutput> outputs;
+    for (const recipe::Step& step : recipe_.steps) {
+      const kit::Content& content = inspector_->Of(step.output);
+      StepOutput& output = outputs.emplace_back();
+      output.things = content.things;
+      if (!withPictures) continue;
+      if (content.picture.bits) output.picture = Copied(content.picture);
+      if (content.colour.bits) output.colour = Copied(content.colour);
+    }
+    return outputs;
+  }
+
+  py::tuple Result(const recipe::ImageRecord& record, std::vector<StepOutput> outputs) const {
+    py::dict measurements, objects, pictures;
+    py::list failed;
+    for (size_t i = 0; i < recipe_.measurements.size(); ++i) {
+      const recipe::Measurement& measurement = recipe_.measurements[i];
+      const std::optional<double>& value = record.values[i];
+      measurements[measurement.name.c_str()] = value ? py::object(py::float_(*value)) : py::none();
+      if (!Passes(measurement, value)) failed.append(measurement.name);
+    }
+    for (size_t i = 0; i < outputs.size(); ++i) {
+      const recipe::Step& step = recipe_.steps[i];
+      const char* const name = step.name.c_str();
+      StepOutput& output = outputs[i];
+      if (!kit::IsPicture(step.operation->output)) {
+        objects[name] = ThingsArray(step.operation->output, output.things);
+      } else if (output.picture) {
+        pictures[name] = ToArray(std::move(output.picture));
+      } else if (output.colour) {
+        pictures[name] = ToArray(std::move(output.colour));
+      }
+    }
+    return Named("Inspection", NameOf(record.verdict), measurements, failed, objects, pictures);
+  }
+
+  recipe::Recipe recipe_;
+  std::unique_ptr<recipe::Inspector> inspector_;
+  std::mutex mutex_;
+};
+
+}  // namespace
+
+void AddRecipes(py::module_& module) {
+  py::class_<Recipe> type(module, "Recipe", R"(A recipe, ready for one image after the other.
+
+    recipe = quillon.Recipe("count.json")
+    result = recipe.run(image)
+    print(result.verdict, result.measurements["coins"], result.objects["coins"]["area"])
+
+One object serves one call at a time.)");
+  type.def(py::init<const py::object&, const py::object&>(), py::arg("recipe"),
+           py::arg("folder") = py::none(),
+           R"(A file, or a dictionary of what would be in it.
+
+Files that the recipe names are looked for in `folder`; without one, beside the recipe's file, or
+where the program runs. ValueError tells all that is wrong with a recipe.)");
+  type.def("run", &Recipe::Run, py::arg("image"), py::arg("pictures") = false,
+           R"(Inspects a gray or color image: an Inspection, with every step's picture where asked.
+
+ValueError names the step that could not be done with this image.)");
+  type.def_property_readonly("name", &Recipe::Name, "What the recipe calls itself.");
+}
+
+}  // namespace quillon::python

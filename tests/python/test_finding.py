@@ -1,0 +1,173 @@
+"""Blobs, matches, defects and recipes in process are those of the objects and of the truth."""
+
+import json
+import threading
+
+import cv2
+import numpy as np
+import pytest
+import quillon
+from numpy.testing import assert_array_equal
+from pictures import LAYOUTS, scene
+
+GRAY, COLOR = scene(), scene(color=True)
+PLACE = slice(3, 43), slice(8, 56)
+WHOLE = [(0, 0), (GRAY.shape[1], 0), (GRAY.shape[1], GRAY.shape[0] - 1), (0, GRAY.shape[0] - 1)]
+RECIPE = {
+    "name": "Parts",
+    "steps": [{"name": "smooth", "operation": "median-3x3", "input": "image"},
+              {"name": "hue", "operation": "hsi", "input": "color", "channel": "hue"},
+              {"name": "parts", "operation": "blobs", "input": "smooth", "min_area": 50},
+              {"name": "none", "operation": "blobs", "input": "image", "band": [1, 2]}],
+    "measurements": [{"name": "parts", "input": "parts", "value": "count", "min": 5, "max": 9},
+                     {"name": "largest", "input": "parts", "value": "area", "which": "largest",
+                      "max": 10},
+                     {"name": "nothing", "input": "none", "value": "x"}],
+}
+
+
+def board(defects=()):
+    """Dark lines on a bright ground; and those with bites and spots, x, y, side, value."""
+    picture = np.full((240, 320), 200, np.uint8)
+    random = np.random.default_rng(3)
+    for _ in range(40):
+        x, y = random.integers(5, 290), random.integers(5, 210)
+        cv2.rectangle(picture, (int(x), int(y)), (int(x + random.integers(4, 25)),
+                                                  int(y + random.integers(4, 25))), 40, -1)
+    for x, y, side, value in defects:
+        picture[y:y + side, x:x + side] = value
+    return picture
+
+
+@pytest.mark.parametrize("layout", LAYOUTS)
+def test_blobs_are_those_of_a_region(layout):
+    with quillon.Region() as region:
+        region.set_polygon(WHOLE)
+        region.label(GRAY, 100, 255)
+        region.compute_features()
+        region.select_area(40, 800)
+        expected = region.selected_blobs()
+    found = quillon.blobs(LAYOUTS[layout](GRAY), band=(100, 255), min_area=40, max_area=800)
+    assert 2 < len(found) == len(expected)
+    for name, other in [("area", "area"), ("x", "center_x"), ("y", "center_y"), ("width", "width"),
+                        ("height", "height"), ("angle", "angle")]:
+        assert_array_equal(found[name], expected[other])
+    for blob in found:
+        box = GRAY[blob["top"]:blob["bottom"] + 1, blob["left"]:blob["right"] + 1] >= 100
+        assert box.sum() >= blob["area"] and box[0].any() and box[:, -1].any()
+    assert all(found.dtype[name].shape == () for name in found.dtype.names)
+    assert quillon.blobs(GRAY, band=(1, 2)).shape == (0,)
+    assert quillon.blobs(GRAY, band=(1, 2)).dtype == found.dtype
+
+
+def test_matches_are_those_of_the_tools():
+    template = GRAY[PLACE]
+    with quillon.NccTool() as tool:
+        tool.teach(template)
+        expected = tool.find(GRAY, 0.6, max_results=3)
+    for found in (quillon.match(GRAY, template, min_score=0.6, max=3),
+                  quillon.Prepared("match", template=template, min_score=0.6, max=3)(GRAY)):
+        for name in ("x", "y", "angle", "scale", "score"):
+            assert_array_equal(found[name], expected[name])
+    found = quillon.match_color(COLOR, COLOR[PLACE], max=1)[0]
+    assert abs(found["x"] - 31.5) < 0.1 and abs(found["y"] - 22.5) < 0.1
+    assert (round(found["left"]), round(found["bottom"])) in [(8, 42), (8, 43), (7, 42), (7, 43)]
+    with quillon.GeoMatchTool() as tool:
+        tool.teach(template, 80, 30)
+        x, y, _ = tool.find(GRAY, 0.5, 0.7)
+    assert [(row["x"], row["y"]) for row in quillon.locate(GRAY, template)] == [(x, y)]
+
+
+def test_a_template_may_be_a_file(tmp_path):
+    cv2.imwrite(str(tmp_path / "part.png"), GRAY[PLACE])
+    assert_array_equal(quillon.match(GRAY, tmp_path / "part.png"), quillon.match(GRAY, GRAY[PLACE]))
+    with pytest.raises(ValueError, match="none.png"):
+        quillon.match(GRAY, str(tmp_path / "none.png"))
+    with pytest.raises(TypeError):
+        quillon.match(GRAY, 5)
+
+
+def test_boards_are_inspected_in_memory():
+    good = board()
+    inspector = quillon.BoardInspector(good)
+    assert len(inspector.inspect(good)) == 0 and inspector.tolerance == 3
+    assert quillon.BoardInspector([good, good], tolerance=5).tolerance == 5
+    defects = inspector.inspect(board([(150, 100, 14, 40), (60, 200, 12, 200)]))
+    assert len(defects) >= 1
+    spot = defects[defects["extra"] > 50]
+    for x, y, _, __ in [(150, 100, 14, 40)]:
+        assert ((spot["left"] <= x) & (spot["right"] >= x) & (spot["top"] <= y + 13)).any()
+    assert_array_equal(quillon.inspect(board([(150, 100, 14, 40), (60, 200, 12, 200)]), good),
+                       defects)
+    with pytest.raises(ValueError, match="tolerance: a whole number from 1 to 12 is wanted"):
+        quillon.BoardInspector(good, tolerance=13)
+
+
+def test_a_recipe_gives_all_that_its_steps_give():
+    recipe = quillon.Recipe(RECIPE)
+    smooth = quillon.median_3x3(GRAY)
+    parts = quillon.blobs(smooth, min_area=50)
+    result = recipe.run(COLOR, pictures=True)
+    assert recipe.name == "Parts" and result.verdict == "fail"
+    assert_array_equal(result.pictures["hue"], quillon.hsi(COLOR, "hue"))
+    for layout, lay in LAYOUTS.items():
+        result = recipe.run(lay(GRAY), pictures=True)
+        assert result.measurements == {"parts": len(parts), "largest": parts["area"].max(),
+                                       "nothing": None}, layout
+        assert result.verdict == "fail" and result.failed == ["largest"]
+        assert_array_equal(result.objects["parts"], parts)
+        assert len(result.objects["none"]) == 0 and list(result.objects) == ["parts", "none"]
+        assert_array_equal(result.pictures["smooth"], smooth)
+    assert recipe.run(GRAY).pictures == {}
+
+
+def test_a_recipe_of_a_file_finds_what_lies_beside_it(tmp_path):
+    steps = [{"name": "found", "operation": "match", "input": "image", "template": "part.png"}]
+    recipe = {"name": "Find", "steps": steps,
+              "measurements": [{"name": "n", "input": "found", "value": "count", "min": 1}]}
+    (tmp_path / "find.json").write_text(json.dumps(recipe))
+    with pytest.raises(ValueError, match="step 'found', field 'template': .*part.png"):
+        quillon.Recipe(tmp_path / "find.json")
+    cv2.imwrite(str(tmp_path / "part.png"), GRAY[PLACE])
+    for made in (quillon.Recipe(tmp_path / "find.json"), quillon.Recipe(recipe, folder=tmp_path)):
+        result = made.run(GRAY)
+        assert result.verdict == "pass"
+        assert_array_equal(result.objects["found"], quillon.match(GRAY, GRAY[PLACE]))
+        with pytest.raises(ValueError, match="step 'found'|an array"):
+            made.run(GRAY[:0])
+
+
+@pytest.mark.parametrize("change, message", [
+    ({"steps": [{"name": "a", "operation": "no", "input": "image"}]}, "'no'"),
+    ({"steps": [{"name": "a", "operation": "mean", "input": "image", "size": 4}]}, "odd"),
+    ({"extra": 1}, "extra"),
+])
+def test_what_is_wrong_with_a_recipe_is_said(change, message):
+    with pytest.raises(ValueError, match=message):
+        quillon.Recipe({**RECIPE, **change})
+
+
+def test_a_step_that_cannot_be_done_is_an_exception():
+    crop = {"name": "part", "operation": "crop", "input": "image", "left": 500, "top": 0,
+            "width": 9, "height": 9}
+    recipe = quillon.Recipe({"name": "x", "steps": [crop], "measurements": [
+        {"name": "m", "input": "part", "value": "mean"}]})
+    with pytest.raises(ValueError, match="step 'part': the part to crop ends at column 509"):
+        recipe.run(GRAY)
+
+
+def test_one_recipe_serves_several_threads_and_several_recipes_run_at_a_time():
+    recipes = [quillon.Recipe(RECIPE) for _ in range(2)]
+    expected, wrong = recipes[0].run(GRAY).measurements, []
+
+    def work(index):
+        for _ in range(20):
+            if recipes[index % 2].run(GRAY).measurements != expected:
+                wrong.append(index)
+
+    threads = [threading.Thread(target=work, args=(index,)) for index in range(6)]
+    for thread in threads:
+        thread.start()
+    for thread in threads:
+        thread.join()
+    assert not wrong
