@@ -23,7 +23,7 @@ quillon::GreyImage* OtherMakeImage(int width, int height) {
 }
 
 void OtherDeleteImage(quillon::GreyImage* image) {
-  image->~CImage();
+  image->quillon::GreyImage::~GreyImage();
   free(image);
 }
 
