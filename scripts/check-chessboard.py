@@ -26,11 +26,19 @@ def find_corners(image):
         return None
     criteria = (cv2.TERM_CRITERIA_EPS + cv2.TERM_CRITERIA_MAX_ITER, 50, 0.001)
     corners = cv2.cornerSubPix(image, corners, (5, 5), (-1, -1), criteria).reshape(6, 9, 2)
-    if corners[0, 0, 0] > corners[0, -1, 0]:
-        corners = corners[:, ::-1]
-    if corners[0, 0, 1] > corners[-1, 0, 1]:
-        corners = corners[::-1]
     return corners[:SIDE].astype(float)
+
+
+def upright(grid, steps):
+    """The grid row by row from the top left, however the board was held, and its steps across and down."""
+    across, down = grid[0, -1] - grid[0, 0], grid[-1, 0] - grid[0, 0]
+    if abs(across[0]) < abs(down[0]):
+        grid, steps, across, down = grid.transpose(1, 0, 2), steps[::-1], down, across
+    if across[0] < 0:
+        grid = grid[:, ::-1]
+    if down[1] < 0:
+        grid = grid[::-1]
+    return grid, steps
 
 
 def bend(corners):
@@ -67,11 +75,12 @@ def straighten(parameters, corners):
 def calibrate(program, view, corners, folder, picture):
     """All corners as the calibration from every second column sees them."""
     points, parameters = folder / "points.csv", folder / "lens.bin"
-    np.savetxt(points, corners[:, ::2].reshape(-1, 2), delimiter=",", fmt="%.4f")
     across = 2 * np.linalg.norm(np.diff(corners, axis=1), axis=2).mean()
     down = np.linalg.norm(np.diff(corners, axis=0), axis=2).mean()
+    grid, (across, down) = upright(corners[:, ::2], (across, down))
+    np.savetxt(points, grid.reshape(-1, 2), delimiter=",", fmt="%.4f")
     run = lambda *arguments: subprocess.run([program, *map(str, arguments)], check=True)
-    run("calibrate-lens", points, parameters, "--step", round(across), round(down))
+    run("calibrate-lens", points, parameters, "--step", round(across), round(down), "--image", view)
     run("undistort", view, picture or folder / "out.png", "--parameters", parameters)
     return straighten(parameters, corners)
 

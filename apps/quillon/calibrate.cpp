@@ -17,6 +17,9 @@ struct Options {
   int target = 0;
   std::vector<int> region;   // x start, x end, y start, y end
   std::vector<double> step;  // across, and down where it differs
+  std::string image;         // that shows the grid; may be empty
+  Grid grid;
+  Output output;
 };
 
 void CalibrateFlatField(const Options& options) {
@@ -31,6 +34,62 @@ void CalibrateFlatField(const Options& options) {
   }
   MakeFlatField(image, options.target, {region[0], region[1], region[2], region[3]},
                 options.parameters);
+}
+
+// Each point where it was seen, and an arrow from where the fit has it, ten times as long.
+void Draw(const GreyImage& image, const LensFit& fit, kit::Report& report) {
+  constexpr double kLonger = 10;
+  report.layers = {{"Seen", Tone::kCyan}, {"Residual, ten times as long", Tone::kMagenta}};
+  Picture& picture = report.pictures.emplace_back("", image);
+  for (size_t i = 0; i < fit.points.size(); ++i) {
+    const auto& [seen, fitted] = fit.points[i];
+    const int row = static_cast<int>(i);
+    picture.Cross({0, row}, seen);
+    const double dx = kLonger * (seen.x - fitted.x), dy = kLonger * (seen.y - fitted.y);
+    const Point tip = {fitted.x + dx, fitted.y + dy};
+    const Point arrow[] = {fitted, tip, {tip.x - (dx - dy) / 5, tip.y - (dx + dy) / 5}, tip};
+    picture.Polygon({1, row}, arrow);
+  }
+}
+
+void CalibrateLens(const Options& options) {
+  Grid grid = options.grid;
+  grid.step = {options.step.front(), options.step.back()};
+  GreyImage image;
+  if (!options.image.empty()) {
+    ReadImage(options.image, image, options.reading);
+    grid.size = {image.width, image.height};
+  } else if (options.output.WantsPictures()) {
+    throw Failure("--report and --draw need the picture of the grid (--image)");
+  }
+  const LensFit fit = FitLens(options.source, grid, options.parameters);
+  const double worst = fit.points[fit.worst].Residual();
+  Findings findings{.key = "points"};
+  findings.facts = {{"points", "", static_cast<int64_t>(fit.points.size())},
+                    {"rms", "Residuals, pixels (RMS)", fit.rms},
+                    {"worst", "The worst, pixels", worst},
+                    {"worstPoint", "The worst point", static_cast<int64_t>(fit.worst + 1)}};
+  if (grid.pitch > 0) {
+    const double unit = grid.pitch / grid.step.across;
+    findings.facts.push_back({"rmsUnit", "Residuals, " + grid.unit + " (RMS)", fit.rms * unit});
+    findings.facts.push_back({"worstUnit", "The worst, " + grid.unit, worst * unit});
+  }
+  findings.columns = {{"x", "X", 0, Shown::kNowhere},
+                      {"y", "Y", 0, Shown::kNowhere},
+                      {"fittedX", "FITTED X", 2, Shown::kNowhere},
+                      {"fittedY", "FITTED Y", 2, Shown::kNowhere},
+                      {"residual", "RESIDUAL", 2, Shown::kNowhere}};
+  Findings shown = findings;
+  for (const GridPoint& point : fit.points) {
+    findings.rows.push_back(
+        {point.seen.x, point.seen.y, point.fitted.x, point.fitted.y, point.Residual()});
+  }
+  Print(options.output, options.output.json || options.output.csv ? findings : shown);
+  if (!options.output.WantsPictures()) return;
+  for (Column& column : findings.columns) column.shown = Shown::kEverywhere;
+  kit::Report report{.title = "Lens fit of " + options.source};
+  Draw(image, fit, report);
+  WritePictures(options.output, report, findings);
 }
 
 }  // namespace
@@ -72,9 +131,19 @@ void AddCalibration(Command top) {
       .Values(1, 2)
       .ShownAs("PIXELS")
       .Within(1.0, 10000.0);
-  lens.Runs([options] {
-    FitLens(options->source, {options->step.front(), options->step.back()}, options->parameters);
-  });
+  lens.AddFileToRead("--image", options->image,
+                     "the picture of the grid: its size is kept beside the parameters")
+      .ShownAs("FILE");
+  lens.AddOption("--pitch", options->grid.pitch, "length from point to point, in --unit")
+      .Within(1e-6, 1e6);
+  lens.AddOption("--unit", options->grid.unit, "unit of --pitch").WithDefaultShown();
+  lens.AddOption("--max-residual", options->grid.maxResidual,
+                 "pixels that a point may lie from its place (default: a quarter of the step)")
+      .ShownAs("PIXELS")
+      .Within(1e-6, 1e6);
+  AddReadingOptions(lens, options->reading);
+  AddOutputOptions(lens, options->output);
+  lens.Runs([options] { CalibrateLens(*options); });
 }
 
 }  // namespace quillon::app

@@ -106,7 +106,8 @@ std::string InCell(std::string text) {
 }
 
 // Options of many commands, which the page tells of once.
-constexpr std::string_view kShared[] = {"--report", "--draw", "--json", "--csv"};
+constexpr std::string_view kShared[] = {"--report", "--draw",  "--json",
+                                        "--csv",    "--depth", "--max-pixels"};
 
 void PrintRow(const CommandText& command, const std::string& before, std::ostream& out) {
   std::string options;

@@ -59,7 +59,7 @@ void Run(const Operation& operation, const Options& options, Values values) {
   Source a, b;
   a.Read(options.a, operation.inputs[0], options.reading);
   if (operation.InputCount() == 2) b.Read(options.b, operation.inputs[1], options.reading);
-  ReadyOperation ready(operation, std::move(values));
+  ReadyOperation ready(operation, std::move(values), {"", options.reading});
   Content result;
   try {
     ready.Run(a.View(), b.View(), result);

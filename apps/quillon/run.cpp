@@ -87,7 +87,7 @@ Sources SourcesOf(const Options& options) { return {FolderOf(options.recipe), op
 void SayOneNote(Reading& reading) {
   reading.note = [say = reading.note,
                   isSaid = std::make_shared<std::atomic_flag>()](const std::string& note) {
-    if (!isSaid->test_and_set()) say(note + "; notes on other images are left out");
+    if (!isSaid->test_and_set()) say(note + "; further notes are left out");
   };
 }
 

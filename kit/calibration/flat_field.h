@@ -3,6 +3,7 @@
 
 #include <string>
 
+#include "kit/calibration/parameter_file.h"
 #include "quillon/quillon.h"
 
 namespace quillon::kit {
@@ -12,19 +13,24 @@ struct CorrectedRegion {
   int firstColumn, endColumn, firstRow, endRow;
 };
 
-// Writes gains that bring the region to the target level. Throws Failure naming the file.
+// Writes gains that bring the region to the target level, and beside them the picture's size.
+// Throws Failure naming the file.
 void MakeFlatField(GreyImage& image, int target, CorrectedRegion region,
                    const std::string& parameters);
 
 class FlatFieldCorrection {
  public:
-  explicit FlatFieldCorrection(const std::string& path);  // throws Failure naming the file
+  // Throws Failure naming the file. What the file does not say goes to the note.
+  explicit FlatFieldCorrection(const std::string& path, const Note& note = {});
 
+  // Throws Failure for a picture that the gains were not made for.
   void Apply(const GreyImage& image, GreyImage& corrected);
 
   CorrectedRegion Region() const { return {region_[0], region_[1], region_[2], region_[3]}; }
 
  private:
+  std::string path_;
+  PictureSize size_;
   GreyImage image_;  // the gains stay with the object, whatever pixels it gets
   int region_[4] = {};
 };

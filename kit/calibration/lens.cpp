@@ -1,8 +1,11 @@
 #include "kit/calibration/lens.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <cstdlib>
 #include <cstring>
+#include <nlohmann/json.hpp>
 #include <sstream>
 #include <vector>
 
@@ -54,41 +57,168 @@ std::vector<int> ReadPoints(const std::string& path) {
   return points;
 }
 
+constexpr size_t kFileSize = 208;
+constexpr const char* kKind = "lens";
+
+// What the file and the JSON file beside it both say.
+Json Own(const GreyImage& fit) {
+  return {{"centre", {fit.centreX, fit.centreY}},
+          {"rectangle", {fit.xMin, fit.yMin, fit.xMax, fit.yMax}}};
+}
+
+std::string PlaceText(const std::vector<int>& points, int index) {
+  return "point " + std::to_string(index + 1) + " (" + std::to_string(points[2 * index]) + ", " +
+         std::to_string(points[2 * index + 1]) + ")";
+}
+
+// A grid listed by columns, from another corner or mirrored fits as well, and turns pictures over:
+// so each point must lie right of the one before it in its row, and below that of the row before.
+void RequireOrder(const std::string& file, const std::vector<int>& points, int side) {
+  const auto refuse = [&](int index, int before, const char* where) {
+    throw Failure("'" + file + "': " + PlaceText(points, index) + " does not lie " + where + " " +
+                  PlaceText(points, before) +
+                  "; points are listed row by row from the top left, each row from the left");
+  };
+  for (int index = 0; index < side * side; ++index) {
+    const auto from = [&](int before) {
+      return std::pair{points[2 * index] - points[2 * before],
+                       points[2 * index + 1] - points[2 * before + 1]};
+    };
+    if (index % side > 0) {
+      const auto [dx, dy] = from(index - 1);
+      if (dx <= std::abs(dy)) refuse(index, index - 1, "right of");
+    }
+    if (index >= side) {
+      const auto [dx, dy] = from(index - side);
+      if (dy <= std::abs(dx)) refuse(index, index - side, "below");
+    }
+  }
+}
+
+// The cubic of the coefficients at a place relative to the centre, v upwards.
+Point Cubic(const double* const* rows, double u, double v) {
+  const double terms[] = {1, u, v, u * u, v * v, u * v, u * v * v, u * u * v, u * u * u, v * v * v};
+  Point sum = {0, 0};
+  for (size_t i = 0; i < std::size(terms); ++i) {
+    sum.x += rows[i][0] * terms[i];
+    sum.y += rows[i][1] * terms[i];
+  }
+  return sum;
+}
+
+LensFit Judge(const GreyImage& fit, const std::vector<Point>& seen, int side, GridStep step) {
+  LensFit result;
+  double sum = 0;
+  const double across = std::floor(step.across + 0.5), down = std::floor(step.down + 0.5);
+  for (size_t i = 0; i < seen.size(); ++i) {
+    const int column = static_cast<int>(i) % side - side / 2;
+    const int row = static_cast<int>(i) / side - side / 2;
+    const Point at = Cubic(fit.distortionCoefficientRows, column * across, -row * down);
+    result.points.push_back({seen[i], {fit.centreX + at.x, fit.centreY - at.y}});
+    const double residual = result.points.back().Residual();
+    sum += residual * residual;
+    if (residual > result.points[result.worst].Residual()) result.worst = i;
+  }
+  result.rms = std::sqrt(sum / static_cast<double>(seen.size()));
+  return result;
+}
+
+void RequireLens(const ParameterFile& file) {
+  for (size_t i = 0; i < 12; ++i) file.Place(i);
+  for (size_t i = 0; i < 4; ++i) {
+    if (file.Word(i) != file.Word(i + 8)) file.Refuse("its two headers differ");
+  }
+  const int width = file.Word(0), height = file.Word(1);
+  const int xMax = file.Word(2), xMin = file.Word(3), yMin = file.Word(4), yMax = file.Word(5);
+  const int x = file.Word(6), y = file.Word(7);
+  if (width < 1 || height < 1 || width != xMax - xMin + 1 || height != yMax - yMin + 1) {
+    file.Refuse("its rectangle of " + std::to_string(width) + " x " + std::to_string(height) +
+                " is not that of its corners");
+  }
+  if (x < xMin || x > xMax || y < yMin || y > yMax)
+    file.Refuse("its centre is not in its rectangle");
+  for (size_t i = 0; i < 20; ++i) {
+    if (!std::isfinite(file.Real(48 + 8 * i))) file.Refuse("a coefficient is no number");
+  }
+}
+
 }  // namespace
 
-void FitLens(const std::string& grid, GridStep step, const std::string& parameters) {
-  std::vector<int> points = ReadPoints(grid);
+double GridPoint::Residual() const { return std::hypot(seen.x - fitted.x, seen.y - fitted.y); }
+
+LensFit FitLens(const std::string& file, const Grid& grid, const std::string& parameters) {
+  std::vector<int> points = ReadPoints(file);
   const auto count = static_cast<int>(points.size() / 2);
   const auto side = static_cast<int>(std::lround(std::sqrt(count)));
   if (count < 9 || side * side != count || side % 2 == 0) {
     throw Failure(
-        "'" + grid + "' has " + std::to_string(count) +
+        "'" + file + "' has " + std::to_string(count) +
         " points: a square grid with an odd side is needed, 9, 25, 49, ... points, row by "
         "row from the top left");
+  }
+  RequireOrder(file, points, side);
+  std::vector<Point> seen;
+  for (size_t i = 0; i < points.size(); i += 2) {
+    seen.push_back({double(points[i]), double(points[i + 1])});
   }
   GreyImage image;
   image.Create(1, 1);
   constexpr float kPixelSize = 10000;  // then a pitch is a step in pixels
-  const auto xPitch = static_cast<float>(step.across);
-  const auto yPitch = static_cast<float>(step.down);
-  constexpr size_t kFileSize = 208;
-  ReplaceFile(parameters, kFileSize, [&](const std::string& file) {
-    IxDistortionParaBuild(&image, points.data(), count, xPitch, yPitch, kPixelSize, kPixelSize,
-                          file.c_str());
+  LensFit fit;
+  ReplaceFile(parameters, kFileSize, [&](const std::string& name) {
+    if (!IxDistortionParaBuild(&image, points.data(), count, static_cast<float>(grid.step.across),
+                               static_cast<float>(grid.step.down), kPixelSize, kPixelSize,
+                               name.c_str())) {
+      throw Failure("there is not enough memory to fit '" + file + "'");
+    }
+    fit = Judge(image, seen, side, grid.step);
+    const double most =
+        grid.maxResidual > 0 ? grid.maxResidual : std::min(grid.step.across, grid.step.down) / 4;
+    const double worst = fit.points[fit.worst].Residual();
+    if (worst > most) {
+      throw Failure("'" + file + "': point " + std::to_string(fit.worst + 1) + " lies " +
+                    std::to_string(worst) + " pixels from its place in the fit, beyond " +
+                    std::to_string(most) + " (--max-residual)");
+    }
   });
+  Json more = Own(image);
+  more.update({{"step", {grid.step.across, grid.step.down}},
+               {"points", count},
+               {"rms", fit.rms},
+               {"worst", fit.points[fit.worst].Residual()}});
+  if (grid.pitch > 0) more.update({{"pitch", grid.pitch}, {"unit", grid.unit}});
+  WriteCompanion(parameters, kKind, grid.size, std::move(more));
+  return fit;
 }
 
-LensCorrection::LensCorrection(std::string path) : path_(std::move(path)) {
-  RequireRegularFile(path_);
-  // What a short file leaves as it was.
-  work_.centreX = work_.centreY = work_.correctedWidth = work_.correctedHeight = 0;
-  work_.xMin = work_.xMax = work_.yMin = work_.yMax = 0;
+LensCorrection::LensCorrection(std::string path, const Note& note) : path_(std::move(path)) {
+  RequireLens(ParameterFile(path_, kKind, kFileSize));
   if (!IxDistortionParaLoad(&work_, path_.c_str())) throw Failure("cannot open '" + path_ + "'");
+  size_ = ReadCompanion(path_, kKind, Own(work_), note);
+}
+
+// What was made for other pictures leaves black ones. A lens that pulls corners in has a rectangle
+// that goes beyond the picture a little.
+void LensCorrection::RequireRectangleIn(const GreyImage& image) const {
+  const int aside = work_.correctedWidth / 4, above = work_.correctedHeight / 4;
+  const bool isCentreIn = work_.centreX >= 0 && work_.centreX < image.width && work_.centreY >= 0 &&
+                          work_.centreY < image.height;
+  if (isCentreIn && work_.xMin >= -aside && work_.xMax < image.width + aside &&
+      work_.yMin >= -above && work_.yMax < image.height + above) {
+    return;
+  }
+  throw Failure("'" + path_ + "' corrects columns " + std::to_string(work_.xMin) + " to " +
+                std::to_string(work_.xMax) + ", rows " + std::to_string(work_.yMin) + " to " +
+                std::to_string(work_.yMax) + " about " + std::to_string(work_.centreX) + ", " +
+                std::to_string(work_.centreY) + ": not in a picture of " +
+                std::to_string(image.width) + " x " + std::to_string(image.height));
 }
 
 // The library's map runs upwards and its result is packed, top row first. So the flipped picture
 // goes in, and the packed rows that come out are the corrected picture.
 void LensCorrection::Apply(const GreyImage& image, GreyImage& corrected) {
+  RequirePictureSize(path_, size_, image);
+  RequireRectangleIn(image);
   const bool sameSize = work_.width == image.width && work_.height == image.height;
   FlipAbout(work_.centreY, image, work_);
   if (!sameSize) IxDistortionPreCalculate(&work_);

@@ -2,7 +2,10 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
+#include "kit/calibration/parameter_file.h"
+#include "kit/geometry.h"
 #include "quillon/quillon.h"
 
 namespace quillon::kit {
@@ -12,23 +15,50 @@ struct GridStep {
   double across, down;
 };
 
-// Fits the bend to the points of a square grid with an odd side, lines "x,y" of the file `grid`,
-// row by row from the top left, and writes the parameters. Throws Failure naming file and line.
-void FitLens(const std::string& grid, GridStep step, const std::string& parameters);
+// Where a point of the grid was seen, and where the fit has it.
+struct GridPoint {
+  Point seen, fitted;
+  double Residual() const;  // their distance
+};
+
+struct LensFit {
+  std::vector<GridPoint> points;  // as they were listed
+  double rms = 0;                 // of the residuals, pixels
+  size_t worst = 0;               // the point of the greatest one
+};
+
+// What is known of a grid besides its points.
+struct Grid {
+  GridStep step;
+  PictureSize size = {};  // of the picture that shows it
+  double pitch = 0;       // from point to point in the unit; 0: not known
+  std::string unit = "mm";
+  double maxResidual = 0;  // pixels; 0: a quarter of the smaller step
+};
+
+// Fits the bend to the points of a square grid with an odd side, lines "x,y" of the file `points`,
+// row by row from the top left, and writes the parameters, and beside them what they are for.
+// Throws Failure naming file and line, also for points in another order and for residuals beyond
+// the limit: then nothing is written.
+LensFit FitLens(const std::string& points, const Grid& grid, const std::string& parameters);
 
 // Holds the parameters of a file and the map for pictures of one size.
 class LensCorrection {
  public:
-  explicit LensCorrection(std::string path);  // throws Failure naming the file
+  // Throws Failure naming the file. What the file does not say goes to the note.
+  explicit LensCorrection(std::string path, const Note& note = {});
 
-  // Throws Failure when the parameters leave nothing of pictures of this size.
+  // Throws Failure for a picture that the parameters were not made for.
   void Apply(const GreyImage& image, GreyImage& corrected);
 
   // The rectangle that was corrected last, and the centre.
   const GreyImage& Map() const { return work_; }
 
  private:
+  void RequireRectangleIn(const GreyImage& image) const;
+
   std::string path_;
+  PictureSize size_;
   GreyImage work_;
 };
 

@@ -9,7 +9,7 @@ namespace {
 // A correction by the file that the argument `parameters` names.
 template <class Correction>
 struct CorrectionTool : Tool {
-  explicit CorrectionTool(const std::string& path) : correction(path) {}
+  CorrectionTool(const std::string& path, const Note& note) : correction(path, note) {}
   std::vector<Detail> Details() const override;
   Correction correction;
 };
@@ -34,7 +34,8 @@ std::vector<Detail> CorrectionTool<LensCorrection>::Details() const {
 
 template <class Correction>
 std::unique_ptr<Tool> Load(const Values& values, const Sources& sources) {
-  return std::make_unique<CorrectionTool<Correction>>(sources.File(values.Text("parameters")));
+  return std::make_unique<CorrectionTool<Correction>>(sources.File(values.Text("parameters")),
+                                                      sources.reading.note);
 }
 
 template <class Correction>

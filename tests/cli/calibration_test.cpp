@@ -2,9 +2,11 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <filesystem>
 #include <vector>
 
 #include "cli/host.h"
+#include "kit/files/files.h"
 #include "kit/images/image_files.h"
 #include "quillon/quillon.h"
 #include "support/images.h"
@@ -61,10 +63,19 @@ TEST(CalibrationCommands, UndistortPutsBentDotsBackOnTheirGrid) {
   }
   const std::string csv = scratch / "points.csv", lens = scratch / "lens.bin";
   const std::string in = scratch / "in.png", out = scratch / "out.png";
+  const std::string page = scratch / "page.html";
   WriteText(csv, points);
   kit::WriteImage(in, bent);
-  ASSERT_EQ(Quillon({"calibrate-lens", csv, lens, "--step", std::to_string(kStep)}).exitCode, 0);
-  ASSERT_EQ(Quillon({"undistort", in, out, "--parameters", lens}).exitCode, 0);
+  const auto fit = QuillonJson({"calibrate-lens", csv, lens, "--step", std::to_string(kStep),
+                                "--image", in, "--pitch", "5", "--report", page});
+  EXPECT_EQ(fit["points"].size(), 81u);
+  EXPECT_GT(fit["rms"], 0.1) << "points are kept to the nearest pixel";
+  EXPECT_LT(fit["worst"], 0.8);
+  EXPECT_DOUBLE_EQ(fit["worstUnit"], fit["worst"].get<double>() * 5 / kStep);
+  EXPECT_NE(ReadText(page).find("Residual"), std::string::npos);
+  const Answer applied = Quillon({"undistort", in, out, "--parameters", lens});
+  ASSERT_EQ(applied.exitCode, 0) << applied.err;
+  EXPECT_EQ(applied.err, "");
   kit::ReadImage(out, straight);
   ASSERT_EQ(straight.width, kWidth);
   ASSERT_EQ(straight.height, kHeight);
@@ -75,6 +86,105 @@ TEST(CalibrationCommands, UndistortPutsBentDotsBackOnTheirGrid) {
     }
   }
   EXPECT_EQ(straight.rows[kY + kStep / 2][kX + kStep / 2], 0) << "between the dots";
+}
+
+// A file of another kind, of another picture, half, changed, or of which nobody says what it is
+// for.
+TEST(CalibrationCommands, ParameterFilesAreJudged) {
+  const Scratch scratch;
+  const std::string in = scratch / "in.png", small = scratch / "small.png";
+  const std::string lens = scratch / "lens.bin", gains = scratch / "gains.bin";
+  const std::string csv = scratch / "points.csv", out = scratch / "out.png";
+  GreyImage image;
+  Fill(image, 400, 300, Content::kNoise);
+  kit::WriteImage(in, image);
+  Fill(image, 120, 100, Content::kNoise);
+  kit::WriteImage(small, image);
+  const auto point = [](int column, int row) {
+    return std::to_string(100 + 100 * column) + "," + std::to_string(50 + 100 * row) + "\n";
+  };
+  std::string rows, columns, mirrored, swapped;
+  for (int i = 0; i < 9; ++i) {
+    rows += point(i % 3, i / 3);
+    columns += point(i / 3, i % 3);
+    mirrored += point(2 - i % 3, i / 3);
+    swapped += point(i == 4 ? 2 : i == 5 ? 1 : i % 3, i / 3);
+  }
+  WriteText(csv, rows);
+  ASSERT_EQ(Quillon({"calibrate-lens", csv, lens, "--step", "100", "--image", in}).exitCode, 0);
+  ASSERT_EQ(Quillon({"calibrate-flat-field", in, gains, "--target", "90"}).exitCode, 0);
+  const std::string lensBytes = kit::ReadFile(lens), lensAbout = kit::ReadFile(lens + ".json");
+  const std::string gainBytes = kit::ReadFile(gains), gainAbout = kit::ReadFile(gains + ".json");
+  std::string moved = lensBytes, notANumber = lensBytes, otherGain = gainBytes, far = lensBytes;
+  moved[24] = static_cast<char>(moved[24] + 1);  // the centre
+  far[26] = 1;
+  notANumber.replace(48 + 6, 2, "\xF0\x7F");
+  otherGain[24 + 8 * 100 + 6] = static_cast<char>(otherGain[24 + 8 * 100 + 6] ^ 1);
+
+  const std::string file = scratch / "parameters";
+  struct Case {
+    const char* operation;
+    std::string bytes, about, image;  // about: empty for no JSON file
+    int exitCode;
+    const char* words;
+  };
+  const Case cases[] = {
+      {"undistort", lensBytes, lensAbout, in, 0, ""},
+      {"undistort", lensBytes, "", in, 0, "quillon: note: '"},
+      {"undistort", lensBytes, lensAbout, small, 1,
+       "for pictures of 400 x 300, this one has 120 x 100"},
+      {"undistort", lensBytes, "", small, 1, "not in a picture of 120 x 100"},
+      {"undistort", gainBytes, "", in, 1, "is no lens file: it has 2072 bytes, not 208"},
+      {"undistort", lensBytes.substr(0, 100), "", in, 1, "it has 100 bytes, not 208"},
+      {"undistort", "", "", in, 1, "it has 0 bytes"},
+      {"undistort", std::string(208, '\0'), "", in, 1, "its rectangle of 0 x 0"},
+      {"undistort", std::string(208, 'x'), "", in, 1, "no place in a picture"},
+      {"undistort", far, "", in, 1, "its centre is not in its rectangle"},
+      {"undistort", notANumber, "", in, 1, "a coefficient is no number"},
+      {"undistort", moved, lensAbout, in, 1, "belongs to another file"},
+      {"undistort", lensBytes, gainAbout, in, 1, "does not say that"},
+      {"undistort", lensBytes, "{", in, 1, "does not say that"},
+      {"flat-field", gainBytes, gainAbout, in, 0, ""},
+      {"flat-field", gainBytes, "", in, 0, "quillon: note: '"},
+      {"flat-field", gainBytes, gainAbout, small, 1, "for pictures of 400 x 300"},
+      {"flat-field", gainBytes, "", small, 1, "outside the picture of 120 x 100"},
+      {"flat-field", lensBytes, "", in, 1, "is no flat-field file: it has 208 bytes, not 2072"},
+      {"flat-field", otherGain, "", in, 1, "its gain for level 100 is not that of level 1"},
+      {"flat-field", std::string(2072, '\0'), "", in, 1, "its region is empty"},
+  };
+  for (const Case& c : cases) {
+    WriteText(file, c.bytes);
+    std::filesystem::remove(file + ".json");
+    if (!c.about.empty()) WriteText(file + ".json", c.about);
+    const Answer answer = Quillon({c.operation, c.image, out, "--parameters", file});
+    EXPECT_EQ(answer.exitCode, c.exitCode) << c.operation << answer.err;
+    EXPECT_NE(answer.err.find(c.words), std::string::npos) << c.words << ": " << answer.err;
+    EXPECT_EQ(answer.err.empty(), *c.words == '\0') << answer.err;
+  }
+
+  std::filesystem::remove(lens);
+  const std::pair<std::string, const char*> grids[] = {
+      {columns, "point 2 (100, 150) does not lie right of point 1 (100, 50)"},
+      {mirrored, "point 2 (200, 50) does not lie right of point 1 (300, 50)"},
+      {swapped, "point 5 (300, 150) does not lie below point 2 (200, 50)"},
+  };
+  for (const auto& [points, words] : grids) {
+    WriteText(csv, points);
+    const Answer answer = Quillon({"calibrate-lens", csv, lens, "--step", "100"});
+    EXPECT_EQ(answer.exitCode, 1);
+    EXPECT_NE(answer.err.find(words), std::string::npos) << answer.err;
+    EXPECT_FALSE(std::filesystem::exists(lens));
+  }
+  std::string bent;
+  for (int i = 0; i < 49; ++i) {
+    bent += std::to_string(60 * (i % 7)) + "," + std::to_string(60 * (i / 7) + 20 * (i % 2)) + "\n";
+  }
+  WriteText(csv, bent);
+  const Answer answer =
+      Quillon({"calibrate-lens", csv, lens, "--step", "60", "--max-residual", "5"});
+  EXPECT_EQ(answer.exitCode, 1);
+  EXPECT_NE(answer.err.find("beyond 5.0"), std::string::npos) << answer.err;
+  EXPECT_FALSE(std::filesystem::exists(lens));
 }
 
 TEST(CalibrationCommands, ErrorsNameWhatIsWrong) {

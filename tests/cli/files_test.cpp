@@ -230,7 +230,8 @@ TEST(Files, AFullDiskLeavesTheOldFileAndExitCode1) {
   const std::string f = scratch / ".";
   const std::string cd = "cd '" + f + "'\n";
   Shell(cd +
-        "for i in 1 2 3 4 5 6 7 8 9; do echo $((i % 3 * 100 + 60)),$((i * 30)); done >p.csv\n");
+        "for i in 1 2 3 4 5 6 7 8 9; do echo $(((i - 1) % 3 * 50 + 60)),$(((i - 1) / 3 * 50 + "
+        "30)); done >p.csv\n");
   const std::string commands[] = {"gray images/10.png out.png",
                                   "gray images/10.png out.bmp",
                                   "blobs images/10.png --report out.html",

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <functional>
 #include <map>
 
@@ -253,6 +254,7 @@ TEST(Operations, MakeWhatTheExportsMake) {
                      "150", "--region", "10", "200", "20", "220"})
                 .exitCode,
             0);
+  std::filesystem::remove(scratch / "gains.json");  // for pictures of any size with the region
   std::vector<std::string> tried;
   for (const Expected& expected : AllExpected()) {
     const std::string name = tried.emplace_back(expected.operation);
