@@ -165,7 +165,7 @@ class Prepared {
 void AddOperations(py::module_& module) {
   py::register_exception_translator([](std::exception_ptr pointer) {
     try {
-      std::rethrow_exception(pointer);
+      std::rethrow_exception(std::move(pointer));
     } catch (const kit::Failure& error) {
       PyErr_SetString(PyExc_ValueError, error.what());
     }
