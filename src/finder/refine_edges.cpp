@@ -254,8 +254,9 @@ bool ClimbByEdges(const RefineTask& task, int level, Candidate& candidate) {
         }
       }
     }
-    pose.x += (bestPlace % 3 - 1) * (1 << level);
-    pose.y += (bestPlace / 3 - 1) * (1 << level);
+    const int column = bestPlace % 3 - 1, row = bestPlace / 3 - 1;
+    pose.x += column * (1 << level);
+    pose.y += row * (1 << level);
     pose.degrees += bestTurn * apart * kDegrees;
     pose.scale *= 1 + bestScale * apart;
     if (bestPlace == 4 && bestTurn == 0 && bestScale == 0) {

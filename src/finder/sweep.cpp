@@ -277,8 +277,9 @@ bool GreySweep::Turn(const Pose& pose, TurnedTemplate& turned) const {
       int sum = 0, count = 0;
       for (int i = 0; i < kSide * kSide; ++i) {
         // The centre's pixel has the template's centre in its middle.
-        const double dx = (x + (i % kSide + 0.5) / kSide - 0.5) * size / pose.scale;
-        const double dy = (y + (i / kSide + 0.5) / kSide - 0.5) * size / pose.scale;
+        const int column = i % kSide, row = i / kSide;
+        const double dx = (x + (column + 0.5) / kSide - 0.5) * size / pose.scale;
+        const double dy = (y + (row + 0.5) / kSide - 0.5) * size / pose.scale;
         const int u = Nearest(centreX + turn.cosine * dx + turn.sine * dy);
         const int v = Nearest(centreY - turn.sine * dx + turn.cosine * dy);
         if (u < 0 || v < 0 || u >= model.width || v >= model.height) continue;

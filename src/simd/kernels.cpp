@@ -6,7 +6,7 @@
 namespace quillon {
 
 // One row per level: each family's constant of that level's namespace.
-#define QUILLON_FAMILY_OF_LEVEL(Type, name) .name = name,
+#define QUILLON_FAMILY_OF_LEVEL(Type, name) .name = (name),
 #define QUILLON_LEVEL_ROW(name)                                                         \
   namespace name {                                                                      \
   constinit const Kernels kernels = {.level = #name,                                    \

@@ -16,16 +16,19 @@ enum { QUILLON_FOR_EACH_FEATURE(QUILLON_NUMBER) count };
 #undef QUILLON_NUMBER
 }  // namespace feature
 
-#define QUILLON_COUNT_LEVEL(name) +1
-constexpr size_t kLevelCount = 0 QUILLON_FOR_EACH_LEVEL(QUILLON_COUNT_LEVEL);
-#undef QUILLON_COUNT_LEVEL
+namespace level {
+#define QUILLON_NUMBER(name) name##Number,
+enum { QUILLON_FOR_EACH_LEVEL(QUILLON_NUMBER) count };
+#undef QUILLON_NUMBER
+}  // namespace level
+constexpr size_t kLevelCount = level::count;
 
 // How many levels, the floor first, a processor with these features runs: those before the first
 // that lacks one.
 constexpr size_t LevelsOf([[maybe_unused]] uint32_t features) {
   size_t levels = kLevelCount;
 #define QUILLON_ASK_FOR(name, level) \
-  if (!(features >> feature::name##Number & 1) && levels > level) levels = level;
+  if (!(features >> feature::name##Number & 1) && levels > (level)) levels = (level);
   QUILLON_FOR_EACH_FEATURE(QUILLON_ASK_FOR)
 #undef QUILLON_ASK_FOR
   return levels;
