@@ -46,6 +46,7 @@ Json ValueOf(const Argument& argument, const std::string& text) {
     case Type::kOdd:
     case Type::kWholeRange:
     case Type::kWholes:
+    case Type::kRectangle:
       return std::strtoll(text.c_str(), nullptr, 0);
     case Type::kNumber:
     case Type::kRange:
@@ -63,6 +64,7 @@ bool IsList(const Argument& argument) {
     case Type::kWholeRange:
     case Type::kWholes:
     case Type::kPoints:
+    case Type::kRectangle:
     case Type::kFiles:
       return true;
     default:
@@ -125,6 +127,11 @@ void Arguments::AddOption(Command command, const Argument& argument) {
       option.Values(static_cast<int>(kFewestPoints), static_cast<int>(kMostPoints))
           .ShownAs("X,Y X,Y X,Y ...");
       break;
+    case Type::kRectangle:
+      option.Values(4)
+          .ShownAs("LEFT TOP WIDTH HEIGHT")
+          .Within(static_cast<int>(argument.min), static_cast<int>(argument.max));
+      break;
     case Type::kFiles:
       option.ShownAs("FILE").MayBeRepeated();
       break;
@@ -132,7 +139,10 @@ void Arguments::AddOption(Command command, const Argument& argument) {
       option.Values(1).ShownAs("FILE");
   }
   if (argument.IsRequired()) option.Required();
-  if (argument.HasDefault()) option.DefaultShown(argument.otherwise);
+  if (argument.HasDefault()) {
+    const Json standard = Json::parse(argument.otherwise);
+    option.DefaultShown(standard.is_string() ? standard.get<std::string>() : argument.otherwise);
+  }
 }
 
 Values Arguments::Read(Json given) const {

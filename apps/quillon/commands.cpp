@@ -8,6 +8,7 @@ void AddCommands(Command top) {
   AddBlobs(top);
   AddMatch(top);
   AddLocate(top);
+  AddFind(top);
   AddInspect(top);
   AddCalibration(top);
   AddRecipes(top);

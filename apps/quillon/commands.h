@@ -23,6 +23,7 @@ void AddOperations(Command top);
 void AddBlobs(Command top);
 void AddMatch(Command top);
 void AddLocate(Command top);
+void AddFind(Command top);
 void AddInspect(Command top);
 
 void AddCalibration(Command top);

@@ -82,6 +82,10 @@ void AddLocate(Command top) {
   AddReadingOptions(command, options->reading);
   const auto arguments = Arguments::Add(command, operation, {"template"});
   AddOutputOptions(command, options->output);
+  command.Footer(
+      "For more than the best place, other sizes, fractions of a pixel, and parts that touch or "
+      "are "
+      "partly covered, `quillon find` serves better.");
   command.Runs([options, arguments] {
     Locate(*options, arguments->Read({{"template", options->pattern}}));
   });

@@ -1,8 +1,5 @@
 // quillon match, match-color TEMPLATE IMAGE: where a template lies, found by correlating grey
 // values or colours.
-#include <algorithm>
-#include <cmath>
-#include <cstdio>
 #include <memory>
 #include <vector>
 
@@ -56,15 +53,8 @@ Report MakeReport(const Options& options, const Image& pattern, const Image& ima
     const double width = pattern.width * m.scale, height = pattern.height * m.scale;
     searched.TurnedBox({kOutline, row}, {m.x, m.y}, width, height, m.angle);
     searched.Cross({kCentre, row}, {m.x, m.y});
-    // At the template's upper left corner: that shows which way up it is, and leaves the centre
-    // free.
-    constexpr double kRadians = 3.14159265358979323846 / 180;
-    const double c = std::cos(m.angle * kRadians), s = std::sin(m.angle * kRadians);
-    const double left = -width / 2, top = -height / 2;
-    char score[16];
-    std::snprintf(score, sizeof score, "%.2f", m.score);
-    const double x = m.x + left * c - top * s, y = m.y + left * s + top * c;
-    searched.Label({kScore, row}, {std::clamp(x, 0.0, image.width * 0.95), y}, score);
+    const Pose pose = {m.x, m.y, m.angle};
+    searched.Score({kScore, row}, pose.At(-width / 2, -height / 2), m.score);
   }
   return report;
 }
@@ -95,6 +85,9 @@ void AddMatch(Command top, const char* name) {
   AddReadingOptions(command, options->reading);
   const auto arguments = Arguments::Add(command, operation, {"template"});
   AddOutputOptions(command, options->output);
+  command.Footer(
+      "For parts that touch or are partly covered, and for those that lie at any angle, `quillon "
+      "find` serves better: it needs no level and looks by edges or by grey values.");
   command.Runs([options, arguments] {
     Match<Image>(*options, arguments->Read({{"template", options->pattern}}));
   });

@@ -103,6 +103,9 @@ std::string Argument::Expected() const {
     case Type::kPoints:
       return "a list of " + std::to_string(kFewestPoints) + " to " + std::to_string(kMostPoints) +
              " points [x, y], whole numbers " + Limits(*this);
+    case Type::kRectangle:
+      return "[left, top, width, height], whole numbers up to " + Plain(max) +
+             ", width and height from 1";
   }
   return "";
 }
@@ -134,6 +137,8 @@ bool Argument::Fits(const Json& value) const {
     case Type::kPoints:
       return AreAll(value, kFewestPoints, kMostPoints,
                     [&](const Json& point) { return AreAll(point, 2, 2, isWhole); });
+    case Type::kRectangle:
+      return AreAll(value, 4, 4, isWhole) && value[2] >= 1 && value[3] >= 1;
   }
   return false;
 }
@@ -190,6 +195,14 @@ Json Argument::Schema() const {
       schema = ListSchema(ListSchema(NumberSchema("integer", min, max), 2, 2), kFewestPoints,
                           kMostPoints);
       break;
+    case Type::kRectangle: {
+      const Json place = NumberSchema("integer", min, max), side = NumberSchema("integer", 1, max);
+      schema = {{"type", "array"},
+                {"prefixItems", {place, place, side, side}},
+                {"minItems", 4},
+                {"maxItems", 4}};
+      break;
+    }
   }
   schema["description"] = Meaning();
   if (HasDefault()) schema["default"] = Json::parse(otherwise);
@@ -229,6 +242,9 @@ Argument Wholes(const char* name, size_t count, const char* summary) {
 }
 Argument Points(const char* name, const char* summary) {
   return {name, Argument::Type::kPoints, summary, -kFarthest, kFarthest};
+}
+Argument Rectangle(const char* name, double longest, const char* summary) {
+  return {name, Argument::Type::kRectangle, summary, 0, longest};
 }
 
 std::string InMessage(const Json& value) {

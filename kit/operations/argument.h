@@ -27,6 +27,7 @@ struct Argument {
     kWholeRange,  // [low, high]
     kWholes,      // `count` of them
     kPoints,      // [x, y] each, at least three
+    kRectangle,   // [left, top, width, height]
   };
 
   const char* name;
@@ -72,6 +73,8 @@ Argument Range(const char* name, double min, double max, const char* summary);
 Argument WholeRange(const char* name, double min, double max, const char* summary);
 Argument Wholes(const char* name, size_t count, const char* summary);
 Argument Points(const char* name, const char* summary);
+// Within a picture whose sides are `longest` at most.
+Argument Rectangle(const char* name, double longest, const char* summary);
 
 constexpr size_t kFewestPoints = 3, kMostPoints = 1000;  // of kPoints
 

@@ -1,9 +1,12 @@
-// Parts found by their grey values, colours or edges.
+// Parts found by their grey values, colours or edges, by the library and by the finder.
+#include "kit/errors.h"
 #include "kit/operations/operation.h"
 #include "kit/operations/queries.h"
 
 namespace quillon::kit {
 namespace {
+
+constexpr const char* kAnyPolarity = "any";
 
 // The turned rectangle of a template about its centre.
 std::array<double, 8> Corners(Point centre, double width, double height, double degrees) {
@@ -87,6 +90,36 @@ void Locate(const Call& call) {
        .corners = Corners(CentreOf(model, match.pose), width, height, match.pose.degrees)});
 }
 
+// ---- parts by the finder -----------------------------------------------------------------------
+
+struct Part : Tool {
+  PartModel model;
+};
+
+std::unique_ptr<Tool> LoadModel(const Values& values, const Sources& sources) {
+  auto part = std::make_unique<Part>();
+  part->model = ReadPart(values.Text("template"), values, sources);
+  return part;
+}
+
+void Find(const Call& call) {
+  const finder::Model& model = *static_cast<const Part&>(*call.tool).model;
+  for (const finder::Match& match : FindParts(*call.a.grey, model, PartQueryOf(call.values))) {
+    Thing thing = {.x = match.x,
+                   .y = match.y,
+                   .width = model.width * match.scale,
+                   .height = model.height * match.scale,
+                   .angle = match.degrees,
+                   .scale = match.scale,
+                   .score = match.score};
+    for (size_t i = 0; i < 4; ++i) {
+      thing.corners[2 * i] = match.corners[i][0];
+      thing.corners[2 * i + 1] = match.corners[i][1];
+    }
+    call.result.things.push_back(thing);
+  }
+}
+
 Argument Angles() {
   return Range("angle", -360, 360, "search these angles, clockwise; without: as the template lies")
       .In("degrees")
@@ -128,6 +161,46 @@ EdgeQuery EdgeQueryOf(const Values& values) {
 EdgeTool TeachEdges(const std::string& name, const GreyImage& pattern, const Values& values) {
   const auto strength = values.List<double>("edges");
   return TeachEdges(name, pattern, strength[0], strength[1]);
+}
+
+finder::FindOptions PartQueryOf(const Values& values) {
+  const auto angle = values.List<double>("angle"), scale = values.List<double>("scale");
+  finder::FindOptions query = {.angleLow = angle[0],
+                               .angleHigh = angle[1],
+                               .scaleLow = scale[0],
+                               .scaleHigh = scale[1],
+                               .minScore = values.Number("min_score"),
+                               .maxCount = values.Whole("max"),
+                               .maxOverlap = values.Number("overlap"),
+                               .polarity = values.Text("polarity") == kAnyPolarity
+                                               ? finder::Polarity::kAny
+                                               : finder::Polarity::kSame};
+  if (values.Has("region")) {
+    const auto region = values.List<int>("region");
+    query.left = region[0];
+    query.top = region[1];
+    query.right = region[0] + region[2];
+    query.bottom = region[1] + region[3];
+  }
+  return query;
+}
+
+PartModel ReadPart(const std::string& name, const Values& values, const Sources& sources) {
+  std::optional<finder::Way> way;
+  if (values.Has("by")) way = WayNamed(values.Text("by"));
+  PartModel part;
+  if (sources.pictures.contains(name)) {
+    GreyImage pattern;
+    sources.Read(name, pattern);
+    part = TeachPart(name, pattern, way.value_or(finder::Way::kEdges));
+  } else {
+    part = ReadPart(sources.File(name), way, sources.reading);
+  }
+  if (part->way == finder::Way::kGrey && values.Text("polarity") == kAnyPolarity) {
+    throw Failure("'" + sources.Shown(name) + "' is found by " + kByGray + ": polarity '" +
+                  kAnyPolarity + "' is of edges alone");
+  }
+  return part;
 }
 
 std::vector<Operation> MatchingOperations() {
@@ -187,6 +260,34 @@ std::vector<Operation> MatchingOperations() {
                    {"IxDestroyMatchModel", "release the tool"}},
        .run = Locate,
        .prepare = LoadPart},
+      {.name = "find",
+       .family = kFamily,
+       .summary = "every place of a part, turned, touching others or half covered, the best first",
+       .output = Kind::kMatches,
+       .arguments =
+           {File("template", "a picture of the part, or a model that teach wrote"),
+            Choice("by", {kByEdges, kByGray},
+                   "look at directions of edges, or at grey values; without: as the model "
+                   "was taught, a picture by edges")
+                .Optional(),
+            Range("angle", -360, 360, "search these angles, clockwise")
+                .In("degrees")
+                .Or("[-180, 180]"),
+            Range("scale", 0.5, 2, "search these sizes, relative to the template").Or("[1, 1]"),
+            Rectangle("region", finder::kMaxSide,
+                      "centres lie in these pixels; without: anywhere in the picture")
+                .Optional(),
+            Number("min_score", 0.1, 1, "agreement that is a match").Or("0.5"),
+            Whole("max", 1, 10000, "at most this many, the best").Or("100"),
+            Number("overlap", 0, 1,
+                   "share of the smaller outline that two matches may have in common")
+                .Or("0.5"),
+            Choice("polarity", {"same", kAnyPolarity},
+                   "any: edges may also be dark on bright where the template's are bright "
+                   "on dark")
+                .Or("\"same\"")},
+       .run = Find,
+       .prepare = LoadModel},
   };
 }
 

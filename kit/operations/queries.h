@@ -11,6 +11,7 @@
 #include "kit/operations/sources.h"
 #include "kit/search/blob_search.h"
 #include "kit/search/edge_search.h"
+#include "kit/search/part_search.h"
 #include "kit/search/pattern_search.h"
 
 namespace quillon::kit {
@@ -27,6 +28,11 @@ EdgeQuery EdgeQueryOf(const Values& values);
 
 // Throws Failure naming the template.
 EdgeTool TeachEdges(const std::string& name, const GreyImage& pattern, const Values& values);
+
+finder::FindOptions PartQueryOf(const Values& values);
+
+// A part from its picture or its model. Throws Failure naming it.
+PartModel ReadPart(const std::string& name, const Values& values, const Sources& sources);
 
 // Taught by pictures of good boards, the first of them first. Throws Failure naming the picture.
 std::unique_ptr<BoardInspector> TeachBoards(const std::vector<std::string>& good,

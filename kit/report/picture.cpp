@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstdio>
 #include <new>
 #include <numbers>
 
@@ -78,6 +79,12 @@ void Picture::Cross(Mark mark, Point centre) {
 
 void Picture::Label(Mark mark, Point at, std::string_view text) {
   drawings_.push_back({mark, Drawing::Kind::kLabel, {at}, std::string(text)});
+}
+
+void Picture::Score(Mark mark, Point corner, double score) {
+  char text[16];
+  std::snprintf(text, sizeof text, "%.2f", score);
+  Label(mark, {std::clamp(corner.x, 0.0, width_ * 0.95), corner.y}, text);
 }
 
 namespace {

@@ -69,6 +69,9 @@ class Picture {
   void Cross(Mark mark, Point centre);
   // A short text whose lower left corner is at the point, where there is room above it.
   void Label(Mark mark, Point at, std::string_view text);
+  // The same for the score of a match, at its upper left corner: that shows which way up it is, and
+  // leaves its centre free.
+  void Score(Mark mark, Point corner, double score);
 
   const std::string& Caption() const { return caption_; }
   int Width() const { return width_; }

@@ -163,6 +163,7 @@ Json Arguments::Read(const Argument& argument, const py::object& value) {
     case Type::kRange:
       return ReadList(value, Numbers::kAny, 1);
     case Type::kWholeRange:
+    case Type::kRectangle:
       return ReadList(value, Numbers::kWhole, 1);
     case Type::kWholes:
       return FlattenSquare(ReadList(value, Numbers::kWhole, 2), argument.count);

@@ -56,6 +56,7 @@ std::string TypeOf(const Argument& argument) {
     case Argument::Type::kRange:
       return "Sequence[float]";
     case Argument::Type::kWholeRange:
+    case Argument::Type::kRectangle:
       return "Sequence[int]";
     case Argument::Type::kWholes:
       return "_Kernel";

@@ -153,6 +153,7 @@ double Score(const FinderKernels& kernels, const Model& model, const Picture& pi
 // bytes are the same on every platform. Load refuses what Save did not write; the model is left
 // untaught.
 Status Save(const Model& model, Buffer<uint8_t>& bytes);
+bool IsModelFile(std::span<const uint8_t> bytes);  // by its first bytes, damaged or not
 Status Load(const FinderKernels& kernels, std::span<const uint8_t> bytes, Model& model);
 
 }  // namespace quillon::finder

@@ -58,12 +58,14 @@ Status Save(const Model& model, Buffer<uint8_t>& bytes) {
   return Status::kOk;
 }
 
+bool IsModelFile(std::span<const uint8_t> bytes) {
+  return bytes.size() >= sizeof kMagic &&
+         std::equal(std::begin(kMagic), std::end(kMagic), bytes.begin());
+}
+
 Status Load(const FinderKernels& kernels, std::span<const uint8_t> bytes, Model& model) {
   model = Model();
-  if (bytes.size() < kHeader + kChecksum ||
-      !std::equal(std::begin(kMagic), std::end(kMagic), bytes.begin())) {
-    return Status::kDamaged;
-  }
+  if (bytes.size() < kHeader + kChecksum || !IsModelFile(bytes)) return Status::kDamaged;
   const std::span<const uint8_t> content = bytes.first(bytes.size() - kChecksum);
   if (ReadNumber(content.data() + content.size(), kChecksum) != ChecksumOf(content)) {
     return Status::kDamaged;

@@ -320,15 +320,20 @@ TEST(Operations, ThatFindThingsGiveWhatTheCommandsPrint) {
       {"match-color", scratch / "s/bracket.png", image, "--angle", "-180", "180"})["matches"];
   const Json located =
       QuillonJson({"locate", scratch / "s/bracket.png", image, "--angle", "-40", "40"})["matches"];
+  ASSERT_EQ(Quillon({"teach", scratch / "s/bracket.png", scratch / "s/bracket.model"}).exitCode, 0);
+  const Json found = QuillonJson({"find", scratch / "s/bracket.model", image, "--region", "100",
+                                  "50", "1000", "500", "--max", "3"})["matches"];
   ASSERT_GT(blobs.size(), 3u);
   ASSERT_EQ(matches.size(), 4u);
   ASSERT_EQ(located.size(), 1u);
+  ASSERT_GT(found.size(), 1u);
 
   const recipe::Recipe parsed = Parsed(Json::parse(R"({"name": "r", "steps": [
     {"name": "blobs", "operation": "blobs", "input": "image", "band": [124, 255], "fill_holes": true, "min_area": 3000, "max_area": 7000, "center_x": [100, 900]},
     {"name": "matches", "operation": "match", "input": "image", "template": "bracket.png", "angle": [-180, 180]},
     {"name": "colours", "operation": "match-color", "input": "color", "template": "bracket.png", "angle": [-180, 180]},
-    {"name": "located", "operation": "locate", "input": "image", "template": "bracket.png", "angle": [-40, 40]}],
+    {"name": "located", "operation": "locate", "input": "image", "template": "bracket.png", "angle": [-40, 40]},
+    {"name": "found", "operation": "find", "input": "image", "template": "bracket.model", "region": [100, 50, 1000, 500], "max": 3}],
     "measurements": [{"name": "m", "input": "blobs", "value": "mean", "which": "mean"}]})"));
   recipe::Inspector inspector(parsed, scratch / "s");
   inspector.Inspect(image);
@@ -365,6 +370,7 @@ TEST(Operations, ThatFindThingsGiveWhatTheCommandsPrint) {
   expectThings(
       3, located,
       {{"x", &Thing::x}, {"y", &Thing::y}, {"angle", &Thing::angle}, {"score", &Thing::score}});
+  expectThings(4, found, match);
 }
 
 TEST(Operations, ARecipeFailsABoardByItsDefects) {

@@ -1,0 +1,181 @@
+// quillon find and teach on drawn scenes whose poses are known.
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "cli/host.h"
+#include "kit/images/image_files.h"
+#include "support/images.h"
+#include "support/scenes.h"
+
+namespace quillon::test {
+namespace {
+
+using Json = nlohmann::json;
+using Words = std::vector<std::string>;
+
+// Two parts that touch, half a turn apart, and one more: a plate with a slot and a foot on an
+// even ground, from a finer grid of 4 x 4 points a pixel.
+const Truth kParts[] = {{92.3, 90.6, 30, 1}, {130.869, 119.796, 210, 1}, {233.5, 160.25, -71, 1}};
+
+void DrawPart(const Truth& at, GreyImage& image) {
+  const double a = at.angle * 3.14159265358979323846 / 180, c = std::cos(a), s = std::sin(a);
+  for (int y = 0; y < image.height; ++y) {
+    for (int x = 0; x < image.width; ++x) {
+      int inside = 0;
+      for (int i = 0; i < 16; ++i) {
+        const double dx = x + (i % 4 - 1.5) / 4 - at.x, dy = y + (i / 4 - 1.5) / 4 - at.y;
+        const double u = dx * c + dy * s, v = dy * c - dx * s;
+        const bool plate = std::abs(u) < 24 && v > -28 && v < 8;
+        const bool slot = u > 2 && u < 16 && v > -20 && v < -8;
+        const bool foot = u > -24 && u < -8 && v >= 8 && v < 28;
+        inside += (plate && !slot) || foot;
+      }
+      const int pixel = image.rows[y][x];
+      image.rows[y][x] = static_cast<uint8_t>(pixel + (210 - pixel) * inside / 16);
+    }
+  }
+}
+
+class Find : public testing::Test {
+ protected:
+  Find() {
+    GreyImage image;
+    Fill(image, 300, 220, Content::kFlat);
+    kit::WriteImage(flat_, image);
+    for (const Truth& truth : kParts) DrawPart(truth, image);
+    kit::WriteImage(scene_, image);
+    Fill(image, 64, 64, Content::kFlat);
+    DrawPart({31.5, 31.5, 0, 1}, image);
+    kit::WriteImage(part_, image);
+  }
+
+  Scratch folder_;
+  std::string part_ = folder_ / "part.png", scene_ = folder_ / "scene.png";
+  std::string flat_ = folder_ / "flat.png", model_ = folder_ / "part.model";
+};
+
+// Edges that run on into those of the part beside it pull a match, here by 0.4 pixels and a degree.
+double Turn(double degrees) { return std::abs(std::remainder(degrees, 360)); }
+
+TEST_F(Find, FindsTouchingTurnedPartsInBothWaysFromPictureAndModel) {
+  for (const std::string way : {"edges", "gray"}) {
+    const Json taught = QuillonJson({"teach", part_, model_, "--by", way});
+    EXPECT_EQ(taught["by"], way);
+    EXPECT_EQ(taught["width"], 64);
+    const Json found = QuillonJson({"find", part_, scene_, "--by", way});
+    // What the model was taught by counts where nothing is said.
+    EXPECT_EQ(QuillonJson({"find", model_, scene_}), found);
+    EXPECT_EQ(found["by"], way);
+    const Json& matches = found["matches"];
+    ASSERT_EQ(matches.size(), std::size(kParts)) << way << found;
+    for (const Truth& truth : kParts) {
+      int same = 0;
+      for (const Json& match : matches) {
+        same += std::hypot(match["x"].get<double>() - truth.x, match["y"].get<double>() - truth.y) <
+                    0.6 &&
+                Turn(match["angle"].get<double>() - truth.angle) < 1.2;
+      }
+      EXPECT_EQ(same, 1) << way << truth.x << matches;
+    }
+
+    // The options: which of the matches are left.
+    const std::pair<Words, size_t> cases[] = {{{"--max", "1"}, 1},
+                                              {{"--region", "228", "155", "10", "10"}, 1},
+                                              {{"--region", "0", "0", "40", "220"}, 0},
+                                              {{"--angle", "-75", "-65"}, 1},
+                                              {{"--angle", "20", "220", "--min-score", "0.6"}, 2},
+                                              {{"--scale", "1.5", "1.6"}, 0},
+                                              {{"--overlap", "0"}, 2},
+                                              {{"--min-score", "1"}, 0}};
+    for (const auto& [options, count] : cases) {
+      Words command = {"find", model_, scene_};
+      command.insert(command.end(), options.begin(), options.end());
+      const Json left = QuillonJson(command)["matches"];
+      EXPECT_EQ(left.size(), count) << way << options[0] << options[1] << left;
+    }
+    EXPECT_EQ(QuillonJson({"find", model_, flat_})["matches"].size(), 0u);
+  }
+}
+
+TEST_F(Find, LooksForTheOtherPolarityWhenTold) {
+  const std::string negative = folder_ / "negative.png";
+  ASSERT_EQ(Quillon({"invert", scene_, negative}).exitCode, 0);
+  EXPECT_EQ(QuillonJson({"find", part_, negative})["matches"].size(), 0u);
+  EXPECT_EQ(QuillonJson({"find", part_, negative, "--polarity", "any"})["matches"].size(), 3u);
+}
+
+TEST_F(Find, TellsWhatIsWrong) {
+  ASSERT_EQ(Quillon({"teach", part_, model_, "--by", "gray"}).exitCode, 0);
+  const std::string bytes = ReadText(model_), cut = folder_ / "cut.model";
+  const std::string changed = folder_ / "changed.model", kept = folder_ / "kept";
+  WriteText(cut, bytes.substr(0, 2000));
+  WriteText(kept, "kept");
+  std::string other = bytes;
+  other[1000] ^= 1;
+  WriteText(changed, other);
+  const struct {
+    Words arguments;
+    int exitCode;
+    Words says;
+  } cases[] = {
+      {{"find", cut, scene_}, 1, {cut, "the model is damaged"}},
+      {{"find", changed, scene_}, 1, {changed, "the model is damaged"}},
+      {{"find", model_, scene_, "--by", "edges"}, 1, {model_, "by gray, not by edges"}},
+      {{"find", model_, scene_, "--polarity", "any"}, 1, {model_, "polarity 'any'"}},
+      {{"find", flat_, scene_}, 1, {flat_, "fewer than 12 edge points"}},
+      {{"find", flat_, scene_, "--by", "gray"}, 1, {flat_, "no contrast"}},
+      {{"find", scene_, part_}, 1, {"300 x 220", "larger than the picture, 64 x 64"}},
+      {{"find", part_, scene_, "--region", "300", "9", "5", "5"},
+       1,
+       {"column 300, row 9", "no pixel of the picture, 300 x 220"}},
+      {{"find", part_, scene_, "--region", "3", "9", "0", "5"}, 2, {"--region", "[3,9,0,5]"}},
+      {{"find", part_, scene_, "--scale", "0.4", "1"}, 2, {"--scale", "0.4", "0.5"}},
+      {{"find", part_, scene_, "--angle", "9", "-9"}, 2, {"--angle", "low is above high"}},
+      {{"find", part_, scene_, "--by", "colour"}, 2, {"--by", "colour"}},
+      {{"teach", flat_, kept}, 1, {flat_, "edge points"}},
+      {{"teach", part_, kept, "--mask", flat_}, 1, {part_, "64 x 64", "300 x 220"}},
+  };
+  for (const auto& c : cases) {
+    const Answer answer = Quillon(c.arguments);
+    EXPECT_EQ(answer.exitCode, c.exitCode) << c.arguments[0] << c.says[0] << answer.err;
+    for (const std::string& words : c.says) {
+      EXPECT_NE(answer.err.find(words), std::string::npos) << words << " in\n" << answer.err;
+    }
+  }
+  EXPECT_EQ(ReadText(kept), "kept") << "a model that cannot be taught left a file";
+}
+
+// A stripe slides; a template full of different shapes has nothing of the kind.
+TEST_F(Find, SaysWhatTeachingDoubts) {
+  GreyImage stripe;
+  Fill(stripe, 64, 64, Content::kFlat);
+  for (int y = 0; y < 64; ++y) std::fill_n(stripe.rows[y] + 24, 16, uint8_t{230});
+  const std::string path = folder_ / "stripe.png";
+  kit::WriteImage(path, stripe);
+  const Answer doubtful = Quillon({"teach", path, model_});
+  EXPECT_EQ(doubtful.exitCode, 0);
+  EXPECT_NE(doubtful.out.find("it slides"), std::string::npos) << doubtful.out;
+  GreyImage pattern, scene;
+  MakeScene({.seed = 5}, pattern, scene);
+  kit::WriteImage(path, pattern);
+  EXPECT_EQ(QuillonJson({"teach", path, model_})["doubts"], Json::array());
+}
+
+TEST_F(Find, DrawsAndReportsEachMatch) {
+  const std::string page = folder_ / "page.html", drawn = folder_ / "drawn.png";
+  ASSERT_EQ(Quillon({"find", part_, scene_, "--report", page, "--draw", drawn}).exitCode, 0);
+  const std::string text = ReadText(page);
+  for (const char* layer : {"Outline", "Centre", "Score"}) {
+    EXPECT_NE(text.find(layer), std::string::npos) << layer;
+  }
+  ColourImage picture;
+  kit::ReadImage(drawn, picture);
+  for (const Truth& truth : kParts) {
+    const uint8_t* const centre = picture.rows[std::lround(truth.y)] + 3 * std::lround(truth.x);
+    EXPECT_FALSE(centre[0] == centre[1] && centre[1] == centre[2]) << "no cross at " << truth.x;
+  }
+}
+
+}  // namespace
+}  // namespace quillon::test
