@@ -64,7 +64,8 @@ constexpr MeanScale ScaleByConversion(int area) {
 constexpr bool IsExact(const MeanScale& scale, int area) {
   const auto isMean = [&](int sum, int mean) {
     const int bits = sum * scale.weight + scale.bias;
-    const float value = scale.converted ? static_cast<float>(bits) : __builtin_bit_cast(float, bits);
+    const float value =
+        scale.converted ? static_cast<float>(bits) : __builtin_bit_cast(float, bits);
     const float rounded = value * scale.reciprocal + scale.offset;
     const double fused = static_cast<double>(value) * static_cast<double>(scale.reciprocal) +
                          static_cast<double>(scale.offset - kWhole);

@@ -59,9 +59,9 @@ void CarryToLevel(const Search& search, int level, Pose& pose);
 bool SweepCoarsestLevel(const Search& search, int capacity, Buffer<Candidate>& candidates,
                         int& count);
 
-// Each candidate at the next finer level: the best of the neighbouring angles, scales and positions;
-// it is given up where that scores more than 0.1 below what it had. Where the level does not count,
-// candidates are only carried there. False when memory is short.
+// Each candidate at the next finer level: the best of the neighbouring angles, scales and
+// positions; it is given up where that scores more than 0.1 below what it had. Where the level does
+// not count, candidates are only carried there. False when memory is short.
 bool RefineAtLevel(const Search& search, int level, Candidate* candidates, int count);
 
 // A match at full resolution.
