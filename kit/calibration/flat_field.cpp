@@ -48,6 +48,7 @@ FlatFieldCorrection::FlatFieldCorrection(const std::string& path, const Note& no
   const ParameterFile file(path, kKind, kFileSize);
   for (size_t i = 0; i < kGains / 4; ++i) file.Place(i);
   RequireGains(file);
+  image_.Create(1, 1);  // an image without pixels would not release its gains
   if (!IxFFCParaLoad(&image_, region_, path.c_str())) throw Failure("cannot open '" + path + "'");
   if (region_[0] < 0 || region_[0] >= region_[1] || region_[2] < 0 || region_[2] >= region_[3]) {
     file.Refuse("its region is empty, or begins outside pictures");

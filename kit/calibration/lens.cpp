@@ -193,6 +193,7 @@ LensFit FitLens(const std::string& file, const Grid& grid, const std::string& pa
 
 LensCorrection::LensCorrection(std::string path, const Note& note) : path_(std::move(path)) {
   RequireLens(ParameterFile(path_, kKind, kFileSize));
+  work_.Create(1, 1);  // an image without pixels would not release its parameters
   if (!IxDistortionParaLoad(&work_, path_.c_str())) throw Failure("cannot open '" + path_ + "'");
   size_ = ReadCompanion(path_, kKind, Own(work_), note);
 }
@@ -219,9 +220,10 @@ void LensCorrection::RequireRectangleIn(const GreyImage& image) const {
 void LensCorrection::Apply(const GreyImage& image, GreyImage& corrected) {
   RequirePictureSize(path_, size_, image);
   RequireRectangleIn(image);
-  const bool sameSize = work_.width == image.width && work_.height == image.height;
+  const bool hasMap =
+      work_.distortionMap && work_.width == image.width && work_.height == image.height;
   FlipAbout(work_.centreY, image, work_);
-  if (!sameSize) IxDistortionPreCalculate(&work_);
+  if (!hasMap) IxDistortionPreCalculate(&work_);
   if (!IxDistortionCalibrate(&work_)) {
     throw Failure("'" + path_ + "' holds no rectangle that can be corrected: " +
                   std::to_string(work_.correctedWidth) + " x " +

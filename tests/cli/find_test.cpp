@@ -119,12 +119,12 @@ TEST_F(Find, TellsWhatIsWrong) {
     int exitCode;
     Words says;
   } cases[] = {
-      {{"find", cut, scene_}, 1, {cut, "the model is damaged"}},
-      {{"find", changed, scene_}, 1, {changed, "the model is damaged"}},
-      {{"find", model_, scene_, "--by", "edges"}, 1, {model_, "by gray, not by edges"}},
-      {{"find", model_, scene_, "--polarity", "any"}, 1, {model_, "polarity 'any'"}},
-      {{"find", flat_, scene_}, 1, {flat_, "fewer than 12 edge points"}},
-      {{"find", flat_, scene_, "--by", "gray"}, 1, {flat_, "no contrast"}},
+      {{"find", cut, scene_}, 1, {"cut.model", "the model is damaged"}},
+      {{"find", changed, scene_}, 1, {"changed.model", "the model is damaged"}},
+      {{"find", model_, scene_, "--by", "edges"}, 1, {"part.model", "by gray, not by edges"}},
+      {{"find", model_, scene_, "--polarity", "any"}, 1, {"part.model", "polarity 'any'"}},
+      {{"find", flat_, scene_}, 1, {"flat.png", "fewer than 12 edge points"}},
+      {{"find", flat_, scene_, "--by", "gray"}, 1, {"flat.png", "no contrast"}},
       {{"find", scene_, part_}, 1, {"300 x 220", "larger than the picture, 64 x 64"}},
       {{"find", part_, scene_, "--region", "300", "9", "5", "5"},
        1,
@@ -133,8 +133,8 @@ TEST_F(Find, TellsWhatIsWrong) {
       {{"find", part_, scene_, "--scale", "0.4", "1"}, 2, {"--scale", "0.4", "0.5"}},
       {{"find", part_, scene_, "--angle", "9", "-9"}, 2, {"--angle", "low is above high"}},
       {{"find", part_, scene_, "--by", "colour"}, 2, {"--by", "colour"}},
-      {{"teach", flat_, kept}, 1, {flat_, "edge points"}},
-      {{"teach", part_, kept, "--mask", flat_}, 1, {part_, "64 x 64", "300 x 220"}},
+      {{"teach", flat_, kept}, 1, {"flat.png", "edge points"}},
+      {{"teach", part_, kept, "--mask", flat_}, 1, {"part.png", "64 x 64", "300 x 220"}},
   };
   for (const auto& c : cases) {
     const Answer answer = Quillon(c.arguments);
