@@ -57,7 +57,11 @@ class CImage {
 
   // Re-creates the image at width x height, all zero, at the class's depth, with a grey palette
   // when that is 8. Forgets the memory DC of an image that had a bitmap.
-  void Create(int newWidth, int newHeight);
+  void Create(int newWidth, int newHeight) { Create(newWidth, newHeight, store::Contents::kZero); }
+  // The same for a caller who writes every pixel: all bytes may hold anything.
+  void CreateForOverwrite(int newWidth, int newHeight) {
+    Create(newWidth, newHeight, store::Contents::kAnything);
+  }
   // Re-creates the image at the source's size and depth and copies its bytes, padding included. A
   // source without pixels gives its geometry alone, none at all leaves the image without pixels.
   void CopyFrom(const CImage* source);
@@ -66,7 +70,9 @@ class CImage {
   // 2^31 - 1 bytes, or memory that is not there, give an empty image: width, height and what
   // follows from them are as asked, but bitmap, bits and rows are null. Those three tell whether
   // there are pixels.
-  void AllocateBitmap(int newBpp, int newWidth, int newHeight);
+  void AllocateBitmap(int newBpp, int newWidth, int newHeight) {
+    AllocateBitmap(newBpp, newWidth, newHeight, store::Contents::kZero);
+  }
   // Releases everything the image owns; its geometry stays. An image without a bitmap is left
   // alone.
   void Destroy();
@@ -100,6 +106,8 @@ class CImage {
   }
   void ReleasePixels();
   void SetGeometry(int depth, int newWidth, int newHeight);
+  void AllocateBitmap(int newBpp, int newWidth, int newHeight, store::Contents contents);
+  void Create(int newWidth, int newHeight, store::Contents contents);
 };
 
 using GreyImage = CImage<unsigned char>;
@@ -158,7 +166,8 @@ void CImage<Pixel>::SetGeometry(int depth, int newWidth, int newHeight) {
 }
 
 template <class Pixel>
-void CImage<Pixel>::AllocateBitmap(int newBpp, int newWidth, int newHeight) {
+void CImage<Pixel>::AllocateBitmap(int newBpp, int newWidth, int newHeight,
+                                   store::Contents contents) {
   const int depth = sizeof(Pixel) == 1 ? newBpp : kDepth;
   SetGeometry(depth, newWidth, newHeight);
   bitmap = nullptr;
@@ -167,7 +176,7 @@ void CImage<Pixel>::AllocateBitmap(int newBpp, int newWidth, int newHeight) {
   if (newWidth <= 0 || newHeight <= 0 || depth <= 0 || depth > 32) return;
   if (RowBytes(depth, newWidth) > INT32_MAX / newHeight) return;
 
-  const store::Pixels pixels = store::New(depth, newWidth, newHeight, imageSize);
+  const store::Pixels pixels = store::New(depth, newWidth, newHeight, imageSize, contents);
   if (!pixels.bits) return;
   auto** table =
       static_cast<unsigned char**>(malloc(sizeof(unsigned char*) * static_cast<size_t>(newHeight)));
@@ -184,10 +193,10 @@ void CImage<Pixel>::AllocateBitmap(int newBpp, int newWidth, int newHeight) {
 }
 
 template <class Pixel>
-void CImage<Pixel>::Create(int newWidth, int newHeight) {
+void CImage<Pixel>::Create(int newWidth, int newHeight, store::Contents contents) {
   if (bitmap) memoryDC = nullptr;
   ReleasePixels();
-  AllocateBitmap(kDepth, newWidth, newHeight);
+  AllocateBitmap(kDepth, newWidth, newHeight, contents);
   if (bitmap && paletteEntries == 256) store::InstallGreyRamp(bitmap);
 }
 
@@ -197,7 +206,7 @@ void CImage<Pixel>::CopyFrom(const CImage* source) {
   ReleasePixels();
   if (!source) return;
   if (source->bits) {
-    AllocateBitmap(source->bpp, source->width, source->height);
+    AllocateBitmap(source->bpp, source->width, source->height, store::Contents::kAnything);
   } else {
     SetGeometry(sizeof(Pixel) == 1 ? source->bpp : kDepth, source->width, source->height);
   }
@@ -205,8 +214,10 @@ void CImage<Pixel>::CopyFrom(const CImage* source) {
   if (!bitmap) return;
   if (paletteEntries == 256) store::InstallGreyRamp(bitmap);
   // A source that reports another depth than its store has may hold fewer bytes.
-  const int32_t held = source->imageSize < imageSize ? source->imageSize : imageSize;
-  if (held > 0) memcpy(bits, source->bits, static_cast<size_t>(held));
+  const int32_t least = source->imageSize < imageSize ? source->imageSize : imageSize;
+  const size_t held = least > 0 ? static_cast<size_t>(least) : 0;
+  memcpy(bits, source->bits, held);
+  memset(bits + held, 0, static_cast<size_t>(imageSize) - held);
 }
 
 template <class Pixel>

@@ -1,5 +1,5 @@
-// Where an image's pixels live: a device-independent bitmap section on Windows, a zero-filled heap
-// block elsewhere. Host and library both compile this file, so both can free what the other made.
+// Where an image's pixels live: a device-independent bitmap section on Windows, a heap block
+// elsewhere. Host and library both compile this file, so both can free what the other made.
 #pragma once
 
 #include <stddef.h>
@@ -34,6 +34,10 @@ struct Pixels {
   unsigned char* bits;  // the bottom row
 };
 
+// What fresh pixels hold. Clearing a store that is written at once costs as much as a fast
+// operation.
+enum class Contents { kZero, kAnything };
+
 #ifdef _WIN32
 
 struct BitmapHeader {  // BITMAPINFOHEADER
@@ -51,8 +55,8 @@ struct BitmapInfo {
   uint32_t palette[256];  // left empty here; InstallGreyRamp sets it through a context
 };
 
-// A bottom-up section of `height` rows; fresh sections read as zero.
-inline Pixels New(int bpp, int width, int height, int /*imageSize*/) {
+// A bottom-up section of `height` rows; fresh sections read as zero, whatever is asked.
+inline Pixels New(int bpp, int width, int height, int /*imageSize*/, Contents) {
   BitmapInfo info = {};
   info.header.size = sizeof(BitmapHeader);
   info.header.width = width;
@@ -100,18 +104,20 @@ inline void DeleteContext(HDC dc) { DeleteDC(dc); }
 
 constexpr size_t kPixelAlignment = 64;
 
-// One zero-filled heap block; the bitmap handle is its address. A large block comes as untouched
-// zero pages from the system; a small one ends where its pixels end, for memory checkers to see.
-inline Pixels New(int /*bpp*/, int /*width*/, int /*height*/, int imageSize) {
+// One heap block; the bitmap handle is its address. A large one that is to be zero comes as
+// untouched zero pages from the system; a small one ends where its pixels end, for memory checkers
+// to see.
+inline Pixels New(int /*bpp*/, int /*width*/, int /*height*/, int imageSize, Contents contents) {
   constexpr int kLarge = 1 << 17;
   const size_t size = static_cast<size_t>(imageSize);
+  const bool zero = contents == Contents::kZero;
   void* block = nullptr;
   if (imageSize >= kLarge) {
-    block = calloc(1, size + kPixelAlignment);
-  } else if (posix_memalign(&block, kPixelAlignment, size) == 0) {
-    memset(block, 0, size);
-  } else {
+    block = zero ? calloc(1, size + kPixelAlignment) : malloc(size + kPixelAlignment);
+  } else if (posix_memalign(&block, kPixelAlignment, size) != 0) {
     block = nullptr;
+  } else if (zero) {
+    memset(block, 0, size);
   }
   const uintptr_t first = reinterpret_cast<uintptr_t>(block);
   const uintptr_t aligned = (first + kPixelAlignment - 1) & ~(kPixelAlignment - 1);

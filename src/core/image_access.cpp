@@ -6,14 +6,11 @@
 namespace quillon {
 namespace {
 
-// A fresh image, or the old store with the handle's palette and context as after a re-creation.
-// Tells whether the store was kept.
+// Whether the store can stay. The handle's palette and context are then as after a re-creation.
 template <class Pixel>
-bool Recreate(CImage<Pixel>& image, int width, int height) {
-  const bool sameGeometry = HasPixels(&image) && image.width == width && image.height == height &&
-                            image.bpp == CImage<Pixel>::kDepth;
-  if (!sameGeometry) {
-    image.Create(width, height);
+bool KeepStore(CImage<Pixel>& image, int width, int height) {
+  if (!HasPixels(&image) || image.width != width || image.height != height ||
+      image.bpp != CImage<Pixel>::kDepth) {
     return false;
   }
   image.memoryDC = nullptr;
@@ -33,14 +30,18 @@ void ClearPadding(CImage<Pixel>& image) {
 
 template <class Pixel>
 bool RecreateForOverwrite(CImage<Pixel>& image, int width, int height) {
-  if (Recreate(image, width, height)) ClearPadding(image);
-  return HasPixels(&image);
+  if (!KeepStore(image, width, height)) image.CreateForOverwrite(width, height);
+  if (!HasPixels(&image)) return false;
+  ClearPadding(image);
+  return true;
 }
 
 template <class Pixel>
 bool RecreateZeroed(CImage<Pixel>& image, int width, int height) {
-  if (Recreate(image, width, height)) {
+  if (KeepStore(image, width, height)) {
     std::memset(image.bits, 0, static_cast<size_t>(image.imageSize));
+  } else {
+    image.Create(width, height);
   }
   return HasPixels(&image);
 }

@@ -13,14 +13,14 @@ namespace {
 
 using std::string;
 
-// Numbers of several bytes, the greatest or the least byte first.
-string Big(uint64_t value, int bytes) {
+// Numbers of several bytes, the least or the greatest byte first.
+string Little(uint64_t value, int bytes) {
   string text;
-  for (int i = bytes - 1; i >= 0; --i) text += static_cast<char>(value >> (8 * i) & 255);
+  for (; bytes > 0; --bytes, value >>= 8) text += static_cast<char>(value & 255);
   return text;
 }
-string Little(uint64_t value, int bytes) {
-  const string text = Big(value, bytes);
+string Big(uint64_t value, int bytes) {
+  const string text = Little(value, bytes);
   return {text.rbegin(), text.rend()};
 }
 string FromBytes(std::initializer_list<int> bytes) {
