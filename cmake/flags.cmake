@@ -45,3 +45,18 @@ function(quillon_library_flags target)
   target_compile_options(${target} PRIVATE
     -fno-exceptions -fno-rtti -fvisibility=hidden -fvisibility-inlines-hidden)
 endfunction()
+
+# Leaves in a list of files those of the system that is built for: of *_windows.cpp, *_posix.cpp and
+# *_wasm.cpp only its own. WebAssembly has the calls of posix too.
+function(quillon_of_this_system list)
+  set(files ${${list}})
+  if(WIN32)
+    list(FILTER files EXCLUDE REGEX "_posix\\.cpp$")
+  else()
+    list(FILTER files EXCLUDE REGEX "_windows\\.cpp$")
+  endif()
+  if(NOT EMSCRIPTEN)
+    list(FILTER files EXCLUDE REGEX "_wasm\\.cpp$")
+  endif()
+  set(${list} ${files} PARENT_SCOPE)
+endfunction()

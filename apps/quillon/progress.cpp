@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
+#include <system_error>
 #include <utility>
 
 #include "kit/interrupt/interrupt.h"
@@ -32,7 +33,12 @@ void WriteToTerminal(const std::string& text) {
 }  // namespace
 
 Progress::Progress(std::string what) : what_(std::move(what)) {
-  if (ErrorsAreShown()) thread_ = std::thread([this] { Show(); });
+  if (!ErrorsAreShown()) return;
+  try {
+    thread_ = std::thread([this] { Show(); });
+  } catch (const std::system_error&) {
+    // Without threads, as in WebAssembly, the work goes on without a sign.
+  }
 }
 
 Progress::~Progress() {

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstring>
 #include <numeric>
+#include <string>
 
 #include "kit/boards/local_check.h"
 #include "kit/errors.h"

@@ -1,7 +1,6 @@
 #include "kit/calibration/lens.h"
 
 #include <algorithm>
-#include <charconv>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
@@ -12,6 +11,7 @@
 #include "kit/errors.h"
 #include "kit/files/files.h"
 #include "kit/images/pixels.h"
+#include "kit/text/numbers.h"
 
 namespace quillon::kit {
 namespace {
@@ -44,9 +44,8 @@ std::vector<int> ReadPoints(const std::string& path) {
     bool read = true;
     for (int i = 0; i < 2 && read; ++i) {
       while (at < end && (*at == ' ' || (i == 1 && *at == ','))) ++at;
-      const auto result = std::from_chars(at, end, pair[i]);
-      read = result.ec == std::errc() && std::fabs(pair[i]) <= 32767;
-      at = result.ptr;
+      at = ReadNumber(at, end, pair[i]);
+      read = at && std::fabs(pair[i]) <= 32767;
     }
     if (!read || at != end) {
       if (number == 1) continue;

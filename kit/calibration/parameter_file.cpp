@@ -1,6 +1,5 @@
 #include "kit/calibration/parameter_file.h"
 
-#include <bit>
 #include <cstdint>
 #include <cstdlib>
 #include <filesystem>
@@ -47,7 +46,7 @@ int ParameterFile::Word(size_t index) const {
 }
 
 double ParameterFile::Real(size_t byte) const {
-  return std::bit_cast<double>(Little<uint64_t>(bytes_, byte));
+  return __builtin_bit_cast(double, Little<uint64_t>(bytes_, byte));
 }
 
 int ParameterFile::Place(size_t index) const {

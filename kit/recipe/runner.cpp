@@ -4,6 +4,7 @@
 #include <exception>
 #include <map>
 #include <mutex>
+#include <system_error>
 #include <thread>
 
 #include "kit/interrupt/interrupt.h"
@@ -17,8 +18,12 @@ class Pool {
 
   bool Run(std::vector<std::unique_ptr<Inspector>>& inspectors) {
     std::vector<std::thread> threads;
-    for (size_t i = 1; i < inspectors.size(); ++i) {
-      threads.emplace_back([this, &inspectors, i] { Inspect(*inspectors[i]); });
+    try {
+      for (size_t i = 1; i < inspectors.size(); ++i) {
+        threads.emplace_back([this, &inspectors, i] { Inspect(*inspectors[i]); });
+      }
+    } catch (const std::system_error&) {
+      // The system has no further thread, or none at all as in WebAssembly: those there are do all.
     }
     Inspect(*inspectors[0]);
     for (std::thread& thread : threads) thread.join();

@@ -1,26 +1,18 @@
 #include "kit/report/findings.h"
 
 #include <algorithm>
-#include <charconv>
 #include <cmath>
 #include <cstdio>
 #include <nlohmann/json.hpp>
 #include <ostream>
 
+#include "kit/text/numbers.h"
 #include "kit/text/text.h"
 
 namespace quillon::kit {
 namespace {
 
 bool IsText(const Cell& cell) { return std::holds_alternative<std::string>(cell); }
-
-// The shortest digits that read back as the same number.
-template <class Number>
-std::string Shortest(Number value) {
-  char digits[64];
-  const auto end = std::to_chars(digits, digits + sizeof digits, value).ptr;
-  return {digits, end};
-}
 
 std::string Fixed(double value, int decimals) {
   if (!std::isfinite(value)) return "";
@@ -80,7 +72,7 @@ std::string Quoted(const std::string& text) {
 
 std::string CsvField(const Cell& cell) {
   if (const auto* number = std::get_if<double>(&cell)) {
-    return std::isfinite(*number) ? Shortest(*number) : "";
+    return std::isfinite(*number) ? ShortestDigits(*number) : "";
   }
   return IsText(cell) ? Quoted(std::get<std::string>(cell)) : Text(cell, 0);
 }
@@ -89,9 +81,9 @@ std::string CsvField(const Cell& cell) {
 
 Cell Single(float value) {
   if (!std::isfinite(value)) return static_cast<double>(value);
-  const std::string digits = Shortest(value);
+  const std::string digits = ShortestDigits(value);
   double shortest = 0;
-  std::from_chars(digits.data(), digits.data() + digits.size(), shortest);
+  ReadNumber(digits.data(), digits.data() + digits.size(), shortest);
   return shortest;
 }
 

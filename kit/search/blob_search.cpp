@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
-#include <span>
+#include <string>
 
 #include "kit/errors.h"
 #include "kit/images/pixels.h"
@@ -142,12 +142,14 @@ void SelectBlobs(const BlobSelection& selection, RLERegion* region) {
 // equal records are selected together or not at all.
 std::vector<int> NumbersOf(const std::vector<BlobFeature>& selected,
                            const std::vector<BlobFeature>& all) {
-  const auto bytes = [](const BlobFeature& blob) { return std::as_bytes(std::span(&blob, 1)); };
+  const auto isSame = [](const BlobFeature& one, const BlobFeature& other) {
+    return std::memcmp(&one, &other, sizeof one) == 0;
+  };
   std::vector<int> numbers;
   numbers.reserve(selected.size());
   size_t n = 0;
   for (const BlobFeature& blob : selected) {
-    while (!std::ranges::equal(bytes(all[n]), bytes(blob))) ++n;
+    while (!isSame(all[n], blob)) ++n;
     numbers.push_back(static_cast<int>(n++));
   }
   return numbers;
