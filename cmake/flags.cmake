@@ -21,6 +21,17 @@ function(quillon_flags target)
       -Wa,-muse-unaligned-vector-move)  # this compiler aligns spilled vectors too little
     target_link_options(${target} PRIVATE -static)
   endif()
+  if(CMAKE_SYSTEM_NAME STREQUAL Linux AND NOT QUILLON_SANITIZE AND NOT quillon_is_kernel)
+    target_compile_options(${target} PRIVATE -fstack-protector-strong)
+    if(NOT QUILLON_OPTIMISE)  # the checked calls are made by the optimiser
+      target_compile_options(${target} PRIVATE -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2)
+    endif()
+    # The tables of addresses are read-only when the program runs.
+    target_link_options(${target} PRIVATE LINKER:-z,relro LINKER:-z,now)
+  endif()
+  if(WIN32 AND CMAKE_SIZEOF_VOID_P EQUAL 8)
+    target_link_options(${target} PRIVATE LINKER:--dynamicbase LINKER:--high-entropy-va)
+  endif()
   if(QUILLON_SANITIZE)
     target_compile_definitions(${target} PRIVATE QUILLON_SANITIZED)
     target_compile_options(${target} PRIVATE

@@ -42,6 +42,7 @@ file(WRITE ${CMAKE_BINARY_DIR}/levels.txt "${each_name}\n")
 
 # Object libraries <name>_<level> of the given sources.
 function(quillon_add_kernels name)
+  set(quillon_is_kernel ON)  # a guard on each stack frame would cost at each row
   set(optimise -O3)
   if(QUILLON_SANITIZE)
     set(optimise -O1)  # instrumented kernels take minutes to optimise

@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "core/length.h"
 #include "ncc/fit.h"
 #include "ncc/scorer.h"
 #include "ncc/stages.h"
@@ -127,8 +128,8 @@ class Finish {
     const SearchLimits& limits = search_.limits;
     const bool allowed = (!limits.rotate || IntoLimits(0, limits.angleMin, limits.angleMax) == 0) &&
                          IsOwnSize(IntoLimits(1, limits.scaleMin, limits.scaleMax));
-    const double radius = std::hypot(full_.centreX, full_.centreY);
-    return allowed && radius * std::hypot(pose.degrees * kRadians, pose.scale - 1) <= kReach;
+    const double radius = Length(full_.centreX, full_.centreY);
+    return allowed && radius * Length(pose.degrees * kRadians, pose.scale - 1) <= kReach;
   }
 
   // Interpolation costs a copy of the template some of its score, and a template of the image's
@@ -178,7 +179,7 @@ class Finish {
   bool FitAtLevel(int level, Match& match) {
     const NccLevel& pattern = search_.tool.levels[level];
     Pose pose = ToLevel(search_.tool, level, match.pose);
-    const double reach = pose.scale * std::hypot(pattern.width, pattern.height) * 0.5 + kMargin;
+    const double reach = pose.scale * Length(pattern.width, pattern.height) * 0.5 + kMargin;
     const Region region = {
         static_cast<int>(std::floor(pose.x - reach)), static_cast<int>(std::floor(pose.y - reach)),
         static_cast<int>(std::ceil(pose.x + reach)), static_cast<int>(std::ceil(pose.y + reach))};

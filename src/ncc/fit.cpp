@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "core/length.h"
 #include "simd/kernels.h"
 
 namespace quillon {
@@ -266,12 +267,12 @@ bool PoseFit::MoveInto(const Patch& patch, Pose& pose) const {
 double PoseFit::Step(const Patch& patch, const Moments& m, double longest, Pose& pose) {
   double solution[kFitTerms];
   if (!Solve(m, solution) || !(solution[kGain] > 0)) return 0;
-  const double radius = 0.5 * std::hypot(width_, height_);
+  const double radius = 0.5 * Length(width_, height_);
   const double gain = solution[kGain];
   double change[kFitTerms];
   for (int i = kU; i < kFitTerms; ++i) change[i] = solution[i] / gain;
-  const double moved = pose.scale * (std::hypot(change[kU], change[kV]) +
-                                     radius * std::hypot(change[kTurn], change[kScale]));
+  const double moved = pose.scale * (Length(change[kU], change[kV]) +
+                                     radius * Length(change[kTurn], change[kScale]));
   if (!std::isfinite(moved)) return 0;
   const double shorten = moved > longest ? longest / moved : 1;
   for (int i = kU; i < kFitTerms; ++i) change[i] *= shorten;

@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "core/length.h"
 #include "ncc/scorer.h"
 #include "ncc/stages.h"
 
@@ -91,7 +92,7 @@ class Refinement {
   bool CutAround(const Pose& pose) {
     const NccLevel& pattern = search_.tool.levels[level_];
     const double width = pattern.width * pose.scale, height = pattern.height * pose.scale;
-    const double diagonal = std::hypot(width, height);
+    const double diagonal = Length(width, height);
     const double reachX = (search_.limits.rotate ? diagonal : width) * 0.5 + kTurnedReach + 2;
     const double reachY = (search_.limits.rotate ? diagonal : height) * 0.5 + kTurnedReach + 2;
     const Region region = {static_cast<int>(std::floor(pose.x - reachX)),

@@ -3,6 +3,7 @@
 #include <cmath>
 #include <span>
 
+#include "core/length.h"
 #include "ncc/climb.h"
 #include "ncc/scorer.h"
 #include "ncc/stages.h"
@@ -83,7 +84,7 @@ class Sweep {
     return patch_.Cut(search_.kernels, search_.image, level_, {0, 0, width, height}) &&
            patch_.AddCells(search_.kernels) &&
            climb_.Open(search_.kernels, pattern, search_.Mask(level_), search_.Reach(level_)) &&
-           list_.Open(capacity, width, height, std::hypot(pattern.centreX, pattern.centreY));
+           list_.Open(capacity, width, height, Length(pattern.centreX, pattern.centreY));
   }
 
   bool Run() {

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstring>
 
+#include "core/length.h"
 #include "ncc/correlation.h"
 #include "ncc/correlation_kernels.h"
 #include "ncc/pose.h"
@@ -162,7 +163,7 @@ bool VariantMaker::Pack(Picture& picture, Variant& variant) const {
 bool VariantMaker::Make(double scale, double degrees, Variant& variant) {
   variant.count = 0;
   variant.width = variant.height = 0;
-  const double side = std::hypot(level_.width, level_.height) * scale;
+  const double side = Length(level_.width, level_.height) * scale;
   if (!(side <= kMaxPatternSide) || level_.width * scale < 1 || level_.height * scale < 1) {
     return true;
   }
