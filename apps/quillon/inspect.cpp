@@ -1,10 +1,14 @@
-// quillon inspect GOOD TEST...: where boards differ from a good one.
+// quillon inspect GOOD TEST...: where boards differ from a good one; of folders, whether they do.
+#include <algorithm>
 #include <cstdio>
+#include <filesystem>
 #include <memory>
 #include <vector>
 
 #include "arguments.h"
+#include "batch.h"
 #include "commands.h"
+#include "kit/boards/good_boards.h"
 #include "kit/errors.h"
 #include "kit/images/image_files.h"
 #include "kit/operations/queries.h"
@@ -21,6 +25,7 @@ struct Options {
   Reading reading;
   std::vector<std::string> moreGood, tested;
   Output output;
+  BatchOptions batch;
 };
 
 // Layers of the report.
@@ -73,6 +78,12 @@ void Record(const std::string& path, const GreyImage& tested, const BoardInspect
   }
 }
 
+void RequireInspected(size_t failed, size_t boards) {
+  if (failed == 0) return;
+  throw Failure(std::to_string(failed) + " of " + std::to_string(boards) +
+                " boards could not be inspected");
+}
+
 void RunInspect(const Options& options, const Values& values) {
   const Progress progress("inspecting");
   const bool drawn = options.output.WantsPictures();
@@ -92,7 +103,7 @@ void RunInspect(const Options& options, const Values& values) {
     ReadImage(options.good, good, options.reading);
     results.report.pictures.emplace_back("Good: " + options.good, good);
   }
-  int failed = 0;
+  size_t failed = 0;
   for (const std::string& path : options.tested) {
     try {
       GreyImage image;
@@ -115,11 +126,87 @@ void RunInspect(const Options& options, const Values& values) {
       {"found", "Defects", static_cast<int64_t>(results.findings.rows.size())}};
   Print(options.output, results.findings);
   if (drawn) WritePictures(options.output, results.report, results.findings);
-  if (failed > 0) {
-    throw Failure(std::to_string(failed) + " of " + std::to_string(options.tested.size()) +
-                  " boards could not be inspected");
-  }
+  RequireInspected(failed, options.tested.size());
   if (results.passed < results.inspected) throw NotAllPassed();
+}
+
+// ---- folders ------------------------------------------------------------------------------------
+
+bool IsFolder(const std::string& path) {
+  std::error_code error;
+  return std::filesystem::is_directory(path, error);
+}
+
+// Whether boards are judged one by one, as `quillon run` does, and not told defect by defect.
+bool IsBatch(const Options& options) {
+  const BatchOptions& batch = options.batch;
+  return IsFolder(options.good) ||
+         std::any_of(options.tested.begin(), options.tested.end(), IsFolder) || batch.jobs > 0 ||
+         batch.objects || !batch.folder.empty();
+}
+
+// The command as a recipe. `good` in the values are all good boards, for what the results are of.
+kit::recipe::Recipe RecipeOf(const Options& options, const Values& values) {
+  kit::recipe::Recipe recipe = kit::recipe::MakeRecipe(R"({
+    "name": "Boards",
+    "steps": [{"name": "defects", "operation": "inspect", "input": "image", "good": ["good"]}],
+    "measurements": [
+      {"name": "defects", "input": "defects", "value": "count", "max": 0},
+      {"name": "missing", "input": "defects", "value": "missing", "which": "sum"},
+      {"name": "extra", "input": "defects", "value": "extra", "which": "sum"}
+    ]
+  })");
+  recipe.name = "Boards against " + options.good;
+  kit::recipe::Step& step = recipe.steps[0];
+  step.values = values;
+  for (const Argument& argument : step.operation->arguments) {
+    if (argument.type != Argument::Type::kFiles) {
+      recipe.canonical += values.At(argument.name).dump() + ' ';
+    }
+  }
+  return recipe;
+}
+
+void InspectFolders(const Options& options, const Arguments& arguments) {
+  for (const auto& [name, isGiven] : {std::pair("--report", !options.output.report.empty()),
+                                      std::pair("--draw", !options.output.drawn.empty())}) {
+    if (isGiven) {
+      RefuseUsage(name, "shows boards that are named one by one; --out makes a page for each");
+    }
+  }
+  const bool arePairs = IsFolder(options.good);
+  if (arePairs && !options.moreGood.empty()) {
+    RefuseUsage("--good", "is for one good board, and " + options.good + " is a folder of them");
+  }
+  const std::vector<std::string> tested = ListImages(options.tested);
+  std::vector<std::string> good = {options.good};
+  good.insert(good.end(), options.moreGood.begin(), options.moreGood.end());
+  const auto valuesWith = [&](const std::vector<std::string>& boards) {
+    Values values = arguments.Read({{"good", {"good"}}});
+    values.Set("good", boards);
+    return values;
+  };
+  std::map<std::string, std::string> pairs;
+  if (arePairs) {
+    const GoodBoards boards(ListImages({options.good}));
+    good.clear();
+    for (const std::string& path : tested) {
+      good.push_back(boards.Of(path));
+      pairs[path] = good.back();
+    }
+  }
+  kit::recipe::Recipe recipe = RecipeOf(options, valuesWith(good));
+  if (arePairs) {
+    recipe.steps[0].valuesOf = [&](const std::string& image) {
+      return valuesWith({pairs.at(image)});
+    };
+  }
+  BatchOptions batch = options.batch;
+  batch.json = options.output.json;
+  batch.csv = options.output.csv;
+  const kit::recipe::Counts counts = RunBatch(recipe, {"", options.reading}, tested, batch);
+  RequireInspected(counts.unreadable + counts.error, counts.images);
+  if (counts.fail > 0) throw NotAllPassed();
 }
 
 }  // namespace
@@ -129,11 +216,18 @@ void AddInspect(Command top) {
   auto options = std::make_shared<Options>();
   const Command command = AddOperation(top, operation);
   command.Footer(
+      "Folders, --jobs, --out and --objects: a verdict for each board, as quillon run gives it. Of "
+      "a "
+      "folder of good boards each is compared with the tested ones of its name.\n"
       "Exit codes: 0 no defects, 3 defects found, 1 a board could not be inspected, "
       "2 wrong usage.");
-  AddPictureToRead(command, "GOOD", options->good);
+  command.AddFileToRead("GOOD", options->good, "picture of the good board, or a folder of them")
+      .Required();
   AddReadingOptions(command, options->reading);
-  command.AddFileToRead("TEST", options->tested, "pictures of the boards to inspect").Required();
+  command
+      .AddFileToRead("TEST", options->tested,
+                     "pictures of the boards to inspect, or folders of them")
+      .Required();
   command
       .AddFileToRead("--good", options->moreGood,
                      "another good board, to learn from; may be repeated")
@@ -141,7 +235,9 @@ void AddInspect(Command top) {
       .MayBeRepeated();
   const auto arguments = Arguments::Add(command, operation, {"good"});
   AddOutputOptions(command, options->output);
+  AddBatchOptions(command, options->batch);
   command.Runs([options, arguments] {
+    if (IsBatch(*options)) return InspectFolders(*options, *arguments);
     std::vector<std::string> good = {options->good};
     good.insert(good.end(), options->moreGood.begin(), options->moreGood.end());
     RunInspect(*options, arguments->Read({{"good", good}}));

@@ -1,9 +1,12 @@
 // quillon sample: pictures to try the other commands on, drawn here, with the truth about them.
+#include <filesystem>
+#include <map>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <sstream>
 
 #include "commands.h"
+#include "kit/errors.h"
 #include "kit/files/files.h"
 #include "kit/images/image_files.h"
 #include "kit/samples/dot_grid.h"
@@ -49,40 +52,70 @@ nlohmann::ordered_json BoardTruth(const std::vector<DrawnDefect>& defects) {
   return ToJson(findings);
 }
 
+// The files of a folder by their names, whole before the first is written.
+class Files {
+ public:
+  template <class Image>
+  void Add(const std::string& name, const Image& picture) {
+    const auto bytes = EncodePng(picture);
+    files_[name].assign(bytes.begin(), bytes.end());
+  }
+  void Add(const std::string& name, std::string text) { files_[name] = std::move(text); }
+
+  // Throws Failure where a name is taken by another file than this one.
+  void WriteTo(const std::string& folder, bool overwrite) const {
+    MakeFolder(folder);
+    for (const auto& [name, bytes] : files_) {
+      const std::string path = folder + "/" + name;
+      std::error_code error;
+      const auto status = std::filesystem::symlink_status(path, error);
+      if (overwrite || !std::filesystem::exists(status) || ReadFile(path) == bytes) continue;
+      throw Failure("'" + path +
+                    "' is there already, and is another file than this sample: name another "
+                    "folder, or --overwrite");
+    }
+    for (const auto& [name, bytes] : files_) WriteFile(folder + "/" + name, bytes);
+  }
+
+ private:
+  std::map<std::string, std::string> files_;
+};
+
 // A good board; another of its kind that lies a little askew, with defects; one without.
-void DrawBoards(const std::string& folder, uint32_t seed) {
+void AddBoards(uint32_t seed, Files& files) {
   constexpr int kSide = 640, kDefects = 8;
   const SampleBoard board(seed, kSide, kSide);
   GreyImage image;
   board.DrawGood(image);
-  WriteImage(folder + "/board.png", image);
+  files.Add("board.png", image);
   board.DrawGood(image, {.x = 3, .y = -5, .degrees = 0.2});
-  WriteImage(folder + "/board-passing.png", image);
+  files.Add("board-passing.png", image);
   const auto defects = board.DrawTested(
       kDefects, image, {.x = -6, .y = 4, .degrees = -0.4, .stretchX = 1.004, .stretchY = 0.997});
-  WriteImage(folder + "/board-failing.png", image);
-  WriteFile(folder + "/board-failing.json", BoardTruth(defects).dump(2) + '\n');
+  files.Add("board-failing.png", image);
+  files.Add("board-failing.json", BoardTruth(defects).dump(2) + '\n');
 }
 
-void DrawSamples(const std::string& folder, uint32_t seed) {
-  MakeFolder(folder);
+Files DrawSamples(uint32_t seed) {
+  Files files;
   ColourImage image;
   std::vector<DrawnPart> parts;
   DrawTray(seed, kWidth, kHeight, image, parts);
-  WriteImage(folder + "/tray.png", image);
-  WriteFile(folder + "/tray.json", Truth(seed, parts).dump(2) + '\n');
+  files.Add("tray.png", image);
+  files.Add("tray.json", Truth(seed, parts).dump(2) + '\n');
   DrawBracket(image);
-  WriteImage(folder + "/bracket.png", image);
+  files.Add("bracket.png", image);
 
   GreyImage grid;
   std::vector<Point> centres;
   DrawDotGrid(kWidth, kHeight, grid, centres);
-  WriteImage(folder + "/grid.png", grid);
+  files.Add("grid.png", grid);
   std::ostringstream points;
   points << "x,y\n";
   for (const Point& centre : centres) points << centre.x << ',' << centre.y << '\n';
-  WriteFile(folder + "/grid.csv", points.str());
-  DrawBoards(folder, seed);
+  files.Add("grid.csv", points.str());
+  AddBoards(seed, files);
+  return files;
 }
 
 }  // namespace
@@ -91,6 +124,7 @@ void AddSample(Command top) {
   struct Options {
     std::string folder;
     uint32_t seed = 1;
+    bool overwrite = false;
   };
   auto options = std::make_shared<Options>();
   const Command command =
@@ -105,7 +139,10 @@ void AddSample(Command top) {
   command.AddOption("OUTDIR", options->folder, "folder for the files; made if missing").Required();
   command.AddOption("--seed", options->seed, "other numbers, other trays and boards")
       .WithDefaultShown();
-  command.Runs([options] { DrawSamples(options->folder, options->seed); });
+  command.AddFlag("--overwrite", options->overwrite,
+                  "replace other files of these names, which stops the command otherwise");
+  command.Runs(
+      [options] { DrawSamples(options->seed).WriteTo(options->folder, options->overwrite); });
 }
 
 }  // namespace quillon::app

@@ -88,38 +88,44 @@ bool Passes(const Measurement& measurement, const std::optional<double>& value) 
 
 Inspector::Inspector(const Recipe& recipe, const Sources& sources)
     : recipe_(recipe),
-      reading_(sources.reading),
+      sources_(sources),
       contents_(std::make_unique<Content[]>(recipe.slots.size())) {
   usesColour_ = std::any_of(recipe.steps.begin(), recipe.steps.end(), [](const Step& step) {
     return std::find(step.inputs.begin(), step.inputs.end(), kColourSlot) != step.inputs.end();
   });
   for (const Step& step : recipe.steps) {
-    try {
-      ready_.emplace_back(*step.operation, step.values, sources);
-    } catch (const Failure& failure) {
-      throw Failure("step '" + step.name + "'" + FileField(*step.operation) + ": " +
-                    failure.what());
-    }
+    ready_.emplace_back();
+    if (!step.valuesOf) ready_.back() = Prepare(step, step.values);
   }
 }
 
-void Inspector::Run(size_t number) {
+ReadyOperation Inspector::Prepare(const Step& step, const Values& values) const {
+  try {
+    return {*step.operation, values, sources_};
+  } catch (const Failure& failure) {
+    throw Failure("step '" + step.name + "'" + FileField(*step.operation) + ": " + failure.what());
+  }
+}
+
+void Inspector::Run(size_t number, const std::string& image) {
   const Step& step = recipe_.steps[number];
+  if (step.valuesOf) ready_[number] = Prepare(step, step.valuesOf(image));
   const auto view = [&](int slot) {
     const Content& content = Of(slot);
     return PictureView{&content.picture, &content.colour};
   };
   try {
-    ready_[number].Run(view(step.inputs.front()), view(step.inputs.back()),
-                       contents_[static_cast<size_t>(step.output)]);
+    ready_[number]->Run(view(step.inputs.front()), view(step.inputs.back()),
+                        contents_[static_cast<size_t>(step.output)]);
   } catch (const Failure& failure) {
     throw Failure("step '" + step.name + "': " + failure.what());
   }
 }
 
 ImageRecord Inspector::Inspect(const std::string& path) {
-  return Inspect(
-      path, [&](GreyImage& grey, ColourImage& colour) { ReadImage(path, grey, colour, reading_); });
+  return Inspect(path, [&](GreyImage& grey, ColourImage& colour) {
+    ReadImage(path, grey, colour, sources_.reading);
+  });
 }
 
 ImageRecord Inspector::Inspect(const GreyImage& image, const std::string& name) {
@@ -151,7 +157,7 @@ ImageRecord Inspector::Inspect(const std::string& name, Fill fill) {
     isColour_ = colour.bits;
     if (usesColour_ && !isColour_) ToColour(grey, colour);
     failure = Verdict::kError;
-    for (size_t i = 0; i < recipe_.steps.size(); ++i) Run(i);
+    for (size_t i = 0; i < recipe_.steps.size(); ++i) Run(i, name);
   } catch (const std::bad_alloc&) {
     record.verdict = Verdict::kError;
     record.error = "there is not enough memory for '" + name + "'";

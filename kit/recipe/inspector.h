@@ -38,7 +38,8 @@ bool Passes(const Measurement& measurement, const std::optional<double>& value);
 //   for (const Step& step : recipe.steps) Use(step.name, inspector.Of(step.output).things);
 class Inspector {
  public:
-  // Teaches templates and loads parameters. Throws Failure with step and field.
+  // Teaches templates and loads parameters, but those that differ from image to image. Throws
+  // Failure with step and field.
   Inspector(const Recipe& recipe, const Sources& sources);
 
   ImageRecord Inspect(const std::string& path);
@@ -54,14 +55,16 @@ class Inspector {
  private:
   template <class Fill>
   ImageRecord Inspect(const std::string& name, Fill fill);
-  void Run(size_t step);
+  ReadyOperation Prepare(const Step& step, const Values& values) const;
+  void Run(size_t step, const std::string& image);
 
   const Recipe& recipe_;
-  Reading reading_;
+  Sources sources_;
   bool usesColour_;
   bool isColour_ = false;
   std::unique_ptr<Content[]> contents_;  // images cannot be moved
-  std::vector<ReadyOperation> ready_;    // one for each step
+  // One for each step; nothing until there is an image to prepare it for.
+  std::vector<std::optional<ReadyOperation>> ready_;
 };
 
 }  // namespace quillon::kit::recipe

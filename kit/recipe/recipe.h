@@ -15,6 +15,7 @@
 // A recipe is checked whole before anything is done with it, and all that is wrong is told at once.
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -40,6 +41,8 @@ struct Step {
   Values values = {};
   std::vector<int> inputs = {};  // slots
   int output = 0;
+  // Where they differ from image to image, such as the good board of each. Throws Failure.
+  std::function<Values(const std::string& image)> valuesOf = {};
 };
 
 // What can be measured.

@@ -134,6 +134,25 @@ TEST(Files, WhatNoRunWroteIsNotOverwritten) {
     EXPECT_NE(answer.err.find(test.words), std::string::npos) << answer.err;
     EXPECT_EQ(FilesOf(out), before) << number;
   }
+
+  // Samples take the place of the same samples only.
+  const std::string tray = scratch / "tray";
+  fs::create_directories(tray);
+  WriteText(tray + "/grid.csv", "mine");
+  for (const auto& [options, exitCode] :
+       std::vector<std::pair<std::vector<std::string>, int>>{{{"--seed=1"}, 1},
+                                                             {{"--seed=1", "--overwrite"}, 0},
+                                                             {{"--seed=1"}, 0},
+                                                             {{"--seed=2"}, 1}}) {
+    std::vector<std::string> sample = {"sample", tray};
+    sample.insert(sample.end(), options.begin(), options.end());
+    const auto before = FilesOf(tray);
+    const Answer answer = Quillon(sample);
+    EXPECT_EQ(answer.exitCode, exitCode) << answer.err;
+    if (exitCode == 0) continue;
+    EXPECT_NE(answer.err.find("' is there already"), std::string::npos) << answer.err;
+    EXPECT_EQ(FilesOf(tray), before);
+  }
 }
 
 TEST(Files, NamesReachPeopleAndProgramsUnharmed) {

@@ -1,5 +1,5 @@
-// Board inspection on drawn boards whose defects are known, on marked pairs of real ones where they
-// are at hand, and quillon inspect as a user runs it.
+// Board inspection on drawn boards whose defects are known, and on marked pairs of real ones where
+// they are at hand.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -98,26 +98,6 @@ std::string FailureOf(const std::function<void()>& work) {
   }
   return "";
 }
-
-class InspectCommand : public testing::Test {
- protected:
-  // A board with two defects, one without, and the good one.
-  InspectCommand() {
-    const SampleBoard board(3, 400, 300);
-    GreyImage image;
-    board.DrawGood(image);
-    kit::WriteImage(good_, image);
-    board.DrawGood(image, {.x = 3, .y = -2});
-    kit::WriteImage(passing_, image);
-    drawn_ = board.DrawTested(2, image, {.x = -2, .y = 4});
-    kit::WriteImage(failing_, image);
-  }
-
-  Scratch folder_;
-  std::string good_ = folder_ / "good.png", passing_ = folder_ / "passing.png",
-              failing_ = folder_ / "failing.png";
-  std::vector<DrawnDefect> drawn_;
-};
 
 }  // namespace
 
@@ -419,132 +399,6 @@ TEST(Inspection, MarkedPairsOfRealBoards) {
   }
   EXPECT_GE(total.F(), 0.95) << total.right << " right of " << total.found << " found and "
                              << total.marks << " marked";
-}
-
-TEST_F(InspectCommand, PrintsDefectsAndVerdict) {
-  const Answer answer = Quillon({"inspect", good_, passing_, failing_, "--json"});
-  EXPECT_EQ(answer.exitCode, 3) << answer.err;
-  const Json json = Json::parse(answer.out);
-  EXPECT_EQ(json["inspected"], 2);
-  EXPECT_EQ(json["passed"], 1);
-  EXPECT_EQ(json["tolerance"], 3);
-  ASSERT_EQ(json["found"], drawn_.size());
-  ASSERT_EQ(json["defects"].size(), drawn_.size());
-  for (const DrawnDefect& d : drawn_) {
-    EXPECT_EQ(
-        std::count_if(json["defects"].begin(), json["defects"].end(),
-                      [&](const Json& f) {
-                        return f["board"] == failing_ && f["left"] < d.left &&
-                               f["right"] > d.right && f["top"] < d.top && f["bottom"] > d.bottom &&
-                               f["kind"] == (d.kind == Difference::kMissing ? "missing" : "extra");
-                      }),
-        1)
-        << d.name << " in " << json;
-  }
-
-  const Answer table = Quillon({"inspect", good_, passing_});
-  EXPECT_EQ(table.exitCode, 0);
-  EXPECT_NE(table.out.find("Boards without defects"), std::string::npos) << table.out;
-  const auto csv = ParseCsv(Quillon({"inspect", good_, failing_, "--csv"}).out);
-  ASSERT_EQ(csv.size(), drawn_.size() + 1);
-  EXPECT_EQ(csv[0][0], "board");
-  EXPECT_EQ(csv[1][0], failing_);
-
-  EXPECT_EQ(Quillon({"inspect", good_, failing_, "--min-area", "10000"}).exitCode, 0);
-  EXPECT_EQ(Quillon({"inspect", good_, failing_, "--good", failing_, "--tolerance", "3"}).exitCode,
-            0)
-      << "what a good board shows is accepted";
-}
-
-TEST_F(InspectCommand, GoesOnAfterABoardThatCannotBeInspected) {
-  const std::string broken = folder_ / "broken.png", small = folder_ / "small.png";
-  WriteText(broken, "no picture");
-  GreyImage image;
-  Fill(image, 100, 100, Content::kNoise);
-  kit::WriteImage(small, image);
-  const Answer answer = Quillon({"inspect", good_, broken, small, failing_, "--json"});
-  EXPECT_EQ(answer.exitCode, 1);
-  EXPECT_EQ(Json::parse(answer.out)["found"], drawn_.size());
-  for (const char* message : {"broken.png", "small.png' is 100 x 100", "2 of 3 boards"}) {
-    EXPECT_NE(answer.err.find(message), std::string::npos) << answer.err;
-  }
-
-  struct Case {
-    std::vector<std::string> arguments;
-    int exitCode;
-    const char* message;
-  };
-  const Case cases[] = {
-      {{good_}, 2, "TEST"},
-      {{broken, good_}, 1, "broken.png"},
-      {{good_, good_, "--good", small}, 1, "small.png"},
-      {{good_, good_, "--tolerance", "13"}, 2, "--tolerance"},
-      {{good_, good_, "--min-area", "0"}, 2, "--min-area"},
-      {{good_, good_, "--margin", "-1"}, 2, "--margin"},
-  };
-  for (const Case& c : cases) {
-    std::vector<std::string> arguments = {"inspect"};
-    arguments.insert(arguments.end(), c.arguments.begin(), c.arguments.end());
-    const Answer wrong = Quillon(arguments);
-    EXPECT_EQ(wrong.exitCode, c.exitCode) << c.message;
-    EXPECT_NE(wrong.err.find(c.message), std::string::npos) << wrong.err;
-  }
-}
-
-TEST_F(InspectCommand, ReportShowsGoodAndTestedBoards) {
-  const std::string page = folder_ / "page.html";
-  ASSERT_EQ(Quillon({"inspect", good_, failing_, passing_, "--report", page}).exitCode, 3);
-  const std::string text = ReadText(page);
-  const auto count = [&](const std::string& word) {
-    int found = 0;
-    for (size_t at = text.find(word); at != std::string::npos; at = text.find(word, at + 1)) {
-      ++found;
-    }
-    return found;
-  };
-  EXPECT_EQ(count("data:image/png"), 3);
-  // Each defect is boxed on the good board and on its own.
-  EXPECT_EQ(count("<rect "), 2 * static_cast<int>(drawn_.size()));
-  for (const char* layer : {"Missing", "Extra", "Missing pixels", "Extra pixels"}) {
-    EXPECT_GE(count("</i>" + std::string(layer) + "</label>"), 1) << layer;
-  }
-}
-
-TEST_F(InspectCommand, SampleBoardsShowTheirTruth) {
-  ASSERT_EQ(Quillon({"sample", folder_ / "."}).exitCode, 0);
-  const std::string good = folder_ / "board.png", failing = folder_ / "board-failing.png",
-                    passing = folder_ / "board-passing.png", drawn = folder_ / "drawn.png";
-  EXPECT_EQ(Quillon({"inspect", good, passing}).exitCode, 0);
-  const Answer answer = Quillon({"inspect", good, failing, "--draw", drawn, "--json"});
-  EXPECT_EQ(answer.exitCode, 3);
-  const Json found = Json::parse(answer.out)["defects"];
-  const Json truth = Json::parse(ReadText(folder_ / "board-failing.json"))["defects"];
-  EXPECT_EQ(truth.size(), 8u);
-  EXPECT_EQ(found.size(), truth.size());
-  for (const Json& t : truth) {
-    EXPECT_EQ(std::count_if(found.begin(), found.end(),
-                            [&](const Json& f) {
-                              return f["kind"] == t["kind"] && f["left"] < t["left"] &&
-                                     f["right"] > t["right"] && f["top"] < t["top"] &&
-                                     f["bottom"] > t["bottom"];
-                            }),
-              1)
-        << t << " in " << found;
-  }
-
-  // The drawn picture is the tested one with something coloured around each defect.
-  GreyImage tested;
-  ColourImage picture;
-  kit::ReadImage(failing, tested);
-  kit::ReadImage(drawn, picture);
-  ASSERT_EQ(picture.width, tested.width);
-  for (const Json& f : found) {
-    // The lower side of its box, one pixel outside.
-    const int x = (f["left"].get<int>() + f["right"].get<int>()) / 2,
-              y = f["bottom"].get<int>() + 1;
-    const unsigned char* pixel = picture.rows[y] + 3 * x;
-    EXPECT_NE(pixel[0], pixel[1]) << f;
-  }
 }
 
 }  // namespace quillon::test
