@@ -12,6 +12,8 @@ constexpr double kSweepShare = 0.6, kLevelShare = 0.7;
 // By how much a score may grow between a level and full resolution, against that of a better
 // candidate: from level 1, and from the levels above. Noise and detail make it shrink.
 constexpr double kMostGain = 0.2, kMostGainAbove = 0.3;
+// The same from the sweep, whose poses are off, to the level's own.
+constexpr double kMostGainSwept = 0.45;
 
 struct Bounds {
   double left, top, right, bottom;  // of centres
@@ -64,7 +66,8 @@ void Prune(const RefineTask& task, int level, float least, size_t most, List<Can
     bool isNew = true;
     for (size_t j = 0; j < kept && isNew; ++j) {
       const Pose& other = list[j].pose;
-      const double turned = std::abs(std::remainder(pose.degrees - other.degrees, 360.0));
+      const double apart = std::abs(pose.degrees - other.degrees);  // at most 360
+      const double turned = std::min(apart, 360 - apart);
       isNew = std::abs(pose.x - other.x) > pixel || std::abs(pose.y - other.y) > pixel ||
               turned > turn || std::abs(pose.scale - other.scale) * kDegrees > turn;
     }
@@ -142,7 +145,8 @@ class Finder {
                  std::min(bounds_.bottom, static_cast<double>(options_.bottom))};
     }
     const bool any = options_.polarity == Polarity::kAny;
-    const RefineTask task = {model_, planes_, freedom, any, 0.8 * options_.minScore};
+    const RefineTask task = {
+        kernels_, model_, planes_, samples_, freedom, any, 0.8 * options_.minScore};
     List<Candidate> candidates;
     if (!SweepAll(freedom, any, candidates) || !RefineAll(task, candidates))
       return Status::kNoMemory;
@@ -181,17 +185,38 @@ class Finder {
     const int first = model_.levels == 1 ? 0 : grey ? model_.levels - 1 : model_.levels - 2;
     const int last = model_.levels == 1 && !grey ? 0 : 1;
     for (int level = first; level >= last; --level) {
-      for (Candidate& candidate : candidates) {
-        if (!(grey ? FitByGrey(task, level, candidate) : ClimbByEdges(task, level, candidate))) {
-          return false;
-        }
-      }
+      if (!RefineLevel(task, level, level == first, candidates)) return false;
       const size_t most = 48 + 3 * static_cast<size_t>(options_.maxCount);
       Prune(task, level, least, level == first ? 2 * most : most, candidates);
       const double reached = ScoreReachedBy(model_, options_, candidates);
       while (!candidates.empty() &&
              candidates[candidates.size() - 1].score < reached - kMostGainAbove) {
         candidates.Shrink(candidates.size() - 1);
+      }
+    }
+    return true;
+  }
+
+  // Those of the sweep come best first: when the first ones have grown to what the others cannot
+  // reach, these are dropped as they are.
+  bool RefineLevel(const RefineTask& task, int level, bool swept, List<Candidate>& candidates) {
+    const size_t enough = 2 * static_cast<size_t>(options_.maxCount) + 4;
+    for (size_t i = 0; i < candidates.size(); ++i) {
+      Candidate& candidate = candidates[i];
+      if (swept && i == enough) {
+        List<Candidate> refined;
+        if (!refined.Reserve(enough)) return false;
+        for (size_t j = 0; j < enough; ++j) (void)refined.Add(candidates[j]);
+        std::sort(refined.begin(), refined.end(), Better);
+        const double least = ScoreReachedBy(model_, options_, refined) - kMostGainSwept;
+        while (candidates.size() > enough && candidates[candidates.size() - 1].score < least) {
+          candidates.Shrink(candidates.size() - 1);
+        }
+        if (i == candidates.size()) break;
+      }
+      if (!(model_.way == Way::kGrey ? FitByGrey(task, level, candidate)
+                                     : ClimbByEdges(task, level, candidate))) {
+        return false;
       }
     }
     return true;
@@ -233,6 +258,7 @@ class Finder {
   const Picture& picture_;
   const FindOptions& options_;
   Planes planes_;
+  Buffer<float> samples_;
   Bounds bounds_ = {};
 };
 

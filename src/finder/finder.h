@@ -20,6 +20,7 @@
 #include <span>
 
 #include "core/buffer.h"
+#include "finder/grey_points.h"
 #include "finder/levels.h"
 #include "finder/list.h"
 
@@ -70,18 +71,19 @@ enum Doubt : uint32_t {
   kSymmetric = 8,  // looks like itself when turned; Model::symmetry has the order
 };
 
-// One taught point, in pixels of its level from the template's centre.
+// One taught edge point, in pixels of its level from the template's centre.
 struct ModelPoint {
   float u = 0, v = 0;
-  float p = 0, q = 0;  // edges: the unit gradient, dark to bright; grey: the value and nothing
+  float p = 0, q = 0;  // the unit gradient, dark to bright
 };
 
 constexpr int kMaxLevels = 7;
 
 // Level l has pixels of 2^l x 2^l.
 struct ModelLevel {
-  List<ModelPoint> points;  // strongest first where edges; by rows where grey
+  List<ModelPoint> points;  // edges, strongest first
   float contrast = 0;       // edges: the gradient below which the picture counts as even
+  GreyPoints grey;          // grey: some hundred pixels, a thousand of full resolution
   float radius = 0;         // of the farthest point
 };
 
@@ -92,6 +94,7 @@ struct Model {
   Buffer<uint8_t> mask;    // the same size, 0 or 255; empty without a mask
   int levels = 0;          // made; the search starts at the last
   ModelLevel level[kMaxLevels];
+  GreyPoints fineGrey;  // grey: all pixels of full resolution, or some of a large template's
   uint32_t doubts = 0;
   int symmetry = 1;         // poses that look the same on turning by 360 / symmetry; 0: any turn
   double likeness = 0;      // the score of the template's best false pose on itself, 0 ... 1

@@ -242,6 +242,137 @@ void NormaliseRow(const int32_t* products, const int32_t* sums, const int32_t* s
   }
 }
 
+// ---- points of a template -----------------------------------------------------------------------
+
+constexpr int kPointLanes = kVectorBytes / 4;
+using Floats = F32<kPointLanes>;
+using Longs = I32<kPointLanes>;
+
+QUILLON_INLINE Floats ToFloats(Longs v) { return Convert<float, kPointLanes>(v); }
+
+// Numbers as whole ones that are not above them, and what is left: 0 ... 1.
+QUILLON_INLINE Longs TakeFloor(Floats& v) {
+  Longs whole = Convert<int32_t, kPointLanes>(v);
+  whole += ToFloats(whole) > v;  // a comparison that holds is -1
+  v -= ToFloats(whole);
+  return whole;
+}
+
+// The weights of four neighbours, of which the place lies between the middle two, t from the first.
+struct CubicWeights {
+  Floats weight[4];
+  explicit CubicWeights(Floats t) {
+    const Floats t2 = t * t, t3 = t2 * t;
+    weight[0] = 0.5F * (2 * t2 - t3 - t);
+    weight[1] = 0.5F * (3 * t3 - 5 * t2 + 2);
+    weight[2] = 0.5F * (4 * t2 - 3 * t3 + t);
+    weight[3] = 0.5F * (t3 - t2);
+  }
+};
+
+// In three passes over a part of the points, so that no load waits for narrower stores just before
+// it: places, the pixels around them, values between these.
+constexpr int kPart = 64;
+struct PointPart {
+  int32_t column[kPart], row[kPart];
+  float fractionX[kPart], fractionY[kPart];
+  uint32_t around[4][kPart];  // four pixels each: 2 x 2 in the first, or rows of four
+};
+
+template <bool kCubic>
+QUILLON_INLINE Floats Interpolate(const PointPart& part, int i) {
+  const auto fx = Load<float, kPointLanes>(part.fractionX + i);
+  const auto fy = Load<float, kPointLanes>(part.fractionY + i);
+  const auto pixel = [&](int row, int place) {
+    const auto four = Load<uint32_t, kPointLanes>(part.around[row] + i);
+    return ToFloats(BitCast<Longs>((four >> (8 * place)) & 255));
+  };
+  if constexpr (kCubic) {
+    const CubicWeights across(fx), down(fy);
+    Floats value = {};
+    for (int row = 0; row < 4; ++row) {
+      value += down.weight[row] *
+               ((across.weight[0] * pixel(row, 0) + across.weight[1] * pixel(row, 1)) +
+                (across.weight[2] * pixel(row, 2) + across.weight[3] * pixel(row, 3)));
+    }
+    return value;
+  } else {
+    const Floats above = pixel(0, 0) + fx * (pixel(0, 1) - pixel(0, 0));
+    const Floats below = pixel(0, 2) + fx * (pixel(0, 3) - pixel(0, 2));
+    return above + fy * (below - above);
+  }
+}
+
+template <bool kCubic>
+void SamplePointsBy(const uint8_t* pixel, ptrdiff_t stride, const PointPlacement& place,
+                    const float* u, const float* v, int count, float middle, float* samples) {
+  for (int from = 0; from < count; from += kPart) {
+    const int left = count - from < kPart ? count - from : kPart;
+    PointPart part;
+    for (int i = 0; i < left; i += kPointLanes) {
+      const auto atU = Load<float, kPointLanes>(u + from + i);
+      const auto atV = Load<float, kPointLanes>(v + from + i);
+      Floats x = place.x + (place.a * atU - place.b * atV);
+      Floats y = place.y + (place.b * atU + place.a * atV);
+      Store(part.column + i, TakeFloor(x));
+      Store(part.row + i, TakeFloor(y));
+      Store(part.fractionX + i, x);
+      Store(part.fractionY + i, y);
+    }
+    for (int i = 0; i < left; ++i) {
+      const uint8_t* at = pixel + part.row[i] * stride + part.column[i];
+      if constexpr (kCubic) {
+        for (int row = 0; row < 4; ++row) {
+          __builtin_memcpy(&part.around[row][i], at + (row - 1) * stride - 1, 4);
+        }
+      } else {
+        uint16_t above, below;
+        __builtin_memcpy(&above, at, 2);
+        __builtin_memcpy(&below, at + stride, 2);
+        part.around[0][i] = above | static_cast<uint32_t>(below) << 16;
+      }
+    }
+    for (int i = 0; i < left; i += kPointLanes) {
+      Store(samples + from + i, Interpolate<kCubic>(part, i) - middle);
+    }
+  }
+}
+
+void SamplePoints(const uint8_t* pixel, ptrdiff_t stride, const PointPlacement& place,
+                  const float* u, const float* v, int count, bool cubic, float middle,
+                  float* samples) {
+  const auto sample = cubic ? SamplePointsBy<true> : SamplePointsBy<false>;
+  sample(pixel, stride, place, u, v, count, middle, samples);
+}
+
+// kPointBlock partial sums, whatever a register holds, so that the rounding is the same everywhere.
+void CorrelatePoints(const FitColumns& points, const float* samples, int count, float* sums) {
+  static_assert(kPointBlock % kPointLanes == 0);
+  float partial[kPointSums][kPointBlock];
+  for (int lane = 0; lane < kPointBlock; lane += kPointLanes) {
+    Floats sum[kPointSums] = {};
+    for (int i = lane; i < count; i += kPointBlock) {
+      const auto at = [i](const float* column) { return Load<float, kPointLanes>(column + i); };
+      const Floats s = at(samples), u = at(points.u), v = at(points.v);
+      const Floats slopeU = at(points.slopeU), slopeV = at(points.slopeV);
+      sum[0] += s * at(points.value);
+      sum[1] += s;
+      sum[2] += s * slopeU;
+      sum[3] += s * slopeV;
+      sum[4] += s * (u * slopeV - v * slopeU);
+      sum[5] += s * (u * slopeU + v * slopeV);
+      sum[6] += s * s;
+    }
+    for (int k = 0; k < kPointSums; ++k) Store(&partial[k][lane], sum[k]);
+  }
+  for (int k = 0; k < kPointSums; ++k) {
+    for (int half = kPointBlock / 2; half > 0; half /= 2) {
+      for (int i = 0; i < half; ++i) partial[k][i] += partial[k][i + half];
+    }
+    sums[k] = partial[k][0];
+  }
+}
+
 }  // namespace
 
 const FinderKernels search = {.level = QUILLON_TEXT(QUILLON_LEVEL),
@@ -254,6 +385,8 @@ const FinderKernels search = {.level = QUILLON_TEXT(QUILLON_LEVEL),
                               .PairRow = PairRow,
                               .CorrelateRow = CorrelateRow,
                               .NormaliseRow = NormaliseRow,
-                              .AddRun = AddRun};
+                              .AddRun = AddRun,
+                              .SamplePoints = SamplePoints,
+                              .CorrelatePoints = CorrelatePoints};
 
 }  // namespace quillon::QUILLON_LEVEL

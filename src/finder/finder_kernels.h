@@ -1,6 +1,7 @@
 // Row kernels of the finder.
 #pragma once
 
+#include <stddef.h>
 #include <stdint.h>
 
 #include "simd/levels.h"
@@ -27,6 +28,22 @@ struct WeightPair {
 struct FootprintRun {
   int32_t begin, end;
 };
+
+// Points of a template, column by column: where they are from its centre, their grey values, and
+// how the template slopes there. Columns hold whole blocks of points.
+constexpr int kPointBlock = 16, kPointColumns = 5;
+struct FitColumns {
+  const float *u, *v, *value, *slopeU, *slopeV;
+};
+
+// Where points come to lie: (u, v) at (x + a u - b v, y + b u + a v), from a pixel of the picture.
+struct PointPlacement {
+  float x, y, a, b;
+};
+
+// Sums over points of s times: the template's value, 1, its slopes, its turn u slopeV - v slopeU,
+// its growth u slopeU + v slopeV; and of s times s.
+constexpr int kPointSums = 7;
 
 struct FinderKernels {
   const char* level;
@@ -68,6 +85,17 @@ struct FinderKernels {
   // sums[x] += above[x + end] - above[x + begin], of both tables of prefix sums.
   void (*AddRun)(const int32_t* prefix, const int32_t* squarePrefix, FootprintRun run, int count,
                  int32_t* sums, int32_t* squares);
+
+  // What the picture shows at each of `count` points, less `middle`: between pixels linearly, or by
+  // cubic convolution (R. G. Keys, "Cubic convolution interpolation for digital image processing",
+  // IEEE Trans. ASSP 1981). The points lie where all pixels are that this takes: 2 x 2 around each,
+  // or 4 x 4. Whole blocks of points.
+  void (*SamplePoints)(const uint8_t* pixel, ptrdiff_t stride, const PointPlacement& place,
+                       const float* u, const float* v, int count, bool cubic, float middle,
+                       float* samples);
+
+  // The sums that kPointSums names. Whole blocks of points.
+  void (*CorrelatePoints)(const FitColumns& points, const float* samples, int count, float* sums);
 };
 
 constexpr int kSumBlock = 128;

@@ -14,6 +14,7 @@ class Planes {
 
   int Width(int level) const { return level_[level].width; }
   int Height(int level) const { return level_[level].height; }
+  ptrdiff_t Stride(int level) const { return level_[level].stride; }
   const uint8_t* Row(int level, int y) const {
     return level_[level].pixels + y * level_[level].stride;
   }

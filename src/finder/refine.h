@@ -7,8 +7,10 @@
 namespace quillon::finder {
 
 struct RefineTask {
+  const FinderKernels& kernels;
   const Model& model;
   Planes& planes;
+  Buffer<float>& samples;  // grey: room that grows with need
   Freedom freedom;
   bool anyPolarity;
   double least;  // a score that is worth the last, exact steps

@@ -8,296 +8,325 @@ namespace {
 
 constexpr double kVisible = 0.5;  // a cell that correlates so far is seen
 
-// The picture between pixels, and its slope.
-struct Sample {
-  double value, slopeX, slopeY;
-};
+// The picture between pixels, interpolated linearly. A place of the last column or row belongs to
+// the pixels before it.
+struct LinearPicture {
+  const uint8_t* pixels;
+  ptrdiff_t stride;
+  int width, height;
 
-// Interpolated linearly: the pixels around a place in the picture.
-bool SampleLinear(const Planes& planes, int level, double x, double y, Sample& sample) {
-  const int width = planes.Width(level), height = planes.Height(level);
-  if (width < 2 || height < 2 || !(x >= 0 && y >= 0 && x <= width - 1 && y <= height - 1))
-    return false;
-  const int left = std::min(static_cast<int>(x), width - 2);
-  const int top = std::min(static_cast<int>(y), height - 2);
-  const double fx = x - left, fy = y - top;
-  const uint8_t* upper = planes.Row(level, top) + left;
-  const uint8_t* lower = planes.Row(level, top + 1) + left;
-  const double above = upper[0] + fx * (upper[1] - upper[0]);
-  const double below = lower[0] + fx * (lower[1] - lower[0]);
-  sample.value = above + fy * (below - above);
-  sample.slopeX = (1 - fy) * (upper[1] - upper[0]) + fy * (lower[1] - lower[0]);
-  sample.slopeY = below - above;
-  return true;
-}
-
-// Four weights of cubic convolution and their slopes (R. G. Keys, "Cubic convolution interpolation
-// for digital image processing", IEEE Trans. ASSP 1981).
-struct CubicWeights {
-  double value[4], slope[4];
-  explicit CubicWeights(double t) {
-    const double t2 = t * t, t3 = t2 * t;
-    value[0] = 0.5 * (-t + 2 * t2 - t3);
-    value[1] = 0.5 * (2 - 5 * t2 + 3 * t3);
-    value[2] = 0.5 * (t + 4 * t2 - 3 * t3);
-    value[3] = 0.5 * (-t2 + t3);
-    slope[0] = 0.5 * (-1 + 4 * t - 3 * t2);
-    slope[1] = 0.5 * (-10 * t + 9 * t2);
-    slope[2] = 0.5 * (1 + 8 * t - 9 * t2);
-    slope[3] = 0.5 * (-2 * t + 3 * t2);
+  LinearPicture(const Planes& planes, int level)
+      : pixels(planes.Row(level, 0)),
+        stride(planes.Stride(level)),
+        width(planes.Width(level)),
+        height(planes.Height(level)) {}
+  bool Has(double x, double y) const {
+    return width >= 2 && height >= 2 && x >= 0 && y >= 0 && x <= width - 1 && y <= height - 1;
+  }
+  double At(double x, double y) const {
+    const int left = std::min(static_cast<int>(x), width - 2);
+    const int top = std::min(static_cast<int>(y), height - 2);
+    const double fx = x - left, fy = y - top;
+    const uint8_t* upper = pixels + top * stride + left;
+    const uint8_t* lower = upper + stride;
+    const double above = upper[0] + fx * (upper[1] - upper[0]);
+    const double below = lower[0] + fx * (lower[1] - lower[0]);
+    return above + fy * (below - above);
   }
 };
-
-// Cubic: linear interpolation blurs the more, the nearer a place is to the middle between pixels,
-// and would pull matches to whole pixels.
-bool SampleCubic(const Planes& planes, int level, double x, double y, Sample& sample) {
-  const int width = planes.Width(level), height = planes.Height(level);
-  if (!(x >= 1 && y >= 1 && x < width - 2 && y < height - 2)) {
-    return SampleLinear(planes, level, x, y, sample);
-  }
-  const int left = static_cast<int>(x), top = static_cast<int>(y);
-  const CubicWeights wx(x - left), wy(y - top);
-  sample = {};
-  for (int j = 0; j < 4; ++j) {
-    const uint8_t* row = planes.Row(level, top - 1 + j) + left - 1;
-    double value = 0, slope = 0;
-    for (int i = 0; i < 4; ++i) {
-      value += wx.value[i] * row[i];
-      slope += wx.slope[i] * row[i];
-    }
-    sample.value += wy.value[j] * value;
-    sample.slopeX += wy.value[j] * slope;
-    sample.slopeY += wy.slope[j] * value;
-  }
-  return true;
-}
-
-// A pixel of the template: where, its value, and how the template slopes there.
-struct Pixel {
-  double u, v, value, slopeU = 0, slopeV = 0;
-};
-
-// Calls body(pixel) for each pixel of the template at full resolution, every `step`-th of a row and
-// column.
-template <class Body>
-void ForEachPixel(const Model& model, int step, Body&& body) {
-  const double centreX = (model.width - 1) / 2.0, centreY = (model.height - 1) / 2.0;
-  for (int y = step / 2; y < model.height; y += step) {
-    const ptrdiff_t up = y > 0 ? -model.width : 0, down = y + 1 < model.height ? model.width : 0;
-    const size_t row = static_cast<size_t>(y) * model.width;
-    for (int x = step / 2; x < model.width; x += step) {
-      if (model.mask && model.mask[row + x] == 0) continue;
-      const uint8_t* at = &model.pixels[row + x];
-      const int left = x > 0 ? -1 : 0, right = x + 1 < model.width ? 1 : 0;
-      body(Pixel{x - centreX, y - centreY, static_cast<double>(*at), (at[right] - at[left]) / 2.0,
-                 (at[down] - at[up]) / 2.0});
-    }
-  }
-}
-
-template <class Body>
-void ForEachPoint(const Model& model, int level, int step, Body&& body) {
-  if (level == 0) return ForEachPixel(model, step, body);
-  for (const ModelPoint& point : model.level[level].points) body(Pixel{point.u, point.v, point.p});
-}
 
 struct Moments {
   double count = 0, t = 0, tt = 0, i = 0, ii = 0, ti = 0;
-};
 
-// The template is cut into cells, each correlated on its own: light may change over the template,
-// and what covers a part of it takes no more than that part's share from the score.
-constexpr int kMostCells = 6;  // a side
-
-struct CellGrid {
-  int across, down;
-  double left, top, perU, perV;
-
-  // Cells have about `side` samples a side.
-  CellGrid(const Model& model, int level, int step) {
-    const int side = level == 0 ? 8 : 5;
-    const double pixel = 1 << level;
-    const double width = model.width / pixel, height = model.height / pixel;
-    across = std::clamp(static_cast<int>(width / (side * step)), 1, kMostCells);
-    down = std::clamp(static_cast<int>(height / (side * step)), 1, kMostCells);
-    left = -width / 2;
-    top = -height / 2;
-    perU = across / width;
-    perV = down / height;
+  void Add(double own, double seen) {
+    ++count;
+    t += own;
+    tt += own * own;
+    i += seen;
+    ii += seen * seen;
+    ti += own * seen;
   }
-  int At(double u, double v) const {
-    const int x = std::clamp(static_cast<int>((u - left) * perU), 0, across - 1);
-    const int y = std::clamp(static_cast<int>((v - top) * perV), 0, down - 1);
-    return y * across + x;
+  void Add(const Moments& m) {
+    count += m.count;
+    t += m.t;
+    tt += m.tt;
+    i += m.i;
+    ii += m.ii;
+    ti += m.ti;
   }
 };
 
-// How far a fit believes each cell.
-struct Belief {
-  double cell[kMostCells * kMostCells];
-};
-
-// The mean of the cells' correlations, weighted by the template's contrast in them.
-Rating Measure(const RefineTask& task, int level, int step, const Pose& pose, Belief* belief) {
-  const Placement place = PlacementOf(pose, level);
-  const CellGrid grid(task.model, level, step);
-  Moments cells[kMostCells * kMostCells], all[kMostCells * kMostCells];
-  ForEachPoint(task.model, level, step, [&](const Pixel& pixel) {
-    const double u = pixel.u, v = pixel.v, value = pixel.value;
-    const int cell = grid.At(u, v);
-    Moments& whole = all[cell];
-    ++whole.count;
-    whole.t += value;
-    whole.tt += value * value;
-    Sample sample;
-    const double x = place.x + place.a * u - place.b * v, y = place.y + place.b * u + place.a * v;
-    if (!SampleLinear(task.planes, level, x, y, sample)) return;
-    Moments& m = cells[cell];
-    ++m.count;
-    m.t += value;
-    m.tt += value * value;
-    m.i += sample.value;
-    m.ii += sample.value * sample.value;
-    m.ti += value * sample.value;
-  });
-  double weights = 0, sum = 0, seen = 0;
-  for (int i = 0; i < grid.across * grid.down; ++i) {
-    const Moments& whole = all[i];
-    // Cells that are covered pull a fit away; even ones tell nothing, but hold gain and offset.
-    constexpr double kLeastBelief = 0.02, kEvenBelief = 0.2;
-    if (belief) belief->cell[i] = kEvenBelief;
-    if (whole.count < 3) continue;
-    const double contrast = std::sqrt(std::max(0.0, whole.tt * whole.count - whole.t * whole.t));
-    weights += contrast;
-    const Moments& m = cells[i];
-    if (m.count < 3) continue;
+// The mean of cells' correlations, weighted by the template's contrast in them and by the share of
+// them that lies in the picture.
+class CellMean {
+ public:
+  static constexpr double kEven = -2;
+  // The correlation, or kEven where the cell has no contrast here or there. `whole` is the number
+  // of all of the cell's pixels, `contrast` that of them.
+  double Add(double whole, double contrast, const Moments& m) {
+    if (whole < 3) return kEven;
+    weights_ += contrast;
+    if (m.count < 3) return kEven;
     const double varianceT = m.tt - m.t * m.t / m.count, varianceI = m.ii - m.i * m.i / m.count;
     // A deviation of less than a quarter of a grey value is even.
-    if (!(varianceT > m.count / 16) || !(varianceI > m.count / 16)) continue;
+    if (!(varianceT > m.count / 16) || !(varianceI > m.count / 16)) return kEven;
     const double correlation = (m.ti - m.t * m.i / m.count) / std::sqrt(varianceT * varianceI);
-    const double weight = contrast * m.count / whole.count;
-    sum += weight * correlation;
-    if (correlation >= kVisible) seen += weight;
-    if (belief) {
-      const double least = std::max(correlation, 0.0);
-      belief->cell[i] = kLeastBelief + least * least;
-    }
+    const double weight = contrast * m.count / whole;
+    sum_ += weight * correlation;
+    if (correlation >= kVisible) seen_ += weight;
+    return correlation;
   }
-  if (!(weights > 0)) return {0, 0};
-  return {sum / weights, seen / weights};
+  Rating Mean() const {
+    return weights_ > 0 ? Rating{sum_ / weights_, seen_ / weights_} : Rating{0, 0};
+  }
+
+ private:
+  double weights_ = 0, sum_ = 0, seen_ = 0;
+};
+
+// One step after the other of least squares for a small change of the pose together with gain and
+// offset: the picture is sampled where the template's points lie, and told by the template's own
+// slopes how to move, which are computed once (S. Baker and I. Matthews, "Lucas-Kanade 20 years on:
+// a unifying framework", IJCV 2004). The template has less noise than the picture, whose slopes
+// would pull to between pixels.
+class GreyFit {
+ public:
+  GreyFit(const RefineTask& task, int level, const GreyPoints& points, bool cubic)
+      : task_(task), level_(level), points_(points), cubic_(cubic) {}
+
+  // The score at a pose. False when memory is short.
+  bool Look(const Pose& pose, double& score) {
+    if (task_.samples.size() < static_cast<size_t>(points_.Size())) {
+      task_.samples = Buffer<float>(points_.Size());
+      if (!task_.samples) return false;
+    }
+    const Placement place = PlacementOf(pose, level_);
+    IsWhole(place) ? SumWhole(place) : SumCut(place);
+    CellMean mean;
+    for (int i = 0; i < points_.Grid().Count(); ++i) {
+      const GreyPoints::Cell& cell = points_.CellAt(i);
+      const CellSums& s = sums_[i];
+      const Moments moments = {s.products->Count(),     s.products->Sum(), s.products->Squares(),
+                               s.terms[1] / kPerOffset, s.squares,         s.terms[0] / kPerGain};
+      const double correlation = mean.Add(cell.count, cell.contrast, moments);
+      // Cells that are covered pull a fit away; even ones tell nothing, but hold gain and offset.
+      constexpr double kLeastBelief = 0.02, kEvenBelief = 0.2;
+      const double agrees = std::max(correlation, 0.0);
+      belief_[i] = correlation == CellMean::kEven ? kEvenBelief : kLeastBelief + agrees * agrees;
+    }
+    score = mean.Mean().score;
+    return true;
+  }
+
+  // From the pose that was looked at to a better one. By how many pixels of the level it moved the
+  // template's farthest point; 0 where the pixels do not tell.
+  double Move(Pose& pose) const;
+
+ private:
+  struct CellSums {
+    const TermProducts* products;
+    double terms[kFitTerms];  // the picture's values times the terms
+    double squares;
+  };
+
+  template <int... kTerm>
+  double MoveBy(Pose& pose) const;
+  bool IsWhole(const Placement& place) const;
+  void SumWhole(const Placement& place);
+  void SumCut(const Placement& place);
+
+  const RefineTask& task_;
+  const int level_;
+  const GreyPoints& points_;
+  const bool cubic_;
+  CellSums sums_[kMostCells * kMostCells];
+  TermProducts cut_[kMostCells * kMostCells];
+  double belief_[kMostCells * kMostCells];
+};
+
+// Does all of the template lie in the picture, with the pixels around that sampling takes?
+bool GreyFit::IsWhole(const Placement& place) const {
+  const double x =
+      std::abs(place.a) * points_.HalfWidth() + std::abs(place.b) * points_.HalfHeight();
+  const double y =
+      std::abs(place.b) * points_.HalfWidth() + std::abs(place.a) * points_.HalfHeight();
+  const double before = cubic_ ? 1.1 : 0.1, behind = cubic_ ? 2.1 : 1.1;
+  return place.x - x >= before && place.y - y >= before &&
+         place.x + x <= task_.planes.Width(level_) - behind &&
+         place.y + y <= task_.planes.Height(level_) - behind;
 }
 
-// One step of least squares for a small change of the pose together with gain and offset (B. D.
-// Lucas and T. Kanade, "An iterative image registration technique", IJCAI 1981). Terms: gain,
-// offset, two of place, then one of turn and one of scale where they are free. False when it has
-// arrived, or the pixels do not tell.
-template <int kTerms>
-bool FitStepOf(const RefineTask& task, int level, int step, bool cubic, const Belief& belief,
-               double& gain, Pose& pose) {
-  const Placement place = PlacementOf(pose, level);
-  const double radius = std::max(1.0, task.model.level[level].radius * pose.scale);
-  constexpr double kMiddle = 128;  // values around zero: the equations stay well conditioned
-  const bool turns = task.freedom.turn;
-  double a[kTerms][kTerms] = {}, b[kTerms] = {};
-  const CellGrid grid(task.model, level, step);
-  int used = 0;
-  ForEachPoint(task.model, level, step, [&](const Pixel& pixel) {
-    const double value = pixel.value;
-    const double u = place.a * pixel.u - place.b * pixel.v;
-    const double v = place.b * pixel.u + place.a * pixel.v;
-    Sample sample;
-    const bool inside = cubic ? SampleCubic(task.planes, level, place.x + u, place.y + v, sample)
-                              : SampleLinear(task.planes, level, place.x + u, place.y + v, sample);
-    if (!inside) return;
-    if (level == 0) {
-      // The template has less noise than the picture, whose own slopes would pull to between
-      // pixels.
-      const double shrink = gain / (pose.scale * pose.scale);
-      sample.slopeX = shrink * (place.a * pixel.slopeU - place.b * pixel.slopeV);
-      sample.slopeY = shrink * (place.b * pixel.slopeU + place.a * pixel.slopeV);
-    }
-    double terms[kTerms] = {-(value - kMiddle) / 16, -8, sample.slopeX, sample.slopeY};
-    if constexpr (kTerms > 4) {
-      const double turn = u * sample.slopeY - v * sample.slopeX;
-      const double grow = u * sample.slopeX + v * sample.slopeY;
-      terms[4] = (turns ? turn : grow) / radius;
-      if constexpr (kTerms > 5) terms[5] = grow / radius;
-    }
-    const double target = kMiddle - sample.value;
-    const double weight = belief.cell[grid.At(pixel.u, pixel.v)];
-    for (int i = 0; i < kTerms; ++i) {
-      const double weighted = weight * terms[i];
-      for (int j = 0; j <= i; ++j) a[i][j] += weighted * terms[j];
-      b[i] += weighted * target;
-    }
-    ++used;
-  });
-  if (used < 8) return false;
-  for (int i = 0; i < kTerms; ++i) {
-    for (int j = i + 1; j < kTerms; ++j) a[i][j] = a[j][i];
-    a[i][i] += 1e-4 * used;
+void GreyFit::SumWhole(const Placement& place) {
+  const Planes& planes = task_.planes;
+  // From a pixel nearby, single precision is enough.
+  const int left = Floor(place.x), top = Floor(place.y);
+  const PointPlacement near = {static_cast<float>(place.x - left),
+                               static_cast<float>(place.y - top), static_cast<float>(place.a),
+                               static_cast<float>(place.b)};
+  const FitColumns all = points_.Columns(0);
+  float* samples = task_.samples.data();
+  task_.kernels.SamplePoints(planes.Row(level_, top) + left, planes.Stride(level_), near, all.u,
+                             all.v, points_.Size(), cubic_, kMiddleGrey, samples);
+  for (int i = 0; i < points_.Grid().Count(); ++i) {
+    const GreyPoints::Cell& cell = points_.CellAt(i);
+    float* from = samples + cell.begin;
+    const int padded = RoundUpToBlock(cell.count);
+    std::fill(from + cell.count, from + padded, 0.0F);
+    float sum[kPointSums];
+    task_.kernels.CorrelatePoints(points_.Columns(cell.begin), from, padded, sum);
+    sums_[i] = {&cell.products,
+                {sum[0] * kPerGain, sum[1] * kPerOffset, sum[2], sum[3], sum[4] / points_.Radius(),
+                 sum[5] / points_.Radius()},
+                sum[6]};
   }
-  if (!Solve(a, b)) return false;
-  gain = b[0] / 16;
-  const double turn = kTerms > 4 && turns ? b[kTerms > 4 ? 4 : 0] : 0;
-  const double grow = kTerms > 5 || (kTerms > 4 && !turns) ? b[kTerms - 1] : 0;
-  const double longest = std::max({std::abs(b[2]), std::abs(b[3]), std::abs(turn), std::abs(grow)});
+}
+
+// The same of those points alone that lie in the picture.
+void GreyFit::SumCut(const Placement& place) {
+  const LinearPicture picture(task_.planes, level_);
+  for (int i = 0; i < points_.Grid().Count(); ++i) {
+    const GreyPoints::Cell& cell = points_.CellAt(i);
+    const FitColumns p = points_.Columns(cell.begin);
+    CellSums& sums = sums_[i];
+    sums = {&cut_[i], {}, 0};
+    cut_[i] = {};
+    for (int k = 0; k < cell.count; ++k) {
+      const double x = place.x + (place.a * p.u[k] - place.b * p.v[k]);
+      const double y = place.y + (place.b * p.u[k] + place.a * p.v[k]);
+      if (!picture.Has(x, y)) continue;
+      const double value = picture.At(x, y) - kMiddleGrey;
+      double terms[kFitTerms];
+      TermsOf(p.u[k], p.v[k], p.value[k], p.slopeU[k], p.slopeV[k], points_.Radius(), terms);
+      cut_[i].Add(terms);
+      for (int t = 0; t < kFitTerms; ++t) sums.terms[t] += value * terms[t];
+      sums.squares += value * value;
+    }
+  }
+}
+
+double GreyFit::Move(Pose& pose) const {
+  const Freedom& freedom = task_.freedom;
+  if (freedom.turn && freedom.scale) return MoveBy<0, 1, 2, 3, 4, 5>(pose);
+  if (freedom.turn) return MoveBy<0, 1, 2, 3, 4>(pose);
+  if (freedom.scale) return MoveBy<0, 1, 2, 3, 5>(pose);
+  return MoveBy<0, 1, 2, 3>(pose);
+}
+
+template <int... kTerm>
+double GreyFit::MoveBy(Pose& pose) const {
+  constexpr int kCount = sizeof...(kTerm), kTerms[] = {kTerm...};
+  double a[kCount][kCount] = {}, b[kCount] = {};
+  double used = 0;
+  for (int i = 0; i < points_.Grid().Count(); ++i) {
+    const CellSums& s = sums_[i];
+    for (int j = 0; j < kCount; ++j) {
+      for (int k = j; k < kCount; ++k) {
+        a[j][k] += belief_[i] * s.products->sum[TermProducts::At(kTerms[j], kTerms[k])];
+      }
+      b[j] += belief_[i] * s.terms[kTerms[j]];
+    }
+    used += s.products->Count();
+  }
+  if (used < 8) return 0;
+  for (int j = 0; j < kCount; ++j) {
+    for (int k = 0; k < j; ++k) a[j][k] = a[k][j];
+    a[j][j] += 1e-4 * used;
+  }
+  constexpr double kLeastGain = 0.05;
+  if (!Solve(a, b)) return 0;
+  const double gain = b[0] * kPerGain;
+  if (!(gain >= kLeastGain)) return 0;
+  double move[kFitTerms] = {}, longest = 0;
+  for (int j = 2; j < kCount; ++j) {
+    move[kTerms[j]] = b[j] / gain;
+    longest = std::max(longest, std::abs(b[j] / gain) * pose.scale);
+  }
   const double shorten = longest > 1.5 ? 1.5 / longest : 1;
-  const double pixel = 1 << level;
-  pose.x += shorten * b[2] * pixel;
-  pose.y += shorten * b[3] * pixel;
-  pose.degrees += shorten * turn / radius * kDegrees;
-  pose.scale *= 1 + shorten * grow / radius;
-  task.freedom.Clamp(pose);
-  return longest > 5e-4;
+  const Placement place = PlacementOf(pose, level_);
+  const double pixel = shorten * (1 << level_);
+  pose.x -= pixel * (place.a * move[2] - place.b * move[3]);
+  pose.y -= pixel * (place.b * move[2] + place.a * move[3]);
+  pose.degrees -= shorten * move[4] / points_.Radius() * kDegrees;
+  pose.scale /= 1 + shorten * move[5] / points_.Radius();
+  task_.freedom.Clamp(pose);
+  return longest;
 }
 
-bool FitStep(const RefineTask& task, int level, int step, bool cubic, const Belief& belief,
-             double& gain, Pose& pose) {
-  const int freedoms = task.freedom.turn + task.freedom.scale;
-  const auto fit = freedoms == 0 ? FitStepOf<4> : freedoms == 1 ? FitStepOf<5> : FitStepOf<6>;
-  return fit(task, level, step, cubic, belief, gain, pose);
+// Moves `pose` until a step is shorter than `arrived`; `best` has the best pose on the way. False
+// when memory is short.
+bool FitIn(GreyFit& fit, int mostSteps, double arrived, Candidate& best) {
+  Pose pose = best.pose;
+  double score;
+  if (!fit.Look(pose, score)) return false;
+  best.score = static_cast<float>(score);
+  for (int i = 0; i < mostSteps && fit.Move(pose) > arrived; ++i) {
+    if (!fit.Look(pose, score)) return false;
+    if (score < best.score) continue;
+    best = {pose, static_cast<float>(score)};
+  }
+  return true;
 }
 
 }  // namespace
 
 bool FitByGrey(const RefineTask& task, int level, Candidate& candidate) {
-  // Enough for a hundredth of a pixel; the last steps take all of a template of common size.
-  constexpr double kFew = 1200, kMany = 16384;
-  const double area = static_cast<double>(task.model.width) * task.model.height;
-  const auto stepFor = [&](double points) {
-    return std::max(1, Nearest(std::sqrt(area / points)));
-  };
-  const int coarse = level == 0 ? stepFor(kFew) : 1, fine = level == 0 ? stepFor(kMany) : 1;
-  Pose pose = candidate.pose;
-  Belief belief;
-  double gain = 1;
-  double best = Measure(task, level, coarse, pose, &belief).score;
   // From the level above, a match is less than a pixel away.
   const int steps = level == 0 || level == task.model.levels - 1 ? 3 : 2;
-  for (int i = 0; i < steps && FitStep(task, level, coarse, false, belief, gain, pose); ++i) {
+  GreyFit coarse(task, level, task.model.level[level].grey, false);
+  if (!FitIn(coarse, steps, level == 0 ? 0.05 : 0.02, candidate)) return false;
+  if (level > 0 || candidate.score < task.least) return true;
+  // Linear interpolation blurs the more, the nearer a place is to the middle between pixels, and
+  // would pull matches to whole pixels: the last steps go by cubic interpolation, over all pixels
+  // of a template of common size. The score does not decide here: it is highest where interpolation
+  // smoothes the noise most.
+  GreyFit fine(task, level, task.model.fineGrey, true);
+  Pose pose = candidate.pose;
+  double first, score;
+  if (!fine.Look(pose, first)) return false;
+  score = first;
+  for (int i = 0; i < 4 && fine.Move(pose) > 4e-3; ++i) {
+    if (!fine.Look(pose, score)) return false;
   }
-  const double score = Measure(task, level, coarse, pose, &belief).score;
-  if (score >= best) {
-    best = score;
-    candidate.pose = pose;
-  }
-  candidate.score = static_cast<float>(best);
-  if (level > 0 || best < task.least) return true;
-  // The score does not decide here: it is highest where interpolation smoothes the noise most.
-  pose = candidate.pose;
-  Measure(task, level, fine, pose, &belief);
-  for (int i = 0; i < 4 && FitStep(task, level, fine, true, belief, gain, pose); ++i) {
-  }
-  if (std::abs(pose.x - candidate.pose.x) <= 1 && std::abs(pose.y - candidate.pose.y) <= 1 &&
-      Measure(task, level, coarse, pose, nullptr).score >= best - 0.1) {
+  constexpr double kFar = 1.5;  // pixels: another place, not the same one more exactly
+  if (std::abs(pose.x - candidate.pose.x) <= kFar && std::abs(pose.y - candidate.pose.y) <= kFar &&
+      score >= first - 0.1) {
     candidate.pose = pose;
   }
   return true;
 }
 
 bool RateByGrey(const RefineTask& task, const Pose& pose, Rating& rating) {
-  rating = Measure(task, 0, 1, pose, nullptr);
+  const Model& model = task.model;
+  const Placement place = PlacementOf(pose, 0);
+  const CellGrid grid(model.width, model.height, kRatedCell);
+  const LinearPicture picture(task.planes, 0);
+  Moments cells[kMostCells * kMostCells], all[kMostCells * kMostCells];
+  const double centreX = (model.width - 1) / 2.0, centreY = (model.height - 1) / 2.0;
+  for (int y = 0; y < model.height; ++y) {
+    const size_t row = static_cast<size_t>(y) * model.width;
+    const double v = y - centreY;
+    const double left = place.x - place.b * v, top = place.y + place.a * v;
+    // Along a row the cells come one after the other.
+    for (int x = 0; x < model.width;) {
+      const int cell = grid.At(x - centreX, v);
+      Moments own, seen;
+      for (; x < model.width && grid.At(x - centreX, v) == cell; ++x) {
+        if (model.mask && model.mask[row + x] == 0) continue;
+        const double u = x - centreX, value = model.pixels[row + x];
+        own.Add(value, 0);
+        const double atX = left + place.a * u, atY = top + place.b * u;
+        if (picture.Has(atX, atY)) seen.Add(value, picture.At(atX, atY));
+      }
+      all[cell].Add(own);
+      cells[cell].Add(seen);
+    }
+  }
+  CellMean mean;
+  for (int i = 0; i < grid.Count(); ++i) {
+    const Moments& m = all[i];
+    mean.Add(m.count, std::sqrt(std::max(0.0, m.tt * m.count - m.t * m.t)), cells[i]);
+  }
+  rating = mean.Mean();
   return true;
 }
 

@@ -258,6 +258,7 @@ bool GreySweep::Turn(const Pose& pose, TurnedTemplate& turned) const {
   const Model& model = task_->model;
   const Direction turn = DirectionOf(pose.degrees);
   const int size = 1 << level_;
+  const double a = turn.cosine * size / pose.scale, b = turn.sine * size / pose.scale;
   const double centreX = (model.width - 1) / 2.0, centreY = (model.height - 1) / 2.0;
   const double halfWidth =
       pose.scale * (std::abs(turn.cosine) * model.width + std::abs(turn.sine) * model.height) / 2;
@@ -277,11 +278,10 @@ bool GreySweep::Turn(const Pose& pose, TurnedTemplate& turned) const {
       int sum = 0, count = 0;
       for (int i = 0; i < kSide * kSide; ++i) {
         // The centre's pixel has the template's centre in its middle.
-        const int column = i % kSide, row = i / kSide;
-        const double dx = (x + (column + 0.5) / kSide - 0.5) * size / pose.scale;
-        const double dy = (y + (row + 0.5) / kSide - 0.5) * size / pose.scale;
-        const int u = Nearest(centreX + turn.cosine * dx + turn.sine * dy);
-        const int v = Nearest(centreY - turn.sine * dx + turn.cosine * dy);
+        const double dx = x + (i % kSide + 0.5) / kSide - 0.5;
+        const double dy = y + (i / kSide + 0.5) / kSide - 0.5;
+        const int u = Nearest(centreX + a * dx + b * dy);
+        const int v = Nearest(centreY - b * dx + a * dy);
         if (u < 0 || v < 0 || u >= model.width || v >= model.height) continue;
         const size_t at = static_cast<size_t>(v) * model.width + u;
         if (model.mask && model.mask[at] == 0) continue;

@@ -31,28 +31,38 @@ bool Copy(const Picture& picture, Buffer<uint8_t>& pixels) {
   return true;
 }
 
-// Grey values of a level's pixels, on a grid that leaves at most a few hundred.
-bool MakeGreyPoints(const Planes& planes, int l, const Model& model, const LevelMask& mask,
-                    ModelLevel& level) {
-  constexpr int kMost = 400;
-  level.points.Clear();
-  level.radius = 0;
+// How far about `points` points are apart.
+int StepFor(const LevelMask& mask, double points) {
+  const double area = static_cast<double>(mask.Width()) * mask.Height();
+  return std::max(1, Nearest(std::sqrt(area / points)));
+}
+
+bool MakeGreyPoints(const Planes& planes, int l, Model& model, const LevelMask& mask) {
+  // Enough for a hundredth of a pixel; the last steps of a fit take all of a template of common
+  // size.
+  constexpr double kFew = 1200, kMany = 16384;
+  constexpr int kMost = 400, kCoarseCell = 5;
+  ModelLevel& level = model.level[l];
   const double centreX = ToLevel((model.width - 1) / 2.0, l);
   const double centreY = ToLevel((model.height - 1) / 2.0, l);
-  int step = 1;
-  while ((mask.Width() / step) * (mask.Height() / step) > kMost) ++step;
+  level.radius = 0;
   for (int y = 0; y < mask.Height(); ++y) {
     for (int x = 0; x < mask.Width(); ++x) {
       if (!mask.At(x, y)) continue;
       const double u = x - centreX, v = y - centreY;
       level.radius = std::max(level.radius, static_cast<float>(std::sqrt(u * u + v * v)));
-      if (l == 0 || x % step != step / 2 || y % step != step / 2) continue;  // level 0: all pixels
-      const ModelPoint point = {static_cast<float>(u), static_cast<float>(v),
-                                static_cast<float>(planes.Row(l, y)[x]), 0};
-      if (!level.points.Add(point)) return false;
     }
   }
-  return true;
+  const auto make = [&](int step, int side, GreyPoints& points) {
+    return points.Make(planes.Row(l, 0), planes.Stride(l), mask, centreX, centreY, step, side);
+  };
+  if (l == 0) {
+    return make(StepFor(mask, kFew), kRatedCell, level.grey) &&
+           make(StepFor(mask, kMany), kRatedCell, model.fineGrey);
+  }
+  int step = 1;
+  while ((mask.Width() / step) * (mask.Height() / step) > kMost) ++step;
+  return make(step, kCoarseCell, level.grey);
 }
 
 bool IsFlat(const Model& model) {
@@ -87,8 +97,8 @@ Status MakeLevels(const FinderKernels& kernels, Model& model) {
       if (!FindEdgePoints(planes, l, model, mask, level)) return Status::kNoMemory;
       if (level.points.size() < static_cast<size_t>(l == 0 ? kMinEdges : kLeastEdgePoints)) break;
     } else {
-      if (!MakeGreyPoints(planes, l, model, mask, level)) return Status::kNoMemory;
-      if (level.radius == 0 || (l > 0 && level.points.size() < kLeastGreyArea / 2)) break;
+      if (!MakeGreyPoints(planes, l, model, mask)) return Status::kNoMemory;
+      if (level.radius == 0 || (l > 0 && level.grey.Count() < kLeastGreyArea / 2)) break;
     }
     model.levels = l + 1;
   }

@@ -126,5 +126,67 @@ TEST(FinderKernels, AreTheirDefinitions) {
   }
 }
 
+// Points of a turned template: between pixels, and their sums with the template's columns.
+TEST(FinderKernels, PointsAreTheirDefinitions) {
+  Random random(4);
+  constexpr int kSide = 40;
+  std::vector<uint8_t> picture(kSide * kSide);
+  for (uint8_t& pixel : picture) pixel = static_cast<uint8_t>(random.Within(0, 255));
+  const auto cubic = [](double d) {  // by the distance from a pixel
+    return d < 1   ? 1.5 * d * d * d - 2.5 * d * d + 1
+           : d < 2 ? -0.5 * d * d * d + 2.5 * d * d - 4 * d + 2
+                   : 0;
+  };
+  for (const int count : {16, 80, 208}) {
+    std::vector<float> columns[kPointColumns];
+    for (auto& column : columns) {
+      column = Row<float>(count, [&] { return static_cast<float>(random.Within(-16, 16)) / 2; });
+    }
+    const PointPlacement place = {0.3F, -0.2F, 0.8F, -0.7F};
+    for (const bool isCubic : {false, true}) {
+      std::vector<float> first;
+      float firstSums[kPointSums];
+      for (const FinderKernels* kernels : AvailableFinderKernels()) {
+        SCOPED_TRACE(std::string(kernels->level) + ", points " + std::to_string(count));
+        const int middle = kSide / 2 * kSide + kSide / 2;
+        std::vector<float> samples(count);
+        kernels->SamplePoints(&picture[middle], kSide, place, columns[0].data(), columns[1].data(),
+                              count, isCubic, 100, samples.data());
+        const FitColumns all = {columns[0].data(), columns[1].data(), columns[2].data(),
+                                columns[3].data(), columns[4].data()};
+        float sums[kPointSums];
+        kernels->CorrelatePoints(all, samples.data(), count, sums);
+        if (first.empty()) {
+          first = samples;
+          std::copy(std::begin(sums), std::end(sums), firstSums);
+        }
+        EXPECT_EQ(samples, first);
+        double expected[kPointSums] = {};
+        for (int i = 0; i < count; ++i) {
+          const double u = columns[0][i], v = columns[1][i];
+          const double x = kSide / 2 + 0.3 + 0.8 * u + 0.7 * v;
+          const double y = kSide / 2 - 0.2 - 0.7 * u + 0.8 * v;
+          double value = -100;
+          for (int j = 0; j < kSide * kSide; ++j) {
+            const double dx = std::abs(x - j % kSide), dy = std::abs(y - j / kSide);
+            value += picture[j] * (isCubic ? cubic(dx) * cubic(dy)
+                                           : std::max(0.0, 1 - dx) * std::max(0.0, 1 - dy));
+          }
+          ASSERT_NEAR(samples[i], value, 1e-2) << i;
+          const double s = samples[i], slopeU = columns[3][i], slopeV = columns[4][i];
+          const double terms[kPointSums] = {
+              columns[2][i],           1, slopeU, slopeV, u * slopeV - v * slopeU,
+              u * slopeU + v * slopeV, s};
+          for (int k = 0; k < kPointSums; ++k) expected[k] += s * terms[k];
+        }
+        for (int k = 0; k < kPointSums; ++k) {
+          EXPECT_EQ(sums[k], firstSums[k]) << k;
+          EXPECT_NEAR(sums[k], expected[k], 1e-3 * count * 100) << k;
+        }
+      }
+    }
+  }
+}
+
 }  // namespace
 }  // namespace quillon::test
