@@ -1,6 +1,7 @@
 #include "kit/recipe/inspector.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
 #include <new>
 
@@ -89,7 +90,8 @@ bool Passes(const Measurement& measurement, const std::optional<double>& value) 
 Inspector::Inspector(const Recipe& recipe, const Sources& sources)
     : recipe_(recipe),
       sources_(sources),
-      contents_(std::make_unique<Content[]>(recipe.slots.size())) {
+      contents_(std::make_unique<Content[]>(recipe.slots.size())),
+      milliseconds_(recipe.steps.size()) {
   usesColour_ = std::any_of(recipe.steps.begin(), recipe.steps.end(), [](const Step& step) {
     return std::find(step.inputs.begin(), step.inputs.end(), kColourSlot) != step.inputs.end();
   });
@@ -114,12 +116,15 @@ void Inspector::Run(size_t number, const std::string& image) {
     const Content& content = Of(slot);
     return PictureView{&content.picture, &content.colour};
   };
+  using Clock = std::chrono::steady_clock;
+  const Clock::time_point start = Clock::now();
   try {
     ready_[number]->Run(view(step.inputs.front()), view(step.inputs.back()),
                         contents_[static_cast<size_t>(step.output)]);
   } catch (const Failure& failure) {
     throw Failure("step '" + step.name + "': " + failure.what());
   }
+  milliseconds_[number] = std::chrono::duration<double, std::milli>(Clock::now() - start).count();
 }
 
 ImageRecord Inspector::Inspect(const std::string& path) {

@@ -52,6 +52,12 @@ class Inspector {
   const Content& Of(int slot) const { return contents_[static_cast<size_t>(slot)]; }
   bool IsColour() const { return isColour_; }  // the file; "color" may be made from grey
 
+  // How long a step took with the last image, and what it tells besides its result.
+  double Milliseconds(size_t step) const { return milliseconds_[step]; }
+  std::vector<Detail> Details(size_t step) const {
+    return ready_[step] ? ready_[step]->Details() : std::vector<Detail>();
+  }
+
  private:
   template <class Fill>
   ImageRecord Inspect(const std::string& name, Fill fill);
@@ -65,6 +71,7 @@ class Inspector {
   std::unique_ptr<Content[]> contents_;  // images cannot be moved
   // One for each step; nothing until there is an image to prepare it for.
   std::vector<std::optional<ReadyOperation>> ready_;
+  std::vector<double> milliseconds_;
 };
 
 }  // namespace quillon::kit::recipe
