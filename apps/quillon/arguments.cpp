@@ -16,14 +16,13 @@ namespace {
 
 using Type = Argument::Type;
 
-// "min_score" is the option --min-score.
-std::string OptionName(std::string name) {
-  std::replace(name.begin(), name.end(), '_', '-');
-  return "--" + name;
-}
-
 std::string Capitalised(std::string text) {
   text[0] = static_cast<char>(std::toupper(static_cast<unsigned char>(text[0])));
+  return text;
+}
+
+std::string InCapitals(std::string text) {
+  for (char& c : text) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
   return text;
 }
 
@@ -74,17 +73,32 @@ bool IsList(const Argument& argument) {
 
 }  // namespace
 
-Command AddOperation(Command top, const Operation& operation) {
-  return top.Add(operation.name, Capitalised(operation.summary)).Under(operation.family);
+std::string OptionName(std::string name) {
+  std::replace(name.begin(), name.end(), '_', '-');
+  return "--" + name;
 }
 
-std::shared_ptr<Arguments> Arguments::Add(Command command, const Operation& operation,
-                                          const std::set<std::string>& others) {
-  const std::shared_ptr<Arguments> arguments(new Arguments(operation));
-  for (const Argument& argument : operation.arguments) {
-    if (!others.contains(argument.name)) arguments->AddOption(command, argument);
+Command AddOperation(Command top, const Operation& operation) {
+  const Command command =
+      top.Add(operation.name, Capitalised(operation.summary)).Under(operation.family);
+  if (operation.advice) command.Footer(operation.advice);
+  return command;
+}
+
+void Arguments::AddByPlace(Command command, const std::string& more) {
+  for (const Argument& argument : operation_.arguments) {
+    if (!argument.isByPlace) continue;
+    Texts& texts = texts_.emplace_back(Texts{&argument});
+    command.AddFileToRead(InCapitals(argument.name), texts.byPlace, argument.Meaning() + more)
+        .Required();
   }
-  return arguments;
+}
+
+void Arguments::AddOptions(Command command) {
+  for (const Argument& argument : operation_.arguments) {
+    const bool isWhole = argument.isByPlace && argument.type == Type::kFile;
+    if (!isWhole) AddOption(command, argument);
+  }
 }
 
 void Arguments::AddOption(Command command, const Argument& argument) {
@@ -92,6 +106,14 @@ void Arguments::AddOption(Command command, const Argument& argument) {
   const std::string name = OptionName(argument.name);
   if (argument.type == Type::kFlag) {
     command.AddFlag(name, texts.flag, argument.Meaning());
+    return;
+  }
+  if (argument.isByPlace) {  // the first is there already
+    command
+        .AddFileToRead(name, texts.given,
+                       "another " + InCapitals(argument.name) + ", to learn from; may be repeated")
+        .ShownAs("FILE")
+        .MayBeRepeated();
     return;
   }
   const bool isFile = argument.type == Type::kFile || argument.type == Type::kFiles;
@@ -145,15 +167,22 @@ void Arguments::AddOption(Command command, const Argument& argument) {
   }
 }
 
-Values Arguments::Read(Json given) const {
+Values Arguments::Read() const {
+  Json given = Json::object();
   for (const Texts& texts : texts_) {
     const Argument& argument = *texts.argument;
     if (texts.flag) given[argument.name] = true;
-    if (texts.given.empty()) continue;
+    if (!texts.byPlace.empty()) {
+      given[argument.name] = IsList(argument) ? Json{texts.byPlace} : Json(texts.byPlace);
+    }
     try {
-      Json values = Json::array();
-      for (const std::string& text : texts.given) values.push_back(ValueOf(argument, text));
-      given[argument.name] = IsList(argument) ? values : values[0];
+      for (const std::string& text : texts.given) {
+        if (IsList(argument)) {
+          given[argument.name].push_back(ValueOf(argument, text));  // after the one by its place
+        } else {
+          given[argument.name] = ValueOf(argument, text);
+        }
+      }
     } catch (const Failure& failure) {
       RefuseUsage(OptionName(argument.name), failure.what());
     }
@@ -172,6 +201,14 @@ Values Arguments::Read(Json given) const {
     RefuseUsage(OptionName(name), what);
   };
   return ReadValues(operation_.arguments, find, refuse);
+}
+
+void Source::Read(const std::string& path, Kind kind, const Reading& reading) {
+  ReadImage(path, grey, colour, reading);
+  if (kind != Kind::kColour || colour.bits) return;
+  Reading again = reading;
+  again.note = {};
+  ReadImage(path, colour, again);
 }
 
 }  // namespace quillon::app

@@ -1,13 +1,14 @@
-// The arguments of an operation as options of its command.
+// The arguments of an operation as those of its command: pictures and files by their places, all
+// others as options.
 #pragma once
 
 #include <deque>
 #include <memory>
-#include <set>
 #include <string>
 #include <vector>
 
 #include "command_line.h"
+#include "kit/images/image_files.h"
 #include "kit/operations/operation.h"
 
 namespace quillon::app {
@@ -15,28 +16,44 @@ namespace quillon::app {
 // A command of the operation's name, under its family's heading.
 Command AddOperation(Command top, const kit::Operation& operation);
 
+// "min_score" is the option --min-score.
+std::string OptionName(std::string argument);
+
 class Arguments {
  public:
-  // Adds an option for each argument but those that the command takes in another way.
-  static std::shared_ptr<Arguments> Add(Command command, const kit::Operation& operation,
-                                        const std::set<std::string>& others = {});
+  explicit Arguments(const kit::Operation& operation) : operation_(operation) {}
 
-  // All values, when the options were parsed; `given` holds those of the others. Refuses usage that
-  // the table of operations does not allow.
-  kit::Values Read(kit::Json given = kit::Json::object()) const;
+  // The files that commands take by their places, with `more` said of them, and the others as
+  // options.
+  void AddByPlace(Command command, const std::string& more = "");
+  void AddOptions(Command command);
+
+  // All values, when the options were parsed. Refuses usage that the table of operations does not
+  // allow.
+  kit::Values Read() const;
 
  private:
   struct Texts {
     const kit::Argument* argument;
+    std::string byPlace = {};
     std::vector<std::string> given = {};
     bool flag = false;
   };
 
-  explicit Arguments(const kit::Operation& operation) : operation_(operation) {}
   void AddOption(Command command, const kit::Argument& argument);
 
   const kit::Operation& operation_;
   std::deque<Texts> texts_;  // options keep their places
+};
+
+// A picture that an operation works on.
+struct Source {
+  GreyImage grey;
+  ColourImage colour;
+
+  // In grey, and in colour too where the file has it or the operation wants it.
+  void Read(const std::string& path, kit::Kind kind, const kit::Reading& reading);
+  kit::PictureView View() const { return {&grey, &colour}; }
 };
 
 }  // namespace quillon::app

@@ -4,12 +4,16 @@ namespace quillon::app {
 
 // In the order in which the help shows them.
 void AddCommands(Command top) {
-  AddOperations(top);
-  AddBlobs(top);
-  AddMatch(top);
-  AddLocate(top);
-  AddFind(top);
-  AddInspect(top);
+  for (const Operation& operation : Operations()) {
+    if (IsPicture(operation.output)) {
+      AddPictureOperation(top, operation);
+    } else if (IsFault(operation.output)) {
+      AddJudgingOperation(top, operation);
+    } else {
+      AddFindingOperation(top, operation);
+    }
+  }
+  AddTeach(top);
   AddCalibration(top);
   AddRecipes(top);
   AddSample(top);

@@ -4,6 +4,7 @@
 
 #include "command_line.h"
 #include "kit/errors.h"
+#include "kit/operations/operation.h"
 
 namespace quillon::app {
 
@@ -17,15 +18,13 @@ struct NotAllPassed {};
 // All of them.
 void AddCommands(Command top);
 
-// One for each operation of the kit. What finds things has a file of its own, for what it prints
-// and draws.
-void AddOperations(Command top);
-void AddBlobs(Command top);
-void AddMatch(Command top);
-void AddLocate(Command top);
-void AddFind(Command top);
-void AddInspect(Command top);
+// One for an operation of the table, by what it makes: a picture, things in one picture, or faults
+// by which pictures are judged.
+void AddPictureOperation(Command top, const Operation& operation);
+void AddFindingOperation(Command top, const Operation& operation);
+void AddJudgingOperation(Command top, const Operation& operation);
 
+void AddTeach(Command top);
 void AddCalibration(Command top);
 void AddRecipes(Command top);
 void AddSample(Command top);

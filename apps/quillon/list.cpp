@@ -1,4 +1,5 @@
-// quillon list: every exported function of the library and the command that reaches it.
+// quillon list: every exported function of the library and the command that reaches it, and the
+// commands of operations that call none.
 #include <algorithm>
 #include <cctype>
 #include <map>

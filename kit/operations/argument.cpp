@@ -70,6 +70,12 @@ Argument Argument::Excludes(const char* other) const {
   return argument;
 }
 
+Argument Argument::ByPlace() const {
+  Argument argument = *this;
+  argument.isByPlace = true;
+  return argument;
+}
+
 std::string Argument::Meaning() const {
   return unit ? std::string(summary) + ", in " + unit : summary;
 }

@@ -39,6 +39,7 @@ struct Argument {
   const char* otherwise = nullptr;  // the value where none is given, as JSON; "null": no value
   const char* unit = nullptr;       // "pixels"
   const char* excludes = nullptr;   // an argument that cannot be given too
+  bool isByPlace = false;           // a file: commands take it before the picture, without its name
 
   // The same argument, which need not be given.
   Argument Or(const char* json) const;
@@ -47,6 +48,8 @@ struct Argument {
   Argument In(const char* unit) const;
   // The same argument, which cannot be given with another.
   Argument Excludes(const char* other) const;
+  // The same file, or the first of the files, which commands take by its place.
+  Argument ByPlace() const;
 
   bool IsRequired() const { return !otherwise; }
   bool HasDefault() const { return otherwise && std::string_view(otherwise) != "null"; }

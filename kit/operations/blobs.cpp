@@ -1,60 +1,34 @@
 // Blobs, and filling holes.
 #include "kit/search/blob_search.h"
 
+#include <filesystem>
+
+#include "kit/errors.h"
 #include "kit/operations/operation.h"
-#include "kit/operations/queries.h"
 
 namespace quillon::kit {
 namespace {
 
-template <class Worker>
-struct WorkerTool : Tool {
-  Worker worker;
+// ---- filling holes ------------------------------------------------------------------------------
+
+struct RegionTool : Tool {
+  Region region;
 };
 
-template <class Worker>
-std::unique_ptr<Tool> Make(const Values&, const Sources&) {
-  return std::make_unique<WorkerTool<Worker>>();
-}
-
-template <class Worker>
-Worker& WorkerOf(const Call& call) {
-  return static_cast<WorkerTool<Worker>&>(*call.tool).worker;
-}
-
-void FindBlobs(const Call& call) {
-  const BlobQuery query = BlobQueryOf(call.values);
-  for (const FoundBlob& blob : WorkerOf<BlobFinder>(call).Find(*call.a.grey, query)) {
-    const BlobFeature& feature = blob.feature;
-    Thing thing = {.area = double(feature.area),
-                   .x = feature.centreX,
-                   .y = feature.centreY,
-                   .width = feature.width,
-                   .height = feature.height,
-                   .angle = feature.angle,
-                   .mean = blob.mean,
-                   .left = blob.left,
-                   .top = blob.top,
-                   .right = blob.right,
-                   .bottom = blob.bottom};
-    std::copy(std::begin(feature.corners), std::end(feature.corners), thing.corners.begin());
-    call.result.things.push_back(thing);
-  }
+std::unique_ptr<Tool> MakeRegion(const Values&, const Sources&) {
+  return std::make_unique<RegionTool>();
 }
 
 void FillUp(const Call& call) {
   call.result.picture.CopyFrom(call.a.grey);
   if (!call.result.picture.bits) return;
-  FillHoles(WorkerOf<Region>(call), call.result.picture, call.values.Whole("value"));
+  FillHoles(static_cast<RegionTool&>(*call.tool).region, call.result.picture,
+            call.values.Whole("value"));
 }
 
-Argument Least(const char* name, const char* summary) {
-  return Whole(name, 0, INT_MAX, summary).Optional();
-}
+// ---- blobs --------------------------------------------------------------------------------------
 
-}  // namespace
-
-BlobQuery BlobQueryOf(const Values& values) {
+BlobQuery QueryOf(const Values& values) {
   BlobQuery query;
   if (values.Has("band")) {
     const auto band = values.List<int>("band");
@@ -83,6 +57,168 @@ BlobQuery BlobQueryOf(const Values& values) {
   return query;
 }
 
+struct BlobTool : Tool {
+  explicit BlobTool(BlobQuery query_) : query(std::move(query_)) {}
+
+  Findings Tell(const Searched& searched) const override;
+  Report Page(const std::string& picture) const override;
+  void Draw(const Searched& searched, int firstRow, Report& report) const override;
+  void Aside(GreyImage& picture) const override;
+
+  std::vector<Fact> Facts(const Searched& searched) const;
+
+  BlobQuery query;
+  BlobFinder finder;
+  std::vector<FoundBlob> blobs;  // of the last search
+
+ private:
+  enum Layers { kBox, kRectangle, kCentre, kNumber, kRegion };
+};
+
+std::unique_ptr<Tool> MakeFinder(const Values& values, const Sources&) {
+  return std::make_unique<BlobTool>(QueryOf(values));
+}
+
+void FindBlobs(const Call& call) {
+  auto& tool = static_cast<BlobTool&>(*call.tool);
+  tool.blobs = tool.finder.Find(*call.a.grey, tool.query);
+  for (const FoundBlob& blob : tool.blobs) {
+    const BlobFeature& feature = blob.feature;
+    Thing thing = {.area = double(feature.area),
+                   .x = feature.centreX,
+                   .y = feature.centreY,
+                   .width = feature.width,
+                   .height = feature.height,
+                   .angle = feature.angle,
+                   .mean = blob.mean,
+                   .left = blob.left,
+                   .top = blob.top,
+                   .right = blob.right,
+                   .bottom = blob.bottom};
+    std::copy(std::begin(feature.corners), std::end(feature.corners), thing.corners.begin());
+    call.result.things.push_back(thing);
+  }
+}
+
+bool HasColour(const Searched& searched) {
+  return searched.picture.colour && searched.picture.colour->bits;
+}
+
+std::vector<Fact> BlobTool::Facts(const Searched& searched) const {
+  const GreyImage& grey = *searched.picture.grey;
+  const double share = finder.ShareInPicture();
+  // The library's means divide by the whole region, what lies outside the picture included.
+  const auto regionMean = [&](double mean) { return share > 0 ? Cell{mean / share} : Cell{}; };
+  int64_t area = 0;
+  for (const FoundBlob& blob : blobs) area += blob.feature.area;
+  std::vector<Fact> facts = {
+      {"image", "Picture", searched.name},
+      {"width", "Width", int64_t{grey.width}},
+      {"height", "Height", int64_t{grey.height}},
+      {"low", "Lowest grey", int64_t{finder.UsedBand().low}},
+      {"high", "Highest grey", int64_t{finder.UsedBand().high}},
+      {"found", "Blobs found", static_cast<int64_t>(finder.FoundInAll())},
+      {"selected", "Blobs kept", static_cast<int64_t>(blobs.size())},
+      {"area", "Area kept", area},
+      {"mean", "Mean of region", regionMean(IxGetnRegionGrayMean(&grey, finder.Labelled()))},
+  };
+  if (HasColour(searched)) {
+    double mean[3] = {};
+    IxGetnRegionColorMean(searched.picture.colour, finder.Labelled(), mean);
+    facts.insert(facts.end(), {{"red", "", regionMean(mean[0])},
+                               {"green", "", regionMean(mean[1])},
+                               {"blue", "", regionMean(mean[2])}});
+  }
+  return facts;
+}
+
+Findings BlobTool::Tell(const Searched& searched) const {
+  Findings findings{.key = NameOf(searched.kind), .facts = Facts(searched)};
+  findings.columns = {{"n", "n"},         {"area", "area"},   {"x", "x"},
+                      {"y", "y"},         {"width", "width"}, {"height", "height"},
+                      {"angle", "angle"}, {"mean", "mean", 1}};
+  for (const char* side : {"left", "top", "right", "bottom"}) {
+    findings.columns.push_back({side, side, 0, Shown::kInText});
+  }
+  if (HasColour(searched)) {
+    for (const char* channel : {"red", "green", "blue"}) {
+      findings.columns.push_back({channel, channel, 1, Shown::kNowhere});
+    }
+  }
+  for (const char* corner : {"x1", "y1", "x2", "y2", "x3", "y3", "x4", "y4"}) {
+    findings.columns.push_back({corner, corner, 2, Shown::kNowhere});
+  }
+
+  for (const FoundBlob& blob : blobs) {
+    const BlobFeature& feature = blob.feature;
+    std::vector<Cell> row = {
+        int64_t{blob.number},  int64_t{feature.area},  feature.centreX,       feature.centreY,
+        Single(feature.width), Single(feature.height), Single(feature.angle), blob.mean,
+        int64_t{blob.left},    int64_t{blob.top},      int64_t{blob.right},   int64_t{blob.bottom}};
+    if (HasColour(searched)) {
+      double mean[3] = {};
+      IxGetnBlobColorMean(searched.picture.colour, finder.Labelled(), blob.number, mean);
+      row.insert(row.end(), std::begin(mean), std::end(mean));
+    }
+    for (const float corner : feature.corners) row.push_back(Single(corner));
+    findings.rows.push_back(std::move(row));
+  }
+  return findings;
+}
+
+// With the outline of the region, where one was given.
+Report BlobTool::Page(const std::string& picture) const {
+  constexpr size_t kMostNumbers = 150;  // more of them hide the picture, until they are asked for
+  Report report{.title = "Blobs of " + std::filesystem::path(picture).filename().string(),
+                .layers = {{"Outline box", Tone::kCyan},
+                           {"Minimum rectangle", Tone::kAmber},
+                           {"Centre", Tone::kMagenta},
+                           {"Number", Tone::kWhite, blobs.size() <= kMostNumbers}}};
+  if (!query.polygon.empty()) report.layers.push_back({"Region", Tone::kGreen});
+  return report;
+}
+
+void BlobTool::Draw(const Searched& searched, int firstRow, Report& report) const {
+  Picture& picture = AddPicture("", searched.picture, report);
+  if (!query.polygon.empty()) {
+    const std::vector<int>& region = finder.Outline();
+    std::vector<Point> outline;
+    for (size_t i = 0; i < region.size(); i += 2) {
+      outline.push_back({static_cast<double>(region[i]), static_cast<double>(region[i + 1])});
+    }
+    picture.Polygon({kRegion}, outline);
+  }
+  int row = firstRow;
+  for (const FoundBlob& blob : blobs) {
+    const BlobFeature& feature = blob.feature;
+    Point corners[4];
+    for (size_t c = 0; c < 4; ++c) {
+      corners[c] = {feature.corners[2 * c], feature.corners[2 * c + 1]};
+    }
+    picture.Box({kBox, row}, blob.left, blob.top, blob.right, blob.bottom);
+    picture.Polygon({kRectangle, row}, corners);
+    picture.Cross({kCentre, row}, {feature.centreX, feature.centreY});
+    picture.Label({kNumber, row}, {blob.left - 0.5, blob.top - 1.0}, std::to_string(blob.number));
+    ++row;
+  }
+}
+
+// White where the picture was labelled, for a look at what the band and the filling did.
+void BlobTool::Aside(GreyImage& picture) const {
+  const GreyImage& binary = finder.Binary();
+  picture.Create(binary.width - 1, binary.height);
+  if (!picture.bits) throw Failure("no memory for a binary picture");
+  for (int y = 0; y < picture.height; ++y) {
+    for (int x = 0; x < picture.width; ++x) picture.rows[y][x] = binary.rows[y][x] ? 255 : 0;
+  }
+}
+
+Argument Least(const char* name, const char* summary) {
+  return Whole(name, 0, INT_MAX, summary).Optional();
+}
+
+}  // namespace
+
 std::vector<Operation> BlobOperations() {
   constexpr const char* kFamily = "blobs";
   return {
@@ -92,7 +228,7 @@ std::vector<Operation> BlobOperations() {
        .arguments = {Whole("value", 1, 255, "of the pixels that enclose").Or("255")},
        .exports = {{"IxBinaryFillUp"}},
        .run = FillUp,
-       .prepare = Make<Region>},
+       .prepare = MakeRegion},
       {.name = "blobs",
        .family = kFamily,
        .summary = "connected groups of bright or dark pixels, diagonals included",
@@ -136,7 +272,8 @@ std::vector<Operation> BlobOperations() {
                    {"IxGetSelectBlobCount", "how many blobs are kept"},
                    {"IxGetBlobList", "the records of the blobs that are kept"}},
        .run = FindBlobs,
-       .prepare = Make<BlobFinder>},
+       .prepare = MakeFinder,
+       .aside = {"--binary", "write what was labelled in white (.png, .bmp)"}},
   };
 }
 

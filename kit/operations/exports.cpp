@@ -39,6 +39,7 @@ const std::vector<ListedExport>& Exports() {
     for (auto first = operations.begin(); first != operations.end();) {
       const char* const family = first->family;
       for (; first != operations.end() && !std::strcmp(first->family, family); ++first) {
+        if (first->exports.empty()) all.push_back({family, "", first->name, first->summary});
         for (const Export& row : first->exports) {
           all.push_back(
               {family, row.name, first->name, row.summary ? row.summary : first->summary});

@@ -1,4 +1,4 @@
-// The exported functions of the library, and what reaches each.
+// The exported functions of the library with what reaches each, and the operations without any.
 #pragma once
 
 #include <vector>
@@ -7,12 +7,12 @@ namespace quillon::kit {
 
 struct ListedExport {
   const char* family;
-  const char* name;     // "IxSobel"
+  const char* name;     // "IxSobel"; empty: the operation calls none
   const char* command;  // the operation or other command that calls it; empty: programs only
   const char* summary;
 };
 
-// Every one, family by family: those of the table of operations, and the others.
+// Family by family: the exports of the table of operations, and the others.
 const std::vector<ListedExport>& Exports();
 
 }  // namespace quillon::kit

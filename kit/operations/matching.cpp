@@ -1,7 +1,9 @@
 // Parts found by their grey values, colours or edges, by the library and by the finder.
 #include "kit/errors.h"
 #include "kit/operations/operation.h"
-#include "kit/operations/queries.h"
+#include "kit/search/edge_search.h"
+#include "kit/search/part_search.h"
+#include "kit/search/pattern_search.h"
 
 namespace quillon::kit {
 namespace {
@@ -21,31 +23,78 @@ std::array<double, 8> Corners(Point centre, double width, double height, double 
   return corners;
 }
 
+// ---- the report of scored matches ---------------------------------------------------------------
+
+Report PageOfMatches(const std::string& pattern, const std::string& picture) {
+  return {.title = pattern + " in " + picture,
+          .layers = {{"Outline", Tone::kCyan}, {"Centre", Tone::kAmber}, {"Score", Tone::kWhite}}};
+}
+
+void DrawMatches(PictureView view, const Searched& searched, int firstRow, Report& report) {
+  enum { kOutline, kCentre, kScore };
+  Picture& picture = AddPicture("Picture", view, report);
+  int row = firstRow;
+  for (const Thing& match : searched.things) {
+    const std::vector<Point> corners = CornersOf(match);
+    picture.Polygon({kOutline, row}, corners);
+    picture.Cross({kCentre, row}, {match.x, match.y});
+    picture.Score({kScore, row}, corners[0], match.score);
+    ++row;
+  }
+}
+
 // ---- grey values and colours --------------------------------------------------------------------
 
+PatternQuery PatternQueryOf(const Values& values) {
+  PatternQuery query = {.minScore = values.Number("min_score"),
+                        .angle = {},
+                        .scale = values.List<double>("scale"),
+                        .most = values.Whole("max")};
+  if (values.Has("angle")) query.angle = values.List<double>("angle");
+  return query;
+}
+
+template <class Image>
+PatternTool Teach(const std::string& name, const Image& pattern, const Values& values) {
+  PatternTool tool = TeachPattern(name, pattern, values.Flag("mask"));
+  std::optional<int> level;
+  if (values.Has("level")) level = values.Whole("level");
+  ChooseStartLevel(name, values.List<double>("scale")[0], level, tool.get());
+  return tool;
+}
+
+template <class Image>
 struct Template : Tool {
+  Findings Tell(const Searched& searched) const override;
+  Report Page(const std::string& picture) const override;
+  void Draw(const Searched& searched, int firstRow, Report& report) const override {
+    PictureView view = searched.picture;
+    if (std::is_same_v<Image, GreyImage>) view.colour = nullptr;
+    DrawMatches(view, searched, firstRow, report);
+  }
+
+  std::string name;  // its file
+  Image pattern;
   PatternTool tool;
-  int width = 0, height = 0;
 };
 
 template <class Image>
 std::unique_ptr<Tool> LoadTemplate(const Values& values, const Sources& sources) {
   const std::string name = values.Text("template");
-  Image pattern;
-  sources.Read(name, pattern);
-  auto taught = std::make_unique<Template>();
-  taught->width = pattern.width;
-  taught->height = pattern.height;
-  taught->tool = TeachPattern(sources.Shown(name), pattern, values);
+  auto taught = std::make_unique<Template<Image>>();
+  taught->name = sources.Shown(name);
+  sources.Read(name, taught->pattern);
+  taught->tool = Teach(taught->name, taught->pattern, values);
   return taught;
 }
 
 template <class Image>
 void Match(const Call& call, const Image& image) {
-  const auto& taught = static_cast<const Template&>(*call.tool);
+  const auto& taught = static_cast<const Template<Image>&>(*call.tool);
   const PatternQuery query = PatternQueryOf(call.values);
   for (const NccResult& match : FindPattern(image, taught.tool.get(), query)) {
-    const double width = taught.width * match.scale, height = taught.height * match.scale;
+    const double width = taught.pattern.width * match.scale;
+    const double height = taught.pattern.height * match.scale;
     call.result.things.push_back(
         {.x = match.x,
          .y = match.y,
@@ -58,95 +107,33 @@ void Match(const Call& call, const Image& image) {
   }
 }
 
-// ---- edges --------------------------------------------------------------------------------------
-
-struct Edges : Tool {
-  EdgeTool tool;
-};
-
-std::unique_ptr<Tool> LoadPart(const Values& values, const Sources& sources) {
-  const std::string name = values.Text("template");
-  GreyImage pattern;
-  sources.Read(name, pattern);
-  auto edges = std::make_unique<Edges>();
-  edges->tool = TeachEdges(sources.Shown(name), pattern, values);
-  return edges;
-}
-
-void Locate(const Call& call) {
-  const GeoMatchTool& tool = *static_cast<const Edges&>(*call.tool).tool;
-  const EdgeMatch match = FindEdges(*call.a.grey, tool, EdgeQueryOf(call.values));
-  if (!match.found) return;
-  const GeoModelLevel& model = *tool.model;
-  const double width = model.width, height = model.height;
-  call.result.things.push_back(
-      {.x = match.pose.x,
-       .y = match.pose.y,
-       .width = width,
-       .height = height,
-       .angle = match.pose.degrees,
-       .scale = 1,
-       .score = match.score,
-       .corners = Corners(CentreOf(model, match.pose), width, height, match.pose.degrees)});
-}
-
-// ---- parts by the finder -----------------------------------------------------------------------
-
-struct Part : Tool {
-  PartModel model;
-};
-
-std::unique_ptr<Tool> LoadModel(const Values& values, const Sources& sources) {
-  auto part = std::make_unique<Part>();
-  part->model = ReadPart(values.Text("template"), values, sources);
-  return part;
-}
-
-void Find(const Call& call) {
-  const finder::Model& model = *static_cast<const Part&>(*call.tool).model;
-  for (const finder::Match& match : FindParts(*call.a.grey, model, PartQueryOf(call.values))) {
-    Thing thing = {.x = match.x,
-                   .y = match.y,
-                   .width = model.width * match.scale,
-                   .height = model.height * match.scale,
-                   .angle = match.degrees,
-                   .scale = match.scale,
-                   .score = match.score};
-    for (size_t i = 0; i < 4; ++i) {
-      thing.corners[2 * i] = match.corners[i][0];
-      thing.corners[2 * i + 1] = match.corners[i][1];
-    }
-    call.result.things.push_back(thing);
+template <class Image>
+Findings Template<Image>::Tell(const Searched& searched) const {
+  Findings findings{.key = NameOf(searched.kind),
+                    .facts = {{"levels", "Levels of the template",
+                               int64_t{IxGet_DefaultPyramidLevel(tool.get())} + 1},
+                              {"start", "Search starts at level",
+                               int64_t{IxGet_CurrentPyramidLevel(tool.get())}}},
+                    .columns = {{"x", "X", 2},
+                                {"y", "Y", 2},
+                                {"angle", "ANGLE", 2},
+                                {"scale", "SCALE", 3},
+                                {"score", "SCORE", 3}},
+                    .rows = {}};
+  for (const Thing& match : searched.things) {
+    findings.rows.push_back({match.x, match.y, match.angle, match.scale, match.score});
   }
-}
-
-Argument Angles() {
-  return Range("angle", -360, 360, "search these angles, clockwise; without: as the template lies")
-      .In("degrees")
-      .Optional();
-}
-
-}  // namespace
-
-PatternQuery PatternQueryOf(const Values& values) {
-  PatternQuery query = {.minScore = values.Number("min_score"),
-                        .angle = {},
-                        .scale = values.List<double>("scale"),
-                        .most = values.Whole("max")};
-  if (values.Has("angle")) query.angle = values.List<double>("angle");
-  return query;
+  return findings;
 }
 
 template <class Image>
-PatternTool TeachPattern(const std::string& name, const Image& pattern, const Values& values) {
-  PatternTool tool = TeachPattern(name, pattern, values.Flag("mask"));
-  std::optional<int> level;
-  if (values.Has("level")) level = values.Whole("level");
-  ChooseStartLevel(name, values.List<double>("scale")[0], level, tool.get());
-  return tool;
+Report Template<Image>::Page(const std::string& picture) const {
+  Report report = PageOfMatches(name, picture);
+  report.pictures.emplace_back("Template", pattern);
+  return report;
 }
-template PatternTool TeachPattern(const std::string&, const GreyImage&, const Values&);
-template PatternTool TeachPattern(const std::string&, const ColourImage&, const Values&);
+
+// ---- edges --------------------------------------------------------------------------------------
 
 EdgeQuery EdgeQueryOf(const Values& values) {
   EdgeQuery query = {values.Number("min_score"), values.Number("greediness"), {}, {}};
@@ -158,10 +145,84 @@ EdgeQuery EdgeQueryOf(const Values& values) {
   return query;
 }
 
-EdgeTool TeachEdges(const std::string& name, const GreyImage& pattern, const Values& values) {
+struct Edges : Tool {
+  Findings Tell(const Searched& searched) const override;
+  Report Page(const std::string& picture) const override;
+  void Draw(const Searched& searched, int firstRow, Report& report) const override;
+
+  std::string name;  // the template's file
+  GreyImage pattern;
+  EdgeTool tool;
+  EdgeMatch best = {};  // of the last search
+
+ private:
+  enum Layers { kEdges, kOutline, kPlace };
+};
+
+std::unique_ptr<Tool> LoadPart(const Values& values, const Sources& sources) {
+  const std::string name = values.Text("template");
+  auto edges = std::make_unique<Edges>();
+  edges->name = sources.Shown(name);
+  sources.Read(name, edges->pattern);
   const auto strength = values.List<double>("edges");
-  return TeachEdges(name, pattern, strength[0], strength[1]);
+  edges->tool = TeachEdges(edges->name, edges->pattern, strength[0], strength[1]);
+  return edges;
 }
+
+void Locate(const Call& call) {
+  auto& edges = static_cast<Edges&>(*call.tool);
+  edges.best = FindEdges(*call.a.grey, *edges.tool, EdgeQueryOf(call.values));
+  if (!edges.best.found) return;
+  const GeoModelLevel& model = *edges.tool->model;
+  const Pose& pose = edges.best.pose;
+  const double width = model.width, height = model.height;
+  call.result.things.push_back(
+      {.x = pose.x,
+       .y = pose.y,
+       .width = width,
+       .height = height,
+       .angle = pose.degrees,
+       .scale = 1,
+       .score = edges.best.score,
+       .corners = Corners(CentreOf(model, pose), width, height, pose.degrees)});
+}
+
+Findings Edges::Tell(const Searched& searched) const {
+  Findings findings{
+      .key = NameOf(searched.kind),
+      .facts = {{"edge_points", "Edge points of the template", int64_t{tool->model->count}},
+                {"best_score", "Score of the best place", best.score}},
+      .columns = {{"x", "X", 0}, {"y", "Y", 0}, {"angle", "ANGLE"}, {"score", "SCORE", 3}},
+      .rows = {}};
+  for (const Thing& match : searched.things) {
+    findings.rows.push_back(
+        {static_cast<int64_t>(match.x), static_cast<int64_t>(match.y), match.angle, match.score});
+  }
+  return findings;
+}
+
+Report Edges::Page(const std::string& picture) const {
+  Report report{.title = name + " in " + picture};
+  report.layers = {
+      {"Taught edges", Tone::kGreen}, {"Outline", Tone::kCyan}, {"Reference point", Tone::kAmber}};
+  Picture& taught = report.pictures.emplace_back("Template", pattern);
+  const GeoModelLevel& model = *tool->model;
+  const Pose inTemplate = {double(model.referenceX), double(model.referenceY), 0};
+  taught.Dots({kEdges}, EdgePoints(model, inTemplate));
+  taught.Cross({kPlace}, {inTemplate.x, inTemplate.y});
+  return report;
+}
+
+void Edges::Draw(const Searched& searched, int firstRow, Report& report) const {
+  Picture& picture = report.pictures.emplace_back("Picture", *searched.picture.grey);
+  for (const Thing& match : searched.things) {  // one, or none
+    picture.Dots({kEdges, firstRow}, EdgePoints(*tool->model, best.pose));
+    picture.Polygon({kOutline, firstRow}, CornersOf(match));
+    picture.Cross({kPlace, firstRow}, {match.x, match.y});
+  }
+}
+
+// ---- parts by the finder -----------------------------------------------------------------------
 
 finder::FindOptions PartQueryOf(const Values& values) {
   const auto angle = values.List<double>("angle"), scale = values.List<double>("scale");
@@ -185,7 +246,8 @@ finder::FindOptions PartQueryOf(const Values& values) {
   return query;
 }
 
-PartModel ReadPart(const std::string& name, const Values& values, const Sources& sources) {
+PartModel ReadPart(const Values& values, const Sources& sources) {
+  const std::string name = values.Text("template");
   std::optional<finder::Way> way;
   if (values.Has("by")) way = WayNamed(values.Text("by"));
   PartModel part;
@@ -194,7 +256,7 @@ PartModel ReadPart(const std::string& name, const Values& values, const Sources&
     sources.Read(name, pattern);
     part = TeachPart(name, pattern, way.value_or(finder::Way::kEdges));
   } else {
-    part = ReadPart(sources.File(name), way, sources.reading);
+    part = quillon::kit::ReadPart(sources.File(name), way, sources.reading);
   }
   if (part->way == finder::Way::kGrey && values.Text("polarity") == kAnyPolarity) {
     throw Failure("'" + sources.Shown(name) + "' is found by " + kByGray + ": polarity '" +
@@ -203,10 +265,87 @@ PartModel ReadPart(const std::string& name, const Values& values, const Sources&
   return part;
 }
 
+struct Part : Tool {
+  Findings Tell(const Searched& searched) const override;
+  Report Page(const std::string& picture) const override;
+  void Draw(const Searched& searched, int firstRow, Report& report) const override {
+    DrawMatches({.grey = searched.picture.grey}, searched, firstRow, report);
+  }
+
+  std::string name;  // the template's file
+  PartModel model;
+  std::vector<finder::Match> matches;  // of the last search
+};
+
+std::unique_ptr<Tool> LoadModel(const Values& values, const Sources& sources) {
+  auto part = std::make_unique<Part>();
+  part->name = sources.Shown(values.Text("template"));
+  part->model = ReadPart(values, sources);
+  return part;
+}
+
+void Find(const Call& call) {
+  auto& part = static_cast<Part&>(*call.tool);
+  const finder::Model& model = *part.model;
+  part.matches = FindParts(*call.a.grey, model, PartQueryOf(call.values));
+  for (const finder::Match& match : part.matches) {
+    Thing thing = {.x = match.x,
+                   .y = match.y,
+                   .width = model.width * match.scale,
+                   .height = model.height * match.scale,
+                   .angle = match.degrees,
+                   .scale = match.scale,
+                   .score = match.score};
+    for (size_t i = 0; i < 4; ++i) {
+      thing.corners[2 * i] = match.corners[i][0];
+      thing.corners[2 * i + 1] = match.corners[i][1];
+    }
+    call.result.things.push_back(thing);
+  }
+}
+
+Findings Part::Tell(const Searched& searched) const {
+  Findings findings{.key = NameOf(searched.kind),
+                    .facts = {{"by", "Found by", std::string(NameOf(model->way))},
+                              {"levels", "Levels of the template", int64_t{model->levels}}},
+                    .columns = {{"x", "X", 2},
+                                {"y", "Y", 2},
+                                {"angle", "ANGLE", 2},
+                                {"scale", "SCALE", 3},
+                                {"score", "SCORE", 3},
+                                {"visible", "VISIBLE", 2}},
+                    .rows = {}};
+  for (const finder::Match& m : matches) {
+    findings.rows.push_back({m.x, m.y, m.degrees, m.scale, m.score, m.visible});
+  }
+  return findings;
+}
+
+Report Part::Page(const std::string& picture) const {
+  Report report = PageOfMatches(name, picture);
+  GreyImage taught;
+  TaughtPicture(*model, taught);
+  report.pictures.emplace_back("Template", taught);
+  return report;
+}
+
+// ---- the table ----------------------------------------------------------------------------------
+
+Argument Angles() {
+  return Range("angle", -360, 360, "search these angles, clockwise; without: as the template lies")
+      .In("degrees")
+      .Optional();
+}
+
+}  // namespace
+
 std::vector<Operation> MatchingOperations() {
   constexpr const char* kFamily = "matching";
+  constexpr const char* kMatchAdvice =
+      "For parts that touch or are partly covered, and for those that lie at any angle, `quillon "
+      "find` serves better: it needs no level and looks by edges or by grey values.";
   const std::vector<Argument> arguments = {
-      File("template", "the picture to find"),
+      File("template", "the picture to find").ByPlace(),
       Angles(),
       Range("scale", 0.1, 10, "search these sizes, relative to the template").Or("[1, 1]"),
       Number("min_score", 0, 1, "correlation that is a match").Or("0.7"),
@@ -232,7 +371,8 @@ std::vector<Operation> MatchingOperations() {
                    {"IxGetNCCMatchResults", "one match of the last search"},
                    {"IxDestroyNCCModel", "release the tool"}},
        .run = [](const Call& call) { Match(call, *call.a.grey); },
-       .prepare = LoadTemplate<GreyImage>},
+       .prepare = LoadTemplate<GreyImage>,
+       .advice = kMatchAdvice},
       {.name = "match-color",
        .family = kFamily,
        .summary = "places of a template by its colours, the best first",
@@ -242,12 +382,13 @@ std::vector<Operation> MatchingOperations() {
        .exports = {{"IxCreateNCCMatchColorModel", "teach a colour template"},
                    {"IxFindNCCMatchColorModel", "find a colour template"}},
        .run = [](const Call& call) { Match(call, *call.a.colour); },
-       .prepare = LoadTemplate<ColourImage>},
+       .prepare = LoadTemplate<ColourImage>,
+       .advice = kMatchAdvice},
       {.name = "locate",
        .family = kFamily,
        .summary = "the best place of a part by its edges, whatever its brightness and angle",
        .output = Kind::kMatches,
-       .arguments = {File("template", "a picture of the part"), Angles(),
+       .arguments = {File("template", "a picture of the part").ByPlace(), Angles(),
                      Number("min_score", 0, 1, "agreement of the edges that is a match").Or("0.5"),
                      Number("greediness", 0, 0.99,
                             "how early a place is given up: 0 never wrongly, 0.99 fastest")
@@ -259,13 +400,15 @@ std::vector<Operation> MatchingOperations() {
                    {"IxFindGeoMatchModel", "find the taught edges"},
                    {"IxDestroyMatchModel", "release the tool"}},
        .run = Locate,
-       .prepare = LoadPart},
+       .prepare = LoadPart,
+       .advice = "For more than the best place, other sizes, fractions of a pixel, and parts that "
+                 "touch or are partly covered, `quillon find` serves better."},
       {.name = "find",
        .family = kFamily,
        .summary = "every place of a part, turned, touching others or half covered, the best first",
        .output = Kind::kMatches,
        .arguments =
-           {File("template", "a picture of the part, or a model that teach wrote"),
+           {File("template", "a picture of the part, or a model that teach wrote").ByPlace(),
             Choice("by", {kByEdges, kByGray},
                    "look at directions of edges, or at grey values; without: as the model "
                    "was taught, a picture by edges")

@@ -30,28 +30,6 @@ void RequirePicture(Kind kind, PictureView view) {
 
 }  // namespace
 
-const char* NameOf(Kind kind) {
-  switch (kind) {
-    case Kind::kNone:
-      return "nothing";
-    case Kind::kPicture:
-      return "picture";
-    case Kind::kColour:
-      return "colour picture";
-    case Kind::kBlobs:
-      return "blobs";
-    case Kind::kMatches:
-      return "matches";
-    case Kind::kDefects:
-      return "defects";
-  }
-  return "";
-}
-
-std::string WithArticle(Kind kind) {
-  return (IsPicture(kind) ? "a " : "") + std::string(NameOf(kind));
-}
-
 const std::vector<Operation>& Operations() {
   static const std::vector<Operation> operations = [] {
     std::vector<Operation> all;
@@ -94,7 +72,9 @@ Values ReadValues(const Operation& operation, const Json& given) {
 
 ReadyOperation::ReadyOperation(const Operation& operation, Values values, const Sources& sources)
     : operation_(&operation), values_(std::move(values)) {
-  if (operation.prepare) tool_ = Guarded([&] { return operation.prepare(values_, sources); });
+  tool_ = Guarded([&] {
+    return operation.prepare ? operation.prepare(values_, sources) : std::make_unique<Tool>();
+  });
 }
 
 // Where an export does nothing, the result of the image before must not stay.
@@ -110,10 +90,6 @@ void ReadyOperation::Run(PictureView a, PictureView b, Content& result) {
   if (isEmpty) {
     throw Failure("nothing came out; the picture may be too small, or memory short");
   }
-}
-
-std::vector<Detail> ReadyOperation::Details() const {
-  return tool_ ? tool_->Details() : std::vector<Detail>();
 }
 
 }  // namespace quillon::kit

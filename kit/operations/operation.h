@@ -16,45 +16,17 @@
 
 #include "kit/operations/argument.h"
 #include "kit/operations/sources.h"
+#include "kit/operations/things.h"
+#include "kit/operations/tool.h"
 #include "quillon/quillon.h"
 
 namespace quillon::kit {
-
-enum class Kind { kNone, kPicture, kColour, kBlobs, kMatches, kDefects };
-
-// "picture", "colour picture", "blobs", "matches", "defects"
-const char* NameOf(Kind kind);
-// "a picture", "blobs"
-std::string WithArticle(Kind kind);
-inline bool IsPicture(Kind kind) { return kind == Kind::kPicture || kind == Kind::kColour; }
-
-// A blob, a match or a defect, with what can be measured of it; 0 where that does not apply.
-struct Thing {
-  double area = 0, x = 0, y = 0, width = 0, height = 0, angle = 0, scale = 0, score = 0, mean = 0;
-  int left = 0, top = 0, right = 0, bottom = 0;  // the outermost pixels of a blob or a defect
-  std::array<double, 8> corners = {};            // of the turned rectangle, x and y in turn
-  double missing = 0, extra = 0;                 // pixels of a defect
-};
 
 // What an operation makes: a picture, a colour picture, or things.
 struct Content {
   GreyImage picture;
   ColourImage colour;
   std::vector<Thing> things;
-};
-
-// Something that an operation can tell besides its result.
-struct Detail {
-  const char* key;
-  const char* heading;
-  double value;
-};
-
-// What an operation keeps from image to image: a taught template, parameters, scratch memory.
-struct Tool {
-  virtual ~Tool() = default;
-  // Of the last image.
-  virtual std::vector<Detail> Details() const { return {}; }
 };
 
 struct Call {
@@ -84,6 +56,11 @@ struct Operation {
   // Makes the tool, once for each thread.
   std::unique_ptr<Tool> (*prepare)(const Values& values, const Sources& sources) = nullptr;
   bool movesPixels = false;  // positions in the output are not those of the input
+  // A picture that a command can write besides what it found: the option, and what it does.
+  struct {
+    const char *option = nullptr, *summary = nullptr;
+  } aside = {};
+  const char* advice = nullptr;  // the last words of its help
 
   size_t InputCount() const { return inputs[1] == Kind::kNone ? 1 : 2; }
 };
@@ -106,13 +83,15 @@ class ReadyOperation {
   // What `result` held before is released. Throws Failure when nothing comes out.
   void Run(PictureView a, PictureView b, Content& result);
 
-  std::vector<Detail> Details() const;
+  std::vector<Detail> Details() const { return tool_->Details(); }
   const Values& GivenValues() const { return values_; }
+  // What it keeps, for telling more of the last picture than the result holds.
+  const Tool& Kept() const { return *tool_; }
 
  private:
   const Operation* operation_;
   Values values_;
-  std::unique_ptr<Tool> tool_;
+  std::unique_ptr<Tool> tool_;  // a plain one where the operation keeps nothing
 };
 
 // The parts of the table, a family each.

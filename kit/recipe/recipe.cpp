@@ -9,27 +9,6 @@
 
 namespace quillon::kit::recipe {
 
-const std::vector<Quantity>& Quantities() {
-  const std::vector<Kind> things = {Kind::kBlobs, Kind::kMatches, Kind::kDefects};
-  const std::vector<Kind> turned = {Kind::kBlobs, Kind::kMatches};
-  static const std::vector<Quantity> quantities = {
-      {"count", "how many there are", nullptr, things, 0},
-      {"area", "pixels", &Thing::area, {Kind::kBlobs, Kind::kDefects}, 0},
-      {"x", "column of the centre; of an edge-based match, of the reference point", &Thing::x,
-       things, 2},
-      {"y", "row of it", &Thing::y, things, 2},
-      {"width", "width of the turned rectangle, or of a defect's box", &Thing::width, things, 2},
-      {"height", "height of it", &Thing::height, things, 2},
-      {"angle", "degrees", &Thing::angle, turned, 2},
-      {"scale", "size relative to the template", &Thing::scale, {Kind::kMatches}, 3},
-      {"score", "likeness to the template, 1 for the same", &Thing::score, {Kind::kMatches}, 3},
-      {"mean", "mean grey", &Thing::mean, {Kind::kPicture, Kind::kBlobs}, 1},
-      {"missing", "pixels of missing material", &Thing::missing, {Kind::kDefects}, 0},
-      {"extra", "pixels of extra material", &Thing::extra, {Kind::kDefects}, 0},
-  };
-  return quantities;
-}
-
 const std::vector<NamedWhich>& Whiches() {
   static const std::vector<NamedWhich> whiches = {
       {"first", Which::kFirst, "the topmost blob or defect, the best match"},

@@ -45,16 +45,6 @@ struct Step {
   std::function<Values(const std::string& image)> valuesOf = {};
 };
 
-// What can be measured.
-struct Quantity {
-  const char* name;
-  const char* summary;
-  double Thing::*member;     // null: a count, or the mean of a picture
-  std::vector<Kind> inputs;  // what it can be measured of
-  int decimals;              // on pages
-};
-const std::vector<Quantity>& Quantities();
-
 // Which of several things gives the value.
 enum class Which { kFirst, kSmallest, kLargest, kMean, kSum };
 struct NamedWhich {

@@ -1,10 +1,8 @@
 // Pictures with drawings, and their form as an image file. The page's form is in report.cpp.
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <cstdio>
 #include <new>
-#include <numbers>
 
 #include "kit/images/image_files.h"
 #include "kit/report/report.h"
@@ -51,18 +49,6 @@ void Picture::CopyTo(ColourImage& image) const {
 void Picture::Box(Mark mark, double left, double top, double right, double bottom) {
   drawings_.push_back(
       {mark, Drawing::Kind::kBox, {{left - 0.5, top - 0.5}, {right + 0.5, bottom + 0.5}}});
-}
-
-void Picture::TurnedBox(Mark mark, Point centre, double width, double height, double degrees) {
-  const double angle = degrees * std::numbers::pi / 180;
-  const double cosine = std::cos(angle), sine = std::sin(angle);
-  std::array<Point, 4> corners;
-  constexpr double kSides[4][2] = {{-0.5, -0.5}, {0.5, -0.5}, {0.5, 0.5}, {-0.5, 0.5}};
-  for (size_t i = 0; i < 4; ++i) {
-    const double x = kSides[i][0] * width, y = kSides[i][1] * height;
-    corners[i] = {centre.x + x * cosine - y * sine, centre.y + x * sine + y * cosine};
-  }
-  Polygon(mark, corners);
 }
 
 void Picture::Polygon(Mark mark, std::span<const Point> points) {

@@ -61,8 +61,6 @@ class Picture {
 
   // The outline around the pixels left ... right, top ... bottom, which are inside.
   void Box(Mark mark, double left, double top, double right, double bottom);
-  // A rectangle of the size about its centre, turned clockwise as displayed.
-  void TurnedBox(Mark mark, Point centre, double width, double height, double degrees);
   void Polygon(Mark mark, std::span<const Point> points);
   // A dot for each point: edge points, corners.
   void Dots(Mark mark, std::span<const Point> points);

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <set>
 #include <sstream>
 
 #include "cli/host.h"
@@ -141,30 +142,33 @@ TEST(Commands, DamagedPicturesAreRefusedByName) {
   }
 }
 
-// Every exported function is listed, and what is listed is exported and has a command.
+// Every exported function and operation is listed, and what is listed is exported and has a
+// command.
 TEST(Commands, ListNamesEveryExportedFunctionAndCommandsThatExist) {
   const std::string exported = ReadText(InProgramFolder("quillon.def"));
   const std::string help = Quillon({"--help"}).out;
   const auto operations = QuillonJson({"list"})["operations"];
-  const auto isListed = [&](const std::string& name) {
-    return std::any_of(operations.begin(), operations.end(),
-                       [&](const auto& operation) { return operation["operation"] == name; });
-  };
+  std::set<std::string> functions, commands;
+  for (const auto& operation : operations) {
+    const std::string name = operation["operation"], command = operation["command"];
+    if (!name.empty()) functions.insert(name);
+    EXPECT_TRUE(name.empty() || exported.find("\n  " + name) != std::string::npos) << name;
+    if (command == "(for programs)") continue;
+    const std::string first = command.substr(0, command.find(' '));
+    commands.insert(first);
+    EXPECT_NE(help.find("\n  " + first + " "), std::string::npos) << "no command " << first;
+  }
   std::istringstream lines(exported);
   int names = 0;
   for (std::string line; std::getline(lines, line);) {
     if (!line.starts_with("  ") || line.starts_with("  ;")) continue;
     ++names;
     const std::string name = line.substr(2, line.find_first_of(" \r", 2) - 2);
-    EXPECT_TRUE(isListed(name)) << name << " is missing";
+    EXPECT_TRUE(functions.contains(name)) << name << " is missing";
   }
   EXPECT_EQ(names, 117);
-  for (const auto& operation : operations) {
-    const std::string name = operation["operation"], command = operation["command"];
-    EXPECT_NE(exported.find("\n  " + name), std::string::npos) << name << " is not exported";
-    if (command == "(for programs)") continue;
-    const std::string first = command.substr(0, command.find(' '));
-    EXPECT_NE(help.find("\n  " + first + " "), std::string::npos) << "no command " << first;
+  for (const kit::Operation& operation : kit::Operations()) {
+    EXPECT_TRUE(commands.contains(operation.name)) << operation.name << " is missing";
   }
   EXPECT_EQ(QuillonJson({"list", "otsuTHRESHOLD"})["operations"].size(), 1u);
 }

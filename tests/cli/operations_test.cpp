@@ -373,6 +373,41 @@ TEST(Operations, ThatFindThingsGiveWhatTheCommandsPrint) {
   expectThings(4, found, match);
 }
 
+// A row that says no more than its things: what commands print and draw of them.
+TEST(Operations, ThingsAreToldPlainly) {
+  using namespace kit;
+  const Operation operation = {
+      .name = "found",
+      .family = "",
+      .summary = "",
+      .output = Kind::kMatches,
+      .run = [](const Call& call) {
+        call.result.things.push_back(
+            {.x = 3, .y = 4, .score = 0.5, .corners = {1, 2, 5, 2, 5, 6, 1, 6}});
+      }};
+  ReadyOperation ready(operation, {});
+  GreyImage image;
+  Fill(image, 12, 10, Content::kFlat);
+  kit::Content found;
+  ready.Run({.grey = &image}, {}, found);
+  const Searched searched = {"a/b.png", {.grey = &image}, operation.output, found.things};
+  EXPECT_EQ(
+      ToJson(ready.Kept().Tell(searched)).dump(),
+      R"({"matches":[{"n":0,"x":3.0,"y":4.0,"width":0.0,"height":0.0,"angle":0.0,"scale":0.0,)"
+      R"("score":0.5,"left":1.0,"top":2.0,"right":5.0,"bottom":6.0}]})");
+  Report report = ready.Kept().Page(searched.name);
+  EXPECT_EQ(report.title, "What was found in b.png");
+  ready.Kept().Draw(searched, 7, report);
+  ASSERT_EQ(report.pictures.size(), 1u);
+  const std::vector<Drawing>& drawings = report.pictures[0].Drawings();
+  ASSERT_EQ(drawings.size(), report.layers.size());
+  for (size_t i = 0; i < drawings.size(); ++i) {
+    EXPECT_EQ(drawings[i].mark.layer, static_cast<int>(i));
+    EXPECT_EQ(drawings[i].mark.row, 7);
+  }
+  EXPECT_EQ(drawings[0].points.size(), 4u);
+}
+
 TEST(Operations, ARecipeFailsABoardByItsDefects) {
   const Scratch scratch;
   ASSERT_EQ(Quillon({"sample", scratch / "s"}).exitCode, 0);

@@ -17,21 +17,6 @@ struct Options {
   Reading reading;
 };
 
-// A file in grey, and in colour too where that is wanted.
-struct Source {
-  GreyImage grey;
-  ColourImage colour;
-
-  void Read(const std::string& path, Kind kind, const Reading& reading) {
-    ReadImage(path, grey, colour, reading);
-    if (kind != Kind::kColour || colour.bits) return;
-    Reading again = reading;
-    again.note = {};
-    ReadImage(path, colour, again);
-  }
-  PictureView View() const { return {&grey, &colour}; }
-};
-
 void Report(const Operation& operation, const Options& options, const ReadyOperation& ready,
             const Source& before, const Content& after) {
   const std::vector<Detail> details = ready.Details();
@@ -76,20 +61,18 @@ void Run(const Operation& operation, const Options& options, Values values) {
 
 }  // namespace
 
-void AddOperations(Command top) {
-  for (const Operation& operation : Operations()) {
-    if (!IsPicture(operation.output)) continue;
-    auto options = std::make_shared<Options>();
-    const Command command = AddOperation(top, operation);
-    const bool isPair = operation.InputCount() == 2;
-    AddPictureToRead(command, isPair ? "A" : "IN", options->a);
-    if (isPair) AddPictureToRead(command, "B", options->b);
-    AddPictureToWrite(command, "OUT", options->out);
-    AddReadingOptions(command, options->reading);
-    const auto arguments = Arguments::Add(command, operation);
-    AddBeforeAfterOption(command, options->report);
-    command.Runs([&operation, options, arguments] { Run(operation, *options, arguments->Read()); });
-  }
+void AddPictureOperation(Command top, const Operation& operation) {
+  auto options = std::make_shared<Options>();
+  const auto arguments = std::make_shared<Arguments>(operation);
+  const Command command = AddOperation(top, operation);
+  const bool isPair = operation.InputCount() == 2;
+  AddPictureToRead(command, isPair ? "A" : "IN", options->a);
+  if (isPair) AddPictureToRead(command, "B", options->b);
+  AddPictureToWrite(command, "OUT", options->out);
+  AddReadingOptions(command, options->reading);
+  arguments->AddOptions(command);
+  AddBeforeAfterOption(command, options->report);
+  command.Runs([&operation, options, arguments] { Run(operation, *options, arguments->Read()); });
 }
 
 }  // namespace quillon::app

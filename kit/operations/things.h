@@ -1,0 +1,47 @@
+// What operations make, and what they find: the kinds of both, a thing that was found, and what can
+// be measured of things of each kind.
+#pragma once
+
+#include <array>
+#include <string>
+#include <vector>
+
+#include "kit/report/findings.h"
+
+namespace quillon::kit {
+
+enum class Kind { kNone, kPicture, kColour, kBlobs, kMatches, kDefects };
+
+// "picture", "colour picture", "blobs", "matches", "defects"
+const char* NameOf(Kind kind);
+// "a picture", "blobs"
+std::string WithArticle(Kind kind);
+inline bool IsPicture(Kind kind) { return kind == Kind::kPicture || kind == Kind::kColour; }
+// Whether what is found speaks against the picture: it passes where there is none.
+inline bool IsFault(Kind kind) { return kind == Kind::kDefects; }
+
+// A blob, a match or a defect, with what can be measured of it; 0 where that does not apply.
+struct Thing {
+  double area = 0, x = 0, y = 0, width = 0, height = 0, angle = 0, scale = 0, score = 0, mean = 0;
+  int left = 0, top = 0, right = 0, bottom = 0;  // the outermost pixels of a blob or a defect
+  std::array<double, 8> corners = {};            // of the turned rectangle, x and y in turn
+  double missing = 0, extra = 0;                 // pixels of a defect
+};
+
+// What can be measured.
+struct Quantity {
+  const char* name;
+  const char* summary;
+  double Thing::*member;     // null: a count, or the mean of a picture
+  std::vector<Kind> inputs;  // what it can be measured of
+  int decimals;              // on pages
+};
+const std::vector<Quantity>& Quantities();
+
+// All that can be measured of things of these kinds, and the columns and rows that a thing reaches.
+std::vector<Column> ThingColumns(const std::vector<Kind>& kinds);
+
+// What is in these columns for a thing of one of the kinds; nothing where a column does not apply.
+std::vector<Cell> ThingCells(const Thing& thing, Kind kind, const std::vector<Kind>& kinds);
+
+}  // namespace quillon::kit
