@@ -96,7 +96,7 @@ Json ToJson(const kit::Operation& operation) {
 Json Table() {
   Json operations = Json::array(), quantities = Json::array(), whiches = Json::array();
   for (const kit::Operation& operation : kit::Operations()) operations.push_back(ToJson(operation));
-  for (const recipe::Quantity& quantity : recipe::Quantities()) {
+  for (const kit::Quantity& quantity : kit::Quantities()) {
     Json inputs = Json::array();
     for (const kit::Kind kind : quantity.inputs) inputs.push_back(NameOf(kind));
     quantities.push_back({{"name", quantity.name},
