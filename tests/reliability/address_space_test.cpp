@@ -14,6 +14,8 @@
 #include <fstream>
 #endif
 
+#if !defined(QUILLON_SANITIZED) && !defined(_WIN64)  // where all addresses can be taken
+
 namespace quillon::test {
 namespace {
 
@@ -63,9 +65,6 @@ class Exhaustion {
 #endif
 
 TEST(AddressSpace, EveryExportFailsInADefinedWayWithoutAny) {
-#if defined(QUILLON_SANITIZED) || defined(_WIN64)
-  GTEST_SKIP() << "needs an address space that can be filled";
-#endif
   struct Prepared {
     const Export* row;
     std::unique_ptr<Case> one;
@@ -103,3 +102,5 @@ TEST(AddressSpace, EveryExportFailsInADefinedWayWithoutAny) {
 
 }  // namespace
 }  // namespace quillon::test
+
+#endif
