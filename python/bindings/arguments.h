@@ -25,6 +25,8 @@ class Arguments {
   const Array& Out() const { return out_; }
   const kit::Values& Values() const { return values_; }
   const kit::Sources& Sources() const { return sources_; }
+  // When the files of the sources were read.
+  void TellNotes() const { notes_.Tell(); }
 
  private:
   kit::Json Read(const kit::Argument& argument, const py::object& value);
@@ -33,8 +35,9 @@ class Arguments {
   std::vector<Array> images_;
   Array out_ = {py::none()};
   kit::Values values_;
+  Notes notes_;
   // Arrays that stand where a file name could.
-  kit::Sources sources_;
+  kit::Sources sources_ = {"", notes_.Reading()};
   std::deque<Source<unsigned char>> grey_;
   std::deque<Source<RGB_24>> colour_;
 };

@@ -75,6 +75,12 @@ void CopyRow(const PixelView& view, const uint8_t* from, uint8_t* to) {
 
 }  // namespace
 
+void Notes::Tell() const {
+  for (const std::string& note : notes_) {
+    if (PyErr_WarnEx(PyExc_UserWarning, note.c_str(), 1) != 0) throw py::error_already_set();
+  }
+}
+
 void Refuse(const char* name, const std::string& wanted, const std::string& given) {
   throw py::value_error(std::string(name) + ": " + wanted + " is wanted, this is " + given);
 }

@@ -13,7 +13,10 @@
 
 #include <cstdint>
 #include <memory>
+#include <string>
+#include <vector>
 
+#include "kit/images/image_files.h"
 #include "quillon/quillon.h"
 
 namespace quillon::python {
@@ -66,6 +69,20 @@ auto Unlocked(const Work& work) {
   const py::gil_scoped_release release;
   return work();
 }
+
+// What has to be said of files: taken down while they are read, which needs no interpreter lock,
+// and told afterwards.
+class Notes {
+ public:
+  kit::Reading Reading() {
+    return {.note = [this](const std::string& note) { notes_.push_back(note); }};
+  }
+  // A UserWarning each; throws where warnings are errors.
+  void Tell() const;
+
+ private:
+  std::vector<std::string> notes_;
+};
 
 // An array as an image to read, in place where its memory allows.
 template <class Pixel>

@@ -50,6 +50,7 @@ py::object Call(const Signature& signature, const py::tuple& positional, const p
     kit::ReadyOperation(*signature.operation, arguments.Values(), arguments.Sources())
         .Run(views[0], views[1], content);
   });
+  arguments.TellNotes();
   return Delivered(signature.operation->output, content, arguments.Out());
 }
 
@@ -150,9 +151,11 @@ class Prepared {
 
  private:
   kit::ReadyOperation Ready(const Arguments& arguments) const {
-    return Unlocked([&] {
+    auto ready = Unlocked([&] {
       return kit::ReadyOperation(*signature_.operation, arguments.Values(), arguments.Sources());
     });
+    arguments.TellNotes();
+    return ready;
   }
 
   const Signature& signature_;

@@ -48,7 +48,9 @@ class Recipe {
       recipe_ = recipe::ReadRecipe(path);
       if (folder.is_none()) base = std::filesystem::path(path).parent_path().string();
     }
-    inspector_ = Unlocked([&] { return std::make_unique<recipe::Inspector>(recipe_, base); });
+    const kit::Sources sources(base, notes_.Reading());
+    inspector_ = Unlocked([&] { return std::make_unique<recipe::Inspector>(recipe_, sources); });
+    notes_.Tell();
   }
 
   py::tuple Run(const Array& image, bool withPictures) {
@@ -110,6 +112,7 @@ class Recipe {
     return Named("Inspection", NameOf(record.verdict), measurements, failed, objects, pictures);
   }
 
+  Notes notes_;
   recipe::Recipe recipe_;
   std::unique_ptr<recipe::Inspector> inspector_;
   std::mutex mutex_;

@@ -1,6 +1,7 @@
 """Calibration gives the bytes, and the files, of the C exports."""
 
 import ctypes
+import warnings
 
 import numpy as np
 import pytest
@@ -116,3 +117,24 @@ def test_what_is_missing_is_said(tmp_path):
             use()
     lens.build(grid(5, 0), 1e-9, 1e-9, 1, 1)
     assert lens.parameters.corrected_width == 1
+
+
+def test_what_a_file_leaves_open_is_a_warning(tmp_path):
+    """A lens file that does not say for which pictures it was made; a template of 16 bits."""
+    file, template = tmp_path / "lens", tmp_path / "template.pgm"
+    quillon.LensCalibration().build(grid(7, 2e-6), 0.02, 0.02, 10, 10, file)
+    template.write_bytes(b"P5 20 20 65535 " + np.arange(400, dtype=">u2").tobytes())
+    image = picture((160, 200))
+    steps = {"name": "n", "steps": [
+        {"name": "u", "operation": "undistort", "input": "image", "parameters": str(file)}],
+        "measurements": [{"name": "m", "input": "u", "value": "mean"}]}
+    for use, message in [
+            (lambda: quillon.undistort(image, str(file)), "does not say for which size"),
+            (lambda: quillon.Recipe(steps), "does not say for which size"),
+            (lambda: quillon.match(image, str(template)), "template.pgm.*16 bits")]:
+        with pytest.warns(UserWarning, match=message):
+            use()
+        with warnings.catch_warnings():
+            warnings.simplefilter("error")
+            with pytest.raises(UserWarning, match=message):
+                use()
