@@ -109,7 +109,7 @@ void AddCalibration(Command top) {
   addParameters(flatField);
   flatField.AddOption("--target", options->target, "level that the region is brought to")
       .Required()
-      .Within(0, 255);
+      .Within(1, 255);  // level 0 would make black pictures
   flatField
       .AddOption("--region", options->region,
                  "columns and rows to correct, without the ends (default: the whole picture)")

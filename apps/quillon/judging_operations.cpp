@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <map>
 #include <memory>
+#include <set>
 #include <vector>
 
 #include "arguments.h"
@@ -128,6 +129,18 @@ kit::recipe::Recipe RecipeOf(const Operation& operation, const Values& values) {
   return recipe;
 }
 
+// A tested board that is missing is no board that passed.
+void SayIdle(const std::vector<std::string>& boards, const std::vector<std::string>& used,
+             const std::vector<std::string>& tested) {
+  std::set<std::string> idle(boards.begin(), boards.end());
+  for (const auto* paths : {&used, &tested}) {
+    for (const std::string& path : *paths) idle.erase(path);
+  }
+  if (idle.empty()) return;
+  Warn("note: no tested board is there for " + std::to_string(idle.size()) + " of " +
+       std::to_string(boards.size()) + " good ones, the first of them '" + *idle.begin() + "'");
+}
+
 void RunFolders(const Operation& operation, const Options& options, Values values) {
   for (const auto& [name, isGiven] : {std::pair("--report", !options.output.report.empty()),
                                       std::pair("--draw", !options.output.drawn.empty())}) {
@@ -144,12 +157,14 @@ void RunFolders(const Operation& operation, const Options& options, Values value
   const std::vector<std::string> tested = ListImages(options.tested);
   std::map<std::string, std::string> pairs;
   if (arePairs) {
-    const GoodBoards boards(ListImages({good[0]}));
+    const std::vector<std::string> boards = ListImages({good[0]});
+    const GoodBoards byName(boards);
     std::vector<std::string> paired = good;
     for (const std::string& path : tested) {
-      paired.push_back(boards.Of(path));
+      paired.push_back(byName.Of(path));
       pairs[path] = paired.back();
     }
+    SayIdle(boards, paired, tested);
     values.Set(key, std::vector<std::string>(paired.begin() + 1, paired.end()));
   }
   kit::recipe::Recipe recipe = RecipeOf(operation, values);

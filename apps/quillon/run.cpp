@@ -50,14 +50,19 @@ void AddRecipe(Command top) {
       top.Add("recipe", "Check recipes, and what they are made of").Under("recipes");
   command.NeedsSubcommand();
 
-  auto path = std::make_shared<std::string>();
+  struct Options {
+    std::string path;
+    Reading reading;
+  };
+  auto options = std::make_shared<Options>();
   const Command check =
       command.Add("check", "Say all that is wrong with a recipe and what it names");
-  check.AddFileToRead("RECIPE", *path, "recipe to read").Required();
-  check.Runs([path] {
-    const Recipe recipe = ReadRecipe(*path);
-    const Inspector inspector(recipe, FolderOf(*path));
-    std::cout << Visible(*path) << ": " << recipe.steps.size() << " steps, "
+  check.AddFileToRead("RECIPE", options->path, "recipe to read").Required();
+  AddReadingOptions(check, options->reading);
+  check.Runs([options] {
+    const Recipe recipe = ReadRecipe(options->path);
+    const Inspector inspector(recipe, {FolderOf(options->path), options->reading});
+    std::cout << Visible(options->path) << ": " << recipe.steps.size() << " steps, "
               << recipe.measurements.size() << " measurements\n";
   });
 

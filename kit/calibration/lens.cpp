@@ -94,6 +94,15 @@ void RequireOrder(const std::string& file, const std::vector<int>& points, int s
   }
 }
 
+void RequireInPicture(const std::string& file, const std::vector<int>& points, PictureSize size) {
+  for (int i = 0; i < static_cast<int>(points.size() / 2); ++i) {
+    const int x = points[2 * i], y = points[2 * i + 1];
+    if (x >= 0 && x < size.width && y >= 0 && y < size.height) continue;
+    throw Failure("'" + file + "': " + PlaceText(points, i) + " does not lie in the picture of " +
+                  std::to_string(size.width) + " x " + std::to_string(size.height));
+  }
+}
+
 // The cubic of the coefficients at a place relative to the centre, v upwards.
 Point Cubic(const double* const* rows, double u, double v) {
   const double terms[] = {1, u, v, u * u, v * v, u * v, u * v * v, u * u * v, u * u * u, v * v * v};
@@ -156,6 +165,7 @@ LensFit FitLens(const std::string& file, const Grid& grid, const std::string& pa
         "row from the top left");
   }
   RequireOrder(file, points, side);
+  if (grid.size.width > 0) RequireInPicture(file, points, grid.size);
   std::vector<Point> seen;
   for (size_t i = 0; i < points.size(); i += 2) {
     seen.push_back({double(points[i]), double(points[i + 1])});

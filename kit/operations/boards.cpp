@@ -135,6 +135,8 @@ void BoardTool::DrawBox(const Defect& d, int row, int dx, int dy, Picture& pictu
 }  // namespace
 
 std::vector<Operation> BoardOperations() {
+  static const std::string minArea = std::to_string(InspectionRules().minArea),
+                           margin = std::to_string(InspectionRules().margin);
   return {
       {.name = "inspect",
        .family = "boards",
@@ -147,8 +149,12 @@ std::vector<Operation> BoardOperations() {
                   "how far edges may wander; without: learned, 3 pixels from one good board")
                 .In("pixels")
                 .Optional(),
-            Whole("min_area", 1, 1'000'000, "that differ and make a defect").In("pixels").Or("14"),
-            Whole("margin", 0, 1000, "that boxes leave around a defect").In("pixels").Or("8")},
+            Whole("min_area", 1, 1'000'000, "that differ and make a defect")
+                .In("pixels")
+                .Or(minArea.c_str()),
+            Whole("margin", 0, 1000, "that boxes leave around a defect")
+                .In("pixels")
+                .Or(margin.c_str())},
        .run = Inspect,
        .prepare = LoadBoards},
   };

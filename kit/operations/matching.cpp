@@ -1,4 +1,8 @@
 // Parts found by their grey values, colours or edges, by the library and by the finder.
+#include <algorithm>
+#include <optional>
+#include <type_traits>
+
 #include "kit/errors.h"
 #include "kit/operations/operation.h"
 #include "kit/search/edge_search.h"
@@ -43,6 +47,18 @@ void DrawMatches(PictureView view, const Searched& searched, int firstRow, Repor
   }
 }
 
+// A search without a match says so, and how good the best place was where that is known: a match of
+// low score could be taken for a fault of the files otherwise.
+void SayNoMatch(std::optional<double> bestScore, Findings& findings) {
+  findings.facts.push_back({"found", "Matches", int64_t{0}});
+  if (bestScore) findings.facts.push_back({"best_score", "Score of the best place", *bestScore});
+}
+
+template <class Match>
+std::optional<double> ScoreOfBest(const std::vector<Match>& matches) {
+  return matches.empty() ? std::optional<double>() : matches[0].score;
+}
+
 // ---- grey values and colours --------------------------------------------------------------------
 
 PatternQuery PatternQueryOf(const Values& values) {
@@ -76,6 +92,7 @@ struct Template : Tool {
   std::string name;  // its file
   Image pattern;
   PatternTool tool;
+  PatternQuery query;  // of the last search
 };
 
 template <class Image>
@@ -88,11 +105,27 @@ std::unique_ptr<Tool> LoadTemplate(const Values& values, const Sources& sources)
   return taught;
 }
 
+// A template that cannot lie in the picture, turned or not, is no part that is missing.
+template <class Image>
+void RequireRoom(const Image& pattern, const Image& image, const PatternQuery& query) {
+  const double width = pattern.width * query.scale[0], height = pattern.height * query.scale[0];
+  const bool hasRoom = query.angle.empty()
+                           ? width <= image.width && height <= image.height
+                           : std::min(width, height) <= std::min(image.width, image.height);
+  if (hasRoom) return;
+  const auto size = [](const Image& of) {
+    return std::to_string(of.width) + " x " + std::to_string(of.height);
+  };
+  throw Failure("the template, " + size(pattern) + ", is larger than the picture, " + size(image) +
+                ", at the smallest scale of " + Plain(query.scale[0]));
+}
+
 template <class Image>
 void Match(const Call& call, const Image& image) {
-  const auto& taught = static_cast<const Template<Image>&>(*call.tool);
-  const PatternQuery query = PatternQueryOf(call.values);
-  for (const NccResult& match : FindPattern(image, taught.tool.get(), query)) {
+  auto& taught = static_cast<Template<Image>&>(*call.tool);
+  taught.query = PatternQueryOf(call.values);
+  RequireRoom(taught.pattern, image, taught.query);
+  for (const NccResult& match : FindPattern(image, taught.tool.get(), taught.query)) {
     const double width = taught.pattern.width * match.scale;
     const double height = taught.pattern.height * match.scale;
     call.result.things.push_back(
@@ -122,6 +155,16 @@ Findings Template<Image>::Tell(const Searched& searched) const {
                     .rows = {}};
   for (const Thing& match : searched.things) {
     findings.rows.push_back({match.x, match.y, match.angle, match.scale, match.score});
+  }
+  if (!searched.things.empty()) return findings;
+  PatternQuery any = query;
+  any.minScore = 0;
+  any.most = 1;
+  const auto best = [&](const auto& image) { return FindPattern(image, tool.get(), any); };
+  if constexpr (std::is_same_v<Image, GreyImage>) {
+    SayNoMatch(ScoreOfBest(best(*searched.picture.grey)), findings);
+  } else {
+    SayNoMatch(ScoreOfBest(best(*searched.picture.colour)), findings);
   }
   return findings;
 }
@@ -198,6 +241,7 @@ Findings Edges::Tell(const Searched& searched) const {
     findings.rows.push_back(
         {static_cast<int64_t>(match.x), static_cast<int64_t>(match.y), match.angle, match.score});
   }
+  if (searched.things.empty()) SayNoMatch({}, findings);  // the best score stands above
   return findings;
 }
 
@@ -274,7 +318,8 @@ struct Part : Tool {
 
   std::string name;  // the template's file
   PartModel model;
-  std::vector<finder::Match> matches;  // of the last search
+  finder::FindOptions query;  // of the last search, and what it found
+  std::vector<finder::Match> matches;
 };
 
 std::unique_ptr<Tool> LoadModel(const Values& values, const Sources& sources) {
@@ -287,7 +332,8 @@ std::unique_ptr<Tool> LoadModel(const Values& values, const Sources& sources) {
 void Find(const Call& call) {
   auto& part = static_cast<Part&>(*call.tool);
   const finder::Model& model = *part.model;
-  part.matches = FindParts(*call.a.grey, model, PartQueryOf(call.values));
+  part.query = PartQueryOf(call.values);
+  part.matches = FindParts(*call.a.grey, model, part.query);
   for (const finder::Match& match : part.matches) {
     Thing thing = {.x = match.x,
                    .y = match.y,
@@ -318,6 +364,11 @@ Findings Part::Tell(const Searched& searched) const {
   for (const finder::Match& m : matches) {
     findings.rows.push_back({m.x, m.y, m.degrees, m.scale, m.score, m.visible});
   }
+  if (!matches.empty()) return findings;
+  finder::FindOptions any = query;
+  any.minScore = kLeastPartScore;
+  any.maxCount = 1;
+  SayNoMatch(ScoreOfBest(FindParts(*searched.picture.grey, *model, any)), findings);
   return findings;
 }
 
@@ -420,7 +471,7 @@ std::vector<Operation> MatchingOperations() {
             Rectangle("region", finder::kMaxSide,
                       "centres lie in these pixels; without: anywhere in the picture")
                 .Optional(),
-            Number("min_score", 0.1, 1, "agreement that is a match").Or("0.5"),
+            Number("min_score", kLeastPartScore, 1, "agreement that is a match").Or("0.5"),
             Whole("max", 1, 10000, "at most this many, the best").Or("100"),
             Number("overlap", 0, 1,
                    "share of the smaller outline that two matches may have in common")

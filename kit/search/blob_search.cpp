@@ -168,6 +168,10 @@ std::vector<FoundBlob> BlobFinder::Find(const GreyImage& image, const BlobQuery&
   if (query.fillHoles) FillHoles(region_, binary_, 1);
   IxPointToRegion(region_, outline_.data(), static_cast<int>(outline_.size() / 2));
   share_ = LabelAll(region_, image, binary_);
+  if (!query.polygon.empty() && !(share_ > 0)) {
+    throw Failure("the polygon holds no pixel of the picture of " + std::to_string(image.width) +
+                  " x " + std::to_string(image.height));
+  }
   found_ = 0;
   // Where nothing was labelled, the features of the image before would stay.
   if (!IxComputeAllBlobFeature(region_)) return {};

@@ -36,6 +36,8 @@ std::vector<std::string> DoubtsOf(const finder::Model& model);
 // The picture that was taught.
 void TaughtPicture(const finder::Model& model, GreyImage& picture);
 
+constexpr double kLeastPartScore = 0.1;  // that can be asked for
+
 std::vector<finder::Match> FindParts(const GreyImage& image, const finder::Model& model,
                                      const finder::FindOptions& options);
 

@@ -203,6 +203,7 @@ TEST(CalibrationCommands, ErrorsNameWhatIsWrong) {
   const Case cases[] = {
       {"", {"calibrate-flat-field", in, out}, 2, {"--target"}},
       {"", {"calibrate-flat-field", in, out, "--target", "256"}, 2, {"256", "255"}},
+      {"", {"calibrate-flat-field", in, out, "--target", "0"}, 2, {"0 not in range 1"}},
       {"",
        {"calibrate-flat-field", in, out, "--target", "9", "--region", "5", "5", "0", "9"},
        1,
@@ -213,6 +214,10 @@ TEST(CalibrationCommands, ErrorsNameWhatIsWrong) {
       {"1,2\n3;4\n", {"calibrate-lens", csv, out, "--step", "9"}, 1, {"line 2", "3;4"}},
       {"1,2\n3,99999\n", {"calibrate-lens", csv, out, "--step", "9"}, 1, {"99999", "32767"}},
       {"1,2\n", {"calibrate-lens", csv, out, "--step", "0"}, 2, {"--step", "0"}},
+      {"1,1\n9,1\n21,1\n1,4\n9,4\n21,4\n1,9\n9,9\n21,9\n",
+       {"calibrate-lens", csv, out, "--step", "9", "--image", in},
+       1,
+       {"point 3 (21, 1)", "picture of 20 x 10"}},
       {"", {"lab", in, out, "--channel", "hue"}, 2, {"hue"}},
   };
   for (const Case& test : cases) {

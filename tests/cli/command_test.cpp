@@ -66,6 +66,7 @@ TEST(Commands, ErrorsNameWhatIsWrongAndItsLimit) {
       {{"add", in, tiny, out}, 1, {"20 x 10", "2 x 9"}},
       {{"morph-gradient-diamond", tiny, out, "--radius", "1"}, 1, {tiny, "2 x 9", "3 x 3"}},
       {{"dilation-circle", tiny, out, "--radius", "1"}, 1, {tiny, "2 x 9", "3 x 3"}},
+      {{"blobs", in, "--polygon", "30,0", "40,0", "40,9"}, 1, {"no pixel", "20 x 10"}},
       {{"completion", "csh"}, 2, {"csh", "bash"}},
       {{"blobs", missing}, 1, {missing}},
       {{"gray", missing, out}, 1, {missing}},

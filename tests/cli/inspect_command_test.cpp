@@ -213,6 +213,9 @@ TEST_F(InspectCommand, FoldersAreJudgedPairByPair) {
   EXPECT_EQ(judged(Inspect({good + "/d.png", tested, "--json"}))[3], expected[3])
       << "one good board for all";
 
+  EXPECT_EQ(whole.err, "");
+  EXPECT_NE(Inspect({good, tested + "/a.png"}).err.find("for 3 of 4 good ones"), std::string::npos);
+
   const std::string results = out + "/results.jsonl", text = ReadText(results);
   WriteText(results, text.substr(0, text.size() * 2 / 3));
   EXPECT_EQ(Inspect({good, tested, "--json", "--out", out, "--resume"}).out, whole.out);

@@ -272,6 +272,9 @@ TEST(Inspection, PixelsLieInTheirDefects) {
   inspector.Teach(good);
   const auto defects = inspector.Inspect(tested).defects;
   ExpectEach(drawn, defects);
+  GreyImage ground;
+  IxMedianFilter3x3(&tested, &ground);
+  IxOtsuThreshold(&ground);
   for (const Defect& defect : defects) {
     const auto missing = inspector.Pixels(defect, Difference::kMissing);
     const auto extra = inspector.Pixels(defect, Difference::kExtra);
@@ -279,10 +282,10 @@ TEST(Inspection, PixelsLieInTheirDefects) {
     EXPECT_EQ(static_cast<int>(extra.size()), defect.extra);
     // What is missing is ground in the picture, what is extra is material.
     for (const kit::Point& p : missing) {
-      EXPECT_GT(tested.rows[static_cast<int>(p.y)][static_cast<int>(p.x)], 128);
+      EXPECT_EQ(ground.rows[static_cast<int>(p.y)][static_cast<int>(p.x)], 255);
     }
     for (const kit::Point& p : extra) {
-      EXPECT_LT(tested.rows[static_cast<int>(p.y)][static_cast<int>(p.x)], 160);
+      EXPECT_EQ(ground.rows[static_cast<int>(p.y)][static_cast<int>(p.x)], 0);
     }
   }
 }

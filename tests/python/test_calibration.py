@@ -1,7 +1,9 @@
 """Calibration gives the bytes, and the files, of the C exports."""
 
 import ctypes
+import struct
 import warnings
+import zlib
 
 import numpy as np
 import pytest
@@ -121,9 +123,15 @@ def test_what_is_missing_is_said(tmp_path):
 
 def test_what_a_file_leaves_open_is_a_warning(tmp_path):
     """A lens file that does not say for which pictures it was made; a template of 16 bits."""
-    file, template = tmp_path / "lens", tmp_path / "template.pgm"
+    file, template = tmp_path / "lens", tmp_path / "template.png"
     quillon.LensCalibration().build(grid(7, 2e-6), 0.02, 0.02, 10, 10, file)
-    template.write_bytes(b"P5 20 20 65535 " + np.arange(400, dtype=">u2").tobytes())
+
+    def chunk(kind, data):
+        return struct.pack(">I", len(data)) + kind + data + struct.pack(">I", zlib.crc32(kind + data))
+
+    rows = b"".join(b"\0" + np.arange(20 * y, 20 * y + 20, dtype=">u2").tobytes() for y in range(20))
+    template.write_bytes(b"\x89PNG\r\n\x1a\n" + chunk(b"IHDR", struct.pack(">2I5B", 20, 20, 16, 0, 0, 0, 0)) +
+                         chunk(b"IDAT", zlib.compress(rows)) + chunk(b"IEND", b""))
     image = picture((160, 200))
     steps = {"name": "n", "steps": [
         {"name": "u", "operation": "undistort", "input": "image", "parameters": str(file)}],
@@ -131,7 +139,7 @@ def test_what_a_file_leaves_open_is_a_warning(tmp_path):
     for use, message in [
             (lambda: quillon.undistort(image, str(file)), "does not say for which size"),
             (lambda: quillon.Recipe(steps), "does not say for which size"),
-            (lambda: quillon.match(image, str(template)), "template.pgm.*16 bits")]:
+            (lambda: quillon.match(image, str(template)), "template.png.*16-bit samples")]:
         with pytest.warns(UserWarning, match=message):
             use()
         with warnings.catch_warnings():
