@@ -12,7 +12,7 @@ constexpr double kSweepShare = 0.6, kLevelShare = 0.7;
 // By how much a score may grow between a level and full resolution, against that of a better
 // candidate: from level 1, and from the levels above. Noise and detail make it shrink.
 constexpr double kMostGain = 0.2, kMostGainAbove = 0.3;
-// The same from the sweep, whose poses are off, to the level's own.
+// The same from the sweep, whose poses are off.
 constexpr double kMostGainSwept = 0.45;
 
 struct Bounds {
@@ -178,48 +178,49 @@ class Finder {
     return Sweep(task, 256 + 8 * static_cast<size_t>(options_.maxCount), candidates);
   }
 
-  // Down to level 1; a template of a single level is climbed.
+  // Down to level 1; a template of a single level is climbed. Those of the sweep come best first:
+  // when the first ones have grown to what the others cannot reach, these are dropped as they are.
   bool RefineAll(const RefineTask& task, List<Candidate>& candidates) {
-    const auto least = static_cast<float>(kLevelShare * options_.minScore);
-    const bool grey = model_.way == Way::kGrey;
-    const int first = model_.levels == 1 ? 0 : grey ? model_.levels - 1 : model_.levels - 2;
-    const int last = model_.levels == 1 && !grey ? 0 : 1;
-    for (int level = first; level >= last; --level) {
-      if (!RefineLevel(task, level, level == first, candidates)) return false;
-      const size_t most = 48 + 3 * static_cast<size_t>(options_.maxCount);
-      Prune(task, level, least, level == first ? 2 * most : most, candidates);
-      const double reached = ScoreReachedBy(model_, options_, candidates);
-      while (!candidates.empty() &&
-             candidates[candidates.size() - 1].score < reached - kMostGainAbove) {
-        candidates.Shrink(candidates.size() - 1);
-      }
+    const size_t first = 2 + static_cast<size_t>(options_.maxCount) * 5 / 4;
+    if (candidates.size() <= first) return RefineDown(task, 0, candidates);
+    List<Candidate> others;
+    if (!others.Reserve(candidates.size())) return false;
+    for (size_t i = first; i < candidates.size(); ++i) (void)others.Add(candidates[i]);
+    candidates.Shrink(first);
+    if (!RefineDown(task, 0, candidates)) return false;
+    const double reached = ScoreReachedBy(model_, options_, candidates);
+    DropBelow(reached - kMostGainSwept, others);
+    if (!RefineDown(task, reached, others)) return false;
+    for (const Candidate& other : others) {
+      if (!candidates.Add(other)) return false;
     }
+    Prune(task, LastLevel(), LeastOnTheWay(), candidates.size(), candidates);
     return true;
   }
 
-  // Those of the sweep come best first: when the first ones have grown to what the others cannot
-  // reach, these are dropped as they are.
-  bool RefineLevel(const RefineTask& task, int level, bool swept, List<Candidate>& candidates) {
-    const size_t enough = 2 * static_cast<size_t>(options_.maxCount) + 4;
-    for (size_t i = 0; i < candidates.size(); ++i) {
-      Candidate& candidate = candidates[i];
-      if (swept && i == enough) {
-        List<Candidate> refined;
-        if (!refined.Reserve(enough)) return false;
-        for (size_t j = 0; j < enough; ++j) (void)refined.Add(candidates[j]);
-        std::sort(refined.begin(), refined.end(), Better);
-        const double least = ScoreReachedBy(model_, options_, refined) - kMostGainSwept;
-        while (candidates.size() > enough && candidates[candidates.size() - 1].score < least) {
-          candidates.Shrink(candidates.size() - 1);
+  // `reached` is what other candidates have.
+  bool RefineDown(const RefineTask& task, double reached, List<Candidate>& candidates) {
+    const bool grey = model_.way == Way::kGrey;
+    const int first = model_.levels == 1 ? 0 : grey ? model_.levels - 1 : model_.levels - 2;
+    for (int level = first; level >= LastLevel(); --level) {
+      for (Candidate& candidate : candidates) {
+        if (!(grey ? FitByGrey(task, level, candidate) : ClimbByEdges(task, level, candidate))) {
+          return false;
         }
-        if (i == candidates.size()) break;
       }
-      if (!(model_.way == Way::kGrey ? FitByGrey(task, level, candidate)
-                                     : ClimbByEdges(task, level, candidate))) {
-        return false;
-      }
+      const size_t most = 48 + 3 * static_cast<size_t>(options_.maxCount);
+      Prune(task, level, LeastOnTheWay(), level == first ? 2 * most : most, candidates);
+      reached = std::max(reached, ScoreReachedBy(model_, options_, candidates));
+      DropBelow(reached - kMostGainAbove, candidates);
     }
     return true;
+  }
+  int LastLevel() const { return model_.levels == 1 && model_.way == Way::kEdges ? 0 : 1; }
+  float LeastOnTheWay() const { return static_cast<float>(kLevelShare * options_.minScore); }
+
+  // Of a sorted list.
+  static void DropBelow(double score, List<Candidate>& list) {
+    while (!list.empty() && list[list.size() - 1].score < score) list.Shrink(list.size() - 1);
   }
 
   // Fits and rates the candidates at full resolution, best first, until no further one can be among

@@ -190,55 +190,47 @@ void PairRow(const uint8_t* row, uint32_t* out, int count) {
   out[count - 1] = row[count - 1] * 0x10001U;
 }
 
-void CorrelateRow(const uint32_t* pairs, const WeightPair* weights, int weightCount, int count,
-                  int32_t* sums) {
+void CorrelatePart(const TemplatePart& part, const uint32_t* pairs, const int32_t* prefix,
+                   const int32_t* squarePrefix, int count, uint16_t* out) {
   constexpr int kLanes = kVectorBytes / 4, kRegisters = 4;
   static_assert(kLanes * kRegisters <= kSumBlock);
   for (int x = 0; x < count; x += kRegisters * kLanes) {
-    I32<kLanes> sum[kRegisters];
-    for (int r = 0; r < kRegisters; ++r) sum[r] = Load<int32_t, kLanes>(sums + x + r * kLanes);
-    for (int i = 0; i < weightCount; ++i) {
+    I32<kLanes> products[kRegisters] = {};
+    for (int i = 0; i < part.weightCount; ++i) {
       int32_t both;
-      __builtin_memcpy(&both, weights[i].weight, sizeof both);
+      __builtin_memcpy(&both, part.weights[i].weight, sizeof both);
       const auto weight = BitCast<I16<2 * kLanes>>(Splat<int32_t, kLanes>(both));
-      const uint32_t* from = pairs + weights[i].offset + x;
+      const uint32_t* from = pairs + part.weights[i].offset + x;
       for (int r = 0; r < kRegisters; ++r) {
         const auto pixels = BitCast<I16<2 * kLanes>>(Load<uint32_t, kLanes>(from + r * kLanes));
-        sum[r] += DotPairs(pixels, weight);
+        products[r] += DotPairs(pixels, weight);
       }
     }
-    for (int r = 0; r < kRegisters; ++r) Store(sums + x + r * kLanes, sum[r]);
-  }
-}
-
-void AddRun(const int32_t* prefix, const int32_t* squarePrefix, FootprintRun run, int count,
-            int32_t* sums, int32_t* squares) {
-  constexpr int kLanes = kVectorBytes / 4;
-  for (int x = 0; x < count; x += kLanes) {
-    const auto at = [&](const int32_t* from, int dx) {
-      return Load<int32_t, kLanes>(from + x + dx);
+    I32<kLanes> sums[kRegisters] = {}, squares[kRegisters] = {};
+    for (int i = 0; i < part.runCount; ++i) {
+      const FootprintRun run = part.runs[i];
+      for (int r = 0; r < kRegisters; ++r) {
+        const auto over = [&](const int32_t* from) {
+          from += x + r * kLanes;
+          return Load<int32_t, kLanes>(from + run.end) - Load<int32_t, kLanes>(from + run.begin);
+        };
+        sums[r] += over(prefix);
+        squares[r] += over(squarePrefix);
+      }
+    }
+    const auto scores = [&](int r) {
+      const auto sum = Convert<float, kLanes>(sums[r]);
+      const auto variance = Convert<float, kLanes>(squares[r]) - sum * sum * part.share;
+      const auto deviation = Sqrt(Max(variance, Splat<float, kLanes>(part.leastVariance)));
+      const auto score = Convert<float, kLanes>(products[r]) * part.factor / deviation;
+      const auto least = F32<kLanes>{}, most = Splat<float, kLanes>(part.most);
+      return Convert<int32_t, kLanes>(Min(Max(score, least), most));
     };
-    Store(sums + x, at(sums, 0) + at(prefix, run.end) - at(prefix, run.begin));
-    Store(squares + x, at(squares, 0) + at(squarePrefix, run.end) - at(squarePrefix, run.begin));
-  }
-}
-
-void NormaliseRow(const int32_t* products, const int32_t* sums, const int32_t* squares,
-                  float factor, int pixels, float leastVariance, int count, uint16_t* out) {
-  constexpr int kLanes = kVectorBytes / 4;
-  const auto floats = [](const int32_t* from) {
-    return Convert<float, kLanes>(Load<int32_t, kLanes>(from));
-  };
-  const float share = 1.0F / static_cast<float>(pixels);
-  const auto block = [&](int x) {
-    const auto sum = floats(sums + x);
-    const auto variance = floats(squares + x) - sum * sum * share;
-    const auto deviation = Sqrt(Max(variance, Splat<float, kLanes>(leastVariance)));
-    const auto score = Max(floats(products + x) * factor / deviation, F32<kLanes>{});
-    return Convert<int32_t, kLanes>(Min(score, Splat<float, kLanes>(1000)));
-  };
-  for (int x = 0; x < count; x += 2 * kLanes) {
-    Store(out + x, PackLanes(block(x), block(x + kLanes)));
+    for (int r = 0; r < kRegisters; r += 2) {
+      uint16_t* to = out + x + r * kLanes;
+      const auto added = BitCast<U16<2 * kLanes>>(PackLanes(scores(r), scores(r + 1)));
+      Store(to, Load<uint16_t, 2 * kLanes>(to) + added);
+    }
   }
 }
 
@@ -383,9 +375,7 @@ const FinderKernels search = {.level = QUILLON_TEXT(QUILLON_LEVEL),
                               .SumRow = SumRow,
                               .NextPeak = NextPeak,
                               .PairRow = PairRow,
-                              .CorrelateRow = CorrelateRow,
-                              .NormaliseRow = NormaliseRow,
-                              .AddRun = AddRun,
+                              .CorrelatePart = CorrelatePart,
                               .SamplePoints = SamplePoints,
                               .CorrelatePoints = CorrelatePoints};
 

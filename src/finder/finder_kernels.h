@@ -18,15 +18,22 @@ struct Gradient16 {
   int16_t x, y;  // 3 x 3 Sobel sums
 };
 
-// A row of a rotated template: weights for pairs of neighbouring pixels.
+// A part of a turned template: weights for pairs of neighbouring pixels, and runs of pixels that it
+// covers, [begin, end). Offsets count from the position's pixel, over rows.
 struct WeightPair {
-  int32_t offset;  // of the pair, from the position's pixel
+  int32_t offset;
   int16_t weight[2];
 };
-
-// A row of a rotated template's footprint: the pixels [begin, end) from the position's.
 struct FootprintRun {
   int32_t begin, end;
+};
+struct TemplatePart {
+  const WeightPair* weights;
+  const FootprintRun* runs;
+  int weightCount, runCount;
+  // What is added for sums of products c, of pixels s and of their squares q:
+  // factor c / sqrt(max(q - share s^2, leastVariance)), from 0 to `most`.
+  float factor, most, share, leastVariance;
 };
 
 // Points of a template, column by column: where they are from its centre, their grey values, and
@@ -73,18 +80,11 @@ struct FinderKernels {
   // out[x] = (row[x], row[x + 1]); the last pair's second is the last pixel again.
   void (*PairRow)(const uint8_t* row, uint32_t* out, int count);
 
-  // sums[x] += weight . pairs[x + offset] of each pair. Goes up to kSumBlock - 1 columns beyond
-  // count.
-  void (*CorrelateRow)(const uint32_t* pairs, const WeightPair* weights, int weightCount, int count,
-                       int32_t* sums);
-
-  // out[x] = 1000 c / sqrt(n q - s^2) for c > 0, else 0; s = sums, q = squares, c = products /
-  // unit.
-  void (*NormaliseRow)(const int32_t* products, const int32_t* sums, const int32_t* squares,
-                       float factor, int pixels, float leastVariance, int count, uint16_t* out);
-  // sums[x] += above[x + end] - above[x + begin], of both tables of prefix sums.
-  void (*AddRun)(const int32_t* prefix, const int32_t* squarePrefix, FootprintRun run, int count,
-                 int32_t* sums, int32_t* squares);
+  // out[x] += what TemplatePart says, rounded down, at each position. `pairs` is made by PairRow;
+  // the prefix sums are those of pixels and of their squares. Goes up to kSumBlock - 1 columns
+  // beyond count.
+  void (*CorrelatePart)(const TemplatePart& part, const uint32_t* pairs, const int32_t* prefix,
+                        const int32_t* squarePrefix, int count, uint16_t* out);
 
   // What the picture shows at each of `count` points, less `middle`: between pixels linearly, or by
   // cubic convolution (R. G. Keys, "Cubic convolution interpolation for digital image processing",

@@ -18,7 +18,7 @@ float SlopeOf(const uint8_t* at, ptrdiff_t back, ptrdiff_t ahead) {
 bool GreyPoints::Make(const uint8_t* pixels, ptrdiff_t stride, const LevelMask& mask,
                       double centreX, double centreY, int step, int side) {
   const int width = mask.Width(), height = mask.Height();
-  grid_ = CellGrid(width, height, side * step);
+  grid_ = CellGrid::Of(width, height, side * step);
   halfWidth_ = std::max(centreX, width - 1 - centreX);
   halfHeight_ = std::max(centreY, height - 1 - centreY);
   radius_ = std::max(1.0, std::sqrt(halfWidth_ * halfWidth_ + halfHeight_ * halfHeight_));

@@ -19,14 +19,20 @@ struct CellGrid {
   double left = 0, top = 0, perU = 1, perV = 1;
 
   CellGrid() = default;
-  // Cells of at least `side` pixels a side.
-  CellGrid(double width, double height, double side)
-      : across(std::clamp(static_cast<int>(width / side), 1, kMostCells)),
-        down(std::clamp(static_cast<int>(height / side), 1, kMostCells)),
+  CellGrid(double width, double height, int columns, int rows)
+      : across(columns),
+        down(rows),
         left(-width / 2),
         top(-height / 2),
         perU(across / width),
         perV(down / height) {}
+  // Cells of at least `side` pixels a side.
+  static CellGrid Of(double width, double height, double side) {
+    const auto cells = [side](double length) {
+      return std::clamp(static_cast<int>(length / side), 1, kMostCells);
+    };
+    return {width, height, cells(width), cells(height)};
+  }
   int Count() const { return across * down; }
   // Of a place from the template's centre.
   int At(double u, double v) const {

@@ -111,8 +111,11 @@ class GreyFit {
       const double correlation = mean.Add(cell.count, cell.contrast, moments);
       // Cells that are covered pull a fit away; even ones tell nothing, but hold gain and offset.
       constexpr double kLeastBelief = 0.02, kEvenBelief = 0.2;
-      const double agrees = std::max(correlation, 0.0);
-      belief_[i] = correlation == CellMean::kEven ? kEvenBelief : kLeastBelief + agrees * agrees;
+      // At full resolution the more so: the pose is nearly right.
+      const double agrees = std::max(correlation, 0.0), trust = agrees * agrees;
+      belief_[i] = correlation == CellMean::kEven
+                       ? kEvenBelief
+                       : kLeastBelief + (level_ == 0 ? trust * trust : trust);
     }
     score = mean.Mean().score;
     return true;
@@ -271,7 +274,7 @@ bool FitIn(GreyFit& fit, int mostSteps, double arrived, Candidate& best) {
 
 bool FitByGrey(const RefineTask& task, int level, Candidate& candidate) {
   // From the level above, a match is less than a pixel away.
-  const int steps = level == 0 || level == task.model.levels - 1 ? 3 : 2;
+  const int steps = 8;
   GreyFit coarse(task, level, task.model.level[level].grey, false);
   if (!FitIn(coarse, steps, level == 0 ? 0.05 : 0.02, candidate)) return false;
   if (level > 0 || candidate.score < task.least) return true;
@@ -298,7 +301,7 @@ bool FitByGrey(const RefineTask& task, int level, Candidate& candidate) {
 bool RateByGrey(const RefineTask& task, const Pose& pose, Rating& rating) {
   const Model& model = task.model;
   const Placement place = PlacementOf(pose, 0);
-  const CellGrid grid(model.width, model.height, kRatedCell);
+  const CellGrid grid = CellGrid::Of(model.width, model.height, kRatedCell);
   const LinearPicture picture(task.planes, 0);
   Moments cells[kMostCells * kMostCells], all[kMostCells * kMostCells];
   const double centreX = (model.width - 1) / 2.0, centreY = (model.height - 1) / 2.0;

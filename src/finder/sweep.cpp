@@ -180,11 +180,16 @@ class EdgeSweep {
 // ---- by grey values -----------------------------------------------------------------------------
 
 // A template turned and scaled: what each pixel of the level would show, where the template covers
-// it.
+// it, and to which of its parts the pixel belongs.
 struct TurnedTemplate {
   int left, top, width, height;  // around the centre's pixel
   Buffer<float> values;          // below 0: not covered
+  Buffer<uint8_t> parts;
 };
+
+// The template is correlated in parts, of which each takes its share of the score and no more: what
+// covers one of them leaves the others.
+constexpr int kSweepParts = 4;
 
 class GreySweep {
  public:
@@ -200,13 +205,8 @@ class GreySweep {
     pairs_ = Buffer<uint32_t>(size);
     prefix_ = Buffer<int32_t>(size);
     squarePrefix_ = Buffer<int32_t>(size);
-    products_ = Buffer<int32_t>(width_ + kSumBlock);
-    sums_ = Buffer<int32_t>(width_ + kSumBlock);
-    squares_ = Buffer<int32_t>(width_ + kSumBlock);
     Buffer<uint8_t> padded(stride_);
-    if (!pairs_ || !prefix_ || !squarePrefix_ || !products_ || !sums_ || !squares_ || !padded) {
-      return false;
-    }
+    if (!pairs_ || !prefix_ || !squarePrefix_ || !padded) return false;
     // Around the picture its border goes on: a template that reaches over it still has its
     // contrast.
     for (int y = 0; y < height_ + 2 * margin_; ++y) {
@@ -232,23 +232,22 @@ class GreySweep {
 
  private:
   bool Turn(const Pose& pose, TurnedTemplate& turned) const;
-  bool MakeRows(const TurnedTemplate& turned);
+  bool MakePart(const TurnedTemplate& turned, int number);
 
-  struct Row {
-    int dy;
-    FootprintRun run;
-    int firstWeight, weights;
+  struct Part {
+    size_t firstWeight = 0, weights = 0, firstRun = 0, runs = 0;
+    double norm = 0;  // of the weights
+    int pixels = 0;   // 0: even, or hardly there
+    double contrast = 0;
   };
 
   const SweepTask* task_ = nullptr;
   int level_ = 0, width_ = 0, height_ = 0, margin_ = 0, stride_ = 0;
   Buffer<uint32_t> pairs_;
   Buffer<int32_t> prefix_, squarePrefix_;
-  Buffer<int32_t> products_, sums_, squares_;
-  List<Row> rows_;
+  List<FootprintRun> runs_;
   List<WeightPair> weights_;
-  float factor_ = 0;  // of a sum of products, to be divided by the picture's deviation
-  int pixels_ = 0;
+  Part parts_[kSweepParts];
 };
 
 // What a pixel shows is the mean of 4 x 4 samples of the turned template; it is covered where the
@@ -270,9 +269,15 @@ bool GreySweep::Turn(const Pose& pose, TurnedTemplate& turned) const {
   turned.top = -reachY;
   turned.width = 2 * reachX + 1;
   turned.height = 2 * reachY + 1;
-  turned.values = Buffer<float>(static_cast<size_t>(turned.width) * turned.height);
-  if (!turned.values) return false;
+  const size_t area = static_cast<size_t>(turned.width) * turned.height;
+  turned.values = Buffer<float>(area);
+  turned.parts = Buffer<uint8_t>(area);
+  if (!turned.values || !turned.parts) return false;
+  // Four in a row of a long template, else quarters.
+  const int across = model.width >= 2 * model.height ? 4 : model.height >= 2 * model.width ? 1 : 2;
+  const CellGrid grid(model.width, model.height, across, kSweepParts / across);
   float* out = turned.values.data();
+  uint8_t* part = turned.parts.data();
   for (int y = -reachY; y <= reachY; ++y) {
     for (int x = -reachX; x <= reachX; ++x) {
       int sum = 0, count = 0;
@@ -289,94 +294,102 @@ bool GreySweep::Turn(const Pose& pose, TurnedTemplate& turned) const {
         ++count;
       }
       *out++ = count >= kEnough ? static_cast<float>(sum) / static_cast<float>(count) : -1.0F;
+      *part++ = static_cast<uint8_t>(grid.At(a * x + b * y, a * y - b * x));
     }
   }
   return true;
 }
 
 // Weights of zero mean, in runs of covered pixels.
-bool GreySweep::MakeRows(const TurnedTemplate& turned) {
-  rows_.Clear();
-  weights_.Clear();
-  pixels_ = 0;
+bool GreySweep::MakePart(const TurnedTemplate& turned, int number) {
+  Part& part = parts_[number];
+  part = {weights_.size(), 0, runs_.size(), 0, 0, 0, 0};
+  const auto has = [&](size_t at) { return turned.parts[at] == number && turned.values[at] >= 0; };
   double sum = 0, largest = 0;
-  for (const float value : turned.values) {
-    if (value >= 0) sum += value, ++pixels_;
+  int pixels = 0;
+  for (size_t i = 0; i < turned.values.size(); ++i) {
+    if (has(i)) sum += turned.values[i], ++pixels;
   }
-  if (pixels_ < 4) return true;
-  const double mean = sum / pixels_;
-  for (const float value : turned.values) {
-    if (value >= 0) largest = std::max(largest, std::abs(value - mean));
+  if (pixels < 4) return true;
+  const double mean = sum / pixels;
+  for (size_t i = 0; i < turned.values.size(); ++i) {
+    if (has(i)) largest = std::max(largest, std::abs(turned.values[i] - mean));
   }
-  if (largest < 0.5) {
-    pixels_ = 0;
-    return true;
-  }
+  if (largest < 0.5) return true;
   const double unit = 500 / largest;
   double squares = 0, total = 0;
   for (int y = 0; y < turned.height; ++y) {
-    const float* row = &turned.values[static_cast<size_t>(y) * turned.width];
+    const size_t first = static_cast<size_t>(y) * turned.width;
+    const float* row = &turned.values[first];
     for (int x = 0; x < turned.width;) {
-      if (row[x] < 0) {
+      if (!has(first + x)) {
         ++x;
         continue;
       }
       int end = x;
-      while (end < turned.width && row[end] >= 0) ++end;
-      Row made = {turned.top + y,
-                  {turned.left + x, turned.left + end},
-                  static_cast<int>(weights_.size()),
-                  0};
+      while (end < turned.width && has(first + end)) ++end;
+      const int place = (turned.top + y) * stride_ + turned.left;
+      if (!runs_.Add({place + x, place + end})) return false;
       for (; x < end; x += 2) {
-        WeightPair pair = {turned.left + x, {0, 0}};
+        WeightPair pair = {place + x, {0, 0}};
         for (int i = 0; i < 2 && x + i < end; ++i) {
           pair.weight[i] = static_cast<int16_t>(Nearest((row[x + i] - mean) * unit));
           squares += pair.weight[i] * pair.weight[i];
           total += pair.weight[i];
         }
         if (!weights_.Add(pair)) return false;
-        ++made.weights;
       }
       x = end;
-      if (!rows_.Add(made)) return false;
     }
   }
   // Rounding leaves a small mean; the picture's own, about half of white, would count with it.
   const int excess = static_cast<int>(total);
   const int step = excess > 0 ? -1 : 1;
   int left = std::abs(excess);
-  for (size_t i = 0; left > 0 && i < weights_.size(); ++i, --left) {
+  for (size_t i = part.firstWeight; left > 0 && i < weights_.size(); ++i, --left) {
     weights_[i].weight[0] = static_cast<int16_t>(weights_[i].weight[0] + step);
   }
-  factor_ = static_cast<float>(1000 / std::sqrt(squares));
+  part.weights = weights_.size() - part.firstWeight;
+  part.runs = runs_.size() - part.firstRun;
+  part.norm = std::sqrt(squares);
+  part.pixels = pixels;
+  part.contrast = std::sqrt(squares * pixels) / unit;
   return true;
 }
 
 bool GreySweep::Fill(const Pose& pose, ScoreMap& map) {
   TurnedTemplate turned;
-  if (!Turn(pose, turned) || !MakeRows(turned)) return false;
-  if (pixels_ == 0) {
-    std::fill(map.scores.begin(), map.scores.end(), uint16_t{0});
-    return true;
+  if (!Turn(pose, turned)) return false;
+  runs_.Clear();
+  weights_.Clear();
+  double contrast = 0;
+  for (int i = 0; i < kSweepParts; ++i) {
+    if (!MakePart(turned, i)) return false;
+    contrast += parts_[i].contrast;
   }
-  const FinderKernels& kernels = task_->kernels;
+  TemplatePart parts[kSweepParts];
+  int count = 0;
+  for (const Part& part : parts_) {
+    if (part.pixels == 0) continue;
+    const auto pixels = static_cast<float>(part.pixels);
+    const double most = 1000 * part.contrast / contrast;
+    parts[count++] = {.weights = weights_.data() + part.firstWeight,
+                      .runs = runs_.data() + part.firstRun,
+                      .weightCount = static_cast<int>(part.weights),
+                      .runCount = static_cast<int>(part.runs),
+                      .factor = static_cast<float>(most / part.norm),
+                      .most = static_cast<float>(most),
+                      .share = 1 / pixels,
+                      .leastVariance = pixels};  // one grey value
+  }
+  std::memset(map.scores.data(), 0, map.scores.size() * sizeof(uint16_t));
   for (int y = 0; y < map.height; ++y) {
-    const size_t room = products_.size() * sizeof(int32_t);
-    std::memset(products_.data(), 0, room);
-    std::memset(sums_.data(), 0, room);
-    std::memset(squares_.data(), 0, room);
-    for (const Row& row : rows_) {
-      const size_t at = static_cast<size_t>(task_->top + y + row.dy + margin_) * stride_ +
-                        static_cast<size_t>(task_->left + margin_);
-      kernels.CorrelateRow(&pairs_[at], weights_.data() + row.firstWeight, row.weights, map.width,
-                           products_.data());
-      kernels.AddRun(&prefix_[at], &squarePrefix_[at], row.run, map.width, sums_.data(),
-                     squares_.data());
+    const size_t at = static_cast<size_t>(task_->top + y + margin_) * stride_ +
+                      static_cast<size_t>(task_->left + margin_);
+    for (int i = 0; i < count; ++i) {
+      task_->kernels.CorrelatePart(parts[i], &pairs_[at], &prefix_[at], &squarePrefix_[at],
+                                   map.width, &map.scores[static_cast<size_t>(y) * map.stride]);
     }
-    const auto leastVariance = static_cast<float>(pixels_);  // one grey value
-    kernels.NormaliseRow(products_.data(), sums_.data(), squares_.data(), factor_, pixels_,
-                         leastVariance, map.width,
-                         &map.scores[static_cast<size_t>(y) * map.stride]);
   }
   return true;
 }

@@ -95,32 +95,29 @@ TEST(FinderKernels, AreTheirDefinitions) {
       std::vector<uint32_t> pairs(width + kSlack);
       kernels->PairRow(a.data(), pairs.data(), width + kSlack);
       const WeightPair weights[] = {{0, {3, -500}}, {5, {499, 0}}, {17, {-1, 77}}};
-      std::vector<int32_t> products(width + kSlack, 11), lineSums(width + kSlack),
-          squares(width + kSlack);
-      kernels->CorrelateRow(pairs.data(), weights, 3, width, products.data());
+      const FootprintRun runs[] = {{2, 9}, {11, 12}};
+      const TemplatePart part = {weights, runs, 3, 2, 0.01F, 700, 1.0F / 8, 8};
       std::vector<int32_t> prefix(width + kSlack + 1), squarePrefix(width + kSlack + 1);
       for (int x = 0; x < width + kSlack - 1; ++x) {
         prefix[x + 1] = prefix[x] + a[x];
         squarePrefix[x + 1] = squarePrefix[x] + a[x] * a[x];
       }
-      kernels->AddRun(prefix.data(), squarePrefix.data(), {2, 9}, width, lineSums.data(),
-                      squares.data());
-      std::vector<uint16_t> scores(width + kSlack);
-      kernels->NormaliseRow(products.data(), lineSums.data(), squares.data(), 0.01F, 7, 7, width,
-                            scores.data());
+      std::vector<uint16_t> scores(width + kSlack, 5);
+      kernels->CorrelatePart(part, pairs.data(), prefix.data(), squarePrefix.data(), width,
+                             scores.data());
       for (int x = 0; x < width; ++x) {
-        int product = 11, sum = 0, square = 0;
+        int product = 0, sum = 0, square = 0;
         for (const WeightPair& w : weights) {
           product += w.weight[0] * a[x + w.offset] + w.weight[1] * a[x + w.offset + 1];
         }
-        for (int i = 2; i < 9; ++i) sum += a[x + i], square += a[x + i] * a[x + i];
-        ASSERT_EQ(products[x], product) << x;
-        ASSERT_TRUE(lineSums[x] == sum && squares[x] == square) << x;
+        for (const FootprintRun& run : runs) {
+          for (int i = run.begin; i < run.end; ++i) sum += a[x + i], square += a[x + i] * a[x + i];
+        }
         const auto s = static_cast<float>(sum);
-        const float variance = static_cast<float>(square) - s * s * (1.0F / 7);
+        const float variance = static_cast<float>(square) - s * s * (1.0F / 8);
         const float score =
-            static_cast<float>(product) * 0.01F / std::sqrt(std::max(variance, 7.0F));
-        ASSERT_EQ(scores[x], static_cast<int>(std::clamp(score, 0.0F, 1000.0F))) << x;
+            static_cast<float>(product) * 0.01F / std::sqrt(std::max(variance, 8.0F));
+        ASSERT_EQ(scores[x], 5 + static_cast<int>(std::clamp(score, 0.0F, 700.0F))) << x;
       }
     }
   }
