@@ -11,59 +11,9 @@ namespace {
 using kit::Argument;
 using kit::Json;
 
-// A parameter may be given by its place, unless it comes after all that may.
-struct Parameters {
-  std::string function;
-  std::vector<std::string> names = {};
-  size_t placed = 0;    // how many of them may be given by their place
-  size_t required = 0;  // the first ones
-};
-
-std::string Quoted(const std::string& name) { return "'" + name + "'"; }
-
-// What is given for each parameter, null for nothing.
-std::vector<py::object> Bind(const Parameters& parameters, const py::tuple& positional,
-                             const py::dict& named) {
-  const auto refuse = [&](const std::string& what) {
-    throw py::type_error(parameters.function + "() " + what);
-  };
-  const auto& names = parameters.names;
-  std::vector<py::object> bound(names.size());
-  if (positional.size() > parameters.placed) {
-    refuse("takes " + std::to_string(parameters.placed) + " positional arguments, but " +
-           std::to_string(positional.size()) + " were given");
-  }
-  for (size_t i = 0; i < positional.size(); ++i) bound[i] = positional[i];
-  for (const auto& [key, value] : named) {
-    const auto name = key.cast<std::string>();
-    const auto found = std::find(names.begin(), names.end(), name);
-    if (found == names.end()) refuse("got an unexpected keyword argument " + Quoted(name));
-    py::object& slot = bound[static_cast<size_t>(found - names.begin())];
-    if (slot) refuse("got multiple values for argument " + Quoted(name));
-    slot = py::reinterpret_borrow<py::object>(value);
-  }
-  for (size_t i = 0; i < parameters.required; ++i) {
-    if (!bound[i]) refuse("is missing the argument " + Quoted(names[i]));
-  }
-  return bound;
-}
-
 bool IsSequence(const py::object& value) {
   return PySequence_Check(value.ptr()) && !py::isinstance<py::str>(value) &&
          !py::isinstance<py::bytes>(value) && !py::isinstance<py::dict>(value);
-}
-
-// A value as a message shows it, on one line.
-std::string Shown(const py::object& value) {
-  constexpr size_t kMost = 60;
-  if (py::isinstance<py::array>(value)) {
-    const auto array = py::reinterpret_borrow<py::array>(value);
-    return "an array of shape " + py::str(array.attr("shape")).cast<std::string>() + " of " +
-           py::str(array.dtype()).cast<std::string>();
-  }
-  auto text = py::module_::import("builtins").attr("ascii")(value).cast<std::string>();
-  std::replace(text.begin(), text.end(), '\n', ' ');
-  return text.size() > kMost ? text.substr(0, kMost) + "..." : text;
 }
 
 [[noreturn]] void RefuseType(const Argument& argument, const py::object& value) {
@@ -173,34 +123,16 @@ Json Arguments::Read(const Argument& argument, const py::object& value) {
   return {};
 }
 
-Arguments::Arguments(const Signature& signature, Images images, const py::tuple& positional,
-                     const py::dict& named) {
-  Parameters parameters = {.function = signature.name, .names = {}};
-  if (images == Images::kTaken) {
-    parameters.names.assign(signature.images.begin(), signature.images.end());
-  }
-  const size_t imageCount = parameters.names.size();
-  for (const Argument* argument : signature.arguments)
-    parameters.names.emplace_back(argument->name);
-  parameters.required = imageCount + static_cast<size_t>(std::count_if(
-                                         signature.arguments.begin(), signature.arguments.end(),
-                                         [](const Argument* row) { return row->IsRequired(); }));
-  parameters.placed = signature.MakesPicture() ? parameters.names.size() : parameters.required;
-  const bool hasOut = images == Images::kTaken && signature.MakesPicture();
-  if (hasOut) parameters.names.emplace_back("out");
-
-  const std::vector<py::object> bound = Bind(parameters, positional, named);
-  for (size_t i = 0; i < imageCount; ++i) images_.push_back({bound[i]});
-  if (hasOut && bound.back()) out_ = {bound.back()};
+Arguments::Arguments(const kit::Operation& operation, const py::dict& values) {
   Json given = Json::object();
-  for (size_t i = 0; i < signature.arguments.size(); ++i) {
-    const Argument& argument = *signature.arguments[i];
-    const py::object& value = bound[imageCount + i];
-    const bool isLeftOut =
-        !argument.IsRequired() && !argument.HasDefault() && value && value.is_none();
-    if (!value || isLeftOut) continue;
+  for (const Argument& argument : operation.arguments) {
+    if (!values.contains(argument.name)) continue;
+    const py::object value = values[argument.name];
+    if (!argument.IsRequired() && !argument.HasDefault() && value.is_none()) continue;
     Json read = Read(argument, value);
     if (read.is_null()) RefuseType(argument, value);
+    // A default that stands for nothing given goes together with what excludes it.
+    if (argument.HasDefault() && read == Json::parse(argument.otherwise)) continue;
     if (!argument.Fits(read)) Refuse(argument.name, argument.Expected(), Shown(value));
     const std::string problem = argument.Contradiction(read);
     if (!problem.empty()) {
@@ -208,19 +140,7 @@ Arguments::Arguments(const Signature& signature, Images images, const py::tuple&
     }
     given[argument.name] = std::move(read);
   }
-  values_ = kit::ReadValues(*signature.operation, given);
-}
-
-void BindImages(const Signature& signature, const py::tuple& positional, const py::dict& named,
-                std::vector<Array>& images, Array& out) {
-  Parameters parameters = {.function = signature.name,
-                           .names = {signature.images.begin(), signature.images.end()},
-                           .placed = signature.images.size(),
-                           .required = signature.images.size()};
-  if (signature.MakesPicture()) parameters.names.emplace_back("out");
-  const std::vector<py::object> bound = Bind(parameters, positional, named);
-  for (size_t i = 0; i < parameters.required; ++i) images.push_back({bound[i]});
-  if (signature.MakesPicture() && bound.back()) out = {bound.back()};
+  values_ = kit::ReadValues(operation, given);
 }
 
 }  // namespace quillon::python

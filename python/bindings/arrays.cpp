@@ -1,5 +1,6 @@
 #include "arrays.h"
 
+#include <algorithm>
 #include <climits>
 #include <cstring>
 #include <new>
@@ -75,14 +76,27 @@ void CopyRow(const PixelView& view, const uint8_t* from, uint8_t* to) {
 
 }  // namespace
 
-void Notes::Tell() const {
+void Notes::Tell() {
+  isTold_ = true;
   for (const std::string& note : notes_) {
-    if (PyErr_WarnEx(PyExc_UserWarning, note.c_str(), 1) != 0) throw py::error_already_set();
+    if (PyErr_WarnEx(PyExc_UserWarning, note.c_str(), 2) != 0) throw py::error_already_set();
   }
 }
 
 void Refuse(const char* name, const std::string& wanted, const std::string& given) {
   throw py::value_error(std::string(name) + ": " + wanted + " is wanted, this is " + given);
+}
+
+std::string Shown(const py::object& value) {
+  constexpr size_t kMost = 60;
+  if (py::isinstance<py::array>(value)) {
+    const auto array = py::reinterpret_borrow<py::array>(value);
+    return "an array of shape " + ShapeText(array) + " of " +
+           py::str(array.dtype()).cast<std::string>();
+  }
+  auto text = py::module_::import("builtins").attr("ascii")(value).cast<std::string>();
+  std::replace(text.begin(), text.end(), '\n', ' ');
+  return text.size() > kMost ? text.substr(0, kMost) + "..." : text;
 }
 
 bool IsColour(const Array& array) {
@@ -193,24 +207,76 @@ void ClearPadding(CImage<Pixel>& image) {
   for (int y = 0; y < image.height; ++y) std::memset(image.rows[y] + used, 0, padding);
 }
 
+namespace {
+
+// Exchanges two rows that do not overlap, by way of a block that stays in the cache.
+void SwapRows(uint8_t* a, uint8_t* b, size_t count) {
+  uint8_t block[4096];
+  for (size_t i = 0; i < count; i += sizeof block) {
+    const size_t part = std::min(sizeof block, count - i);
+    std::memcpy(block, a + i, part);
+    std::memcpy(a + i, b + i, part);
+    std::memcpy(b + i, block, part);
+  }
+}
+
+// Leaves the pixels contiguous from the top at the begin of the store.
 template <class Pixel>
-py::array ToArray(std::unique_ptr<CImage<Pixel>> image) {
+void TurnAround(CImage<Pixel>& image) {
+  const size_t used = static_cast<size_t>(image.width) * sizeof(Pixel);
+  const auto stride = static_cast<size_t>(image.stride), height = static_cast<size_t>(image.height);
+  for (size_t y = 0; y < height / 2; ++y) {
+    SwapRows(image.bits + y * stride, image.bits + (height - 1 - y) * stride, used);
+  }
+  if (used == stride) return;
+  for (size_t y = 1; y < height; ++y) {
+    std::memmove(image.bits + y * used, image.bits + y * stride, used);
+  }
+}
+
+// An array over the store of the image, which goes back to the spares when the array goes.
+template <class Pixel>
+py::array OverStore(std::unique_ptr<CImage<Pixel>> image, uint8_t* first, py::ssize_t rowStep) {
   constexpr py::ssize_t kChannels = sizeof(Pixel);
-  std::vector<py::ssize_t> shape = {image->height, image->width};
-  std::vector<py::ssize_t> steps = {-image->stride, kChannels};
+  std::vector<py::ssize_t> shape = {image->height, image->width}, steps = {rowStep, kChannels};
   if (kChannels == 3) {
     shape.push_back(3);
     steps.push_back(1);
   }
   if (!image->bits) return py::array_t<uint8_t>(shape);
-  ClearPadding(*image);
   const py::capsule owner(image.get(), kCapsule, [](PyObject* capsule) {
     std::unique_ptr<CImage<Pixel>> shown(
         static_cast<CImage<Pixel>*>(PyCapsule_GetPointer(capsule, kCapsule)));
     ClearPadding(*shown);
     Spares<Pixel>::Instance().Give(std::move(shown));
   });
-  return py::array_t<uint8_t>(shape, steps, image.release()->rows[0], owner);
+  image.release();  // the capsule's
+  return py::array_t<uint8_t>(shape, steps, first, owner);
+}
+
+}  // namespace
+
+template <class Pixel>
+py::array ToArray(std::unique_ptr<CImage<Pixel>> image) {
+  if (image->bits) Unlocked([&] { TurnAround(*image); });
+  auto* const first = image->bits;
+  const auto rowStep = py::ssize_t{image->width} * static_cast<py::ssize_t>(sizeof(Pixel));
+  return OverStore(std::move(image), first, rowStep);
+}
+
+template <class Pixel>
+py::array ToLibraryArray(std::unique_ptr<CImage<Pixel>> image) {
+  if (image->bits) ClearPadding(*image);
+  auto* const first = image->bits ? image->rows[0] : nullptr;
+  const py::ssize_t rowStep = -image->stride;
+  return OverStore(std::move(image), first, rowStep);
+}
+
+Delivery ReadDelivery(const py::object& out, const py::object& layout) {
+  for (const bool isLibrary : {false, true}) {
+    if (layout.equal(py::str(isLibrary ? "library" : "contiguous"))) return {{out}, isLibrary};
+  }
+  Refuse("layout", "one of contiguous, library", Shown(layout));
 }
 
 py::array CopyInto(const Array& out, const py::array& result) {
@@ -237,5 +303,7 @@ template void ClearPadding(GreyImage&);
 template void ClearPadding(ColourImage&);
 template py::array ToArray(std::unique_ptr<GreyImage>);
 template py::array ToArray(std::unique_ptr<ColourImage>);
+template py::array ToLibraryArray(std::unique_ptr<GreyImage>);
+template py::array ToLibraryArray(std::unique_ptr<ColourImage>);
 
 }  // namespace quillon::python

@@ -2,10 +2,14 @@
 // NumPy arrays.
 //
 // The library's rows lie bottom up, each padded to a multiple of 4 bytes. An array is used where it
-// lies when its memory is like that: the results of this module, and any array[::-1] of a
+// lies when its memory is like that: results in the library's layout, and any array[::-1] of a
 // contiguous array whose rows are a multiple of 4 bytes long. All other arrays are copied, row by
-// row. Padding of results is zeroed: some filters read the byte behind a row, and equal arrays
-// shall give equal results whatever lies between their rows.
+// row. Padding of the library's rows is zeroed: some filters read the byte behind a row, and equal
+// arrays shall give equal results whatever lies between their rows.
+//
+// Results are contiguous from the top, which every other package takes: their rows are turned
+// around in the store where the library made them. Who hands a result straight on may have it as it
+// was made.
 #pragma once
 
 #include <pybind11/numpy.h>
@@ -71,16 +75,19 @@ auto Unlocked(const Work& work) {
 }
 
 // What has to be said of files: taken down while they are read, which needs no interpreter lock,
-// and told afterwards.
+// and told afterwards. What comes later, from whatever thread, is left out.
 class Notes {
  public:
   kit::Reading Reading() {
-    return {.note = [this](const std::string& note) { notes_.push_back(note); }};
+    return {.note = [this](const std::string& note) {
+      if (!isTold_) notes_.push_back(note);
+    }};
   }
   // A UserWarning each; throws where warnings are errors.
-  void Tell() const;
+  void Tell();
 
  private:
+  bool isTold_ = false;
   std::vector<std::string> notes_;
 };
 
@@ -111,22 +118,39 @@ class Source {
 template <class Pixel>
 void ClearPadding(CImage<Pixel>& image);
 
-// The image as an array over its store; (0, 0) without pixels.
+// The image as an array over its store, contiguous from the top; (0, 0) without pixels.
 template <class Pixel>
 py::array ToArray(std::unique_ptr<CImage<Pixel>> image);
+
+// The same over the rows as they are: their strides are negative.
+template <class Pixel>
+py::array ToLibraryArray(std::unique_ptr<CImage<Pixel>> image);
+
+// How a caller wants a picture: in an array of theirs, or in a new one of either layout.
+struct Delivery {
+  Array out;
+  bool isLibraryLayout;
+};
+
+// From the arguments `out` and `layout`.
+Delivery ReadDelivery(const py::object& out, const py::object& layout);
 
 // Copies `result` into the array `out`, which must be writable and have its shape.
 py::array CopyInto(const Array& out, const py::array& result);
 
-// What a function returns: the result as a new array, or `out` with the result copied into it.
 template <class Pixel>
-py::array Deliver(std::unique_ptr<CImage<Pixel>> result, const Array& out) {
-  py::array array = ToArray(std::move(result));
-  return out.object.is_none() ? array : CopyInto(out, array);
+py::array Deliver(std::unique_ptr<CImage<Pixel>> result, const Delivery& delivery) {
+  if (!delivery.out.object.is_none()) {
+    return CopyInto(delivery.out, ToLibraryArray(std::move(result)));
+  }
+  return delivery.isLibraryLayout ? ToLibraryArray(std::move(result)) : ToArray(std::move(result));
 }
 
 // ValueError of one line: "NAME: WANTED is wanted, this is GIVEN".
 [[noreturn]] void Refuse(const char* name, const std::string& wanted, const std::string& given);
+
+// A value as a message shows it, on one line: arrays by shape and type.
+std::string Shown(const py::object& value);
 
 }  // namespace quillon::python
 

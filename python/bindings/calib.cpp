@@ -146,7 +146,9 @@ class FlatField {
     return Named("FlatFieldRegion", region[0], region[1], region[2], region[3]);
   }
 
-  py::array Calibrate(const Array& picture, const py::object& region, const Array& out) {
+  py::array Calibrate(const Array& picture, const py::object& region, const py::object& out,
+                      const py::object& layout) {
+    const Delivery delivery = ReadDelivery(out, layout);
     auto copy = CopyOf<unsigned char>(picture, "image");
     const Columns area =
         region.is_none() ? Columns{0, copy->width, 0, copy->height} : ReadRegion(region);
@@ -154,7 +156,7 @@ class FlatField {
       if (!image.flatFieldTable) throw py::value_error("build() or load() comes first");
       IxFFCCalibrate(&image, area.xStart, area.xEnd, area.yStart, area.yEnd);
     });
-    return Deliver(std::move(copy), out);
+    return Deliver(std::move(copy), delivery);
   }
 
   py::object Gains() {
@@ -223,13 +225,14 @@ class LensCalibration {
     state_.RunOn(sized, [&](GreyImage& image) { MakeMap(image); });
   }
 
-  py::array Calibrate(const Array& picture, const Array& out) {
+  py::array Calibrate(const Array& picture, const py::object& out, const py::object& layout) {
+    const Delivery delivery = ReadDelivery(out, layout);
     auto copy = CopyOf<unsigned char>(picture, "image");
     state_.RunOn(*copy, [&](GreyImage& image) {
       if (mapped_.width != image.width || mapped_.height != image.height) MakeMap(image);
       if (!IxDistortionCalibrate(&image)) throw std::bad_alloc();
     });
-    return Deliver(std::move(copy), out);
+    return Deliver(std::move(copy), delivery);
   }
 
   py::object Parameters() {
@@ -281,57 +284,23 @@ class LensCalibration {
   Size mapped_ = {};  // the image size that the map was made for
 };
 
-void AddFlatField(py::module_& module) {
-  py::class_<FlatField> type(module, "FlatField", R"(Evens out brightness by a gain per gray level.
-
-A region is four numbers: x_start, x_end, y_start, y_end, the ends exclusive.)");
-  type.def(py::init(), "Without gains.");
-  type.def("build", &FlatField::Build, py::arg("target"), py::arg("region"),
-           py::arg("file_name") = py::none(),
-           "Makes the gains target / level, and writes them with the region to a file.");
-  type.def("load", &FlatField::Load, py::arg("file_name"),
-           "Takes gains and region from a file, and returns the region.");
-  type.def("calibrate", &FlatField::Calibrate, py::arg("image"), py::arg("region") = py::none(),
-           py::kw_only(), py::arg("out") = py::none(),
-           "The image with its region, or all of it, times the gains, truncated, 255 at most.");
-  type.def_property_readonly("gains", &FlatField::Gains,
-                             "The 256 gains, or None. Level 0 stays black whatever its gain.");
-}
-
-void AddLensCalibration(py::module_& module) {
-  py::class_<LensCalibration> type(module, "LensCalibration",
-                                   R"(Corrects lens distortion by a bivariate cubic.
-
-Build or load, then calibrate any number of images.)");
-  type.def(py::init(), "Without parameters.");
-  type.def("build", &LensCalibration::Build, py::arg("points"), py::arg("x_pitch"),
-           py::arg("y_pitch"), py::arg("x_pixel_size"), py::arg("y_pixel_size"),
-           py::arg("file_name") = py::none(),
-           R"(Fits the cubic to points (x, y) measured on a square grid, and writes a file.
-
-The grid has an odd number of points a side, row by row from the top left; a step is
-int(pitch * 10000 / pixel_size + 0.5) pixels. Returns the points relative to the middle one, y
-upwards.)");
-  type.def("load", &LensCalibration::Load, py::arg("file_name"), "Takes parameters from a file.");
-  type.def("precalculate", &LensCalibration::Precalculate, py::arg("shape"),
-           "Makes the map for images of (height, width); calibrate() does so by itself.");
-  type.def("calibrate", &LensCalibration::Calibrate, py::arg("image"), py::kw_only(),
-           py::arg("out") = py::none(),
-           R"(The image without distortion, nearest pixel; places outside the source are 0.
-
-Where the width is not a multiple of 4, the library shears the rows: cut or pad images to one.)");
-  type.def_property_readonly("parameters", &LensCalibration::Parameters,
-                             "Center, corrected rectangle and coefficients, or None.");
-  type.def_property_readonly(
-      "map", &LensCalibration::Map,
-      "Pairs (source x, source y) of the corrected rectangle, or None before a map is made.");
-}
-
 }  // namespace
 
 void AddCalibration(py::module_& module) {
-  AddFlatField(module);
-  AddLensCalibration(module);
+  py::class_<FlatField>(module, "FlatField")
+      .def(py::init())
+      .def("build", &FlatField::Build)
+      .def("load", &FlatField::Load)
+      .def("calibrate", &FlatField::Calibrate)
+      .def("gains", &FlatField::Gains);
+  py::class_<LensCalibration>(module, "LensCalibration")
+      .def(py::init())
+      .def("build", &LensCalibration::Build)
+      .def("load", &LensCalibration::Load)
+      .def("precalculate", &LensCalibration::Precalculate)
+      .def("calibrate", &LensCalibration::Calibrate)
+      .def("parameters", &LensCalibration::Parameters)
+      .def("map", &LensCalibration::Map);
 }
 
 }  // namespace quillon::python

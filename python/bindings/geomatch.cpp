@@ -68,32 +68,12 @@ class OutlineTool : public Handle<GeoMatchTool, IxCreateGeoTool, IxDestroyMatchM
 void AddGeoMatch(py::module_& module) {
   PYBIND11_NUMPY_DTYPE_EX(ModelPoint, x, "x", y, "y", gradientX, "gradient_x", gradientY,
                           "gradient_y", inverseMagnitude, "inverse_magnitude");
-  py::class_<OutlineTool> type(module, "GeoMatchTool",
-                               R"(A template's edges, found in other images whatever the contrast.
-
-    with quillon.GeoMatchTool() as tool:
-        tool.teach(template, high=60, low=20)
-        x, y, angle = tool.find(image, 0.7, angle_search=True)
-
-Several searches may run at a time.)");
-  type.def(py::init(), "A tool without a template.");
-  DefineClosing(type);
-  type.def("teach", &OutlineTool::Teach, py::arg("image"), py::arg("high"), py::arg("low"),
-           R"(Takes the edge points of a gray image as the template, in place of an earlier one.
-
-Of the greatest gradient as 255, an edge point has `high`, or `low` beside one that has `high`.)");
-  type.def("find", &OutlineTool::Find, py::arg("image"), py::arg("min_score") = 0.7,
-           py::arg("greediness") = 0.5, py::kw_only(), py::arg("angle_search") = false,
-           py::arg("lowest_angle") = -180.0, py::arg("highest_angle") = 180.0,
-           py::arg("position") = std::pair(0, 0),
-           R"(Where the template's reference point is, (x, y), and its angle in degrees.
-
-Positive angles turn clockwise as displayed; without `angle_search` the angle is 0. Greediness
-near 1 is fastest, near 0 nothing good is missed. Where nothing is above score 0, the place stays
-`position`.)");
-  type.def_property_readonly(
-      "model", &OutlineTool::Model,
-      "The template: its edge points as a structured array, size, reference point and radius.");
+  py::class_<OutlineTool> type(module, "GeoMatchTool");
+  type.def(py::init());
+  type.def("close", &OutlineTool::Close);
+  type.def("teach", &OutlineTool::Teach);
+  type.def("find", &OutlineTool::Find);
+  type.def("model", &OutlineTool::Model);
 }
 
 }  // namespace quillon::python

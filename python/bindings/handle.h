@@ -57,14 +57,4 @@ class Handle {
   Object* object_;
 };
 
-// What every class with a handle has: close() and the context manager.
-template <class Class, class... Options>
-void DefineClosing(py::class_<Class, Options...>& type) {
-  type.def("close", &Class::Close, "Releases the memory. Closing again does nothing.");
-  type.def(
-      "__enter__", [](py::object self) { return self; }, "The object itself.");
-  type.def(
-      "__exit__", [](Class& self, const py::args&) { self.Close(); }, "Calls close().");
-}
-
 }  // namespace quillon::python

@@ -1,5 +1,6 @@
 // The native half of the Python package `quillon`: the operations of the table, and the objects of
-// the library, one file a family.
+// the library, one file a family. Its functions take their arguments in order, checked by the plain
+// Python files that users call, where names, defaults, types and descriptions stand.
 #include "arrays.h"
 #include "families.h"
 
@@ -16,14 +17,10 @@ bool NeedsCopy(const Array& image) {
 
 PYBIND11_MODULE(_quillon, module) {
   using namespace quillon::python;
-  module.doc() = "The functions and objects of libquillon on NumPy arrays.";
-  module.def(
-      "needs_copy",
-      [](const Array& image) {
-        return IsColour(image) ? NeedsCopy<quillon::RGB_24>(image)
-                               : NeedsCopy<unsigned char>(image);
-      },
-      pybind11::arg("image"), "Whether calls copy this array before they read it.");
+  module.def("needs_copy", [](const Array& image) {
+    return IsColour(image) ? NeedsCopy<quillon::RGB_24>(image) : NeedsCopy<unsigned char>(image);
+  });
+  module.def("shown", Shown);
   AddOperations(module);
   AddRecipes(module);
   AddColor(module);

@@ -157,52 +157,24 @@ class CorrelationTool : public Handle<NccTool, IxCreateNCCTool, IxDestroyNCCMode
 void AddNcc(py::module_& module) {
   PYBIND11_NUMPY_DTYPE_EX(NccResult, matchWidth, "width", matchHeight, "height", x, "x", y, "y",
                           angle, "angle", scale, "scale", score, "score");
-  py::class_<CorrelationTool> type(module, "NccTool",
-                                   R"(A template, found by correlation in other images.
-
-    with quillon.NccTool() as tool:
-        tool.teach(template)
-        for match in tool.find(image, 0.8, rotate=True, angle_min=-30, angle_max=30):
-            print(match["x"], match["y"], match["angle"], match["score"]))");
-  type.def(py::init(), "A tool without a template.");
-  DefineClosing(type);
-  type.def("teach", &CorrelationTool::Teach, py::arg("image"), py::arg("use_mask") = false,
-           R"(Takes a gray or color image as the template, in place of an earlier one.
-
-With `use_mask`, pixels of value 0 (all three bytes, in color) do not take part.)");
-  type.def("teach_roi", &CorrelationTool::TeachRoi, py::arg("image"),
-           "Takes a color template at full resolution only, for correlate().");
-  type.def(
-      "find",
-      [](CorrelationTool& self, const Array& image, double minScore, bool rotate, double angleMin,
-         double angleMax, double scaleMin, double scaleMax, int maxResults) {
-        return self.Find(image,
-                         {minScore, angleMin, angleMax, scaleMin, scaleMax, rotate, maxResults});
-      },
-      py::arg("image"), py::arg("min_score") = 0.7, py::kw_only(), py::arg("rotate") = false,
-      py::arg("angle_min") = 0.0, py::arg("angle_max") = 0.0, py::arg("scale_min") = 1.0,
-      py::arg("scale_max") = 1.0, py::arg("max_results") = 1,
-      R"(The matches as a structured array, best first: width, height, x, y, angle, scale, score.
-
-(x, y) is the center; angles are degrees, clockwise as displayed, searched with `rotate` alone;
-scales are relative to the template. At most 500 results.)");
-  type.def_property_readonly("results", &CorrelationTool::Results,
-                             "The matches of the last search again.");
-  type.def("correlate", &CorrelationTool::Correlate, py::arg("image"),
-           R"(The correlation, -1 to 1, of a color image with a color template of its size.
-
-0 for a flat image. With a flat template the value is not a number, or infinite.)");
-  type.def_property_readonly(
-      "default_level",
-      [](const CorrelationTool& self) { return self.Run(IxGet_DefaultPyramidLevel); },
-      "The coarsest level of the template's pyramid.");
-  type.def_property(
-      "current_level",
-      [](const CorrelationTool& self) { return self.Run(IxGet_CurrentPyramidLevel); },
-      &CorrelationTool::SetLevel,
-      "The level where a search starts; may be set from 0 to default_level.");
-  type.def("level_image", &CorrelationTool::LevelImage, py::arg("level"),
-           "A level of the template's pyramid as an image.");
+  py::class_<CorrelationTool> type(module, "NccTool");
+  type.def(py::init());
+  type.def("close", &CorrelationTool::Close);
+  type.def("teach", &CorrelationTool::Teach);
+  type.def("teach_roi", &CorrelationTool::TeachRoi);
+  type.def("find", [](CorrelationTool& self, const Array& image, double minScore, bool rotate,
+                      double angleMin, double angleMax, double scaleMin, double scaleMax,
+                      int maxResults) {
+    return self.Find(image, {minScore, angleMin, angleMax, scaleMin, scaleMax, rotate, maxResults});
+  });
+  type.def("results", &CorrelationTool::Results);
+  type.def("correlate", &CorrelationTool::Correlate);
+  type.def("default_level",
+           [](const CorrelationTool& self) { return self.Run(IxGet_DefaultPyramidLevel); });
+  type.def("current_level",
+           [](const CorrelationTool& self) { return self.Run(IxGet_CurrentPyramidLevel); });
+  type.def("set_current_level", &CorrelationTool::SetLevel);
+  type.def("level_image", &CorrelationTool::LevelImage);
 }
 
 }  // namespace quillon::python

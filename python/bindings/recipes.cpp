@@ -48,8 +48,8 @@ class Recipe {
       recipe_ = recipe::ReadRecipe(path);
       if (folder.is_none()) base = std::filesystem::path(path).parent_path().string();
     }
-    const kit::Sources sources(base, notes_.Reading());
-    inspector_ = Unlocked([&] { return std::make_unique<recipe::Inspector>(recipe_, sources); });
+    sources_ = kit::Sources(base, notes_.Reading());
+    free_.push_back(Unlocked([&] { return Made(); }));
     notes_.Tell();
   }
 
@@ -67,18 +67,18 @@ class Recipe {
     recipe::ImageRecord record;
     std::vector<StepOutput> outputs;
     Unlocked([&] {
-      const std::lock_guard lock(mutex_);
-      record = inspector_->Inspect(*source.get(), "image");
-      if (record.error.empty()) outputs = Outputs(withPictures);
+      const Turn turn(*this);
+      record = turn->Inspect(*source.get(), "image");
+      if (record.error.empty()) outputs = Outputs(*turn, withPictures);
     });
     if (!record.error.empty()) throw py::value_error(record.error);
     return Result(record, std::move(outputs));
   }
 
-  std::vector<StepOutput> Outputs(bool withPictures) const {
+  std::vector<StepOutput> Outputs(const recipe::Inspector& inspector, bool withPictures) const {
     std::vector<StepOutput> outputs;
     for (const recipe::Step& step : recipe_.steps) {
-      const kit::Content& content = inspector_->Of(step.output);
+      const kit::Content& content = inspector.Of(step.output);
       StepOutput& output = outputs.emplace_back();
       output.things = content.things;
       if (!withPictures) continue;
@@ -112,33 +112,54 @@ class Recipe {
     return Named("Inspection", NameOf(record.verdict), measurements, failed, objects, pictures);
   }
 
+  using Inspectors = std::vector<std::unique_ptr<recipe::Inspector>>;
+
+  // An inspector for one image: a free one, or, when other threads have all of them, one more.
+  class Turn {
+   public:
+    explicit Turn(Recipe& recipe) : recipe_(recipe), inspector_(recipe.TakeFree()) {
+      if (!inspector_) inspector_ = recipe.Made();
+    }
+    ~Turn() {
+      const std::lock_guard lock(recipe_.mutex_);
+      recipe_.free_.push_back(std::move(inspector_));
+    }
+    Turn(const Turn&) = delete;
+    Turn& operator=(const Turn&) = delete;
+    recipe::Inspector* operator->() const { return inspector_.get(); }
+    recipe::Inspector& operator*() const { return *inspector_; }
+
+   private:
+    Recipe& recipe_;
+    std::unique_ptr<recipe::Inspector> inspector_;
+  };
+
+  std::unique_ptr<recipe::Inspector> Made() const {
+    return std::make_unique<recipe::Inspector>(recipe_, sources_);
+  }
+
+  std::unique_ptr<recipe::Inspector> TakeFree() {
+    const std::lock_guard lock(mutex_);
+    if (free_.empty()) return nullptr;
+    auto taken = std::move(free_.back());
+    free_.pop_back();
+    return taken;
+  }
+
   Notes notes_;
   recipe::Recipe recipe_;
-  std::unique_ptr<recipe::Inspector> inspector_;
+  kit::Sources sources_;
   std::mutex mutex_;
+  Inspectors free_;
 };
 
 }  // namespace
 
 void AddRecipes(py::module_& module) {
-  py::class_<Recipe> type(module, "Recipe", R"(A recipe, ready for one image after the other.
-
-    recipe = quillon.Recipe("count.json")
-    result = recipe.run(image)
-    print(result.verdict, result.measurements["coins"], result.objects["coins"]["area"])
-
-One object serves one call at a time.)");
-  type.def(py::init<const py::object&, const py::object&>(), py::arg("recipe"),
-           py::arg("folder") = py::none(),
-           R"(A file, or a dictionary of what would be in it.
-
-Files that the recipe names are looked for in `folder`; without one, beside the recipe's file, or
-where the program runs. ValueError tells all that is wrong with a recipe.)");
-  type.def("run", &Recipe::Run, py::arg("image"), py::arg("pictures") = false,
-           R"(Inspects a gray or color image: an Inspection, with every step's picture where asked.
-
-ValueError names the step that could not be done with this image.)");
-  type.def_property_readonly("name", &Recipe::Name, "What the recipe calls itself.");
+  py::class_<Recipe>(module, "Recipe")
+      .def(py::init<const py::object&, const py::object&>())
+      .def("run", &Recipe::Run)
+      .def("name", &Recipe::Name);
 }
 
 }  // namespace quillon::python

@@ -42,12 +42,13 @@ class Region : public Handle<RLERegion, CreateRLERegion, DestroyRLERegion> {
     Run([&](RLERegion* region) { IxGrayBlobLabel(source.get(), region, low, high); });
   }
 
-  py::array FillUp(const Array& image, int value, const Array& out) {
+  py::array FillUp(const Array& image, int value, const py::object& out, const py::object& layout) {
+    const Delivery delivery = ReadDelivery(out, layout);
     auto filled = CopyOf<unsigned char>(image, "image");
     Run([&](RLERegion* region) {
       if (!IxBinaryFillUp(filled.get(), region, value)) throw std::bad_alloc();
     });
-    return Deliver(std::move(filled), out);
+    return Deliver(std::move(filled), delivery);
   }
 
   // `work` on blob n, which there must be.
@@ -103,149 +104,81 @@ py::tuple MinRectTuple(const float* values) {
 }
 
 void DefineRegionOfInterest(py::class_<Region>& type) {
-  type.def("set_polygon", &Region::SetPolygon, py::arg("points"),
-           R"(Makes the inside of a closed polygon of points (x, y) the region of interest.
-
-Points in clockwise order as displayed: all boundary pixels belong to it. In the other order, the
-rows of upper and lower boundaries do not. Beyond 300,000 runs the lower rows are dropped.)");
-  type.def("assign_image", &Region::AssignImage, py::arg("image"),
-           "Takes a copy of an image for display(), on a new black picture.");
-  type.def(
-      "display", &Region::Display,
-      R"(A color picture: the region as lines of red 125, combined with the image by exclusive-or.
-
-The picture is not cleared in between: a second call shows the lines combined with the image on
-black. For the first picture again, assign again.)");
+  type.def("set_polygon", &Region::SetPolygon);
+  type.def("assign_image", &Region::AssignImage);
+  type.def("display", &Region::Display);
 }
 
 void DefineBlobs(py::class_<Region>& type) {
-  type.def("label", &Region::Label, py::arg("image"), py::arg("low"), py::arg("high"),
-           R"(Finds the blobs: touching pixels from low to high inside the region of interest.
-
-Where the region ends exactly at the last column, that column is left out; a region that reaches
-beyond the image labels all of it. Beyond 300,000 runs or 50,000 labels the rest is not labelled.)");
-  type.def("fill_up", &Region::FillUp, py::arg("image"), py::arg("value") = 255, py::kw_only(),
-           py::arg("out") = py::none(),
-           R"(The image with its holes filled: groups of pixels other than `value` become it.
-
-Groups that touch the top row or the last column stay. Uses the tables of the blobs: label again
-before reading them.)");
-  type.def_property_readonly(
-      "blob_count", [](const Region& self) { return self.Run(IxGetBlobCount); },
-      "The number of blobs of the last labelling.");
-  type.def(
-      "blob_area",
-      [](Region& self, int n) {
-        return self.OfBlob(n, [&](RLERegion* region) { return IxGetnBlobArea(region, n); });
-      },
-      py::arg("n"), "The pixels of blob n.");
-  type.def(
-      "blob_center",
-      [](Region& self, int n) {
-        float center[2] = {};
-        self.OfBlob(n, [&](RLERegion* region) { IxGetnBlobCenter(region, n, center); });
-        return Named("Point", center[0], center[1]);
-      },
-      py::arg("n"), "The mean column and row of blob n.");
-  type.def(
-      "blob_bound",
-      [](Region& self, int n) {
-        int bound[4] = {};
-        self.OfBlob(n, [&](RLERegion* region) { IxGetnBlobBound(region, n, bound); });
-        return Named("Bound", bound[0], bound[1], bound[2], bound[3]);
-      },
-      py::arg("n"), "The first and last columns and rows of blob n.");
-  type.def(
-      "blob_min_rect",
-      [](Region& self, int n) {
-        float values[13] = {};
-        self.OfBlob(n, [&](RLERegion* region) {
-          if (!IxGetBlobMinRect(region, n, values)) throw std::bad_alloc();
-        });
-        return MinRectTuple(values);
-      },
-      py::arg("n"), "The rectangle of least area around the pixel centers of blob n.");
+  type.def("label", &Region::Label);
+  type.def("fill_up", &Region::FillUp);
+  type.def("blob_count", [](const Region& self) { return self.Run(IxGetBlobCount); });
+  type.def("blob_area", [](Region& self, int n) {
+    return self.OfBlob(n, [&](RLERegion* region) { return IxGetnBlobArea(region, n); });
+  });
+  type.def("blob_center", [](Region& self, int n) {
+    float center[2] = {};
+    self.OfBlob(n, [&](RLERegion* region) { IxGetnBlobCenter(region, n, center); });
+    return Named("Point", center[0], center[1]);
+  });
+  type.def("blob_bound", [](Region& self, int n) {
+    int bound[4] = {};
+    self.OfBlob(n, [&](RLERegion* region) { IxGetnBlobBound(region, n, bound); });
+    return Named("Bound", bound[0], bound[1], bound[2], bound[3]);
+  });
+  type.def("blob_min_rect", [](Region& self, int n) {
+    float values[13] = {};
+    self.OfBlob(n, [&](RLERegion* region) {
+      if (!IxGetBlobMinRect(region, n, values)) throw std::bad_alloc();
+    });
+    return MinRectTuple(values);
+  });
 }
 
 void DefineMeans(py::class_<Region>& type) {
-  type.def(
-      "blob_gray_mean",
-      [](Region& self, const Array& image, int n) {
-        const Source<unsigned char> source(image, "image");
-        return self.OfBlob(
-            n, [&](RLERegion* region) { return IxGetnBlobGrayMean(source.get(), region, n); });
-      },
-      py::arg("image"), py::arg("n"), "The mean of a gray image's pixels in blob n.");
-  type.def(
-      "blob_color_mean",
-      [](Region& self, const Array& image, int n) {
-        const Source<RGB_24> source(image, "image");
-        double mean[3] = {};
-        self.OfBlob(n,
-                    [&](RLERegion* region) { IxGetnBlobColorMean(source.get(), region, n, mean); });
-        return Named("ColorMean", mean[0], mean[1], mean[2]);
-      },
-      py::arg("image"), py::arg("n"), "The means of a color image's pixels in blob n.");
-  type.def(
-      "gray_mean",
-      [](Region& self, const Array& image) {
-        const Source<unsigned char> source(image, "image");
-        return self.Run(
-            [&](RLERegion* region) { return IxGetnRegionGrayMean(source.get(), region); });
-      },
-      py::arg("image"), "The mean of a gray image's pixels in the region of interest.");
-  type.def(
-      "color_mean",
-      [](Region& self, const Array& image) {
-        const Source<RGB_24> source(image, "image");
-        double mean[3] = {};
-        self.Run([&](RLERegion* region) { IxGetnRegionColorMean(source.get(), region, mean); });
-        return Named("ColorMean", mean[0], mean[1], mean[2]);
-      },
-      py::arg("image"), "The means of a color image's pixels in the region of interest.");
+  type.def("blob_gray_mean", [](Region& self, const Array& image, int n) {
+    const Source<unsigned char> source(image, "image");
+    return self.OfBlob(
+        n, [&](RLERegion* region) { return IxGetnBlobGrayMean(source.get(), region, n); });
+  });
+  type.def("blob_color_mean", [](Region& self, const Array& image, int n) {
+    const Source<RGB_24> source(image, "image");
+    double mean[3] = {};
+    self.OfBlob(n, [&](RLERegion* region) { IxGetnBlobColorMean(source.get(), region, n, mean); });
+    return Named("ColorMean", mean[0], mean[1], mean[2]);
+  });
+  type.def("gray_mean", [](Region& self, const Array& image) {
+    const Source<unsigned char> source(image, "image");
+    return self.Run([&](RLERegion* region) { return IxGetnRegionGrayMean(source.get(), region); });
+  });
+  type.def("color_mean", [](Region& self, const Array& image) {
+    const Source<RGB_24> source(image, "image");
+    double mean[3] = {};
+    self.Run([&](RLERegion* region) { IxGetnRegionColorMean(source.get(), region, mean); });
+    return Named("ColorMean", mean[0], mean[1], mean[2]);
+  });
 }
 
 using SelectExport = bool (*)(RLERegion*, int, int);
 
 void DefineSelection(py::class_<Region>& type) {
-  type.def(
-      "compute_features", [](Region& self) { return self.Run(IxComputeAllBlobFeature); },
-      "Fills the feature table and selects all of it. False when nothing was labelled.");
+  type.def("compute_features", [](Region& self) { return self.Run(IxComputeAllBlobFeature); });
   // The exports take the upper bound first.
-  const auto define = [&](const char* name, SelectExport select, const char* low, const char* high,
-                          const char* text) {
-    type.def(
-        name,
-        [select](Region& self, int lowest, int highest) {
-          return self.Run([&](RLERegion* region) { return select(region, highest, lowest); });
-        },
-        py::arg(low), py::arg(high), text);
+  const auto define = [&](const char* name, SelectExport select) {
+    type.def(name, [select](Region& self, int lowest, int highest) {
+      return self.Run([&](RLERegion* region) { return select(region, highest, lowest); });
+    });
   };
-  define("select_area", IxSelectBlobArea, "min_area", "max_area",
-         "Keeps blobs of these areas selected. False, and no change, without a selection.");
-  define("select_width", IxSelectBlobWidth, "min_width", "max_width",
-         "Keeps blobs selected by the width of their minimum rectangle.");
-  define("select_height", IxSelectBlobHeight, "min_height", "max_height",
-         "Keeps blobs selected by the height of their minimum rectangle.");
-  type.def(
-      "select_center",
-      [](Region& self, int xMin, int xMax, int yMin, int yMax) {
-        return self.Run(
-            [&](RLERegion* region) { return IxLocateBlobCenter(region, xMin, xMax, yMin, yMax); });
-      },
-      py::arg("x_min"), py::arg("x_max"), py::arg("y_min"), py::arg("y_max"),
-      "Keeps blobs selected whose center lies in a rectangle.");
-  type.def(
-      "reselect", [](Region& self) { return self.Run(IxReSelectBlob); },
-      "Selects all blobs again. An empty selection stays empty: compute_features() undoes it.");
-  type.def_property_readonly(
-      "selected_count", [](const Region& self) { return self.Run(IxGetSelectBlobCount); },
-      "The number of selected blobs.");
-  type.def("selected_blobs", &Region::SelectedBlobs,
-           R"(The selected blobs as a structured array.
-
-Fields: area, center_x, center_y; of the minimum rectangle rect_center_x, rect_center_y, height,
-width, angle and corners (four points x, y); selected.)");
+  define("select_area", IxSelectBlobArea);
+  define("select_width", IxSelectBlobWidth);
+  define("select_height", IxSelectBlobHeight);
+  type.def("select_center", [](Region& self, int xMin, int xMax, int yMin, int yMax) {
+    return self.Run(
+        [&](RLERegion* region) { return IxLocateBlobCenter(region, xMin, xMax, yMin, yMax); });
+  });
+  type.def("reselect", [](Region& self) { return self.Run(IxReSelectBlob); });
+  type.def("selected_count", [](const Region& self) { return self.Run(IxGetSelectBlobCount); });
+  type.def("selected_blobs", &Region::SelectedBlobs);
 }
 
 }  // namespace
@@ -255,17 +188,9 @@ void AddRegions(py::module_& module) {
                           rectCentreX, "rect_center_x", rectCentreY, "rect_center_y", height,
                           "height", width, "width", angle, "angle", corners, "corners", selected,
                           "selected");
-  py::class_<Region> type(module, "Region", R"(A region of interest, and the blobs found in it.
-
-    with quillon.Region() as region:
-        region.set_polygon([(0, 0), (width, 0), (width, height), (0, height)])
-        region.label(image, 128, 255)
-        region.compute_features()
-        print(region.selected_blobs()["area"])
-
-Selections work within the current one; all bounds are inclusive.)");
-  type.def(py::init(), "A region without runs.");
-  DefineClosing(type);
+  py::class_<Region> type(module, "Region");
+  type.def(py::init());
+  type.def("close", &Region::Close);
   DefineRegionOfInterest(type);
   DefineBlobs(type);
   DefineMeans(type);

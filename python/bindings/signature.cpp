@@ -50,18 +50,18 @@ std::string TypeOf(const Argument& argument) {
       return "Literal[" + names + "]";
     }
     case Argument::Type::kFile:
-      return "_Source";
+      return "Source";
     case Argument::Type::kFiles:
-      return "Union[_Source, Sequence[_Source]]";
+      return "Union[Source, Sequence[Source]]";
     case Argument::Type::kRange:
       return "Sequence[float]";
     case Argument::Type::kWholeRange:
     case Argument::Type::kRectangle:
       return "Sequence[int]";
     case Argument::Type::kWholes:
-      return "_Kernel";
+      return "Kernel";
     case Argument::Type::kPoints:
-      return "_Points";
+      return "Points";
   }
   return "";
 }
@@ -69,27 +69,6 @@ std::string TypeOf(const Argument& argument) {
 std::string Sentence(std::string text) {
   text[0] = static_cast<char>(std::toupper(static_cast<unsigned char>(text[0])));
   return text + ".";
-}
-
-// The parameters, each as `shown` tells. What things are chosen by is given by name.
-template <class Show>
-std::vector<std::string> Parameters(const Signature& signature, const Show& show) {
-  std::vector<std::string> parts;
-  bool isByName = false;
-  for (const Argument* argument : signature.arguments) {
-    if (!isByName && !argument->IsRequired() && !signature.MakesPicture()) {
-      parts.emplace_back("*");
-      isByName = true;
-    }
-    parts.push_back(show(*argument));
-  }
-  return parts;
-}
-
-std::string Plain(const Argument& argument) {
-  std::string text = argument.name;
-  if (!argument.IsRequired()) text.append("=").append(Default(argument));
-  return text;
 }
 
 std::string Typed(const Argument& argument) {
@@ -101,16 +80,36 @@ std::string Typed(const Argument& argument) {
   return text;
 }
 
-}  // namespace
+// "{"size": size}"
+std::string ValuesOf(const Signature& signature) {
+  std::string text = "{";
+  for (const Argument* argument : signature.arguments) {
+    if (text.size() > 1) text += ", ";
+    text.append("\"").append(argument->name).append("\": ").append(argument->name);
+  }
+  return text + "}";
+}
 
-std::string Signature::Text() const {
-  std::vector<std::string> parts(images.begin(), images.end());
-  for (std::string& part : Parameters(*this, Plain)) parts.push_back(std::move(part));
-  if (MakesPicture()) parts.insert(parts.end(), {"*", "out=None"});
+// The parameters. What things are chosen by is given by name.
+std::string ParametersOf(const Signature& signature) {
+  std::vector<std::string> parts;
+  for (const char* image : signature.images) parts.push_back(std::string(image) + ": Image");
+  bool isByName = false;
+  for (const Argument* argument : signature.arguments) {
+    if (!isByName && !argument->IsRequired() && !signature.MakesPicture()) {
+      parts.emplace_back("*");
+      isByName = true;
+    }
+    parts.push_back(Typed(*argument));
+  }
+  if (signature.MakesPicture()) {
+    parts.insert(parts.end(),
+                 {"*", "out: Optional[Image] = None", "layout: Layout = \"contiguous\""});
+  }
   return Joined(parts);
 }
 
-std::string Signature::ArgumentsText() const { return Joined(Parameters(*this, Plain)); }
+}  // namespace
 
 std::string Signature::Description() const {
   std::string text = Sentence(operation->summary) + "\n";
@@ -129,12 +128,22 @@ std::string Signature::Description() const {
   return text;
 }
 
-std::string Signature::Stub() const {
-  std::vector<std::string> parts;
-  for (const char* image : images) parts.push_back(std::string(image) + ": _Image");
-  for (std::string& part : Parameters(*this, Typed)) parts.push_back(std::move(part));
-  if (MakesPicture()) parts.insert(parts.end(), {"*", "out: Optional[_Image] = None"});
-  return "def " + name + Joined(parts) + " -> " + (MakesPicture() ? "_Image" : "_Things") + ": ...";
+std::string Signature::Definition() const {
+  std::string pictures = "(";
+  for (const char* image : images) pictures += std::string(image) + ",";
+  pictures += ")";
+  std::string description;
+  for (const char c : Description()) {
+    if (c != '\n' && description.ends_with('\n')) description += "    ";
+    description += c;
+  }
+  while (description.back() == '\n') description.pop_back();
+  const std::string given = "(\"" + name + "\", " + pictures + ", " + ValuesOf(*this);
+  return "def " + name + ParametersOf(*this) + " -> " + (MakesPicture() ? "Image" : "Things") +
+         ":\n    \"\"\"" + description + "\n    \"\"\"\n    return " +
+         (MakesPicture() ? "_quillon.picture" + given + ", out, layout)"
+                         : "Things.of(_quillon.things" + given + "), " + images[0] + ")") +
+         "\n";
 }
 
 Signature SignatureOf(const kit::Operation& operation) {

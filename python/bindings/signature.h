@@ -1,4 +1,5 @@
-// How an operation of the table reads as a Python function: for the module and for its stubs.
+// How an operation of the table reads as a Python function: for the module and for the file of
+// functions.
 #pragma once
 
 #include <string>
@@ -15,14 +16,10 @@ struct Signature {
   std::vector<const kit::Argument*> arguments;  // those that must be given first
   bool MakesPicture() const { return kit::IsPicture(operation->output); }
 
-  // "(image, size, *, out=None)"
-  std::string Text() const;
-  // "(size)": without pictures, for an operation that is made ready before it gets them.
-  std::string ArgumentsText() const;
   // What help() shows below the signature.
   std::string Description() const;
-  // Its line in a stub file.
-  std::string Stub() const;
+  // The whole function, in Python.
+  std::string Definition() const;
 };
 
 Signature SignatureOf(const kit::Operation& operation);

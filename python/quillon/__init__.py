@@ -2,18 +2,37 @@
 
 Gray images are uint8 arrays of shape (height, width), color images uint8 arrays of shape
 (height, width, 3) in the order blue, green, red. Functions that make an image return a new array,
-or, given `out=array`, fill that one, which may be an input; functions that find things return a
-structured array, a row for each. Wrong arrays and numbers raise TypeError or ValueError, naming
-the argument, what it is and what is wanted; calls run without the interpreter lock.
+contiguous from the top, or, given `out=array`, fill that one, which may be an input; functions
+that find things return a structured array, a row for each. Wrong arrays and numbers raise
+TypeError or ValueError, naming the argument, what it is and what is wanted; calls run without the
+interpreter lock.
 
 `python3 -m quillon --help` lists the functions.
 """
 
-from . import _quillon
-from ._quillon import *  # noqa: F403 - everything native is public
-from .boards import BoardInspector
+from __future__ import annotations
+
+from typing import Any
+
+from . import objects as _objects, operations as _operations, pixels as _pixels
+from . import prepared as _prepared, recipes as _recipes, things as _things
 from .exports import EXPORTS
+from .objects import *  # noqa: F403
+from .operations import *  # noqa: F403
+from .pixels import *  # noqa: F403
+from .prepared import *  # noqa: F403
+from .recipes import *  # noqa: F403
+from .things import *  # noqa: F403
 from .version import __version__
 
-__all__ = ["BoardInspector", "EXPORTS", "__version__",
-           *(name for name in vars(_quillon) if name[0] != "_")]
+__all__ = ["EXPORTS", "__version__", "batch", "results"]
+for _module in (_objects, _operations, _pixels, _prepared, _recipes, _things):
+    __all__ += _module.__all__
+
+
+def __getattr__(name: str) -> Any:
+    """The modules that few programs need are loaded when they are asked for."""
+    if name not in ("batch", "results"):
+        raise AttributeError(f"module 'quillon' has no attribute {name!r}")
+    import importlib
+    return importlib.import_module(f"quillon.{name}")

@@ -1,43 +1,43 @@
 """`python3 -m quillon`: what the package offers."""
 
+from __future__ import annotations
+
 import argparse
 import sys
+from typing import List, Optional
 
 import quillon
 from quillon import _batch_command
 
 
-def summary(name):
+def summary(name: str) -> str:
     """The first line of a description."""
-    target = quillon
+    target: object = quillon
     for part in name.split("."):
         target = getattr(target, part)
-    # A signature comes first in the description of pybind11's functions.
-    lines = [line for line in (target.__doc__).splitlines() if line]
-    text = [line for line in lines if "->" not in line] or [""]
-    return text[0]
+    return (target.__doc__ or "").splitlines()[0]
 
 
-def names():
+def names() -> List[str]:
     """Every function and object: the operations, and what EXPORTS leads to besides."""
-    return list(dict.fromkeys([*quillon._quillon._OPERATIONS, "Recipe", "Prepared",
-                               "BoardInspector", *quillon.EXPORTS.values()]))
+    return list(dict.fromkeys([*quillon._quillon.OPERATIONS, *quillon.recipes.__all__,
+                               *quillon.prepared.__all__, *quillon.EXPORTS.values()]))
 
 
-def list_functions(_arguments):
+def list_functions(_: argparse.Namespace) -> None:
     width = max(map(len, names()))
     for name in names():
         print(f"{name:{width}}  {summary(name)}")
 
 
-def show_export(arguments):
+def show_export(arguments: argparse.Namespace) -> None:
     name = quillon.EXPORTS.get(arguments.export)
     if name is None:
         sys.exit(f"{arguments.export}: not a function of the C library")
     print(f"quillon.{name}: {summary(name)}")
 
 
-def main():
+def main() -> Optional[int]:
     parser = argparse.ArgumentParser(prog="python3 -m quillon", description=quillon.__doc__,
                                      formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("--version", action="version", version=quillon.__version__)
@@ -49,7 +49,8 @@ def main():
     command.set_defaults(run=show_export)
     _batch_command.add_command(commands)
     arguments = parser.parse_args()
-    return arguments.run(arguments)
+    result: Optional[int] = arguments.run(arguments)
+    return result
 
 
 if __name__ == "__main__":

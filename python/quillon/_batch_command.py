@@ -1,22 +1,26 @@
 """`python3 -m quillon batch`: a folder of images by a recipe, on a cluster."""
 
+from __future__ import annotations
+
+import argparse
 import json
 import logging
 import os
 import sys
 import time
+from typing import Any, TextIO
 
 from quillon import batch
 
 NOT_ALL_PASSED = 3  # the exit code of `quillon run`
 
 
-def visible(text):
+def visible(text: str) -> str:
     """The text without what a terminal would obey instead of showing it."""
     return "".join(c if c.isprintable() else repr(c)[1:-1] for c in text)
 
 
-def line_of(record):
+def line_of(record: batch.Record) -> str:
     """The record as one line of JSON, as `quillon run --json` prints it."""
     name = os.fsencode(record["image"])
     shown = {**record, "image": name.decode(errors="replace")}
@@ -28,29 +32,29 @@ def line_of(record):
 class ProgressLine:
     """One line on a terminal that tells how far the batch is; nothing elsewhere."""
 
-    def __init__(self, total, stream=sys.stderr):
+    def __init__(self, total: int, stream: TextIO = sys.stderr) -> None:
         self.total, self.stream = total, stream
         self.begin, self.done, self.failures = time.monotonic(), 0, 0
 
-    def step(self, record):
+    def step(self, record: batch.Record) -> None:
         self.done += 1
         self.failures += not batch.is_inspected(record)
         if self.stream.isatty():
             print("\r\033[K" + self.text(), end="", file=self.stream, flush=True)
 
-    def text(self):
+    def text(self) -> str:
         seconds = max(time.monotonic() - self.begin, 1e-3)
         rate = self.done / seconds
         left = (self.total - self.done) / rate
         failed = f", {self.failures} not inspected" if self.failures else ""
         return f"{self.done} of {self.total} images{failed}, {rate:.0f} a second, {left:.0f} s left"
 
-    def end(self):
+    def end(self) -> None:
         if self.stream.isatty():
             print("\r\033[K", end="", file=self.stream, flush=True)
 
 
-def inspect_folder(arguments):
+def inspect_folder(arguments: argparse.Namespace) -> int:
     # Dask drops what it waits for when it closes, and asyncio would tell of each.
     logging.getLogger("asyncio").setLevel(logging.CRITICAL)
     images = batch.list_images(arguments.folder)
@@ -73,7 +77,7 @@ def inspect_folder(arguments):
     return 0 if passed == len(images) else NOT_ALL_PASSED
 
 
-def run(arguments):
+def run(arguments: argparse.Namespace) -> int:
     try:
         return inspect_folder(arguments)
     except batch.BatchError as error:
@@ -84,7 +88,7 @@ def run(arguments):
         return 130
 
 
-def add_command(commands):
+def add_command(commands: Any) -> None:
     command = commands.add_parser("batch", help="inspect a folder of images on a Dask cluster",
                                   description=batch.__doc__.split("\n")[0])
     command.add_argument("recipe", metavar="RECIPE", help="recipe to read, on every worker")

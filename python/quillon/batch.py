@@ -14,16 +14,20 @@ Workers read the recipe and the images by the names given here, and run the comm
 files lie where every machine sees them, and this package is installed on each.
 """
 
+from __future__ import annotations
+
+import importlib
 import json
 import os
 import subprocess
 from collections import deque
 from itertools import islice
 from pathlib import Path
-from typing import Any, Dict, Iterable, Iterator, List, Union
+from typing import Any, Dict, Iterable, Iterator, List, Tuple, Union
 
 Record = Dict[str, Any]
 FileName = Union[str, "os.PathLike[str]"]
+_Task = Tuple[List[str], Any]  # the images, and the future of their records
 
 IMAGE_ENDINGS = {".png", ".jpg", ".jpeg", ".bmp", ".pgm"}
 CHUNK = 16  # images a task: a start of the command and a teaching of templates go with each
@@ -98,9 +102,9 @@ def run(recipe: FileName, images: Iterable[FileName], scheduler: Any = None, *,
             client.close()
 
 
-def _connect(scheduler):
+def _connect(scheduler: Any) -> Tuple[Any, bool]:
     try:
-        import distributed
+        distributed: Any = importlib.import_module("distributed")
     except ImportError:
         raise BatchError("batches need Dask: install python3-distributed") from None
     if isinstance(scheduler, distributed.Client):
@@ -111,7 +115,7 @@ def _connect(scheduler):
         raise BatchError(f"{scheduler}: cannot reach the scheduler: {error}") from None
 
 
-def _check_workers(client, recipe, command):
+def _check_workers(client: Any, recipe: str, command: str) -> None:
     try:
         complaints = client.run(complaint, recipe, command)
     except Exception as error:  # a worker that cannot even load this module, for instance
@@ -121,36 +125,39 @@ def _check_workers(client, recipe, command):
             raise BatchError(f"{text} (worker {worker})")
 
 
-def _said(errors):
+def _said(errors: str) -> str:
     return errors.strip().removeprefix("quillon: ")
 
 
-def _image_of(record):
+def _image_of(record: Record) -> str:
     """The name of a record's image, of which JSON shows another where it is not UTF-8."""
     if "image_bytes" not in record:
-        return record["image"]
+        return str(record["image"])
     return os.fsdecode(bytes.fromhex(record["image_bytes"]))
 
 
-def _failure(image, reason):
+def _failure(image: str, reason: str) -> Record:
     return {"image": image, "verdict": "error", "error": reason}
 
 
-def _submit(client, command, recipe, images, priority=0):
+def _submit(client: Any, command: str, recipe: str, images: List[str],
+            priority: int = 0) -> _Task:
     # Not pure: a second try is a new task, not the remembered first.
     return images, client.submit(inspect, command, recipe, images, pure=False, priority=priority)
 
 
-def _records(task):
+def _records(task: _Task) -> List[Record]:
     """The records of a task. One that fails again and again takes its workers with it."""
     images, future = task
     try:
-        return future.result()
+        records: List[Record] = future.result()
+        return records
     except Exception as error:  # whatever happened on a worker, or to it
         return [_failure(image, f"{type(error).__name__}: {error}") for image in images]
 
 
-def _stream(client, recipe, images, command, chunk):
+def _stream(client: Any, recipe: str, images: List[str], command: str,
+            chunk: int) -> Iterator[Record]:
     chunks = (images[first:first + chunk] for first in range(0, len(images), chunk))
     # As many tasks ahead as keep all workers busy while the first one is waited for.
     threads = sum(client.nthreads().values())

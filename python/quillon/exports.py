@@ -66,4 +66,4 @@ _OF_OBJECTS = {
     "IxDistortionCalibrate": "LensCalibration.calibrate",
 }
 
-EXPORTS = {**_quillon._EXPORTS, **_OF_OBJECTS}
+EXPORTS = {**_quillon.EXPORTS, **_OF_OBJECTS}

@@ -5,6 +5,8 @@ from typing import Dict, List, NamedTuple, Optional, Tuple
 import numpy as np
 from numpy.typing import NDArray
 
+from .things import Things
+
 
 class ColorTables(NamedTuple):
     """Three tables of 16777216 entries, at blue + 256 * green + 65536 * red."""
@@ -107,5 +109,9 @@ class Inspection(NamedTuple):
     verdict: str  # "pass" or "fail"
     measurements: Dict[str, Optional[float]]  # None where there was nothing to measure
     failed: List[str]  # the measurements that are outside their limits
-    objects: Dict[str, NDArray[np.void]]  # of each step that finds things, a row for each
+    objects: Dict[str, Things]  # of each step that finds things, a row for each
     pictures: Dict[str, NDArray[np.uint8]]  # of each step that makes one, where asked for
+
+    def _repr_html_(self) -> str:
+        from . import _display
+        return _display.inspection(self)

@@ -3,6 +3,7 @@
 import threading
 import time
 
+import cv2
 import numpy as np
 import pytest
 import quillon
@@ -67,9 +68,10 @@ READ_ONLY.setflags(write=False)
      "between: low is above high in (200, 20)"),
     (lambda: quillon.blobs(GRAY, band=(0, 9), dark=True), ValueError,
      "blobs: argument 'dark': cannot be given together with 'band'"),
-    (lambda: quillon.mean(GRAY), TypeError, "mean() is missing the argument 'size'"),
+    (lambda: quillon.mean(GRAY), TypeError,
+     "mean() missing 1 required positional argument: 'size'"),
     (lambda: quillon.mean(GRAY, 3, 4), TypeError,
-     "mean() takes 2 positional arguments, but 3 were given"),
+     "mean() takes 2 positional arguments but 3 were given"),
     (lambda: quillon.mean(GRAY, 3, size=3), TypeError,
      "mean() got multiple values for argument 'size'"),
     (lambda: quillon.mean(GRAY, radius=3), TypeError,
@@ -78,6 +80,32 @@ READ_ONLY.setflags(write=False)
      "name: the name of an operation is wanted, this is 'no'"),
     (lambda: quillon.Prepared("mean", 4), ValueError,
      "size: an odd whole number from 1 to 32767 is wanted, this is 4"),
+    (lambda: quillon.Prepared("mean", sizes=4), TypeError,
+     "mean: missing a required argument: 'size'"),
+    (lambda: quillon.Prepared("add")(GRAY), TypeError, "add: a and b are the images wanted"),
+    (lambda: quillon.Finder(GRAY, angles=4), TypeError,
+     "find: got an unexpected keyword argument 'angles'"),
+    (lambda: quillon.Finder(GRAY, max=1.5), TypeError,
+     "max: a whole number from 1 to 10000 is wanted, this is 1.5"),
+    (lambda: quillon.NccTool().find(GRAY, max=5), TypeError,
+     "NccTool.find() got an unexpected keyword argument 'max'"),
+    (lambda: quillon.NccTool().find(GRAY, max_results=5.0), TypeError,
+     "max_results: a whole number is wanted, this is 5.0"),
+    (lambda: quillon.NccTool().find(GRAY, GRAY), TypeError,
+     "min_score: a number is wanted, this is an array of shape (12, 16) of uint8"),
+    (lambda: quillon.NccTool().find(GRAY, rotate=1), TypeError,
+     "rotate: True or False is wanted, this is 1"),
+    (lambda: quillon.GeoMatchTool().find(GRAY, position=(1, 2.5)), TypeError,
+     "position: a whole number is wanted, this is 2.5"),
+    (lambda: quillon.Region().label(GRAY, "1", 2), TypeError,
+     "low: a whole number is wanted, this is '1'"),
+    (lambda: quillon.Region().label(GRAY, 2**31, 2), ValueError,
+     "low: a whole number of 32 bits is wanted, this is 2147483648"),
+    (lambda: quillon.FlatField().load(5), TypeError, "file_name: a path is wanted, this is 5"),
+    (lambda: quillon.LensCalibration().precalculate(5), TypeError,
+     "shape: a pair of whole numbers is wanted, this is 5"),
+    (lambda: quillon.Recipe(5), TypeError, "recipe: a path or a dictionary is wanted, this is 5"),
+    (lambda: quillon.Recipe({}, folder=5), TypeError, "folder: a path is wanted, this is 5"),
     (lambda: quillon.flat_field(GRAY, GRAY), ValueError,
      "'parameters' is a picture; a file is needed"),
     (lambda: quillon.match_color(COLOR, GRAY), ValueError,
@@ -100,16 +128,24 @@ def test_wrong_arguments_are_named_with_what_they_are_and_what_is_wanted(call, e
     assert str(caught.value) == message
 
 
-def test_results_lie_as_the_library_stores_them():
-    result = quillon.sobel(picture((9, 13)))
-    assert result.strides == (-16, 1) and result.flags.writeable
+def test_results_are_what_other_packages_take():
+    for size in [(9, 13), (8, 16), (1, 3), (70, 5000)]:  # rows of several blocks, and padded ones
+        image = picture(size)
+        kept = quillon.invert(image, layout="library")
+        assert kept.strides == (-((size[1] + 3) // 4 * 4), 1) and kept.flags.writeable
+        made = quillon.invert(image)
+        assert_array_equal(made, 255 - image)
+        assert_array_equal(kept, made)
+        cv2.rectangle(made, (1, 1), (4, 4), 255)
+    color = picture((9, 13), color=True)
+    assert_array_equal(quillon.color_to_hsi(color), quillon.color_to_hsi(color, layout="library"))
 
 
 @pytest.mark.parametrize("color", [False, True])
 def test_arrays_are_copied_unless_they_lie_as_the_library_stores_rows(color):
     for width, padded in [(16, False), (12, False), (13, True), (3, True)]:
         image = picture((9, width), color=color)
-        result = quillon.color_to_hsi(image) if color else quillon.invert(image)
+        result = (quillon.color_to_hsi if color else quillon.invert)(image, layout="library")
         for name, lay in LAYOUTS.items():
             assert quillon.needs_copy(lay(image)) == (padded or name != "bottom_up"), name
         assert not quillon.needs_copy(result), "a result as it is"

@@ -91,7 +91,7 @@ def cluster(tmp_path_factory):
                for _ in range(2)]
     try:
         deadline = time.monotonic() + 120
-        while not file.exists():
+        while not (file.exists() and file.read_text().endswith("}")):
             assert scheduler.poll() is None and time.monotonic() < deadline
             time.sleep(0.05)
         address = json.loads(file.read_text())["address"]

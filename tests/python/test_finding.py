@@ -1,6 +1,9 @@
 """Blobs, matches, defects and recipes in process are those of the objects and of the truth."""
 
+import base64
 import json
+import pickle
+import re
 import threading
 
 import cv2
@@ -78,6 +81,50 @@ def test_matches_are_those_of_the_tools():
     assert [(row["x"], row["y"]) for row in quillon.locate(GRAY, template)] == [(x, y)]
 
 
+PART = slice(60, 160), slice(80, 200)  # of a board, which has edges of both directions
+
+
+def test_a_finder_carries_its_template_wherever_it_goes():
+    image, template = quillon.rotate_bilinear(board(), 6), board()[PART]
+    finder = quillon.Finder(template, angle=(-10, 10), max=3)
+    expected = quillon.find(image, template.copy(), angle=(-10, 10), max=3)
+    template[:] = 0
+    for one in (finder, pickle.loads(pickle.dumps(finder))):
+        assert_array_equal(one.find(image), expected)
+        assert_array_equal(one(image=image), expected)
+    assert abs(expected[0]["angle"] - 6) < 0.2
+
+
+def test_what_was_found_shows_itself_over_the_image():
+    image = COLOR.copy()
+    found = quillon.blobs(quillon.gray(image), min_area=50)
+    assert found.image is None, "a picture on the way is not kept"
+    assert type(found["area"]) is np.ndarray and found[1:].dtype == found.dtype
+    table = found._repr_html_()
+    assert table.count("<tr>") == 1 + len(found) and "<svg" not in table
+    found = quillon.match_color(image, image[PLACE])
+    assert found[:1].image is image and pickle.loads(pickle.dumps(found)).image is None
+    drawing = found._repr_html_()
+    shown = base64.b64decode(re.search("base64,([^']*)'", drawing)[1])
+    assert_array_equal(cv2.imdecode(np.frombuffer(shown, np.uint8), cv2.IMREAD_COLOR), image)
+    assert drawing.count("<polygon") == len(found)
+    # The corners of what is drawn are those of the truth: a template turned by 20 degrees.
+    scene_ = quillon.rotate_bilinear(board(), 20)
+    turned = quillon.find(scene_, board()[PART], max=1)
+    corners = turned.outlines()[0]
+    assert corners.mean(axis=0) == pytest.approx([turned[0]["x"], turned[0]["y"]], abs=0.6)
+    assert np.hypot(*(corners[1] - corners[0])) == pytest.approx(120, abs=1e-6)
+    assert np.rad2deg(np.arctan2(*(corners[1] - corners[0])[::-1])) == pytest.approx(20, abs=0.2)
+    matplotlib = pytest.importorskip("matplotlib")
+    matplotlib.use("Agg")
+    axes = turned.plot(board())
+    assert len(axes.images) == 1 and len(axes.collections[0].get_paths()) == 1
+    del scene_
+    assert len(found.plot().images) == 1 and not turned.plot().images
+    result = quillon.Recipe(RECIPE).run(image, pictures=True)._repr_html_()
+    assert "<b>fail</b>" in result and result.count("<svg") == 2 and "outside" in result
+
+
 def test_a_template_may_be_a_file(tmp_path):
     cv2.imwrite(str(tmp_path / "part.png"), GRAY[PLACE])
     assert_array_equal(quillon.match(GRAY, tmp_path / "part.png"), quillon.match(GRAY, GRAY[PLACE]))
@@ -99,6 +146,8 @@ def test_boards_are_inspected_in_memory():
         assert ((spot["left"] <= x) & (spot["right"] >= x) & (spot["top"] <= y + 13)).any()
     assert_array_equal(quillon.inspect(board([(150, 100, 14, 40), (60, 200, 12, 200)]), good),
                        defects)
+    again = pickle.loads(pickle.dumps(inspector))
+    assert_array_equal(again.inspect(board([(150, 100, 14, 40), (60, 200, 12, 200)])), defects)
     with pytest.raises(ValueError, match="tolerance: a whole number from 1 to 12 is wanted"):
         quillon.BoardInspector(good, tolerance=13)
 
@@ -156,18 +205,40 @@ def test_a_step_that_cannot_be_done_is_an_exception():
         recipe.run(GRAY)
 
 
-def test_one_recipe_serves_several_threads_and_several_recipes_run_at_a_time():
-    recipes = [quillon.Recipe(RECIPE) for _ in range(2)]
-    expected, wrong = recipes[0].run(GRAY).measurements, []
+def test_one_recipe_inspects_a_stream_of_frames_on_several_threads():
+    recipe = pickle.loads(pickle.dumps(quillon.Recipe(RECIPE)))
+    frames = [scene((80 + 8 * n, 120)) for n in range(12)]
+    expected = [recipe.run(frame).objects["parts"] for frame in frames]
+    taken = []
 
-    def work(index):
-        for _ in range(20):
-            if recipes[index % 2].run(GRAY).measurements != expected:
-                wrong.append(index)
+    def camera(last=None):
+        for n in range(last or 10**9):
+            taken.append(n)
+            yield frames[n % len(frames)]
 
-    threads = [threading.Thread(target=work, args=(index,)) for index in range(6)]
-    for thread in threads:
-        thread.start()
-    for thread in threads:
-        thread.join()
-    assert not wrong
+    for n, result in zip(range(36), recipe.run_all(camera(), 3, ahead=5)):
+        assert_array_equal(result.objects["parts"], expected[n % len(frames)])
+        assert n <= len(taken) - 1 <= n + 5, "taken before they are wanted"
+    assert len(list(recipe.run_all(camera(7), 2))) == 7
+    results = recipe.run_all([GRAY, GRAY[:0], GRAY], 2)
+    assert next(results).verdict == "fail"
+    with pytest.raises(ValueError, match="image: an array with pixels is wanted"):
+        next(results)
+    with pytest.raises(ZeroDivisionError):
+        list(recipe.run_all(1 // 0 for _ in "x"))
+    with pytest.raises(ValueError, match="threads: a number above 0 is wanted, this is 0"):
+        recipe.run_all([], 0)
+
+
+def test_a_result_comes_out_while_the_next_frame_is_waited_for():
+    is_known = threading.Event()
+
+    def camera():
+        yield GRAY
+        assert is_known.wait(60)
+        yield GRAY
+
+    results = quillon.Recipe(RECIPE).run_all(camera(), 2)
+    next(results)
+    is_known.set()
+    assert len(list(results)) == 1

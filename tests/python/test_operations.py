@@ -12,10 +12,11 @@ from c_library import Image, call, filtered, worked_on
 from numpy.testing import assert_array_equal
 from pictures import LAYOUTS, SIZES, USUAL_SIZES, picture
 
-OPERATIONS = quillon._quillon._OPERATIONS
-EXPORT_OF = {name: export for export, name in reversed(quillon._quillon._EXPORTS.items())}
+OPERATIONS = quillon._quillon.OPERATIONS
+EXPORT_OF = {name: export for export, name in reversed(quillon._quillon.EXPORTS.items())}
 SIGNATURES = {name: inspect.signature(getattr(quillon, name)) for name in OPERATIONS}
 PICTURES = [name for name in OPERATIONS if "out" in SIGNATURES[name].parameters]
+UNTRIED = ("image", "a", "b", "out", "layout")
 CHANNELS = {"rgb": ("red", "green", "blue"), "hsi": ("hue", "saturation", "intensity"),
             "lab": ("L", "a", "b")}
 
@@ -32,7 +33,7 @@ KERNELS = {size: np.random.default_rng(size).integers(-9, 12, (size, size)).asty
 
 
 def argument_sets(name):
-    names = [row for row in SIGNATURES[name].parameters if row not in ("image", "a", "b", "out")]
+    names = [row for row in SIGNATURES[name].parameters if row not in UNTRIED]
     if name in CHANNELS:
         return [(channel,) for channel in CHANNELS[name]]
     if names == ["kernel"]:
@@ -122,9 +123,14 @@ def check(name, images, arguments, expected):
     function = getattr(quillon, name)
     for layout, lay in LAYOUTS.items():
         sources = [lay(image) for image in images]
-        assert_array_equal(function(*sources, *arguments), expected, layout)
+        made = function(*sources, *arguments)
+        assert_array_equal(made, expected, layout)
+        assert made.flags.c_contiguous and made.flags.writeable
         for source, image in zip(sources, images):
             assert_array_equal(source, image, "a source changed")
+        kept = function(*sources, *arguments, layout="library")
+        assert_array_equal(kept, expected, layout)
+        assert not quillon.needs_copy(kept)
         out = lay(np.full_like(expected, 7))
         assert function(*sources, *arguments, out=out) is out
         assert_array_equal(out, expected, layout)
@@ -165,15 +171,19 @@ def test_corrections_give_the_bytes_of_their_exports(tmp_path):
 
 def test_every_operation_is_called_and_described_as_the_table_has_it():
     assert len(OPERATIONS) > 60 and list(OPERATIONS)[:1] == ["gray"]
-    assert str(SIGNATURES["mean"]) == "(image, size, *, out=None)"
-    assert str(SIGNATURES["gain_offset"]) == "(image, gain=1, offset=0, *, out=None)"
-    assert str(SIGNATURES["match"]).startswith("(image, template, *, angle=None, scale=(1, 1), ")
+    assert str(SIGNATURES["mean"]) == (
+        "(image: 'Image', size: 'int', *, out: 'Optional[Image]' = None, "
+        "layout: 'Layout' = 'contiguous') -> 'Image'")
+    assert str(SIGNATURES["match"]).startswith(
+        "(image: 'Image', template: 'Source', *, angle: 'Optional[Sequence[float]]' = None, ")
+    for made, name in ((quillon.Finder, "find"), (quillon.BoardInspector, "inspect")):
+        assert list(inspect.signature(made).parameters) == list(SIGNATURES[name].parameters)[1:]
     for name in OPERATIONS:
         text = inspect.getdoc(getattr(quillon, name))
         assert not text[0].islower() and "." in text.splitlines()[0], name
         assert pickle.loads(pickle.dumps(getattr(quillon, name))) is getattr(quillon, name)
         for row in SIGNATURES[name].parameters:
-            assert row in ("image", "a", "b", "out") or f"\n{row}: " in text, (name, row)
+            assert row in UNTRIED or f"\n{row}: " in text, (name, row)
     assert "side of the window, in pixels (an odd whole number from 1 to 32767)" in (
         quillon.mean.__doc__)
 
@@ -187,8 +197,11 @@ def test_numbers_outside_the_table_are_refused_for_every_argument():
              and row.name not in ("image", "a", "b")], argument_sets(name)[0])
         } if name in PICTURES else {"template": parts, "good": parts}
         required = {row: value for row, value in required.items() if row in signature.parameters}
+        if "layout" in signature.parameters and "parameters" not in signature.parameters:
+            with pytest.raises(ValueError, match="^layout: one of contiguous, library is wanted"):
+                getattr(quillon, name)(*images, **required, layout="Library")
         for row in signature.parameters:
-            if row in ("image", "a", "b", "out", "parameters", "template", "good"):
+            if row in (*UNTRIED, "parameters", "template", "good"):
                 continue
             for wrong in (float("nan"), 10**30, -10**30, "x", [], object()):
                 with pytest.raises((ValueError, TypeError), match=f"^{row}: .* is wanted, this is"):

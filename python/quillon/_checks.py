@@ -1,0 +1,80 @@
+"""What functions hold their arguments to."""
+
+from __future__ import annotations
+
+import functools
+import operator
+import os
+from typing import Any, Callable, Dict, TypeVar, cast
+
+from . import _quillon
+
+Function = TypeVar("Function", bound=Callable[..., Any])
+
+
+def refuse(name: str, wanted: str, value: object) -> TypeError:
+    return TypeError(f"{name}: {wanted} is wanted, this is {_quillon.shown(value)}")
+
+
+def _whole(name: str, value: object) -> None:
+    if isinstance(value, bool):
+        raise refuse(name, "a whole number", value)
+    try:
+        number = operator.index(cast(int, value))
+    except TypeError:
+        raise refuse(name, "a whole number", value) from None
+    if not -2**31 <= number < 2**31:
+        raise ValueError(f"{name}: a whole number of 32 bits is wanted, this is {number}")
+
+
+def _number(name: str, value: object) -> None:
+    if isinstance(value, (bool, str, bytes)):
+        raise refuse(name, "a number", value)
+    try:
+        float(cast(float, value))
+    except (TypeError, ValueError):
+        raise refuse(name, "a number", value) from None
+
+
+def _flag(name: str, value: object) -> None:
+    if not isinstance(value, bool):
+        raise refuse(name, "True or False", value)
+
+
+def _pair(name: str, value: object) -> None:
+    if not isinstance(value, (tuple, list)) or len(value) != 2:
+        raise refuse(name, "a pair of whole numbers", value)
+    for number in value:
+        _whole(name, number)
+
+
+def _file(name: str, value: object) -> None:
+    if not isinstance(value, (str, bytes, os.PathLike)):
+        raise refuse(name, "a path", value)
+
+
+def _file_or_none(name: str, value: object) -> None:
+    if value is not None:
+        _file(name, value)
+
+
+_KINDS: Dict[str, Callable[[str, object], None]] = {
+    "int": _whole, "float": _number, "bool": _flag, "Tuple[int, int]": _pair,
+    "FileName": _file, "Optional[FileName]": _file_or_none}
+
+
+def checked(function: Function) -> Function:
+    """Refuses arguments that are not what the function's annotations say, by their names."""
+    count = function.__code__.co_argcount + function.__code__.co_kwonlyargcount
+    names = function.__code__.co_varnames[:count]
+    kinds = {name: _KINDS[text] for name, text in function.__annotations__.items()
+             if text in _KINDS and name != "return"}
+
+    @functools.wraps(function)
+    def call(*values: Any, **named: Any) -> Any:
+        for name, value in (*zip(names, values), *named.items()):
+            if name in kinds:
+                kinds[name](name, value)
+        return function(*values, **named)
+
+    return cast(Function, call)

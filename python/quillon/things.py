@@ -1,0 +1,75 @@
+"""Blobs, matches and defects: structured arrays that show themselves."""
+
+from __future__ import annotations
+
+import weakref
+from typing import TYPE_CHECKING, Any, Optional
+
+import numpy as np
+
+from ._types import Image
+
+if TYPE_CHECKING:
+    from numpy.typing import NDArray
+
+__all__ = ["Things"]
+
+
+class Things(np.ndarray[Any, np.dtype[np.void]]):
+    """A row for each thing that was found; columns are numbers, by their names.
+
+    In a notebook the rows are drawn over the image that they were found in, as long as that is
+    there: it is not kept for them.
+    """
+
+    _image: Optional[weakref.ReferenceType[Image]] = None
+
+    @classmethod
+    def of(cls, rows: NDArray[np.void], image: Optional[Image] = None) -> Things:
+        things = rows.view(cls)
+        if image is not None:
+            things._image = weakref.ref(image)
+        return things
+
+    def __array_finalize__(self, other: Any) -> None:
+        self._image = getattr(other, "_image", None)
+
+    def __getitem__(self, key: Any) -> Any:
+        part = super().__getitem__(key)
+        # A column is an array of numbers.
+        is_column = isinstance(part, Things) and part.dtype.names is None
+        return part.view(np.ndarray) if is_column else part
+
+    @property
+    def image(self) -> Optional[Image]:
+        """The array that was searched, while it is there."""
+        return self._image() if self._image else None
+
+    def outlines(self) -> NDArray[np.float64]:
+        """The corners (x, y) of what each row is drawn as, of shape (n, 4, 2).
+
+        Turned rectangles of matches, upright boxes of others.
+        """
+        left, top, right, bottom = (self[side].astype(float)
+                                    for side in ("left", "top", "right", "bottom"))
+        if "score" not in (self.dtype.names or ()):
+            corners = [(left - 0.5, top - 0.5), (right + 0.5, top - 0.5),
+                       (right + 0.5, bottom + 0.5), (left - 0.5, bottom + 0.5)]
+            return np.array(corners).transpose(2, 0, 1)
+        # The middle of the box around a turned rectangle is the rectangle's.
+        middle = np.stack([(left + right) / 2, (top + bottom) / 2], axis=-1)[:, None]
+        angle = np.deg2rad(self["angle"])
+        across = np.stack([np.cos(angle), np.sin(angle)], axis=-1) * self["width"][:, None] / 2
+        down = np.stack([-np.sin(angle), np.cos(angle)], axis=-1) * self["height"][:, None] / 2
+        signs = np.array([(-1, -1), (1, -1), (1, 1), (-1, 1)])
+        turned = signs[:, :1] * across[:, None] + signs[:, 1:] * down[:, None]
+        return np.asarray(middle + turned)
+
+    def plot(self, image: Optional[Image] = None, axes: Any = None) -> Any:
+        """Draws the rows over the image with matplotlib; returns the axes."""
+        from . import _display
+        return _display.plot(self, self.image if image is None else image, axes)
+
+    def _repr_html_(self) -> Optional[str]:
+        from . import _display
+        return _display.html(self) if self.dtype.names else None
