@@ -133,6 +133,12 @@ ImageRecord Inspector::Inspect(const std::string& path) {
   });
 }
 
+ImageRecord Inspector::InspectFile(std::span<const unsigned char> file, const std::string& name) {
+  return Inspect(name, [&](GreyImage& grey, ColourImage& colour) {
+    DecodeImage(file, name, grey, colour, sources_.reading);
+  });
+}
+
 ImageRecord Inspector::Inspect(const GreyImage& image, const std::string& name) {
   return Inspect(name, [&](GreyImage& grey, ColourImage& colour) {
     grey.CopyFrom(&image);

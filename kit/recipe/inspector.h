@@ -3,6 +3,7 @@
 
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -43,6 +44,8 @@ class Inspector {
   Inspector(const Recipe& recipe, const Sources& sources);
 
   ImageRecord Inspect(const std::string& path);
+  // The bytes of an image file; `name` stands in the record.
+  ImageRecord InspectFile(std::span<const unsigned char> file, const std::string& name);
   // A picture in memory, which is copied; `name` stands in the record.
   ImageRecord Inspect(const GreyImage& image, const std::string& name = "");
   ImageRecord Inspect(const ColourImage& image, const std::string& name = "");

@@ -70,29 +70,6 @@ Cell CellIn(const Json& object, const std::string& key) {
   return value.get<double>();
 }
 
-// Throws Json::exception where the line is not a record of this recipe.
-ImageRecord FromLine(const Recipe& recipe, const std::string& line) {
-  const Json json = Json::parse(line);
-  ImageRecord record = {.image = NameIn(json),
-                        .verdict = VerdictOf(json.at("verdict").get<std::string>())};
-  record.values.resize(recipe.measurements.size());
-  if (json.contains("error")) {
-    record.error = json.at("error").get<std::string>();
-    return record;
-  }
-  for (size_t i = 0; i < record.values.size(); ++i) {
-    const Json& value = json.at("measurements").at(recipe.measurements[i].name);
-    if (!value.is_null()) record.values[i] = value.get<double>();
-  }
-  if (!json.contains("objects")) return record;
-  const std::vector<Column> columns = ObjectColumns(KindsOfThings(recipe));
-  for (const Json& object : json["objects"]) {
-    std::vector<Cell>& row = record.objects.emplace_back();
-    for (const Column& column : columns) row.push_back(CellIn(object, column.key));
-  }
-  return record;
-}
-
 std::string HeadLine(const Recipe& recipe, const RunHead& head) {
   Json json = {
       {"recipe", recipe.name}, {"fingerprint", head.fingerprint}, {"quillon", QUILLON_VERSION}};
@@ -140,6 +117,28 @@ std::string ToLine(const Recipe& recipe, const ImageRecord& record, bool hasObje
   for (const auto& row : record.objects) objects.push_back(RowToJson(columns, row, true));
   json["objects"] = std::move(objects);
   return JsonText(json);
+}
+
+ImageRecord FromLine(const Recipe& recipe, const std::string& line) {
+  const Json json = Json::parse(line);
+  ImageRecord record = {.image = NameIn(json),
+                        .verdict = VerdictOf(json.at("verdict").get<std::string>())};
+  record.values.resize(recipe.measurements.size());
+  if (json.contains("error")) {
+    record.error = json.at("error").get<std::string>();
+    return record;
+  }
+  for (size_t i = 0; i < record.values.size(); ++i) {
+    const Json& value = json.at("measurements").at(recipe.measurements[i].name);
+    if (!value.is_null()) record.values[i] = value.get<double>();
+  }
+  if (!json.contains("objects")) return record;
+  const std::vector<Column> columns = ObjectColumns(KindsOfThings(recipe));
+  for (const Json& object : json["objects"]) {
+    std::vector<Cell>& row = record.objects.emplace_back();
+    for (const Column& column : columns) row.push_back(CellIn(object, column.key));
+  }
+  return record;
 }
 
 Counts Count(const std::vector<ImageRecord>& records) {

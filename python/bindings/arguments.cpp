@@ -79,7 +79,7 @@ Json Arguments::ReadSource(const std::string& name, const py::object& value) {
     }
     return name;
   }
-  return py::module_::import("os").attr("fsencode")(value).cast<std::string>();
+  return FileNameOf(value);
 }
 
 Json Arguments::Read(const Argument& argument, const py::object& value) {

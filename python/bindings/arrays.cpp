@@ -87,6 +87,10 @@ void Refuse(const char* name, const std::string& wanted, const std::string& give
   throw py::value_error(std::string(name) + ": " + wanted + " is wanted, this is " + given);
 }
 
+std::string FileNameOf(const py::object& name) {
+  return py::module_::import("os").attr("fsencode")(name).cast<std::string>();
+}
+
 std::string Shown(const py::object& value) {
   constexpr size_t kMost = 60;
   if (py::isinstance<py::array>(value)) {

@@ -149,6 +149,9 @@ py::array Deliver(std::unique_ptr<CImage<Pixel>> result, const Delivery& deliver
 // ValueError of one line: "NAME: WANTED is wanted, this is GIVEN".
 [[noreturn]] void Refuse(const char* name, const std::string& wanted, const std::string& given);
 
+// str, bytes or a path, as the system takes it.
+std::string FileNameOf(const py::object& name);
+
 // A value as a message shows it, on one line: arrays by shape and type.
 std::string Shown(const py::object& value);
 

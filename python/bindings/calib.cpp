@@ -26,10 +26,10 @@ const char* Text(const FileName& name) { return name ? name->c_str() : nullptr; 
   throw py::error_already_set();
 }
 
-// str, bytes and paths; None where no file is wanted.
+// None where no file is wanted.
 FileName ReadFileName(const py::object& name) {
   if (name.is_none()) return std::nullopt;
-  return py::module_::import("os").attr("fsencode")(name).cast<std::string>();
+  return FileNameOf(name);
 }
 
 // OSError when the file cannot be opened so. "ab" creates it, and leaves what is there.

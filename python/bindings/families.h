@@ -7,10 +7,12 @@ namespace quillon::python {
 
 void AddOperations(pybind11::module_& module);
 void AddRecipes(pybind11::module_& module);
+void AddRuns(pybind11::module_& module);
 void AddColor(pybind11::module_& module);
 void AddRegions(pybind11::module_& module);
 void AddNcc(pybind11::module_& module);
 void AddGeoMatch(pybind11::module_& module);
 void AddCalibration(pybind11::module_& module);
+void AddSamples(pybind11::module_& module);
 
 }  // namespace quillon::python

@@ -23,9 +23,11 @@ PYBIND11_MODULE(_quillon, module) {
   module.def("shown", Shown);
   AddOperations(module);
   AddRecipes(module);
+  AddRuns(module);
   AddColor(module);
   AddRegions(module);
   AddNcc(module);
   AddGeoMatch(module);
   AddCalibration(module);
+  AddSamples(module);
 }

@@ -4,11 +4,15 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "arrays.h"
 #include "families.h"
 #include "kit/errors.h"
 #include "kit/recipe/inspector.h"
+#include "kit/recipe/objects.h"
+#include "kit/recipe/results.h"
+#include "kit/recipe/run_pages.h"
 #include "results.h"
 #include "things.h"
 
@@ -16,10 +20,6 @@ namespace quillon::python {
 namespace {
 
 namespace recipe = kit::recipe;
-
-std::string FileNameOf(const py::object& name) {
-  return py::module_::import("os").attr("fsencode")(name).cast<std::string>();
-}
 
 // What a step made of an image, copied out of the inspector.
 struct StepOutput {
@@ -56,6 +56,28 @@ class Recipe {
   py::tuple Run(const Array& image, bool withPictures) {
     return IsColour(image) ? RunOn<RGB_24>(image, withPictures)
                            : RunOn<unsigned char>(image, withPictures);
+  }
+
+  // The line of `quillon run` for an image, from its file, or from the bytes of one; and its page
+  // in a folder, where there is one.
+  std::string Record(const py::object& name, const py::object& data, bool withObjects,
+                     const std::string& pageFolder, size_t index) {
+    const std::string path = FileNameOf(name);
+    std::string_view bytes;
+    if (!data.is_none()) bytes = py::reinterpret_borrow<py::bytes>(data);
+    return Unlocked([&] {
+      const Turn turn(*this);
+      recipe::ImageRecord record =
+          bytes.data()
+              ? turn->InspectFile(
+                    {reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size()}, path)
+              : turn->Inspect(path);
+      if (withObjects && record.error.empty()) {
+        record.objects = ObjectRows(AllFound(recipe_, *turn), KindsOfThings(recipe_));
+      }
+      if (!pageFolder.empty()) recipe::Pages(recipe_, pageFolder).Write(index, record, *turn);
+      return ToLine(recipe_, record, withObjects);
+    });
   }
 
   const std::string& Name() const { return recipe_.name; }
@@ -159,6 +181,7 @@ void AddRecipes(py::module_& module) {
   py::class_<Recipe>(module, "Recipe")
       .def(py::init<const py::object&, const py::object&>())
       .def("run", &Recipe::Run)
+      .def("record", &Recipe::Record)
       .def("name", &Recipe::Name);
 }
 

@@ -25,14 +25,14 @@ from .recipes import *  # noqa: F403
 from .things import *  # noqa: F403
 from .version import __version__
 
-__all__ = ["EXPORTS", "__version__", "batch", "results"]
+__all__ = ["EXPORTS", "__version__", "batch", "results", "samples"]
 for _module in (_objects, _operations, _pixels, _prepared, _recipes, _things):
     __all__ += _module.__all__
 
 
 def __getattr__(name: str) -> Any:
     """The modules that few programs need are loaded when they are asked for."""
-    if name not in ("batch", "results"):
+    if name not in ("batch", "results", "samples"):
         raise AttributeError(f"module 'quillon' has no attribute {name!r}")
     import importlib
     return importlib.import_module(f"quillon.{name}")

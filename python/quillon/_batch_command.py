@@ -1,4 +1,4 @@
-"""`python3 -m quillon batch`: a folder of images by a recipe, on a cluster."""
+"""`python3 -m quillon batch`: a folder of images by a recipe, on this machine or on a cluster."""
 
 from __future__ import annotations
 
@@ -58,18 +58,24 @@ def inspect_folder(arguments: argparse.Namespace) -> int:
     # Dask drops what it waits for when it closes, and asyncio would tell of each.
     logging.getLogger("asyncio").setLevel(logging.CRITICAL)
     images = batch.list_images(arguments.folder)
-    records = batch.run(arguments.recipe, images, arguments.scheduler, command=arguments.command,
-                        chunk=arguments.chunk)
+    work = batch.Batch(arguments.recipe, images, out=arguments.out, resume=arguments.resume,
+                       overwrite=arguments.overwrite, pages=not arguments.no_pages,
+                       objects=arguments.objects)
+    say = lambda text: print(f"quillon: {visible(text)}", file=sys.stderr, flush=True)  # noqa: E731
+    records = work.run(arguments.scheduler, chunk=arguments.chunk, say=say)
     passed, failures, progress = 0, [], ProgressLine(len(images))
     try:
         for record in records:
-            print(line_of(record), flush=True)
+            if not arguments.csv:
+                print(line_of(record), flush=True)
             passed += record["verdict"] == "pass"
             if not batch.is_inspected(record):
                 failures.append(record)
             progress.step(record)
     finally:
         progress.end()
+    if arguments.csv:
+        print(work.csv(), end="")
     for record in failures:
         print(visible(f"{record['image']}: {record['error']}"), file=sys.stderr)
     print(f"{len(images)} images: {passed} passed, {len(images) - passed - len(failures)} failed, "
@@ -80,7 +86,7 @@ def inspect_folder(arguments: argparse.Namespace) -> int:
 def run(arguments: argparse.Namespace) -> int:
     try:
         return inspect_folder(arguments)
-    except batch.BatchError as error:
+    except (batch.BatchError, ValueError) as error:
         print(visible(f"quillon: {error}"), file=sys.stderr)
         return 1
     except KeyboardInterrupt:
@@ -89,14 +95,23 @@ def run(arguments: argparse.Namespace) -> int:
 
 
 def add_command(commands: Any) -> None:
-    command = commands.add_parser("batch", help="inspect a folder of images on a Dask cluster",
-                                  description=batch.__doc__.split("\n")[0])
-    command.add_argument("recipe", metavar="RECIPE", help="recipe to read, on every worker")
-    command.add_argument("folder", metavar="FOLDER", help="folder of images, on every worker")
+    command = commands.add_parser("batch", description=batch.__doc__.split("\n")[0],
+                                  help="inspect a folder of images, here or on a Dask cluster")
+    command.add_argument("recipe", metavar="RECIPE", help="recipe to read: a file, or a URL")
+    command.add_argument("folder", metavar="FOLDER",
+                         help="folder of images as every worker knows it, or a URL")
     command.add_argument("--scheduler", metavar="ADDRESS",
-                         help="such as tcp://10.0.0.5:8786 (default: workers on this machine)")
+                         help="such as tcp://10.0.0.5:8786 (default: the threads of this process)")
     command.add_argument("--chunk", type=int, default=batch.CHUNK, metavar="N",
                          help="images in one task (default: %(default)s)")
-    command.add_argument("--command", default="quillon", metavar="PATH",
-                         help="the command-line host on the workers (default: %(default)s)")
+    command.add_argument("--out", metavar="FOLDER",
+                         help="folder for results and pages; made if missing")
+    command.add_argument("--resume", action="store_true",
+                         help="go on with the run whose results are in that folder")
+    command.add_argument("--overwrite", action="store_true",
+                         help="begin anew in a folder that holds results")
+    command.add_argument("--no-pages", action="store_true",
+                         help="write the results alone into that folder")
+    command.add_argument("--objects", action="store_true", help="tell all that was found too")
+    command.add_argument("--csv", action="store_true", help="print CSV instead of lines of JSON")
     command.set_defaults(run=run)

@@ -12,7 +12,7 @@ from ._types import Image
 if TYPE_CHECKING:
     from numpy.typing import NDArray
 
-__all__ = ["Things"]
+__all__ = ["Things", "show"]
 
 
 class Things(np.ndarray[Any, np.dtype[np.void]]):
@@ -73,3 +73,24 @@ class Things(np.ndarray[Any, np.dtype[np.void]]):
     def _repr_html_(self) -> Optional[str]:
         from . import _display
         return _display.html(self) if self.dtype.names else None
+
+
+class _Shown:
+    """An image as notebooks show it."""
+
+    def __init__(self, image: Image, things: Optional[Things]) -> None:
+        self._image, self._things = image, things
+
+    def _repr_html_(self) -> str:
+        from . import _display
+        return _display.picture(self._image, () if self._things is None else [
+            *self._things.outlines()])
+
+    def _repr_png_(self) -> bytes:
+        from . import _display
+        return _display.png(self._image)
+
+
+def show(image: Image, things: Optional[Things] = None) -> _Shown:
+    """Shows an image in a notebook, with things drawn over it."""
+    return _Shown(image, things)

@@ -1,0 +1,80 @@
+"""What `pip install` gives, in a fresh environment of its own: the wheel, and every notebook run with it."""
+
+import json
+import os
+import re
+import subprocess
+import sys
+import sysconfig
+from pathlib import Path
+
+import nbclient
+import nbformat
+import pytest
+
+SOURCE = Path(__file__).parents[2]
+NOTEBOOKS = SOURCE / "python" / "notebooks"
+# What each prints, of the truth of its drawing.
+PRINTED = {
+    "calibrate-a-camera": ["bent by 6.0 pixels", "225 dots", "within 0.3 pixels"],
+    "count-parts": ["28 parts, 28 were drawn", "4 pins", "28 parts after the top-hat"],
+    "find-a-pattern": ["4 brackets, 4 were drawn", "4 matches"],
+    "find-an-outline": ["x 607.0 y 539.0 angle -32.2", "in half the light: x 607.0 y 539.0"],
+    "inspect-a-board": ["0 defects on the board that lies askew", "8 defects, 8 were drawn",
+                        "pass fail fail pass fail fail pass fail fail"],
+}
+
+
+@pytest.fixture(scope="module")
+def environment(tmp_path_factory):
+    """The interpreter of an environment with the wheel, and NumPy of the system; no other path."""
+    folder = tmp_path_factory.mktemp("wheel")
+    clean = {name: value for name, value in os.environ.items() if name != "PYTHONPATH"}
+    run = lambda *command: subprocess.run(  # noqa: E731
+        [*map(str, command)], check=True, cwd=folder, env=clean, capture_output=True)
+    build = os.path.relpath(os.environ["QUILLON_BUILD"], SOURCE)
+    run(sys.executable, "-m", "pip", "wheel", "--no-index", "--no-deps", "-w", folder,
+        "--config-settings", f"build-dir={build}", SOURCE)
+    wheel, = folder.glob("*.whl")
+    run(sys.executable, "-m", "venv", "--system-site-packages", folder / "venv")
+    interpreter = folder / "venv" / "bin" / "python"
+    run(interpreter, "-m", "pip", "install", "--no-index", wheel)
+    return wheel, interpreter, folder
+
+
+def test_the_wheel_says_on_what_it_runs(environment):
+    wheel, interpreter, _ = environment
+    machine = sysconfig.get_platform().split("-")[-1]
+    python = "cp{}{}".format(*sys.version_info)
+    major, minor = re.fullmatch(
+        rf"quillon-.*-{python}-{python}-manylinux_(\d+)_(\d+)_{machine}\.whl", wheel.name).groups()
+    here = os.confstr("CS_GNU_LIBC_VERSION").split()[1].split(".")
+    assert (2, 17) <= (int(major), int(minor)) <= tuple(map(int, here))
+    code = "import quillon, sys; print(quillon.__file__, quillon.__version__, len(quillon.EXPORTS))"
+    told = subprocess.run([interpreter, "-c", code], cwd="/", text=True, check=True,
+                          capture_output=True, env={"PATH": os.environ["PATH"]}).stdout.split()
+    assert Path(told[0]).is_relative_to(interpreter.parents[1]) and told[2] == "117"
+    assert told[1] == (SOURCE / "VERSION").read_text().strip()
+
+
+@pytest.mark.parametrize("name", sorted({path.stem for path in NOTEBOOKS.glob("*.ipynb")} |
+                                        {path.stem for path in SOURCE.glob("docs/guides/*.md")}))
+def test_a_notebook_of_each_guide_runs(name, environment, monkeypatch):
+    _, interpreter, folder = environment
+    notebook = nbformat.read(NOTEBOOKS / f"{name}.ipynb", as_version=4)
+    assert not any(cell.get("outputs") for cell in notebook.cells), "outputs are not kept"
+    kernel = folder / "jupyter" / "kernels" / "wheel"
+    kernel.mkdir(parents=True, exist_ok=True)
+    (kernel / "kernel.json").write_text(json.dumps({
+        "argv": [str(interpreter), "-m", "ipykernel_launcher", "-f", "{connection_file}"],
+        "display_name": "wheel", "language": "python"}))
+    monkeypatch.setenv("JUPYTER_PATH", str(folder / "jupyter"))
+    monkeypatch.delenv("PYTHONPATH", raising=False)
+    nbclient.NotebookClient(notebook, kernel_name="wheel", timeout=300,
+                            resources={"metadata": {"path": str(folder)}}).execute()
+    outputs = [output for cell in notebook.cells for output in cell.get("outputs", ())]
+    printed = "".join(output.get("text", "") for output in outputs)
+    for text in PRINTED[name]:
+        assert text in printed
+    kinds = {kind for output in outputs for kind in output.get("data", ())}
+    assert "text/html" in kinds
