@@ -74,11 +74,11 @@ void CalibrateLens(const Options& options) {
     findings.facts.push_back({"rmsUnit", "Residuals, " + grid.unit + " (RMS)", fit.rms * unit});
     findings.facts.push_back({"worstUnit", "The worst, " + grid.unit, worst * unit});
   }
-  findings.columns = {{"x", "X", 0, Shown::kNowhere},
-                      {"y", "Y", 0, Shown::kNowhere},
-                      {"fittedX", "FITTED X", 2, Shown::kNowhere},
-                      {"fittedY", "FITTED Y", 2, Shown::kNowhere},
-                      {"residual", "RESIDUAL", 2, Shown::kNowhere}};
+  findings.columns = {{"x", "x", 0, Shown::kNowhere},
+                      {"y", "y", 0, Shown::kNowhere},
+                      {"fittedX", "fitted x", 2, Shown::kNowhere},
+                      {"fittedY", "fitted y", 2, Shown::kNowhere},
+                      {"residual", "residual", 2, Shown::kNowhere}};
   Findings shown = findings;
   for (const GridPoint& point : fit.points) {
     findings.rows.push_back(

@@ -58,7 +58,7 @@ void Run(const Operation& operation, const Options& options, Values values) {
   Content found;
   Results results = {.findings = tool.Tell({"", {}, operation.output, found.things}),
                      .report = drawn ? tool.Page("") : Report{}};
-  results.findings.columns.insert(results.findings.columns.begin(), {"board", "BOARD"});
+  results.findings.columns.insert(results.findings.columns.begin(), {"board", "board"});
   size_t failed = 0;
   for (const std::string& path : options.tested) {
     try {

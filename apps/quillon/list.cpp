@@ -23,10 +23,10 @@ Findings ListExports(const CommandText& all, std::string_view part) {
   std::map<std::string, std::string> usages;
   for (const CommandText& command : all.commands) usages[command.name] = command.Usage();
   Findings findings{.key = "operations",
-                    .columns = {{"family", "FAMILY"},
-                                {"operation", "OPERATION"},
-                                {"command", "COMMAND"},
-                                {"summary", "WHAT IT DOES"}}};
+                    .columns = {{"family", "family"},
+                                {"operation", "operation"},
+                                {"command", "command"},
+                                {"summary", "what it does"}}};
   for (const ListedExport& row : Exports()) {
     const std::string command = *row.command ? usages.at(row.command) : "(for programs)";
     const std::string texts[] = {row.family, row.name, command, row.summary};

@@ -28,7 +28,7 @@ void Teach(const Options& options) {
                               {"height", "Height", int64_t{model->height}},
                               {"levels", "Levels", int64_t{model->levels}},
                               {"likeness", "Score of its best false place", model->likeness}},
-                    .columns = {{"doubt", "DOUBT"}},
+                    .columns = {{"doubt", "doubt"}},
                     .rows = {}};
   for (const std::string& doubt : DoubtsOf(*model)) findings.rows.push_back({doubt});
   Print(options.output, findings);

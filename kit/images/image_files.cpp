@@ -222,12 +222,11 @@ void WriteImage(const std::string& path, const ColourImage& image) { Write(path,
 std::vector<unsigned char> EncodePng(const GreyImage& image) { return Encode(image, true); }
 std::vector<unsigned char> EncodePng(const ColourImage& image) { return Encode(image, true); }
 
-std::vector<unsigned char> EncodeJpeg(const ColourImage& image) {
-  constexpr int kQuality = 85;
+std::vector<unsigned char> EncodeJpeg(const ColourImage& image, int quality) {
   const auto packed = Packed(image);
   const EncoderMemory memory;
   std::vector<unsigned char> bytes;
-  stbi_write_jpg_to_func(Append, &bytes, image.width, image.height, 3, packed.data(), kQuality);
+  stbi_write_jpg_to_func(Append, &bytes, image.width, image.height, 3, packed.data(), quality);
   return bytes;
 }
 

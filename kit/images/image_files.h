@@ -46,7 +46,7 @@ void WriteImage(const std::string& path, const ColourImage& image);
 std::vector<unsigned char> EncodePng(const GreyImage& image);
 std::vector<unsigned char> EncodePng(const ColourImage& image);
 
-// The image as the bytes of a JPEG file, for thumbnails.
-std::vector<unsigned char> EncodeJpeg(const ColourImage& image);
+// The image as the bytes of a JPEG file, for pages and thumbnails; quality is 1 to 100.
+std::vector<unsigned char> EncodeJpeg(const ColourImage& image, int quality = 85);
 
 }  // namespace quillon::kit

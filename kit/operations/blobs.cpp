@@ -94,7 +94,8 @@ void FindBlobs(const Call& call) {
                    .left = blob.left,
                    .top = blob.top,
                    .right = blob.right,
-                   .bottom = blob.bottom};
+                   .bottom = blob.bottom,
+                   .number = blob.number};
     std::copy(std::begin(feature.corners), std::end(feature.corners), thing.corners.begin());
     call.result.things.push_back(thing);
   }

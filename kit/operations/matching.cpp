@@ -147,11 +147,11 @@ Findings Template<Image>::Tell(const Searched& searched) const {
                                int64_t{IxGet_DefaultPyramidLevel(tool.get())} + 1},
                               {"start", "Search starts at level",
                                int64_t{IxGet_CurrentPyramidLevel(tool.get())}}},
-                    .columns = {{"x", "X", 2},
-                                {"y", "Y", 2},
-                                {"angle", "ANGLE", 2},
-                                {"scale", "SCALE", 3},
-                                {"score", "SCORE", 3}},
+                    .columns = {{"x", "x", 2},
+                                {"y", "y", 2},
+                                {"angle", "angle", 2},
+                                {"scale", "scale", 3},
+                                {"score", "score", 3}},
                     .rows = {}};
   for (const Thing& match : searched.things) {
     findings.rows.push_back({match.x, match.y, match.angle, match.scale, match.score});
@@ -235,7 +235,7 @@ Findings Edges::Tell(const Searched& searched) const {
       .key = NameOf(searched.kind),
       .facts = {{"edge_points", "Edge points of the template", int64_t{tool->model->count}},
                 {"best_score", "Score of the best place", best.score}},
-      .columns = {{"x", "X", 0}, {"y", "Y", 0}, {"angle", "ANGLE"}, {"score", "SCORE", 3}},
+      .columns = {{"x", "x", 0}, {"y", "y", 0}, {"angle", "angle"}, {"score", "score", 3}},
       .rows = {}};
   for (const Thing& match : searched.things) {
     findings.rows.push_back(
@@ -354,12 +354,12 @@ Findings Part::Tell(const Searched& searched) const {
   Findings findings{.key = NameOf(searched.kind),
                     .facts = {{"by", "Found by", std::string(NameOf(model->way))},
                               {"levels", "Levels of the template", int64_t{model->levels}}},
-                    .columns = {{"x", "X", 2},
-                                {"y", "Y", 2},
-                                {"angle", "ANGLE", 2},
-                                {"scale", "SCALE", 3},
-                                {"score", "SCORE", 3},
-                                {"visible", "VISIBLE", 2}},
+                    .columns = {{"x", "x", 2},
+                                {"y", "y", 2},
+                                {"angle", "angle", 2},
+                                {"scale", "scale", 3},
+                                {"score", "score", 3},
+                                {"visible", "visible", 2}},
                     .rows = {}};
   for (const finder::Match& m : matches) {
     findings.rows.push_back({m.x, m.y, m.degrees, m.scale, m.score, m.visible});

@@ -85,6 +85,11 @@ void ReadyOperation::Run(PictureView a, PictureView b, Content& result) {
   RequirePicture(operation_->inputs[0], a);
   if (operation_->InputCount() == 2) RequirePicture(operation_->inputs[1], b);
   Guarded([&] { operation_->run({values_, a, b, result, tool_.get()}); });
+  int place = 0;
+  for (Thing& thing : result.things) {
+    if (thing.number < 0) thing.number = place;
+    ++place;
+  }
   const bool isEmpty = (operation_->output == Kind::kPicture && !result.picture.bits) ||
                        (operation_->output == Kind::kColour && !result.colour.bits);
   if (isEmpty) {

@@ -65,7 +65,7 @@ const std::vector<Quantity>& Quantities() {
       {"y", "row of it", &Thing::y, things, 2},
       {"width", "width of the turned rectangle, or of a defect's box", &Thing::width, things, 2},
       {"height", "height of it", &Thing::height, things, 2},
-      {"angle", "degrees", &Thing::angle, turned, 2},
+      {"angle", "degrees", &Thing::angle, turned, 2, true},
       {"scale", "size relative to the template", &Thing::scale, {Kind::kMatches}, 3},
       {"score", "likeness to the template, 1 for the same", &Thing::score, {Kind::kMatches}, 3},
       {"mean", "mean grey", &Thing::mean, {Kind::kPicture, Kind::kBlobs}, 1},

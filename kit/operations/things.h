@@ -26,6 +26,7 @@ struct Thing {
   int left = 0, top = 0, right = 0, bottom = 0;  // the outermost pixels of a blob or a defect
   std::array<double, 8> corners = {};            // of the turned rectangle, x and y in turn
   double missing = 0, extra = 0;                 // pixels of a defect
+  int number = -1;  // of a blob among all blobs, before the selection; of others their place
 };
 
 // What can be measured.
@@ -35,6 +36,7 @@ struct Quantity {
   double Thing::*member;     // null: a count, or the mean of a picture
   std::vector<Kind> inputs;  // what it can be measured of
   int decimals;              // on pages
+  bool isSigned = false;     // it can be negative
 };
 const std::vector<Quantity>& Quantities();
 

@@ -9,10 +9,9 @@ namespace quillon::kit {
 Findings Tool::Tell(const Searched& searched) const {
   Findings findings{.key = NameOf(searched.kind), .columns = {{"n", "n"}}};
   for (Column& column : ThingColumns({searched.kind})) findings.columns.push_back(column);
-  int64_t n = 0;
   for (const Thing& thing : searched.things) {
     std::vector<Cell>& row = findings.rows.emplace_back();
-    row.emplace_back(n++);
+    row.emplace_back(int64_t{thing.number});
     for (Cell& cell : ThingCells(thing, searched.kind, {searched.kind})) row.push_back(cell);
   }
   return findings;
@@ -32,7 +31,7 @@ void Tool::Draw(const Searched& searched, int firstRow, Report& report) const {
     const std::vector<Point> corners = CornersOf(thing);
     picture.Polygon({kOutline, row}, corners);
     picture.Cross({kCentre, row}, {thing.x, thing.y});
-    picture.Label({kNumber, row}, corners[0], std::to_string(i));
+    picture.Label({kNumber, row}, corners[0], std::to_string(thing.number));
   }
 }
 

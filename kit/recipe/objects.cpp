@@ -33,11 +33,10 @@ std::vector<std::vector<Cell>> ObjectRows(const std::vector<Found>& found,
   std::vector<std::vector<Cell>> rows;
   for (const auto& [step, things, frame] : found) {
     const Kind kind = step->operation->output;
-    int64_t n = 0;
     for (const Thing& thing : *things) {
       if (rows.size() == most) return rows;
       std::vector<Cell>& row = rows.emplace_back();
-      row.insert(row.end(), {step->name, ++n});
+      row.insert(row.end(), {step->name, int64_t{thing.number}});
       for (Cell& cell : ThingCells(thing, kind, kinds)) row.push_back(std::move(cell));
     }
   }

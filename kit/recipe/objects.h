@@ -22,8 +22,8 @@ std::vector<Found> AllFound(const Recipe& recipe, const Inspector& inspector);
 // The kinds of things that a recipe's steps make.
 std::vector<Kind> KindsOfThings(const Recipe& recipe);
 
-// The step, the number of the thing in it, all that can be measured of things of these kinds, and
-// the columns and rows that the thing reaches.
+// The step, the number of the thing, which is the same in every front, all that can be measured of
+// things of these kinds, and the columns and rows that the thing reaches.
 std::vector<Column> ObjectColumns(const std::vector<Kind>& kinds);
 
 // A row for each thing, `most` of them; nothing where a column does not apply.

@@ -7,8 +7,9 @@
 
 #include "kit/errors.h"
 #include "kit/files/files.h"
-#include "kit/images/image_files.h"
 #include "kit/recipe/objects.h"
+#include "kit/report/page.h"
+#include "kit/report/picture_file.h"
 #include "kit/report/report.h"
 
 namespace quillon::kit::recipe {
@@ -16,8 +17,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr size_t kMostRows = 1000;   // drawings on one page
-constexpr size_t kMostPictures = 6;  // on one page
+constexpr size_t kMostRows = 20'000;  // on one page
 constexpr int kThumbnailWidth = 320, kThumbnailHeight = 220;
 
 std::string NumberOf(size_t index) {
@@ -26,38 +26,10 @@ std::string NumberOf(size_t index) {
   return text;
 }
 
-// The image as it was read.
+// The image as it was read, for as long as the inspector holds it.
 Picture Source(const Inspector& inspector, std::string caption) {
-  return inspector.IsColour() ? Picture(std::move(caption), inspector.Of(kColourSlot).colour)
-                              : Picture(std::move(caption), inspector.Of(kImageSlot).picture);
-}
-
-// Each pixel the mean of those it stands for; never larger than the image.
-void Reduce(const ColourImage& image, ColourImage& reduced) {
-  const double factor = std::max({1.0, static_cast<double>(image.width) / kThumbnailWidth,
-                                  static_cast<double>(image.height) / kThumbnailHeight});
-  const auto side = [&](int length) { return std::max(1, static_cast<int>(length / factor)); };
-  reduced.Create(side(image.width), side(image.height));
-  if (!reduced.bits) throw std::bad_alloc();
-  const auto edge = [](int i, int count, int length) {
-    return static_cast<int>(int64_t{i} * length / count);
-  };
-  for (int y = 0; y < reduced.height; ++y) {
-    const int top = edge(y, reduced.height, image.height);
-    const int bottom = edge(y + 1, reduced.height, image.height);
-    for (int x = 0; x < reduced.width; ++x) {
-      const int left = edge(x, reduced.width, image.width);
-      const int right = edge(x + 1, reduced.width, image.width);
-      int64_t sums[3] = {};
-      for (int v = top; v < bottom; ++v) {
-        for (int i = 3 * left; i < 3 * right; ++i) sums[(i - 3 * left) % 3] += image.rows[v][i];
-      }
-      const int64_t count = int64_t{bottom - top} * (right - left);
-      for (int c = 0; c < 3; ++c) {
-        reduced.rows[y][3 * x + c] = static_cast<unsigned char>((sums[c] + count / 2) / count);
-      }
-    }
-  }
+  return inspector.IsColour() ? Picture(std::move(caption), &inspector.Of(kColourSlot).colour)
+                              : Picture(std::move(caption), &inspector.Of(kImageSlot).picture);
 }
 
 // ---- the page of an image -----------------------------------------------------------------------
@@ -87,7 +59,7 @@ std::string Lead(const Recipe& recipe, const ImageRecord& record) {
 
 enum LayerNumber { kBox, kRectangle, kCentre, kNumber };
 
-void Draw(Picture& picture, const Thing& thing, int row, bool hasBox, const std::string& number) {
+void Draw(Picture& picture, const Thing& thing, int row, bool hasBox) {
   Point corners[4];
   for (size_t i = 0; i < 4; ++i) corners[i] = {thing.corners[2 * i], thing.corners[2 * i + 1]};
   if (hasBox) picture.Box({kBox, row}, thing.left, thing.top, thing.right, thing.bottom);
@@ -97,7 +69,7 @@ void Draw(Picture& picture, const Thing& thing, int row, bool hasBox, const std:
   const Point at = hasBox
                        ? Point{thing.left - 0.5, thing.top - 1.0}
                        : Point{std::clamp(corners[0].x, 0.0, picture.Width() * 0.95), corners[0].y};
-  picture.Label({kNumber, row}, at, number);
+  picture.Label({kNumber, row}, at, std::to_string(thing.number));
 }
 
 // One row for each thing. Columns that nothing fills are left out.
@@ -111,83 +83,107 @@ Findings Rows(const std::vector<Found>& found) {
           .rows = ObjectRows(found, kinds, kMostRows)};
 }
 
-// The image and pictures that things were found in, each with its frame.
-std::vector<int> ShowPictures(const Recipe& recipe, const Inspector& inspector,
-                              const std::vector<Found>& found, Report& report) {
-  std::vector<int> frames = {0}, shown = {kImageSlot, kColourSlot};
-  report.pictures.push_back(Source(inspector, "Image"));
-  const auto add = [&](int number) {
-    const Slot& slot = recipe.slots[static_cast<size_t>(number)];
-    if (slot.kind != Kind::kPicture || report.pictures.size() == kMostPictures ||
-        std::find(shown.begin(), shown.end(), number) != shown.end()) {
-      return;
-    }
-    const GreyImage& picture = inspector.Of(number).picture;
-    if (!picture.bits) return;
-    shown.push_back(number);
-    frames.push_back(slot.frame);
-    report.pictures.emplace_back(slot.name, picture);
-  };
-  for (const Found& entry : found) {
-    // Where the pixels came to lie first, and the picture that the step read.
-    const auto& slots = recipe.slots;
-    const auto first = std::find_if(slots.begin(), slots.end(), [&](const Slot& slot) {
-      return slot.frame == entry.frame && slot.kind == Kind::kPicture;
-    });
-    add(static_cast<int>(first - slots.begin()));
-    add(entry.step->inputs[0]);
+// The page of an image: a picture for each step, and each thing over the picture of its step.
+class StepsPage {
+ public:
+  StepsPage(const Recipe& recipe, const ImageRecord& record, const Inspector& inspector)
+      : recipe_(recipe), inspector_(inspector), pictures_(recipe.slots.size(), kNoPicture) {
+    report_ = {.title = fs::path(record.image).filename().string(),
+               .lead = Lead(recipe, record),
+               .layers = {{"Outline box", Tone::kCyan},
+                          {"Turned rectangle", Tone::kAmber},
+                          {"Centre", Tone::kMagenta},
+                          {"Number", Tone::kWhite}},
+               .step = 0};
+    report_.pictures.push_back(Source(inspector, "Image"));
+    pictures_[kImageSlot] = pictures_[kColourSlot] = 0;
+    findings_.key = "things";
+    findings_.facts = {{"recipe", "Recipe", recipe.name}};
+    if (record.verdict == Verdict::kError) return;  // the steps hold what they held before
+    const GreyImage& image = inspector.Of(kImageSlot).picture;
+    findings_.facts.push_back({"image", "File", record.image});
+    findings_.facts.push_back(
+        {"size", "Size", std::to_string(image.width) + " x " + std::to_string(image.height)});
+    ShowSteps();
+    report_.step = First(record);
   }
-  for (const Measurement& measurement : recipe.measurements) add(measurement.input);
-  return frames;
-}
 
-std::string RenderPage(const Recipe& recipe, const ImageRecord& record,
-                       const Inspector& inspector) {
-  Report report{.title = fs::path(record.image).filename().string(),
-                .lead = Lead(recipe, record),
-                .layers = {{"Outline box", Tone::kCyan},
-                           {"Turned rectangle", Tone::kAmber},
-                           {"Centre", Tone::kMagenta},
-                           {"Number", Tone::kWhite}}};
-  if (record.verdict == Verdict::kError) {
-    report.layers.clear();
-    report.pictures.push_back(Source(inspector, "Image"));
-    return RenderReport(report, {.key = "things", .facts = {{"recipe", "Recipe", recipe.name}}});
-  }
-  const std::vector<Found> found = AllFound(recipe, inspector);
-  const std::vector<int> frames = ShowPictures(recipe, inspector, found, report);
-  Findings findings = Rows(found);
-  size_t total = 0;
-  int row = 0;
-  for (const Found& entry : found) {
-    total += entry.things->size();
-    int n = 0;
-    for (const Thing& thing : *entry.things) {
-      if (row == static_cast<int>(findings.rows.size())) break;
-      ++n;
-      for (size_t i = 0; i < report.pictures.size(); ++i) {
-        if (frames[i] != entry.frame) continue;
-        Draw(report.pictures[i], thing, row, entry.step->operation->output != Kind::kMatches,
-             std::to_string(n));
+  std::string Render() const { return RenderReport(report_, findings_); }
+
+ private:
+  static constexpr int kNoPicture = -1;
+
+  void ShowSteps() {
+    const std::vector<Found> found = AllFound(recipe_, inspector_);
+    Findings rows = Rows(found);
+    size_t total = 0;
+    for (const Found& entry : found) total += entry.things->size();
+    findings_.facts.push_back({"things", "Found", static_cast<int64_t>(total)});
+    if (total > rows.rows.size()) {
+      findings_.facts.push_back(
+          {"shown", "Shown, the first", static_cast<int64_t>(rows.rows.size())});
+    }
+    constexpr size_t kMostNumbers = 150;  // more of them hide the picture, until they are asked for
+    report_.layers[kNumber].shown = rows.rows.size() <= kMostNumbers;
+    const int count = static_cast<int>(rows.rows.size());
+    if (count > 0) {
+      findings_.columns = std::move(rows.columns);
+      findings_.rows = std::move(rows.rows);
+    }
+    auto next = found.begin();
+    int row = 0;
+    for (const Step& step : recipe_.steps) {
+      if (IsPicture(step.operation->output)) {
+        ShowPicture(step);
+      } else {
+        row = ShowThings(*next++, row, count);
       }
-      ++row;
     }
   }
-  constexpr size_t kMostNumbers = 150;  // more of them hide the picture, until they are asked for
-  report.layers[kNumber].shown = findings.rows.size() <= kMostNumbers;
-  const GreyImage& image = inspector.Of(kImageSlot).picture;
-  findings.facts = {
-      {"recipe", "Recipe", recipe.name},
-      {"image", "File", record.image},
-      {"size", "Size", std::to_string(image.width) + " x " + std::to_string(image.height)},
-      {"things", "Found", static_cast<int64_t>(total)}};
-  if (total > findings.rows.size()) {
-    findings.facts.push_back(
-        {"shown", "Shown, the first", static_cast<int64_t>(findings.rows.size())});
+
+  void ShowPicture(const Step& step) {
+    const Content& content = inspector_.Of(step.output);
+    pictures_[static_cast<size_t>(step.output)] = static_cast<int>(report_.pictures.size());
+    if (step.operation->output == Kind::kColour) {
+      report_.pictures.emplace_back(step.name, &content.colour);
+    } else {
+      report_.pictures.emplace_back(step.name, &content.picture);
+    }
   }
-  if (findings.rows.empty()) findings.columns.clear(), report.layers.clear();
-  return RenderReport(report, findings);
-}
+
+  // Over the picture that the step read; the rows of its things begin at `row`.
+  int ShowThings(const Found& found, int row, int end) {
+    const Step& step = *found.step;
+    const int read = pictures_[static_cast<size_t>(step.inputs[0])];
+    const size_t count = found.things->size();
+    const std::string caption = step.name + ": " + std::to_string(count) + " " +
+                                (count == 1 ? "found" : NameOf(step.operation->output));
+    pictures_[static_cast<size_t>(step.output)] = static_cast<int>(report_.pictures.size());
+    Picture& picture =
+        report_.pictures.emplace_back(report_.pictures[static_cast<size_t>(read)].Again(caption));
+    if (found.frame == 0 && read != 0) picture.SetGround(0);
+    for (const Thing& thing : *found.things) {
+      if (row == end) break;
+      Draw(picture, thing, row++, step.operation->output != Kind::kMatches);
+    }
+    return row;
+  }
+
+  // What is seen at first: what the first measurement that failed is of, or else the first.
+  int First(const ImageRecord& record) const {
+    const auto& all = recipe_.measurements;
+    if (all.empty()) return 0;
+    size_t which = 0;
+    while (which < all.size() && Passes(all[which], record.values[which])) ++which;
+    return pictures_[static_cast<size_t>(all[which == all.size() ? 0 : which].input)];
+  }
+
+  const Recipe& recipe_;
+  const Inspector& inspector_;
+  std::vector<int> pictures_;  // of each slot, its place in the report
+  Report report_;
+  Findings findings_;
+};
 
 // What is left of it where memory is short.
 std::string RenderPageWithoutPictures(const Recipe& recipe, const ImageRecord& record) {
@@ -196,13 +192,6 @@ std::string RenderPageWithoutPictures(const Recipe& recipe, const ImageRecord& r
       .lead = Lead(recipe, record) +
               "<p class='note'>There was not enough memory for the pictures of this page.</p>\n"};
   return RenderReport(report, {.key = "things", .facts = {{"recipe", "Recipe", recipe.name}}});
-}
-
-std::vector<unsigned char> Thumbnail(const Inspector& inspector) {
-  ColourImage image, reduced;
-  Source(inspector, "").CopyTo(image);
-  Reduce(image, reduced);
-  return EncodeJpeg(reduced);
 }
 
 }  // namespace
@@ -248,8 +237,8 @@ bool Pages::Write(size_t index, const ImageRecord& record, const Inspector& insp
   if (record.verdict == Verdict::kUnreadable) return true;
   const std::string path = InRun(PageOf(index, record));
   try {
-    WriteFile(path, RenderPage(recipe_, record, inspector));
-    const auto bytes = Thumbnail(inspector);
+    WriteFile(path, StepsPage(recipe_, record, inspector).Render());
+    const auto bytes = Thumbnail(Source(inspector, ""), kThumbnailWidth, kThumbnailHeight);
     WriteFile(InRun(ThumbnailOf(index)),
               {reinterpret_cast<const char*>(bytes.data()), bytes.size()});
     return true;

@@ -1,11 +1,9 @@
-// Style and script of the report page, from page.css and page.js, and of the index of a run.
+// Styles and scripts of the pages: the files of these names in this folder.
 #pragma once
 
 namespace quillon::kit {
 
-extern const char kPageStyle[];
-extern const char kPageScript[];
-extern const char kIndexStyle[];
-extern const char kIndexScript[];
+extern const char kPageStyle[], kReportStyle[], kIndexStyle[];
+extern const char kCsvScript[], kViewerScript[], kTableScript[], kReportScript[], kIndexScript[];
 
 }  // namespace quillon::kit

@@ -9,22 +9,71 @@
 
 namespace quillon::kit {
 
+namespace {
+
+template <class Image>
+std::shared_ptr<const Image> Copied(const Image& image) {
+  auto copy = std::make_shared<Image>();
+  copy->CopyFrom(&image);
+  if (image.bits && !copy->bits) throw std::bad_alloc();
+  return copy;
+}
+
+template <class Image>
+std::shared_ptr<const Image> Lent(const Image* image) {
+  return {std::shared_ptr<void>(), image};
+}
+
+}  // namespace
+
 Picture::Picture(std::string caption, const GreyImage& image)
     : caption_(std::move(caption)),
       width_(image.width),
       height_(image.height),
-      grey_(std::make_unique<GreyImage>()) {
-  grey_->CopyFrom(&image);
-  if (image.bits && !grey_->bits) throw std::bad_alloc();
-}
+      grey_(Copied(image)) {}
 
 Picture::Picture(std::string caption, const ColourImage& image)
     : caption_(std::move(caption)),
       width_(image.width),
       height_(image.height),
-      colour_(std::make_unique<ColourImage>()) {
-  colour_->CopyFrom(&image);
-  if (image.bits && !colour_->bits) throw std::bad_alloc();
+      colour_(Copied(image)) {}
+
+Picture::Picture(std::string caption, const GreyImage* image)
+    : caption_(std::move(caption)),
+      width_(image->width),
+      height_(image->height),
+      grey_(Lent(image)) {}
+
+Picture::Picture(std::string caption, const ColourImage* image)
+    : caption_(std::move(caption)),
+      width_(image->width),
+      height_(image->height),
+      colour_(Lent(image)) {}
+
+Picture Picture::Again(std::string caption) const {
+  Picture again = *this;
+  again.caption_ = std::move(caption);
+  again.drawings_.clear();
+  again.ground_ = -1;
+  return again;
+}
+
+bool Picture::HasPixelsOf(const Picture& other) const {
+  return grey_ == other.grey_ && colour_ == other.colour_;
+}
+
+bool Picture::HasAtMost(int count) const {
+  if (!grey_) return false;
+  bool isThere[256] = {};
+  for (int y = 0; y < height_; ++y) {
+    for (int x = 0; x < width_; ++x) {
+      bool& there = isThere[grey_->rows[y][x]];
+      count -= !there;
+      there = true;
+    }
+    if (count < 0) return false;
+  }
+  return true;
 }
 
 std::vector<unsigned char> Picture::Png() const {

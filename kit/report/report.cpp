@@ -1,41 +1,18 @@
 #include "kit/report/report.h"
 
 #include <algorithm>
-#include <cmath>
+#include <map>
 
 #include "kit/files/files.h"
+#include "kit/report/page.h"
 #include "kit/report/page_parts.h"
-#include "kit/text/text.h"
+#include "kit/report/picture_file.h"
 
 namespace quillon::kit {
-
-std::string Escaped(std::string_view text) {
-  std::string escaped;
-  for (const char c : Visible(text)) {
-    switch (c) {
-      case '&':
-        escaped += "&amp;";
-        break;
-      case '<':
-        escaped += "&lt;";
-        break;
-      case '>':
-        escaped += "&gt;";
-        break;
-      case '"':
-        escaped += "&quot;";
-        break;
-      case '\'':
-        escaped += "&#39;";
-        break;
-      default:
-        escaped += c;
-    }
-  }
-  return escaped;
-}
-
 namespace {
+
+constexpr size_t kMostBytes = 12 * 1024 * 1024;  // of all pictures of a page
+constexpr int kStripWidth = 110, kStripHeight = 64;
 
 std::string Base64(std::span<const unsigned char> bytes) {
   constexpr char kDigits[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
@@ -53,6 +30,10 @@ std::string Base64(std::span<const unsigned char> bytes) {
   return text;
 }
 
+std::string DataUrl(const char* type, std::span<const unsigned char> bytes) {
+  return std::string("data:") + type + ";base64," + Base64(bytes);
+}
+
 // A coordinate, to a hundredth of a pixel.
 std::string Number(double value) {
   std::string text = Text(value, 2);
@@ -60,10 +41,6 @@ std::string Number(double value) {
   text.erase(text.find_last_not_of('0') + 1);
   if (text.back() == '.') text.pop_back();
   return text;
-}
-
-std::string Attribute(std::string_view name, double value) {
-  return " " + std::string(name) + "='" + Number(value) + "'";
 }
 
 const char* ClassOf(Tone tone) {
@@ -84,31 +61,48 @@ const char* ClassOf(Tone tone) {
   return "";
 }
 
-// Writes the page from top to bottom.
+// [layer, row, kind, x, y ..., text], as viewer.js reads it.
+std::string AsJson(const Drawing& drawing) {
+  std::string json = "[" + std::to_string(drawing.mark.layer) + "," +
+                     std::to_string(drawing.mark.row) + "," +
+                     std::to_string(static_cast<int>(drawing.kind));
+  for (const Point& point : drawing.points) {
+    json += "," + Number(point.x) + "," + Number(point.y);
+  }
+  if (drawing.kind == Drawing::Kind::kLabel) json += "," + ScriptText(drawing.text);
+  return json + "]";
+}
+
+// Writes the page's body from top to bottom.
 class Page {
  public:
-  Page(const Report& report, const Findings& findings) : report_(report), findings_(findings) {}
+  Page(const Report& report, const Findings& findings) : report_(report), findings_(findings) {
+    size_t different = 0;
+    for (size_t i = 0; i < report_.pictures.size(); ++i) {
+      size_t first = 0;
+      while (!report_.pictures[first].HasPixelsOf(report_.pictures[i])) ++first;
+      likes_.push_back(first);
+      different += first == i;
+    }
+    share_ = kMostBytes / std::max<size_t>(1, different);
+  }
 
-  std::string Render() {
-    html_ +=
-        "<!DOCTYPE html>\n<html lang='en'>\n<head>\n<meta charset='utf-8'>\n"
-        "<meta name='viewport' content='width=device-width, initial-scale=1'>\n"
-        "<meta name='generator' content='quillon " QUILLON_VERSION "'>\n<title>";
-    html_ += Escaped(report_.title) + "</title>\n<style>\n" + kPageStyle + "</style>\n</head>\n";
-    html_ += "<body>\n<header>\n<h1>" + Escaped(report_.title) + "</h1>\n" + report_.lead;
+  std::string Body() {
+    html_ += "<header>\n<h1>" + Escaped(report_.title) + "</h1>\n" + report_.lead;
     Facts();
-    // One picture has the table beside it; several have it below.
-    html_ +=
-        report_.pictures.size() == 1 ? "</header>\n<main class='beside'>\n" : "</header>\n<main>\n";
+    // One picture, or one at a time, has the table beside it; several have it below.
+    const bool isBeside = report_.pictures.size() == 1 || IsOfSteps();
+    html_ += isBeside ? "</header>\n<main class='beside'>\n" : "</header>\n<main>\n";
     Pictures();
     Rows();
-    html_ += "</main>\n<footer>quillon " QUILLON_VERSION "</footer>\n<script>\n";
-    html_ += kPageScript;
-    html_ += "</script>\n</body>\n</html>\n";
+    html_ += "</main>\n<noscript>Drawings, tables and magnification need JavaScript.</noscript>\n";
+    Data();
     return std::move(html_);
   }
 
  private:
+  bool IsOfSteps() const { return report_.step >= 0; }
+
   void Facts() {
     constexpr int kFactDecimals = 2;
     html_ += "<dl>\n";
@@ -122,11 +116,27 @@ class Page {
 
   void Pictures() {
     if (report_.pictures.empty()) return;
-    html_ += "<section class='pictures'>\n";
+    html_ += "<section class='pictures' aria-label='Pictures'>\n";
+    if (IsOfSteps() && report_.pictures.size() > 1) Strip();
     Toolbar();
     html_ += "<div class='side'>\n";
-    for (const Picture& picture : report_.pictures) Show(picture);
+    for (size_t i = 0; i < report_.pictures.size(); ++i) Show(i);
     html_ += "</div>\n</section>\n";
+  }
+
+  // A button for each step.
+  void Strip() {
+    std::map<size_t, std::string> thumbnails;
+    html_ += "<nav class='strip' aria-label='Steps'>\n";
+    for (size_t i = 0; i < report_.pictures.size(); ++i) {
+      std::string& url = thumbnails[likes_[i]];
+      if (url.empty()) {
+        url = DataUrl("image/jpeg", Thumbnail(report_.pictures[i], kStripWidth, kStripHeight));
+      }
+      html_ += "<button type='button'><img alt='' src='" + url + "'><span>" +
+               Escaped(report_.pictures[i].Caption()) + "</span></button>\n";
+    }
+    html_ += "</nav>\n";
   }
 
   // The legend, whose entries switch layers, and the magnifications.
@@ -138,130 +148,86 @@ class Page {
                "'><input type='checkbox' data-layer='" + std::to_string(i) + "'" +
                (layer.shown ? " checked" : "") + "><i></i>" + Escaped(layer.name) + "</label>\n";
     }
+    const auto hasGround = [](const Picture& picture) { return picture.Ground() >= 0; };
+    if (std::any_of(report_.pictures.begin(), report_.pictures.end(), hasGround)) {
+      html_ +=
+          "<label class='ground'><input type='checkbox' data-ground><i></i>Image "
+          "behind</label>\n";
+    }
     html_ +=
-        "<span class='zoom'><button data-zoom='' class='on'>Fit</button>"
-        "<button data-zoom='1'>1:1</button><button data-zoom='2'>2:1</button>"
-        "<button data-zoom='4'>4:1</button></span>\n</div>\n";
+        "<span class='zoom' title='Wheel or drag to zoom; keys + - 0 and arrows'><output></output>"
+        "<button type='button' data-zoom='fit'>Fit</button>"
+        "<button type='button' data-zoom='1' aria-label='Pixel by pixel'>1:1</button>"
+        "<button type='button' data-zoom='0.5' aria-label='Smaller'>&minus;</button>"
+        "<button type='button' data-zoom='2' aria-label='Larger'>+</button></span>\n</div>\n";
   }
 
-  void Show(const Picture& picture) {
-    const std::string width = std::to_string(picture.Width());
-    const std::string height = std::to_string(picture.Height());
-    html_ += "<figure><div class='frame'><svg viewBox='-0.5 -0.5 " + width + " " + height +
-             "' data-width='" + width + "' style='--w:" + width + ";--h:" + height +
-             ";--text:" + Number(TextSize(picture)) + "px'>\n<image x='-0.5' y='-0.5' width='" +
-             width + "' height='" + height + "' href='data:image/png;base64," +
-             Base64(picture.Png()) + "'/>\n";
-    Draw(picture);
-    html_ += "</svg></div>";
-    if (!picture.Caption().empty()) {
-      html_ += "<figcaption>" + Escaped(picture.Caption()) + "</figcaption>";
+  void Show(size_t number) {
+    const Picture& picture = report_.pictures[number];
+    // The strip has the captions of steps.
+    std::string caption = IsOfSteps() ? "" : picture.Caption(), source;
+    if (likes_[number] == number) {
+      const PictureFile file = Pack(picture, share_);
+      source = " src='" + DataUrl(file.type, file.bytes) + "'";
+      if (file.reduction > 1) {
+        notes_[number] = "shown at 1:" + std::to_string(file.reduction);
+      } else if (file.type == std::string_view("image/jpeg")) {
+        notes_[number] = "shown compressed";
+      }
     }
+    const std::string& note = notes_[likes_[number]];
+    if (!note.empty()) caption += (caption.empty() ? "" : ", ") + note;
+    html_ +=
+        "<figure data-picture><div class='frame' style='--w:" + std::to_string(picture.Width()) +
+        ";--h:" + std::to_string(picture.Height()) + "'><img alt='" + Escaped(picture.Caption()) +
+        "'" + source + "></div>";
+    if (!caption.empty()) html_ += "<figcaption>" + Escaped(caption) + "</figcaption>";
     html_ += "</figure>\n";
-  }
-
-  // Readable on a picture that is shown to its full width, smaller where the drawings are many.
-  double TextSize(const Picture& picture) const {
-    const double side = std::sqrt(static_cast<double>(picture.Width()) * picture.Height());
-    const double rows = std::max<double>(1, static_cast<double>(findings_.rows.size()));
-    return std::max(2.0, std::min(side / 42, 0.36 * side / std::sqrt(rows)));
-  }
-
-  // One group for each row of the table.
-  void Draw(const Picture& picture) {
-    std::vector<const Drawing*> drawings;
-    for (const auto& drawing : picture.Drawings()) drawings.push_back(&drawing);
-    std::stable_sort(drawings.begin(), drawings.end(),
-                     [](const auto* a, const auto* b) { return a->mark.row < b->mark.row; });
-    for (size_t i = 0; i < drawings.size();) {
-      const int row = drawings[i]->mark.row;
-      html_ += row == kNoRow ? "<g>" : "<g data-row='" + std::to_string(row) + "'>" + Tip(row);
-      for (; i < drawings.size() && drawings[i]->mark.row == row; ++i) {
-        const Layer& layer = report_.layers.at(static_cast<size_t>(drawings[i]->mark.layer));
-        html_ += "<g class='layer" + std::to_string(drawings[i]->mark.layer) + " " +
-                 ClassOf(layer.tone) + (layer.shown ? "'>" : " off'>") +
-                 Svg(*drawings[i], picture) + "</g>";
-      }
-      html_ += "</g>\n";
-    }
-  }
-
-  std::string Svg(const Drawing& drawing, const Picture& picture) const {
-    const std::vector<Point>& p = drawing.points;
-    std::string list;
-    switch (drawing.kind) {
-      case Drawing::Kind::kBox:
-        return "<rect" + Attribute("x", p[0].x) + Attribute("y", p[0].y) +
-               Attribute("width", p[1].x - p[0].x) + Attribute("height", p[1].y - p[0].y) + "/>";
-      case Drawing::Kind::kPolygon:
-        for (const Point& point : p) list += Number(point.x) + "," + Number(point.y) + " ";
-        return "<polygon points='" + list + "'/>";
-      case Drawing::Kind::kDots:
-        for (const Point& point : p) list += "M" + Number(point.x) + " " + Number(point.y) + "h0";
-        return "<path class='dots' d='" + list + "'/>";
-      case Drawing::Kind::kCross: {
-        const double arm = 0.22 * TextSize(picture);
-        return "<path d='M" + Number(p[0].x - arm) + " " + Number(p[0].y) + "h" + Number(2 * arm) +
-               "M" + Number(p[0].x) + " " + Number(p[0].y - arm) + "v" + Number(2 * arm) + "'/>";
-      }
-      case Drawing::Kind::kLabel: {
-        // Near the upper edge the text goes below the point.
-        const bool below = p[0].y < picture.Height() / 30.0;
-        return std::string("<text") + (below ? " class='below'" : "") + Attribute("x", p[0].x) +
-               Attribute("y", p[0].y) + ">" + Escaped(drawing.text) + "</text>";
-      }
-    }
-    return "";
-  }
-
-  // What a pointer over a drawing says: the first cells of the row.
-  std::string Tip(int row) const {
-    constexpr size_t kCells = 4;
-    std::string tip;
-    const auto& cells = findings_.rows.at(static_cast<size_t>(row));
-    for (size_t c = 0; c < std::min(kCells, cells.size()); ++c) {
-      const Column& column = findings_.columns[c];
-      tip += (c ? ", " : "") + column.heading + " " + Text(cells[c], column.decimals);
-    }
-    return "<title>" + Escaped(tip) + "</title>";
   }
 
   void Rows() {
     if (findings_.columns.empty()) return;
-    html_ += "<section class='rows'><table>\n<thead><tr>";
-    for (size_t c = 0; c < findings_.columns.size(); ++c) {
-      if (findings_.columns[c].shown != Shown::kEverywhere) continue;
-      const auto isText = [c](const auto& row) {
-        return std::holds_alternative<std::string>(row[c]);
-      };
-      const bool left = std::any_of(findings_.rows.begin(), findings_.rows.end(), isText);
-      html_ += (left ? "<th class='text'><button>" : "<th><button>") +
-               Escaped(findings_.columns[c].heading) + "</button></th>";
-    }
-    html_ += "</tr></thead>\n<tbody>\n";
-    for (size_t row = 0; row < findings_.rows.size(); ++row) {
-      html_ += "<tr data-row='" + std::to_string(row) + "'>";
-      for (size_t c = 0; c < findings_.columns.size(); ++c) {
-        const Column& column = findings_.columns[c];
-        if (column.shown != Shown::kEverywhere) continue;
-        const Cell& cell = findings_.rows[row][c];
-        html_ += std::holds_alternative<std::string>(cell) ? "<td class='text'>" : "<td>";
-        html_ += Escaped(Text(cell, column.decimals)) + "</td>";
+    const size_t count = findings_.rows.size();
+    html_ += "<section class='rows' aria-label='Rows'><div class='tools'><b>" +
+             std::to_string(count) + (count == 1 ? " row" : " rows") +
+             "</b></div><div class='table'></div></section>\n";
+    html_ += CsvElement(findings_);
+  }
+
+  void Data() {
+    std::string pictures;
+    for (size_t i = 0; i < report_.pictures.size(); ++i) {
+      const Picture& picture = report_.pictures[i];
+      std::string drawings;
+      for (const Drawing& drawing : picture.Drawings()) {
+        drawings += (drawings.empty() ? "" : ",") + AsJson(drawing);
       }
-      html_ += "</tr>\n";
+      pictures += (i ? ",\n" : "") + ("{\"width\":" + std::to_string(picture.Width())) +
+                  ",\"height\":" + std::to_string(picture.Height());
+      if (likes_[i] != i) pictures += ",\"like\":" + std::to_string(likes_[i]);
+      if (picture.Ground() >= 0) pictures += ",\"ground\":" + std::to_string(picture.Ground());
+      pictures += ",\"drawings\":[" + drawings + "]}";
     }
-    html_ += "</tbody>\n</table></section>\n";
+    html_ += DataElement("{\"first\":" + std::to_string(std::max(0, report_.step)) +
+                         ",\"columns\":" + ColumnsAsJson(findings_) + ",\n\"pictures\":[" +
+                         pictures + "]}");
   }
 
   const Report& report_;
   const Findings& findings_;
+  std::vector<size_t> likes_;            // the first picture of the same pixels
+  size_t share_;                         // bytes that a picture may take
+  std::map<size_t, std::string> notes_;  // how pictures are shown, where that is not exact
   std::string html_;
 };
 
 }  // namespace
 
 std::string RenderReport(const Report& report, const Findings& findings) {
-  return Page(report, findings).Render();
+  return Render({.title = report.title,
+                 .body = Page(report, findings).Body(),
+                 .style = kReportStyle,
+                 .script = std::string(kViewerScript) + kTableScript + kReportScript});
 }
 
 void WriteReport(const std::string& path, const Report& report, const Findings& findings) {

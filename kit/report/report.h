@@ -10,9 +10,9 @@
 //   }
 //   WriteReport("out.html", report, findings);
 //
-// Pointing at a row shows its drawings on every picture, and the reverse. The legend switches
-// layers on and off. All texts are escaped here. Coordinates are those of the library: (0, 0) is
-// the centre of the top left pixel.
+// Pointing at a row shows its drawings on every picture, and the reverse; a click on it zooms to
+// them. The legend switches layers on and off. All texts are escaped here. Coordinates are those of
+// the library: (0, 0) is the centre of the top left pixel.
 #pragma once
 
 #include <memory>
@@ -53,11 +53,24 @@ struct Drawing {
   std::string text = {};
 };
 
-// A picture with its drawings; keeps a copy of the pixels.
+// A picture with its drawings.
 class Picture {
  public:
+  // Keeps a copy of the pixels.
   Picture(std::string caption, const GreyImage& image);
   Picture(std::string caption, const ColourImage& image);
+  // Keeps none: the image stays as it is until the picture is gone.
+  Picture(std::string caption, const GreyImage* image);
+  Picture(std::string caption, const ColourImage* image);
+
+  // The same pixels, without the drawings; a page carries them once.
+  Picture Again(std::string caption) const;
+  bool HasPixelsOf(const Picture& other) const;
+
+  // Another picture of the report, by its place in it, whose pixels lie at the same positions: the
+  // drawings can be shown over it too.
+  void SetGround(int picture) { ground_ = picture; }
+  int Ground() const { return ground_; }  // -1: none
 
   // The outline around the pixels left ... right, top ... bottom, which are inside.
   void Box(Mark mark, double left, double top, double right, double bottom);
@@ -75,6 +88,8 @@ class Picture {
   int Width() const { return width_; }
   int Height() const { return height_; }
   std::vector<unsigned char> Png() const;
+  // Whether no more than `count` different values of grey are in it.
+  bool HasAtMost(int count) const;
   const std::vector<Drawing>& Drawings() const { return drawings_; }
   // The pixels in colour. As all of this class that copies pixels, it throws std::bad_alloc.
   void CopyTo(ColourImage& image) const;
@@ -82,9 +97,10 @@ class Picture {
  private:
   std::string caption_;
   int width_, height_;
-  std::unique_ptr<GreyImage> grey_;  // one of the two
-  std::unique_ptr<ColourImage> colour_;
-  std::vector<Drawing> drawings_;
+  std::shared_ptr<const GreyImage> grey_;  // one of the two
+  std::shared_ptr<const ColourImage> colour_;
+  std::vector<Drawing> drawings_ = {};
+  int ground_ = -1;
 };
 
 struct Report {
@@ -92,10 +108,9 @@ struct Report {
   std::string lead = {};  // HTML under the title, with its texts escaped
   std::vector<Layer> layers = {};
   std::vector<Picture> pictures = {};  // side by side where there is room
+  // The pictures are steps of which one is seen at a time, this one at first; -1: they are not.
+  int step = -1;
 };
-
-// A text as HTML shows it, in attributes too. What cannot be seen is shown by its number.
-std::string Escaped(std::string_view text);
 
 // The whole page as text.
 std::string RenderReport(const Report& report, const Findings& findings);

@@ -5,6 +5,7 @@
 #include <sstream>
 
 #include "cli/host.h"
+#include "cli/page.h"
 #include "kit/images/image_files.h"
 #include "kit/samples/sample_board.h"
 #include "support/images.h"
@@ -114,18 +115,15 @@ TEST_F(InspectCommand, ReportShowsGoodAndTestedBoards) {
   const std::string page = folder_ / "page.html";
   ASSERT_EQ(Inspect({good_, failing_, passing_, "--report", page}).exitCode, 3);
   const std::string text = ReadText(page);
-  const auto count = [&](const std::string& word) {
-    int found = 0;
-    for (size_t at = text.find(word); at != std::string::npos; at = text.find(word, at + 1)) {
-      ++found;
-    }
-    return found;
-  };
-  EXPECT_EQ(count("data:image/png"), 3);
+  EXPECT_EQ(Count(text, "data:image/png"), 3u);
   // Each defect is boxed on the good board and on its own.
-  EXPECT_EQ(count("<rect "), 2 * static_cast<int>(drawn_.size()));
+  const Json pictures = PageData(text)["pictures"];
+  for (const size_t picture : {0, 1}) {
+    EXPECT_EQ(CountDrawn(pictures[picture], kDrawnBox), drawn_.size());
+  }
+  EXPECT_EQ(CountDrawn(pictures[2], kDrawnBox), 0u);
   for (const char* layer : {"Missing", "Extra", "Missing pixels", "Extra pixels"}) {
-    EXPECT_GE(count("</i>" + std::string(layer) + "</label>"), 1) << layer;
+    EXPECT_EQ(Count(text, "</i>" + std::string(layer) + "</label>"), 1u) << layer;
   }
 }
 

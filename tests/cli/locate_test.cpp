@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "cli/host.h"
+#include "cli/page.h"
 #include "kit/images/image_files.h"
 #include "support/images.h"
 
@@ -82,12 +83,7 @@ TEST_F(Locate, ReportShowsTheEdgesInBothPictures) {
   ASSERT_EQ(Quillon({"locate", pattern_, straight_, "--report", page}).exitCode, 0);
   const std::string text = ReadText(page);
   EXPECT_NE(text.find("Taught edges"), std::string::npos);
-  size_t pictures = 0;
-  for (size_t at = text.find("data:image/png"); at != std::string::npos;
-       at = text.find("data:image/png", at + 1)) {
-    ++pictures;
-  }
-  EXPECT_EQ(pictures, 2u);
+  EXPECT_EQ(Count(text, "data:image/png"), 2u);
 }
 
 }  // namespace quillon::test

@@ -6,6 +6,7 @@
 #include <regex>
 
 #include "cli/host.h"
+#include "cli/page.h"
 #include "kit/images/image_files.h"
 #include "quillon/quillon.h"
 #include "support/scenes.h"
@@ -95,7 +96,7 @@ TEST_F(Match, FindsPlacesAnglesAndScales) {
   ExpectEach(truths, Matches({"--angle", "-40", "25", "--scale", "0.85", "1.15"}));
   const Answer table = Quillon({"match", pattern_, scene_, "--angle", "-40", "25"});
   EXPECT_EQ(table.exitCode, 0);
-  EXPECT_NE(table.out.find("SCORE"), std::string::npos) << table.out;
+  EXPECT_NE(table.out.find("score"), std::string::npos) << table.out;
 }
 
 TEST_F(Match, ColoursTellApartWhatIsEquallyGrey) {
@@ -202,14 +203,9 @@ TEST_F(Match, ReportShowsTemplateAndMatches) {
   const std::string page = folder_ / "page.html";
   ASSERT_EQ(Quillon({"match", pattern_, scene_, "--report", page}).exitCode, 0);
   const std::string text = ReadText(page);
-  const auto count = [&](const std::string& word) {
-    int found = 0;
-    for (size_t at = text.find(word); at != std::string::npos; at = text.find(word, at + 1))
-      ++found;
-    return found;
-  };
-  EXPECT_EQ(count("data:image/png"), 2);
-  for (const char* layer : {"Outline", "Centre", "Score"}) EXPECT_GE(count(layer), 1) << layer;
+  EXPECT_EQ(Count(text, "data:image/png"), 2u);
+  for (const char* layer : {"Outline", "Centre", "Score"})
+    EXPECT_GE(Count(text, layer), 1u) << layer;
 }
 
 // A low score could be taken for a fault of the files, and silence for anything.

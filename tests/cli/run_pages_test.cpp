@@ -6,8 +6,9 @@
 #include <map>
 
 #include "cli/host.h"
+#include "cli/page.h"
 #include "kit/images/image_files.h"
-#include "kit/recipe/inspector.h"
+#include "kit/recipe/histogram.h"
 #include "kit/samples/tray.h"
 #include "quillon/quillon.h"
 #include "support/images.h"
@@ -17,12 +18,6 @@ namespace {
 
 using Json = nlohmann::json;
 namespace recipe = kit::recipe;
-
-size_t Count(const std::string& text, const std::string& part) {
-  size_t count = 0;
-  for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++count;
-  return count;
-}
 
 void WriteTray(const std::string& path, uint32_t seed, int width, int height) {
   ColourImage image;
@@ -49,7 +44,7 @@ TEST(RunPages, HoldEveryImageMeasurementAndVerdict) {
       {"name": "parts", "input": "parts", "value": "count", "max": 8},
       {"name": "largest", "input": "parts", "value": "area", "which": "largest"}]})");
   const auto run = [&](const std::string& to, const char* jobs) {
-    return Quillon({"run", scratch / "recipe.json", folder, "--out", to, "--jobs", jobs});
+    return Quillon({"run", scratch / "recipe.json", folder, "--out", to, "--jobs", jobs, "--csv"});
   };
   const Answer answer = run(out, "1");
   ASSERT_EQ(answer.exitCode, 3) << answer.err;
@@ -62,32 +57,42 @@ TEST(RunPages, HoldEveryImageMeasurementAndVerdict) {
   for (std::string line; std::getline(stream, line);) lines.push_back(Json::parse(line));
   lines.erase(lines.begin());
   const std::string& index = files.at("index.html");
+  EXPECT_EQ(PageCsv(index), answer.out);
+  const Json images = PageData(index)["images"];
   std::map<std::string, size_t> verdicts;
   for (size_t i = 0; i < lines.size(); ++i) {
     const std::string verdict = lines[i]["verdict"];
     ++verdicts[verdict];
-    if (verdict == "unreadable") continue;
+    if (verdict == "unreadable") {
+      EXPECT_EQ(images[i], Json({"", "", -1, -1}));
+      continue;
+    }
     const std::string number = "000" + std::to_string(i + 1),
                       page = "pages/" + number + "-a_b_" + std::to_string(i) + ".html";
     ASSERT_TRUE(files.contains(page)) << page;
-    EXPECT_EQ(Count(index, "href='" + page + "'"), 1u);
-    EXPECT_EQ(Count(index, "src='thumbs/" + number + ".jpg'"), 1u);
+    EXPECT_EQ(images[i][0], page);
+    EXPECT_EQ(images[i][1], "thumbs/" + number + ".jpg");
     EXPECT_EQ(files.at("thumbs/" + number + ".jpg").substr(0, 2), "\xff\xd8");
     const std::string& text = files.at(page);
     EXPECT_EQ(Count(text, "<p class='verdict " + verdict + "'>"), 1u);
-    EXPECT_EQ(Count(text, "<tr data-row="), lines[i]["measurements"]["parts"].get<size_t>());
+    const size_t parts = lines[i]["measurements"]["parts"];
+    EXPECT_EQ(Count(PageCsv(text), "\nparts,"), parts);
     const std::string largest = std::to_string(lines[i]["measurements"]["largest"].get<int>());
     EXPECT_EQ(Count(text, "<strong>" + largest + "</strong>"), 1u) << largest;
-    // The image, where nothing is drawn because its pixels lie elsewhere, and the two pictures
-    // that the parts were found in.
+    // The image, a picture for each step, and what was found over the one that it was found in.
     EXPECT_EQ(Count(text, "data:image/png;base64,"), 3u);
-    EXPECT_EQ(Count(text, "<g data-row='0'>"), 2u);
-    EXPECT_EQ(Count(text, "part &lt;of&gt; it"), 1u);
+    const Json data = PageData(text);
+    ASSERT_EQ(data["pictures"].size(), 4u);
+    for (size_t picture = 0; picture < 4; ++picture) {
+      EXPECT_EQ(data["pictures"][picture]["drawings"].size(), picture == 3 ? 4 * parts : 0);
+    }
+    EXPECT_EQ(data["pictures"][3]["like"], 2);
+    EXPECT_EQ(data["first"], 3);
+    EXPECT_EQ(Count(text, "<span>part &lt;of&gt; it</span>"), 1u);
     EXPECT_EQ(Count(text, "http"), 0u);
   }
   EXPECT_GE(verdicts.size(), 3u) << answer.out;
   for (const auto& [verdict, count] : verdicts) {
-    EXPECT_EQ(Count(index, "class='card' data-verdict='" + verdict + "'"), count) << verdict;
     EXPECT_EQ(Count(index, "<b>" + std::to_string(count) + "</b> " + verdict + "<"), 1u) << verdict;
   }
   EXPECT_EQ(Count(index, "<figure class='histogram'"), 2u);
@@ -103,6 +108,55 @@ TEST(RunPages, HoldEveryImageMeasurementAndVerdict) {
   std::filesystem::remove(out + "/index.html");
   const Answer rest = Quillon({"run", scratch / "recipe.json", folder, "--out", out, "--resume"});
   EXPECT_EQ(FilesOf(out), files) << rest.err;
+}
+
+// Bins hold values within the limits or values outside them, limits are edges, and the axis begins
+// at 0 where values cannot be negative.
+TEST(RunPages, HistogramsNeverMixPassAndFail) {
+  struct Case {
+    const char* quantity;
+    std::vector<double> values;
+    std::optional<double> min, max;
+  };
+  const Case cases[] = {
+      {"count", {24, 24, 25, 23, 0}, 24, 24},
+      {"count", {2, 3, 3, 7}, 2.5, {}},
+      {"count", {4001, 4002, 4004}, {}, 4002},
+      {"area", {3610, 3611, 3700, 4200, 9000}, 3611, 4200},
+      {"area", {10, 900, 40}, {}, {}},
+      {"mean", {99.5, 100.5, 100, 101.25}, 100, 100},
+      {"mean", {7.25}, 7.25, {}},
+      {"mean", {0.25, 0.5}, 0.75, {}},
+      {"score", {0.91, 0.95, 0.99}, {}, 0.91},
+      {"angle", {-12.5, 0, 170.1}, -10, 10},
+      {"x", {0.1, 1e6, 5e5}, 20, 5e5},
+  };
+  for (const Case& c : cases) {
+    recipe::Measurement measurement = {.name = c.quantity, .min = c.min, .max = c.max};
+    for (const auto& quantity : recipe::Quantities()) {
+      if (quantity.name == std::string(c.quantity)) measurement.quantity = &quantity;
+    }
+    std::vector<std::optional<double>> values(c.values.begin(), c.values.end());
+    values.push_back(std::nullopt);
+    const recipe::Histogram histogram(measurement, values);
+    std::vector<size_t> counts(histogram.Bins().size());
+    for (const double value : c.values) {
+      const auto bin = static_cast<size_t>(histogram.BinOf(value));
+      ASSERT_LT(bin, counts.size()) << c.quantity << " " << value;
+      ++counts[bin];
+      const auto& [from, to, passes, count] = histogram.Bins()[bin];
+      EXPECT_LE(from, value) << c.quantity;
+      EXPECT_GE(to, value) << c.quantity;
+      EXPECT_EQ(passes, recipe::Passes(measurement, value)) << c.quantity << " " << value;
+    }
+    EXPECT_EQ(histogram.BinOf({}), -1);
+    for (size_t i = 0; i < counts.size(); ++i) {
+      EXPECT_EQ(histogram.Bins()[i].count, counts[i]) << c.quantity << " bin " << i;
+    }
+    const bool beginsAtZero = histogram.Html(0).find(">0</text>") != std::string::npos ||
+                              histogram.Html(0).find(">0.") != std::string::npos;
+    EXPECT_EQ(beginsAtZero, std::string(c.quantity) != "angle") << histogram.Html(0);
+  }
 }
 
 TEST(RunExamples, FindWhatTheirNotesSay) {
