@@ -53,10 +53,14 @@ export class Table {
     const cell = this.rows[row][place];
     return isText ? cell : fixed(cell, decimals);
   }
-  widthOf(column) {
-    let widest = column.heading.length;
-    for (let row = 0; row < this.rows.length; ++row) widest = Math.max(widest, this.text(row, column).length);
-    return widest;
+  // The longest text, or that of the least or the greatest number.
+  widthOf({heading, place, decimals, isText}) {
+    let widest = heading.length, least = 0, most = 0;
+    for (const {[place]: cell} of this.rows) {
+      if (isText) widest = Math.max(widest, cell.length);
+      else least = Math.min(least, cell), most = Math.max(most, cell);
+    }
+    return Math.max(widest, least.toFixed(decimals).length, most.toFixed(decimals).length);
   }
   rowOf(event) {
     const line = event.target.closest("tr[data-row]");

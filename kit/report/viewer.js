@@ -9,27 +9,26 @@ const kKinds = {box: 0, polygon: 1, dots: 2, cross: 3, label: 4};
 const kMostScale = 64;  // pixels of the page for one of the picture
 const kArm = 5, kLeastArm = 1.5, kSlack = 4, kLabelWidth = 34, kLabelHeight = 14;  // in pixels of the page
 
-function unpack([layer, row, kind, ...rest]) {
-  const text = kind === kKinds.label ? rest.pop() : "";
-  const xs = rest.filter((_, i) => i % 2 === 0), ys = rest.filter((_, i) => i % 2 === 1);
-  const least = (values) => values.reduce((a, b) => Math.min(a, b), Infinity);
-  const most = (values) => values.reduce((a, b) => Math.max(a, b), -Infinity);
-  return {layer, row, kind, xs, ys, text, left: least(xs), top: least(ys), right: most(xs), bottom: most(ys)};
+const kFirst = 3;  // the place of the first coordinate in a drawing
+const layerOf = (drawing) => drawing[0], rowOf = (drawing) => drawing[1], kindOf = (drawing) => drawing[2];
+const endOf = (drawing) => drawing.length - (kindOf(drawing) === kKinds.label);  // of its coordinates
+
+function boundsOf(drawing) {
+  let left = Infinity, top = Infinity, right = -Infinity, bottom = -Infinity;
+  for (let i = kFirst; i < endOf(drawing); i += 2) {
+    left = Math.min(left, drawing[i]), right = Math.max(right, drawing[i]);
+    top = Math.min(top, drawing[i + 1]), bottom = Math.max(bottom, drawing[i + 1]);
+  }
+  return {left, top, right, bottom};
 }
 
 export class Viewer {
   constructor(frame, picture, layers, events = {}) {
-    Object.assign(this, {frame, layers, events, width: picture.width, height: picture.height});
+    Object.assign(this, {frame, picture, layers, events, width: picture.width, height: picture.height});
     this.image = frame.querySelector("img");
+    // All drawings, which fade while some rows are shown before them.
     this.canvas = frame.appendChild(document.createElement("canvas"));
-    this.byLayer = layers.map(() => []);
-    this.byRow = new Map();
-    for (const drawing of (picture.drawings ?? []).map(unpack)) {
-      this.byLayer[drawing.layer].push(drawing);
-      if (drawing.row < 0) continue;
-      if (!this.byRow.has(drawing.row)) this.byRow.set(drawing.row, []);
-      this.byRow.get(drawing.row).push(drawing);
-    }
+    this.front = frame.appendChild(document.createElement("canvas"));
     this.rowsOn = [];
     this.scale = this.left = this.top = 0;  // the picture's place in the frame
     this.pointers = new Map();
@@ -38,8 +37,23 @@ export class Viewer {
     this.listen();
   }
 
+  // The drawings of each layer and of each row with their bounds, from when they are first asked for.
+  get byLayer() { return this.sorted.byLayer; }
+  get byRow() { return this.sorted.byRow; }
+  get sorted() {
+    const byLayer = this.layers.map(() => []), byRow = new Map();
+    for (const drawing of this.picture.drawings ?? []) {
+      const row = rowOf(drawing), entry = {drawing, row, ...boundsOf(drawing)};
+      byLayer[layerOf(drawing)].push(entry);
+      if (row < 0) continue;
+      if (byRow.has(row)) byRow.get(row).push(entry);
+      else byRow.set(row, [entry]);
+    }
+    Object.defineProperty(this, "sorted", {value: {byLayer, byRow}});
+    return this.sorted;
+  }
   has(row) { return this.byRow.has(row); }
-  usesLayer(layer) { return this.byLayer[layer].length > 0; }
+  usesLayer(layer) { return (this.picture.drawings ?? []).some((drawing) => layerOf(drawing) === layer); }
   get isVisible() { return this.frame.clientWidth > 0; }
 
   // ---- where the picture lies in the frame ----
@@ -85,7 +99,7 @@ export class Viewer {
   reveal(row) {
     const drawings = this.byRow.get(row);
     if (!drawings || !this.isVisible) return;
-    const reach = (side, of) => of(...drawings.map((drawing) => drawing[side]));
+    const reach = (side, of) => of(...drawings.map((entry) => entry[side]));
     this.show(reach("left", Math.min), reach("top", Math.min), reach("right", Math.max), reach("bottom", Math.max),
       0.35, 12);
   }
@@ -106,8 +120,10 @@ export class Viewer {
   resized() {
     if (!this.isVisible) return;
     const {view} = this, wasPlaced = this.scale > 0 && Number.isFinite(view.x);
-    this.canvas.width = Math.round(this.frame.clientWidth * devicePixelRatio);
-    this.canvas.height = Math.round(this.frame.clientHeight * devicePixelRatio);
+    const width = Math.round(this.frame.clientWidth * devicePixelRatio);
+    const height = Math.round(this.frame.clientHeight * devicePixelRatio);
+    if (wasPlaced && this.canvas.width === width && this.canvas.height === height) return;
+    for (const canvas of [this.canvas, this.front]) Object.assign(canvas, {width, height});
     if (wasPlaced && view.zoom > 1) this.view = view;
     else this.place(0, 0, 0);
   }
@@ -115,75 +131,102 @@ export class Viewer {
   // ---- drawing ----
 
   redraw() {
+    this.isOld = true;
+    this.redrawFront();
+  }
+  redrawFront() {
     if (this.isWaiting) return;
     this.isWaiting = true;
-    requestAnimationFrame(() => { this.isWaiting = false; if (this.isVisible) this.draw(); });
+    requestAnimationFrame(() => {
+      this.isWaiting = false;
+      if (!this.isVisible) return;
+      if (this.isOld) this.drawAll();
+      this.isOld = false;
+      this.drawFront();
+    });
   }
-  light(rows) { this.rowsOn = rows; this.redraw(); }
+  light(rows) { this.rowsOn = rows; this.redrawFront(); }
 
   toX(x) { return (x + 0.5) * this.scale + this.left; }
   toY(y) { return (y + 0.5) * this.scale + this.top; }
-  isSeen(drawing) {
+  isSeen({left, top, right, bottom}) {
     const {clientWidth, clientHeight} = this.frame;
-    return this.toX(drawing.right) > -20 && this.toX(drawing.left) < clientWidth + 20 &&
-      this.toY(drawing.bottom) > -20 && this.toY(drawing.top) < clientHeight + 20;
+    return this.toX(right) > -20 && this.toX(left) < clientWidth + 20 &&
+      this.toY(bottom) > -20 && this.toY(top) < clientHeight + 20;
   }
 
-  draw() {
-    const context = this.canvas.getContext("2d");
+  cleared(canvas) {
+    const context = canvas.getContext("2d");
     context.setTransform(devicePixelRatio, 0, 0, devicePixelRatio, 0, 0);
     context.clearRect(0, 0, this.frame.clientWidth, this.frame.clientHeight);
     context.lineJoin = "round";
-    const on = new Set(this.rowsOn.filter((row) => this.byRow.has(row)));
-    const taken = new Set();  // the places of labels: none hides another
-    for (const isOn of on.size ? [false, true] : [false]) {
-      context.globalAlpha = on.size && !isOn ? 0.3 : 1;
-      this.layers.forEach((layer, number) => {
-        const drawings = this.byLayer[number].filter((drawing) =>
-          (layer.shown || (isOn && drawing.kind === kKinds.label)) && on.has(drawing.row) === isOn && this.isSeen(drawing));
-        this.stroke(context, drawings, layer.colour, isOn ? 2.6 : 1.4);
-        this.write(context, drawings, layer.colour, isOn ? new Set() : taken);
-      });
-    }
-    if (this.span) {
-      context.globalAlpha = 1;
-      context.strokeStyle = "#fff";
-      context.setLineDash([5, 4]);
-      context.strokeRect(this.span.x, this.span.y, this.span.width, this.span.height);
-      context.setLineDash([]);
-    }
+    return context;
   }
 
+  drawAll() {
+    const context = this.cleared(this.canvas);
+    const taken = new Set();  // the places of labels: none hides another
+    this.layers.forEach(({shown, colour}, layer) => {
+      if (!shown) return;
+      const drawings = this.byLayer[layer].filter((entry) => this.isSeen(entry)).map(({drawing}) => drawing);
+      this.stroke(context, drawings, colour, 1.4);
+      this.write(context, drawings, colour, taken);
+    });
+  }
+
+  // The rows that are pointed at or picked, with their labels, and the rectangle of a drag.
+  drawFront() {
+    const context = this.cleared(this.front);
+    const entries = this.rowsOn.flatMap((row) => this.byRow.get(row) ?? []);
+    this.canvas.style.opacity = entries.length ? 0.3 : 1;
+    for (const {drawing} of entries) {
+      const {shown, colour} = this.layers[layerOf(drawing)];
+      if (shown) this.stroke(context, [drawing], colour, 2.6);
+      this.write(context, [drawing], colour, new Set());
+    }
+    if (!this.span) return;
+    context.strokeStyle = "#fff";
+    context.lineWidth = 1.4;
+    context.setLineDash([5, 4]);
+    context.strokeRect(this.span.x, this.span.y, this.span.width, this.span.height);
+    context.setLineDash([]);
+  }
+
+  // One stroke for each: a path of thousands takes ten times as long. Crosses are two small rectangles.
   stroke(context, drawings, colour, width) {
     context.strokeStyle = context.fillStyle = colour;
     context.lineWidth = width;
-    context.beginPath();
-    const arm = Math.max(kLeastArm, Math.min(kArm, 12 * this.scale));  // small crosses where things are small
+    const arm = Math.max(kLeastArm, Math.min(kArm, 12 * this.scale));  // small where things are small
     const dot = Math.max(width + 1.6, Math.min(this.scale * 0.5, 6));
-    for (const {kind, xs, ys} of drawings) {
-      const [x, y] = [this.toX(xs[0]), this.toY(ys[0])];
+    for (const drawing of drawings) {
+      const kind = kindOf(drawing), end = endOf(drawing);
+      const x = this.toX(drawing[kFirst]), y = this.toY(drawing[kFirst + 1]);
       if (kind === kKinds.box) {
-        context.rect(x, y, this.toX(xs[1]) - x, this.toY(ys[1]) - y);
+        context.strokeRect(x, y, this.toX(drawing[kFirst + 2]) - x, this.toY(drawing[kFirst + 3]) - y);
       } else if (kind === kKinds.polygon) {
+        context.beginPath();
         context.moveTo(x, y);
-        for (let i = 1; i < xs.length; ++i) context.lineTo(this.toX(xs[i]), this.toY(ys[i]));
+        for (let i = kFirst + 2; i < end; i += 2) context.lineTo(this.toX(drawing[i]), this.toY(drawing[i + 1]));
         context.closePath();
+        context.stroke();
       } else if (kind === kKinds.cross) {
-        context.moveTo(x - arm, y), context.lineTo(x + arm, y);
-        context.moveTo(x, y - arm), context.lineTo(x, y + arm);
+        context.fillRect(x - arm, y - width / 2, 2 * arm, width);
+        context.fillRect(x - width / 2, y - arm, width, 2 * arm);
       } else if (kind === kKinds.dots) {
-        xs.forEach((px, i) => context.fillRect(this.toX(px) - dot / 2, this.toY(ys[i]) - dot / 2, dot, dot));
+        for (let i = kFirst; i < end; i += 2) {
+          context.fillRect(this.toX(drawing[i]) - dot / 2, this.toY(drawing[i + 1]) - dot / 2, dot, dot);
+        }
       }
     }
-    context.stroke();
   }
 
   write(context, drawings, colour, taken) {
     context.font = `600 ${0.76 * parseFloat(getComputedStyle(document.documentElement).fontSize)}px system-ui, sans-serif`;
     context.lineWidth = 3;
-    for (const {kind, xs, ys, text} of drawings) {
-      if (kind !== kKinds.label) continue;
-      const x = Math.max(2, this.toX(xs[0])), y = Math.max(12, this.toY(ys[0]) - 2);  // below the upper edge
+    for (const drawing of drawings) {
+      if (kindOf(drawing) !== kKinds.label) continue;
+      const text = drawing[endOf(drawing)];
+      const x = Math.max(2, this.toX(drawing[kFirst])), y = Math.max(12, this.toY(drawing[kFirst + 1]) - 2);
       const place = `${Math.floor(x / kLabelWidth)} ${Math.floor(y / kLabelHeight)}`;
       if (taken.has(place)) continue;
       taken.add(place);
@@ -199,12 +242,12 @@ export class Viewer {
     let found = null, least = Infinity;
     this.layers.forEach((layer, number) => {
       if (!layer.shown) return;
-      for (const drawing of this.byLayer[number]) {
-        const left = this.toX(drawing.left) - kSlack, right = this.toX(drawing.right) + kSlack;
-        const top = this.toY(drawing.top) - kSlack, bottom = this.toY(drawing.bottom) + kSlack;
+      for (const entry of this.byLayer[number]) {
+        const left = this.toX(entry.left) - kSlack, right = this.toX(entry.right) + kSlack;
+        const top = this.toY(entry.top) - kSlack, bottom = this.toY(entry.bottom) + kSlack;
         const area = (right - left) * (bottom - top);
-        if (drawing.row < 0 || x < left || x > right || y < top || y > bottom || area >= least) continue;
-        found = drawing.row;
+        if (entry.row < 0 || x < left || x > right || y < top || y > bottom || area >= least) continue;
+        found = entry.row;
         least = area;
       }
     });
@@ -257,7 +300,7 @@ export class Viewer {
     if (start.spans) {
       this.span = {x: Math.min(x, start.x), y: Math.min(y, start.y),
         width: Math.abs(x - start.x), height: Math.abs(y - start.y)};
-      this.redraw();
+      this.redrawFront();
     } else if (!this.isFit) {
       this.place(this.scale, start.left + x - start.x, start.top + y - start.y);
       this.tell();
@@ -274,7 +317,7 @@ export class Viewer {
     const {start, span} = this;
     if (!this.pointers.delete(event.pointerId) || this.pointers.size) return;
     this.span = null;
-    this.redraw();
+    this.redrawFront();
     if (isCancelled) return;
     if (!start.hasMoved) {
       const row = this.rowAt(...this.at(event));
