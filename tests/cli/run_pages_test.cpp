@@ -133,7 +133,7 @@ TEST(RunPages, HistogramsNeverMixPassAndFail) {
   };
   for (const Case& c : cases) {
     recipe::Measurement measurement = {.name = c.quantity, .min = c.min, .max = c.max};
-    for (const auto& quantity : recipe::Quantities()) {
+    for (const auto& quantity : kit::Quantities()) {
       if (quantity.name == std::string(c.quantity)) measurement.quantity = &quantity;
     }
     std::vector<std::optional<double>> values(c.values.begin(), c.values.end());
