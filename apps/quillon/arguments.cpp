@@ -49,6 +49,8 @@ Json ValueOf(const Argument& argument, const std::string& text) {
       return std::strtoll(text.c_str(), nullptr, 0);
     case Type::kNumber:
     case Type::kRange:
+    case Type::kBox:
+    case Type::kRing:
       return std::strtod(text.c_str(), nullptr);
     case Type::kPoints:
       return PointOf(text);
@@ -64,6 +66,8 @@ bool IsList(const Argument& argument) {
     case Type::kWholes:
     case Type::kPoints:
     case Type::kRectangle:
+    case Type::kBox:
+    case Type::kRing:
     case Type::kFiles:
       return true;
     default:
@@ -153,6 +157,12 @@ void Arguments::AddOption(Command command, const Argument& argument) {
       option.Values(4)
           .ShownAs("LEFT TOP WIDTH HEIGHT")
           .Within(static_cast<int>(argument.min), static_cast<int>(argument.max));
+      break;
+    case Type::kBox:
+      option.Values(5).ShownAs("X Y WIDTH HEIGHT ANGLE").Within(argument.min, argument.max);
+      break;
+    case Type::kRing:
+      option.Values(4).ShownAs("X Y INNER OUTER").Within(argument.min, argument.max);
       break;
     case Type::kFiles:
       option.ShownAs("FILE").MayBeRepeated();

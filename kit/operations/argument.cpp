@@ -10,6 +10,7 @@ namespace quillon::kit {
 namespace {
 
 constexpr size_t kMostFiles = 1000;
+constexpr double kFullTurn = 360;
 
 std::string Limits(const Argument& argument) {
   return "from " + Plain(argument.min) + " to " + Plain(argument.max);
@@ -112,12 +113,18 @@ std::string Argument::Expected() const {
     case Type::kRectangle:
       return "[left, top, width, height], whole numbers up to " + Plain(max) +
              ", width and height from 1";
+    case Type::kBox:
+      return "[x, y, width, height, angle], numbers " + Limits(*this) +
+             ", width and height from 1, the angle from -360 to 360";
+    case Type::kRing:
+      return "[x, y, inner radius, outer radius], numbers " + Limits(*this) + ", radii from 1";
   }
   return "";
 }
 
 bool Argument::Fits(const Json& value) const {
   const auto isWhole = [this](const Json& item) { return IsWhole(item, min, max); };
+  const auto isNumber = [this](const Json& item) { return IsNumber(item, min, max); };
   switch (type) {
     case Type::kWhole:
       return isWhole(value);
@@ -135,7 +142,7 @@ bool Argument::Fits(const Json& value) const {
     case Type::kFiles:
       return AreAll(value, 1, kMostFiles, IsName);
     case Type::kRange:
-      return AreAll(value, 2, 2, [this](const Json& item) { return IsNumber(item, min, max); });
+      return AreAll(value, 2, 2, isNumber);
     case Type::kWholeRange:
       return AreAll(value, 2, 2, isWhole);
     case Type::kWholes:
@@ -145,6 +152,11 @@ bool Argument::Fits(const Json& value) const {
                     [&](const Json& point) { return AreAll(point, 2, 2, isWhole); });
     case Type::kRectangle:
       return AreAll(value, 4, 4, isWhole) && value[2] >= 1 && value[3] >= 1;
+    case Type::kBox:
+      return AreAll(value, 5, 5, isNumber) && value[2] >= 1 && value[3] >= 1 &&
+             IsNumber(value[4], -kFullTurn, kFullTurn);
+    case Type::kRing:
+      return AreAll(value, 4, 4, isNumber) && value[2] >= 1 && value[3] >= 1;
   }
   return false;
 }
@@ -152,6 +164,9 @@ bool Argument::Fits(const Json& value) const {
 std::string Argument::Contradiction(const Json& value) const {
   const bool isRange = type == Type::kRange || type == Type::kWholeRange;
   if (isRange && value[0].get<double>() > value[1].get<double>()) return "low is above high";
+  if (type == Type::kRing && value[2].get<double>() >= value[3].get<double>()) {
+    return "the inner radius is not below the outer one";
+  }
   if (type != Type::kPoints) return "";
   std::vector<int> points;
   for (const Json& point : value) {
@@ -209,6 +224,18 @@ Json Argument::Schema() const {
                 {"maxItems", 4}};
       break;
     }
+    case Type::kBox:
+    case Type::kRing: {
+      const Json place = NumberSchema("number", min, max), size = NumberSchema("number", 1, max);
+      Json items = {place, place, size, size};
+      if (type == Type::kBox) items.push_back(NumberSchema("number", -kFullTurn, kFullTurn));
+      const size_t numbers = items.size();
+      schema = {{"type", "array"},
+                {"prefixItems", std::move(items)},
+                {"minItems", numbers},
+                {"maxItems", numbers}};
+      break;
+    }
   }
   schema["description"] = Meaning();
   if (HasDefault()) schema["default"] = Json::parse(otherwise);
@@ -251,6 +278,13 @@ Argument Points(const char* name, const char* summary) {
 }
 Argument Rectangle(const char* name, double longest, const char* summary) {
   return {name, Argument::Type::kRectangle, summary, 0, longest};
+}
+
+Argument Box(const char* name, const char* summary) {
+  return {name, Argument::Type::kBox, summary, -kFarthest, kFarthest};
+}
+Argument Ring(const char* name, const char* summary) {
+  return {name, Argument::Type::kRing, summary, -kFarthest, kFarthest};
 }
 
 std::string InMessage(const Json& value) {

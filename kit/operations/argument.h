@@ -28,6 +28,8 @@ struct Argument {
     kWholes,      // `count` of them
     kPoints,      // [x, y] each, at least three
     kRectangle,   // [left, top, width, height]
+    kBox,         // [x, y, width, height, angle], turned about its centre
+    kRing,        // [x, y, inner radius, outer radius] about a centre
   };
 
   const char* name;
@@ -78,6 +80,10 @@ Argument Wholes(const char* name, size_t count, const char* summary);
 Argument Points(const char* name, const char* summary);
 // Within a picture whose sides are `longest` at most.
 Argument Rectangle(const char* name, double longest, const char* summary);
+
+// A turned rectangle, and a ring, anywhere in or around a picture.
+Argument Box(const char* name, const char* summary);
+Argument Ring(const char* name, const char* summary);
 
 constexpr size_t kFewestPoints = 3, kMostPoints = 1000;  // of kPoints
 

@@ -14,19 +14,6 @@ namespace {
 
 constexpr const char* kAnyPolarity = "any";
 
-// The turned rectangle of a template about its centre.
-std::array<double, 8> Corners(Point centre, double width, double height, double degrees) {
-  const Pose pose = {centre.x, centre.y, degrees};
-  std::array<double, 8> corners;
-  constexpr double kSides[4][2] = {{-0.5, -0.5}, {0.5, -0.5}, {0.5, 0.5}, {-0.5, 0.5}};
-  for (size_t i = 0; i < 4; ++i) {
-    const Point corner = pose.At(kSides[i][0] * width, kSides[i][1] * height);
-    corners[2 * i] = corner.x;
-    corners[2 * i + 1] = corner.y;
-  }
-  return corners;
-}
-
 // ---- the report of scored matches ---------------------------------------------------------------
 
 Report PageOfMatches(const std::string& pattern, const std::string& picture) {
@@ -136,7 +123,7 @@ void Match(const Call& call, const Image& image) {
          .angle = match.angle,
          .scale = match.scale,
          .score = match.score,
-         .corners = Corners({match.x, match.y}, width, height, match.angle)});
+         .corners = TurnedBox{{match.x, match.y, match.angle}, width, height}.Corners()});
   }
 }
 
@@ -219,6 +206,7 @@ void Locate(const Call& call) {
   const GeoModelLevel& model = *edges.tool->model;
   const Pose& pose = edges.best.pose;
   const double width = model.width, height = model.height;
+  const Point centre = CentreOf(model, pose);
   call.result.things.push_back(
       {.x = pose.x,
        .y = pose.y,
@@ -227,7 +215,7 @@ void Locate(const Call& call) {
        .angle = pose.degrees,
        .scale = 1,
        .score = edges.best.score,
-       .corners = Corners(CentreOf(model, pose), width, height, pose.degrees)});
+       .corners = TurnedBox{{centre.x, centre.y, pose.degrees}, width, height}.Corners()});
 }
 
 Findings Edges::Tell(const Searched& searched) const {

@@ -36,7 +36,7 @@ const std::vector<Operation>& Operations() {
     for (auto family :
          {ColorOperations, ThresholdOperations, ArithmeticOperations, GeometryOperations,
           FilterOperations, MorphologyOperations, CalibrationOperations, BlobOperations,
-          MatchingOperations, BoardOperations}) {
+          MatchingOperations, BoardOperations, MeasuringOperations}) {
       for (Operation& operation : family()) all.push_back(std::move(operation));
     }
     return all;

@@ -105,5 +105,6 @@ std::vector<Operation> CalibrationOperations();
 std::vector<Operation> BlobOperations();
 std::vector<Operation> MatchingOperations();
 std::vector<Operation> BoardOperations();
+std::vector<Operation> MeasuringOperations();
 
 }  // namespace quillon::kit

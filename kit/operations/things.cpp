@@ -17,7 +17,7 @@ bool IsOfThing(const Quantity& quantity, const std::vector<Kind>& kinds) {
 
 // Left, top, right and bottom: the outermost pixels, or the corners of a turned rectangle.
 std::array<Cell, 4> BoxOf(const Thing& thing, Kind kind) {
-  if (kind != Kind::kMatches) {
+  if (HasPixelsOfItsOwn(kind)) {
     return {int64_t{thing.left}, int64_t{thing.top}, int64_t{thing.right}, int64_t{thing.bottom}};
   }
   const auto& [x0, y0, x1, y1, x2, y2, x3, y3] = thing.corners;
@@ -46,6 +46,14 @@ const char* NameOf(Kind kind) {
       return "matches";
     case Kind::kDefects:
       return "defects";
+    case Kind::kEdges:
+      return "edges";
+    case Kind::kPairs:
+      return "pairs";
+    case Kind::kLines:
+      return "lines";
+    case Kind::kCircles:
+      return "circles";
   }
   return "";
 }
@@ -55,22 +63,62 @@ std::string WithArticle(Kind kind) {
 }
 
 const std::vector<Quantity>& Quantities() {
-  const std::vector<Kind> things = {Kind::kBlobs, Kind::kMatches, Kind::kDefects};
-  const std::vector<Kind> turned = {Kind::kBlobs, Kind::kMatches};
+  constexpr Kind kBlobs = Kind::kBlobs, kMatches = Kind::kMatches, kDefects = Kind::kDefects,
+                 kEdges = Kind::kEdges, kPairs = Kind::kPairs, kLines = Kind::kLines,
+                 kCircles = Kind::kCircles;
+  const std::vector<Kind> things = {kBlobs, kMatches, kDefects, kEdges, kPairs, kLines, kCircles};
+  const std::vector<Kind> turned = {kBlobs, kMatches, kEdges, kPairs, kLines, kCircles};
+  const std::vector<Kind> fitted = {kLines, kCircles};
   static const std::vector<Quantity> quantities = {
       {"count", "how many there are", nullptr, things, 0},
-      {"area", "pixels", &Thing::area, {Kind::kBlobs, Kind::kDefects}, 0},
-      {"x", "column of the centre; of an edge-based match, of the reference point", &Thing::x,
-       things, 2},
+      {"area", "pixels", &Thing::area, {kBlobs, kDefects}, 0},
+      {"x",
+       "column of the centre; of an edge-based match, of the reference point; of an edge or a "
+       "line, of its middle",
+       &Thing::x, things, 2},
       {"y", "row of it", &Thing::y, things, 2},
-      {"width", "width of the turned rectangle, or of a defect's box", &Thing::width, things, 2},
-      {"height", "height of it", &Thing::height, things, 2},
-      {"angle", "degrees", &Thing::angle, turned, 2, true},
-      {"scale", "size relative to the template", &Thing::scale, {Kind::kMatches}, 3},
-      {"score", "likeness to the template, 1 for the same", &Thing::score, {Kind::kMatches}, 3},
-      {"mean", "mean grey", &Thing::mean, {Kind::kPicture, Kind::kBlobs}, 1},
-      {"missing", "pixels of missing material", &Thing::missing, {Kind::kDefects}, 0},
-      {"extra", "pixels of extra material", &Thing::extra, {Kind::kDefects}, 0},
+      {"width",
+       "width of the turned rectangle, or of a defect's box; of a pair, from edge to edge; the "
+       "larger diameter",
+       &Thing::width,
+       {kBlobs, kMatches, kDefects, kPairs, kCircles},
+       2},
+      {"height",
+       "height of it; the smaller diameter",
+       &Thing::height,
+       {kBlobs, kMatches, kDefects, kCircles},
+       2},
+      {"angle",
+       "degrees, clockwise; of an edge or a pair, the direction in which it was looked for; of a "
+       "line, its own, from -90 up to 90; of an ellipse, that of its width",
+       &Thing::angle, turned, 2, true},
+      {"scale", "size relative to the template", &Thing::scale, {kMatches}, 3},
+      {"score", "likeness to the template, 1 for the same", &Thing::score, {kMatches}, 3},
+      {"mean", "mean grey", &Thing::mean, {Kind::kPicture, kBlobs}, 1},
+      {"missing", "pixels of missing material", &Thing::missing, {kDefects}, 0},
+      {"extra", "pixels of extra material", &Thing::extra, {kDefects}, 0},
+      {"position",
+       "from the side of the rectangle where its width begins; of a pair, of its middle",
+       &Thing::position,
+       {kEdges, kPairs},
+       2},
+      {"strength",
+       "grey values of the step, below 0 where it falls; of a pair, of the weaker one, unsigned",
+       &Thing::strength,
+       {kEdges, kPairs},
+       1,
+       true},
+      {"diameter", "of a circle; the mean of an ellipse's two", &Thing::diameter, {kCircles}, 2},
+      {"length", "that the edge points reach along the line", &Thing::length, {kLines}, 2},
+      {"rms", "root mean square of the edge points' distances from the shape", &Thing::rms, fitted,
+       3},
+      {"worst", "the greatest of these distances", &Thing::worst, fitted, 3},
+      {"form",
+       "from the innermost edge point to the outermost: straightness of a line, roundness of a "
+       "circle",
+       &Thing::form, fitted, 3},
+      {"used", "edge points that the shape was fitted to", &Thing::used, fitted, 0},
+      {"refused", "edge points that were refused", &Thing::refused, fitted, 0},
   };
   return quantities;
 }

@@ -10,22 +10,40 @@
 
 namespace quillon::kit {
 
-enum class Kind { kNone, kPicture, kColour, kBlobs, kMatches, kDefects };
+enum class Kind {
+  kNone,
+  kPicture,
+  kColour,
+  kBlobs,
+  kMatches,
+  kDefects,
+  kEdges,
+  kPairs,
+  kLines,
+  kCircles
+};
 
-// "picture", "colour picture", "blobs", "matches", "defects"
+// "picture", "colour picture", "blobs", "matches", "defects", "edges", "pairs", "lines", "circles"
 const char* NameOf(Kind kind);
 // "a picture", "blobs"
 std::string WithArticle(Kind kind);
+// Blobs and defects, which are made of pixels.
+inline bool HasPixelsOfItsOwn(Kind kind) { return kind == Kind::kBlobs || kind == Kind::kDefects; }
 inline bool IsPicture(Kind kind) { return kind == Kind::kPicture || kind == Kind::kColour; }
 // Whether what is found speaks against the picture: it passes where there is none.
 inline bool IsFault(Kind kind) { return kind == Kind::kDefects; }
 
-// A blob, a match or a defect, with what can be measured of it; 0 where that does not apply.
+// A blob, a match, a defect, an edge or a shape through edges, with what can be measured of it; 0
+// where that does not apply.
 struct Thing {
   double area = 0, x = 0, y = 0, width = 0, height = 0, angle = 0, scale = 0, score = 0, mean = 0;
   int left = 0, top = 0, right = 0, bottom = 0;  // the outermost pixels of a blob or a defect
   std::array<double, 8> corners = {};            // of the turned rectangle, x and y in turn
   double missing = 0, extra = 0;                 // pixels of a defect
+  double position = 0, strength = 0;             // of an edge or a pair of edges in its rectangle
+  double diameter = 0, length = 0;               // of a circle, of a line
+  double rms = 0, worst = 0, form = 0;           // distances of edge points from their shape
+  double used = 0, refused = 0;                  // edge points
   int number = -1;  // of a blob among all blobs, before the selection; of others their place
 };
 

@@ -304,7 +304,9 @@ class Parser {
     measurement.quantity = ParseQuantity(fields);
     const std::string input = fields.Name("input", true);
     if (!input.empty()) {
-      const std::vector<Kind> any = {Kind::kPicture, Kind::kBlobs, Kind::kMatches, Kind::kDefects};
+      std::vector<Kind> any = {Kind::kPicture};
+      const std::vector<Kind>& things = Quantities()[0].inputs;  // whatever can be counted
+      any.insert(any.end(), things.begin(), things.end());
       const int slot =
           FindInput(fields, input, measurement.quantity ? measurement.quantity->inputs : any);
       measurement.input = std::max(slot, 0);

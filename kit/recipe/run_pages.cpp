@@ -164,7 +164,7 @@ class StepsPage {
     if (found.frame == 0 && read != 0) picture.SetGround(0);
     for (const Thing& thing : *found.things) {
       if (row == end) break;
-      Draw(picture, thing, row++, step.operation->output != Kind::kMatches);
+      Draw(picture, thing, row++, HasPixelsOfItsOwn(step.operation->output));
     }
     return row;
   }

@@ -1,16 +1,10 @@
 #include "kit/search/edge_search.h"
 
 #include <cmath>
-#include <numbers>
 
 #include "kit/errors.h"
 
 namespace quillon::kit {
-
-Point Pose::At(double dx, double dy) const {
-  const double a = degrees * std::numbers::pi / 180;
-  return {x + dx * std::cos(a) - dy * std::sin(a), y + dx * std::sin(a) + dy * std::cos(a)};
-}
 
 EdgeTool TeachEdges(const std::string& name, const GreyImage& pattern, double low, double high) {
   EdgeTool tool(IxCreateGeoTool());

@@ -16,14 +16,6 @@ struct ReleaseEdges {
 };
 using EdgeTool = std::unique_ptr<GeoMatchTool, ReleaseEdges>;
 
-// Where the template's reference point lies, and how the template is turned.
-struct Pose {
-  double x, y, degrees;
-
-  // A point of the template, relative to its reference point, in the picture.
-  Point At(double dx, double dy) const;
-};
-
 // Edge points of a strength from `low`, beside one from `high`, or from `high`; 255 for the
 // strongest. Throws Failure naming the template when it has none.
 EdgeTool TeachEdges(const std::string& name, const GreyImage& pattern, double low, double high);

@@ -111,6 +111,8 @@ Json Arguments::Read(const Argument& argument, const py::object& value) {
       return list;
     }
     case Type::kRange:
+    case Type::kBox:
+    case Type::kRing:
       return ReadList(value, Numbers::kAny, 1);
     case Type::kWholeRange:
     case Type::kRectangle:

@@ -54,6 +54,8 @@ std::string TypeOf(const Argument& argument) {
     case Argument::Type::kFiles:
       return "Union[Source, Sequence[Source]]";
     case Argument::Type::kRange:
+    case Argument::Type::kBox:
+    case Argument::Type::kRing:
       return "Sequence[float]";
     case Argument::Type::kWholeRange:
     case Argument::Type::kRectangle:

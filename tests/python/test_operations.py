@@ -195,7 +195,8 @@ def test_numbers_outside_the_table_are_refused_for_every_argument():
         required = {row: value for row, value in zip(
             [row.name for row in signature.parameters.values() if row.default is row.empty
              and row.name not in ("image", "a", "b")], argument_sets(name)[0])
-        } if name in PICTURES else {"template": parts, "good": parts}
+        } if name in PICTURES else {"template": parts, "good": parts,
+                                    "box": (20, 15, 10, 10, 0), "ring": (20, 15, 2, 9)}
         required = {row: value for row, value in required.items() if row in signature.parameters}
         if "layout" in signature.parameters and "parameters" not in signature.parameters:
             with pytest.raises(ValueError, match="^layout: one of contiguous, library is wanted"):

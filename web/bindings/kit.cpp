@@ -59,6 +59,10 @@ const char* NameOf(kit::Argument::Type type) {
       return "points";
     case kRectangle:
       return "rectangle";
+    case kBox:
+      return "box";
+    case kRing:
+      return "ring";
   }
   return "";
 }
