@@ -1,11 +1,9 @@
 #include <windows.h>
 
 #include <atomic>
-#include <cerrno>
-#include <cstdio>
-#include <system_error>
 
 #include "kit/interrupt/interrupt.h"
+#include "kit/interrupt/write_and_wait.h"
 
 namespace quillon::kit {
 namespace {
@@ -37,10 +35,7 @@ InterruptGuard::~InterruptGuard() {
 bool IsInterrupted() { return isInterrupted; }
 
 std::string WriteUnlessInterrupted(Stream stream, std::string_view text) {
-  std::FILE* const file = stream == Stream::kOutput ? stdout : stderr;
-  const bool isWhole =
-      std::fwrite(text.data(), 1, text.size(), file) == text.size() && std::fflush(file) == 0;
-  return isWhole ? "" : std::generic_category().message(errno);
+  return WriteAndWait(stream, text);
 }
 
 }  // namespace quillon::kit

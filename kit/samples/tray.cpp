@@ -247,8 +247,9 @@ void Draw(std::span<const Placed> placed, int width, int height, ColourImage& im
     part.x /= static_cast<double>(part.area);
     part.y /= static_cast<double>(part.area);
   }
-  std::sort(drawn.begin(), drawn.end(),
-            [](const DrawnPart& a, const DrawnPart& b) { return a.top < b.top; });
+  // Stable, since libraries differ in what they do with parts of the same top row.
+  std::stable_sort(drawn.begin(), drawn.end(),
+                   [](const DrawnPart& a, const DrawnPart& b) { return a.top < b.top; });
 }
 
 // The parts, the largest first, each where chance finds room.

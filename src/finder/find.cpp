@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <cmath>
+#include <tuple>
 
 #include "finder/refine.h"
 
@@ -50,8 +51,9 @@ Status Check(const Model& model, const Picture& picture, const FindOptions& opti
 }
 
 bool Better(const Candidate& a, const Candidate& b) {
-  if (a.score != b.score) return a.score > b.score;
-  return a.pose.y != b.pose.y ? a.pose.y < b.pose.y : a.pose.x < b.pose.x;
+  const Pose &p = a.pose, &q = b.pose;
+  return std::tie(b.score, p.y, p.x, p.degrees, p.scale) <
+         std::tie(a.score, q.y, q.x, q.degrees, q.scale);
 }
 
 // Sorts, drops those below `least`, those that ended at the same pose as a better one, and those
@@ -100,8 +102,8 @@ double ScoreReachedBy(const Model& model, const FindOptions& options, const List
 bool TakeBest(const Model& model, const FindOptions& options, List<Match>& found,
               Results& results) {
   std::sort(found.begin(), found.end(), [](const Match& a, const Match& b) {
-    if (a.score != b.score) return a.score > b.score;
-    return a.y != b.y ? a.y < b.y : a.x < b.x;
+    return std::tie(b.score, a.y, a.x, a.degrees, a.scale) <
+           std::tie(a.score, b.y, b.x, b.degrees, b.scale);
   });
   results.Clear();
   const double area = static_cast<double>(model.width) * model.height;

@@ -1,0 +1,16 @@
+// A module receives no signals: who runs it ends it.
+#include "kit/interrupt/interrupt.h"
+#include "kit/interrupt/write_and_wait.h"
+
+namespace quillon::kit {
+
+InterruptGuard::InterruptGuard() = default;
+InterruptGuard::~InterruptGuard() = default;
+
+bool IsInterrupted() { return false; }
+
+std::string WriteUnlessInterrupted(Stream stream, std::string_view text) {
+  return WriteAndWait(stream, text);
+}
+
+}  // namespace quillon::kit
