@@ -40,7 +40,7 @@ struct Job {
   std::string folder, recipe;
 };
 
-[[maybe_unused]] std::vector<std::string> Lines(const std::string& text) {
+std::vector<std::string> Lines(const std::string& text) {
   std::vector<std::string> lines;
   std::istringstream stream(text);
   for (std::string line; std::getline(stream, line);) lines.push_back(line);
@@ -180,7 +180,26 @@ TEST(Files, NamesReachPeopleAndProgramsUnharmed) {
             "\"\\x1b,\",0\n");
 }
 
-#ifndef _WIN32
+#ifdef _WIN32
+
+TEST(Files, TheConsolesInterruptEndsARunInOrder) {
+  const Scratch scratch;
+  const Job job(scratch, 24, 600);
+  const std::string out = scratch / "out", results = out + "/results.jsonl";
+  const auto count = [&] {
+    return fs::exists(results) ? Lines(ReadText(results)).size() : size_t{0};
+  };
+  EXPECT_EQ(InterruptQuillon({"run", job.recipe, job.folder, "--jobs", "1", "--out", out},
+                             [&] { return count() >= 4; }),
+            1);
+  EXPECT_LT(count(), 25u) << "the run was over before";
+  EXPECT_NE(ReadText(out + "/index.html").find("<b>" + std::to_string(count() - 1) + "</b> images"),
+            std::string::npos);
+  EXPECT_EQ(Quillon({"run", job.recipe, job.folder, "--out", out, "--resume"}).exitCode, 0);
+  EXPECT_EQ(count(), 25u);
+}
+
+#else
 
 // Names that are options, lists, formulas, line ends for some readers, colours for a terminal, no
 // UTF-8, and what is no picture: none shifts a record, none ends the run.

@@ -6,7 +6,9 @@
 #include <fstream>
 #include <iterator>
 
-#ifndef _WIN32
+#ifdef _WIN32
+#include <windows.h>
+#else
 #include <sys/wait.h>
 #endif
 
@@ -57,7 +59,9 @@ void SetProgramFolder(const char* testProgram) {
 
 std::string InProgramFolder(const std::string& name) { return (programFolder / name).string(); }
 
-Answer Quillon(const std::vector<std::string>& arguments) {
+namespace {
+
+std::string CommandOf(const std::vector<std::string>& arguments) {
 #ifdef _WIN32
   const char* const name = "quillon.exe";
 #else
@@ -65,10 +69,40 @@ Answer Quillon(const std::vector<std::string>& arguments) {
 #endif
   std::string command = Quoted((programFolder / name).string());
   for (const std::string& argument : arguments) command += " " + Quoted(argument);
-  return AnswerOf(command);
+  return command;
 }
 
-#ifndef _WIN32
+#ifdef _WIN32
+// The interrupt key is told to all programs of a console.
+BOOL WINAPI LetPass(DWORD) { return TRUE; }
+#endif
+
+}  // namespace
+
+Answer Quillon(const std::vector<std::string>& arguments) { return AnswerOf(CommandOf(arguments)); }
+
+#ifdef _WIN32
+int InterruptQuillon(const std::vector<std::string>& arguments, const std::function<bool()>& when) {
+  FreeConsole();
+  EXPECT_TRUE(AllocConsole());
+  SetConsoleCtrlHandler(LetPass, TRUE);
+  std::string command = CommandOf(arguments);
+  STARTUPINFOA start = {};
+  start.cb = sizeof start;
+  PROCESS_INFORMATION run = {};
+  EXPECT_TRUE(CreateProcessA(nullptr, command.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr,
+                             &start, &run));
+  for (int i = 0; i < 2000 && !when(); ++i) Sleep(5);
+  EXPECT_TRUE(GenerateConsoleCtrlEvent(CTRL_C_EVENT, 0));
+  EXPECT_EQ(WaitForSingleObject(run.hProcess, 60'000), WAIT_OBJECT_0);
+  DWORD exitCode = 0;
+  GetExitCodeProcess(run.hProcess, &exitCode);
+  CloseHandle(run.hThread);
+  CloseHandle(run.hProcess);
+  SetConsoleCtrlHandler(LetPass, FALSE);
+  return static_cast<int>(exitCode);
+}
+#else
 Answer Shell(const std::string& script) {
   const Scratch folder;
   WriteText(folder / "script",

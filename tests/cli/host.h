@@ -2,6 +2,7 @@
 #pragma once
 
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -34,7 +35,11 @@ std::string InProgramFolder(const std::string& name);
 // Runs the host with these arguments.
 Answer Quillon(const std::vector<std::string>& arguments);
 
-#ifndef _WIN32
+#ifdef _WIN32
+// Runs the host on a console of its own, and presses its interrupt key as soon as `when` holds.
+// Returns the exit code.
+int InterruptQuillon(const std::vector<std::string>& arguments, const std::function<bool()>& when);
+#else
 // Runs a shell's script, in which "$quillon" is the host.
 Answer Shell(const std::string& script);
 #endif
