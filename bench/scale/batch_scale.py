@@ -7,8 +7,8 @@
       processor time and bytes of an image of 1200 x 900, by its format and the recipe
   bench/scale/batch_scale.py threads
       how many processors one recipe over frames keeps busy, on 1 and on 2 threads
-  bench/scale/batch_scale.py books [--images N] [--every SECONDS]
-      workers killed and stopped at random; counts the records of each image
+  bench/scale/batch_scale.py books [--images N] [--every IMAGES]
+      workers killed and stopped; counts the records of each image
 
 Needs the package on PYTHONPATH and what its tests need. Times are processor times of the processes,
 so that other work on the machine changes them little.
@@ -18,6 +18,7 @@ import argparse
 import collections
 import json
 import os
+import resource
 import sys
 import tempfile
 import time
@@ -87,7 +88,7 @@ def cost(arguments, folder):
 def plot(arguments, rows):
     import matplotlib
     matplotlib.use("svg")
-    matplotlib.rcParams["svg.hashsalt"] = "quillon"
+    matplotlib.rcParams.update({"svg.hashsalt": "quillon", "svg.fonttype": "none"})
     from matplotlib import pyplot
     figure, axes = pyplot.subplots(figsize=(6, 3.6))
     for name, column in zip(("scheduler", "this process", "workers"), zip(*rows)):
@@ -148,9 +149,12 @@ def threads(_, folder):
 def books(arguments, folder):
     recipe, names = make_job(folder, arguments.images)
     begin, seen, verdicts = time.monotonic(), collections.Counter(), collections.Counter()
-    with Cluster(folder, arguments.workers) as made, Trouble(made, arguments.every) as trouble:
+    with Cluster(folder, arguments.workers) as made:
+        trouble = Trouble(made)
         for n, record in enumerate(batch.run(recipe, names, made.address, out=folder / "out",
                                              pages=False)):
+            if n % arguments.every == 1:
+                trouble.strike()
             seen[record["image"]] += 1
             verdicts[record["verdict"]] += 1
             if n % 1000 == 0:  # the file of a later image vanishes
@@ -160,6 +164,8 @@ def books(arguments, folder):
     written = [json.loads(line)["image"] for line in lines]
     print(f"{len(names)} images in {time.monotonic() - begin:.0f} s, {trouble.killed} workers "
           f"killed, {trouble.slowed} stopped for a while: {dict(verdicts)}")
+    most = resource.getrusage(resource.RUSAGE_SELF).ru_maxrss * 1024 / 1e6
+    print(f"this process: {most:.0f} MB at most")
     balanced = set(seen.values()) == {1} and list(seen) == names == written
     print("each image has exactly one record, in order" if balanced else "the books do not balance")
     return 0 if balanced else 1
@@ -172,7 +178,7 @@ def main():
     parser.add_argument("--images", type=int, default=10000)
     parser.add_argument("--workers", type=int, default=2)
     parser.add_argument("--chunks", type=int, nargs="+", default=[1, 4, 16, 64])
-    parser.add_argument("--every", type=float, default=2, help="seconds between troubles")
+    parser.add_argument("--every", type=int, default=2000, help="images between troubles")
     parser.add_argument("--plot", help="SVG file for the costs")
     arguments = parser.parse_args()
     with tempfile.TemporaryDirectory() as folder:

@@ -12,7 +12,7 @@ interpreter lock.
 
 from __future__ import annotations
 
-from typing import Any
+from typing import TYPE_CHECKING, Any
 
 from . import objects as _objects, operations as _operations, pixels as _pixels
 from . import prepared as _prepared, recipes as _recipes, things as _things
@@ -30,9 +30,12 @@ for _module in (_objects, _operations, _pixels, _prepared, _recipes, _things):
     __all__ += _module.__all__
 
 
-def __getattr__(name: str) -> Any:
-    """The modules that few programs need are loaded when they are asked for."""
-    if name not in ("batch", "results", "samples"):
-        raise AttributeError(f"module 'quillon' has no attribute {name!r}")
-    import importlib
-    return importlib.import_module(f"quillon.{name}")
+if TYPE_CHECKING:
+    from . import batch, results, samples
+else:
+    def __getattr__(name: str) -> Any:
+        """The modules that few programs need are loaded when they are asked for."""
+        if name not in ("batch", "results", "samples"):
+            raise AttributeError(f"module 'quillon' has no attribute {name!r}")
+        import importlib
+        return importlib.import_module(f"quillon.{name}")

@@ -418,7 +418,8 @@ class FrameInspector:
     @property
     def schema(self) -> str:
         """The columns of the frames that come out, as Spark is told them."""
-        measured = "".join(f"`m_{name}` double, " for name in self._names)
+        measured = "".join("`m_{}` double, ".format(name.replace("`", "``"))
+                           for name in self._names)
         return f"path string, verdict string, error string, {measured}record string"
 
     def __call__(self, frames: Iterable[Frame]) -> Iterator[Frame]:

@@ -56,32 +56,21 @@ class Cluster:
         self.close()
 
 
-class Trouble(threading.Thread):
-    """While it is open, workers of a cluster are killed and replaced, or sleep, at random."""
+class Trouble:
+    """What may happen to a cluster, in turns: a worker is killed and replaced, another sleeps."""
 
-    def __init__(self, cluster, every, seed=0):
-        super().__init__()
-        self._cluster, self._every, self._random = cluster, every, random.Random(seed)
-        self._end, self.killed, self.slowed = threading.Event(), 0, 0
+    def __init__(self, cluster, seed=0):
+        self._cluster, self._random = cluster, random.Random(seed)
+        self.killed, self.slowed = 0, 0
 
-    def run(self):
-        while not self._end.wait(self._every):
-            index = self._random.randrange(len(self._cluster.workers))
-            if self._random.random() < 0.5:
-                self._cluster.kill_worker(index)
-                self._cluster.add_worker()
-                self.killed += 1
-            else:
-                worker = self._cluster.workers[index]
-                worker.send_signal(signal.SIGSTOP)
-                self._end.wait(self._every / 2)
-                worker.send_signal(signal.SIGCONT)
-                self.slowed += 1
-
-    def __enter__(self):
-        self.start()
-        return self
-
-    def __exit__(self, *_):
-        self._end.set()
-        self.join()
+    def strike(self):
+        index = self._random.randrange(len(self._cluster.workers))
+        if self.killed <= self.slowed:
+            self._cluster.kill_worker(index)
+            self._cluster.add_worker()
+            self.killed += 1
+        else:
+            worker = self._cluster.workers[index]
+            worker.send_signal(signal.SIGSTOP)
+            threading.Timer(0.3, worker.send_signal, [signal.SIGCONT]).start()
+            self.slowed += 1

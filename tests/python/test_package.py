@@ -53,11 +53,38 @@ def test_the_stubs_state_what_the_native_module_has():
     assert sorted(names_in(ast.parse(text))) == sorted(there)
 
 
-def test_types_are_strict():
+# A program; a checker must complain of the lines marked so, and of no other.
+TYPED = """import numpy as np
+import quillon
+from quillon import samples
+
+image, _ = samples.board()
+smooth = quillon.mean(image, 9, layout="library")
+areas = quillon.blobs(smooth, min_area=5)["area"].sum()
+quillon.Finder(image, angle=(-20, 20)).find(image).plot()
+verdict: str = quillon.Recipe("x.json").run(image).verdict
+with quillon.NccTool() as tool:
+    tool.teach(image)
+    tool.find(np.zeros((90, 90), np.uint8), max_results=3)
+for record in quillon.batch.run("a", ["b"]):
+    print(record["verdict"])
+quillon.mean(image, "9")  # wrong
+quillon.mean(image, 9, radius=3)  # wrong
+quillon.nothing(image)  # wrong
+quillon.hsi(image, "Hue")  # wrong
+tool.find(image, rotate="yes")  # wrong
+"""
+
+
+def test_types_are_strict(tmp_path):
     package = Path(quillon.__file__).parent
+    (tmp_path / "typed.py").write_text(TYPED)
     checked = subprocess.run(["mypy", "--python-executable", sys.executable, "--strict",
-                              "--cache-dir", os.devnull, package], capture_output=True, text=True)
-    assert checked.stdout.startswith("Success"), checked.stdout
+                              "--cache-dir", os.devnull, package, tmp_path / "typed.py"],
+                             capture_output=True, text=True).stdout
+    wrong = [n for n, line in enumerate(TYPED.splitlines(), 1) if line.endswith("# wrong")]
+    errors = [line.split(":")[:2] for line in checked.splitlines() if ": error: " in line]
+    assert errors == [[str(tmp_path / "typed.py"), str(n)] for n in wrong], checked
 
 
 def test_importing_brings_what_most_programs_need_and_no_more():
