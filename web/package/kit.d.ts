@@ -38,11 +38,12 @@ export interface GeoMatchTool extends Owned {
   readonly model: GeoModelLevel;
 }
 
-export type Kind = 'picture' | 'colour picture' | 'blobs' | 'matches' | 'defects';
+export type Kind = 'picture' | 'colour picture' | 'blobs' | 'matches' | 'defects' | 'edges' | 'pairs' |
+  'lines' | 'circles';
 export interface Argument {
   readonly name: string;
   readonly type: 'whole' | 'odd' | 'number' | 'flag' | 'choice' | 'file' | 'files' | 'range' |
-    'whole-range' | 'wholes' | 'points' | 'rectangle';
+    'whole-range' | 'wholes' | 'points' | 'rectangle' | 'box' | 'ring';
   readonly summary: string;
   /** What a value may be, in words. */
   readonly expected: string;
@@ -76,7 +77,7 @@ export interface Table {
   readonly whiches: readonly { readonly name: string; readonly summary: string }[];
 }
 
-/** A blob, a match or a defect: what is measured of its kind. */
+/** What was found: what is measured of its kind. */
 export interface Thing {
   readonly n: number;
   readonly left: number;

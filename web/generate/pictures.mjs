@@ -1,0 +1,47 @@
+// Draws the pictures of the guide: node generate/pictures.mjs WORKBENCH.html DRIVER-FOLDER OUT-FOLDER
+import { createRequire } from 'node:module';
+import { join } from 'node:path';
+import { pathToFileURL } from 'node:url';
+
+const [workbench, driver, out] = process.argv.slice(2);
+const { chromium } = createRequire(pathToFileURL(join(driver, 'here.js')))('playwright-core');
+const recipe = {
+  name: 'Count the parts',
+  steps: [
+    { name: 'bright', operation: 'threshold', input: 'image', above: 124 },
+    { name: 'parts', operation: 'blobs', input: 'bright', min_area: 100 },
+  ],
+  measurements: [
+    { name: 'parts', input: 'parts', value: 'count', min: 24, max: 28 },
+    { name: 'smallest part', input: 'parts', value: 'area', which: 'smallest', min: 800 },
+  ],
+};
+
+const browser = await chromium.launch({ executablePath: process.env.CHROMIUM ?? '/usr/bin/chromium', args: ['--no-sandbox'] });
+async function draw(name, width, height, colorScheme, prepare) {
+  const page = await browser.newPage({ viewport: { width, height }, colorScheme });
+  page.setDefaultTimeout(120_000);  // machines that build have other things to do
+  await page.goto(pathToFileURL(workbench).href);
+  await page.waitForFunction(() => document.body.dataset.ready);
+  await page.locator('.hint button', { hasText: 'Skip' }).click();
+  await page.waitForFunction(() => workbench.state.images.length === 6);
+  await page.evaluate((text) => workbench.openFiles([new File([text], 'recipe.json')]), JSON.stringify(recipe));
+  await page.waitForFunction(() => !workbench.strip.isBusy && workbench.state.images.every(({ isStale, result }) => !isStale && result));
+  await prepare?.(page);
+  await page.waitForFunction(() => !document.querySelector('#notes .note') && !workbench.live.isBusy);
+  await page.screenshot({ path: join(out, name) });
+  await page.close();
+}
+await draw('workbench.png', 1280, 800, 'light', async (page) => {
+  const form = page.locator('[data-key="0 open"]');
+  if (await form.getAttribute('aria-expanded') === 'false') await form.click();
+});
+await draw('workbench-limits.png', 390, 780, 'dark', async (page) => {
+  for (const [n, key] of ['g', 'g', 'b', 'g'].entries()) {
+    await page.locator('[data-goto=images]').click();
+    await page.locator('#film li').nth(n).click();
+    await page.keyboard.press(key);
+  }
+  await page.locator('[data-goto=limits]').click();
+});
+await browser.close();

@@ -1,0 +1,61 @@
+// The page's side of the workers: promises for messages. A worker that died is begun anew.
+import workerSource from 'worker-source';
+
+const url = URL.createObjectURL(new Blob([workerSource], { type: 'text/javascript' }));
+
+export class Engine {
+  #worker = null;
+  #waiting = new Map();
+  #next = 0;
+  filesSent = null;  // what this worker's memory holds
+
+  constructor(onCrash = () => {}) {
+    this.onCrash = onCrash;
+    this.#begin();
+  }
+
+  #begin() {
+    this.#worker = new Worker(url);
+    this.filesSent = null;
+    this.#worker.onmessage = ({ data: { id, answer, error, isFatal } }) => {
+      const waiting = this.#waiting.get(id);
+      this.#waiting.delete(id);
+      if (isFatal) this.#crashed(error);
+      if (error !== undefined) waiting?.reject(new Error(error));
+      else waiting?.resolve(answer);
+    };
+    this.#worker.onerror = (event) => this.#crashed(event.message);
+  }
+
+  #crashed(message) {
+    this.stop(message);
+    this.onCrash(message);
+  }
+
+  get isBusy() {
+    return this.#waiting.size > 0;
+  }
+
+  ask(work, given = {}) {
+    const id = this.#next++;
+    return new Promise((resolve, reject) => {
+      this.#worker.postMessage({ id, work, given });
+      this.#waiting.set(id, { resolve, reject });
+    });
+  }
+
+  // The files of the recipe, where this worker does not have them yet.
+  newFiles(files) {
+    if (this.filesSent === files.version) return undefined;
+    this.filesSent = files.version;
+    return files.all;
+  }
+
+  // Ends what is being done, however long it would take, and begins anew.
+  stop(reason = 'stopped') {
+    this.#worker.terminate();
+    for (const { reject } of this.#waiting.values()) reject(new Error(reason));
+    this.#waiting.clear();
+    this.#begin();
+  }
+}

@@ -1,0 +1,185 @@
+// The library at work beside the page: one message after the other, so that the page never waits.
+import { load } from 'quillon';
+import { kFilePrefix, runnable } from './runnable.js';
+
+const kFolder = '/recipe';
+const kMostDecoded = 8;
+const kThumbnail = 176;
+
+let quillon;
+let opened = { text: null, recipe: null };
+let problems = [];
+const decoded = new Map();  // image id: {image, notes}, the last used at the end
+
+function decodedImage({ id, name, bytes }) {
+  let entry = decoded.get(id);
+  if (!entry) entry = quillon.decode(bytes, name);
+  decoded.delete(id);
+  decoded.set(id, entry);
+  for (const [oldest, { image }] of decoded) {
+    if (decoded.size <= kMostDecoded) break;
+    decoded.delete(oldest);
+    image.dispose();
+  }
+  return entry;
+}
+
+let present = [];  // names of files
+function setFiles(files) {
+  for (const name of present) quillon.files.remove(`${kFolder}/${name}`);
+  for (const [name, bytes] of files) quillon.files.write(`${kFolder}/${name}`, bytes);
+  present = files.map(([name]) => name);
+  opened.recipe?.dispose();
+  opened = { text: null, recipe: null };
+}
+
+// Makes ready as much of the recipe as can be run; `problems` are those of all of it.
+function open(recipe) {
+  const text = JSON.stringify(recipe);
+  if (text === opened.text) return opened.recipe;
+  opened.recipe?.dispose();
+  opened = { text, recipe: null };
+  problems = quillon.Recipe.check(recipe);
+  let part = runnable(recipe, problems);
+  while (part) {
+    try {
+      opened.recipe = new quillon.Recipe(part, { folder: kFolder });
+      break;
+    } catch (error) {
+      // A file that a step names is not there or is no template.
+      problems.push(error.message);
+      part = runnable(part, [error.message]);
+    }
+  }
+  return opened.recipe;
+}
+
+function rgbaOf(image) {
+  const rgba = image.getRgba();
+  return { width: image.width, height: image.height, isColour: image instanceof quillon.ColourImage, rgba };
+}
+
+function thumbnailOf(image) {
+  const factor = Math.max(image.width, image.height) / kThumbnail;
+  const width = Math.max(1, Math.round(image.width / Math.max(1, factor)));
+  const height = Math.max(1, Math.round(image.height / Math.max(1, factor)));
+  const from = new Uint32Array(image.getRgba().buffer), to = new Uint32Array(width * height);
+  for (let y = 0, i = 0; y < height; ++y) {
+    const row = Math.floor(((y + 0.5) * image.height) / height) * image.width;
+    for (let x = 0; x < width; ++x) to[i++] = from[row + Math.floor(((x + 0.5) * image.width) / width)];
+  }
+  return { width, height, rgba: new Uint8ClampedArray(to.buffer) };
+}
+
+const works = {
+  table: () => quillon.table(),
+
+  // The current image through the recipe, and one picture of it: that of the step named, of the
+  // step's first input, or the image.
+  look({ recipe, files, source, slot, ofInput }) {
+    if (files) setFiles(files);
+    const ready = open(recipe);
+    if (!source) return { problems };
+    const { image, notes } = decodedImage(source);
+    const inspection = ready ? ready.inspect(image, source.name) : null;
+    const steps = inspection?.steps ?? [];
+    const named = steps.find(({ name }) => name === slot);
+    const pictureOf = (step) => (step && step.kind.includes('picture') ? ready.picture(step.slot) : null);
+    const copy = slot?.startsWith(kFilePrefix) ? fileAsImage(slot.slice(kFilePrefix.length)) : pictureOf(named);
+    const shown = rgbaOf(copy ?? image);
+    copy?.dispose();
+    let input = null;
+    if (ofInput) {
+      const step = recipe.steps.find(({ name }) => name === ofInput);
+      const first = [step?.input].flat()[0];
+      const before = recipe.steps.find((other) => (other.output ?? other.name) === first);
+      const picture = pictureOf(steps.find(({ name }) => name === before?.name));
+      const grey = picture ?? (image instanceof quillon.ColourImage ? quillon.run('gray', {}, image).image : null);
+      input = histogramOf(grey ?? image);
+      grey?.dispose();
+    }
+    return { problems, inspection, notes, picture: shown, isImage: !copy, input };
+  },
+
+  // One image of the filmstrip.
+  inspect({ recipe, files, source, wantsThumbnail }) {
+    if (files) setFiles(files);
+    const ready = recipe ? open(recipe) : null;
+    let image = null;
+    try {
+      ({ image } = decodedImage(source));
+    } catch (error) {
+      return { result: { verdict: 'unreadable', error: error.message, measurements: [] } };
+    }
+    const { line, verdict, error, measurements } =
+      ready && !problems.length ? ready.inspect(image, source.name) : {};
+    const result = verdict ? { line, verdict, error, measurements } : null;
+    return { result, thumbnail: wantsThumbnail ? thumbnailOf(image) : null };
+  },
+
+  // A box of the current image as a template: the file, and what the finder thinks of it.
+  teach({ source, box, by, maskedPixels }) {
+    const pattern = cropped(decodedImage(source).image, box);
+    const grey = pattern instanceof quillon.ColourImage ? quillon.run('gray', {}, pattern).image : pattern;
+    const mask = maskedPixels ? quillon.GreyImage.from(pattern.width, pattern.height, maskedPixels) : null;
+    try {
+      const part = new quillon.Part(grey, { by, mask });
+      const { points, pointCount, likeness, symmetry, doubts } = part;
+      // A mask is kept in a model alone; without one the picture is the template.
+      const file = mask ? part.save() : quillon.encodePng(pattern);
+      part.dispose();
+      return { points, pointCount, likeness, symmetry, doubts, file, ending: mask ? 'model' : 'png' };
+    } finally {
+      for (const image of new Set([pattern, grey, mask])) image?.dispose();
+    }
+  },
+
+  sample({ name, options }) {
+    const { image, truth } = quillon.sample(name, options);
+    const bytes = quillon.encodePng(image);
+    image.dispose();
+    return { bytes, truth };
+  },
+};
+
+// A template or a good board, as a picture; null for a model.
+function fileAsImage(name) {
+  try {
+    return quillon.decode(quillon.files.read(`${kFolder}/${name}`), name).image;
+  } catch {
+    return null;
+  }
+}
+
+function cropped(image, [left, top, width, height]) {
+  const bytes = image instanceof quillon.ColourImage ? 3 : 1;
+  const from = image.getPixels(), to = new Uint8Array(bytes * width * height);
+  for (let y = 0; y < height; ++y) {
+    const start = bytes * ((top + y) * image.width + left);
+    to.set(from.subarray(start, start + bytes * width), bytes * y * width);
+  }
+  return image.constructor.from(width, height, to);
+}
+
+function histogramOf(image) {
+  const counts = new Uint32Array(256);
+  for (const value of image.getPixels()) ++counts[value];
+  return counts;
+}
+
+const ready = load().then((loaded) => (quillon = loaded));
+
+self.onmessage = async ({ data: { id, work, given } }) => {
+  try {
+    await ready;
+    if (given.source?.blob) {
+      const { blob } = given.source;
+      if (!decoded.has(given.source.id)) given.source.bytes = new Uint8Array(await blob.arrayBuffer());
+    }
+    const answer = works[work](given);
+    const moved = [answer?.picture, answer?.thumbnail].filter(Boolean).map(({ rgba }) => rgba.buffer);
+    self.postMessage({ id, answer }, moved);
+  } catch (error) {
+    self.postMessage({ id, error: error.message, isFatal: error instanceof WebAssembly.RuntimeError });
+  }
+};
