@@ -57,21 +57,6 @@ std::string Lead(const Recipe& recipe, const ImageRecord& record) {
   return html + "</section>\n";
 }
 
-enum LayerNumber { kBox, kRectangle, kCentre, kNumber };
-
-void Draw(Picture& picture, const Thing& thing, int row, bool hasBox) {
-  Point corners[4];
-  for (size_t i = 0; i < 4; ++i) corners[i] = {thing.corners[2 * i], thing.corners[2 * i + 1]};
-  if (hasBox) picture.Box({kBox, row}, thing.left, thing.top, thing.right, thing.bottom);
-  picture.Polygon({kRectangle, row}, corners);
-  picture.Cross({kCentre, row}, {thing.x, thing.y});
-  // A match's upper left corner shows which way up it is.
-  const Point at = hasBox
-                       ? Point{thing.left - 0.5, thing.top - 1.0}
-                       : Point{std::clamp(corners[0].x, 0.0, picture.Width() * 0.95), corners[0].y};
-  picture.Label({kNumber, row}, at, std::to_string(thing.number));
-}
-
 // One row for each thing. Columns that nothing fills are left out.
 Findings Rows(const std::vector<Found>& found) {
   std::vector<Kind> kinds;
@@ -87,13 +72,12 @@ Findings Rows(const std::vector<Found>& found) {
 class StepsPage {
  public:
   StepsPage(const Recipe& recipe, const ImageRecord& record, const Inspector& inspector)
-      : recipe_(recipe), inspector_(inspector), pictures_(recipe.slots.size(), kNoPicture) {
+      : recipe_(recipe),
+        inspector_(inspector),
+        image_(record.image),
+        pictures_(recipe.slots.size(), kNoPicture) {
     report_ = {.title = fs::path(record.image).filename().string(),
                .lead = Lead(recipe, record),
-               .layers = {{"Outline box", Tone::kCyan},
-                          {"Turned rectangle", Tone::kAmber},
-                          {"Centre", Tone::kMagenta},
-                          {"Number", Tone::kWhite}},
                .step = 0};
     report_.pictures.push_back(Source(inspector, "Image"));
     pictures_[kImageSlot] = pictures_[kColourSlot] = 0;
@@ -123,8 +107,6 @@ class StepsPage {
       findings_.facts.push_back(
           {"shown", "Shown, the first", static_cast<int64_t>(rows.rows.size())});
     }
-    constexpr size_t kMostNumbers = 150;  // more of them hide the picture, until they are asked for
-    report_.layers[kNumber].shown = rows.rows.size() <= kMostNumbers;
     const int count = static_cast<int>(rows.rows.size());
     if (count > 0) {
       findings_.columns = std::move(rows.columns);
@@ -132,11 +114,12 @@ class StepsPage {
     }
     auto next = found.begin();
     int row = 0;
-    for (const Step& step : recipe_.steps) {
-      if (IsPicture(step.operation->output)) {
-        ShowPicture(step);
+    for (size_t i = 0; i < recipe_.steps.size(); ++i) {
+      if (IsPicture(recipe_.steps[i].operation->output)) {
+        ShowPicture(recipe_.steps[i]);
       } else {
-        row = ShowThings(*next++, row, count);
+        ShowThings(*next, inspector_.Kept(i), row, count);
+        row += static_cast<int>(next++->things->size());
       }
     }
   }
@@ -151,22 +134,43 @@ class StepsPage {
     }
   }
 
-  // Over the picture that the step read; the rows of its things begin at `row`.
-  int ShowThings(const Found& found, int row, int end) {
+  // Over the picture that the step read, as its tool draws them, with what the tool was taught
+  // beside; the rows of the step's things begin at `row`.
+  void ShowThings(const Found& found, const Tool& tool, int row, int end) {
     const Step& step = *found.step;
-    const int read = pictures_[static_cast<size_t>(step.inputs[0])];
     const size_t count = found.things->size();
+    const Content& source = inspector_.Of(step.inputs[0]);
+    Report drawn = tool.Page(image_);
+    tool.Draw({image_, {&source.picture, &source.colour}, step.operation->output, *found.things},
+              row, drawn);
+    std::vector<int> layers;
+    for (const Layer& layer : drawn.layers) layers.push_back(PlaceOf(layer));
+
+    const int read = pictures_[static_cast<size_t>(step.inputs[0])];
     const std::string caption = step.name + ": " + std::to_string(count) + " " +
                                 (count == 1 ? "found" : NameOf(step.operation->output));
     pictures_[static_cast<size_t>(step.output)] = static_cast<int>(report_.pictures.size());
-    Picture& picture =
-        report_.pictures.emplace_back(report_.pictures[static_cast<size_t>(read)].Again(caption));
-    if (found.frame == 0 && read != 0) picture.SetGround(0);
-    for (const Thing& thing : *found.things) {
-      if (row == end) break;
-      Draw(picture, thing, row++, HasPixelsOfItsOwn(step.operation->output));
+    report_.pictures.push_back(report_.pictures[static_cast<size_t>(read)].Again(caption));
+    if (found.frame == 0 && read != 0) report_.pictures.back().SetGround(0);
+    report_.pictures.back().TakeDrawings(drawn.pictures.back(), layers, end);
+    for (size_t i = 0; i + 1 < drawn.pictures.size(); ++i) {
+      const Picture& taught = drawn.pictures[i];
+      report_.pictures.push_back(taught.Again(step.name + ": " + taught.Caption()));
+      report_.pictures.back().TakeDrawings(taught, layers, end);
     }
-    return row;
+  }
+
+  // A layer's place in the legend; steps share those that are the same.
+  int PlaceOf(const Layer& layer) {
+    auto& all = report_.layers;
+    const auto same = std::find_if(all.begin(), all.end(), [&](const Layer& other) {
+      return other.name == layer.name && other.tone == layer.tone;
+    });
+    const auto place = same - all.begin();
+    if (same == all.end()) all.push_back(layer);
+    auto& shown = all[static_cast<size_t>(place)].shown;
+    shown = shown && layer.shown;
+    return static_cast<int>(place);
   }
 
   // What is seen at first: what the first measurement that failed is of, or else the first.
@@ -180,6 +184,7 @@ class StepsPage {
 
   const Recipe& recipe_;
   const Inspector& inspector_;
+  const std::string& image_;
   std::vector<int> pictures_;  // of each slot, its place in the report
   Report report_;
   Findings findings_;

@@ -58,6 +58,15 @@ Picture Picture::Again(std::string caption) const {
   return again;
 }
 
+void Picture::TakeDrawings(const Picture& from, std::span<const int> layers, int end) {
+  for (const Drawing& drawing : from.drawings_) {
+    if (drawing.mark.row >= end) continue;
+    drawings_.push_back(drawing);
+    int& layer = drawings_.back().mark.layer;
+    layer = layers[static_cast<size_t>(layer)];
+  }
+}
+
 bool Picture::HasPixelsOf(const Picture& other) const {
   return grey_ == other.grey_ && colour_ == other.colour_;
 }

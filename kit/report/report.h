@@ -67,6 +67,10 @@ class Picture {
   Picture Again(std::string caption) const;
   bool HasPixelsOf(const Picture& other) const;
 
+  // Adds the drawings of another picture. Its layers have these places here; rows from `end` on are
+  // left out.
+  void TakeDrawings(const Picture& from, std::span<const int> layers, int end);
+
   // Another picture of the report, by its place in it, whose pixels lie at the same positions: the
   // drawings can be shown over it too.
   void SetGround(int picture) { ground_ = picture; }
