@@ -2,7 +2,7 @@
 // QUILLON_WORKBENCH is the page, QUILLON_DRIVER the folder of the driver, QUILLON_CLI the command
 // line that must give the same results; CHROMIUM names the browser.
 import assert from 'node:assert/strict';
-import { execFileSync } from 'node:child_process';
+import { execFileSync, spawnSync } from 'node:child_process';
 import { mkdirSync, mkdtempSync, readFileSync, rmSync, writeFileSync } from 'node:fs';
 import { createRequire } from 'node:module';
 import { tmpdir } from 'node:os';
@@ -71,6 +71,7 @@ async function saved(label) {
   const [download] = await Promise.all([page.waitForEvent('download'), page.locator('dialog button', { hasText: label }).click()]);
   const path = join(folder, download.suggestedFilename());
   await download.saveAs(path);
+  saved.command = await page.locator('dialog .copy pre').first().innerText();
   await page.keyboard.press('Escape');
   return path;
 }
@@ -99,6 +100,10 @@ async function assertSameElsewhere() {
       printed = error.stdout;
     }
     assert.deepEqual(printed.trimEnd().split('\n'), shown);
+    // The command as the page writes it down.
+    const status = spawnSync(QUILLON_CLI, saved.command.split(' ').slice(1), { cwd: work }).status;
+    assert.ok(status === 0 || status === kSomeFail, saved.command);
+    assert.equal(readFileSync(join(work, 'results', 'results.jsonl'), 'utf8').trimEnd().split('\n').length, shown.length + 1);
   }
   if (QUILLON_PYTHON) {
     const program = `

@@ -137,7 +137,7 @@ async function droppedFiles(transfer) {
 function saveDialog() {
   const name = fileName();
   const used = usedFiles();
-  const line = `quillon run ${name}.json images/ --output results`;
+  const line = `quillon run ${name}.json images/ --out results`;
   const python = `import cv2
 import quillon
 
