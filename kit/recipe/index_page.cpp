@@ -70,6 +70,7 @@ std::string RenderIndex(const Recipe& recipe, const std::vector<IndexEntry>& ent
   std::vector<Histogram> histograms;
   for (size_t i = 0; i < recipe.measurements.size(); ++i) {
     std::vector<std::optional<double>> values;
+    values.reserve(records.size());
     for (const ImageRecord& record : records) {
       values.push_back(i < record.values.size() ? record.values[i] : std::nullopt);
     }

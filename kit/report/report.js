@@ -95,6 +95,7 @@ function applyGround() {
   });
 }
 ground?.addEventListener("change", applyGround);
+if (ground) applyGround();  // browsers restore it too
 
 for (const [i, box] of boxes.entries()) {
   const apply = () => {
