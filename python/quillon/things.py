@@ -48,19 +48,23 @@ class Things(np.ndarray[Any, np.dtype[np.void]]):
     def outlines(self) -> NDArray[np.float64]:
         """The corners (x, y) of what each row is drawn as, of shape (n, 4, 2).
 
-        Turned rectangles of matches, upright boxes of others.
+        Turned rectangles of matches and circles, lines as rectangles without a width, upright boxes
+        of others.
         """
+        names = self.dtype.names or ()
         left, top, right, bottom = (self[side].astype(float)
                                     for side in ("left", "top", "right", "bottom"))
-        if "score" not in (self.dtype.names or ()):
+        if not {"score", "diameter", "length"} & {*names}:
             corners = [(left - 0.5, top - 0.5), (right + 0.5, top - 0.5),
                        (right + 0.5, bottom + 0.5), (left - 0.5, bottom + 0.5)]
             return np.array(corners).transpose(2, 0, 1)
         # The middle of the box around a turned rectangle is the rectangle's.
         middle = np.stack([(left + right) / 2, (top + bottom) / 2], axis=-1)[:, None]
+        width, height = ((self["length"], 0 * self["length"]) if "length" in names else
+                         (self["width"], self["height"]))
         angle = np.deg2rad(self["angle"])
-        across = np.stack([np.cos(angle), np.sin(angle)], axis=-1) * self["width"][:, None] / 2
-        down = np.stack([-np.sin(angle), np.cos(angle)], axis=-1) * self["height"][:, None] / 2
+        across = np.stack([np.cos(angle), np.sin(angle)], axis=-1) * width[:, None] / 2
+        down = np.stack([-np.sin(angle), np.cos(angle)], axis=-1) * height[:, None] / 2
         signs = np.array([(-1, -1), (1, -1), (1, 1), (-1, 1)])
         turned = signs[:, :1] * across[:, None] + signs[:, 1:] * down[:, None]
         return np.asarray(middle + turned)

@@ -115,7 +115,16 @@ def test_what_was_found_shows_itself_over_the_image():
     assert corners.mean(axis=0) == pytest.approx([turned[0]["x"], turned[0]["y"]], abs=0.6)
     assert np.hypot(*(corners[1] - corners[0])) == pytest.approx(120, abs=1e-6)
     assert np.rad2deg(np.arctan2(*(corners[1] - corners[0])[::-1])) == pytest.approx(20, abs=0.2)
-    matplotlib = pytest.importorskip("matplotlib")
+    # A circle, and the side of a board's part, as they are drawn.
+    disc, side = np.zeros((60, 70), np.uint8), np.zeros((60, 70), np.uint8)
+    cv2.circle(disc, (30, 25), 12, 255, -1)
+    side[:, 35:] = 255
+    circle = quillon.fit_circle(disc, (30, 25, 6, 18)).outlines()[0]
+    assert circle.mean(axis=0) == pytest.approx([30, 25], abs=0.3)
+    assert np.ptp(circle, axis=0) == pytest.approx([24.5, 24.5], abs=1.5)
+    line = quillon.fit_line(side, (35, 30, 20, 30, 0)).outlines()[0]
+    assert line[:, 0] == pytest.approx(34.5, abs=0.3) and np.ptp(line[:, 1]) > 20
+    import matplotlib
     matplotlib.use("Agg")
     axes = turned.plot(board())
     assert len(axes.images) == 1 and len(axes.collections[0].get_paths()) == 1
