@@ -247,6 +247,7 @@ test('teaching: a box becomes a template, the finder judges it, all images are s
     await page.waitForSelector('dialog .judged p');
     assert.match(await page.innerText('dialog .judged'), /edge points/);
   };
+  assert.equal((await recipe()).steps[2].input, 'image');
   const assertFound = async (file) => {
     await page.locator('button', { hasText: 'Use this template' }).click();
     await settled();

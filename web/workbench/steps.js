@@ -81,7 +81,9 @@ export function addStep(operation, values = {}) {
   const at = state.recipe.steps.length;
   const taken = ['image', 'color', ...state.recipe.steps.flatMap((step) => [step.name, outputOf(step)])];
   const name = freeName(operation.name, taken);
-  const inputs = operation.inputs.map((kind) => inputFor(kind, at));
+  // What is taught is a part of the image, and is looked for in the image.
+  const isTaught = operation.arguments.some(({ type }) => type === 'file' || type === 'files');
+  const inputs = operation.inputs.map((kind) => inputFor(kind, isTaught ? 0 : at));
   const step = { name, operation: operation.name, input: inputs.length > 1 ? inputs : inputs[0] };
   for (const argument of operation.arguments) {
     if (argument.required && argument.name in values === false) {

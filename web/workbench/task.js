@@ -76,6 +76,7 @@ export function startTour() {
   document.body.append(hint);
   const end = () => {
     hint.remove();
+    document.body.dataset.pane = 'picture';
     document.querySelectorAll('.hinted').forEach((element) => element.classList.remove('hinted'));
   };
   const showHint = () => {

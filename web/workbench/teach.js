@@ -30,6 +30,8 @@ async function judge(index, argument, image, box) {
 
   const verdict = h('div.judged');
   const canvas = h('canvas.template', { width, height, 'aria-label': 'the template' });
+  // Without bars beside it: the brush counts in its pixels.
+  canvas.style.width = `min(100%, ${(50 * width) / height}vh)`;
   const size = h('input', { type: 'range', min: 1, max: Math.max(4, Math.round(Math.min(width, height) / 3)), value: Math.max(2, Math.round(Math.min(width, height) / 12)), 'aria-label': 'size of the brush' });
   const take = h('button.primary', { disabled: true }, 'Use this template');
   const { dialog, close } = openDialog('Teach a template', h('div.teach', canvas, verdict),
