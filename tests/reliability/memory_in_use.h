@@ -41,8 +41,12 @@ inline size_t MemoryInUse() {
 #if defined(QUILLON_SANITIZED)
   return __sanitizer_get_current_allocated_bytes();
 #else
-  const struct mallinfo2 info = mallinfo2();
-  return info.uordblks + info.hblkhd;
+#if defined(__EMSCRIPTEN__)
+  const auto info = mallinfo();  // of 32 bits, as the addresses are
+#else
+  const auto info = mallinfo2();
+#endif
+  return static_cast<size_t>(info.uordblks) + static_cast<size_t>(info.hblkhd);
 #endif
 }
 
