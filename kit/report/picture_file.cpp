@@ -38,7 +38,7 @@ void Reduce(const ColourImage& image, int width, int height, ColourImage& reduce
 PictureFile Pack(const Picture& picture, size_t most) {
   constexpr size_t kExact = 512 * 1024;
   constexpr int kFewGreys = 16;
-  constexpr int64_t kMostTried = 4'000'000;  // pixels; a PNG of more takes long, and much room
+  constexpr int64_t kMostTried = 1'000'000;  // pixels; a PNG of more takes long, and mostly room
   const bool hasFew = picture.HasAtMost(kFewGreys);
   if (hasFew || int64_t{picture.Width()} * picture.Height() <= kMostTried) {
     PictureFile exact = {picture.Png(), "image/png"};
