@@ -164,14 +164,16 @@ bool EdgeOffset(const RefineTask& task, const Gradient16* gradients, int width, 
 }
 
 // One step of least squares: the distances of edges along their directions, explained by a small
-// movement, turn and change of scale. False where too few edges are left to tell.
-bool FitStep(const RefineTask& task, int level, int step, int reach, double far, Pose& pose) {
+// movement, turn and change of scale. Edges `far` away do not count; `spread` becomes the mean
+// distance of those that do. False where too few edges are left to tell.
+bool FitStep(const RefineTask& task, int level, int step, int reach, double far, double& spread,
+             Pose& pose) {
   const ModelLevel& model = task.model.level[level];
   const Placement place = PlacementOf(pose, level);
   const double c = place.a / pose.scale, s = place.b / pose.scale;
   const int width = task.planes.Width(level), height = task.planes.Height(level);
   const Gradient16* gradients = task.planes.Gradients(level);
-  double a[4][4] = {}, b[4] = {};
+  double a[4][4] = {}, b[4] = {}, distances = 0, weights = 0;
   int used = 0;
   const double radius = std::max(1.0, model.radius * pose.scale);
   for (size_t i = 0; i < model.points.size(); i += step) {
@@ -187,7 +189,9 @@ bool FitStep(const RefineTask& task, int level, int step, int reach, double far,
     if (std::abs(offset) > far) continue;
     // The last two in pixels at the farthest point, so that all four are of a size.
     const double terms[4] = {dx, dy, (u * dy - v * dx) / radius, (u * dx + v * dy) / radius};
-    const double weight = 1 - 0.7 * offset * offset / (far * far);
+    const double near = 1 - offset * offset / (far * far), weight = near * near;
+    distances += weight * std::abs(offset);
+    weights += weight;
     for (int k = 0; k < 4; ++k) {
       for (int j = 0; j <= k; ++j) a[k][j] += weight * terms[k] * terms[j];
       b[k] += weight * terms[k] * offset;
@@ -195,6 +199,7 @@ bool FitStep(const RefineTask& task, int level, int step, int reach, double far,
     ++used;
   }
   if (used < 6) return false;
+  spread = distances / weights;
   for (int i = 0; i < 4; ++i) {
     for (int j = i + 1; j < 4; ++j) a[i][j] = a[j][i];
     // A little of what keeps directions that the edges do not tell where they are.
@@ -287,13 +292,19 @@ bool FitByEdges(const RefineTask& task, int level, Candidate& candidate) {
   constexpr struct {
     int step, reach;
     double far;
-  } kSteps[] = {{3, 3, 2.5}, {3, 2, 1.6}, {1, 2, 1.2}, {1, 2, 1.0}, {1, 2, 1.0}};
+  } kSteps[] = {{3, 3, 2.5}, {3, 2, 1.6}, {1, 2, 1.2}, {1, 2, 1.0},
+                {1, 2, 1.0}, {1, 2, 1.0}, {1, 2, 1.0}, {1, 2, 1.0}};
+  // Edges that run on into those of a part beside this one do not count once the others agree
+  // better; by as much the score may be lower where it belongs.
+  constexpr double kSpreads = 4, kLeastFar = 0.3, kMostLoss = 0.02;
   Pose pose = candidate.pose;
   const double before = RateAt(task, level, 3, pose).score;
   candidate.score = static_cast<float>(before);
   if (before < 0.4 * task.least) return true;
+  double spread = 0;
   for (const auto& [step, reach, far] : kSteps) {
-    const bool goesOn = FitStep(task, level, step, reach, far, pose);
+    const double counts = spread > 0 ? std::clamp(kSpreads * spread, kLeastFar, far) : far;
+    const bool goesOn = FitStep(task, level, step, reach, counts, spread, pose);
     if (!NeedRows(task, level, pose, false)) return false;
     if (step == 3) {
       if (reach == 2 && RateAt(task, level, 3, pose).score < task.least) return true;
@@ -302,7 +313,7 @@ bool FitByEdges(const RefineTask& task, int level, Candidate& candidate) {
     }
   }
   const double after = RateAt(task, level, 3, pose).score;
-  if (after >= before - 0.002) {
+  if (after >= before - kMostLoss) {
     candidate.pose = pose;
     candidate.score = static_cast<float>(after);
   }

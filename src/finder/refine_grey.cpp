@@ -273,15 +273,18 @@ bool FitIn(GreyFit& fit, int mostSteps, double arrived, Candidate& best) {
 }  // namespace
 
 bool FitByGrey(const RefineTask& task, int level, Candidate& candidate) {
-  // From the level above, a match is less than a pixel away.
-  const int steps = 8;
-  GreyFit coarse(task, level, task.model.level[level].grey, false);
-  if (!FitIn(coarse, steps, level == 0 ? 0.05 : 0.02, candidate)) return false;
+  constexpr int kMostSteps = 8;  // of a covered part; others take two or three
+  // Linear interpolation blurs the more, the nearer a place is to the middle between pixels. At a
+  // coarse level that may hide fine patterns altogether, so all of it is cubic there.
+  GreyFit coarse(task, level, task.model.level[level].grey, level > 0);
+  const float swept = candidate.score;
+  if (!FitIn(coarse, kMostSteps, level == 0 ? 0.05 : 0.02, candidate)) return false;
+  // The sweep sees fine patterns at whole pixels, where interpolation may not: its word counts too.
+  if (level == task.model.levels - 1) candidate.score = std::max(candidate.score, swept);
   if (level > 0 || candidate.score < task.least) return true;
-  // Linear interpolation blurs the more, the nearer a place is to the middle between pixels, and
-  // would pull matches to whole pixels: the last steps go by cubic interpolation, over all pixels
-  // of a template of common size. The score does not decide here: it is highest where interpolation
-  // smoothes the noise most.
+  // Here it would pull matches to whole pixels: the last steps are cubic, over all pixels of a
+  // template of common size. The score does not decide: it is highest where interpolation smoothes
+  // the noise most.
   GreyFit fine(task, level, task.model.fineGrey, true);
   Pose pose = candidate.pose;
   double first, score;

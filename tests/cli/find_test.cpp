@@ -55,7 +55,6 @@ class Find : public testing::Test {
   std::string flat_ = folder_ / "flat.png", model_ = folder_ / "part.model";
 };
 
-// Edges that run on into those of the part beside it pull a match, here by 0.4 pixels and a degree.
 double Turn(double degrees) { return std::abs(std::remainder(degrees, 360)); }
 
 TEST_F(Find, FindsTouchingTurnedPartsInBothWaysFromPictureAndModel) {
@@ -73,8 +72,8 @@ TEST_F(Find, FindsTouchingTurnedPartsInBothWaysFromPictureAndModel) {
       int same = 0;
       for (const Json& match : matches) {
         same += std::hypot(match["x"].get<double>() - truth.x, match["y"].get<double>() - truth.y) <
-                    0.6 &&
-                Turn(match["angle"].get<double>() - truth.angle) < 1.2;
+                    0.1 &&
+                Turn(match["angle"].get<double>() - truth.angle) < 0.2;
       }
       EXPECT_EQ(same, 1) << way << truth.x << matches;
     }
