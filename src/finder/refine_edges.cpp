@@ -292,8 +292,8 @@ bool FitByEdges(const RefineTask& task, int level, Candidate& candidate) {
   constexpr struct {
     int step, reach;
     double far;
-  } kSteps[] = {{3, 3, 2.5}, {3, 2, 1.6}, {1, 2, 1.2}, {1, 2, 1.0},
-                {1, 2, 1.0}, {1, 2, 1.0}, {1, 2, 1.0}, {1, 2, 1.0}};
+  } kSteps[] = {{3, 3, 2.5}, {3, 2, 1.6}, {1, 2, 1.2}, {1, 2, 1.0}};
+  constexpr int kMostSteps = 12, kLastStep = 3;  // which is taken again until the pose rests
   // Edges that run on into those of a part beside this one do not count once the others agree
   // better; by as much the score may be lower where it belongs.
   constexpr double kSpreads = 4, kLeastFar = 0.3, kMostLoss = 0.02;
@@ -302,7 +302,8 @@ bool FitByEdges(const RefineTask& task, int level, Candidate& candidate) {
   candidate.score = static_cast<float>(before);
   if (before < 0.4 * task.least) return true;
   double spread = 0;
-  for (const auto& [step, reach, far] : kSteps) {
+  for (int i = 0; i < kMostSteps; ++i) {
+    const auto& [step, reach, far] = kSteps[std::min(i, kLastStep)];
     const double counts = spread > 0 ? std::clamp(kSpreads * spread, kLeastFar, far) : far;
     const bool goesOn = FitStep(task, level, step, reach, counts, spread, pose);
     if (!NeedRows(task, level, pose, false)) return false;
