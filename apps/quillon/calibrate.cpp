@@ -45,10 +45,9 @@ void Draw(const GreyImage& image, const LensFit& fit, kit::Report& report) {
     const auto& [seen, fitted] = fit.points[i];
     const int row = static_cast<int>(i);
     picture.Cross({0, row}, seen);
-    const double dx = kLonger * (seen.x - fitted.x), dy = kLonger * (seen.y - fitted.y);
-    const Point tip = {fitted.x + dx, fitted.y + dy};
-    const Point arrow[] = {fitted, tip, {tip.x - (dx - dy) / 5, tip.y - (dx + dy) / 5}, tip};
-    picture.Polygon({1, row}, arrow);
+    picture.Arrow(
+        {1, row}, fitted,
+        {fitted.x + kLonger * (seen.x - fitted.x), fitted.y + kLonger * (seen.y - fitted.y)});
   }
 }
 

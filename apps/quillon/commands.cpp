@@ -15,6 +15,7 @@ void AddCommands(Command top) {
   }
   AddTeach(top);
   AddCalibration(top);
+  AddCameraCalibration(top);
   AddRecipes(top);
   AddSample(top);
   AddList(top);

@@ -1,4 +1,5 @@
 // Flat field and lens correction, by parameter files that were made before.
+#include "kit/calibration/camera.h"
 #include "kit/calibration/flat_field.h"
 #include "kit/calibration/lens.h"
 #include "kit/operations/operation.h"
@@ -44,6 +45,22 @@ void Correct(const Call& call) {
   tool.correction.Apply(*call.a.grey, call.result.picture);
 }
 
+struct CameraTool : Tool {
+  explicit CameraTool(const std::string& path) : rectifier(path) {}
+  std::vector<Detail> Details() const override {
+    return {{kScaleDetail, "mm per pixel", rectifier.UnitPerPixel()}};
+  }
+  Rectifier rectifier;
+};
+
+std::unique_ptr<Tool> LoadCamera(const Values& values, const Sources& sources) {
+  return std::make_unique<CameraTool>(sources.File(values.Text("parameters")));
+}
+
+void Rectify(const Call& call) {
+  static_cast<const CameraTool&>(*call.tool).rectifier.Apply(*call.a.grey, call.result.picture);
+}
+
 }  // namespace
 
 std::vector<Operation> CalibrationOperations() {
@@ -67,6 +84,16 @@ std::vector<Operation> CalibrationOperations() {
        .run = Correct<LensCorrection>,
        .prepare = Load<LensCorrection>,
        .movesPixels = true},
+      {.name = "rectify",
+       .family = kFamily,
+       .summary =
+           "the plane that was calibrated, from straight above: without the bend of the lens "
+           "and the slant of the camera",
+       .arguments = {File("parameters", "made by quillon calibrate-camera")},
+       .run = Rectify,
+       .prepare = LoadCamera,
+       .movesPixels = true,
+       .knowsScale = true},
   };
 }
 

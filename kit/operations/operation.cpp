@@ -4,6 +4,7 @@
 #include <new>
 
 #include "kit/errors.h"
+#include "kit/operations/places.h"
 
 namespace quillon::kit {
 namespace {
@@ -78,13 +79,13 @@ ReadyOperation::ReadyOperation(const Operation& operation, Values values, const 
 }
 
 // Where an export does nothing, the result of the image before must not stay.
-void ReadyOperation::Run(PictureView a, PictureView b, Content& result) {
+void ReadyOperation::RunWith(const Values& values, PictureView a, PictureView b, Content& result) {
   result.picture.Destroy();
   result.colour.Destroy();
   result.things.clear();
   RequirePicture(operation_->inputs[0], a);
   if (operation_->InputCount() == 2) RequirePicture(operation_->inputs[1], b);
-  Guarded([&] { operation_->run({values_, a, b, result, tool_.get()}); });
+  Guarded([&] { operation_->run({values, a, b, result, tool_.get()}); });
   int place = 0;
   for (Thing& thing : result.things) {
     if (thing.number < 0) thing.number = place;
@@ -95,6 +96,14 @@ void ReadyOperation::Run(PictureView a, PictureView b, Content& result) {
   if (isEmpty) {
     throw Failure("nothing came out; the picture may be too small, or memory short");
   }
+}
+
+void ReadyOperation::Run(PictureView a, PictureView b, Content& result) {
+  RunWith(values_, a, b, result);
+}
+
+void ReadyOperation::RunAt(const Frame& frame, PictureView a, PictureView b, Content& result) {
+  RunWith(PlacedIn(*operation_, values_, frame), a, b, result);
 }
 
 }  // namespace quillon::kit

@@ -29,6 +29,15 @@ struct Content {
   std::vector<Thing> things;
 };
 
+constexpr const char* kScaleDetail = "mmPerPixel";
+
+// The directions of a thing, which places may be given in: (0, 0) is its centre, x runs in the
+// direction of its angle, and a pixel is as large as its scale.
+struct Frame {
+  Pose pose;
+  double scale;
+};
+
 struct Call {
   const Values& values;
   PictureView a, b;  // the second where there are two
@@ -56,6 +65,8 @@ struct Operation {
   // Makes the tool, once for each thread.
   std::unique_ptr<Tool> (*prepare)(const Values& values, const Sources& sources) = nullptr;
   bool movesPixels = false;  // positions in the output are not those of the input
+  // It tells how many millimetres a pixel of its output is long, as the detail kScaleDetail.
+  bool knowsScale = false;
   // A picture that a command can write besides what it found: the option, and what it does.
   struct {
     const char *option = nullptr, *summary = nullptr;
@@ -82,6 +93,8 @@ class ReadyOperation {
 
   // What `result` held before is released. Throws Failure when nothing comes out.
   void Run(PictureView a, PictureView b, Content& result);
+  // The same with all places brought to where the frame lies. Of operations that have places.
+  void RunAt(const Frame& frame, PictureView a, PictureView b, Content& result);
 
   std::vector<Detail> Details() const { return tool_->Details(); }
   const Values& GivenValues() const { return values_; }
@@ -89,6 +102,8 @@ class ReadyOperation {
   const Tool& Kept() const { return *tool_; }
 
  private:
+  void RunWith(const Values& values, PictureView a, PictureView b, Content& result);
+
   const Operation* operation_;
   Values values_;
   std::unique_ptr<Tool> tool_;  // a plain one where the operation keeps nothing

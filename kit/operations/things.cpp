@@ -1,6 +1,8 @@
 #include "kit/operations/things.h"
 
 #include <algorithm>
+#include <cmath>
+#include <limits>
 
 namespace quillon::kit {
 namespace {
@@ -20,6 +22,7 @@ std::array<Cell, 4> BoxOf(const Thing& thing, Kind kind) {
   if (HasPixelsOfItsOwn(kind)) {
     return {int64_t{thing.left}, int64_t{thing.top}, int64_t{thing.right}, int64_t{thing.bottom}};
   }
+  if (!IsThere(thing)) return {};
   const auto& [x0, y0, x1, y1, x2, y2, x3, y3] = thing.corners;
   return {std::min({x0, x1, x2, x3}), std::min({y0, y1, y2, y3}), std::max({x0, x1, x2, x3}),
           std::max({y0, y1, y2, y3})};
@@ -57,6 +60,16 @@ const char* NameOf(Kind kind) {
   }
   return "";
 }
+
+Thing NothingFound() {
+  constexpr double kNothing = std::numeric_limits<double>::quiet_NaN();
+  Thing thing;
+  thing.x = thing.y = kNothing;
+  thing.corners.fill(kNothing);
+  return thing;
+}
+
+bool IsThere(const Thing& thing) { return std::isfinite(thing.x); }
 
 std::string WithArticle(Kind kind) {
   return (IsPicture(kind) ? "a " : "") + std::string(NameOf(kind));
@@ -139,7 +152,8 @@ std::vector<Cell> ThingCells(const Thing& thing, Kind kind, const std::vector<Ki
   std::vector<Cell> cells;
   for (const Quantity& quantity : Quantities()) {
     if (!IsOfThing(quantity, kinds)) continue;
-    cells.push_back(IsOf(quantity, kind) ? CellOf(quantity, thing.*quantity.member) : Cell());
+    cells.push_back(
+        IsOf(quantity, kind) && IsThere(thing) ? CellOf(quantity, thing.*quantity.member) : Cell());
   }
   for (Cell& side : BoxOf(thing, kind)) cells.push_back(std::move(side));
   return cells;

@@ -47,6 +47,10 @@ struct Thing {
   int number = -1;  // of a blob among all blobs, before the selection; of others their place
 };
 
+// In the place of one that was not found where it should be, so that others keep their numbers.
+Thing NothingFound();
+bool IsThere(const Thing& thing);
+
 // What can be measured.
 struct Quantity {
   const char* name;

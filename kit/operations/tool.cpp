@@ -28,6 +28,7 @@ void Tool::Draw(const Searched& searched, int firstRow, Report& report) const {
   for (size_t i = 0; i < searched.things.size(); ++i) {
     const Thing& thing = searched.things[i];
     const int row = firstRow + static_cast<int>(i);
+    if (!IsThere(thing)) continue;
     const std::vector<Point> corners = CornersOf(thing);
     picture.Polygon({kOutline, row}, corners);
     picture.Cross({kCentre, row}, {thing.x, thing.y});

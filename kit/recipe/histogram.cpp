@@ -28,7 +28,7 @@ Histogram::Histogram(const Measurement& measurement, std::vector<std::optional<d
   const auto [least, most] = std::minmax_element(values.begin(), values.end());
   low_ = **least;
   high_ = **most;
-  const bool beginsAtZero = low_ >= 0 && !measurement.quantity->isSigned;
+  const bool beginsAtZero = low_ >= 0 && measurement.quantity && !measurement.quantity->isSigned;
   // Limits that are not far from the values are shown.
   const double reach = std::max({high_ - low_, std::fabs(high_) * 0.1, 1e-9});
   for (const auto& limit : {measurement.min, measurement.max}) {
@@ -80,9 +80,7 @@ int Histogram::BinOf(const std::optional<double>& value) const {
   return found;
 }
 
-std::string Histogram::Label(double value) const {
-  return Text(value, measurement_.quantity->decimals);
-}
+std::string Histogram::Label(double value) const { return Text(value, DecimalsOf(measurement_)); }
 
 double Histogram::XOf(double value) const {
   const double begin = isCut_ ? kCut : 0;

@@ -49,7 +49,7 @@ std::string AsJson(const Measurement& measurement, const Histogram& histogram) {
     passes += (passes.empty() ? "" : ",") + std::string(bin.passes ? "1" : "0");
   }
   return "{\"name\":" + ScriptText(measurement.name) +
-         ",\"decimals\":" + std::to_string(measurement.quantity->decimals) +
+         ",\"decimals\":" + std::to_string(DecimalsOf(measurement)) +
          ",\"isJudged\":" + (measurement.min || measurement.max ? "true" : "false") +
          ",\"passes\":[" + passes + "]}";
 }

@@ -30,7 +30,12 @@ std::optional<double> MeanOf(const GreyImage& image) {
   return static_cast<double>(sum) / (static_cast<double>(image.width) * image.height);
 }
 
+// Things that were not found where they should be have no numbers, and what is picked of several
+// with such a one has none.
 std::optional<double> Pick(Which which, const std::vector<double>& values) {
+  if (std::any_of(values.begin(), values.end(), [](double v) { return !std::isfinite(v); })) {
+    return {};
+  }
   double sum = 0;
   for (const double value : values) sum += value;
   if (which == Which::kSum) return sum;
@@ -45,14 +50,6 @@ std::optional<double> Pick(Which which, const std::vector<double>& values) {
     default:
       return sum / static_cast<double>(values.size());
   }
-}
-
-std::optional<double> Measure(const Measurement& measurement, Kind kind, const Content& content) {
-  if (kind == Kind::kPicture) return MeanOf(content.picture);
-  if (!measurement.quantity->member) return static_cast<double>(content.things.size());
-  std::vector<double> values;
-  for (const Thing& thing : content.things) values.push_back(thing.*measurement.quantity->member);
-  return Pick(measurement.which, values);
 }
 
 // The argument that names a file, for messages about it.
@@ -119,12 +116,84 @@ void Inspector::Run(size_t number, const std::string& image) {
   using Clock = std::chrono::steady_clock;
   const Clock::time_point start = Clock::now();
   try {
-    ready_[number]->Run(view(step.inputs.front()), view(step.inputs.back()),
-                        contents_[static_cast<size_t>(step.output)]);
+    const PictureView a = view(step.inputs.front()), b = view(step.inputs.back());
+    Content& result = contents_[static_cast<size_t>(step.output)];
+    if (step.follows >= 0) {
+      Follow(number, a, b, result);
+    } else {
+      ready_[number]->Run(a, b, result);
+    }
   } catch (const Failure& failure) {
     throw Failure("step '" + step.name + "': " + failure.what());
   }
   milliseconds_[number] = std::chrono::duration<double, std::milli>(Clock::now() - start).count();
+}
+
+// Done once for each thing that is followed, at the places that lie in its own directions. Where
+// something comes out for none or several of them, results could not be told apart by their number:
+// one that has nothing gets a thing without numbers, as long as the others have one each.
+void Inspector::Follow(size_t number, PictureView a, PictureView b, Content& result) {
+  const Step& step = recipe_.steps[number];
+  std::vector<Thing> found;
+  for (const Thing& thing : Of(step.follows).things) {
+    const Frame frame = {{thing.x, thing.y, thing.angle}, thing.scale > 0 ? thing.scale : 1};
+    ready_[number]->RunAt(frame, a, b, result);
+    if (result.things.empty()) result.things.push_back(NothingFound());
+    found.insert(found.end(), result.things.begin(), result.things.end());
+  }
+  result.things = std::move(found);
+}
+
+double Inspector::MmPerPixel(int slot) const {
+  const int frame = recipe_.slots[static_cast<size_t>(slot)].frame;
+  if (frame == 0) return recipe_.mmPerPixel;
+  for (size_t i = 0; i < recipe_.steps.size(); ++i) {
+    const Step& step = recipe_.steps[i];
+    if (!step.operation->knowsScale ||
+        recipe_.slots[static_cast<size_t>(step.output)].frame != frame) {
+      continue;
+    }
+    for (const Detail& detail : ready_[i]->Details()) {
+      if (std::string_view(detail.key) == kScaleDetail) return detail.value;
+    }
+  }
+  return 0;
+}
+
+std::optional<double> Inspector::Measure(const Measurement& measurement,
+                                         const std::vector<std::optional<double>>& before) const {
+  if (measurement.formula) return measurement.formula->Value(before);
+  const Content& content = Of(measurement.input);
+  if (recipe_.slots[static_cast<size_t>(measurement.input)].kind == Kind::kPicture) {
+    return MeanOf(content.picture);
+  }
+  if (measurement.quantity && !measurement.quantity->member) {
+    return static_cast<double>(std::count_if(content.things.begin(), content.things.end(),
+                                             [](const Thing& thing) { return IsThere(thing); }));
+  }
+  std::vector<double> values;
+  if (measurement.quantity) {
+    for (const Thing& thing : content.things) {
+      values.push_back(IsThere(thing) ? thing.*measurement.quantity->member : NAN);
+    }
+  } else {
+    const std::vector<Thing>& others = Of(measurement.other).things;
+    // Each with that of the same number, or one alone with each of the others.
+    const size_t a = content.things.size(), b = others.size();
+    if (a != b && a != 1 && b != 1) return {};
+    const size_t count = std::min(a, b) == 0 ? 0 : std::max(a, b);
+    for (size_t i = 0; i < count; ++i) {
+      const auto at = [i](const std::vector<Thing>& things) -> const Thing& {
+        return things[std::min(i, things.size() - 1)];
+      };
+      values.push_back(measurement.between->value(at(content.things), at(others)).value_or(NAN));
+    }
+  }
+  std::optional<double> value = Pick(measurement.which, values);
+  if (value && measurement.unit.mm > 0) {
+    *value *= std::pow(MmPerPixel(measurement.input), measurement.unit.mm);
+  }
+  return value;
 }
 
 ImageRecord Inspector::Inspect(const std::string& path) {
@@ -180,8 +249,7 @@ ImageRecord Inspector::Inspect(const std::string& name, Fill fill) {
   }
   for (size_t i = 0; i < recipe_.measurements.size(); ++i) {
     const Measurement& measurement = recipe_.measurements[i];
-    const auto slot = static_cast<size_t>(measurement.input);
-    std::optional<double> value = Measure(measurement, recipe_.slots[slot].kind, contents_[slot]);
+    std::optional<double> value = Measure(measurement, record.values);
     if (value && !std::isfinite(*value)) value.reset();
     if (!Passes(measurement, value)) record.verdict = Verdict::kFail;
     record.values[i] = value;

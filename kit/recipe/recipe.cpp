@@ -1,10 +1,14 @@
 #include "kit/recipe/recipe.h"
 
 #include <algorithm>
+#include <cmath>
+#include <numbers>
 #include <set>
 
 #include "kit/errors.h"
 #include "kit/files/files.h"
+#include "kit/measure/fit.h"
+#include "kit/operations/places.h"
 #include "kit/text/text.h"
 
 namespace quillon::kit::recipe {
@@ -18,6 +22,63 @@ const std::vector<NamedWhich>& Whiches() {
       {"sum", Which::kSum, "the sum of all values"},
   };
   return whiches;
+}
+
+namespace {
+
+// The angle between two directions that are the same turned about, from 0 to 90.
+std::optional<double> AngleBetween(const Thing& a, const Thing& b) {
+  const double between = std::fmod(std::abs(a.angle - b.angle), 180);
+  return std::min(between, 180 - between);
+}
+
+std::optional<double> Distance(const Thing& a, const Thing& b) {
+  return std::hypot(a.x - b.x, a.y - b.y);
+}
+
+std::optional<double> DistanceFromLine(const Thing& a, const Thing& line) {
+  const double angle = line.angle * std::numbers::pi / 180;
+  return std::abs((a.y - line.y) * std::cos(angle) - (a.x - line.x) * std::sin(angle));
+}
+
+template <double Point::*coordinate>
+std::optional<double> CrossingOf(const Thing& a, const Thing& b) {
+  const auto crossing = Crossing({a.x, a.y}, a.angle, {b.x, b.y}, b.angle);
+  return crossing ? std::optional((*crossing).*coordinate) : std::nullopt;
+}
+
+}  // namespace
+
+const std::vector<Between>& Betweens() {
+  constexpr Unit kPixels = {1, 0, 0}, kDegrees = {0, 0, 1};
+  static const std::vector<Between> betweens = {
+      {"distance", "from centre to centre", kPixels, Distance},
+      {"distance-from-line",
+       "from the first one's centre, at right angles to the second's direction", kPixels,
+       DistanceFromLine},
+      {"angle-between", "between their directions, 0 for parallel ones, 90 at the most", kDegrees,
+       AngleBetween},
+      {"crossing-x", "column where their directions cross", kPixels, CrossingOf<&Point::x>},
+      {"crossing-y", "row of it", kPixels, CrossingOf<&Point::y>},
+  };
+  return betweens;
+}
+
+Unit UnitOf(const Quantity& quantity) {
+  const std::string_view name = quantity.name;
+  for (const char* length :
+       {"x", "y", "width", "height", "position", "diameter", "length", "rms", "worst", "form"}) {
+    if (name == length) return {1, 0, 0};
+  }
+  for (const char* area : {"area", "missing", "extra"}) {
+    if (name == area) return {2, 0, 0};
+  }
+  return {0, 0, name == "angle" ? 1 : 0};
+}
+
+int DecimalsOf(const Measurement& measurement) {
+  const int decimals = measurement.quantity ? measurement.quantity->decimals : 3;
+  return measurement.unit.mm > 0 ? std::max(decimals, 3) : decimals;
 }
 
 Argument Limit(const char* name) {
@@ -152,6 +213,8 @@ std::string PlaceOf(const char* what, const Json& object, size_t index) {
   return std::string(what) + " " + Quote(name->get<std::string>());
 }
 
+constexpr const char* kScale = "mm_per_pixel";
+
 class Parser {
  public:
   explicit Parser(Problems& problems) : problems_(problems) {}
@@ -163,6 +226,7 @@ class Parser {
     recipe_.name = fields.Name("name", true);
     fields.Note(recipe_.note);
     fields.Find("$schema");  // for editors
+    ParseScale(fields);
     const Json* steps = fields.List("steps", kMostSteps);
     const Json* measurements = fields.List("measurements", kMostMeasurements);
     fields.RefuseOthers();
@@ -175,6 +239,18 @@ class Parser {
   }
 
  private:
+  void ParseScale(Fields& fields) {
+    const Json* value = fields.Find(kScale);
+    if (!value) return;
+    const Argument scale = Number(kScale, kLeastScale, kMostScale, "");
+    if (!scale.Fits(*value)) {
+      fields.Wrong(kScale, InMessage(*value) + " is not " + scale.Expected());
+      return;
+    }
+    recipe_.mmPerPixel = value->get<double>();
+    for (Slot& slot : recipe_.slots) slot.hasScale = true;
+  }
+
   // Without what changes nothing: the order of fields, spaces, notes.
   static std::string Canonical(const Json& json) {
     nlohmann::json sorted = nlohmann::json::parse(json.dump());
@@ -208,10 +284,12 @@ class Parser {
       return;
     }
     const int frame = ParseInputs(fields, step);
+    ParseFollow(fields, step);
     step.values = ReadValues(
         step.operation->arguments, [&](const std::string& field) { return fields.Find(field); },
         [&](const char* field, const std::string& what) { fields.Wrong(field, what); });
     step.output = Declare(fields, step.name, step.operation->output, frame);
+    recipe_.slots.back().hasScale = HasScale(step);
     fields.RefuseOthers();
     recipe_.steps.push_back(std::move(step));
   }
@@ -223,6 +301,32 @@ class Parser {
     fields.Wrong("operation",
                  "there is no operation " + Quote(operation) +
                      (suggestion.empty() ? "; quillon recipe operations names them" : suggestion));
+  }
+
+  // Pixels that move keep no scale, but where the operation knows it.
+  bool HasScale(const Step& step) const {
+    if (step.operation->knowsScale) return true;
+    if (step.operation->movesPixels || step.inputs.empty()) return false;
+    return recipe_.slots[static_cast<size_t>(step.inputs[0])].hasScale;
+  }
+
+  void ParseFollow(Fields& fields, Step& step) {
+    const std::string name = fields.Name("follow", false);
+    if (name.empty()) return;
+    if (!HasPlaces(*step.operation)) {
+      fields.Wrong("follow", "'" + std::string(step.operation->name) +
+                                 "' has no place that could follow something");
+      return;
+    }
+    const int slot = FindInput(fields, name, Quantities()[0].inputs, "follow");
+    if (slot < 0) return;
+    if (!step.inputs.empty() && recipe_.slots[static_cast<size_t>(slot)].frame !=
+                                    recipe_.slots[static_cast<size_t>(step.inputs[0])].frame) {
+      fields.Wrong("follow",
+                   Quote(name) + " was found where pixels lie elsewhere than in the input");
+      return;
+    }
+    step.follows = slot;
   }
 
   // Returns the frame of the output.
@@ -254,7 +358,8 @@ class Parser {
   }
 
   // The slot, or -1 where there is none that fits.
-  int FindInput(const Fields& fields, const std::string& name, const std::vector<Kind>& kinds) {
+  int FindInput(const Fields& fields, const std::string& name, const std::vector<Kind>& kinds,
+                const char* field = "input") {
     const auto& slots = recipe_.slots;
     const auto found = std::find_if(slots.begin(), slots.end(),
                                     [&](const Slot& slot) { return slot.name == name; });
@@ -262,8 +367,7 @@ class Parser {
       std::vector<std::string> names;
       names.reserve(slots.size());
       for (const Slot& slot : slots) names.push_back(slot.name);
-      fields.Wrong("input",
-                   "nothing before this is called " + Quote(name) + DidYouMean(name, names));
+      fields.Wrong(field, "nothing before this is called " + Quote(name) + DidYouMean(name, names));
       return -1;
     }
     const bool fits = std::find(kinds.begin(), kinds.end(), found->kind) != kinds.end();
@@ -271,7 +375,7 @@ class Parser {
       std::string expected;
       for (const Kind kind : kinds)
         expected += (expected.empty() ? "" : " or ") + WithArticle(kind);
-      fields.Wrong("input", Quote(name) + " is " + WithArticle(found->kind) + ", not " + expected);
+      fields.Wrong(field, Quote(name) + " is " + WithArticle(found->kind) + ", not " + expected);
       return -1;
     }
     return static_cast<int>(found - slots.begin());
@@ -301,6 +405,26 @@ class Parser {
     if (!measurement.name.empty() && !measurementNames_.insert(measurement.name).second) {
       fields.Wrong("name", "another measurement has this name");
     }
+    const Json* input = fields.Find("input");
+    if (input && input->is_array()) {
+      ParseBetween(fields, *input, measurement);
+    } else if (input) {
+      ParseMeasured(fields, measurement);
+    } else {
+      ParseFormula(fields, measurement);
+    }
+    ParseUnit(fields, measurement);
+    measurement.min = ParseLimit(fields, "min");
+    measurement.max = ParseLimit(fields, "max");
+    if (measurement.min && measurement.max && *measurement.min > *measurement.max) {
+      fields.Wrong(
+          "min", Plain(*measurement.min) + " is above the field 'max', " + Plain(*measurement.max));
+    }
+    fields.RefuseOthers();
+    recipe_.measurements.push_back(std::move(measurement));
+  }
+
+  void ParseMeasured(Fields& fields, Measurement& measurement) {
     measurement.quantity = ParseQuantity(fields);
     const std::string input = fields.Name("input", true);
     if (!input.empty()) {
@@ -311,15 +435,96 @@ class Parser {
           FindInput(fields, input, measurement.quantity ? measurement.quantity->inputs : any);
       measurement.input = std::max(slot, 0);
     }
+    if (measurement.quantity) measurement.unit = UnitOf(*measurement.quantity);
     ParseWhich(fields, measurement);
-    measurement.min = ParseLimit(fields, "min");
-    measurement.max = ParseLimit(fields, "max");
-    if (measurement.min && measurement.max && *measurement.min > *measurement.max) {
-      fields.Wrong(
-          "min", Plain(*measurement.min) + " is above the field 'max', " + Plain(*measurement.max));
+  }
+
+  // Between the things of two steps: the first of one and the first of the other, and so on.
+  void ParseBetween(Fields& fields, const Json& names, Measurement& measurement) {
+    if (names.size() != 2 || !IsName(names[0]) || !IsName(names[1])) {
+      fields.Wrong("input", InMessage(names) + " is not a name, or a list of two names");
+    } else {
+      const std::vector<Kind>& things = Quantities()[0].inputs;
+      measurement.input = std::max(FindInput(fields, names[0].get<std::string>(), things), 0);
+      measurement.other = std::max(FindInput(fields, names[1].get<std::string>(), things), 0);
+      const auto frame = [&](int slot) { return recipe_.slots[static_cast<size_t>(slot)].frame; };
+      if (frame(measurement.input) != frame(measurement.other)) {
+        fields.Wrong("input", "the two were found where pixels lie differently");
+      }
     }
-    fields.RefuseOthers();
-    recipe_.measurements.push_back(std::move(measurement));
+    const std::string name = fields.Name("value", true);
+    std::vector<std::string> known;
+    std::string list;
+    for (const Between& between : Betweens()) {
+      if (between.name == name) measurement.between = &between;
+      known.emplace_back(between.name);
+      list += (list.empty() ? "" : ", ") + known.back();
+    }
+    if (measurement.between) {
+      measurement.unit = measurement.between->unit;
+    } else if (!name.empty()) {
+      fields.Wrong("value", Quote(name) + " is not measured between two things: " + list +
+                                DidYouMean(name, known));
+    }
+    ParseWhich(fields, measurement);
+  }
+
+  void ParseFormula(Fields& fields, Measurement& measurement) {
+    const std::string text = fields.Name("value", true);
+    if (text.empty()) return;
+    const auto& all = Quantities();
+    if (std::any_of(all.begin(), all.end(),
+                    [&](const Quantity& row) { return row.name == text; })) {
+      fields.Require("input", "the name of what is measured");
+      return;
+    }
+    const auto find = [&](const std::string& name) -> std::optional<Formula::Named> {
+      for (size_t i = 0; i < recipe_.measurements.size(); ++i) {
+        if (recipe_.measurements[i].name != name) continue;
+        return Formula::Named{i, recipe_.measurements[i].unit};
+      }
+      return {};
+    };
+    std::string wrong;
+    measurement.formula = Formula::Read(text, find, wrong);
+    if (!wrong.empty()) fields.Wrong("value", "in the formula, " + wrong);
+    if (measurement.formula) measurement.unit = measurement.formula->ItsUnit();
+  }
+
+  // The unit that is given must be that of the value; pixels become millimetres where it is known
+  // how, and a formula that is a plain number may be called anything.
+  void ParseUnit(Fields& fields, Measurement& measurement) {
+    const std::string expected = "px, mm, px2, mm2 or deg";
+    const std::string name = fields.Name("unit", false);
+    const Unit own = measurement.unit;
+    const bool hasScale =
+        !measurement.formula && recipe_.slots[static_cast<size_t>(measurement.input)].hasScale;
+    if (name.empty()) {
+      const bool hasLimits = fields.Find("min") || fields.Find("max");
+      if (hasScale && hasLimits && own.px > 0) {
+        fields.Wrong("unit", "is missing: limits here may be in " + NameOf(own) + " or in " +
+                                 NameOf(Unit{0, own.px, 0}));
+      }
+      return;
+    }
+    const auto given = UnitNamed(name);
+    if (!given) {
+      fields.Wrong("unit", Quote(name) + " is not " + expected);
+      return;
+    }
+    const bool isFree = measurement.formula && own.IsPlain();
+    if (*given == own || isFree) {
+      measurement.unit = *given;
+    } else if (!measurement.formula && own.px > 0 && *given == Unit{0, own.px, 0}) {
+      if (hasScale) {
+        measurement.unit = *given;
+      } else {
+        fields.Wrong("unit", "it is not known here how long a pixel is (" + std::string(kScale) +
+                                 ", or the step rectify)");
+      }
+    } else if (measurement.quantity || measurement.between || measurement.formula) {
+      fields.Wrong("unit", Quote(name) + " is not the unit of this value, which is " + NameOf(own));
+    }
   }
 
   static const Quantity* ParseQuantity(Fields& fields) {

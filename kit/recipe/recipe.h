@@ -22,6 +22,7 @@
 #include <vector>
 
 #include "kit/operations/operation.h"
+#include "kit/recipe/formula.h"
 
 namespace quillon::kit::recipe {
 
@@ -31,6 +32,8 @@ struct Slot {
   Kind kind;
   // Positions in contents of one frame mean the same pixels; 0 is the image's.
   int frame;
+  // Whether it is known how long a pixel is there: by the recipe, or by the step that made it.
+  bool hasScale = false;
 };
 
 constexpr int kImageSlot = 0, kColourSlot = 1;  // "image" and "color": every recipe has them
@@ -43,6 +46,7 @@ struct Step {
   int output = 0;
   // Where they differ from image to image, such as the good board of each. Throws Failure.
   std::function<Values(const std::string& image)> valuesOf = {};
+  int follows = -1;  // the slot of the things in whose own directions places are given; -1: none
 };
 
 // Which of several things gives the value.
@@ -54,12 +58,25 @@ struct NamedWhich {
 };
 const std::vector<NamedWhich>& Whiches();
 
+// What can be measured between two things.
+struct Between {
+  const char* name;
+  const char* summary;
+  Unit unit;
+  std::optional<double> (*value)(const Thing& a, const Thing& b);
+};
+const std::vector<Between>& Betweens();
+
 struct Measurement {
   std::string name;
   int input = 0;  // slot
   const Quantity* quantity = nullptr;
   Which which = Which::kFirst;
   std::optional<double> min = {}, max = {};
+  const Between* between = nullptr;     // instead of a quantity: of two things
+  int other = -1;                       // the slot of the second one
+  std::optional<Formula> formula = {};  // instead of both: of measurements before
+  Unit unit = {};                       // of the value and of the limits
 };
 
 struct Recipe {
@@ -67,11 +84,20 @@ struct Recipe {
   std::vector<Slot> slots;
   std::vector<Step> steps;
   std::vector<Measurement> measurements;
+  double mmPerPixel = 0;  // of the image; 0: not known
   std::string canonical;  // the same text for recipes that do the same
 };
 
 // The rule for `min` and `max`.
 Argument Limit(const char* name);
+
+// The unit in which the quantity is counted in pixels.
+Unit UnitOf(const Quantity& quantity);
+
+// As pages show it: digits after the point.
+int DecimalsOf(const Measurement& measurement);
+
+constexpr double kLeastScale = 1e-9, kMostScale = 1e6;  // millimetres per pixel
 
 constexpr size_t kMostSteps = 200, kMostMeasurements = 200;
 

@@ -176,8 +176,7 @@ Findings ToFindings(const Recipe& recipe, const std::vector<ImageRecord>& record
   }
   if (counts.error) findings.facts.push_back({"error", "Errors", whole(counts.error)});
   for (const Measurement& measurement : recipe.measurements) {
-    findings.columns.push_back(
-        {measurement.name, measurement.name, measurement.quantity->decimals});
+    findings.columns.push_back({measurement.name, measurement.name, DecimalsOf(measurement)});
   }
   findings.columns.push_back({"failed", "failed"});
   findings.columns.push_back({"error", "error"});

@@ -202,15 +202,17 @@ std::string RenderPageWithoutPictures(const Recipe& recipe, const ImageRecord& r
 }  // namespace
 
 std::string Shown(const Measurement& measurement, const std::optional<double>& value) {
-  return value ? Text(*value, measurement.quantity->decimals) : "";
+  return value ? Text(*value, DecimalsOf(measurement)) : "";
 }
 
 std::string LimitsOf(const Measurement& measurement) {
   const auto& [min, max] = std::pair(measurement.min, measurement.max);
-  if (min && max)
-    return *min == *max ? "exactly " + Plain(*min) : Plain(*min) + " to " + Plain(*max);
-  if (min) return "at least " + Plain(*min);
-  return max ? "at most " + Plain(*max) : "";
+  const std::string unit = measurement.unit.mm ? " " + NameOf(measurement.unit) : "";
+  if (min && max) {
+    return (*min == *max ? "exactly " + Plain(*min) : Plain(*min) + " to " + Plain(*max)) + unit;
+  }
+  if (min) return "at least " + Plain(*min) + unit;
+  return max ? "at most " + Plain(*max) + unit : "";
 }
 
 std::string Title(Verdict verdict) {

@@ -1,5 +1,6 @@
 #include "kit/recipe/schema.h"
 
+#include "kit/operations/places.h"
 #include "kit/recipe/recipe.h"
 
 namespace quillon::kit::recipe {
@@ -33,6 +34,9 @@ Json StepSchema(const Operation& operation) {
                      {"input", std::move(input)},
                      {"output", Text("name of the result; the step's name where it is not given")},
                      {"note", Note()}};
+  if (HasPlaces(operation)) {
+    properties["follow"] = Text("things of a step before, in whose directions places are given");
+  }
   Json required = {"name", "operation", "input"};
   for (const Argument& argument : operation.arguments) {
     properties[argument.name] = argument.Schema();
@@ -43,11 +47,22 @@ Json StepSchema(const Operation& operation) {
   return schema;
 }
 
-// What is counted has no `which`; everything else may have.
-Json MeasurementSchema(bool isCount) {
+Json ListOf(Json items, size_t most, const char* description) {
+  return {{"type", "array"},
+          {"items", std::move(items)},
+          {"minItems", 1},
+          {"maxItems", most},
+          {"description", description}};
+}
+
+enum class Measured { kCount, kValue, kBetween, kFormula };
+
+// What is counted or calculated has no `which`; everything else may have.
+Json MeasurementSchema(Measured measured) {
   Json values = Json::array(), whiches = Json::array();
   for (const Quantity& quantity : Quantities()) {
-    if ((std::string_view(quantity.name) == "count") == isCount) values.push_back(quantity.name);
+    const bool isCount = std::string_view(quantity.name) == "count";
+    if (isCount == (measured == Measured::kCount)) values.push_back(quantity.name);
   }
   for (const NamedWhich& which : Whiches()) whiches.push_back(which.name);
   const auto limit = [](const char* name, const char* description) {
@@ -60,8 +75,25 @@ Json MeasurementSchema(bool isCount) {
                      {"value", {{"enum", values}}},
                      {"min", limit("min", "the image fails below it")},
                      {"max", limit("max", "the image fails above it")},
+                     {"unit",
+                      {{"enum", {"px", "mm", "px2", "mm2", "deg"}},
+                       {"description", "of the value and its limits"}}},
                      {"note", Note()}};
-  if (!isCount) {
+  if (measured == Measured::kBetween) {
+    values = Json::array();
+    for (const Between& between : Betweens()) values.push_back(between.name);
+    properties["value"] = {{"enum", values}};
+    properties["input"] =
+        ListOf({{"type", "string"}, {"minLength", 1}}, 2, "two things: the outputs of two steps");
+    properties["input"]["minItems"] = 2;
+  }
+  if (measured == Measured::kFormula) {
+    properties.erase("input");
+    properties["value"] = Text("a formula of measurements before");
+    properties["value"]["maxLength"] = kLongestFormula;
+    return Object(std::move(properties), {"name", "value"});
+  }
+  if (measured != Measured::kCount) {
     properties["which"] = {{"enum", whiches},
                            {"default", "first"},
                            {"description", "which of several blobs or matches"}};
@@ -75,14 +107,6 @@ Json AnyOf(const Json& definitions) {
     references.push_back({{"$ref", "#/$defs/" + item.key()}});
   }
   return {{"anyOf", references}};
-}
-
-Json ListOf(Json items, size_t most, const char* description) {
-  return {{"type", "array"},
-          {"items", std::move(items)},
-          {"minItems", 1},
-          {"maxItems", most},
-          {"description", description}};
 }
 
 std::string Escaped(std::string text) {
@@ -116,11 +140,18 @@ Json RecipeSchema() {
   for (const Operation& operation : Operations()) {
     steps[operation.name] = StepSchema(operation);
   }
-  const Json measurements = {{"measured-count", MeasurementSchema(true)},
-                             {"measured-value", MeasurementSchema(false)}};
+  const Json measurements = {{"measured-count", MeasurementSchema(Measured::kCount)},
+                             {"measured-value", MeasurementSchema(Measured::kValue)},
+                             {"measured-between", MeasurementSchema(Measured::kBetween)},
+                             {"measured-formula", MeasurementSchema(Measured::kFormula)}};
   Json properties = {{"$schema", {{"type", "string"}, {"description", "this schema, for editors"}}},
                      {"name", Text("of the recipe, on pages")},
                      {"note", Note()},
+                     {"mm_per_pixel",
+                      {{"type", "number"},
+                       {"minimum", kLeastScale},
+                       {"maximum", kMostScale},
+                       {"description", "how long a pixel of the image is, for limits in mm"}}},
                      {"steps", ListOf(AnyOf(steps), kMostSteps, "done one after the other")},
                      {"measurements", ListOf(AnyOf(measurements), kMostMeasurements,
                                              "an image passes when all are within their limits")}};
@@ -147,6 +178,10 @@ std::string OperationsInMarkdown() {
       kinds += (kinds.empty() ? "" : ", ") + std::string(NameOf(kind));
     }
     text += "| `" + std::string(quantity.name) + "` | " + kinds + " | " + quantity.summary + " |\n";
+  }
+  text += "\n| `value` | between two inputs |\n|---|---|\n";
+  for (const Between& between : Betweens()) {
+    text += "| `" + std::string(between.name) + "` | " + between.summary + " |\n";
   }
   text += "\n| `which` | of several blobs or matches |\n|---|---|\n";
   for (const NamedWhich& which : Whiches()) {

@@ -121,6 +121,12 @@ void Picture::Cross(Mark mark, Point centre) {
   drawings_.push_back({mark, Drawing::Kind::kCross, {centre}});
 }
 
+void Picture::Arrow(Mark mark, Point from, Point tip) {
+  const double dx = tip.x - from.x, dy = tip.y - from.y;
+  const Point outline[] = {from, tip, {tip.x - (dx - dy) / 5, tip.y - (dx + dy) / 5}, tip};
+  Polygon(mark, outline);
+}
+
 void Picture::Label(Mark mark, Point at, std::string_view text) {
   drawings_.push_back({mark, Drawing::Kind::kLabel, {at}, std::string(text)});
 }

@@ -82,6 +82,7 @@ class Picture {
   // A dot for each point: edge points, corners.
   void Dots(Mark mark, std::span<const Point> points);
   void Cross(Mark mark, Point centre);
+  void Arrow(Mark mark, Point from, Point tip);
   // A short text whose lower left corner is at the point, where there is room above it.
   void Label(Mark mark, Point at, std::string_view text);
   // The same for the score of a match, at its upper left corner: that shows which way up it is, and

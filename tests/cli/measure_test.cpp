@@ -4,11 +4,15 @@
 
 #include <algorithm>
 #include <cmath>
+#include <filesystem>
 
 #include "cli/host.h"
+#include "kit/calibration/camera.h"
 #include "kit/errors.h"
+#include "kit/images/image_files.h"
 #include "kit/measure/fit.h"
 #include "kit/operations/operation.h"
+#include "kit/recipe/inspector.h"
 #include "quillon/quillon.h"
 
 namespace quillon::test {
@@ -131,6 +135,137 @@ TEST(Measuring, PointsThatBelongToNothingGiveNothing) {
     EXPECT_FALSE(kit::FitCircle(points, 3)) << points.size();
     EXPECT_FALSE(kit::FitEllipse(points, 3)) << points.size();
   }
+}
+
+// In the directions of the bar, which the first step finds.
+TEST(Measuring, PlacesFollowAndMeasurementsMakeOthers) {
+  GreyImage image;
+  DrawShapes(image);
+  const std::string text = R"json({"name": "r", "mm_per_pixel": 0.5, "steps": [
+    {"name": "bar", "operation": "edge-pairs", "input": "image", "box": [60, 50, 30, 20, 30]},
+    {"name": "sides", "operation": "edges", "input": "image", "follow": "bar", "box": [0, 3, 24, 8, 0]},
+    {"name": "left", "operation": "fit-line", "input": "image", "follow": "bar", "box": [-5, 0, 8, 40, 0]},
+    {"name": "end", "operation": "fit-line", "input": "image", "follow": "bar", "box": [0, -30, 8, 8, 90]},
+    {"name": "none", "operation": "fit-circle", "input": "image", "follow": "bar", "ring": [0, 80, 2, 9]}],
+    "measurements": [
+    {"name": "first", "input": "sides", "value": "position"},
+    {"name": "last", "input": "sides", "value": "position", "which": "largest", "unit": "mm"},
+    {"name": "width", "value": "last - first * 0.5mm / 1px", "min": 5.2, "max": 5.3},
+    {"name": "angle", "input": ["left", "end"], "value": "angle-between", "min": 89.5},
+    {"name": "away", "input": ["bar", "left"], "value": "distance-from-line", "unit": "mm"},
+    {"name": "corner", "input": ["left", "end"], "value": "crossing-x"},
+    {"name": "holes", "input": "none", "value": "count"},
+    {"name": "hole", "input": "none", "value": "diameter", "which": "largest"},
+    {"name": "twice", "value": "2 * hole"},
+    {"name": "nothing", "value": "first / (holes * 1px)"}]})json";
+  const kit::recipe::Recipe recipe = kit::recipe::MakeRecipe(text);
+  kit::recipe::Inspector inspector(recipe, {});
+  const auto record = inspector.Inspect(image);
+  ASSERT_EQ(record.error, "");
+  EXPECT_EQ(NameOf(record.verdict), std::string("pass"));
+  const double corner = kit::Pose{60, 50, 30}.At(-5.25, -30).x;
+  const std::optional<double> expected[] = {6.75, 8.625, 5.25, 90, 2.625, corner, 0, {}, {}, {}};
+  for (size_t i = 0; i < std::size(expected); ++i) {
+    const std::string& name = recipe.measurements[i].name;
+    ASSERT_EQ(record.values[i].has_value(), expected[i].has_value()) << name;
+    if (!expected[i]) continue;
+    EXPECT_NEAR(*record.values[i], *expected[i], name == "angle" ? 0.6 : 0.1) << name;
+  }
+}
+
+// ---- cameras ------------------------------------------------------------------------------------
+
+// A board of squares before a camera, softened; its corners are where columns and rows are whole.
+void DrawBoard(const kit::Lens& lens, const kit::BoardPlace& place, GreyImage& image) {
+  // The plane as the camera sees it: three points of it tell where a ray meets it.
+  image.Create(400, 300);
+  for (int y = 0; y < image.height; ++y) {
+    double column = 4, row = 3;
+    for (int x = 0; x < image.width; ++x) {
+      // Newton's method from the place of the pixel before.
+      for (int round = 0; round < (x == 0 ? 30 : 4); ++round) {
+        const auto at = [&](double c, double r) {
+          const Point seen = place.Seen(c, r);
+          return lens.Project(seen.x, seen.y);
+        };
+        constexpr double kStep = 1e-5;
+        const Point here = at(column, row), right = at(column + kStep, row),
+                    below = at(column, row + kStep);
+        const double a = (right.x - here.x) / kStep, b = (below.x - here.x) / kStep;
+        const double c = (right.y - here.y) / kStep, d = (below.y - here.y) / kStep;
+        const double dx = x - here.x, dy = y - here.y, determinant = a * d - b * c;
+        column += (d * dx - b * dy) / determinant;
+        row += (a * dy - c * dx) / determinant;
+      }
+      const bool isOnBoard = column > -1 && column < 9 && row > -1 && row < 7;
+      const double squares = std::sin(column * 3.14159265358979) * std::sin(row * 3.14159265358979);
+      // The light falls off to the right.
+      const double light = 1 - 0.4 * x / image.width;
+      const double grey = isOnBoard ? 125 + 85 * std::tanh(6 * squares) : 220;
+      image.rows[y][x] = static_cast<unsigned char>(std::lround(light * grey));
+    }
+  }
+}
+
+TEST(Cameras, AreFoundFromDrawnBoardsAndTakenOutOfPictures) {
+  const Scratch scratch;
+  const kit::Lens lens = {420, 415, 205, 146, {-0.2, 0.05, 0.001, -0.001, 0}};
+  const kit::BoardPlace places[] = {{{0.05, -0.1, 0.15}, {-4, -3, 15}},
+                                    {{0.5, 0.1, -0.2}, {-4.2, -2.6, 14}},
+                                    {{-0.1, 0.5, 0.1}, {-3.6, -3.2, 15}},
+                                    {{-0.3, -0.3, 0.7}, {-1.5, -4.2, 17}},
+                                    {{0.1, -0.6, 0.3}, {-3, -4, 14}}};
+  std::vector<std::string> command = {"calibrate-camera", scratch / "camera.json"};
+  for (const kit::BoardPlace& place : places) {
+    GreyImage image;
+    DrawBoard(lens, place, image);
+    kit::WriteImage(command.emplace_back(scratch / (std::to_string(command.size()) + ".png")),
+                    image);
+  }
+  const std::vector<std::string> pictures = command;
+  for (const char* word : {"--board", "9", "7", "--square", "25"}) command.emplace_back(word);
+  const nlohmann::json told = QuillonJson(command);
+  EXPECT_LT(told["rms"], 0.12);  // as soft as they are drawn
+  EXPECT_NEAR(told["fx"], lens.fx, 2);
+  EXPECT_NEAR(told["fy"], lens.fy, 2);
+  EXPECT_NEAR(told["cx"], lens.cx, 2);
+  EXPECT_NEAR(told["cy"], lens.cy, 2);
+  for (const auto& view : told["views"]) EXPECT_EQ(view["corners"], 63) << view;
+
+  // In the plane all squares are as large as each other: that of the board, in pixels of the scale.
+  GreyImage image, flat;
+  kit::ReadImage(pictures[2], image);
+  kit::Rectifier(scratch / "camera.json").Apply(image, flat);
+  const double square = 25 / told["mmPerPixel"].get<double>();
+  const auto corners = kit::FindChessboard(flat, {9, 7});
+  ASSERT_EQ(corners.size(), 63u);
+  double worst = 0;
+  for (size_t i = 0; i + 1 < corners.size(); ++i) {
+    if (corners[i].row != corners[i + 1].row) continue;
+    const Point a = corners[i].at, b = corners[i + 1].at;
+    worst = std::max(worst, std::abs(std::hypot(b.x - a.x, b.y - a.y) - square));
+  }
+  EXPECT_LT(worst, 0.15) << square;
+
+  // What is not good enough is refused by its number, and nothing is written.
+  std::filesystem::remove(scratch / "camera.json");
+  const auto expectRefusal = [&](std::vector<std::string> refused, const char* words) {
+    const Answer answer = Quillon(refused);
+    EXPECT_EQ(answer.exitCode, 1) << words;
+    EXPECT_NE(answer.err.find(words), std::string::npos) << answer.err;
+    EXPECT_FALSE(std::filesystem::exists(scratch / "camera.json"));
+  };
+  std::vector<std::string> strict = command;
+  strict.insert(strict.end(), {"--max-rms", "0.0001"});
+  expectRefusal(strict, "beyond 0.0001 (--max-rms)");
+  GreyImage blank;
+  blank.Create(400, 300);
+  kit::WriteImage(scratch / "blank.png", blank);
+  expectRefusal({"calibrate-camera", scratch / "camera.json", scratch / "blank.png", "--board", "9",
+                 "7", "--square", "25"},
+                "shows 0 corners of a board with 9 x 7 inner corners");
+  WriteText(scratch / "wrong.json", R"({"kind": "camera", "width": 400, "height": 300})");
+  EXPECT_THROW(kit::Rectifier(scratch / "wrong.json"), kit::Failure);
 }
 
 }  // namespace

@@ -1,0 +1,97 @@
+// A camera with its lens, from pictures of a flat board: a pinhole and what bends its rays.
+//
+//   x = X / Z, y = Y / Z, s = x^2 + y^2             the point as the camera sees it
+//   b = 1 + k1 s + k2 s^2 + k3 s^3                  radial bend
+//   x' = b x + 2 p1 x y + p2 (s + 2 x^2)            and what is left of a lens that is not centred
+//   y' = b y + p1 (s + 2 y^2) + 2 p2 x y            (Brown's model)
+//   column = fx x' + cx, row = fy y' + cy
+//
+// The start comes from the boards' homographies (Zhang, "A flexible new technique for camera
+// calibration", 2000); then all parameters and the places of all boards are fitted together, to the
+// least squares of distances in the pictures.
+#pragma once
+
+#include <array>
+#include <string>
+#include <vector>
+
+#include "kit/calibration/chessboard.h"
+#include "kit/calibration/parameter_file.h"
+#include "kit/geometry.h"
+
+namespace quillon::kit {
+
+struct Lens {
+  double fx = 0, fy = 0, cx = 0, cy = 0;
+  std::array<double, 5> bend = {};  // k1, k2, p1, p2, k3
+
+  // Where a ray through (x, y, 1) meets the picture.
+  Point Project(double x, double y) const;
+};
+
+// Where a board lies before the camera: a rotation vector and a shift, in squares of the board.
+struct BoardPlace {
+  std::array<double, 3> rotation = {}, shift = {};
+
+  // The point of the board's plane before the camera, over its distance.
+  Point Seen(double column, double row) const;
+};
+
+struct BoardView {
+  std::string name;  // of the picture
+  std::vector<BoardPoint> points;
+};
+
+struct FittedView {
+  BoardPlace place = {};
+  std::vector<Point> fitted;  // for each point
+  double rms = 0, worst = 0;  // pixels
+  size_t worstPoint = 0;
+};
+
+struct Camera {
+  PictureSize size;
+  Lens lens = {};
+  double square = 0;  // side of the board's squares
+  std::string unit;   // in which it is counted
+  std::vector<FittedView> views;
+  double rms = 0, worst = 0;  // over all points, pixels
+  BoardPlace plane = {};      // in which is measured: that of the first view
+};
+
+constexpr size_t kViewsForAll = 3;  // of fewer only the focal length, k1 and k2 are fitted
+
+// Throws Failure where a view cannot be one of a flat board.
+Camera FitCamera(const std::vector<BoardView>& views, PictureSize size);
+
+// The length in the plane that a pixel in the middle of the picture covers, in the unit.
+double UnitPerPixel(const Camera& camera);
+
+// With the corners of the views that it was fitted to.
+void WriteCamera(const std::string& path, const Camera& camera,
+                 const std::vector<BoardView>& boards);
+
+// Reads what pictures are corrected by: views and residuals are left out. Throws Failure naming the
+// file.
+Camera ReadCamera(const std::string& path);
+
+// Takes pictures to the plane in which is measured: as seen from straight above, without bend, as
+// large as they are and turned as they are, with the middle where it was. What lies outside is
+// black.
+class Rectifier {
+ public:
+  explicit Rectifier(const std::string& path);
+
+  // Throws Failure for a picture of another size.
+  void Apply(const GreyImage& image, GreyImage& rectified) const;
+
+  double UnitPerPixel() const { return step_; }
+
+ private:
+  std::string path_;
+  Camera camera_;
+  double step_;
+  std::vector<Point> sources_;  // of each pixel
+};
+
+}  // namespace quillon::kit
