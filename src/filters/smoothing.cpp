@@ -133,14 +133,16 @@ void NarrowMean(const Kernels& kernels, const GreyImage& source, GreyImage& resu
 }
 
 void WideMean(const Kernels& kernels, const GreyImage& source, GreyImage& result, int size) {
-  auto sums = Buffer<uint32_t>::Zeroed(static_cast<size_t>(source.width));
-  if (!sums) return;
+  auto memory =
+      Buffer<uint32_t>::Zeroed(static_cast<size_t>(source.width) + 2 * kWideColumnPadding);
+  if (!memory) return;
+  uint32_t* sums = memory.data() + kWideColumnPadding;
   const int count = source.width - size + 1;
   const auto move = [&](const uint8_t* entering, const uint8_t* leaving) {
-    kernels.smoothing.MoveWideColumns(sums.data(), entering, leaving, source.width);
+    kernels.smoothing.MoveWideColumns(sums, entering, leaving, source.width);
   };
   SlideDown(source, result, size, move,
-            [&](uint8_t* out) { kernels.smoothing.MeanWide(sums.data(), count, size, out); });
+            [&](uint8_t* out) { kernels.smoothing.MeanWide(sums, count, size, out); });
 }
 
 }  // namespace

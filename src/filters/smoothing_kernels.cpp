@@ -312,17 +312,41 @@ void MoveWideColumns(uint32_t* sums, const uint8_t* entering, const uint8_t* lea
   for (int x = 0; x < width; ++x) sums[x] += entering[x] - leaving[x];
 }
 
+// From one window to the next, the sum changes by the column that enters less the one that leaves:
+// the sums of a register's windows are the last one before it and prefix sums of the changes.
+//
 // Sums stay below 2^53, and the quotient's error of less than 2^-43 cannot reach the next integer,
-// which is at least half of 2^-31 away: a window has fewer than 2^31 pixels.
+// which is at least half of 2^-31 away: a window has fewer than 2^31 pixels. The prefix sums stay
+// within 32 bits: an image has less than 2^31 bytes, a window fewer than 2^16 rows.
 void MeanWide(const uint32_t* sums, int count, int size, uint8_t* out) {
-  const int64_t area = static_cast<int64_t>(size) * size;
-  const double reciprocal = 1.0 / static_cast<double>(area);
-  int64_t sum = area / 2;
-  for (int i = 0; i < size; ++i) sum += sums[i];
-  for (int x = 0; x < count; ++x) {
-    if (x > 0) sum += static_cast<int64_t>(sums[x + size - 1]) - sums[x - 1];
-    out[x] = static_cast<uint8_t>((static_cast<double>(sum) + 0.5) * reciprocal);
-  }
+  constexpr int kWords = kVectorBytes / 4, kHalf = kWords / 2, kRegisters = 16 / kWords;
+  using Longs = I32<kWords>;
+  using Doubles = F64<kHalf>;
+  const double area = static_cast<double>(size) * size, reciprocal = 1 / area;
+  // Half the area rounds to nearest: with it, sums are halves, which quotients never round up from.
+  double first = area / 2;
+  for (int i = 0; i < size - 1; ++i) first += sums[i];
+  Doubles last = Doubles{} + first;  // the window before the row's first: sums[-1] is 0
+  const auto means = [&](int x, uint8_t* to) {
+    Longs values[kRegisters];
+    for (int r = 0; r < kRegisters; ++r) {
+      const auto* leaving = sums + x + r * kWords - 1;
+      const auto changes = Load<uint32_t, kWords>(leaving + size) - Load<uint32_t, kWords>(leaving);
+      const auto within = PrefixSums(BitCast<Longs>(changes));
+      const auto mean = [&](auto half) {
+        return Convert<int32_t, kHalf>((last + Convert<double, kHalf>(half)) * reciprocal);
+      };
+      values[r] = Join(mean(Low(within)), mean(High(within)));
+      last += Convert<double, kHalf>(Low(SplatLast(within)));
+    }
+    Store(to, PackToBytes(values));
+  };
+  int x = 0;
+  for (; x <= count - 16; x += 16) means(x, out + x);
+  if (x == count) return;
+  uint8_t rest[16];
+  means(x, rest);
+  __builtin_memcpy(out + x, rest, static_cast<size_t>(count - x));
 }
 
 }  // namespace

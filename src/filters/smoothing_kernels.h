@@ -14,6 +14,7 @@ struct ColumnSums {
   uint16_t* odd;
 };
 constexpr int kColumnPadding = 128;
+constexpr int kWideColumnPadding = 16;
 
 // Rows that a Gaussian takes at once, and what it keeps of the rows above.
 constexpr int kGaussianBand = 4;
@@ -54,7 +55,8 @@ struct SmoothingKernels {
   void (*Mean7)(const ColumnSums& sums, int count, uint8_t* out);
   void (*Mean)(const ColumnSums& sums, int count, int size, const MeanScale& scale, uint8_t* out);
 
-  // The same for larger windows, in 32-bit column sums in their natural order.
+  // The same for larger windows, in 32-bit column sums in their natural order: sums[-1] is 0, and
+  // kWideColumnPadding lanes behind the last can be read.
   void (*MoveWideColumns)(uint32_t* sums, const uint8_t* entering, const uint8_t* leaving,
                           int width);
   void (*MeanWide)(const uint32_t* sums, int count, int size, uint8_t* out);
