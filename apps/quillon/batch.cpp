@@ -10,8 +10,8 @@
 #include <thread>
 
 #include "commands.h"
+#include "interrupt.h"
 #include "kit/errors.h"
-#include "kit/interrupt/interrupt.h"
 #include "kit/recipe/objects.h"
 #include "kit/recipe/run_folder.h"
 #include "kit/recipe/run_pages.h"
@@ -120,7 +120,8 @@ void InspectAll(const BatchOptions& options, const Recipe& recipe,
                              print(records.back());
                              if (!options.csv) records.back().objects = {};
                              progress.Step(static_cast<int>(index + 1), total);
-                           }};
+                           },
+                       .isStopped = IsInterrupted};
     try {
       RunAll(work, inspectors);
     } catch (...) {

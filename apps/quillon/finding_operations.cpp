@@ -26,18 +26,17 @@ void Run(const Operation& operation, const Options& options, Values values) {
     const Progress progress("searching");
     ready.Run(image.View(), {}, found);
   }
-  const Tool& tool = ready.Kept();
   if (!options.aside.empty()) {
     GreyImage aside;
-    tool.Aside(aside);
+    ready.Aside(aside);
     WriteImage(options.aside, aside);
   }
   const Searched searched = {options.image, image.View(), operation.output, found.things};
-  const Findings findings = tool.Tell(searched);
+  const Findings findings = ready.Tell(searched);
   Print(options.output, findings);
   if (!options.output.WantsPictures()) return;
-  Report report = tool.Page(options.image);
-  tool.Draw(searched, 0, report);
+  Report report = ready.Page(options.image);
+  ready.Draw(searched, 0, report);
   WritePictures(options.output, report, findings);
 }
 

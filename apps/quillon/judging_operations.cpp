@@ -33,15 +33,15 @@ struct Results {
   int inspected = 0, passed = 0;
 };
 
-void Record(const Searched& searched, const Tool& tool, bool drawn, Results& results) {
+void Record(const Searched& searched, const ReadyOperation& ready, bool drawn, Results& results) {
   ++results.inspected;
   if (searched.things.empty()) ++results.passed;
   const int firstRow = static_cast<int>(results.findings.rows.size());
-  for (auto& row : tool.Tell(searched).rows) {
+  for (auto& row : ready.Tell(searched).rows) {
     row.insert(row.begin(), searched.name);
     results.findings.rows.push_back(std::move(row));
   }
-  if (drawn) tool.Draw(searched, firstRow, results.report);
+  if (drawn) ready.Draw(searched, firstRow, results.report);
 }
 
 void RequireInspected(size_t failed, size_t boards) {
@@ -54,10 +54,9 @@ void Run(const Operation& operation, const Options& options, Values values) {
   const Progress progress("inspecting");
   const bool drawn = options.output.WantsPictures();
   ReadyOperation ready(operation, std::move(values), {"", options.reading});
-  const Tool& tool = ready.Kept();
   Content found;
-  Results results = {.findings = tool.Tell({"", {}, operation.output, found.things}),
-                     .report = drawn ? tool.Page("") : Report{}};
+  Results results = {.findings = ready.Tell({"", {}, operation.output, found.things}),
+                     .report = drawn ? ready.Page("") : Report{}};
   results.findings.columns.insert(results.findings.columns.begin(), {"board", "board"});
   size_t failed = 0;
   for (const std::string& path : options.tested) {
@@ -66,7 +65,7 @@ void Run(const Operation& operation, const Options& options, Values values) {
       image.Read(path, operation.inputs[0], options.reading);
       try {
         ready.Run(image.View(), {}, found);
-        Record({path, image.View(), operation.output, found.things}, tool, drawn, results);
+        Record({path, image.View(), operation.output, found.things}, ready, drawn, results);
       } catch (const Failure& failure) {
         throw Failure("'" + path + "' " + failure.what());
       }

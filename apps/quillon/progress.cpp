@@ -6,7 +6,7 @@
 #include <system_error>
 #include <utility>
 
-#include "kit/interrupt/interrupt.h"
+#include "interrupt.h"
 
 #ifdef _WIN32
 #include <io.h>
@@ -26,9 +26,7 @@ bool ErrorsAreShown() {
 }
 
 // A terminal that is held or gone must not hold the work up.
-void WriteToTerminal(const std::string& text) {
-  kit::WriteUnlessInterrupted(kit::Stream::kError, text);
-}
+void WriteToTerminal(const std::string& text) { WriteUnlessInterrupted(Stream::kError, text); }
 
 }  // namespace
 

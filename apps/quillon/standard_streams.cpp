@@ -8,8 +8,8 @@
 #include <string>
 #include <system_error>
 
+#include "interrupt.h"
 #include "kit/errors.h"
-#include "kit/interrupt/interrupt.h"
 #include "kit/text/text.h"
 
 #ifndef _WIN32
@@ -43,9 +43,9 @@ void PrepareStandardStreams() {
 void PrintAtOnce(std::string_view text) {
   if (wasCut) return;
   FlushOutput();
-  const std::string problem = kit::WriteUnlessInterrupted(kit::Stream::kOutput, text);
+  const std::string problem = WriteUnlessInterrupted(Stream::kOutput, text);
   // The work goes on to an end in order; FlushOutput will tell.
-  if (!problem.empty() && kit::IsInterrupted()) wasCut = true;
+  if (!problem.empty() && IsInterrupted()) wasCut = true;
   if (!problem.empty() && !wasCut) Fail(problem);
 }
 

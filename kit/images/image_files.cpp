@@ -106,12 +106,14 @@ Raster Decode(Bytes file, const std::string& name, const Reading& reading) {
   }
 }
 
+std::string Quoted(const std::string& name) { return "image '" + name + "'"; }
+
 template <class Pixel>
 void CreateOrFail(const std::string& name, const Raster& raster, CImage<Pixel>& image) {
   image.Create(raster.width, raster.height);
   if (image.bits) return;
-  throw Failure("no memory for image '" + name + "' of " + std::to_string(raster.width) + " x " +
-                std::to_string(raster.height));
+  throw OutOfMemory(Quoted(name) + " of " + std::to_string(raster.width) + " x " +
+                    std::to_string(raster.height));
 }
 
 void ToColour(const std::string& name, const Raster& raster, ColourImage& image) {
@@ -174,32 +176,37 @@ template <class Pixel>
 void Write(const std::string& path, const CImage<Pixel>& image) {
   CheckPictureName(path);
   if (!image.bits) throw Failure("cannot write '" + path + "': the image is empty");
-  const auto bytes = Encode(image, path.ends_with(".png"));
-  WriteFile(path, {reinterpret_cast<const char*>(bytes.data()), bytes.size()});
+  WithinMemory(Quoted(path), [&] {
+    const auto bytes = Encode(image, path.ends_with(".png"));
+    WriteFile(path, {reinterpret_cast<const char*>(bytes.data()), bytes.size()});
+  });
 }
 
 }  // namespace
 
 void DecodeImage(Bytes file, const std::string& name, GreyImage& grey, ColourImage& colour,
                  const Reading& reading) {
-  const Raster raster = Decode(file, name, reading);
-  colour.Destroy();
-  if (raster.isColour) {
-    ToColour(name, raster, colour);
+  WithinMemory(Quoted(name), [&] {
+    const Raster raster = Decode(file, name, reading);
+    colour.Destroy();
+    if (raster.isColour) {
+      ToColour(name, raster, colour);
+      CreateOrFail(name, raster, grey);
+      IxColorToGray(&colour, &grey);
+      return;
+    }
     CreateOrFail(name, raster, grey);
-    IxColorToGray(&colour, &grey);
-    return;
-  }
-  CreateOrFail(name, raster, grey);
-  const auto width = static_cast<size_t>(grey.width);
-  for (int y = 0; y < grey.height; ++y) {
-    std::memcpy(grey.rows[y], raster.samples.get() + static_cast<size_t>(y) * width, width);
-  }
+    const auto width = static_cast<size_t>(grey.width);
+    for (int y = 0; y < grey.height; ++y) {
+      std::memcpy(grey.rows[y], raster.samples.get() + static_cast<size_t>(y) * width, width);
+    }
+  });
 }
 
 void ReadImage(const std::string& path, GreyImage& grey, ColourImage& colour,
                const Reading& reading) {
-  DecodeImage(BytesOf(ReadFile(path)), path, grey, colour, reading);
+  const std::string file = WithinMemory(Quoted(path), [&] { return ReadFile(path); });
+  DecodeImage(BytesOf(file), path, grey, colour, reading);
 }
 
 void ReadImage(const std::string& path, GreyImage& image, const Reading& reading) {
@@ -208,7 +215,8 @@ void ReadImage(const std::string& path, GreyImage& image, const Reading& reading
 }
 
 void ReadImage(const std::string& path, ColourImage& image, const Reading& reading) {
-  ToColour(path, Decode(BytesOf(ReadFile(path)), path, reading), image);
+  WithinMemory(Quoted(path),
+               [&] { ToColour(path, Decode(BytesOf(ReadFile(path)), path, reading), image); });
 }
 
 void CheckPictureName(const std::string& path) {

@@ -17,7 +17,7 @@ auto Guarded(Work work) {
   } catch (const Failure&) {
     throw;
   } catch (const std::bad_alloc&) {
-    throw Failure("there is not enough memory");
+    throw OutOfMemory("the operation");
   } catch (const std::exception& error) {
     throw Failure(error.what());
   }
@@ -104,6 +104,22 @@ void ReadyOperation::Run(PictureView a, PictureView b, Content& result) {
 
 void ReadyOperation::RunAt(const Frame& frame, PictureView a, PictureView b, Content& result) {
   RunWith(PlacedIn(*operation_, values_, frame), a, b, result);
+}
+
+Findings ReadyOperation::Tell(const Searched& searched) const {
+  return Guarded([&] { return tool_->Tell(searched); });
+}
+
+Report ReadyOperation::Page(const std::string& picture) const {
+  return Guarded([&] { return tool_->Page(picture); });
+}
+
+void ReadyOperation::Draw(const Searched& searched, int firstRow, Report& report) const {
+  Guarded([&] { tool_->Draw(searched, firstRow, report); });
+}
+
+void ReadyOperation::Aside(GreyImage& picture) const {
+  Guarded([&] { tool_->Aside(picture); });
 }
 
 }  // namespace quillon::kit

@@ -98,7 +98,13 @@ class ReadyOperation {
 
   std::vector<Detail> Details() const { return tool_->Details(); }
   const Values& GivenValues() const { return values_; }
-  // What it keeps, for telling more of the last picture than the result holds.
+  // More of the last picture than the result holds: tool.h. Throw Failure.
+  Findings Tell(const Searched& searched) const;
+  Report Page(const std::string& picture) const;
+  void Draw(const Searched& searched, int firstRow, Report& report) const;
+  void Aside(GreyImage& picture) const;
+  // The tool itself, for pages that do without pictures where memory is short: it throws
+  // std::bad_alloc too.
   const Tool& Kept() const { return *tool_; }
 
  private:

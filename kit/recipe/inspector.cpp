@@ -243,7 +243,7 @@ ImageRecord Inspector::Inspect(const std::string& name, Fill fill) {
     record.error = "there is not enough memory for '" + name + "'";
     return record;
   } catch (const std::exception& error) {
-    record.verdict = failure;
+    record.verdict = dynamic_cast<const OutOfMemory*>(&error) ? Verdict::kError : failure;
     record.error = error.what();
     return record;
   }

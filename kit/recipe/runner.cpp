@@ -7,8 +7,6 @@
 #include <system_error>
 #include <thread>
 
-#include "kit/interrupt/interrupt.h"
-
 namespace quillon::kit::recipe {
 namespace {
 
@@ -35,7 +33,7 @@ class Pool {
   void Inspect(Inspector& inspector) {
     try {
       for (;;) {
-        if (isStopped_ || IsInterrupted()) return;
+        if (isStopped_ || (work_.isStopped && work_.isStopped())) return;
         const size_t index = next_++;
         if (index >= work_.images.size()) return;
         Receive(index, work_.inspect(inspector, index));

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <new>
 
+#include "kit/errors.h"
 #include "kit/images/image_files.h"
 #include "kit/report/report.h"
 
@@ -272,7 +273,7 @@ class Canvas {
 
 void WriteDrawnPicture(const std::string& path, const Report& report) {
   ColourImage image;
-  report.pictures.back().CopyTo(image);
+  WithinMemory("picture '" + path + "'", [&] { report.pictures.back().CopyTo(image); });
   Canvas canvas(image);
   for (size_t layer = 0; layer < report.layers.size(); ++layer) {
     if (!report.layers[layer].shown) continue;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <map>
 
+#include "kit/errors.h"
 #include "kit/files/files.h"
 #include "kit/report/page.h"
 #include "kit/report/page_parts.h"
@@ -231,7 +232,7 @@ std::string RenderReport(const Report& report, const Findings& findings) {
 }
 
 void WriteReport(const std::string& path, const Report& report, const Findings& findings) {
-  WriteFile(path, RenderReport(report, findings));
+  WithinMemory("page '" + path + "'", [&] { WriteFile(path, RenderReport(report, findings)); });
 }
 
 }  // namespace quillon::kit

@@ -392,12 +392,12 @@ TEST(Operations, ThingsAreToldPlainly) {
   ready.Run({.grey = &image}, {}, found);
   const Searched searched = {"a/b.png", {.grey = &image}, operation.output, found.things};
   EXPECT_EQ(
-      ToJson(ready.Kept().Tell(searched)).dump(),
+      ToJson(ready.Tell(searched)).dump(),
       R"({"matches":[{"n":0,"x":3.0,"y":4.0,"width":0.0,"height":0.0,"angle":0.0,"scale":0.0,)"
       R"("score":0.5,"left":1.0,"top":2.0,"right":5.0,"bottom":6.0}]})");
-  Report report = ready.Kept().Page(searched.name);
+  Report report = ready.Page(searched.name);
   EXPECT_EQ(report.title, "What was found in b.png");
-  ready.Kept().Draw(searched, 7, report);
+  ready.Draw(searched, 7, report);
   ASSERT_EQ(report.pictures.size(), 1u);
   const std::vector<Drawing>& drawings = report.pictures[0].Drawings();
   ASSERT_EQ(drawings.size(), report.layers.size());

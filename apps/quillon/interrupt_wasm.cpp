@@ -1,8 +1,8 @@
 // A module receives no signals: who runs it ends it.
-#include "kit/interrupt/interrupt.h"
-#include "kit/interrupt/write_and_wait.h"
+#include "interrupt.h"
+#include "write_and_wait.h"
 
-namespace quillon::kit {
+namespace quillon::app {
 
 InterruptGuard::InterruptGuard() = default;
 InterruptGuard::~InterruptGuard() = default;
@@ -13,4 +13,4 @@ std::string WriteUnlessInterrupted(Stream stream, std::string_view text) {
   return WriteAndWait(stream, text);
 }
 
-}  // namespace quillon::kit
+}  // namespace quillon::app

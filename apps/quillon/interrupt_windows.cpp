@@ -2,10 +2,10 @@
 
 #include <atomic>
 
-#include "kit/interrupt/interrupt.h"
-#include "kit/interrupt/write_and_wait.h"
+#include "interrupt.h"
+#include "write_and_wait.h"
 
-namespace quillon::kit {
+namespace quillon::app {
 namespace {
 
 std::atomic<bool> isInterrupted = false, isGuarded = false;
@@ -38,4 +38,4 @@ std::string WriteUnlessInterrupted(Stream stream, std::string_view text) {
   return WriteAndWait(stream, text);
 }
 
-}  // namespace quillon::kit
+}  // namespace quillon::app

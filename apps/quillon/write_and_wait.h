@@ -7,9 +7,9 @@
 #include <string_view>
 #include <system_error>
 
-#include "kit/interrupt/interrupt.h"
+#include "interrupt.h"
 
-namespace quillon::kit {
+namespace quillon::app {
 
 // Returns why not all of the text was written; nothing when it was.
 inline std::string WriteAndWait(Stream stream, std::string_view text) {
@@ -19,4 +19,4 @@ inline std::string WriteAndWait(Stream stream, std::string_view text) {
   return isWhole ? "" : std::generic_category().message(errno);
 }
 
-}  // namespace quillon::kit
+}  // namespace quillon::app

@@ -10,9 +10,9 @@
 #include <system_error>
 #include <tuple>
 
-#include "kit/interrupt/interrupt.h"
+#include "interrupt.h"
 
-namespace quillon::kit {
+namespace quillon::app {
 namespace {
 
 constexpr int kSignals[] = {SIGINT, SIGHUP, SIGTERM};
@@ -81,4 +81,4 @@ std::string WriteUnlessInterrupted(Stream stream, std::string_view text) {
   return "";
 }
 
-}  // namespace quillon::kit
+}  // namespace quillon::app

@@ -1,10 +1,11 @@
-// Ending long work in order when the user, the terminal or the system asks for it.
+// Ending long work in order when the user, the terminal or the system asks for it. Signals belong
+// to the process, so this is the program's, and the kit is only told to stop.
 #pragma once
 
 #include <string>
 #include <string_view>
 
-namespace quillon::kit {
+namespace quillon::app {
 
 // While it lives, the interrupt key, a hang-up and a request to terminate set what IsInterrupted
 // tells, and the work ends itself; a second one ends the program. What the parent had ignored stays
@@ -25,4 +26,4 @@ enum class Stream { kOutput = 1, kError = 2 };
 // was not ready then receives nothing more. Returns why not all was written; nothing when it was.
 std::string WriteUnlessInterrupted(Stream stream, std::string_view text);
 
-}  // namespace quillon::kit
+}  // namespace quillon::app
