@@ -1,6 +1,8 @@
 #include "kit/images/stb_decoder.h"
 
 #include <climits>
+#include <new>
+#include <string>
 
 #include "kit/images/fields.h"
 
@@ -52,6 +54,7 @@ Raster DecodeByStb(Bytes file, int width, int height, bool isWide) {
   budget = int64_t{32} * (width + 64) * (height + 64) + 8 * static_cast<int64_t>(file.size()) +
            (1 << 20);
   isCodedDataShort = false;
+  stbi__g_failure_reason = nullptr;
   const auto size = static_cast<int>(file.size());
   Raster raster;
   int count = 0;
@@ -63,6 +66,8 @@ Raster DecodeByStb(Bytes file, int width, int height, bool isWide) {
         stbi_load_from_memory(file.data(), size, &raster.width, &raster.height, &count, 0));
   }
   if (!raster.samples) {
+    // What fails for want of memory does not always give a reason.
+    if (!stbi_failure_reason()) throw std::bad_alloc();
     const std::string reason = stbi_failure_reason();
     throw Unreadable(reason == "outofmem"
                          ? "its data unpack to more than its header promises, or memory is short"
