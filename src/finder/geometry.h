@@ -22,8 +22,8 @@ inline Placement PlacementOf(const Pose& pose, int level) {
           pose.scale * turn.sine};
 }
 
-// The nearest whole number of one above -65536; the system's own function is slow at the lowest
-// level.
+// The nearest whole number, and the one below, for numbers above -65536. Not std::lround and
+// std::floor: without SSE4.1's instruction, which the lowest level lacks, they are calls.
 inline int Nearest(double x) { return static_cast<int>(x + 65536.5) - 65536; }
 inline int Floor(double x) { return static_cast<int>(x + 65536) - 65536; }
 
@@ -37,8 +37,8 @@ struct Freedom {
   void Clamp(Pose& pose) const;
 };
 
-// Solves a x = b for a symmetric, positive matrix by elimination; b becomes x. False where the
-// equations do not tell.
+// Solves a x = b for a symmetric, positive matrix by elimination; b becomes x. False for a matrix
+// that is singular but for rounding: any of many x would do.
 template <int kSize>
 bool Solve(double (&a)[kSize][kSize], double (&b)[kSize]) {
   for (int i = 0; i < kSize; ++i) {

@@ -24,7 +24,7 @@ class List {
     room_ = std::move(larger);
     return true;
   }
-  // Only to fewer.
+  // Drops the last ones; a larger count changes nothing.
   void Shrink(size_t count) { size_ = std::min(size_, count); }
   void Clear() { size_ = 0; }
 

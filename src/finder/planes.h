@@ -20,11 +20,12 @@ class Planes {
   }
 
   // Makes the gradients of rows [first, last) where they are not there yet, and the directions
-  // where `contrast` is positive. One contrast a level. False when memory is short.
+  // for this contrast (DirectionRow), which is the same at each call for a level. False when memory
+  // is short.
   bool NeedGradients(int level, int first, int last);
   bool NeedDirections(int level, int first, int last, float contrast);
 
-  // Rows that were asked for, without gaps.
+  // All rows one after the other, without gaps; only those that were asked for are filled.
   const Gradient16* Gradients(int level) const { return level_[level].gradients.data(); }
   const Direction8* Directions(int level) const { return level_[level].directions.data(); }
 

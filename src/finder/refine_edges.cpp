@@ -6,8 +6,8 @@
 namespace quillon::finder {
 namespace {
 
-constexpr float kVisible = 0.5F;   // a point whose direction agrees so far is seen
-constexpr int kClimbPoints = 160;  // more do not tell more poses apart
+constexpr float kVisible = 0.5F;   // a point that agrees less with the picture counts as covered
+constexpr int kClimbPoints = 160;  // the strongest; more separate poses no better
 
 bool NeedRows(const RefineTask& task, int level, const Pose& pose, bool directions) {
   const ModelLevel& model = task.model.level[level];
@@ -43,8 +43,9 @@ struct TurnedPoints {
   }
 };
 
-// The cosine of twice the angle, of which `agreement` is the simple one's, 127 * 127 long: a
-// direction and its opposite count the same, and directions by chance count nothing on the whole.
+// For any polarity: n^2 cos 2a from `agreement`, which is 127 |n| cos a, for the angle a between a
+// point's direction and the picture's n. It is the same for n and -n, so an edge counts whichever
+// side is dark; and its mean over all angles is 0, so directions by chance add nothing.
 int EitherWay(int agreement, const Direction8& n) {
   const int cosine = agreement >> 7;
   return 2 * cosine * cosine - (n.x * n.x + n.y * n.y);
@@ -165,7 +166,8 @@ bool EdgeOffset(const RefineTask& task, const Gradient16* gradients, int width, 
 
 // One step of least squares: the distances of edges along their directions, explained by a small
 // movement, turn and change of scale. Edges `far` away do not count; `spread` becomes the mean
-// distance of those that do. False where too few edges are left to tell.
+// distance of those that do. False when the fit is over: the pose has come to rest, or too few
+// edges are near to solve for it.
 bool FitStep(const RefineTask& task, int level, int step, int reach, double far, double& spread,
              Pose& pose) {
   const ModelLevel& model = task.model.level[level];
@@ -202,7 +204,8 @@ bool FitStep(const RefineTask& task, int level, int step, int reach, double far,
   spread = distances / weights;
   for (int i = 0; i < 4; ++i) {
     for (int j = i + 1; j < 4; ++j) a[i][j] = a[j][i];
-    // A little of what keeps directions that the edges do not tell where they are.
+    // Damping: where no edge fixes a term - a straight line slides along itself - the equations
+    // would have no solution; so little more on the diagonal makes that term's step 0.
     a[i][i] += 1e-3 * used;
   }
   const bool fixed[4] = {false, false, !task.freedom.turn, !task.freedom.scale};
@@ -251,7 +254,7 @@ bool ClimbByEdges(const RefineTask& task, int level, Candidate& candidate) {
         here = task.anyPolarity ? SumNine<true>(points, directions, width, height, x, y)
                                 : SumNine<false>(points, directions, width, height, x, y);
         const int place = here.Best();
-        // Where poses are equal, stay.
+        // Of equal scores the pose that is there wins: else the climb could walk in a circle.
         const bool stays = k == 0 && i == 0 && here.sum[4] == here.sum[place];
         if (here.sum[place] > best || (stays && here.sum[place] == best)) {
           best = here.sum[place];

@@ -31,15 +31,15 @@ bool Copy(const Picture& picture, Buffer<uint8_t>& pixels) {
   return true;
 }
 
-// How far about `points` points are apart.
+// The side of the grid that spreads about so many points over the level.
 int StepFor(const LevelMask& mask, double points) {
   const double area = static_cast<double>(mask.Width()) * mask.Height();
   return std::max(1, Nearest(std::sqrt(area / points)));
 }
 
 bool MakeGreyPoints(const Planes& planes, int l, Model& model, const LevelMask& mask) {
-  // Enough for a hundredth of a pixel; the last steps of a fit take all of a template of common
-  // size.
+  // With kFew points a fit ends within a hundredth of a pixel. Its last steps, at full resolution,
+  // take every pixel of a template of up to kMany.
   constexpr double kFew = 1200, kMany = 16384;
   constexpr int kMost = 400, kCoarseCell = 5;
   ModelLevel& level = model.level[l];
