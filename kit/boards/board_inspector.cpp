@@ -8,6 +8,7 @@
 
 #include "kit/boards/local_check.h"
 #include "kit/errors.h"
+#include "kit/text/text.h"
 
 namespace quillon::kit {
 namespace {
@@ -19,10 +20,6 @@ constexpr int kGroup = 5;  // what differs is one defect across gaps of twice th
 constexpr int kBlur = 2;   // pixels by which what differs reaches beyond what is seen of it
 constexpr double kLeastContrast = 24;  // grey values between material and ground
 constexpr int kMostDefects = 20'000;
-
-std::string Size(const GreyImage& image) {
-  return std::to_string(image.width) + " x " + std::to_string(image.height);
-}
 
 void Require(const GreyImage& image) {
   if (!image.bits) throw Failure("no memory for the planes of a board");
@@ -68,9 +65,8 @@ BoardInspector::BoardInspector(const InspectionRules& rules)
 
 void BoardInspector::Teach(const GreyImage& good) {
   if (std::min(good.width, good.height) < ReducedBoard::kLeastSide) {
-    throw Failure("is " + Size(good) + " pixels; a board has at least " +
-                  std::to_string(ReducedBoard::kLeastSide) + " x " +
-                  std::to_string(ReducedBoard::kLeastSide));
+    throw Failure("is " + SizeText(good.width, good.height) + " pixels; a board has at least " +
+                  SizeText(ReducedBoard::kLeastSide, ReducedBoard::kLeastSide));
   }
   width_ = good.width;
   height_ = good.height;
@@ -170,8 +166,8 @@ void BoardInspector::FrameOther(const BoardWarp& warp) {
 
 Registration BoardInspector::Align(const GreyImage& picture) {
   if (picture.width != width_ || picture.height != height_) {
-    throw Failure("is " + Size(picture) + " pixels, the good board " + std::to_string(width_) +
-                  " x " + std::to_string(height_));
+    throw Failure("is " + SizeText(picture.width, picture.height) + " pixels, the good board " +
+                  SizeText(width_, height_));
   }
   MakeMaterial(picture);
   reducedOther_.Make(material_);

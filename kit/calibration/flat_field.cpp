@@ -5,6 +5,7 @@
 
 #include "kit/errors.h"
 #include "kit/files/files.h"
+#include "kit/text/text.h"
 
 namespace quillon::kit {
 namespace {
@@ -61,7 +62,7 @@ void FlatFieldCorrection::Apply(const GreyImage& image, GreyImage& corrected) {
   if (region_[1] > image.width || region_[3] > image.height) {
     throw Failure("the region of '" + path_ + "' ends at column " + std::to_string(region_[1]) +
                   ", row " + std::to_string(region_[3]) + ", outside the picture of " +
-                  std::to_string(image.width) + " x " + std::to_string(image.height));
+                  SizeText(image.width, image.height));
   }
   image_.CopyFrom(&image);
   IxFFCCalibrate(&image_, region_[0], region_[1], region_[2], region_[3]);

@@ -12,6 +12,7 @@
 #include "kit/files/files.h"
 #include "kit/images/pixels.h"
 #include "kit/text/numbers.h"
+#include "kit/text/text.h"
 
 namespace quillon::kit {
 namespace {
@@ -99,7 +100,7 @@ void RequireInPicture(const std::string& file, const std::vector<int>& points, P
     const int x = points[2 * i], y = points[2 * i + 1];
     if (x >= 0 && x < size.width && y >= 0 && y < size.height) continue;
     throw Failure("'" + file + "': " + PlaceText(points, i) + " does not lie in the picture of " +
-                  std::to_string(size.width) + " x " + std::to_string(size.height));
+                  SizeText(size.width, size.height));
   }
 }
 
@@ -140,8 +141,7 @@ void RequireLens(const ParameterFile& file) {
   const int xMax = file.Word(2), xMin = file.Word(3), yMin = file.Word(4), yMax = file.Word(5);
   const int x = file.Word(6), y = file.Word(7);
   if (width < 1 || height < 1 || width != xMax - xMin + 1 || height != yMax - yMin + 1) {
-    file.Refuse("its rectangle of " + std::to_string(width) + " x " + std::to_string(height) +
-                " is not that of its corners");
+    file.Refuse("its rectangle of " + SizeText(width, height) + " is not that of its corners");
   }
   if (x < xMin || x > xMax || y < yMin || y > yMax)
     file.Refuse("its centre is not in its rectangle");
@@ -221,7 +221,7 @@ void LensCorrection::RequireRectangleIn(const GreyImage& image) const {
                 std::to_string(work_.xMax) + ", rows " + std::to_string(work_.yMin) + " to " +
                 std::to_string(work_.yMax) + " about " + std::to_string(work_.centreX) + ", " +
                 std::to_string(work_.centreY) + ": not in a picture of " +
-                std::to_string(image.width) + " x " + std::to_string(image.height));
+                SizeText(image.width, image.height));
 }
 
 // The library's map runs upwards and its result is packed, top row first. So the flipped picture
@@ -235,8 +235,7 @@ void LensCorrection::Apply(const GreyImage& image, GreyImage& corrected) {
   if (!hasMap) IxDistortionPreCalculate(&work_);
   if (!IxDistortionCalibrate(&work_)) {
     throw Failure("'" + path_ + "' holds no rectangle that can be corrected: " +
-                  std::to_string(work_.correctedWidth) + " x " +
-                  std::to_string(work_.correctedHeight));
+                  SizeText(work_.correctedWidth, work_.correctedHeight));
   }
   corrected.Create(image.width, image.height);
   RequirePixels(corrected);

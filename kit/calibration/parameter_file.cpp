@@ -7,6 +7,7 @@
 
 #include "kit/errors.h"
 #include "kit/files/files.h"
+#include "kit/text/text.h"
 
 namespace quillon::kit {
 namespace {
@@ -21,10 +22,6 @@ Unsigned Little(const std::string& bytes, size_t at) {
 }
 
 std::string NameOf(const std::string& parameters) { return parameters + ".json"; }
-
-std::string SizeText(int width, int height) {
-  return std::to_string(width) + " x " + std::to_string(height);
-}
 
 int Side(const Json& companion, const char* name) {
   const auto side = companion.find(name);

@@ -8,6 +8,7 @@
 #include "kit/errors.h"
 #include "kit/files/files.h"
 #include "kit/images/raster.h"
+#include "kit/text/text.h"
 #include "quillon/quillon.h"
 
 namespace quillon::kit {
@@ -112,8 +113,7 @@ template <class Pixel>
 void CreateOrFail(const std::string& name, const Raster& raster, CImage<Pixel>& image) {
   image.Create(raster.width, raster.height);
   if (image.bits) return;
-  throw OutOfMemory(Quoted(name) + " of " + std::to_string(raster.width) + " x " +
-                    std::to_string(raster.height));
+  throw OutOfMemory(Quoted(name) + " of " + SizeText(raster.width, raster.height));
 }
 
 void ToColour(const std::string& name, const Raster& raster, ColourImage& image) {

@@ -8,7 +8,7 @@ namespace quillon::kit {
 
 template <class Pixel>
 void RequirePixels(const CImage<Pixel>& image) {
-  if (!image.bits) throw Failure("there is not enough memory for a picture");
+  if (!image.bits) throw OutOfMemory("a picture");
 }
 
 }  // namespace quillon::kit

@@ -2,14 +2,12 @@
 
 #include <algorithm>
 
+#include "kit/text/text.h"
+
 namespace quillon::kit {
 namespace {
 
 constexpr int kMaxSide = 32767;  // what the exports take
-
-std::string SizeText(int64_t width, int64_t height) {
-  return std::to_string(width) + " x " + std::to_string(height);
-}
 
 size_t PixelsOf(const Raster& raster) {
   return static_cast<size_t>(raster.width) * static_cast<size_t>(raster.height);

@@ -1,15 +1,12 @@
 // Two pictures by a rule, or one by a function of its grey value.
 #include "kit/errors.h"
 #include "kit/operations/operation.h"
+#include "kit/text/text.h"
 
 namespace quillon::kit {
 namespace {
 
 constexpr const char* kArithmetic = "arithmetic";
-
-std::string Size(const GreyImage& image) {
-  return std::to_string(image.width) + " x " + std::to_string(image.height);
-}
 
 template <auto function>
 Operation OfTwo(const char* name, const char* export_, const char* summary) {
@@ -21,7 +18,8 @@ Operation OfTwo(const char* name, const char* export_, const char* summary) {
           .run = [](const Call& call) {
             const GreyImage &a = *call.a.grey, &b = *call.b.grey;
             if (a.width != b.width || a.height != b.height) {
-              throw Failure("the pictures have different sizes, " + Size(a) + " and " + Size(b));
+              throw Failure("the pictures have different sizes, " + SizeText(a.width, a.height) +
+                            " and " + SizeText(b.width, b.height));
             }
             function(&a, &b, &call.result.picture);
           }};

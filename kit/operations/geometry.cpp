@@ -4,6 +4,7 @@
 #include "kit/errors.h"
 #include "kit/images/pixels.h"
 #include "kit/operations/operation.h"
+#include "kit/text/text.h"
 
 namespace quillon::kit {
 namespace {
@@ -31,7 +32,7 @@ void Crop(const Call& call) {
   if (left + width > image.width || top + height > image.height) {
     throw Failure("the part to crop ends at column " + std::to_string(left + width) + ", row " +
                   std::to_string(top + height) + ", the picture has " +
-                  std::to_string(image.width) + " x " + std::to_string(image.height));
+                  SizeText(image.width, image.height));
   }
   call.result.picture.Create(width, height);
   RequirePixels(call.result.picture);

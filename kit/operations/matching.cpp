@@ -8,6 +8,7 @@
 #include "kit/search/edge_search.h"
 #include "kit/search/part_search.h"
 #include "kit/search/pattern_search.h"
+#include "kit/text/text.h"
 
 namespace quillon::kit {
 namespace {
@@ -100,9 +101,7 @@ void RequireRoom(const Image& pattern, const Image& image, const PatternQuery& q
                            ? width <= image.width && height <= image.height
                            : std::min(width, height) <= std::min(image.width, image.height);
   if (hasRoom) return;
-  const auto size = [](const Image& of) {
-    return std::to_string(of.width) + " x " + std::to_string(of.height);
-  };
+  const auto size = [](const Image& of) { return SizeText(of.width, of.height); };
   throw Failure("the template, " + size(pattern) + ", is larger than the picture, " + size(image) +
                 ", at the smallest scale of " + Plain(query.scale[0]));
 }

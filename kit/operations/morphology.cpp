@@ -5,6 +5,7 @@
 // where no image is left behind; two of them change their source, which is a copy therefore.
 #include "kit/errors.h"
 #include "kit/operations/operation.h"
+#include "kit/text/text.h"
 
 namespace quillon::kit {
 namespace {
@@ -14,8 +15,8 @@ using Run = void (*)(const Call& call);
 // The exports leave smaller pictures as they are.
 void RequireThree(const GreyImage& image) {
   if (image.width >= 3 && image.height >= 3) return;
-  throw Failure("the picture has " + std::to_string(image.width) + " x " +
-                std::to_string(image.height) + " pixels, at least 3 x 3 are needed");
+  throw Failure("the picture has " + SizeText(image.width, image.height) +
+                " pixels, at least 3 x 3 are needed");
 }
 
 struct InPlace {

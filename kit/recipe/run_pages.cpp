@@ -11,6 +11,7 @@
 #include "kit/report/page.h"
 #include "kit/report/picture_file.h"
 #include "kit/report/report.h"
+#include "kit/text/text.h"
 
 namespace quillon::kit::recipe {
 namespace {
@@ -86,8 +87,7 @@ class StepsPage {
     if (record.verdict == Verdict::kError) return;  // the steps hold what they held before
     const GreyImage& image = inspector.Of(kImageSlot).picture;
     findings_.facts.push_back({"image", "File", record.image});
-    findings_.facts.push_back(
-        {"size", "Size", std::to_string(image.width) + " x " + std::to_string(image.height)});
+    findings_.facts.push_back({"size", "Size", SizeText(image.width, image.height)});
     ShowSteps();
     report_.step = First(record);
   }

@@ -7,6 +7,7 @@
 
 #include "kit/errors.h"
 #include "kit/images/pixels.h"
+#include "kit/text/text.h"
 
 namespace quillon::kit {
 
@@ -169,8 +170,8 @@ std::vector<FoundBlob> BlobFinder::Find(const GreyImage& image, const BlobQuery&
   IxPointToRegion(region_, outline_.data(), static_cast<int>(outline_.size() / 2));
   share_ = LabelAll(region_, image, binary_);
   if (!query.polygon.empty() && !(share_ > 0)) {
-    throw Failure("the polygon holds no pixel of the picture of " + std::to_string(image.width) +
-                  " x " + std::to_string(image.height));
+    throw Failure("the polygon holds no pixel of the picture of " +
+                  SizeText(image.width, image.height));
   }
   found_ = 0;
   // Where nothing was labelled, the features of the image before would stay.

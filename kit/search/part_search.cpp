@@ -6,6 +6,7 @@
 #include "kit/errors.h"
 #include "kit/files/files.h"
 #include "kit/images/pixels.h"
+#include "kit/text/text.h"
 
 namespace quillon::kit {
 namespace {
@@ -15,10 +16,6 @@ using finder::Status;
 // Rows lie from the bottom up, the first at the end.
 finder::Picture PictureOf(const GreyImage& image) {
   return {image.rows[0], image.width, image.height, -static_cast<ptrdiff_t>(image.stride)};
-}
-
-std::string SizeOf(int width, int height) {
-  return std::to_string(width) + " x " + std::to_string(height);
 }
 
 void Require(Status status, const std::string& name) {
@@ -41,8 +38,8 @@ PartModel TeachPart(const std::string& name, const GreyImage& pattern, finder::W
   if (mask) options.mask = PictureOf(*mask);
   const Status status = finder::Teach(BestFinderKernels(), PictureOf(pattern), options, *model);
   if (status == Status::kBadMask) {
-    throw Failure("'" + name + "' has " + SizeOf(pattern.width, pattern.height) +
-                  " pixels, its mask " + SizeOf(mask->width, mask->height));
+    throw Failure("'" + name + "' has " + SizeText(pattern.width, pattern.height) +
+                  " pixels, its mask " + SizeText(mask->width, mask->height));
   }
   Require(status, name);
   return model;
@@ -108,7 +105,7 @@ std::vector<finder::Match> FindParts(const GreyImage& image, const finder::Model
   finder::Results results;
   const Status status =
       finder::Find(BestFinderKernels(), model, PictureOf(image), options, results);
-  const std::string picture = "the picture, " + SizeOf(image.width, image.height);
+  const std::string picture = "the picture, " + SizeText(image.width, image.height);
   switch (status) {
     case Status::kOk:
       return {results.begin(), results.end()};
@@ -116,7 +113,7 @@ std::vector<finder::Match> FindParts(const GreyImage& image, const finder::Model
       throw Failure("the region begins at column " + std::to_string(options.left) + ", row " +
                     std::to_string(options.top) + ": it holds no pixel of " + picture);
     case Status::kDoesNotFit:
-      throw Failure("the template, " + SizeOf(model.width, model.height) + ", is larger than " +
+      throw Failure("the template, " + SizeText(model.width, model.height) + ", is larger than " +
                     picture + ", at the smallest scale of " + std::to_string(options.scaleLow));
     default:
       throw Failure(finder::Describe(status));

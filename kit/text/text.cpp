@@ -57,6 +57,10 @@ size_t EditDistance(std::string_view a, std::string_view b) {
 
 }  // namespace
 
+std::string SizeText(int64_t width, int64_t height) {
+  return std::to_string(width) + " x " + std::to_string(height);
+}
+
 bool IsUtf8(std::string_view text) {
   for (size_t at = 0; at < text.size();) {
     const size_t length = SequenceAt(text, at);

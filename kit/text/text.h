@@ -1,6 +1,7 @@
 // Texts from outside - names of files, words of recipes - on their way to people and programs.
 #pragma once
 
+#include <cstdint>
 #include <nlohmann/json_fwd.hpp>
 #include <string>
 #include <string_view>
@@ -11,6 +12,9 @@ namespace quillon::kit {
 // The text as a terminal may see it: control characters, and bytes that are not UTF-8, as "\x1b".
 // Line ends and tabs stay.
 std::string Visible(std::string_view text);
+
+// "640 x 480", as all messages and pages have it.
+std::string SizeText(int64_t width, int64_t height);
 
 bool IsUtf8(std::string_view text);
 
