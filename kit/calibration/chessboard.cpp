@@ -326,8 +326,10 @@ void Trim(std::map<Place, size_t>& placed) {
   for (bool trims = true; trims;) {
     trims = false;
     for (auto entry = placed.begin(); entry != placed.end();) {
-      const auto [x, y] = entry->first;
-      const auto has = [&](int dx, int dy) { return placed.contains({x + dx, y + dy}); };
+      const auto& at = entry->first;
+      const auto has = [&](int dx, int dy) {
+        return placed.contains({at.first + dx, at.second + dy});
+      };
       const bool inRow = has(1, 0) || has(-1, 0), inColumn = has(0, 1) || has(0, -1);
       if (inRow && inColumn) {
         ++entry;
