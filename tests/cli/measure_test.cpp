@@ -82,7 +82,6 @@ TEST(Measuring, SaysWhatWasDrawn) {
       {"edges", {{"box", across}, {"select", "first"}}, 1, {{"strength", 150}}, 1},
       {"edges", {{"box", across}, {"select", "last"}, {"smoothing", 2}}, 1, {{"x", right.x}}},
       {"edges", {{"box", across}, {"min_strength", 160}}, 0, {}},
-      {"edges", {{"box", {-500, 0, 30, 20, 0}}}, 0, {}},
       {"edge-pairs", {{"box", across}}, 1, {{"x", 60}, {"y", 50}, {"width", 10.5}}},
       {"edge-pairs", {{"box", across}, {"sign", "falling"}}, 0, {}},
       // Turned about, so that it lies the other way up: the same line.
@@ -123,6 +122,30 @@ TEST(Measuring, SaysWhatWasDrawn) {
   Json all = rays;
   all["refuse"] = 1e9;
   EXPECT_GT(Found(image, "fit-circle", all)[0].form, 2);
+}
+
+TEST(Measuring, LookingWhereNoPixelIsIsAMistake) {
+  GreyImage image;
+  image.Create(200, 180);
+  const auto failure = [&](const char* operation, const Json& arguments) -> std::string {
+    try {
+      Found(image, operation, arguments);
+    } catch (const kit::Failure& caught) {
+      return caught.what();
+    }
+    return "none";
+  };
+  EXPECT_EQ(
+      failure("edges", {{"box", {-500, 0, 30, 20, 0}}}),
+      "the box, columns -515 to -485 and rows -10 to 10, lies outside the picture of 200 x 180");
+  EXPECT_EQ(
+      failure("fit-line", {{"box", {100, 215, 20, 60, 90}}}),
+      "the box, columns 70 to 130 and rows 205 to 225, lies outside the picture of 200 x 180");
+  EXPECT_EQ(
+      failure("fit-circle", {{"ring", {230, 50, 5, 20}}}),
+      "the ring, columns 210 to 250 and rows 30 to 70, lies outside the picture of 200 x 180");
+  EXPECT_EQ(failure("edges", {{"box", {-14, 0, 30, 20, 0}}}), "none");
+  EXPECT_EQ(failure("fit-ellipse", {{"ring", {219, 50, 5, 20}}}), "none");
 }
 
 TEST(Measuring, PointsThatBelongToNothingGiveNothing) {
