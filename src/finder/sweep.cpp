@@ -282,9 +282,10 @@ bool GreySweep::Turn(const Pose& pose, TurnedTemplate& turned) const {
     for (int x = -reachX; x <= reachX; ++x) {
       int sum = 0, count = 0;
       for (int i = 0; i < kSide * kSide; ++i) {
+        const int column = i % kSide, row = i / kSide;
         // The centre's pixel has the template's centre in its middle.
-        const double dx = x + (i % kSide + 0.5) / kSide - 0.5;
-        const double dy = y + (i / kSide + 0.5) / kSide - 0.5;
+        const double dx = x + (column + 0.5) / kSide - 0.5;
+        const double dy = y + (row + 0.5) / kSide - 0.5;
         const int u = Nearest(centreX + a * dx + b * dy);
         const int v = Nearest(centreY - b * dx + a * dy);
         if (u < 0 || v < 0 || u >= model.width || v >= model.height) continue;
