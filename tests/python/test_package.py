@@ -109,8 +109,10 @@ def test_the_installed_package_runs(tmp_path):
     for prefix, site in [("/usr", "usr/lib/python3/dist-packages"),
                          ("/usr/local", f"usr/local/lib/{version}/dist-packages")]:
         root = tmp_path / prefix.replace("/", "_")
-        subprocess.run(["cmake", "--install", build, "--prefix", prefix], check=True,
-                       env=dict(os.environ, DESTDIR=str(root)), stdout=subprocess.DEVNULL)
+        for component in ("library", "python"):
+            subprocess.run(["cmake", "--install", build, "--prefix", prefix, "--component",
+                            component], check=True, stdout=subprocess.DEVNULL,
+                           env=dict(os.environ, DESTDIR=str(root)))
         assert (root / site / "quillon" / "py.typed").exists()
         assert "list every function" in run("--help", path=root / site)
         assert run("--version", path=root / site) == (SOURCE / "VERSION").read_text()

@@ -36,9 +36,10 @@ def environment(tmp_path_factory):
     run(sys.executable, "-m", "pip", "wheel", "--no-index", "--no-deps", "-w", folder,
         "--config-settings", f"build-dir={build}", SOURCE)
     wheel, = folder.glob("*.whl")
-    run(sys.executable, "-m", "venv", "--system-site-packages", folder / "venv")
+    # An environment without an installer of its own is made in a thirtieth of the time.
+    run(sys.executable, "-m", "venv", "--system-site-packages", "--without-pip", folder / "venv")
     interpreter = folder / "venv" / "bin" / "python"
-    run(interpreter, "-m", "pip", "install", "--no-index", wheel)
+    run(sys.executable, "-m", "pip", "--python", interpreter, "install", "--no-index", wheel)
     return wheel, interpreter, folder
 
 
