@@ -18,6 +18,10 @@ install(FILES ${PROJECT_BINARY_DIR}/quillon.pc DESTINATION ${CMAKE_INSTALL_LIBDI
         COMPONENT development)
 if(QUILLON_APPS)
   install(TARGETS quillon_cli RUNTIME COMPONENT cli)
+  # The page that `quillon workbench` opens is one for all systems; scripts/workbench builds it, and
+  # scripts/package says so where it is missing.
+  install(FILES ${PROJECT_SOURCE_DIR}/build/wasm/web/workbench.html
+          DESTINATION ${CMAKE_INSTALL_DATADIR}/quillon COMPONENT cli OPTIONAL)
   if(NOT WIN32)
     set(made ${PROJECT_BINARY_DIR}/apps/quillon)
     install(FILES ${made}/quillon.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT cli)

@@ -18,6 +18,7 @@ void AddCommands(Command top) {
   AddCameraCalibration(top);
   AddRecipes(top);
   AddSample(top);
+  AddWorkbench(top);
   AddList(top);
   AddManual(top);
 }

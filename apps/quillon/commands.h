@@ -29,6 +29,7 @@ void AddCalibration(Command top);
 void AddCameraCalibration(Command top);
 void AddRecipes(Command top);
 void AddSample(Command top);
+void AddWorkbench(Command top);
 void AddList(Command top);
 void AddManual(Command top);
 
