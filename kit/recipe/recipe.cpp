@@ -1,90 +1,14 @@
 #include "kit/recipe/recipe.h"
 
 #include <algorithm>
-#include <cmath>
-#include <numbers>
 #include <set>
 
 #include "kit/errors.h"
 #include "kit/files/files.h"
-#include "kit/measure/fit.h"
 #include "kit/operations/places.h"
 #include "kit/text/text.h"
 
 namespace quillon::kit::recipe {
-
-const std::vector<NamedWhich>& Whiches() {
-  static const std::vector<NamedWhich> whiches = {
-      {"first", Which::kFirst, "the topmost blob or defect, the best match"},
-      {"smallest", Which::kSmallest, "the smallest value"},
-      {"largest", Which::kLargest, "the largest value"},
-      {"mean", Which::kMean, "the mean of all values"},
-      {"sum", Which::kSum, "the sum of all values"},
-  };
-  return whiches;
-}
-
-namespace {
-
-// The angle between two directions that are the same turned about, from 0 to 90.
-std::optional<double> AngleBetween(const Thing& a, const Thing& b) {
-  const double between = std::fmod(std::abs(a.angle - b.angle), 180);
-  return std::min(between, 180 - between);
-}
-
-std::optional<double> Distance(const Thing& a, const Thing& b) {
-  return std::hypot(a.x - b.x, a.y - b.y);
-}
-
-std::optional<double> DistanceFromLine(const Thing& a, const Thing& line) {
-  const double angle = line.angle * std::numbers::pi / 180;
-  return std::abs((a.y - line.y) * std::cos(angle) - (a.x - line.x) * std::sin(angle));
-}
-
-template <double Point::*coordinate>
-std::optional<double> CrossingOf(const Thing& a, const Thing& b) {
-  const auto crossing = Crossing({a.x, a.y}, a.angle, {b.x, b.y}, b.angle);
-  return crossing ? std::optional((*crossing).*coordinate) : std::nullopt;
-}
-
-}  // namespace
-
-const std::vector<Between>& Betweens() {
-  constexpr Unit kPixels = {1, 0, 0}, kDegrees = {0, 0, 1};
-  static const std::vector<Between> betweens = {
-      {"distance", "from centre to centre", kPixels, Distance},
-      {"distance-from-line",
-       "from the first one's centre, at right angles to the second's direction", kPixels,
-       DistanceFromLine},
-      {"angle-between", "between their directions, 0 for parallel ones, 90 at the most", kDegrees,
-       AngleBetween},
-      {"crossing-x", "column where their directions cross", kPixels, CrossingOf<&Point::x>},
-      {"crossing-y", "row of it", kPixels, CrossingOf<&Point::y>},
-  };
-  return betweens;
-}
-
-Unit UnitOf(const Quantity& quantity) {
-  const std::string_view name = quantity.name;
-  for (const char* length :
-       {"x", "y", "width", "height", "position", "diameter", "length", "rms", "worst", "form"}) {
-    if (name == length) return {1, 0, 0};
-  }
-  for (const char* area : {"area", "missing", "extra"}) {
-    if (name == area) return {2, 0, 0};
-  }
-  return {0, 0, name == "angle" ? 1 : 0};
-}
-
-int DecimalsOf(const Measurement& measurement) {
-  const int decimals = measurement.quantity ? measurement.quantity->decimals : 3;
-  return measurement.unit.mm > 0 ? std::max(decimals, 3) : decimals;
-}
-
-Argument Limit(const char* name) {
-  constexpr double kLargest = 1e12;
-  return Number(name, -kLargest, kLargest, "");
-}
 
 namespace {
 

@@ -22,7 +22,7 @@
 #include <vector>
 
 #include "kit/operations/operation.h"
-#include "kit/recipe/formula.h"
+#include "kit/recipe/measurement.h"
 
 namespace quillon::kit::recipe {
 
@@ -49,36 +49,6 @@ struct Step {
   int follows = -1;  // the slot of the things in whose own directions places are given; -1: none
 };
 
-// Which of several things gives the value.
-enum class Which { kFirst, kSmallest, kLargest, kMean, kSum };
-struct NamedWhich {
-  const char* name;
-  Which which;
-  const char* summary;
-};
-const std::vector<NamedWhich>& Whiches();
-
-// What can be measured between two things.
-struct Between {
-  const char* name;
-  const char* summary;
-  Unit unit;
-  std::optional<double> (*value)(const Thing& a, const Thing& b);
-};
-const std::vector<Between>& Betweens();
-
-struct Measurement {
-  std::string name;
-  int input = 0;  // slot
-  const Quantity* quantity = nullptr;
-  Which which = Which::kFirst;
-  std::optional<double> min = {}, max = {};
-  const Between* between = nullptr;     // instead of a quantity: of two things
-  int other = -1;                       // the slot of the second one
-  std::optional<Formula> formula = {};  // instead of both: of measurements before
-  Unit unit = {};                       // of the value and of the limits
-};
-
 struct Recipe {
   std::string name, note;
   std::vector<Slot> slots;
@@ -87,15 +57,6 @@ struct Recipe {
   double mmPerPixel = 0;  // of the image; 0: not known
   std::string canonical;  // the same text for recipes that do the same
 };
-
-// The rule for `min` and `max`.
-Argument Limit(const char* name);
-
-// The unit in which the quantity is counted in pixels.
-Unit UnitOf(const Quantity& quantity);
-
-// As pages show it: digits after the point.
-int DecimalsOf(const Measurement& measurement);
 
 constexpr double kLeastScale = 1e-9, kMostScale = 1e6;  // millimetres per pixel
 
