@@ -118,18 +118,8 @@ void NarrowMean(const Kernels& kernels, const GreyImage& source, GreyImage& resu
   const auto move = [&](const uint8_t* entering, const uint8_t* leaving) {
     k.MoveColumns(sums, entering, leaving, source.width);
   };
-  SlideDown(source, result, size, move, [&](uint8_t* out) {
-    switch (size) {
-      case 3:
-        return k.Mean3(sums, count, out);
-      case 5:
-        return k.Mean5(sums, count, out);
-      case 7:
-        return k.Mean7(sums, count, out);
-      default:
-        return k.Mean(sums, count, size, scale, out);
-    }
-  });
+  SlideDown(source, result, size, move,
+            [&](uint8_t* out) { k.Mean(sums, count, size, scale, out); });
 }
 
 void WideMean(const Kernels& kernels, const GreyImage& source, GreyImage& result, int size) {
@@ -145,32 +135,28 @@ void WideMean(const Kernels& kernels, const GreyImage& source, GreyImage& result
             [&](uint8_t* out) { kernels.smoothing.MeanWide(sums, count, size, out); });
 }
 
-}  // namespace
-
-// Every row is read once: what later rows need of it is in the state.
-void GaussianSmoothing(const Kernels& kernels, const GreyImage& source, GreyImage& result,
-                       int size) {
+// A small window: every row is read once, for what later rows need of it is in the state.
+void SmoothInBands(const SmallWindow& window, const GreyImage& source, GreyImage& result,
+                   int size) {
   const int width = source.width, height = source.height, radius = size / 2;
   if (width < size || height < size) return CopyUnchanged(source, result);
-  const SmoothingKernels& k = kernels.smoothing;
-  const auto addRows = size == 3 ? k.Gaussian3 : size == 5 ? k.Gaussian5 : k.Gaussian7;
   const int count = width - size + 1;
   const size_t blocks = static_cast<size_t>(count) / 64 + 1;
-  auto state = Buffer<uint8_t>::Zeroed(blocks * 64 * static_cast<size_t>(GaussianState(size)));
+  auto state = Buffer<uint8_t>::Zeroed(blocks * 64 * static_cast<size_t>(window.stateBytes));
   Buffer<uint8_t> nowhere(static_cast<size_t>(count));
-  SourceRows rows(source, result, width, kGaussianBand);
+  SourceRows rows(source, result, width, kBand);
   if (!state || !nowhere || !rows || !PrepareResult(source, result)) return;
 
-  const uint8_t* from[kGaussianBand];
-  uint8_t* to[kGaussianBand];
-  for (int y = 0; y < height; y += kGaussianBand) {
-    const int n = std::min(kGaussianBand, height - y);
+  const uint8_t* from[kBand];
+  uint8_t* to[kBand];
+  for (int y = 0; y < height; y += kBand) {
+    const int n = std::min(kBand, height - y);
     rows.ReadTo(y + n - 1);
     for (int i = 0; i < n; ++i) {
       from[i] = rows[y + i];
       to[i] = y + i < 2 * radius ? nowhere.data() : result.rows[y + i - radius] + radius;
     }
-    addRows(from, to, n, count, state.data());
+    window.AddRows(from, to, n, count, state.data());
     for (int i = 0; i < n; ++i) {
       if (y + i >= 2 * radius) FillOuterColumns(result.rows[y + i - radius], width, radius);
     }
@@ -178,11 +164,21 @@ void GaussianSmoothing(const Kernels& kernels, const GreyImage& source, GreyImag
   CopyBorderRows(result, radius);
 }
 
+}  // namespace
+
+void GaussianSmoothing(const Kernels& kernels, const GreyImage& source, GreyImage& result,
+                       int size) {
+  SmoothInBands(kernels.smoothing.gaussians[size / 2 - 1], source, result, size);
+}
+
 void MeanSmoothing(const Kernels& kernels, const GreyImage& source, GreyImage& result, int size) {
+  constexpr int kLargestSmall = 7;
   if (size < 1 || size % 2 == 0) return;
   if (size == 1 || size > source.width || size > source.height)
     return CopyUnchanged(source, result);
-  if (size <= kLargestNarrowMean) {
+  if (size <= kLargestSmall) {
+    SmoothInBands(kernels.smoothing.means[size / 2 - 1], source, result, size);
+  } else if (size <= kLargestNarrowMean) {
     NarrowMean(kernels, source, result, size);
   } else {
     WideMean(kernels, source, result, size);

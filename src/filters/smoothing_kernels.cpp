@@ -43,23 +43,7 @@ QUILLON_INLINE void StoreBlocks(uint8_t* out, int count, const Value& value) {
   __builtin_memcpy(out + x, rest, static_cast<size_t>(count - x));
 }
 
-// The sums of columns 2 * lane + k, 2 * lane + k + 2 ...
-QUILLON_INLINE Lanes Column(const ColumnSums& sums, int lane, int k) {
-  return Load<uint16_t, kLanes>((k % 2 ? sums.odd : sums.even) + lane + k / 2);
-}
-
-// ---- binomial weights ---------------------------------------------------------------------------
-
-// What the sums of both directions are shifted by at the end.
-template <int kSize>
-constexpr int kShift = kSize == 7 ? 8 : 2 * (kSize - 1);
-
-template <int kSize>
-constexpr int Weight(int k) {
-  constexpr int kWeights[] = {1, 2, 1, 1, 4, 6, 4, 1, 1, 6, 15, 20, 15, 6, 1};
-  constexpr int kFirst = kSize == 3 ? 0 : kSize == 5 ? 3 : 8;
-  return k < 0 || k >= kSize ? 0 : kWeights[kFirst + k];
-}
+// ---- windows of few rows ------------------------------------------------------------------------
 
 // Each pair of bytes weighed by a and b.
 template <int a, int b>
@@ -72,14 +56,6 @@ QUILLON_INLINE Lanes WeighedPairs(U8<kBlock> bytes) {
     return BitCast<Lanes>(
         DotBytePairs(bytes, BitCast<I8<kBlock>>(Splat<int16_t, kLanes>(a | b << 8))));
   }
-}
-
-// The sums across of the windows at even places from `from`, or of those at odd ones.
-template <int kSize, bool kOdd, int... k>
-QUILLON_INLINE Lanes SumAcross(const uint8_t* from, std::integer_sequence<int, k...>) {
-  return (WeighedPairs<Weight<kSize>(2 * k - kOdd), Weight<kSize>(2 * k + 1 - kOdd)>(
-              Load<uint8_t, kBlock>(from + 2 * k)) +
-          ...);
 }
 
 // A row weighed binomially with the rows before it: adding each row to the one before, kSteps times
@@ -95,107 +71,48 @@ QUILLON_INLINE Lanes SumDown(Lanes row, Lanes* before) {
   return row;
 }
 
-// What half a block of columns keeps of the rows above, and both halves together, as vectors.
-template <int kSize>
-constexpr int kStates = kSize == 7 ? 6 : kSize - 1;
-template <int kSize>
-constexpr int kShared = kSize == 7 ? 4 : 0;
+// A window says what half a block of columns keeps of the rows above and what both halves keep
+// together, as vectors (kStates, kShared), how a row is added, which gives the sums of the windows
+// that it completes (Add), and what these are divided by (Quotient). The windows at even places
+// come first; what they hand on to those at odd places of the same row is in `carried`.
 
-// Adds a row; the sums of the windows that it completes, with what rounds them. Those of 7 x 7 need
-// 20 bits: after two steps, in 16, the upper twelve go on here, and the lower four go into the
-// bytes of `low` that are of even, or of odd columns.
-template <int kSize, bool kOdd>
-QUILLON_INLINE Lanes AddRow(const uint8_t* from, Lanes* state, Lanes& low) {
-  const Lanes row = SumAcross<kSize, kOdd>(from, std::make_integer_sequence<int, kSize / 2 + 1>{});
-  if constexpr (kSize < 7) {
-    return SumDown<kSize - 1>(row, state) + (1 << kShift<kSize> >> 1);
-  } else {
-    const Lanes sum = SumDown<2>(row, state);
-    low = kOdd ? low | (sum & 15) << 8 : sum & 15;
-    return SumDown<4>(sum >> 4, state + 2) + (1 << kShift<kSize> >> 1);
+template <class Window>
+constexpr int kStateBytes = 2 * Window::kStates + Window::kShared;
+
+template <int kSide>
+struct Binomial {
+  static constexpr int kSize = kSide, kStates = kSide == 7 ? 6 : kSide - 1;
+  static constexpr int kShared = kSide == 7 ? 4 : 0;
+  // What the sums of both directions are shifted by at the end.
+  static constexpr int kShift = kSide == 7 ? 8 : 2 * (kSide - 1);
+  static constexpr uint16_t kHalf = 1 << kShift >> 1;
+
+  static constexpr int Weight(int k) {
+    constexpr int kWeights[] = {1, 2, 1, 1, 4, 6, 4, 1, 1, 6, 15, 20, 15, 6, 1};
+    constexpr int kFirst = kSide == 3 ? 0 : kSide == 5 ? 3 : 8;
+    return k < 0 || k >= kSide ? 0 : kWeights[kFirst + k];
   }
-}
-
-// kRows rows at once, so that the state is loaded and stored once for all of them, and even and odd
-// columns in turn, so that it fits into the registers.
-template <int kSize, int kRows>
-void GaussianRows(const uint8_t* const* rows, uint8_t* const* outs, int count, uint8_t* memory) {
-  constexpr int kHalf = kStates<kSize> * kBlock, kBytes = 2 * kHalf + kShared<kSize> * kBlock;
-  static_assert(kBytes == GaussianState(kSize) * kBlock);
-  const auto walk = [](const uint8_t* const* from, uint8_t* const* to, int x, uint8_t* kept) {
-    Lanes even[kRows], odd[kRows], low[kRows];
-    // Calls add(i, state) for each row, with vectors that are kept from call to call.
-    const auto withState = [&](auto vectors, uint8_t* place, const auto& add) {
-      Lanes state[vectors.value];
-      const auto at = [&](int i) { return reinterpret_cast<uint16_t*>(place + i * kBlock); };
-#pragma GCC unroll 8
-      for (int i = 0; i < vectors.value; ++i) state[i] = Load<uint16_t, kLanes>(at(i));
-#pragma GCC unroll 4
-      for (int i = 0; i < kRows; ++i) add(i, state);
-#pragma GCC unroll 8
-      for (int i = 0; i < vectors.value; ++i) Store(at(i), state[i]);
-    };
-    constexpr std::integral_constant<int, kStates<kSize>> kOfHalf;
-    withState(kOfHalf, kept, [&](int i, Lanes* state) {
-      even[i] = AddRow<kSize, false>(from[i] + x, state, low[i]);
-    });
-    withState(kOfHalf, kept + kHalf, [&](int i, Lanes* state) {
-      odd[i] = AddRow<kSize, true>(from[i] + x, state, low[i]);
-    });
-    if constexpr (kShared<kSize> != 0) {
-      withState(std::integral_constant<int, kShared<kSize>>{}, kept + 2 * kHalf,
-                [&](int i, Lanes* state) {
-                  const Lanes sum = SumDown<kShared<kSize>>(low[i], state);
-                  even[i] += sum >> 4 & 15;
-                  odd[i] += sum >> 12;
-                });
+  template <bool kOdd, int... k>
+  QUILLON_INLINE static Lanes SumAcross(const uint8_t* from, std::integer_sequence<int, k...>) {
+    return (WeighedPairs<Weight(2 * k - kOdd), Weight(2 * k + 1 - kOdd)>(
+                Load<uint8_t, kBlock>(from + 2 * k)) +
+            ...);
+  }
+  // The sums of 7 x 7 need 20 bits: after two steps, in 16, the upper twelve go on here, and the
+  // lower four go into the bytes of `carried` that are of even, or of odd columns.
+  template <bool kOdd>
+  QUILLON_INLINE static Lanes Add(const uint8_t* from, Lanes* state, Lanes& carried) {
+    const Lanes row = SumAcross<kOdd>(from, std::make_integer_sequence<int, kSide / 2 + 1>{});
+    if constexpr (kSide < 7) {
+      return SumDown<kSide - 1>(row, state) + kHalf;
+    } else {
+      const Lanes sum = SumDown<2>(row, state);
+      carried = kOdd ? carried | (sum & 15) << 8 : sum & 15;
+      return SumDown<4>(sum >> 4, state + 2) + kHalf;
     }
-#pragma GCC unroll 4
-    for (int i = 0; i < kRows; ++i) {
-      Store(to[i] + x, MergeBytes(even[i] >> kShift<kSize>, odd[i] >> kShift<kSize>));
-    }
-  };
-  const uint8_t* from[kRows];
-  uint8_t* to[kRows];
-  for (int i = 0; i < kRows; ++i) from[i] = rows[i], to[i] = outs[i];
-  int x = 0;
-  for (; x <= count - kBlock; x += kBlock, memory += kBytes) walk(from, to, x, memory);
-  if (x == count) return;
-  // The last columns as a block of their own, filled up with zeros.
-  uint8_t rest[kRows][kBlock + kSize - 1] = {}, sums[kRows][kBlock];
-  for (int i = 0; i < kRows; ++i) {
-    __builtin_memcpy(rest[i], rows[i] + x, static_cast<size_t>(count + kSize - 1 - x));
-    from[i] = rest[i], to[i] = sums[i];
   }
-  walk(from, to, 0, memory);
-  for (int i = 0; i < kRows; ++i) {
-    __builtin_memcpy(outs[i] + x, sums[i], static_cast<size_t>(count - x));
-  }
-}
-
-template <int kSize>
-void Gaussian(const uint8_t* const* rows, uint8_t* const* outs, int rowCount, int count,
-              uint8_t* state) {
-  int i = 0;
-  for (; i <= rowCount - kGaussianBand; i += kGaussianBand) {
-    GaussianRows<kSize, kGaussianBand>(rows + i, outs + i, count, state);
-  }
-  for (; i < rowCount; ++i) GaussianRows<kSize, 1>(rows + i, outs + i, count, state);
-}
-
-// ---- box means ----------------------------------------------------------------------------------
-
-void MoveColumns(const ColumnSums& sums, const uint8_t* entering, const uint8_t* leaving,
-                 int width) {
-  const uint8_t* const rows[] = {entering, leaving};
-  ForColumnBlocks<2>(rows, width, [&](const uint8_t* const* from, int x, int lane) {
-    const auto in = Load<uint8_t, kBlock>(from[0] + x), gone = Load<uint8_t, kBlock>(from[1] + x);
-    const auto even = Load<uint16_t, kLanes>(sums.even + lane);
-    const auto odd = Load<uint16_t, kLanes>(sums.odd + lane);
-    Store(sums.even + lane, even + EvenBytes(in) - EvenBytes(gone));
-    Store(sums.odd + lane, odd + OddBytes(in) - OddBytes(gone));
-  });
-}
+  QUILLON_INLINE static Lanes Quotient(Lanes sum) { return sum >> kShift; }
+};
 
 // Division by a small area: the quotient is (sum * factor >> 16) >> shift.
 struct Reciprocal {
@@ -220,20 +137,138 @@ constexpr Reciprocal ReciprocalOf(uint32_t area) {
   return reciprocal;
 }
 
-template <int kSize>
-void SmallMean(const ColumnSums& sums, int count, uint8_t* out) {
-  constexpr uint16_t kArea = kSize * kSize;
-  constexpr Reciprocal kReciprocal = ReciprocalOf(kArea);
-  static_assert(kReciprocal.factor < 65536 && 255 * kArea + kArea / 2 < 65536);
-  const auto mean = [&](Lanes sum) {
-    return MulHigh(sum, Lanes{} + static_cast<uint16_t>(kReciprocal.factor)) >> kReciprocal.shift;
+// The windows at an even and at the next odd place share all but one column of each. Of 3 x 3, the
+// last two rows are kept; else the last kSide - 1 rows, and before them their sum.
+template <int kSide>
+struct Box {
+  static constexpr int kSize = kSide, kStates = kSide == 3 ? 2 : kSide, kShared = 0;
+  static constexpr uint16_t kArea = kSide * kSide, kHalf = kArea / 2;
+
+  template <bool kOdd>
+  QUILLON_INLINE static Lanes Add(const uint8_t* from, Lanes* state, Lanes& carried) {
+    Lanes row;
+    if constexpr (kOdd) {
+      row = carried + OddBytes(Load<uint8_t, kBlock>(from + kSide - 1));
+    } else {
+      carried = WeighedPairs<1, 1>(Load<uint8_t, kBlock>(from + 1));
+#pragma GCC unroll 4
+      for (int k = 3; k < kSide; k += 2) {
+        carried += WeighedPairs<1, 1>(Load<uint8_t, kBlock>(from + k));
+      }
+      row = carried + EvenBytes(Load<uint8_t, kBlock>(from));
+    }
+    if constexpr (kSide == 3) {
+      const Lanes sum = state[0] + state[1] + row;
+      state[0] = state[1], state[1] = row;
+      return sum + kHalf;
+    } else {
+      const Lanes sum = state[0] + row;
+      state[0] = sum - state[1];
+#pragma GCC unroll 8
+      for (int i = 1; i < kSide - 1; ++i) state[i] = state[i + 1];
+      state[kSide - 1] = row;
+      return sum + kHalf;
+    }
+  }
+  QUILLON_INLINE static Lanes Quotient(Lanes sum) {
+    constexpr Reciprocal kReciprocal = ReciprocalOf(kArea);
+    static_assert(kReciprocal.factor < 65536 && 255 * kArea + kHalf < 65536);
+    const auto factor = Lanes{} + static_cast<uint16_t>(kReciprocal.factor);
+    return MulHigh(sum, factor) >> kReciprocal.shift;
+  }
+};
+
+// Whether the registers hold the state of both halves: then each row is loaded once for both.
+template <class Window>
+constexpr bool kTogether = Window::kStates <= (kVectorBytes < 64 ? 2 : 4);
+
+// kRows rows at once, so that the state is loaded and stored once for all of them.
+template <class Window, int kRows>
+void AddRows(const uint8_t* const* rows, uint8_t* const* outs, int count, uint8_t* memory) {
+  constexpr int kSize = Window::kSize, kShared = Window::kShared;
+  constexpr int kHalf = Window::kStates * kBlock, kBytes = kStateBytes<Window> * kBlock;
+  const auto walk = [](const uint8_t* const* from, uint8_t* const* to, int x, uint8_t* kept) {
+    Lanes even[kRows], odd[kRows], carried[kRows];
+    // Calls add(i, state) for each row, with vectors that are kept from call to call.
+    const auto withState = [&](auto vectors, uint8_t* place, const auto& add) {
+      Lanes state[vectors.value];
+      const auto at = [&](int i) { return reinterpret_cast<uint16_t*>(place + i * kBlock); };
+#pragma GCC unroll 8
+      for (int i = 0; i < vectors.value; ++i) state[i] = Load<uint16_t, kLanes>(at(i));
+#pragma GCC unroll 4
+      for (int i = 0; i < kRows; ++i) add(i, state);
+#pragma GCC unroll 8
+      for (int i = 0; i < vectors.value; ++i) Store(at(i), state[i]);
+    };
+    if constexpr (kTogether<Window>) {
+      constexpr std::integral_constant<int, 2 * Window::kStates> kOfBoth;
+      withState(kOfBoth, kept, [&](int i, Lanes* state) {
+        even[i] = Window::template Add<false>(from[i] + x, state, carried[i]);
+        odd[i] = Window::template Add<true>(from[i] + x, state + Window::kStates, carried[i]);
+      });
+    } else {
+      constexpr std::integral_constant<int, Window::kStates> kOfHalf;
+      withState(kOfHalf, kept, [&](int i, Lanes* state) {
+        even[i] = Window::template Add<false>(from[i] + x, state, carried[i]);
+      });
+      withState(kOfHalf, kept + kHalf, [&](int i, Lanes* state) {
+        odd[i] = Window::template Add<true>(from[i] + x, state, carried[i]);
+      });
+    }
+    if constexpr (kShared != 0) {
+      withState(std::integral_constant<int, kShared>{}, kept + 2 * kHalf, [&](int i, Lanes* state) {
+        const Lanes sum = SumDown<kShared>(carried[i], state);
+        even[i] += sum >> 4 & 15;
+        odd[i] += sum >> 12;
+      });
+    }
+#pragma GCC unroll 4
+    for (int i = 0; i < kRows; ++i) {
+      Store(to[i] + x, MergeBytes(Window::Quotient(even[i]), Window::Quotient(odd[i])));
+    }
   };
-  StoreBlocks(out, count, [&](int lane) {
-    // The columns that the windows of an even and of the next odd place share.
-    Lanes shared = Column(sums, lane, 1) + static_cast<uint16_t>(kArea / 2);
-    for (int k = 2; k < kSize; ++k) shared += Column(sums, lane, k);
-    return MergeBytes(mean(shared + Column(sums, lane, 0)),
-                      mean(shared + Column(sums, lane, kSize)));
+  const uint8_t* from[kRows];
+  uint8_t* to[kRows];
+  for (int i = 0; i < kRows; ++i) from[i] = rows[i], to[i] = outs[i];
+  int x = 0;
+  for (; x <= count - kBlock; x += kBlock, memory += kBytes) walk(from, to, x, memory);
+  if (x == count) return;
+  // The last columns as a block of their own, filled up with zeros.
+  uint8_t rest[kRows][kBlock + kSize - 1] = {}, sums[kRows][kBlock];
+  for (int i = 0; i < kRows; ++i) {
+    __builtin_memcpy(rest[i], rows[i] + x, static_cast<size_t>(count + kSize - 1 - x));
+    from[i] = rest[i], to[i] = sums[i];
+  }
+  walk(from, to, 0, memory);
+  for (int i = 0; i < kRows; ++i) {
+    __builtin_memcpy(outs[i] + x, sums[i], static_cast<size_t>(count - x));
+  }
+}
+
+template <class Window>
+void AddRows(const uint8_t* const* rows, uint8_t* const* outs, int rowCount, int count,
+             uint8_t* state) {
+  int i = 0;
+  for (; i <= rowCount - kBand; i += kBand) {
+    AddRows<Window, kBand>(rows + i, outs + i, count, state);
+  }
+  for (; i < rowCount; ++i) AddRows<Window, 1>(rows + i, outs + i, count, state);
+}
+
+template <class Window>
+constexpr SmallWindow kSmall = {.stateBytes = kStateBytes<Window>, .AddRows = AddRows<Window>};
+
+// ---- means of larger windows --------------------------------------------------------------------
+
+void MoveColumns(const ColumnSums& sums, const uint8_t* entering, const uint8_t* leaving,
+                 int width) {
+  const uint8_t* const rows[] = {entering, leaving};
+  ForColumnBlocks<2>(rows, width, [&](const uint8_t* const* from, int x, int lane) {
+    const auto in = Load<uint8_t, kBlock>(from[0] + x), gone = Load<uint8_t, kBlock>(from[1] + x);
+    const auto even = Load<uint16_t, kLanes>(sums.even + lane);
+    const auto odd = Load<uint16_t, kLanes>(sums.odd + lane);
+    Store(sums.even + lane, even + EvenBytes(in) - EvenBytes(gone));
+    Store(sums.odd + lane, odd + OddBytes(in) - OddBytes(gone));
   });
 }
 
@@ -351,15 +386,12 @@ void MeanWide(const uint32_t* sums, int count, int size, uint8_t* out) {
 
 }  // namespace
 
-const SmoothingKernels smoothing = {.Gaussian3 = Gaussian<3>,
-                                    .Gaussian5 = Gaussian<5>,
-                                    .Gaussian7 = Gaussian<7>,
-                                    .MoveColumns = MoveColumns,
-                                    .Mean3 = SmallMean<3>,
-                                    .Mean5 = SmallMean<5>,
-                                    .Mean7 = SmallMean<7>,
-                                    .Mean = Mean,
-                                    .MoveWideColumns = MoveWideColumns,
-                                    .MeanWide = MeanWide};
+const SmoothingKernels smoothing = {
+    .gaussians = {kSmall<Binomial<3>>, kSmall<Binomial<5>>, kSmall<Binomial<7>>},
+    .means = {kSmall<Box<3>>, kSmall<Box<5>>, kSmall<Box<7>>},
+    .MoveColumns = MoveColumns,
+    .Mean = Mean,
+    .MoveWideColumns = MoveWideColumns,
+    .MeanWide = MeanWide};
 
 }  // namespace quillon::QUILLON_LEVEL

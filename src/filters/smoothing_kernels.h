@@ -16,9 +16,19 @@ struct ColumnSums {
 constexpr int kColumnPadding = 128;
 constexpr int kWideColumnPadding = 16;
 
-// Rows that a Gaussian takes at once, and what it keeps of the rows above.
-constexpr int kGaussianBand = 4;
-constexpr int GaussianState(int size) { return size == 7 ? 16 : 2 * (size - 1); }
+// Rows that a small window takes at once.
+constexpr int kBand = 4;
+
+struct SmallWindow {
+  // What is kept of the rows above, in bytes for a column.
+  int stateBytes;
+  // Adds `rowCount` rows to those before them: each out row becomes the weighed means of the
+  // `count` windows whose last row it is. `rows` start at their windows' first column; `state`
+  // holds stateBytes for each of `count` columns, rounded up to whole blocks of 64, and is zero
+  // before the first row.
+  void (*AddRows)(const uint8_t* const* rows, uint8_t* const* outs, int rowCount, int count,
+                  uint8_t* state);
+};
 
 // The largest window whose means are formed from 16-bit column sums: differences of two sums stay
 // within 16 bits, quotients by float are exact.
@@ -34,25 +44,14 @@ struct MeanScale {
 };
 
 struct SmoothingKernels {
-  // Adds `rowCount` rows to those before them: each out row becomes the weighed means of the
-  // `count` windows whose last row it is. `rows` start at their windows' first column; `state`
-  // holds GaussianState(size) bytes for each of `count` columns, rounded up to whole blocks of 64,
-  // and is zero before the first row. The size is the name's.
-  void (*Gaussian3)(const uint8_t* const* rows, uint8_t* const* outs, int rowCount, int count,
-                    uint8_t* state);
-  void (*Gaussian5)(const uint8_t* const* rows, uint8_t* const* outs, int rowCount, int count,
-                    uint8_t* state);
-  void (*Gaussian7)(const uint8_t* const* rows, uint8_t* const* outs, int rowCount, int count,
-                    uint8_t* state);
+  // Of 3 x 3, 5 x 5 and 7 x 7.
+  SmallWindow gaussians[3], means[3];
 
   // sums[x] += entering[x] - leaving[x]
   void (*MoveColumns)(const ColumnSums& sums, const uint8_t* entering, const uint8_t* leaving,
                       int width);
-  // Means of `count` windows of size x size, whose columns are summed up; `size` is the name's, or
-  // any odd one up to kLargestNarrowMean, divided by `scale`.
-  void (*Mean3)(const ColumnSums& sums, int count, uint8_t* out);
-  void (*Mean5)(const ColumnSums& sums, int count, uint8_t* out);
-  void (*Mean7)(const ColumnSums& sums, int count, uint8_t* out);
+  // Means of `count` windows of size x size, any odd size up to kLargestNarrowMean, whose columns
+  // are summed up.
   void (*Mean)(const ColumnSums& sums, int count, int size, const MeanScale& scale, uint8_t* out);
 
   // The same for larger windows, in 32-bit column sums in their natural order: sums[-1] is 0, and
