@@ -5,7 +5,7 @@
 
 #include "commands.h"
 #include "kit/calibration/camera.h"
-#include "kit/errors.h"
+#include "kit/files/files.h"
 #include "kit/images/image_files.h"
 #include "options.h"
 #include "progress.h"
@@ -22,8 +22,6 @@ struct Options {
   Output output;
 };
 
-constexpr size_t kFewestPoints = 12;  // of a view: a pose and a little more
-
 // The views in the order of the pictures, but that of the measuring plane first.
 std::vector<BoardView> FindBoards(const Options& options, const std::vector<std::string>& names,
                                   PictureSize& size) {
@@ -34,14 +32,7 @@ std::vector<BoardView> FindBoards(const Options& options, const std::vector<std:
     ReadImage(name, image, options.reading);
     if (size.width == 0) size = {image.width, image.height};
     RequirePictureSize("the pictures before '" + name, size, image);
-    const auto points = FindChessboard(image, {options.board[0], options.board[1]});
-    if (points.size() < kFewestPoints) {
-      throw Failure("'" + name + "' shows " + std::to_string(points.size()) +
-                    " corners of a board with " + std::to_string(options.board[0]) + " x " +
-                    std::to_string(options.board[1]) + " inner corners; at least " +
-                    std::to_string(kFewestPoints) + " are needed");
-    }
-    views.push_back({name, points});
+    views.push_back(ViewOfChessboard(name, image, {options.board[0], options.board[1]}));
   }
   return views;
 }
@@ -95,19 +86,6 @@ Findings Tell(const std::vector<BoardView>& views, const Camera& camera) {
   return findings;
 }
 
-// A fit with residuals beyond the limit is of no use, and is not written.
-void RequireGood(const Options& options, const std::vector<BoardView>& views,
-                 const Camera& camera) {
-  if (camera.rms <= options.maxRms) return;
-  size_t worst = 0;
-  for (size_t i = 1; i < views.size(); ++i) {
-    if (camera.views[i].rms > camera.views[worst].rms) worst = i;
-  }
-  throw Failure("the corners lie " + Plain(camera.rms) + " pixels (RMS) from where the fit has " +
-                "them, beyond " + Plain(options.maxRms) + " (--max-rms); the worst picture is '" +
-                views[worst].name + "' with " + Plain(camera.views[worst].rms));
-}
-
 void Run(const Options& options) {
   std::vector<std::string> names = options.images;
   if (!options.plane.empty()) {
@@ -119,8 +97,8 @@ void Run(const Options& options) {
   Camera camera = FitCamera(views, size);
   camera.square = options.square;
   camera.unit = "mm";
-  RequireGood(options, views, camera);
-  WriteCamera(options.camera, camera, views);
+  RequireResidualsWithin(options.maxRms, camera, views);
+  WriteFile(options.camera, CameraText(camera, views));
   const Findings findings = Tell(views, camera);
   Print(options.output, findings);
   if (!options.output.WantsPictures()) return;
@@ -145,7 +123,7 @@ void AddCameraCalibration(Command top) {
       .Required()
       .Values(2)
       .ShownAs("ACROSS DOWN")
-      .Within(3, 1000);
+      .Within(3, kMostCorners);
   command.AddOption("--square", options->square, "side of the board's squares, in mm")
       .Required()
       .Within(1e-6, 1e6);

@@ -8,6 +8,7 @@
 #include "kit/files/files.h"
 #include "kit/images/pixels.h"
 #include "kit/measure/least_squares.h"
+#include "kit/text/numbers.h"
 
 namespace quillon::kit {
 namespace {
@@ -248,6 +249,30 @@ Point BoardPlace::Seen(double column, double row) const {
   return {(at[0] + shift[0]) / depth, (at[1] + shift[1]) / depth};
 }
 
+BoardView ViewOfChessboard(const std::string& name, const GreyImage& image, BoardSize board) {
+  constexpr size_t kFewestPoints = 12;  // a pose and a little more
+  BoardView view = {name, FindChessboard(image, board)};
+  if (view.points.size() >= kFewestPoints) return view;
+  const bool isAny = board.columns == kAnyBoard.columns && board.rows == kAnyBoard.rows;
+  const std::string size = std::to_string(board.columns) + " x " + std::to_string(board.rows);
+  throw Failure("'" + name + "' shows " + std::to_string(view.points.size()) +
+                " corners of a board" + (isAny ? "" : " with " + size + " inner corners") +
+                "; at least " + std::to_string(kFewestPoints) + " are needed");
+}
+
+void RequireResidualsWithin(double maxRms, const Camera& camera,
+                            const std::vector<BoardView>& views) {
+  if (camera.rms <= maxRms) return;
+  size_t worst = 0;
+  for (size_t i = 1; i < views.size(); ++i) {
+    if (camera.views[i].rms > camera.views[worst].rms) worst = i;
+  }
+  throw Failure("the corners lie " + ShortestDigits(camera.rms) +
+                " pixels (RMS) from where the fit has " + "them, beyond the limit of " +
+                ShortestDigits(maxRms) + "; the worst picture is '" + views[worst].name +
+                "' with " + ShortestDigits(camera.views[worst].rms));
+}
+
 Camera FitCamera(const std::vector<BoardView>& views, PictureSize size) {
   std::vector<Matrix> homographies(views.size());
   for (size_t i = 0; i < views.size(); ++i) {
@@ -261,6 +286,7 @@ Camera FitCamera(const std::vector<BoardView>& views, PictureSize size) {
   Lens& lens = camera.lens;
   lens = {focal, focal, (size.width - 1) / 2.0, (size.height - 1) / 2.0};
   std::vector<BoardPlace> places;
+  places.reserve(views.size());
   for (const Matrix& homography : homographies) places.push_back(StartPlace(homography, lens));
   // First what can hardly go astray, then everything.
   FitAll(views, {false, lens}, lens, places);
@@ -281,6 +307,29 @@ Camera FitCamera(const std::vector<BoardView>& views, PictureSize size) {
 
 namespace {
 
+// Where a place of the plane, in squares, is seen.
+Point SeenAt(const Camera& camera, double column, double row) {
+  const Point seen = camera.plane.Seen(column, row);
+  return camera.lens.Project(seen.x, seen.y);
+}
+
+// The place of the plane, in squares, that is seen nearest to a place of the picture.
+struct PlanePlace {
+  Point at;
+  double distance;  // from where it is seen to where it should be, pixels
+};
+
+PlanePlace NearestInPlane(const Camera& camera, Point wanted) {
+  const auto distance = [&](std::span<const double> p, std::span<double> out) {
+    const Point seen = SeenAt(camera, p[0], p[1]);
+    out[0] = seen.x - wanted.x;
+    out[1] = seen.y - wanted.y;
+  };
+  std::vector<double> place = {0, 0};
+  const double left = Minimise(distance, 2, 1e-6, place, 100);
+  return {{place[0], place[1]}, std::sqrt(left)};
+}
+
 // Where the middle of the picture looks at the plane, in squares, and what a step to the right in
 // the picture is there.
 struct PlaneAxes {
@@ -289,31 +338,22 @@ struct PlaneAxes {
 
 PlaneAxes AxesOf(const Camera& camera) {
   const Point centre = {(camera.size.width - 1) / 2.0, (camera.size.height - 1) / 2.0};
-  const auto distance = [&](std::span<const double> p, std::span<double> out) {
-    const Point seen = camera.plane.Seen(p[0], p[1]), at = camera.lens.Project(seen.x, seen.y);
-    out[0] = at.x - centre.x;
-    out[1] = at.y - centre.y;
-  };
-  std::vector<double> middle = {0, 0};
-  Minimise(distance, 2, 1e-6, middle, 100);
+  const Point middle = NearestInPlane(camera, centre).at;
   constexpr double kStep = 1e-4;
   double columns[2], rows[2];  // pixels for a square along the board's columns, and along its rows
   for (size_t i = 0; i < 2; ++i) {
-    std::vector<double> ahead = middle, behind = middle;
-    ahead[i] += kStep;
-    behind[i] -= kStep;
-    double a[2], b[2];
-    distance(ahead, a);
-    distance(behind, b);
-    columns[i] = (a[0] - b[0]) / (2 * kStep);
-    rows[i] = (a[1] - b[1]) / (2 * kStep);
+    const double x = i == 0 ? kStep : 0, y = i == 0 ? 0 : kStep;
+    const Point ahead = SeenAt(camera, middle.x + x, middle.y + y);
+    const Point behind = SeenAt(camera, middle.x - x, middle.y - y);
+    columns[i] = (ahead.x - behind.x) / (2 * kStep);
+    rows[i] = (ahead.y - behind.y) / (2 * kStep);
   }
   // One pixel covers as much of the plane as it does in the middle of the picture, on the mean of
   // both directions.
   const double determinant = columns[0] * rows[1] - columns[1] * rows[0];
   const Point right = {rows[1] / determinant, -rows[0] / determinant};
   const double length = std::hypot(right.x, right.y), step = 1 / std::sqrt(std::abs(determinant));
-  return {{middle[0], middle[1]}, {right.x / length * step, right.y / length * step}};
+  return {middle, {right.x / length * step, right.y / length * step}};
 }
 
 constexpr const char* kKind = "camera";
@@ -345,8 +385,17 @@ double UnitPerPixel(const Camera& camera) {
   return std::hypot(right.x, right.y) * camera.square;
 }
 
-void WriteCamera(const std::string& path, const Camera& camera,
-                 const std::vector<BoardView>& boards) {
+Point PlaceInPlane(const Camera& camera, Point seen) {
+  constexpr double kNear = 1e-3;  // pixels
+  const PlanePlace place = NearestInPlane(camera, seen);
+  if (!(place.distance < kNear)) {
+    throw Failure("the plane is not seen at (" + ShortestDigits(seen.x) + ", " +
+                  ShortestDigits(seen.y) + ")");
+  }
+  return place.at;
+}
+
+std::string CameraText(const Camera& camera, const std::vector<BoardView>& boards) {
   const Lens& lens = camera.lens;
   Json views = Json::array();
   for (size_t i = 0; i < boards.size(); ++i) {
@@ -355,7 +404,11 @@ void WriteCamera(const std::string& path, const Camera& camera,
       corners.push_back({point.column, point.row, point.at.x, point.at.y});
     }
     const FittedView& view = camera.views[i];
-    views.push_back({{"rms", view.rms}, {"worst", view.worst}, {"corners", std::move(corners)}});
+    views.push_back({{"rms", view.rms},
+                     {"worst", view.worst},
+                     {"rotation", view.place.rotation},
+                     {"shift", view.place.shift},
+                     {"corners", std::move(corners)}});
   }
   const Json file = {
       {"kind", kKind},
@@ -371,11 +424,13 @@ void WriteCamera(const std::string& path, const Camera& camera,
       {"rms", camera.rms},
       {"worst", camera.worst},
       {"views", views}};
-  WriteFile(path, file.dump(2) + "\n");
+  return file.dump(2) + "\n";
 }
 
-Camera ReadCamera(const std::string& path) {
-  const Json file = Json::parse(ReadFile(path), nullptr, false);
+Camera ReadCamera(const std::string& path) { return ParseCamera(path, ReadFile(path)); }
+
+Camera ParseCamera(const std::string& path, const std::string& text) {
+  const Json file = Json::parse(text, nullptr, false);
   const auto refuse = [&](const std::string& why) -> void {
     throw Failure("'" + path + "' is no camera file: " + why);
   };
@@ -422,8 +477,10 @@ Camera ReadCamera(const std::string& path) {
   return camera;
 }
 
-Rectifier::Rectifier(const std::string& path)
-    : path_(path), camera_(ReadCamera(path)), step_(quillon::kit::UnitPerPixel(camera_)) {
+Rectifier::Rectifier(std::string name, Camera camera)
+    : path_(std::move(name)),
+      camera_(std::move(camera)),
+      step_(quillon::kit::UnitPerPixel(camera_)) {
   const auto [middle, right] = AxesOf(camera_);
   const double cx = (camera_.size.width - 1) / 2.0, cy = (camera_.size.height - 1) / 2.0;
   sources_.reserve(static_cast<size_t>(camera_.size.width) * camera_.size.height);

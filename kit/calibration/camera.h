@@ -61,18 +61,30 @@ struct Camera {
 
 constexpr size_t kViewsForAll = 3;  // of fewer only the focal length, k1 and k2 are fitted
 
+// The corners of a picture that is called so. Throws Failure where it shows too few of them.
+BoardView ViewOfChessboard(const std::string& name, const GreyImage& image, BoardSize board);
+
 // Throws Failure where a view cannot be one of a flat board.
 Camera FitCamera(const std::vector<BoardView>& views, PictureSize size);
+
+// Throws Failure naming the worst picture where the residuals are larger, in pixels (RMS): such a
+// fit is of no use.
+void RequireResidualsWithin(double maxRms, const Camera& camera,
+                            const std::vector<BoardView>& views);
 
 // The length in the plane that a pixel in the middle of the picture covers, in the unit.
 double UnitPerPixel(const Camera& camera);
 
-// With the corners of the views that it was fitted to.
-void WriteCamera(const std::string& path, const Camera& camera,
-                 const std::vector<BoardView>& boards);
+// Where the plane is seen at this place of the picture, in squares: column and row of the board.
+// Throws Failure where the lens bends no ray of the plane there.
+Point PlaceInPlane(const Camera& camera, Point seen);
+
+// What is written to a camera file, with the corners of the views that it was fitted to.
+std::string CameraText(const Camera& camera, const std::vector<BoardView>& boards);
 
 // Reads what pictures are corrected by: views and residuals are left out. Throws Failure naming the
 // file.
+Camera ParseCamera(const std::string& path, const std::string& text);
 Camera ReadCamera(const std::string& path);
 
 // Takes pictures to the plane in which is measured: as seen from straight above, without bend, as
@@ -80,7 +92,9 @@ Camera ReadCamera(const std::string& path);
 // black.
 class Rectifier {
  public:
-  explicit Rectifier(const std::string& path);
+  explicit Rectifier(const std::string& path) : Rectifier(path, ReadCamera(path)) {}
+  // For a camera that messages call so.
+  Rectifier(std::string name, Camera camera);
 
   // Throws Failure for a picture of another size.
   void Apply(const GreyImage& image, GreyImage& rectified) const;

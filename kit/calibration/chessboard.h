@@ -26,6 +26,9 @@ struct BoardSize {
   int columns, rows;
 };
 
+constexpr int kMostCorners = 1000;  // a side
+constexpr BoardSize kAnyBoard = {kMostCorners, kMostCorners};
+
 // The largest grid of corners in the picture that is part of such a board, in the order of rows;
 // empty where there are not 9 of them.
 std::vector<BoardPoint> FindChessboard(const GreyImage& image, BoardSize size);
