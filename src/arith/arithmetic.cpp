@@ -53,15 +53,15 @@ Offsets OffsetsThatFit(const uint8_t* table, int64_t slope, Offsets among) {
 // the fraction fits.
 std::optional<IntegerLine> LineWithStart(int step, int gain, Offsets offsets) {
   constexpr int kMaxStarts = 4096;  // more are hardly ever needed, and would cost what they save
-  const int first = step < 0 ? -255 * step : 0;
-  const int last = step < 0 ? 65535 : 65535 - 255 * step;
+  const int first = -32768 - std::min(255 * step, 0);
+  const int last = 32767 - std::max(255 * step, 0);
   const int64_t range = offsets.end - offsets.first;
   for (int start = first; start <= std::min(last, first + kMaxStarts); ++start) {
     const int64_t beyond = int64_t{start} * gain - offsets.first;
     if ((beyond & 65535) >= range) continue;
     return IntegerLine{.step = static_cast<int16_t>(step),
-                       .start = static_cast<uint16_t>(start),
-                       .gain = static_cast<uint16_t>(gain),
+                       .start = static_cast<int16_t>(start),
+                       .gain = static_cast<int16_t>(gain),
                        .base = static_cast<uint16_t>(beyond >> 16)};
   }
   return std::nullopt;
@@ -74,10 +74,10 @@ std::optional<IntegerLine> FindLine(const uint8_t* table, double gain, double of
   constexpr int kSteps = 16;
   if (!(std::fabs(gain) <= kMaxGain && std::fabs(offset) <= kMaxOffset)) return std::nullopt;
   const auto about = static_cast<int64_t>(offset * 65536);
-  const int least = static_cast<int>(std::fabs(gain)) + 1;
+  const int least = static_cast<int>(2 * std::fabs(gain)) + 1;  // so shares stay below 2^15
   for (int size = least; size < least + kSteps; ++size) {
     const int step = gain < 0 ? -size : size;
-    const int share = std::min(static_cast<int>(std::lround(gain / step * 65536)), 65535);
+    const int share = std::min(static_cast<int>(std::lround(gain / step * 65536)), 32767);
     const Offsets offsets =
         OffsetsThatFit(table, int64_t{step} * share, {about - 131072, about + 131072});
     if (offsets.first >= offsets.end) continue;

@@ -289,7 +289,7 @@ void ShiftLeftRow(const uint8_t* from, uint8_t* out, int count, int bits) {
   const auto kept = static_cast<uint8_t>(255 << bits);
   MapRow(from, out, count, [&](auto pixels) {
     using Lanes = U16<sizeof(pixels) / 2>;
-    return BitCast<decltype(pixels)>(BitCast<Lanes>(pixels) << bits) & kept;
+    return BitCast<decltype(pixels)>(ShiftLeft(BitCast<Lanes>(pixels), bits)) & kept;
   });
 }
 
@@ -297,7 +297,7 @@ void ShiftRightRow(const uint8_t* from, uint8_t* out, int count, int bits) {
   const auto kept = static_cast<uint8_t>(255 >> bits);
   MapRow(from, out, count, [&](auto pixels) {
     using Lanes = U16<sizeof(pixels) / 2>;
-    return BitCast<decltype(pixels)>(BitCast<Lanes>(pixels) >> bits) & kept;
+    return BitCast<decltype(pixels)>(ShiftRight(BitCast<Lanes>(pixels), bits)) & kept;
   });
 }
 
@@ -318,7 +318,8 @@ QUILLON_INLINE void PlaceOnLine(const uint8_t* from, uint8_t* out, const Integer
   using Lanes = U16<kHalf>;
   const auto place = [&](const uint8_t* pixels) {
     const Lanes scaled = BitCast<Lanes>(LoadWidened<kHalf>(pixels)) * line.step + line.start;
-    return BitCast<I16<kHalf>>(MulHigh(scaled, Splat<uint16_t, kHalf>(line.gain)) - line.base);
+    const auto high = MulHigh(BitCast<I16<kHalf>>(scaled), Splat<int16_t, kHalf>(line.gain));
+    return BitCast<I16<kHalf>>(BitCast<Lanes>(high) - line.base);
   };
   Store(out, PackLanes(place(from), place(from + kHalf)));
 }

@@ -23,11 +23,11 @@ constexpr int kPairRules = 9;
 
 // A straight line in whole numbers: a pixel p becomes
 //   ((p * step + start) * gain >> 16) - base, clamped to 0 ... 255
-// where p * step + start lies within 0 ... 65535, and the result before clamping within 16 signed
-// bits; the base counts modulo 65536.
+// where p * step + start and the result before clamping lie within 16 signed bits; the base counts
+// modulo 65536.
 struct IntegerLine {
-  int16_t step;
-  uint16_t start, gain, base;
+  int16_t step, start, gain;
+  uint16_t base;
 };
 
 struct ArithmeticKernels {

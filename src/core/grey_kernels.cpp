@@ -8,13 +8,14 @@ namespace quillon::QUILLON_LEVEL {
 namespace {
 
 // Weights of 1024; they add up to 1021, so white becomes 252.
-constexpr uint16_t kBlue = 116, kGreen = 600, kRed = 305;
+constexpr int16_t kBlue = 116, kGreen = 600, kRed = 305;
 
 // value * weight / 1024, truncated, for V of 16-bit lanes holding 0 ... 255: the shift by 6 puts
-// the quotient into the high half of the product.
+// the quotient into the high half of the product. Both factors are below 2^15.
 template <class V>
-QUILLON_INLINE V Weighted(V value, uint16_t weight) {
-  return MulHigh(value << 6, V{} + weight);
+QUILLON_INLINE V Weighted(V value, int16_t weight) {
+  using Signed = I16<sizeof(V) / 2>;
+  return BitCast<V>(MulHigh(BitCast<Signed>(value << 6), Signed{} + weight));
 }
 
 template <class V>

@@ -1,7 +1,7 @@
 // Row kernels of the convolution. Compiled once per level.
 #include "filters/convolution_kernels.h"
 
-#include "simd/vec.h"
+#include "simd/blocks.h"
 
 namespace quillon::QUILLON_LEVEL {
 namespace {
@@ -88,16 +88,17 @@ template <bool kScaled>
   const ByteQuotient quotient = given;
   const Words bias = Splat<int16_t, kLanes>(quotient.bias);
   const Words factor = Splat<int16_t, kLanes>(quotient.factor);
-  const auto quotientOf = [&](Words sum) {
-    return (kScaled ? MulHigh(sum, factor) : sum) >> quotient.shift;
+  const auto quotientOf = [=](Words sum) {
+    return ShiftRight(kScaled ? MulHigh(sum, factor) : sum, quotient.shift);
   };
-  ForEachBlocks<4>(0, count, [&](auto blocks, int x) {
+  ForEachBlocks<4>(0, count, [=](auto blocks, int x) {
     Words even[blocks], odd[blocks];
     for (int i = 0; i < blocks; ++i) even[i] = odd[i] = bias;
     SumBytes<blocks>(terms, termCount, x, even, odd);
-    for (int i = 0; i < blocks; ++i) {
+    // Not a loop: sums that are found by their number would have to lie in memory.
+    Unroll<blocks>([&](auto i) {
       Store(out + x + i * kBlock, MergeClamped(quotientOf(even[i]), quotientOf(odd[i])));
-    }
+    });
   });
 }
 
@@ -198,7 +199,7 @@ QUILLON_INLINE Longs QuotientOf(Longs low, Longs high, const PairQuotient& quoti
     return DoubleQuotient(low, high, quotient.doubleReciprocal);
   } else {
     const auto sum = BitCast<Longs>(BitCast<ULongs>(low) + (BitCast<ULongs>(high) << 16));
-    if constexpr (kWay == PairQuotient::kShift) return sum >> quotient.shift;
+    if constexpr (kWay == PairQuotient::kShift) return ShiftRight(sum, quotient.shift);
     if constexpr (kWay == PairQuotient::kLong) {
       const Floats approximate =
           Convert<float, kQuarter>(low) + Convert<float, kQuarter>(high) * 65536.0f;

@@ -67,13 +67,15 @@ void ReduceBy4(const uint8_t* const* rows, uint8_t* out, int count) {
 template <int kRows, int kBytes>
 QUILLON_INLINE void SumEights(const uint8_t* const* rows, int x, uint64_t* eights) {
   constexpr int kPart = kBytes < kVectorBytes ? kBytes : kVectorBytes;
-  U64<kPart / 8> sums[kBytes / kPart] = {};
+  EightSums<kPart> sums[kBytes / kPart];
   for (int row = 0; row < kRows; ++row) {
     for (int part = 0; part < kBytes / kPart; ++part) {
-      sums[part] += SumsOf8(Load<uint8_t, kPart>(rows[row] + x + part * kPart));
+      sums[part].Add(Load<uint8_t, kPart>(rows[row] + x + part * kPart));
     }
   }
-  for (int part = 0; part < kBytes / kPart; ++part) Store(eights + part * kPart / 8, sums[part]);
+  for (int part = 0; part < kBytes / kPart; ++part) {
+    Store(eights + part * kPart / 8, sums[part].Sums());
+  }
 }
 
 // Whole cache lines of every row before the next line: at level 6 their 64 addresses may share one

@@ -16,9 +16,17 @@ QUILLON_INLINE U8<16> SubSaturate(U8<16> a, U8<16> b) {
 QUILLON_INLINE U8<16> Average(U8<16> a, U8<16> b) {
   return BitCast<U8<16>>(vrhaddq_u8(BitCast<uint8x16_t>(a), BitCast<uint8x16_t>(b)));
 }
+// Pairs of columns go down in 16 bits each.
+template <int N>
+using Eights = U16<N / 2>;
+QUILLON_INLINE void AddEights(U16<8>& sums, U8<16> bytes) {
+  sums = BitCast<U16<8>>(vpadalq_u8(BitCast<uint16x8_t>(sums), BitCast<uint8x16_t>(bytes)));
+}
+QUILLON_INLINE U64<2> SumsOfEights(U16<8> sums) {
+  return BitCast<U64<2>>(vpaddlq_u32(vpaddlq_u16(BitCast<uint16x8_t>(sums))));
+}
 QUILLON_INLINE U64<2> SumsOf8(U8<16> v) {
-  const uint16x8_t pairs = vpaddlq_u8(BitCast<uint8x16_t>(v));
-  return BitCast<U64<2>>(vpaddlq_u32(vpaddlq_u16(pairs)));
+  return SumsOfEights(BitCast<U16<8>>(vpaddlq_u8(BitCast<uint8x16_t>(v))));
 }
 
 // Each top bit is moved to the bit of its place within eight bytes; their sums are the two halves.
@@ -64,6 +72,17 @@ QUILLON_INLINE void Deinterleave(U8<16>& a, U8<16>& b, U8<16>& c) {
     return BitCast<U8<16>>(vqtbl3q_u8(pixels, BitCast<uint8x16_t>(kEveryThird + first)));
   };
   a = plane(0), b = plane(1), c = plane(2);
+}
+
+// ---- any lanes ---------------------------------------------------------------------------------
+
+template <class V>
+QUILLON_INLINE V ShiftLeft(V v, int bits) {
+  return v << bits;
+}
+template <class V>
+QUILLON_INLINE V ShiftRight(V v, int bits) {
+  return v >> bits;
 }
 
 // ---- 16-bit lanes ------------------------------------------------------------------------------

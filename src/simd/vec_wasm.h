@@ -16,11 +16,23 @@ QUILLON_INLINE U8<16> SubSaturate(U8<16> a, U8<16> b) {
 QUILLON_INLINE U8<16> Average(U8<16> a, U8<16> b) {
   return BitCast<U8<16>>(wasm_u8x16_avgr(BitCast<v128_t>(a), BitCast<v128_t>(b)));
 }
-QUILLON_INLINE U64<2> SumsOf8(U8<16> v) {
-  const v128_t pairs = wasm_u16x8_extadd_pairwise_u8x16(BitCast<v128_t>(v));
-  const auto quads = BitCast<U64<2>>(wasm_u32x4_extadd_pairwise_u16x8(pairs));
+
+// Pairs of columns go down in 16 bits each.
+template <int N>
+using Eights = U16<N / 2>;
+QUILLON_INLINE void AddEights(U16<8>& sums, U8<16> bytes) {
+  sums += BitCast<U16<8>>(wasm_u16x8_extadd_pairwise_u8x16(BitCast<v128_t>(bytes)));
+}
+QUILLON_INLINE U64<2> SumsOfEights(U16<8> sums) {
+  const auto quads = BitCast<U64<2>>(wasm_u32x4_extadd_pairwise_u16x8(BitCast<v128_t>(sums)));
   return (quads & 0xFFFFFFFF) + (quads >> 32);
 }
+QUILLON_INLINE U64<2> SumsOf8(U8<16> v) {
+  U16<8> sums = {};
+  AddEights(sums, v);
+  return SumsOfEights(sums);
+}
+
 QUILLON_INLINE uint32_t MoveMask(U8<16> v) { return wasm_i8x16_bitmask(BitCast<v128_t>(v)); }
 QUILLON_INLINE uint32_t MoveWordMask(U32<4> v) { return wasm_i32x4_bitmask(BitCast<v128_t>(v)); }
 
@@ -46,6 +58,22 @@ QUILLON_INLINE void Deinterleave(U8<16>& a, U8<16>& b, U8<16>& c) {
   c = __builtin_shufflevector(red, c, 0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 16, 19, 22, 25, 28, 31);
 }
 
+// ---- any lanes ---------------------------------------------------------------------------------
+
+// Out of a loop, the compiler would move the spreading of the number of bits over all lanes; then
+// it no longer sees that they are alike, and shifts lane by lane. Here it takes the number for a
+// new one each time.
+template <class V>
+QUILLON_INLINE V ShiftLeft(V v, int bits) {
+  asm volatile("" : "+r"(bits));
+  return v << bits;
+}
+template <class V>
+QUILLON_INLINE V ShiftRight(V v, int bits) {
+  asm volatile("" : "+r"(bits));
+  return v >> bits;
+}
+
 // ---- 16-bit lanes ------------------------------------------------------------------------------
 
 QUILLON_INLINE U16<8> MulHigh(U16<8> a, U16<8> b) {
@@ -54,14 +82,17 @@ QUILLON_INLINE U16<8> MulHigh(U16<8> a, U16<8> b) {
   const auto high = BitCast<U16<8>>(wasm_u32x4_extmul_high_u16x8(x, y));
   return __builtin_shufflevector(low, high, 1, 3, 5, 7, 9, 11, 13, 15);
 }
-QUILLON_INLINE I16<8> MulHigh(I16<8> a, I16<8> b) {
-  const auto x = BitCast<v128_t>(a), y = BitCast<v128_t>(b);
-  const auto low = BitCast<I16<8>>(wasm_i32x4_extmul_low_i16x8(x, y));
-  const auto high = BitCast<I16<8>>(wasm_i32x4_extmul_high_i16x8(x, y));
-  return __builtin_shufflevector(low, high, 1, 3, 5, 7, 9, 11, 13, 15);
-}
 QUILLON_INLINE I32<4> DotPairs(I16<8> a, I16<8> b) {
   return BitCast<I32<4>>(wasm_i32x4_dot_i16x8(BitCast<v128_t>(a), BitCast<v128_t>(b)));
+}
+// Products of the even and of the odd places, with 0 for the others. Their high halves stand at odd
+// places, so half of them stay where they are.
+QUILLON_INLINE I16<8> MulHigh(I16<8> a, I16<8> b) {
+  const auto pairs = BitCast<U32<4>>(b);
+  const auto even = BitCast<U32<4>>(DotPairs(a, BitCast<I16<8>>(pairs & 0xFFFF)));
+  const I32<4> odd = DotPairs(a, BitCast<I16<8>>(pairs & 0xFFFF0000));
+  return __builtin_shufflevector(BitCast<I16<8>>(even >> 16), BitCast<I16<8>>(odd), 0, 9, 2, 11, 4,
+                                 13, 6, 15);
 }
 QUILLON_INLINE I16<8> DotBytePairs(U8<16> a, I8<16> b) {
   const auto even = BitCast<I16<8>>(EvenBytes(a)) * (BitCast<I16<8>>(b) << 8 >> 8);

@@ -327,6 +327,28 @@ QUILLON_INLINE U8<64> LookUp(const QuarterTable (&quarter)[4], U8<64> places) {
 
 #endif  // QUILLON_AVX512
 
+// ---- any width ---------------------------------------------------------------------------------
+
+template <class V>
+QUILLON_INLINE V ShiftLeft(V v, int bits) {
+  return v << bits;
+}
+template <class V>
+QUILLON_INLINE V ShiftRight(V v, int bits) {
+  return v >> bits;
+}
+
+template <int N>
+using Eights = U64<N / 8>;
+template <class Sums, class V>
+QUILLON_INLINE void AddEights(Sums& sums, V bytes) {
+  sums += SumsOf8(bytes);
+}
+template <class Sums>
+QUILLON_INLINE Sums SumsOfEights(Sums sums) {
+  return sums;
+}
+
 // ---- one register of the level -----------------------------------------------------------------
 
 template <class Sum, class V>

@@ -63,6 +63,12 @@ const char* CheckBytes() {
     return sum;
   }));
   if constexpr (N <= kVectorBytes) {
+    EightSums<N> sums;
+    for (int i = 0; i < 126; ++i) sums.Add(~U8<N>{});
+    sums.Add(a);
+    sums.Add(b);
+    const auto eights = SumsOf8(a) + SumsOf8(b);
+    QUILLON_HOLDS(Holds(sums.Sums(), [&](int i) { return eights[i] + 126 * 8 * 255; }));
     QUILLON_HOLDS(Holds(BytesFrom<1>(a, b), [&](int i) { return i + 1 < N ? a[i + 1] : b[0]; }));
     QUILLON_HOLDS(
         Holds(BytesFrom<N - 3>(a, b), [&](int i) { return i < 3 ? a[N - 3 + i] : b[i - 3]; }));
@@ -103,6 +109,11 @@ const char* CheckWords() {
                       [&](int i) { return Clamped(i < kWords ? a[i] : b[i - kWords], 0, 255); }));
   QUILLON_HOLDS(Holds(DotPairs(a, b),
                       [&](int i) { return a[2 * i] * b[2 * i] + a[2 * i + 1] * b[2 * i + 1]; }));
+  // Numbers of bits that the compiler does not know.
+  const int bits = static_cast<int>(Random() % 16);
+  QUILLON_HOLDS(Holds(ShiftLeft(u, bits), [&](int i) { return (u[i] << bits) & 0xFFFF; }));
+  QUILLON_HOLDS(Holds(ShiftRight(u, bits), [&](int i) { return u[i] >> bits; }));
+  QUILLON_HOLDS(Holds(ShiftRight(a, bits), [&](int i) { return a[i] >> bits; }));
   const auto c = RandomLanes<int32_t, kLongs>(0, 32767), d = RandomLanes<int32_t, kLongs>(0, 32767);
   QUILLON_HOLDS(Holds(PackLanes(c, d), [&](int i) { return i < kLongs ? c[i] : d[i - kLongs]; }));
   if constexpr (N <= kVectorBytes) {
