@@ -5,6 +5,7 @@
 #include <cstring>
 #include <limits>
 
+#include "arith/quarter_turn.h"
 #include "arith/rotation_kernels.h"
 #include "core/angle.h"
 #include "core/buffer.h"
@@ -175,13 +176,23 @@ void TurnRows(const Kernels& kernels, const Turn& turn, const Buffer<Spans>& spa
 void RotateInto(const Kernels& kernels, Sampling sampling, const GreyImage& source,
                 GreyImage& result, double angle) {
   const int width = source.width, height = source.height;
+  const Direction direction = DirectionOf(angle);
+  // One quarter puts pixels between pixels where one side is odd and the other even.
+  const bool meets = sampling == Sampling::kNearest || (width - height) % 2 == 0;
+  if (direction.sine == 0 || (direction.cosine == 0 && meets)) {
+    const int quarters = direction.cosine > 0 ? 0
+                         : direction.sine > 0 ? 1
+                         : direction.sine < 0 ? 3
+                                              : 2;
+    return TurnByQuarters(kernels, source, result, quarters);
+  }
   Buffer<double> columnX(static_cast<size_t>(width)), columnY(static_cast<size_t>(width));
   const auto padded = static_cast<size_t>(width) + kLanesBeyond;
   auto fixedX = Buffer<int32_t>::Zeroed(padded), fixedY = Buffer<int32_t>::Zeroed(padded);
   Buffer<Spans> spans(static_cast<size_t>(height));
   if (!columnX || !columnY || !fixedX || !fixedY || !spans) return;
   Turn turn = {.source = source,
-               .direction = DirectionOf(angle),
+               .direction = direction,
                .centreX = (width - 1) / 2.0,
                .centreY = (height - 1) / 2.0,
                .sampling = sampling,

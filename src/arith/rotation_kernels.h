@@ -1,6 +1,7 @@
 // Row kernels of rotation.
 #pragma once
 
+#include <stddef.h>
 #include <stdint.h>
 
 #include "simd/families.h"
@@ -44,6 +45,13 @@ struct RotationKernels {
   // The interpolated pixel; there is a next column and a next row at every position, and at those
   // one unit beyond.
   void (*BilinearRow)(const RotatedRow& row, uint8_t* out, int first, int end);
+
+  // Column x of the `rows` rows of `to` = the `rows` first pixels of row x of `from`, for `columns`
+  // columns. From row to row it is `pitch` bytes.
+  void (*Transpose)(const uint8_t* from, ptrdiff_t fromPitch, int columns, uint8_t* to,
+                    ptrdiff_t toPitch, int rows);
+  // to[x] = from[count - 1 - x]; the rows lie apart.
+  void (*ReverseRow)(const uint8_t* from, uint8_t* to, int count);
 };
 
 }  // namespace quillon

@@ -101,7 +101,8 @@ TEST(Transform, RotationsOfLargeImagesMatchTheirFormula) {
   for (const Size& size : {Size{700, 530}, Size{1031, 64}, Size{64, 1031}}) {
     for (Content content : {Content::kNoise, Content::kExtremes}) {
       Fill(source, size.width, size.height, content);
-      for (double angle : {0.01, 5.0, 30.0, 36.86989764584402, 53.13010235415598, 88.0, 200.0}) {
+      for (double angle : {0.01, 5.0, 30.0, 36.86989764584402, 53.13010235415598, 88.0, 90.0, 180.0,
+                           200.0, 270.0}) {
         for (Sampling sampling : kSamplings) {
           reference::Rotate(sampling, source, expected, angle);
           ForEachLevel([&](const Kernels& level) {
