@@ -69,7 +69,7 @@ Json FlattenSquare(const Json& list, size_t count) {
 
 }  // namespace
 
-Json Arguments::ReadSource(const std::string& name, const py::object& value) {
+std::string GivenPictures::Add(const std::string& name, const py::object& value) {
   if (py::isinstance<py::array>(value)) {
     const Array array = {value};
     if (IsColour(array)) {
@@ -78,6 +78,11 @@ Json Arguments::ReadSource(const std::string& name, const py::object& value) {
       sources_.pictures[name].grey = grey_.emplace_back(array, name.c_str()).get();
     }
     return name;
+  }
+  if (!py::isinstance<py::str>(value) && !py::isinstance<py::bytes>(value) &&
+      !py::hasattr(value, "__fspath__")) {
+    throw py::type_error(name + ": a picture or the name of a file is wanted, this is " +
+                         Shown(value));
   }
   return FileNameOf(value);
 }
@@ -98,15 +103,15 @@ Json Arguments::Read(const Argument& argument, const py::object& value) {
       if (py::isinstance<py::str>(value)) return value.cast<std::string>();
       return {};
     case Type::kFile:
-      return ReadSource(name, value);
+      return pictures_.Add(name, value);
     case Type::kFiles: {
       if (py::isinstance<py::array>(value) || !IsSequence(value)) {
-        return Json::array({ReadSource(name, value)});
+        return Json::array({pictures_.Add(name, value)});
       }
       Json list = Json::array();
       for (const auto& item : py::reinterpret_borrow<py::sequence>(value)) {
-        list.push_back(ReadSource(name + "[" + std::to_string(list.size()) + "]",
-                                  py::reinterpret_borrow<py::object>(item)));
+        list.push_back(pictures_.Add(name + "[" + std::to_string(list.size()) + "]",
+                                     py::reinterpret_borrow<py::object>(item)));
       }
       return list;
     }

@@ -254,7 +254,7 @@ py::array OverStore(std::unique_ptr<CImage<Pixel>> image, uint8_t* first, py::ss
     ClearPadding(*shown);
     Spares<Pixel>::Instance().Give(std::move(shown));
   });
-  image.release();  // the capsule's
+  (void)image.release();  // the capsule's
   return py::array_t<uint8_t>(shape, steps, first, owner);
 }
 

@@ -13,6 +13,7 @@ void AddRegions(pybind11::module_& module);
 void AddNcc(pybind11::module_& module);
 void AddGeoMatch(pybind11::module_& module);
 void AddCalibration(pybind11::module_& module);
+void AddCamera(pybind11::module_& module);
 void AddSamples(pybind11::module_& module);
 
 }  // namespace quillon::python

@@ -29,5 +29,6 @@ PYBIND11_MODULE(_quillon, module) {
   AddNcc(module);
   AddGeoMatch(module);
   AddCalibration(module);
+  AddCamera(module);
   AddSamples(module);
 }

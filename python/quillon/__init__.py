@@ -14,8 +14,9 @@ from __future__ import annotations
 
 from typing import TYPE_CHECKING, Any
 
-from . import objects as _objects, operations as _operations, pixels as _pixels
+from . import calibration as _calibration, objects as _objects, operations as _operations, pixels as _pixels
 from . import prepared as _prepared, recipes as _recipes, things as _things
+from .calibration import *  # noqa: F403
 from .exports import EXPORTS
 from .objects import *  # noqa: F403
 from .operations import *  # noqa: F403
@@ -26,7 +27,7 @@ from .things import *  # noqa: F403
 from .version import __version__
 
 __all__ = ["EXPORTS", "__version__", "batch", "results", "samples"]
-for _module in (_objects, _operations, _pixels, _prepared, _recipes, _things):
+for _module in (_calibration, _objects, _operations, _pixels, _prepared, _recipes, _things):
     __all__ += _module.__all__
 
 
@@ -39,3 +40,14 @@ else:
             raise AttributeError(f"module 'quillon' has no attribute {name!r}")
         import importlib
         return importlib.import_module(f"quillon.{name}")
+
+
+def _watch_a_process_that_reads_its_script() -> None:
+    import sys
+    process = sys.modules.get("multiprocessing.process")
+    if process is not None and getattr(process.current_process(), "_inheriting", False):
+        from . import _guard
+        _guard.watch()
+
+
+_watch_a_process_that_reads_its_script()

@@ -3,9 +3,12 @@
 from __future__ import annotations
 
 import functools
+import math
 import operator
 import os
 from typing import Any, Callable, Dict, TypeVar, cast
+
+import numpy as np
 
 from . import _quillon
 
@@ -14,6 +17,21 @@ Function = TypeVar("Function", bound=Callable[..., Any])
 
 def refuse(name: str, wanted: str, value: object) -> TypeError:
     return TypeError(f"{name}: {wanted} is wanted, this is {_quillon.shown(value)}")
+
+
+def check_image(name: str, value: object) -> None:
+    """Refuses what is no gray or color image."""
+    if not isinstance(value, np.ndarray) or value.dtype != np.uint8:
+        raise refuse(name, "an array of uint8", value)
+    if value.ndim not in (2, 3) or value.shape[2:] not in ((), (3,)) or not value.size:
+        raise ValueError(f"{name}: an array of shape (height, width) or (height, width, 3) is "
+                         f"wanted, this is {_quillon.shown(value)}")
+
+
+def within(name: str, value: float, least: float, most: float) -> None:
+    """Refuses a number outside these bounds."""
+    if not least <= value <= most:
+        raise ValueError(f"{name}: a number from {least:g} to {most:g} is wanted, this is {value}")
 
 
 def _whole(name: str, value: object) -> None:
@@ -31,9 +49,13 @@ def _number(name: str, value: object) -> None:
     if isinstance(value, (bool, str, bytes)):
         raise refuse(name, "a number", value)
     try:
-        float(cast(float, value))
+        number = float(cast(float, value))
     except (TypeError, ValueError):
         raise refuse(name, "a number", value) from None
+    except OverflowError:
+        number = math.inf
+    if not math.isfinite(number):
+        raise ValueError(f"{name}: a finite number is wanted, this is {_quillon.shown(value)}")
 
 
 def _flag(name: str, value: object) -> None:
@@ -48,6 +70,16 @@ def _pair(name: str, value: object) -> None:
         _whole(name, number)
 
 
+def _pair_or_none(name: str, value: object) -> None:
+    if value is not None:
+        _pair(name, value)
+
+
+def _text(name: str, value: object) -> None:
+    if not isinstance(value, str):
+        raise refuse(name, "a text", value)
+
+
 def _file(name: str, value: object) -> None:
     if not isinstance(value, (str, bytes, os.PathLike)):
         raise refuse(name, "a path", value)
@@ -60,7 +92,7 @@ def _file_or_none(name: str, value: object) -> None:
 
 _KINDS: Dict[str, Callable[[str, object], None]] = {
     "int": _whole, "float": _number, "bool": _flag, "Tuple[int, int]": _pair,
-    "FileName": _file, "Optional[FileName]": _file_or_none}
+    "Optional[Tuple[int, int]]": _pair_or_none, "str": _text, "FileName": _file, "Optional[FileName]": _file_or_none}
 
 
 def checked(function: Function) -> Function:

@@ -11,6 +11,7 @@ from typing import Any, Iterable, Optional, Sequence
 import numpy as np
 
 from ._types import Image
+from .calibration import Calibration
 from .results import Inspection
 from .things import Things
 
@@ -86,8 +87,47 @@ def inspection(result: Inspection) -> str:
     return shown
 
 
-def plot(things: Things, image: Optional[Image], axes: Any) -> Any:
+_LONGER = 100  # of residuals, as the command draws them
+
+
+def calibration(camera: Calibration) -> str:
+    """The residuals of all views as arrows over the picture's frame, and a row for each view."""
+    height, width = camera.shape
+    views, arrows = camera.views, ""
+    for n, view in enumerate(views):
+        for corner in view.corners:
+            x, y = corner["x"], corner["y"]
+            to_x, to_y = x + _LONGER * corner["residual_x"], y + _LONGER * corner["residual_y"]
+            arrows += (f"<path d='M{x:.1f} {y:.1f}L{to_x:.1f} {to_y:.1f}' "
+                       f"stroke='hsl({n * 137 % 360} 80% 40%)'><title>view {n}</title></path>")
+    drawn = (f"<svg viewBox='0 0 {width} {height}' style='max-width:100%;width:{min(width, 640)}px'>"
+             f"<rect width='{width}' height='{height}' fill='#fff' stroke='#888'/>"
+             f"<defs><marker id='quillon-tip' orient='auto' markerWidth='4' markerHeight='4' refX='2' "
+             f"refY='2'><path d='M0 0L4 2L0 4Z' stroke='none' fill='#444'/></marker></defs>"
+             f"<g fill='none' stroke-width='1.5' marker-end='url(#quillon-tip)'>{arrows}</g></svg>")
+    return (f"<p>{text.escape(repr(camera)[1:-1])}</p>{drawn}"
+            f"<p>residuals, {_LONGER} times as long</p>" +
+            table(("view", "corners", "RMS", "worst"),
+                  [(n, len(view.corners), view.rms, view.worst) for n, view in enumerate(views)]))
+
+
+def plot_residuals(camera: Calibration, axes: Any, longer: float) -> Any:
     from matplotlib import pyplot  # type: ignore[import]
+    if axes is None:
+        axes = pyplot.subplots()[1]
+    for n, view in enumerate(camera.views):
+        corners = view.corners
+        axes.quiver(corners["x"], corners["y"], longer * corners["residual_x"],
+                    longer * corners["residual_y"], angles="xy", scale_units="xy", scale=1,
+                    color=f"C{n}", width=0.003)
+    height, width = camera.shape
+    axes.set(xlim=(-0.5, width - 0.5), ylim=(height - 0.5, -0.5), aspect="equal",
+             title=f"residuals, {longer:g} times as long: RMS {camera.rms:.3f} pixels")
+    return axes
+
+
+def plot(things: Things, image: Optional[Image], axes: Any) -> Any:
+    from matplotlib import pyplot
     from matplotlib.collections import PolyCollection  # type: ignore[import]
     if axes is None:
         axes = pyplot.subplots()[1]

@@ -31,16 +31,15 @@ from dataclasses import dataclass, field
 from itertools import islice
 from pathlib import Path
 from typing import (
-    Any, Callable, Dict, Generator, Iterable, Iterator, List, NamedTuple, Optional, Tuple,
-    Union)
+    Any, Callable, Dict, Generator, Iterable, Iterator, List, NamedTuple, Optional, Tuple)
 
 from . import _quillon
-from ._checks import refuse
+from ._checks import checked, refuse
 from ._threads import in_order
+from ._types import FileName
 from .recipes import Recipe
 
 Record = Dict[str, Any]
-FileName = Union[str, "os.PathLike[str]"]
 Frame = Any  # a pandas.DataFrame
 
 IMAGE_ENDINGS = (".png", ".jpg", ".jpeg", ".tif", ".tiff", ".bmp", ".pgm", ".ppm")
@@ -83,9 +82,21 @@ def _beside(recipe: str, file: str) -> str:
     return f"{scheme}://{posixpath.normpath(posixpath.join(posixpath.dirname(path), file))}"
 
 
+def _list_of_names(name: str, given: Any) -> List[str]:
+    if isinstance(given, (str, bytes, os.PathLike)) or not hasattr(given, "__iter__"):
+        raise refuse(name, "a list of paths", given)
+    names = []
+    for i, value in enumerate(given):
+        if not isinstance(value, (str, bytes, os.PathLike)):
+            raise refuse(f"{name}[{i}]", "a path", value)
+        names.append(os.fsdecode(value))
+    return names
+
+
+@checked
 def list_images(folder: FileName) -> List[str]:
     """The images in a folder or a store, by name, as `quillon run` finds them."""
-    folder = os.fspath(folder)
+    folder = os.fsdecode(folder)
     try:
         if _is_url(folder):
             store, path = _fsspec().core.url_to_fs(folder)
@@ -138,9 +149,10 @@ class Job:
         return str(recipe)
 
 
+@checked
 def read_job(recipe: FileName, *, objects: bool = False, pages: bool = False) -> Job:
     """The recipe in a file or a store, with the files beside it that it names."""
-    name = os.fspath(recipe)
+    name = os.fsdecode(recipe)
     try:
         text = _contents(name)
         # Files with their whole path are read where the workers are.
@@ -255,10 +267,11 @@ def run(recipe: FileName, images: Iterable[FileName], scheduler: Any = None, *,
 class Batch:
     """What run() does; afterwards csv() tells it as a table."""
 
+    @checked
     def __init__(self, recipe: FileName, images: Iterable[FileName], *,
                  out: Optional[FileName] = None, resume: bool = False, overwrite: bool = False,
                  pages: bool = True, objects: bool = False) -> None:
-        self._images = [os.fspath(image) for image in images]
+        self._images = _list_of_names("images", images)
         self._job = read_job(recipe, objects=objects, pages=pages and out is not None)
         with tempfile.TemporaryDirectory() as folder:
             try:
@@ -351,6 +364,8 @@ def _connect(scheduler: Any) -> Tuple[Any, bool]:
         raise BatchError("clusters need Dask: install python3-distributed") from None
     if isinstance(scheduler, distributed.Client):
         return scheduler, False
+    if not isinstance(scheduler, (str, distributed.deploy.Cluster)):
+        raise refuse("scheduler", "the address of a scheduler or a distributed.Client", scheduler)
     try:
         return distributed.Client(scheduler), True
     except (OSError, ValueError) as error:
@@ -411,6 +426,7 @@ class FrameInspector:
     to measure), and the whole record as a line of JSON.
     """
 
+    @checked
     def __init__(self, recipe: FileName, *, objects: bool = False) -> None:
         self._job = read_job(recipe, objects=objects)
         self._names: List[str] = [row["name"] for row in json.loads(self._job.text)["measurements"]]

@@ -8,6 +8,7 @@ import numpy as np
 from numpy.typing import NDArray
 
 from . import _quillon, operations
+from ._checks import refuse
 from ._types import Image, Layout, Source
 from .things import Things
 
@@ -40,8 +41,11 @@ class Prepared:
 
     def __init__(self, name: str, *args: Any, **kwargs: Any) -> None:
         import inspect
+        if not isinstance(name, str):
+            raise refuse("name", "the name of an operation", name)
         if name not in _quillon.OPERATIONS:
-            raise ValueError(f"name: the name of an operation is wanted, this is {name!r}")
+            raise ValueError("name: the name of an operation is wanted, this is "
+                             f"{_quillon.shown(name)}")
         signature = inspect.signature(getattr(operations, name))
         rows = [row for row in signature.parameters.values()
                 if row.name not in (*_IMAGES, "out", "layout")]
@@ -65,7 +69,10 @@ class Prepared:
         """What the operation gives for its images."""
         given = {**dict(zip(self._images, images)), **named}
         if len(images) + len(named) != len(given) or set(given) != set(self._images):
-            raise TypeError(f"{self._name}: {' and '.join(self._images)} are the images wanted")
+            takes = " and ".join(self._images)
+            given_names = ", ".join([*("an image" for _ in images), *named]) or "nothing"
+            raise TypeError(f"{self._name}: {takes} {'are' if len(self._images) > 1 else 'is'} "
+                            f"wanted, this is {given_names}")
         pictures = tuple(given[name] for name in self._images)
         result = self._native.run(pictures, out, layout)
         return Things.of(result, pictures[0]) if result.dtype.names else result

@@ -5,6 +5,8 @@ from __future__ import annotations
 import os
 from typing import TYPE_CHECKING, Any, Dict, Iterable, Iterator, Optional, Union
 
+import numpy as np
+
 from . import _quillon
 from ._checks import checked, refuse
 from ._types import FileName, Image
@@ -63,4 +65,6 @@ class Recipe:
         taking a frame or inspecting it raises is raised in its place, and ends the work.
         """
         from ._threads import in_order
+        if isinstance(frames, (str, bytes, dict, np.ndarray)) or not hasattr(frames, "__iter__"):
+            raise refuse("frames", "an iterable of images", frames)
         return in_order(lambda frame: self.run(frame, pictures), frames, threads, ahead)

@@ -103,6 +103,14 @@ class LensParameters(NamedTuple):
     coefficients: NDArray[np.float64]  # ten terms, x and y
 
 
+class ChessboardView(NamedTuple):
+    """A picture of a chessboard, and how far its corners lie from where the fit has them."""
+
+    rms: float  # pixels
+    worst: float
+    corners: NDArray[np.void]  # column, row; x, y; residual_x, residual_y: to where the fit has it
+
+
 class Inspection(NamedTuple):
     """What a recipe found in an image."""
 

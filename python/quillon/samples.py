@@ -8,12 +8,16 @@ import numpy as np
 from numpy.typing import NDArray
 
 from . import _quillon
-from ._checks import checked
+from ._checks import checked, within
 from ._types import Image
 
 _BOX = [(side, "i8") for side in ("left", "top", "right", "bottom")]
 _PART = np.dtype([("kind", "U16"), ("area", "i8"), ("x", "f8"), ("y", "f8"), ("angle", "f8"), *_BOX])
 _DEFECT = np.dtype([("name", "U20"), *_BOX])
+
+
+def _seed(seed: int) -> None:
+    within("seed", seed, 0, 2**31 - 1)
 
 
 def _large_enough(shape: Tuple[int, int], least: int) -> None:
@@ -25,6 +29,7 @@ def _large_enough(shape: Tuple[int, int], least: int) -> None:
 def tray(seed: int = 1, shape: Tuple[int, int] = (900, 1200)) -> Tuple[Image, NDArray[np.void]]:
     """A color picture of metal parts on a dark tray; and for each part its kind and place."""
     _large_enough(shape, 200)
+    _seed(seed)
     image, parts = _quillon.draw_tray(seed, shape)
     return image, np.array(parts, _PART)
 
@@ -48,5 +53,11 @@ def board(seed: int = 1, shape: Tuple[int, int] = (640, 640), *, defects: int = 
           stretch_y: float = 1) -> Tuple[Image, NDArray[np.void]]:
     """A gray picture of a circuit board, moved, turned and stretched; and its defects."""
     _large_enough(shape, 200)
+    _seed(seed)
+    within("defects", defects, 0, 1000)
+    for name, value, least, most in (("x", x, -16384, 16384), ("y", y, -16384, 16384),
+                                     ("degrees", degrees, -360, 360), ("stretch_x", stretch_x, 0.5, 2),
+                                     ("stretch_y", stretch_y, 0.5, 2)):
+        within(name, value, least, most)
     image, drawn = _quillon.draw_board(seed, shape, defects, x, y, degrees, stretch_x, stretch_y)
     return image, np.array(drawn, _DEFECT)

@@ -7,6 +7,7 @@ from typing import TYPE_CHECKING, Any, Optional
 
 import numpy as np
 
+from ._checks import check_image, refuse
 from ._types import Image
 
 if TYPE_CHECKING:
@@ -72,6 +73,10 @@ class Things(np.ndarray[Any, np.dtype[np.void]]):
     def plot(self, image: Optional[Image] = None, axes: Any = None) -> Any:
         """Draws the rows over the image with matplotlib; returns the axes."""
         from . import _display
+        if image is not None:
+            check_image("image", image)
+        if axes is not None and not hasattr(axes, "imshow"):
+            raise refuse("axes", "axes of matplotlib", axes)
         return _display.plot(self, self.image if image is None else image, axes)
 
     def _repr_html_(self) -> Optional[str]:
@@ -97,4 +102,7 @@ class _Shown:
 
 def show(image: Image, things: Optional[Things] = None) -> _Shown:
     """Shows an image in a notebook, with things drawn over it."""
+    check_image("image", image)
+    if things is not None and not isinstance(things, Things):
+        raise refuse("things", "an array of things", things)
     return _Shown(image, things)

@@ -82,7 +82,7 @@ READ_ONLY.setflags(write=False)
      "size: an odd whole number from 1 to 32767 is wanted, this is 4"),
     (lambda: quillon.Prepared("mean", sizes=4), TypeError,
      "mean: missing a required argument: 'size'"),
-    (lambda: quillon.Prepared("add")(GRAY), TypeError, "add: a and b are the images wanted"),
+    (lambda: quillon.Prepared("add")(GRAY), TypeError, "add: a and b are wanted, this is an image"),
     (lambda: quillon.Finder(GRAY, angles=4), TypeError,
      "find: got an unexpected keyword argument 'angles'"),
     (lambda: quillon.Finder(GRAY, max=1.5), TypeError,

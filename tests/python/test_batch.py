@@ -3,6 +3,8 @@
 import io
 import json
 import os
+import re
+import signal
 import subprocess
 import sys
 from pathlib import Path
@@ -194,6 +196,17 @@ for record in quillon.batch.run({str(job / 'recipes/parts.json')!r},
 """)
     finished = subprocess.run([sys.executable, script], capture_output=True, text=True)
     assert finished.stderr == "" and len(finished.stdout.splitlines()) == 48
+    # With a client of its own it needs one, and is told so: Dask alone tries again without an end.
+    script.write_text("""import distributed, quillon, warnings
+warnings.simplefilter("ignore")
+client = distributed.Client(n_workers=2, dashboard_address=None)
+list(quillon.batch.run("parts.json", ["1.png"], client))
+""")
+    finished = subprocess.run([sys.executable, "-W", "ignore", script], capture_output=True, text=True,
+                              timeout=120)
+    assert finished.returncode == -signal.SIGTERM and finished.stdout == ""
+    assert re.fullmatch("quillon: script.py starts processes where it is read, .* put what it does "
+                        "below \"if __name__ == '__main__':\" .*\n", finished.stderr)
 
 
 def test_recipes_and_images_lie_in_any_store(job, cluster):
