@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import weakref
 from typing import TYPE_CHECKING, Any, Optional, Sequence, Tuple, TypeVar
 
 import numpy as np
@@ -10,6 +11,7 @@ from numpy.typing import NDArray
 from . import _quillon
 from ._checks import checked
 from ._types import FileName, Image, Layout, Points
+from .things import Things
 
 if TYPE_CHECKING:
     from .results import (
@@ -49,6 +51,7 @@ class Region(_Owner):
     """
 
     _native: _quillon.Region
+    _labelled: Optional[weakref.ReferenceType[Image]] = None
 
     def __init__(self) -> None:
         self._native = _quillon.Region()
@@ -83,6 +86,7 @@ class Region(_Owner):
         not labelled.
         """
         self._native.label(image, low, high)
+        self._labelled = weakref.ref(image)
 
     @checked
     def fill_up(self, image: Image, value: int = 255, *, out: Optional[Image] = None,
@@ -170,14 +174,15 @@ class Region(_Owner):
         """The number of selected blobs."""
         return self._native.selected_count()
 
-    def selected_blobs(self) -> NDArray[np.void]:
-        """The selected blobs as a structured array.
+    def selected_blobs(self) -> Things:
+        """The selected blobs as a structured array, drawn over the labelled image in a notebook.
 
         Columns: area, center_x, center_y; of the minimum rectangle rect_center_x, rect_center_y,
         height, width, angle, and corner1_x to corner4_y; selected.
         """
         rows = self._native.selected_blobs()
-        return rows.view(_scalar_columns(rows.dtype, "corners", _CORNERS))
+        return Things.of(rows.view(_scalar_columns(rows.dtype, "corners", _CORNERS)),
+                         self._labelled() if self._labelled else None)
 
 
 _CORNERS = [f"corner{n}_{axis}" for n in range(1, 5) for axis in "xy"]
@@ -208,6 +213,7 @@ class NccTool(_Owner):
     """
 
     _native: _quillon.NccTool
+    _searched: Optional[weakref.ReferenceType[Image]] = None
 
     def __init__(self) -> None:
         self._native = _quillon.NccTool()
@@ -227,19 +233,21 @@ class NccTool(_Owner):
     @checked
     def find(self, image: Image, min_score: float = 0.7, *, rotate: bool = False,
              angle_min: float = 0.0, angle_max: float = 0.0, scale_min: float = 1.0,
-             scale_max: float = 1.0, max_results: int = 50) -> NDArray[np.void]:
+             scale_max: float = 1.0, max_results: int = 50) -> Things:
         """The matches as a structured array, best first: width, height, x, y, angle, scale, score.
 
         (x, y) is the center; angles are degrees, clockwise as displayed, searched with `rotate`
         alone; scales are relative to the template. At most 500 results.
         """
-        return self._native.find(image, min_score, rotate, angle_min, angle_max, scale_min,
+        rows = self._native.find(image, min_score, rotate, angle_min, angle_max, scale_min,
                                  scale_max, max_results)
+        self._searched = weakref.ref(image)
+        return Things.of(rows, image)
 
     @property
-    def results(self) -> NDArray[np.void]:
+    def results(self) -> Things:
         """The matches of the last search again."""
-        return self._native.results()
+        return Things.of(self._native.results(), self._searched() if self._searched else None)
 
     def correlate(self, image: Image) -> float:
         """The correlation, -1 to 1, of a color image with a color template of its size.

@@ -49,10 +49,16 @@ class Things(np.ndarray[Any, np.dtype[np.void]]):
     def outlines(self) -> NDArray[np.float64]:
         """The corners (x, y) of what each row is drawn as, of shape (n, 4, 2).
 
-        Turned rectangles of matches and circles, lines as rectangles without a width, upright boxes
-        of others.
+        Turned rectangles of matches and circles, lines as rectangles without a width, the least
+        rectangles of a region's blobs, upright boxes of others.
         """
         names = self.dtype.names or ()
+        if "corner1_x" in names:
+            return np.stack([np.stack([self[f"corner{n}_x"], self[f"corner{n}_y"]], axis=-1)
+                             for n in range(1, 5)], axis=1)
+        if "left" not in names:  # of a template tool: the middle stands in the table
+            middle = np.stack([self["x"], self["y"]], axis=-1)[:, None]
+            return self._turned(middle, self["width"], self["height"])
         left, top, right, bottom = (self[side].astype(float)
                                     for side in ("left", "top", "right", "bottom"))
         if not {"score", "diameter", "length"} & {*names}:
@@ -63,6 +69,10 @@ class Things(np.ndarray[Any, np.dtype[np.void]]):
         middle = np.stack([(left + right) / 2, (top + bottom) / 2], axis=-1)[:, None]
         width, height = ((self["length"], 0 * self["length"]) if "length" in names else
                          (self["width"], self["height"]))
+        return self._turned(middle, width, height)
+
+    def _turned(self, middle: NDArray[Any], width: NDArray[Any],
+                height: NDArray[Any]) -> NDArray[np.float64]:
         angle = np.deg2rad(self["angle"])
         across = np.stack([np.cos(angle), np.sin(angle)], axis=-1) * width[:, None] / 2
         down = np.stack([-np.sin(angle), np.cos(angle)], axis=-1) * height[:, None] / 2

@@ -10,7 +10,7 @@ import cv2
 import numpy as np
 import pytest
 import quillon
-from numpy.testing import assert_array_equal
+from numpy.testing import assert_allclose, assert_array_equal
 from pictures import LAYOUTS, scene
 
 GRAY, COLOR = scene(), scene(color=True)
@@ -124,11 +124,28 @@ def test_what_was_found_shows_itself_over_the_image():
     assert np.ptp(circle, axis=0) == pytest.approx([24.5, 24.5], abs=1.5)
     line = quillon.fit_line(side, (35, 30, 20, 30, 0)).outlines()[0]
     assert line[:, 0] == pytest.approx(34.5, abs=0.3) and np.ptp(line[:, 1]) > 20
+    # The tables of objects are drawn as those of the functions are.
+    with quillon.Region() as region, quillon.NccTool() as tool:
+        region.set_polygon(WHOLE)
+        region.label(GRAY, 100, 255)
+        region.compute_features()
+        blobs = region.selected_blobs()
+        tool.teach(board()[PART])
+        matches = tool.find(scene_, rotate=True, angle_min=10, angle_max=30, max_results=1)
+        for table, searched, again in ((blobs, GRAY, region.selected_blobs()),
+                                       (matches, scene_, tool.results)):
+            assert table.image is again.image is searched
+            assert table._repr_html_().count("<polygon") == len(table) > 0
+            assert_array_equal(again.outlines(), table.outlines())
+    assert_allclose(matches.outlines(), turned.outlines(), atol=1.5)
+    whole = blobs[blobs["area"] > 200]
+    assert_allclose(whole.outlines().mean(axis=1), np.stack([whole["center_x"], whole["center_y"]], -1),
+                    atol=3)
     import matplotlib
     matplotlib.use("Agg")
     axes = turned.plot(board())
     assert len(axes.images) == 1 and len(axes.collections[0].get_paths()) == 1
-    del scene_
+    del scene_, searched
     assert len(found.plot().images) == 1 and not turned.plot().images
     result = quillon.Recipe(RECIPE).run(image, pictures=True)._repr_html_()
     assert "<b>fail</b>" in result and result.count("<svg") == 2 and "outside" in result
