@@ -1,9 +1,11 @@
 // Image pyramid beside cv::resize; template matching beside matchTemplate, over a pyramid and at
 // full resolution.
+#include <algorithm>
 #include <cmath>
 #include <opencv2/imgproc.hpp>
 
 #include "families.h"
+#include "ncc/correlation.h"
 #include "ncc/model.h"
 #include "ncc/search.h"
 #include "pyramid/pyramid.h"
@@ -155,9 +157,53 @@ std::string HalfAsBright(const Frame& frame, const PeerFrame& peer) {
   return worst <= 4 ? "" : "pixels differ by up to " + std::to_string(worst);
 }
 
+// The template is the picture as it is left by a fault: its darker half lost.
+ColourImage& MakeFaulty(const ColourImage& picture, ColourImage& faulty) {
+  faulty.CopyFrom(&picture);
+  for (int i = 0; i < faulty.imageSize; ++i) faulty.bits[i] = std::max<uint8_t>(faulty.bits[i], 90);
+  return faulty;
+}
+
+struct OnePosition {
+  NccTool tool;
+  double score = 0;
+};
+
+// The score of a picture with a template of its own size.
+void AddOnePosition() {
+  Add({.name = "ncc_one_position",
+       .bytesPerPixel = 6,
+       .prepare =
+           [](Frame& f) {
+             ColourImage faulty;
+             const auto state = std::make_shared<OnePosition>();
+             BuildSingleLevelModel(f.kernels, MakeFaulty(f.colour, faulty), state->tool);
+             f.state = state;
+           },
+       .ours =
+           [](Frame& f) {
+             auto& state = *static_cast<OnePosition*>(f.state.get());
+             state.score = ScoreOnePosition(f.kernels, f.colour, state.tool);
+           },
+       .preparePeer = [](PeerFrame& f) { cv::max(f.colour, cv::Scalar::all(90), f.other); },
+       .peer = [](PeerFrame& f) { cv::matchTemplate(f.colour, f.other, f.result, cv::TM_CCORR); },
+       .check = [](const Frame& f, const PeerFrame& peer) -> std::string {
+         const auto& state = *static_cast<const OnePosition*>(f.state.get());
+         cv::Mat a, b;
+         peer.colour.reshape(1, 1).convertTo(a, CV_64F);
+         peer.other.reshape(1, 1).convertTo(b, CV_64F);
+         a -= cv::mean(a);
+         b -= cv::mean(b);
+         const double exact = a.dot(b) / std::sqrt(a.dot(a) * b.dot(b));
+         return std::abs(state.score - exact) < 1e-9 ? "" : "scores differ";
+       },
+       .sizes = {{32, 32}, {64, 64}, {640, 480}, {1920, 1080}}});
+}
+
 }  // namespace
 
 void AddTemplateMatching() {
+  AddOnePosition();
   Add({.name = "pyramid_16",
        .bytesPerPixel = 1,
        .ours = [](Frame& f) { ReduceImageBy16(f.kernels, f.source, f.result); },

@@ -2,7 +2,6 @@
 
 #include <cmath>
 
-#include "core/grey_kernels.h"
 #include "ncc/correlation_kernels.h"
 #include "simd/kernels.h"
 
@@ -11,7 +10,7 @@ namespace quillon {
 void AddProducts(const Kernels& kernels, const uint8_t* image, const uint8_t* pattern, int count,
                  PixelSums& sums) {
   uint64_t added[3];
-  kernels.correlation.SumProducts(image, pattern, count, added);
+  kernels.correlation.SumProducts(image, 0, pattern, 0, count, 1, added);
   sums.image += added[0];
   sums.imageSquared += added[1];
   sums.products += added[2];
@@ -33,17 +32,14 @@ double ScoreOnePosition(const Kernels& kernels, const ColourImage& image, const 
       image.height != pattern.height) {
     return 0.0;
   }
-  const int width = image.width;
-  Buffer<uint8_t> planes(3 * static_cast<size_t>(width));
-  if (!planes) return 0.0;
-  uint8_t* const plane[] = {planes.data(), planes.data() + width, planes.data() + 2 * width};
-  PixelSums sums;
-  for (int y = 0; y < image.height; ++y) {
-    kernels.grey.SplitRow(image.rows[y], plane[0], plane[1], plane[2], width);
-    for (int i = 0; i < 3; ++i) AddProducts(kernels, plane[i], pattern.Plane(i)[y], width, sums);
-  }
-  const auto values = 3 * static_cast<uint32_t>(width) * static_cast<uint32_t>(image.height);
-  return Correlation(sums, values, pattern.mean, pattern.deviation, /*flat=*/0.0);
+  // The sums run over all three channels, so rows are multiplied as they are.
+  const int rowBytes = 3 * image.width;
+  uint64_t sums[3];
+  kernels.correlation.SumProducts(image.rows[0], -ptrdiff_t{image.stride}, tool.packed.data(),
+                                  rowBytes, rowBytes, image.height, sums);
+  const auto values = static_cast<uint32_t>(rowBytes) * static_cast<uint32_t>(image.height);
+  return Correlation({sums[0], sums[1], sums[2]}, values, pattern.mean, pattern.deviation,
+                     /*flat=*/0.0);
 }
 
 }  // namespace quillon

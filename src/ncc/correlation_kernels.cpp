@@ -13,50 +13,99 @@ QUILLON_INLINE uint64_t SumLanes(V v) {
   return sum;
 }
 
-// Products of bytes, four neighbours a lane: at most 4 * 255^2.
-template <class V>
-QUILLON_INLINE auto ProductSums(V a, V b) {
+// Where a lane can add four products of an unsigned and a signed byte, one side is shifted down by
+// 128. Elsewhere bytes are multiplied as 16-bit numbers.
+#if QUILLON_BYTE_DOTS
+constexpr int kBias = 128;
+#else
+constexpr int kBias = 0;
+#endif
+
+// Each lane plus the products of four neighbouring bytes a and b - kBias: at most 4 * 255^2.
+template <class Sums, class V>
+QUILLON_INLINE Sums AddByteProducts(Sums sums, V a, V b) {
+#if QUILLON_BYTE_DOTS
+  return AddDotBytes(sums, a, b ^ kBias);
+#else
   using Words = I16<sizeof(V) / 2>;
-  return DotPairs(BitCast<Words>(EvenBytes(a)), BitCast<Words>(EvenBytes(b))) +
+  return sums + DotPairs(BitCast<Words>(EvenBytes(a)), BitCast<Words>(EvenBytes(b))) +
          DotPairs(BitCast<Words>(OddBytes(a)), BitCast<Words>(OddBytes(b)));
+#endif
 }
 
-void SumProducts(const uint8_t* a, const uint8_t* b, int count, uint64_t sums[3]) {
+// Sums of a, of a * a and of a * b, a vector at a time.
+template <int kBytes>
+struct ProductAccumulator {
+  U64<kBytes / 8> values = {};
+  I32<kBytes / 4> squares = {}, products = {};
+
+  QUILLON_INLINE void Add(U8<kBytes> a, U8<kBytes> b) {
+    values += SumsOf8(a);
+    squares = AddByteProducts(squares, a, a);
+    products = AddByteProducts(products, a, b);
+  }
+  QUILLON_INLINE void MoveTo(uint64_t (&sums)[3]) {
+    const uint64_t value = SumLanes(values);
+    sums[0] += value;
+    sums[1] += SumLanes(squares) + kBias * value;
+    sums[2] += SumLanes(products) + kBias * value;
+    *this = {};
+  }
+};
+
+// From byte 16 - n on, the last n of 16 bytes.
+alignas(16) constexpr uint8_t kLastBytes[32] = {
+    0,   0,   0,   0,   0,   0,   0,   0,   0,   0,   0,   0,   0,   0,   0,   0,
+    255, 255, 255, 255, 255, 255, 255, 255, 255, 255, 255, 255, 255, 255, 255, 255};
+
+void SumProducts(const uint8_t* a, ptrdiff_t aPitch, const uint8_t* b, ptrdiff_t bPitch, int count,
+                 int rows, uint64_t (&sums)[3]) {
+  // Lanes of 32 bits hold 8256 sums of four products; they are emptied in time. After the blocks of
+  // a row, at most kVectorBytes / 16 more vectors come.
+  constexpr int kMost = 8192;
   sums[0] = sums[1] = sums[2] = 0;
-  // Lanes of 32 bits hold 8256 sums of four products; stretches stay below that.
-  constexpr int kStretch = 8192 * kVectorBytes;
-  int x = 0;
-  while (x <= count - kVectorBytes) {
-    const int end = count - x < kStretch ? count : x + kStretch;
-    U64<kVectorBytes / 8> values = {};
-    I32<kVectorBytes / 4> squares = {}, products = {};
-    for (; x <= end - kVectorBytes; x += kVectorBytes) {
-      const auto va = Load<uint8_t, kVectorBytes>(a + x), vb = Load<uint8_t, kVectorBytes>(b + x);
-      values += SumsOf8(va);
-      squares += ProductSums(va, va);
-      products += ProductSums(va, vb);
+  ProductAccumulator<kVectorBytes> wide;
+  ProductAccumulator<16> narrow;
+  int held = 0;
+  for (int y = 0; y < rows; ++y, a += aPitch, b += bPitch) {
+    int x = 0;
+    while (x <= count - kVectorBytes) {
+      const int blocks = (count - x) / kVectorBytes, room = kMost - held;
+      const int end = x + (blocks < room ? blocks : room) * kVectorBytes;
+      held += (end - x) / kVectorBytes;
+      for (; x < end; x += kVectorBytes) {
+        wide.Add(Load<uint8_t, kVectorBytes>(a + x), Load<uint8_t, kVectorBytes>(b + x));
+      }
+      if (held == kMost) wide.MoveTo(sums), narrow.MoveTo(sums), held = 0;
     }
-    sums[0] += SumLanes(values);
-    sums[1] += SumLanes(squares);
-    sums[2] += SumLanes(products);
+    for (; x <= count - 16; x += 16, ++held) {
+      narrow.Add(Load<uint8_t, 16>(a + x), Load<uint8_t, 16>(b + x));
+    }
+    const int rest = count - x;
+    if (rest > 0 && count >= 16) {
+      const auto part = Load<uint8_t, 16>(a + count - 16) & Load<uint8_t, 16>(kLastBytes + rest);
+      narrow.Add(part, Load<uint8_t, 16>(b + count - 16));
+      ++held;
+    } else {
+      for (; x < count; ++x) {
+        sums[0] += a[x];
+        sums[1] += static_cast<uint64_t>(a[x] * a[x]);
+        sums[2] += static_cast<uint64_t>(a[x] * b[x]);
+      }
+    }
+    if (held >= kMost) wide.MoveTo(sums), narrow.MoveTo(sums), held = 0;
   }
-  for (; x < count; ++x) {
-    sums[0] += a[x];
-    sums[1] += static_cast<uint64_t>(a[x] * a[x]);
-    sums[2] += static_cast<uint64_t>(a[x] * b[x]);
-  }
+  wide.MoveTo(sums);
+  narrow.MoveTo(sums);
 }
 
 // ---- packed rows --------------------------------------------------------------------------------
-// Where a lane can add four products of an unsigned and a signed byte, the pattern is shifted down
-// by 128. Elsewhere it adds two products of 16-bit elements.
+// Patterns are shifted down by kBias.
 
 #if QUILLON_BYTE_DOTS
 using Element = uint8_t;
-constexpr int kBias = 128;
 #else
 using Element = int16_t;
-constexpr int kBias = 0;
 #endif
 constexpr int kGroup = 4 / static_cast<int>(sizeof(Element));  // products a lane
 

@@ -35,8 +35,10 @@ struct ScoreBound {
 };
 
 struct CorrelationKernels {
-  // The sums of a[i], of a[i] * a[i] and of a[i] * b[i].
-  void (*SumProducts)(const uint8_t* a, const uint8_t* b, int count, uint64_t sums[3]);
+  // The sums of a[i], of a[i] * a[i] and of a[i] * b[i] over `count` bytes of each of `rows` rows,
+  // which are a pitch apart.
+  void (*SumProducts)(const uint8_t* a, ptrdiff_t aPitch, const uint8_t* b, ptrdiff_t bPitch,
+                      int count, int rows, uint64_t (&sums)[3]);
 
   int elementBytes;  // of packed rows
   int patternBias;   // packed patterns hold pixel - patternBias where they take part

@@ -31,17 +31,27 @@ bool AllocateLevel(int width, int height, int planes, NccLevel& level) {
   return true;
 }
 
-void CopyPlanes(const Kernels&, const GreyImage& image, NccLevel& level) {
+// The template's pixels into the full level; those of a colour template as they are, too.
+bool CopyTemplate(const Kernels&, const GreyImage& image, NccTool& tool) {
+  NccLevel& level = tool.levels[0];
+  if (!AllocateLevel(image.width, image.height, 1, level)) return false;
   for (int y = 0; y < level.height; ++y) {
     std::memcpy(level.Plane(0)[y], image.rows[y], static_cast<size_t>(level.width));
   }
+  return true;
 }
 
-void CopyPlanes(const Kernels& kernels, const ColourImage& image, NccLevel& level) {
+bool CopyTemplate(const Kernels& kernels, const ColourImage& image, NccTool& tool) {
+  NccLevel& level = tool.levels[0];
+  const size_t rowBytes = 3 * static_cast<size_t>(image.width);
+  tool.packed = Buffer<uint8_t>(rowBytes * static_cast<size_t>(image.height));
+  if (!tool.packed || !AllocateLevel(image.width, image.height, 3, level)) return false;
   for (int y = 0; y < level.height; ++y) {
+    std::memcpy(tool.packed.data() + rowBytes * static_cast<size_t>(y), image.rows[y], rowBytes);
     kernels.grey.SplitRow(image.rows[y], level.Plane(0)[y], level.Plane(1)[y], level.Plane(2)[y],
                           level.width);
   }
+  return true;
 }
 
 // Calls visit(first, last, y) for every run of zero bytes.
@@ -144,9 +154,8 @@ bool BuildNccModel(const Kernels& kernels, const CImage<Pixel>& image, bool useM
   constexpr int kPlanes = sizeof(Pixel);
   tool.kind = ModelKind::kNone;
   tool.maskEnabled = useMask;
-  NccLevel& full = tool.levels[0];
-  if (!AllocateLevel(image.width, image.height, kPlanes, full)) return false;
-  CopyPlanes(kernels, image, full);
+  if (!CopyTemplate(kernels, image, tool)) return false;
+  const NccLevel& full = tool.levels[0];
   if (useMask && !MaskFromTemplate(full, tool.masks[0])) return false;
   const uint32_t pixels =
       useMask ? tool.masks[0].careCount
@@ -166,8 +175,7 @@ bool BuildNccModel(const Kernels& kernels, const CImage<Pixel>& image, bool useM
 
 bool BuildSingleLevelModel(const Kernels& kernels, const ColourImage& image, NccTool& tool) {
   tool.kind = ModelKind::kNone;
-  if (!AllocateLevel(image.width, image.height, 3, tool.levels[0])) return false;
-  CopyPlanes(kernels, image, tool.levels[0]);
+  if (!CopyTemplate(kernels, image, tool)) return false;
   ComputeStatistics(kernels, nullptr, tool.levels[0]);
   tool.kind = ModelKind::kColour;
   return true;

@@ -49,6 +49,7 @@ constexpr int kMaxNccResults = 500;
 struct quillon::NccTool {
   std::array<NccLevel, kMaxPyramidLevel + 1> levels;
   std::array<NccMask, kMaxPyramidLevel + 1> masks;  // filled while maskEnabled
+  quillon::Buffer<uint8_t> packed;  // of a colour model, its template's rows as images hold them
   std::array<NccResult, kMaxNccResults> results = {};
   int resultCount = 0;
   int maxResults = 0;         // of the last search, after its limits
