@@ -6,6 +6,7 @@
 #include <numeric>
 #include <string>
 
+#include "kit/boards/blocks.h"
 #include "kit/boards/local_check.h"
 #include "kit/errors.h"
 #include "kit/text/text.h"
@@ -99,25 +100,32 @@ BoardInspector::Brightness BoardInspector::Measure(const GreyImage& image) {
   IxOtsuThreshold(&scratch_);
   Require(scratch_);
   constexpr int kRowsPerMean = 4;
-  Brightness result = {.level = 0, .contrast = 0};
+  unsigned char level = 0;
   int64_t count = 0, darkCount = 0, sum = 0, darkSum = 0;
   for (int y = 0; y < sample_.height; ++y) {
     const unsigned char *grey = sample_.rows[y], *bright = scratch_.rows[y];
-    for (int x = 0; x < sample_.width; ++x) {
-      result.level = std::max<int>(result.level, bright[x] ? 0 : grey[x]);
-    }
+    InBlocks(sample_.width, [&](int first, auto length) {
+      for (int i = 0; i < length; ++i) {
+        const auto dark = static_cast<unsigned char>(grey[first + i] & ~bright[first + i]);
+        level = std::max(level, dark);
+      }
+    });
     if (y % kRowsPerMean != 0) continue;
     int rowSum = 0, rowDark = 0, rowDarkSum = 0;
-    for (int x = 0; x < sample_.width; ++x) {
-      rowSum += grey[x];
-      rowDark += bright[x] == 0;
-      rowDarkSum += bright[x] ? 0 : grey[x];
-    }
+    InBlocks(sample_.width, [&](int first, auto length) {
+      for (int i = 0; i < length; ++i) {
+        const int x = first + i;
+        rowSum += grey[x];
+        rowDark += bright[x] == 0;
+        rowDarkSum += grey[x] & ~bright[x];
+      }
+    });
     count += sample_.width;
     sum += rowSum;
     darkCount += rowDark;
     darkSum += rowDarkSum;
   }
+  Brightness result = {.level = level, .contrast = 0};
   if (darkCount > 0 && darkCount < count) {
     result.contrast = static_cast<double>(sum - darkSum) / static_cast<double>(count - darkCount) -
                       static_cast<double>(darkSum) / static_cast<double>(darkCount);

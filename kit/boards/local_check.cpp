@@ -100,6 +100,23 @@ Window Deep(const Window& window, int radius) {
   return result;
 }
 
+// With the eight neighbours of everything that is set.
+Window Wider(const Window& window) {
+  Window across, result;
+  for (int y = 0; y < kSide; ++y) across[y] = window[y] | window[y] << 1 | window[y] >> 1;
+  for (int y = 0; y < kSide; ++y) {
+    result[y] = across[std::max(y - 1, 0)] | across[y] | across[std::min(y + 1, kSide - 1)];
+  }
+  return result;
+}
+
+Window Inverted(Window window) {
+  for (uint64_t& row : window.rows) row = ~row;
+  return window;
+}
+
+Window Thinner(const Window& window) { return Inverted(Wider(Inverted(window))); }
+
 // One place of a board, and what of it can be judged.
 struct Place {
   Window certain, possible, other, judged;
@@ -138,9 +155,14 @@ int Misfit(const Place& place, const Window& counted, Move move, int limit) {
   return misfit;
 }
 
+struct Fit {
+  Move move = {0, 0};
+  int misfit = 0;  // pixels that differ, and what the move costs
+};
+
 // Where the tested board fits the good one best; small moves are preferred. Goes downhill from
 // where it is.
-Move BestMove(const Place& place, int reach) {
+Fit BestFit(const Place& place, int reach) {
   constexpr int kPerSquare = 4;  // pixels that must fit better, for a move by one
   const uint64_t inner = ~uint64_t{0} >> (2 * reach) << reach;
   Window counted;  // what is known wherever the board is moved
@@ -164,7 +186,7 @@ Move BestMove(const Place& place, int reach) {
       }
     }
   }
-  return best;
+  return {best, least};
 }
 
 // Of what differs: that which is as wide as the tolerance; and, however thin, what lies so deep in
@@ -174,6 +196,58 @@ Window Real(const Window& differs, const Window& own, int tolerance) {
   Window real = Opened(differs, tolerance);
   for (int y = 0; y < kSide; ++y) real[y] |= differs[y] & deep[y];
   return real;
+}
+
+// What is real of what differs where a place fits best, on the tested picture.
+struct Differences {
+  Window missing, extra;
+};
+
+Differences DifferencesOf(const Place& place, Move move, int tolerance) {
+  Window lost, added, ground;
+  for (int i = 0; i < kSide; ++i) {
+    const uint64_t moved = place.other.Moved(i, move.x, move.y);
+    ground[i] = ~place.possible[i];
+    lost[i] = place.certain[i] & ~moved & place.judged[i];
+    added[i] = moved & ground[i] & place.judged[i];
+  }
+  lost = Real(lost, place.certain, tolerance);
+  added = Real(added, ground, tolerance);
+  Differences differences;
+  for (int i = 0; i < kSide; ++i) {
+    differences.missing[i] = lost.Moved(i, -move.x, -move.y);
+    differences.extra[i] = added.Moved(i, -move.x, -move.y);
+  }
+  return differences;
+}
+
+// Whether there are any in the middle part of the window and `around` it.
+bool Any(const Differences& differences, int around) {
+  const int begin = kAround - around, end = kSide - begin;
+  const uint64_t columns = ~uint64_t{0} >> (2 * begin) << begin;
+  uint64_t any = 0;
+  for (int y = begin; y < end; ++y) any |= differences.missing[y] | differences.extra[y];
+  return (any & columns) != 0;
+}
+
+// Edges that wander by as much on both sides of a track fit nowhere. Where the place fits much
+// better with all edges a pixel farther out, or in, its tracks are wider, or narrower: and where
+// nothing differs besides, nothing does.
+Differences Judge(const Place& place, int reach, int tolerance) {
+  constexpr int kGain = 24;  // pixels that must fit better
+  constexpr int kNear = 8;   // pixels around the place: what differs there belongs to a defect here
+  const Fit fit = BestFit(place, reach);
+  const Differences result = DifferencesOf(place, fit.move, tolerance);
+  if (!Any(result, 0)) return result;
+  for (const Window& other : {Wider(place.other), Thinner(place.other)}) {
+    Place changed = place;
+    changed.other = other;
+    const Fit changedFit = BestFit(changed, reach);
+    if (changedFit.misfit > fit.misfit - kGain) continue;
+    const Differences besides = DifferencesOf(changed, changedFit.move, tolerance);
+    if (!Any(besides, kNear)) return {};
+  }
+  return result;
 }
 
 // ---- where pictures were cut --------------------------------------------------------------------
@@ -307,22 +381,9 @@ void CheckLocally(const BoardPlanes& planes, int tolerance, GreyImage& missing, 
       for (int i = 0; i < kSide; ++i) {
         place.judged[i] = isJudged(rows, top - kAround + i) ? judgedColumns : 0;
       }
-      const Move move = BestMove(place, reach);
-      Window lost, added, ground;
-      for (int i = 0; i < kSide; ++i) {
-        const uint64_t moved = place.other.Moved(i, move.x, move.y);
-        ground[i] = ~place.possible[i];
-        lost[i] = place.certain[i] & ~moved & place.judged[i];
-        added[i] = moved & ground[i] & place.judged[i];
-      }
-      const auto show = [&](const Window& differs, const Window& own, GreyImage& plane) {
-        const Window real = Real(differs, own, tolerance);
-        Window seen;  // where the tested picture shows it
-        for (int i = 0; i < kSide; ++i) seen[i] = real.Moved(i, -move.x, -move.y);
-        Unpack(seen, x, y, wide, high, plane);
-      };
-      show(lost, place.certain, missing);
-      show(added, ground, extra);
+      const Differences differences = Judge(place, reach, tolerance);
+      Unpack(differences.missing, x, y, wide, high, missing);
+      Unpack(differences.extra, x, y, wide, high, extra);
     }
   }
 }

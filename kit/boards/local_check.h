@@ -3,7 +3,8 @@
 // The comparison of whole boards asks whether edges lie within the tolerance. That overlooks a bite
 // out of a thin track, whose rest still lies within it, and takes tracks and holes that moved by
 // themselves for defects. So each place that the comparison suspects is laid on the good board once
-// more, alone, where it fits best; a difference is what is left and has some width there.
+// more, alone, where it fits best; a difference is what is left and has some width there, unless
+// nothing is left where all edges are taken to lie a pixel farther out or in.
 //
 // Pictures are often cut out of larger ones, and where they were cut lies elsewhere on each: what
 // comes and goes along such a straight end of all content tells nothing about the board.

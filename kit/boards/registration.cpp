@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstring>
 
+#include "kit/boards/blocks.h"
 #include "kit/errors.h"
 
 namespace quillon::kit {
@@ -28,10 +29,16 @@ int MultipleOf3(int value) { return value - value % 3; }
 
 double StandardDeviation(const unsigned char* values, int count) {
   int64_t sum = 0, squares = 0;
-  for (int i = 0; i < count; ++i) {
-    sum += values[i];
-    squares += values[i] * values[i];
-  }
+  InBlocks(count, [&](int first, auto length) {
+    int blockSum = 0, blockSquares = 0;
+    for (int i = 0; i < length; ++i) {
+      const int value = values[first + i];
+      blockSum += value;
+      blockSquares += value * value;
+    }
+    sum += blockSum;
+    squares += blockSquares;
+  });
   const double mean = static_cast<double>(sum) / count;
   return std::sqrt(std::max(0.0, static_cast<double>(squares) / count - mean * mean));
 }

@@ -79,7 +79,19 @@ std::unique_ptr<Tool> MakeFinder(const Values& values, const Sources&) {
   return std::make_unique<BlobTool>(QueryOf(values));
 }
 
+// No blob of the picture has its centre outside of it: such limits keep none.
+void RequireLines(const Values& values, const char* name, const char* lines, int count) {
+  if (!values.Has(name)) return;
+  const auto range = values.List<int>(name);
+  if (range[1] >= 0 && range[0] < count) return;
+  throw Failure(std::string("'") + name + "' is " + std::to_string(range[0]) + " to " +
+                std::to_string(range[1]) + ", the picture has " + lines + " 0 to " +
+                std::to_string(count - 1));
+}
+
 void FindBlobs(const Call& call) {
+  RequireLines(call.values, "center_x", "columns", call.a.grey->width);
+  RequireLines(call.values, "center_y", "rows", call.a.grey->height);
   auto& tool = static_cast<BlobTool&>(*call.tool);
   tool.blobs = tool.finder.Find(*call.a.grey, tool.query);
   for (const FoundBlob& blob : tool.blobs) {

@@ -1,4 +1,5 @@
 // Where pixels go: scaled, moved, turned, cut out, reduced.
+#include <cstdlib>
 #include <cstring>
 
 #include "kit/errors.h"
@@ -18,6 +19,17 @@ void Scale(const Call& call) {
   if (!call.result.picture.bits) {
     throw Failure("a scaled side would not have 1 to " + std::to_string(kLongestSide) + " pixels");
   }
+}
+
+// What moves wholly out of the picture would leave a black one.
+void Translate(const Call& call) {
+  const GreyImage& image = *call.a.grey;
+  const int dx = call.values.Whole("dx"), dy = call.values.Whole("dy");
+  if (std::abs(dx) >= image.width || std::abs(dy) >= image.height) {
+    throw Failure("moved by " + std::to_string(dx) + ", " + std::to_string(dy) +
+                  " nothing is left of the picture of " + SizeText(image.width, image.height));
+  }
+  IxImageTranslation(&image, &call.result.picture, dx, dy);
 }
 
 template <auto function>
@@ -63,11 +75,7 @@ std::vector<Operation> GeometryOperations() {
        .summary = "moved by whole pixels; uncovered pixels become black",
        .arguments = {shift("dx", "to the right"), shift("dy", "down")},
        .exports = {{"IxImageTranslation"}},
-       .run =
-           [](const Call& call) {
-             IxImageTranslation(call.a.grey, &call.result.picture, call.values.Whole("dx"),
-                                call.values.Whole("dy"));
-           },
+       .run = Translate,
        .movesPixels = true},
       {.name = "rotate",
        .family = kGeometry,

@@ -2,50 +2,23 @@
 #include <algorithm>
 #include <cmath>
 
-#include "kit/errors.h"
 #include "kit/measure/caliper.h"
 #include "kit/measure/fit.h"
 #include "kit/operations/operation.h"
-#include "kit/text/numbers.h"
-#include "kit/text/text.h"
 
 namespace quillon::kit {
 namespace {
 
 constexpr const char *kBox = "box", *kRing = "ring";
 
-// Looking where no pixel is would find nothing, as on a part without edges, and is a mistake.
-void RequirePixels(const char* place, Point least, Point most, const GreyImage& image) {
-  if (most.x >= 0 && most.y >= 0 && least.x <= image.width - 1 && least.y <= image.height - 1) {
-    return;
-  }
-  const auto range = [](double from, double to) {
-    return ShortestDigits(std::floor(from)) + " to " + ShortestDigits(std::ceil(to));
-  };
-  throw Failure(std::string("the ") + place + ", columns " + range(least.x, most.x) + " and rows " +
-                range(least.y, most.y) + ", lies outside the picture of " +
-                SizeText(image.width, image.height));
+TurnedBox BoxOf(const Values& values) {
+  const auto box = values.List<double>(kBox);
+  return {{box[0], box[1], box[4]}, box[2], box[3]};
 }
 
-TurnedBox BoxIn(const Call& call) {
-  const auto list = call.values.List<double>(kBox);
-  const TurnedBox box = {{list[0], list[1], list[4]}, list[2], list[3]};
-  const auto corners = box.Corners();
-  Point least = {corners[0], corners[1]}, most = least;
-  for (size_t i = 2; i < corners.size(); i += 2) {
-    least = {std::min(least.x, corners[i]), std::min(least.y, corners[i + 1])};
-    most = {std::max(most.x, corners[i]), std::max(most.y, corners[i + 1])};
-  }
-  RequirePixels(kBox, least, most, *call.a.grey);
-  return box;
-}
-
-Annulus RingIn(const Call& call) {
-  const auto list = call.values.List<double>(kRing);
-  const Annulus ring = {{list[0], list[1]}, list[2], list[3]};
-  RequirePixels(kRing, {list[0] - list[3], list[1] - list[3]},
-                {list[0] + list[3], list[1] + list[3]}, *call.a.grey);
-  return ring;
+Annulus RingOf(const Values& values) {
+  const auto ring = values.List<double>(kRing);
+  return {{ring[0], ring[1]}, ring[2], ring[3]};
 }
 
 EdgeRule RuleOf(const Values& values) {
@@ -67,7 +40,7 @@ std::array<double, 8> Ends(Point from, Point to) {
 }
 
 void FindEdgesIn(const Call& call) {
-  const TurnedBox box = BoxIn(call);
+  const TurnedBox box = BoxOf(call.values);
   for (const Edge& edge : FindEdges(*call.a.grey, box, RuleOf(call.values))) {
     const double across = edge.position - box.width / 2;
     call.result.things.push_back(
@@ -81,7 +54,7 @@ void FindEdgesIn(const Call& call) {
 }
 
 void FindPairsIn(const Call& call) {
-  const TurnedBox box = BoxIn(call);
+  const TurnedBox box = BoxOf(call.values);
   for (const EdgePair& pair : FindEdgePairs(*call.a.grey, box, RuleOf(call.values))) {
     const Point middle = pair.Middle();
     const TurnedBox bar = {{middle.x, middle.y, box.pose.degrees}, pair.Width(), box.height};
@@ -108,7 +81,7 @@ void AddResidual(const Residual& residual, Thing& thing) {
 // A line's direction is that of its rectangle's height, not turned about: clockwise by 90 degrees
 // from the direction in which edges are looked for.
 void FitLineIn(const Call& call) {
-  const TurnedBox box = BoxIn(call);
+  const TurnedBox box = BoxOf(call.values);
   const auto points =
       EdgesAcross(*call.a.grey, box, call.values.Whole("calipers"), RuleOf(call.values));
   const auto line = FitLine(points, call.values.Number("refuse"));
@@ -125,7 +98,7 @@ void FitLineIn(const Call& call) {
 
 template <auto Fit>
 void FitRound(const Call& call) {
-  const auto points = EdgesAround(*call.a.grey, RingIn(call), call.values.Whole("rays"),
+  const auto points = EdgesAround(*call.a.grey, RingOf(call.values), call.values.Whole("rays"),
                                   call.values.Number("ray_width"), RuleOf(call.values));
   const auto found = Fit(points, call.values.Number("refuse"));
   if (!found) return;

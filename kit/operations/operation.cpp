@@ -85,6 +85,9 @@ void ReadyOperation::RunWith(const Values& values, PictureView a, PictureView b,
   result.things.clear();
   RequirePicture(operation_->inputs[0], a);
   if (operation_->InputCount() == 2) RequirePicture(operation_->inputs[1], b);
+  const bool isColour = operation_->inputs[0] == Kind::kColour;
+  RequirePlacesIn(*operation_, values, isColour ? a.colour->width : a.grey->width,
+                  isColour ? a.colour->height : a.grey->height);
   Guarded([&] { operation_->run({values, a, b, result, tool_.get()}); });
   int place = 0;
   for (Thing& thing : result.things) {

@@ -230,6 +230,7 @@ ImageRecord Inspector::Inspect(const std::string& name, Fill fill) {
   ImageRecord record = {.image = name};
   record.values.resize(recipe_.measurements.size());
   Verdict failure = Verdict::kUnreadable;
+  stepsDone_.reset();
   try {
     GreyImage& grey = contents_[kImageSlot].picture;
     ColourImage& colour = contents_[kColourSlot].colour;
@@ -237,7 +238,7 @@ ImageRecord Inspector::Inspect(const std::string& name, Fill fill) {
     isColour_ = colour.bits;
     if (usesColour_ && !isColour_) ToColour(grey, colour);
     failure = Verdict::kError;
-    for (size_t i = 0; i < recipe_.steps.size(); ++i) Run(i, name);
+    for (stepsDone_ = 0; *stepsDone_ < recipe_.steps.size(); ++*stepsDone_) Run(*stepsDone_, name);
   } catch (const std::bad_alloc&) {
     record.verdict = Verdict::kError;
     record.error = "there is not enough memory for '" + name + "'";

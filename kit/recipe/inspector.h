@@ -54,6 +54,9 @@ class Inspector {
   // hold what they held before.
   const Content& Of(int slot) const { return contents_[static_cast<size_t>(slot)]; }
   bool IsColour() const { return isColour_; }  // the file; "color" may be made from grey
+  // How many steps were done with the last image, all before the one that failed; nothing where
+  // not even the image could be read.
+  std::optional<size_t> StepsDone() const { return stepsDone_; }
 
   // How long a step took with the last image, and what it tells besides its result.
   double Milliseconds(size_t step) const { return milliseconds_[step]; }
@@ -77,6 +80,7 @@ class Inspector {
   Sources sources_;
   bool usesColour_;
   bool isColour_ = false;
+  std::optional<size_t> stepsDone_;
   std::unique_ptr<Content[]> contents_;  // images cannot be moved
   // One for each step; nothing until there is an image to prepare it for.
   std::vector<std::optional<ReadyOperation>> ready_;

@@ -6,7 +6,8 @@ namespace quillon::kit::recipe {
 
 std::vector<Found> AllFound(const Recipe& recipe, const Inspector& inspector) {
   std::vector<Found> found;
-  for (const Step& step : recipe.steps) {
+  for (size_t i = 0; i < inspector.StepsDone().value_or(0); ++i) {
+    const Step& step = recipe.steps[i];
     if (IsPicture(step.operation->output)) continue;
     const int frame = recipe.slots[static_cast<size_t>(step.inputs[0])].frame;
     found.push_back({&step, &inspector.Of(step.output).things, frame});

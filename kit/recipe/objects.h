@@ -16,7 +16,8 @@ struct Found {
   int frame;
 };
 
-// What the inspector found in the image that it inspected last, in the order of the steps.
+// What the inspector found in the image that it inspected last, in the order of the steps that were
+// done.
 std::vector<Found> AllFound(const Recipe& recipe, const Inspector& inspector);
 
 // The kinds of things that a recipe's steps make.

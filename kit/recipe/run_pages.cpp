@@ -69,7 +69,8 @@ Findings Rows(const std::vector<Found>& found) {
           .rows = ObjectRows(found, kinds, kMostRows)};
 }
 
-// The page of an image: a picture for each step, and each thing over the picture of its step.
+// The page of an image: a picture for each step that was done, each thing over the picture of its
+// step, and at the step that failed why it did.
 class StepsPage {
  public:
   StepsPage(const Recipe& recipe, const ImageRecord& record, const Inspector& inspector)
@@ -80,16 +81,20 @@ class StepsPage {
     report_ = {.title = fs::path(record.image).filename().string(),
                .lead = Lead(recipe, record),
                .step = 0};
-    report_.pictures.push_back(Source(inspector, "Image"));
     pictures_[kImageSlot] = pictures_[kColourSlot] = 0;
     findings_.key = "things";
     findings_.facts = {{"recipe", "Recipe", recipe.name}};
-    if (record.verdict == Verdict::kError) return;  // the steps hold what they held before
+    if (!inspector.StepsDone()) return;
+    report_.pictures.push_back(Source(inspector, "Image"));
     const GreyImage& image = inspector.Of(kImageSlot).picture;
     findings_.facts.push_back({"image", "File", record.image});
     findings_.facts.push_back({"size", "Size", SizeText(image.width, image.height)});
     ShowSteps();
-    report_.step = First(record);
+    if (record.error.empty()) {
+      report_.step = First(record);
+    } else {
+      ShowFailure(recipe.steps[*inspector.StepsDone()], record.error);
+    }
   }
 
   std::string Render() const { return RenderReport(report_, findings_); }
@@ -114,7 +119,7 @@ class StepsPage {
     }
     auto next = found.begin();
     int row = 0;
-    for (size_t i = 0; i < recipe_.steps.size(); ++i) {
+    for (size_t i = 0; i < *inspector_.StepsDone(); ++i) {
       if (IsPicture(recipe_.steps[i].operation->output)) {
         ShowPicture(recipe_.steps[i]);
       } else {
@@ -132,6 +137,14 @@ class StepsPage {
     } else {
       report_.pictures.emplace_back(step.name, &content.picture);
     }
+  }
+
+  // The picture that the step read, and why it could not be done with it.
+  void ShowFailure(const Step& step, const std::string& why) {
+    const auto read = static_cast<size_t>(pictures_[static_cast<size_t>(step.inputs[0])]);
+    report_.step = static_cast<int>(report_.pictures.size());
+    report_.pictures.push_back(report_.pictures[read].Again(step.name + ": failed"));
+    report_.pictures.back().SetFault(why);
   }
 
   // Over the picture that the step read, as its tool draws them, with what the tool was taught
@@ -245,6 +258,7 @@ bool Pages::Write(size_t index, const ImageRecord& record, const Inspector& insp
   const std::string path = InRun(PageOf(index, record));
   try {
     WriteFile(path, StepsPage(recipe_, record, inspector).Render());
+    if (!inspector.StepsDone()) return true;
     const auto bytes = Thumbnail(Source(inspector, ""), kThumbnailWidth, kThumbnailHeight);
     WriteFile(InRun(ThumbnailOf(index)),
               {reinterpret_cast<const char*>(bytes.data()), bytes.size()});

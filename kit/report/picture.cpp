@@ -56,6 +56,7 @@ Picture Picture::Again(std::string caption) const {
   again.caption_ = std::move(caption);
   again.drawings_.clear();
   again.ground_ = -1;
+  again.fault_.clear();
   return again;
 }
 

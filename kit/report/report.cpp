@@ -134,8 +134,10 @@ class Page {
       if (url.empty()) {
         url = DataUrl("image/jpeg", Thumbnail(report_.pictures[i], kStripWidth, kStripHeight));
       }
-      html_ += "<button type='button'><img alt='' src='" + url + "'><span>" +
-               Escaped(report_.pictures[i].Caption()) + "</span></button>\n";
+      html_ += report_.pictures[i].Fault().empty() ? "<button type='button'>"
+                                                   : "<button type='button' class='failed'>";
+      html_ += "<img alt='' src='" + url + "'><span>" + Escaped(report_.pictures[i].Caption()) +
+               "</span></button>\n";
     }
     html_ += "</nav>\n";
   }
@@ -183,6 +185,9 @@ class Page {
         ";--h:" + std::to_string(picture.Height()) + "'><img alt='" + Escaped(picture.Caption()) +
         "'" + source + "></div>";
     if (!caption.empty()) html_ += "<figcaption>" + Escaped(caption) + "</figcaption>";
+    if (!picture.Fault().empty()) {
+      html_ += "<figcaption class='failed'>" + Escaped(picture.Fault()) + "</figcaption>";
+    }
     html_ += "</figure>\n";
   }
 

@@ -76,6 +76,10 @@ class Picture {
   void SetGround(int picture) { ground_ = picture; }
   int Ground() const { return ground_; }  // -1: none
 
+  // Why what was to be done with the picture failed, which stands under it.
+  void SetFault(std::string why) { fault_ = std::move(why); }
+  const std::string& Fault() const { return fault_; }  // empty: nothing failed
+
   // The outline around the pixels left ... right, top ... bottom, which are inside.
   void Box(Mark mark, double left, double top, double right, double bottom);
   void Polygon(Mark mark, std::span<const Point> points);
@@ -106,6 +110,7 @@ class Picture {
   std::shared_ptr<const ColourImage> colour_;
   std::vector<Drawing> drawings_ = {};
   int ground_ = -1;
+  std::string fault_ = {};
 };
 
 struct Report {

@@ -135,17 +135,50 @@ TEST(Measuring, LookingWhereNoPixelIsIsAMistake) {
     }
     return "none";
   };
-  EXPECT_EQ(
-      failure("edges", {{"box", {-500, 0, 30, 20, 0}}}),
-      "the box, columns -515 to -485 and rows -10 to 10, lies outside the picture of 200 x 180");
-  EXPECT_EQ(
-      failure("fit-line", {{"box", {100, 215, 20, 60, 90}}}),
-      "the box, columns 70 to 130 and rows 205 to 225, lies outside the picture of 200 x 180");
-  EXPECT_EQ(
-      failure("fit-circle", {{"ring", {230, 50, 5, 20}}}),
-      "the ring, columns 210 to 250 and rows 30 to 70, lies outside the picture of 200 x 180");
-  EXPECT_EQ(failure("edges", {{"box", {-14, 0, 30, 20, 0}}}), "none");
-  EXPECT_EQ(failure("fit-ellipse", {{"ring", {219, 50, 5, 20}}}), "none");
+  struct Refusal {
+    const char* operation;
+    Json arguments;
+    std::string failure;
+  };
+  const std::string nothing = "none", none = " holds no pixel of the picture of 200 x 180";
+  const Refusal cases[] = {
+      {"edges",
+       {{"box", {-500, 0, 30, 20, 0}}},
+       "the box, columns -515 to -485 and rows -10 to 10," + none},
+      {"edges", {{"box", {-14, 0, 30, 20, 0}}}, nothing},
+      {"fit-line",
+       {{"box", {100, 215, 20, 60, 90}}},
+       "the box, columns 70 to 130 and rows 205 to 225," + none},
+      // Beside a corner of the picture, though columns and rows are the picture's.
+      {"edge-pairs",
+       {{"box", {-20, -20, 100, 20, -45}}},
+       "the box, columns -63 to 23 and rows -63 to 23," + none},
+      {"edge-pairs", {{"box", {-20, -20, 100, 60, -45}}}, nothing},
+      {"fit-circle",
+       {{"ring", {230, 50, 5, 20}}},
+       "the ring, columns 210 to 250 and rows 30 to 70," + none},
+      {"fit-ellipse", {{"ring", {219, 50, 5, 20}}}, nothing},
+      // The picture lies in the hole.
+      {"fit-circle",
+       {{"ring", {100, 90, 140, 160}}},
+       "the ring, columns -60 to 260 and rows -70 to 250," + none},
+      {"fit-circle", {{"ring", {100, 90, 130, 160}}}, nothing},
+      {"blobs",
+       {{"center_x", {200, 900}}},
+       "'center_x' is 200 to 900, the picture has columns 0 to 199"},
+      {"blobs",
+       {{"band", {1, 255}}, {"center_y", {-9, -1}}},
+       "'center_y' is -9 to -1, the picture has rows 0 to 179"},
+      {"blobs", {{"band", {1, 255}}, {"center_x", {199, 900}}, {"center_y", {-9, 0}}}, nothing},
+      {"blobs",
+       {{"band", {1, 255}}, {"polygon", {{300, 0}, {400, 0}, {400, 50}}}},
+       "the polygon holds no pixel of the picture of 200 x 180"},
+      {"translate", {{"dx", -200}}, "moved by -200, 0 nothing is left of the picture of 200 x 180"},
+      {"translate", {{"dx", -199}, {"dy", 179}}, nothing},
+  };
+  for (const Refusal& c : cases) {
+    EXPECT_EQ(failure(c.operation, c.arguments), c.failure) << c.operation << c.arguments;
+  }
 }
 
 TEST(Measuring, PointsThatBelongToNothingGiveNothing) {

@@ -33,11 +33,13 @@ TEST(RunPages, HoldEveryImageMeasurementAndVerdict) {
   for (uint32_t i = 0; i < 5; ++i) {
     WriteTray(folder + "/a&b'" + std::to_string(i) + ".png", i + 1, 420, 420);
   }
+  WriteTray(folder + "/y.png", 9, 400, 420);  // too narrow for the second step
   WriteText(folder + "/z.png", "this is not a picture");
   WriteText(scratch / "recipe.json", R"({
     "name": "Parts <&> 'more'", "note": "<note>",
     "steps": [
-      {"name": "part <of> it", "operation": "crop", "input": "image", "left": 10, "top": 10, "width": 400, "height": 390},
+      {"name": "even", "operation": "median-3x3", "input": "image"},
+      {"name": "part <of> it", "operation": "crop", "input": "even", "left": 10, "top": 10, "width": 400, "height": 390},
       {"name": "bright", "operation": "otsu", "input": "part <of> it"},
       {"name": "parts", "operation": "blobs", "input": "bright", "min_area": 50, "max_area": 100000}],
     "measurements": [
@@ -49,7 +51,7 @@ TEST(RunPages, HoldEveryImageMeasurementAndVerdict) {
   const Answer answer = run(out, "1");
   ASSERT_EQ(answer.exitCode, 3) << answer.err;
   const auto files = FilesOf(out);
-  EXPECT_EQ(files.size(), 2u + 2 * 5)
+  EXPECT_EQ(files.size(), 2u + 2 * 6)
       << "index, results, and two files for each image that was read";
 
   std::vector<Json> lines;
@@ -67,27 +69,40 @@ TEST(RunPages, HoldEveryImageMeasurementAndVerdict) {
       EXPECT_EQ(images[i], Json({"", "", -1, -1}));
       continue;
     }
+    const bool isDone = verdict != "error";
     const std::string number = "000" + std::to_string(i + 1),
-                      page = "pages/" + number + "-a_b_" + std::to_string(i) + ".html";
+                      stem = isDone ? "a_b_" + std::to_string(i) : "y",
+                      page = "pages/" + number + "-" + stem + ".html";
     ASSERT_TRUE(files.contains(page)) << page;
     EXPECT_EQ(images[i][0], page);
     EXPECT_EQ(images[i][1], "thumbs/" + number + ".jpg");
     EXPECT_EQ(files.at("thumbs/" + number + ".jpg").substr(0, 2), "\xff\xd8");
     const std::string& text = files.at(page);
     EXPECT_EQ(Count(text, "<p class='verdict " + verdict + "'>"), 1u);
+    const Json data = PageData(text);
+    if (!isDone) {
+      // What was done before the step that failed, and the message at the step.
+      EXPECT_EQ(Count(text, "data:image/png;base64,"), 2u);
+      ASSERT_EQ(data["pictures"].size(), 3u);
+      EXPECT_EQ(data["pictures"][2]["like"], 1);
+      EXPECT_EQ(data["first"], 2);
+      EXPECT_EQ(Count(text, "<figcaption class='failed'>step &#39;part &lt;of&gt; it&#39;: "), 1u);
+      EXPECT_EQ(Count(text, "<span>part &lt;of&gt; it: failed</span>"), 1u);
+      EXPECT_EQ(data["columns"], Json::array()) << "of the image before";
+      continue;
+    }
     const size_t parts = lines[i]["measurements"]["parts"];
     EXPECT_EQ(Count(PageCsv(text), "\nparts,"), parts);
     const std::string largest = std::to_string(lines[i]["measurements"]["largest"].get<int>());
     EXPECT_EQ(Count(text, "<strong>" + largest + "</strong>"), 1u) << largest;
     // The image, a picture for each step, and what was found over the one that it was found in.
-    EXPECT_EQ(Count(text, "data:image/png;base64,"), 3u);
-    const Json data = PageData(text);
-    ASSERT_EQ(data["pictures"].size(), 4u);
-    for (size_t picture = 0; picture < 4; ++picture) {
-      EXPECT_EQ(data["pictures"][picture]["drawings"].size(), picture == 3 ? 4 * parts : 0);
+    EXPECT_EQ(Count(text, "data:image/png;base64,"), 4u);
+    ASSERT_EQ(data["pictures"].size(), 5u);
+    for (size_t picture = 0; picture < 5; ++picture) {
+      EXPECT_EQ(data["pictures"][picture]["drawings"].size(), picture == 4 ? 4 * parts : 0);
     }
-    EXPECT_EQ(data["pictures"][3]["like"], 2);
-    EXPECT_EQ(data["first"], 3);
+    EXPECT_EQ(data["pictures"][4]["like"], 3);
+    EXPECT_EQ(data["first"], 4);
     EXPECT_EQ(Count(text, "<span>part &lt;of&gt; it</span>"), 1u);
     EXPECT_EQ(Count(text, "http"), 0u);
   }
