@@ -127,7 +127,7 @@ TEST_F(Find, TellsWhatIsWrong) {
       {{"find", scene_, part_}, 1, {"300 x 220", "larger than the picture, 64 x 64"}},
       {{"find", part_, scene_, "--region", "300", "9", "5", "5"},
        1,
-       {"column 300, row 9", "no pixel of the picture, 300 x 220"}},
+       {"columns 300 to 304 and rows 9 to 13", "no pixel of the picture of 300 x 220"}},
       {{"find", part_, scene_, "--region", "3", "9", "0", "5"}, 2, {"--region", "[3,9,0,5]"}},
       {{"find", part_, scene_, "--scale", "0.4", "1"}, 2, {"--scale", "0.4", "0.5"}},
       {{"find", part_, scene_, "--angle", "9", "-9"}, 2, {"--angle", "low is above high"}},
