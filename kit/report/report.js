@@ -46,7 +46,7 @@ function moved(viewer) {
 }
 let lastView = null;
 const viewers = figures.map((figure, i) => new Viewer(figure.querySelector(".frame"), page.pictures[i], layers, {
-  moved, pointed: point,
+  moved, resized: tellZoom, pointed: point,
   picked: (row) => { if (pin(row)) showRow(row); },
 }));
 

@@ -1,13 +1,15 @@
 // A picture in a frame, with drawings over it: wheel, pinch, buttons and keys magnify it, a drag moves
 // it, or magnifies what it spans while the whole picture is seen. Drawings keep their thickness.
 //
-//   const viewer = new Viewer(frame, picture, layers, {moved, pointed, picked});
+//   const viewer = new Viewer(frame, picture, layers, {moved, resized, pointed, picked});
 //
 // The frame holds an <img>. picture.drawings are lists of layer, row, kind and coordinates, as the page
 // holds them; (0, 0) is the centre of the top left pixel. A layer has a colour and `shown`.
 const kKinds = {box: 0, polygon: 1, dots: 2, cross: 3, label: 4};
 const kMostScale = 64;  // pixels of the page for one of the picture
 const kArm = 5, kLeastArm = 1.5, kSlack = 4, kLabelWidth = 34, kLabelHeight = 14;  // in pixels of the page
+
+const kAtOnce = 100, kFrameTime = 12;  // drawings between looks at the clock; milliseconds of drawing in a frame
 
 const kFirst = 3;  // the place of the first coordinate in a drawing
 const layerOf = (drawing) => drawing[0], rowOf = (drawing) => drawing[1], kindOf = (drawing) => drawing[2];
@@ -33,7 +35,7 @@ export class Viewer {
     this.scale = this.left = this.top = 0;  // the picture's place in the frame
     this.pointers = new Map();
     frame.tabIndex = 0;
-    new ResizeObserver(() => this.resized()).observe(frame);
+    new ResizeObserver(() => { this.resized(); this.events.resized?.(); }).observe(frame);
     this.listen();
   }
 
@@ -140,10 +142,19 @@ export class Viewer {
     requestAnimationFrame(() => {
       this.isWaiting = false;
       if (!this.isVisible) return;
-      if (this.isOld) this.drawAll();
+      if (this.isOld) this.begun = this.drawAll();
       this.isOld = false;
       this.drawFront();
+      if (this.begun) this.goOn();
     });
+  }
+  // Thousands of drawings take several frames, between which the page answers.
+  goOn() {
+    const end = performance.now() + kFrameTime;
+    let isDone;
+    do isDone = this.begun.next().done; while (!isDone && performance.now() < end);
+    if (isDone) this.begun = null;
+    else this.redrawFront();
   }
   light(rows) { this.rowsOn = rows; this.redrawFront(); }
 
@@ -163,15 +174,20 @@ export class Viewer {
     return context;
   }
 
-  drawAll() {
+  // Some at a time, one layer after the other.
+  *drawAll() {
     const context = this.cleared(this.canvas);
     const taken = new Set();  // the places of labels: none hides another
-    this.layers.forEach(({shown, colour}, layer) => {
-      if (!shown) return;
-      const drawings = this.byLayer[layer].filter((entry) => this.isSeen(entry)).map(({drawing}) => drawing);
-      this.stroke(context, drawings, colour, 1.4);
-      this.write(context, drawings, colour, taken);
-    });
+    for (const [layer, {shown, colour}] of this.layers.entries()) {
+      if (!shown) continue;
+      const seen = this.byLayer[layer].filter((entry) => this.isSeen(entry)).map(({drawing}) => drawing);
+      for (let i = 0; i < seen.length; i += kAtOnce) {
+        const drawings = seen.slice(i, i + kAtOnce);
+        this.stroke(context, drawings, colour, 1.4);
+        this.write(context, drawings, colour, taken);
+        yield;
+      }
+    }
   }
 
   // The rows that are pointed at or picked, with their labels, and the rectangle of a drag.

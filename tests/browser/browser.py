@@ -1,4 +1,5 @@
 """A browser without a window, through its driver, for tests of pages."""
+import json
 import os
 import pathlib
 import shutil
@@ -6,6 +7,7 @@ import subprocess
 import sys
 
 PROGRAMS = ("chromium", "chromedriver")
+TASK, FRAME = "ThreadControllerImpl::RunTask", "ScheduledActionSendBeginMainFrame"  # as the browser's traces call them
 
 
 def missing():
@@ -27,7 +29,7 @@ def run(*command, allowed=(0,)):
 class Browser:
     """One window. `downloads` is where files are saved."""
 
-    def __init__(self, downloads):
+    def __init__(self, downloads, traced=False):
         from selenium import webdriver
         from selenium.webdriver.chrome.service import Service
 
@@ -35,7 +37,10 @@ class Browser:
         options.binary_location = shutil.which("chromium")
         for argument in ("--headless=new", "--no-sandbox", "--disable-dev-shm-usage", "--disable-gpu"):
             options.add_argument(argument)
-        options.set_capability("goog:loggingPrefs", {"browser": "ALL"})
+        options.set_capability("goog:loggingPrefs", {"browser": "ALL"} | ({"performance": "ALL"} if traced else {}))
+        if traced:
+            options.add_experimental_option(
+                "perfLoggingPrefs", {"enableNetwork": False, "enablePage": False, "traceCategories": "toplevel"})
         self.driver = webdriver.Chrome(service=Service(shutil.which("chromedriver")), options=options)
         self.downloads = pathlib.Path(downloads)
         self.command("Browser.setDownloadBehavior", behavior="allow", downloadPath=str(downloads))
@@ -118,16 +123,13 @@ class Browser:
         self.settle()
         return self.work("TaskDuration") - before
 
-    def work_of_opening(self, path):
-        """Of the page's scripts, in a window of its own."""
-        first = self.driver.current_window_handle
-        self.driver.switch_to.new_window("window")
-        self.command("Performance.enable", timeDomain="threadTicks")
-        self.open(path)
-        work = self.work("ScriptDuration")
-        self.driver.close()
-        self.driver.switch_to.window(first)
-        return work
+    def longest_task(self):
+        """Milliseconds of the processor that the longest task of a page has worked since this was asked last. For a
+        browser that is traced."""
+        messages = [json.loads(entry["message"])["message"] for entry in self.driver.get_log("performance")]
+        tasks = [message["params"] for message in messages if message["params"].get("name") == TASK]
+        pages = {task["tid"] for task in tasks if task["args"].get("src_func") == FRAME}
+        return max(task.get("tdur", 0) / 1000 for task in tasks if task["tid"] in pages)
 
     def close(self):
         self.driver.quit()

@@ -1,5 +1,8 @@
 // Recipes of any bytes. One that is free of problems is the same when its canonical text is read
 // again, and can be run on an image: it ends with a verdict.
+#include <algorithm>
+#include <cmath>
+
 #include "fuzz/file.h"
 #include "fuzz/input.h"
 #include "kit/errors.h"
@@ -14,9 +17,14 @@ using namespace kit::recipe;
 // What scaled images and templates from files cost is bounded by their own fuzzers.
 bool IsQuick(const Recipe& recipe) {
   if (recipe.steps.size() > 8) return false;
+  const auto isFile = [](const kit::Argument& argument) {
+    return argument.type == kit::Argument::Type::kFile ||
+           argument.type == kit::Argument::Type::kFiles;
+  };
   for (const Step& step : recipe.steps) {
-    const bool scales = step.operation->name == std::string("scale");
-    if (step.operation->prepare || scales) return false;
+    const auto& arguments = step.operation->arguments;
+    const bool readsFiles = std::any_of(arguments.begin(), arguments.end(), isFile);
+    if (readsFiles || step.operation->name == std::string("scale")) return false;
   }
   return true;
 }
@@ -30,6 +38,9 @@ void Inspect(const Recipe& recipe) {
   Require(record.verdict != Verdict::kUnreadable, "the picture is one");
   Require(record.values.size() == recipe.measurements.size() || record.verdict == Verdict::kError,
           "every measurement has its value");
+  for (const auto& value : record.values) {
+    Require(!value || std::isfinite(*value), "a value is a number");
+  }
 }
 
 }  // namespace
