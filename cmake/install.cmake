@@ -3,7 +3,12 @@ include(CMakePackageConfigHelpers)
 install(TARGETS quillon EXPORT quillon-targets
   RUNTIME COMPONENT library LIBRARY COMPONENT library NAMELINK_COMPONENT development
   ARCHIVE COMPONENT development)
-install(DIRECTORY include/quillon DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
+set(left_out "")
+if(WIN32 OR NOT QUILLON_APPS)
+  set(left_out PATTERN recipe.h EXCLUDE)  # it comes with archives, which are not packed for Windows
+endif()
+install(DIRECTORY include/quillon DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development
+        ${left_out})
 
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/quillon)
 install(EXPORT quillon-targets NAMESPACE quillon:: DESTINATION ${package_dir}
@@ -16,6 +21,14 @@ install(FILES ${PROJECT_BINARY_DIR}/quillon-config-version.cmake DESTINATION ${p
 configure_file(cmake/quillon.pc.in ${PROJECT_BINARY_DIR}/quillon.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/quillon.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig
         COMPONENT development)
+if(QUILLON_APPS AND NOT WIN32)
+  # quillon/recipe.h: archives that programs of the same compiler family link.
+  install(FILES $<TARGET_FILE:quillon_kit> $<TARGET_FILE:quillon_finder>
+          DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development)
+  configure_file(cmake/quillon-recipe.pc.in ${PROJECT_BINARY_DIR}/quillon-recipe.pc @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/quillon-recipe.pc
+          DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
+endif()
 if(QUILLON_APPS)
   install(TARGETS quillon_cli RUNTIME COMPONENT cli)
   # The page that `quillon workbench` opens is one for all systems; scripts/workbench builds it, and

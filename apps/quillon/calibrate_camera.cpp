@@ -17,7 +17,7 @@ struct Options {
   std::string camera, plane;
   std::vector<std::string> images;
   std::vector<int> board;  // inner corners a side
-  double square = 0, maxRms = 0.5;
+  double square = 0, maxRms = kMostResiduals;
   Reading reading;
   Output output;
 };

@@ -32,12 +32,19 @@ Matrix Times(const Matrix& a, const Matrix& b) {
   return product;
 }
 
-// Rodrigues' formula: a turn about the vector by its length.
+// Rodrigues' formula: a turn about the vector by its length. Sine and cosine come from their
+// series, not from the C library, whose last digits differ from one system to the next: what is
+// measured by a camera file has the same digits on all of them.
 Matrix Turn(const Vector& r) {
-  const double angle = std::hypot(r[0], r[1], r[2]);
-  const double sine = angle > 1e-12 ? std::sin(angle) / angle : 1;
-  const double rest = angle > 1e-12 ? (1 - std::cos(angle)) / (angle * angle) : 0.5;
-  const double c = std::cos(angle);
+  const double square =
+      r[0] * r[0] + r[1] * r[1] + r[2] * r[2];  // of the angle, which is at most pi
+  double sine = 1, rest = 1;  // sin(angle) / angle, and 2 (1 - cos(angle)) / angle^2
+  for (int k = 16; k > 0; --k) {
+    sine = 1 - sine * square / (2 * k * (2 * k + 1));
+    rest = 1 - rest * square / ((2 * k + 1) * (2 * k + 2));
+  }
+  rest /= 2;
+  const double c = 1 - rest * square;
   return {c + rest * r[0] * r[0],
           rest * r[0] * r[1] - sine * r[2],
           rest * r[0] * r[2] + sine * r[1],

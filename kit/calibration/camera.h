@@ -67,6 +67,9 @@ BoardView ViewOfChessboard(const std::string& name, const GreyImage& image, Boar
 // Throws Failure where a view cannot be one of a flat board.
 Camera FitCamera(const std::vector<BoardView>& views, PictureSize size);
 
+// The residuals, in pixels (RMS), that are too large unless somebody says otherwise.
+constexpr double kMostResiduals = 0.5;
+
 // Throws Failure naming the worst picture where the residuals are larger, in pixels (RMS): such a
 // fit is of no use.
 void RequireResidualsWithin(double maxRms, const Camera& camera,

@@ -1,122 +1,18 @@
-// The workbench in headless Chromium, as a person uses it: from file://, with the network watched.
-// QUILLON_WORKBENCH is the page, QUILLON_DRIVER the folder of the driver, QUILLON_CLI the command
-// line that must give the same results; CHROMIUM names the browser.
+// The workbench in headless Chromium, as a person uses it on drawn pictures.
 import assert from 'node:assert/strict';
-import { execFileSync, spawnSync } from 'node:child_process';
-import { mkdirSync, mkdtempSync, readFileSync, rmSync, writeFileSync } from 'node:fs';
-import { createRequire } from 'node:module';
-import { tmpdir } from 'node:os';
-import { join } from 'node:path';
+import { execFileSync } from 'node:child_process';
+import { readFileSync } from 'node:fs';
 import { after, before, test } from 'node:test';
-import { pathToFileURL } from 'node:url';
+import {
+  addStep, address, assertSameElsewhere, drag, end, failures, lastNote, launch, lines, openPage, openRecipe, placesOfPicture, recipe, requests, saved, settled, teach, verdicts,
+} from './page.mjs';
 
-const { QUILLON_WORKBENCH, QUILLON_DRIVER, QUILLON_CLI, QUILLON_PYTHON } = process.env;
-const { chromium } = createRequire(pathToFileURL(join(QUILLON_DRIVER, 'here.js')))('playwright-core');
-const kSomeFail = 3;  // the exit code of `quillon run`
-const address = pathToFileURL(QUILLON_WORKBENCH).href;
-
-let browser, context, page, folder;
-const requests = [], failures = [];
-
-async function openPage(options = {}) {
-  const opened = await context.newPage(options);
-  opened.setDefaultTimeout(60_000);
-  opened.on('request', (request) => requests.push(request.url()));
-  opened.on('pageerror', (error) => failures.push(error.message));
-  opened.on('console', (message) => message.type() === 'error' && failures.push(message.text()));
-  await opened.goto(address);
-  await opened.waitForFunction(() => document.body.dataset.ready);
-  assert.equal(await opened.evaluate(() => document.body.dataset.ready), 'yes');
-  return opened;
-}
-
+let page;
 before(async () => {
-  folder = mkdtempSync(join(tmpdir(), 'quillon-web-'));
-  browser = await chromium.launch({ executablePath: process.env.CHROMIUM ?? '/usr/bin/chromium', args: ['--no-sandbox'] });
-  context = await browser.newContext({ viewport: { width: 1400, height: 900 }, acceptDownloads: true });
+  await launch();
   page = await openPage();
 });
-after(async () => {
-  await browser?.close();
-  rmSync(folder, { recursive: true, force: true });
-});
-
-const recipe = () => page.evaluate(() => structuredClone(workbench.state.recipe));
-const settled = () => page.waitForFunction(() => {
-  const { state, strip, live } = workbench;
-  return !strip.isBusy && !live.isBusy && state.images.every(({ isStale }) => !isStale);
-});
-const verdicts = async () => {
-  await settled();
-  return page.evaluate(() => workbench.state.images.map(({ name, result }) => [name, result?.verdict ?? null]));
-};
-const lines = async () => {
-  await settled();
-  return page.evaluate(() => workbench.state.images.map(({ result }) => result.line));
-};
-const openRecipe = async (text, files = []) => {
-  const given = [['recipe.json', typeof text === 'string' ? text : JSON.stringify(text)], ...files];
-  await page.evaluate(async (all) => {
-    await workbench.openFiles(all.map(([name, content]) => new File([typeof content === 'string' ? content : new Uint8Array(content)], name)));
-  }, given);
-};
-const lastNote = () => page.locator('#notes .note').last().innerText();
-async function addStep(name) {
-  await page.click('#add-step');
-  await page.fill('dialog input[type=search]', name);
-  await page.locator('dialog .operations button').filter({ has: page.getByText(name, { exact: true }) }).first().click();
-}
-async function saved(label) {
-  await page.click('#save');
-  const [download] = await Promise.all([page.waitForEvent('download'), page.locator('dialog button', { hasText: label }).click()]);
-  const path = join(folder, download.suggestedFilename());
-  await download.saveAs(path);
-  saved.command = await page.locator('dialog .copy pre').first().innerText();
-  await page.keyboard.press('Escape');
-  return path;
-}
-
-// What the page shows and what the command line and Python say of the recipe that it saves.
-async function assertSameElsewhere() {
-  const shown = await lines();
-  const path = await saved('.zip');
-  const work = mkdtempSync(join(folder, 'run-'));
-  execFileSync('unzip', ['-q', path, '-d', work]);
-  const [name] = execFileSync('ls', [work], { encoding: 'utf8' }).split('\n').filter((file) => file.endsWith('.json'));
-  const images = await page.evaluate(() => Promise.all(workbench.state.images.map(({ name: file, blob }) => new Promise((resolve) => {
-    const reader = new FileReader();
-    reader.onload = () => resolve([file, reader.result.split(',')[1]]);
-    reader.readAsDataURL(blob);
-  }))));
-  mkdirSync(join(work, 'images'));
-  for (const [file, bytes] of images) writeFileSync(join(work, 'images', file), Buffer.from(bytes, 'base64'));
-  const files = images.map(([file]) => file);
-  if (QUILLON_CLI) {
-    let printed;
-    try {
-      printed = execFileSync(QUILLON_CLI, ['run', join('..', name), ...files, '--json', '--objects'], { cwd: join(work, 'images'), encoding: 'utf8', maxBuffer: 1 << 26, stdio: ['ignore', 'pipe', 'pipe'] });
-    } catch (error) {
-      if (error.status !== kSomeFail) throw error;
-      printed = error.stdout;
-    }
-    assert.deepEqual(printed.trimEnd().split('\n'), shown);
-    // The command as the page writes it down.
-    const status = spawnSync(QUILLON_CLI, saved.command.split(' ').slice(1), { cwd: work }).status;
-    assert.ok(status === 0 || status === kSomeFail, saved.command);
-    assert.equal(readFileSync(join(work, 'results', 'results.jsonl'), 'utf8').trimEnd().split('\n').length, shown.length + 1);
-  }
-  if (QUILLON_PYTHON) {
-    const program = `
-import cv2, json, quillon, sys
-recipe = quillon.Recipe(sys.argv[1])
-for name in sys.argv[2:]:
-    result = recipe.run(cv2.imread("images/" + name, cv2.IMREAD_UNCHANGED))
-    print(json.dumps([result.verdict, result.measurements]))`;
-    const printed = execFileSync('/usr/bin/python3', ['-c', program, name, ...files], { cwd: work, encoding: 'utf8', env: { ...process.env, PYTHONPATH: QUILLON_PYTHON } });
-    const wanted = shown.map((line) => JSON.parse(line)).map(({ verdict, measurements }) => [verdict, measurements]);
-    assert.deepEqual(printed.trim().split('\n').map((line) => JSON.parse(line)), wanted);
-  }
-}
+after(end);
 
 // ---- workflows -----------------------------------------------------------------------------------
 
@@ -133,7 +29,17 @@ test('first use: the sample task is solved by mouse and keyboard', async () => {
   await page.waitForFunction(() => document.querySelector('#task').classList.contains('solved'));
   const counts = await page.evaluate(() => workbench.state.images.map(({ result, truth }) => [result.measurements[0].value, truth.length]));
   for (const [found, drawn] of counts) assert.equal(found, drawn);
-  await assertSameElsewhere();
+  await assertSameElsewhere({ inCpp: true });
+});
+
+test('the report has a page of each image and an index, as a run writes them', async () => {
+  const { path } = await saved('Report of 6 images');
+  const names = execFileSync('unzip', ['-Z1', path], { encoding: 'utf8' }).trim().split('\n').sort();
+  const numbers = [1, 2, 3, 4, 5, 6];
+  assert.deepEqual(names, ['index.html', ...numbers.map((n) => `pages/000${n}-tray-${n}.html`), ...numbers.map((n) => `thumbs/000${n}.jpg`)]);
+  const index = execFileSync('unzip', ['-p', path, 'index.html'], { encoding: 'utf8' });
+  for (const name of names.slice(1)) assert.ok(index.includes(name), name);
+  assert.match(execFileSync('unzip', ['-p', path, 'pages/0002-tray-2.html'], { encoding: 'utf8', maxBuffer: 1 << 26 }), /tray-2\.png[^]*class='verdict pass'/);
 });
 
 test('steps: undo, redo, rename, reorder; errors stand beside their field', async () => {
@@ -168,18 +74,11 @@ test('viewer: zoom, readout, rows and drawings are linked, a line has a profile'
   // Of drawings that lie over one another, the smallest is pointed at.
   const place = await page.evaluate(() => workbench.state.look.inspection.steps.find(({ things }) => things).things
     .toSorted((one, other) => (one.right - one.left) * (one.bottom - one.top) - (other.right - other.left) * (other.bottom - other.top))[0]);
-  const { width, height, zoom } = await page.evaluate(() => {
-    const { width: w, height: h } = workbench.state.look.picture, element = document.querySelector('#canvas canvas');
-    return { width: w, height: h, zoom: Math.min(element.clientWidth / w, element.clientHeight / h, 8) };
-  });
-  const at = (x, y) => [canvas.x + (canvas.width - width * zoom) / 2 + (x + 0.5) * zoom, canvas.y + (canvas.height - height * zoom) / 2 + (y + 0.5) * zoom];
+  const at = await placesOfPicture();
   await page.mouse.move(...at(place.x, place.y));
   await page.waitForFunction((n) => document.querySelector('#rows tr.on td')?.textContent === String(n), place.n);
   await page.click('#line');
-  await page.mouse.move(...at(100, 100));
-  await page.mouse.down();
-  await page.mouse.move(...at(400, 100), { steps: 3 });
-  await page.mouse.up();
+  await drag(at(100, 100), at(400, 100));
   assert.match(await page.innerText('#profile'), /^3\d\d pixels, 0 to 255/);
   await page.click('#line');
 });
@@ -232,21 +131,7 @@ test('teaching: a box becomes a template, the finder judges it, all images are s
   await addStep('find');
   await page.waitForFunction(() => /is missing/.test(document.querySelector('[data-error="2 template"]')?.textContent));
   const part = await page.evaluate(() => workbench.state.images[0].truth.find(({ kind }) => /bracket|gear|plate/.test(kind)) ?? workbench.state.images[0].truth[0]);
-  const dragOverPart = async () => {
-    await page.locator('button', { hasText: 'Teach from the picture' }).click();
-    await page.waitForFunction(() => workbench.state.slot === null && !workbench.live.isBusy);
-    await page.click('text=Fit');
-    const canvas = await page.locator('#canvas canvas').boundingBox();
-    const { width, height } = await page.evaluate(() => workbench.state.look.picture);
-    const zoom = Math.min(canvas.width / width, canvas.height / height);
-    const at = (x, y) => [canvas.x + (canvas.width - width * zoom) / 2 + (x + 0.5) * zoom, canvas.y + (canvas.height - height * zoom) / 2 + (y + 0.5) * zoom];
-    await page.mouse.move(...at(part.x - 50, part.y - 50));
-    await page.mouse.down();
-    await page.mouse.move(...at(part.x + 50, part.y + 50), { steps: 4 });
-    await page.mouse.up();
-    await page.waitForSelector('dialog .judged p');
-    assert.match(await page.innerText('dialog .judged'), /edge points/);
-  };
+  const dragOverPart = async () => assert.match(await teach(part.x - 50, part.y - 50, part.x + 50, part.y + 50), /edge points/);
   assert.equal((await recipe()).steps[2].input, 'image');
   const assertFound = async (file) => {
     await page.locator('button', { hasText: 'Use this template' }).click();
@@ -349,11 +234,55 @@ test('what is opened and is nothing ends in a message', async () => {
   assert.equal(await page.title(), 'Quillon workbench');
 });
 
-test('a crash of the library and a closed page lose no work', async () => {
-  await openRecipe({ name: 'Kept', steps: [{ name: 'kept', operation: 'otsu', input: 'image' }], measurements: [] });
-  await page.evaluate(() => workbench.live.onCrash('test') ?? workbench.live.stop());
-  await page.evaluate(() => workbench.state.images.length && workbench.schedule(0));
-  await settled();
+test('what takes long shows a first result of what is visible, says so, and can be stopped', async () => {
+  await page.evaluate(async () => {
+    const { bytes } = await workbench.live.ask('sample', { name: 'tray', options: { seed: 9, width: 4000, height: 3000 } });
+    await workbench.openFiles([new File([bytes], 'huge.png')]);
+    workbench.strip.stop();
+  });
+  await openRecipe({ name: 'Slow', steps: [{ name: 'soft', operation: 'mean', input: 'image', size: 3 },
+    ...Array.from({ length: 30 }, (_, i) => ({ name: `m${i}`, operation: 'median-5x5', input: i ? `m${i - 1}` : 'soft' }))], measurements: [] });
+  await page.evaluate(() => workbench.strip.stop());
+  await page.locator('#film li').last().click();
+  await page.locator('#which').selectOption('m29');
+  await page.waitForFunction(() => /meanwhile the image at 1:\d/.test(document.querySelector('#busy-text').textContent));
+  await page.click('#give-up');
+  await page.waitForFunction(() => !workbench.live.isBusy && document.querySelector('#busy').hidden);
+  await page.evaluate(() => workbench.state.images.splice(-2));
+});
+
+// A module that is broken from below: its memory is overwritten, and whatever it does next traps.
+const kBreakable = `
+  const create = URL.createObjectURL;
+  const patch = \`
+    const instantiate = WebAssembly.instantiate;
+    WebAssembly.instantiate = async (...given) => (self.module = await instantiate(...given));
+    self.addEventListener('message', ({ data }) => {
+      if (data.work !== 'break') return;
+      const { exports } = self.module.instance ?? self.module;
+      new Uint8Array(Object.values(exports).find((value) => value instanceof WebAssembly.Memory).buffer).fill(255);
+    });\`;
+  URL.createObjectURL = (blob) => create(blob.type === 'text/javascript' ? new Blob([patch, blob]) : blob);`;
+
+test('a trap of the library and a closed page lose no work', async () => {
+  await page.close();
+  page = await openPage(kBreakable);
+  const kept = { name: 'Kept', steps: [{ name: 'kept', operation: 'otsu', input: 'image' }], measurements: [{ name: 'mean', input: 'kept', value: 'mean' }] };
+  await openRecipe(kept);
+  const before = await lines();
+  for (const engine of ['live', 'strip']) {
+    await page.evaluate(async (which) => workbench[which].ask('break').catch(() => {}), engine);
+    await page.evaluate(() => {
+      document.querySelector('#notes').replaceChildren();
+      workbench.schedule(0);
+    });
+    await page.locator('#which').selectOption('');
+    await page.locator('#which').selectOption('kept');
+    await page.waitForFunction(() => [...document.querySelectorAll('#notes .note')].some(({ textContent }) => /The library stopped \(.+\)\. It was begun anew; the recipe is kept\./.test(textContent)));
+    assert.deepEqual(await recipe(), kept);
+    await page.evaluate(() => workbench.schedule(0));
+    assert.deepEqual(await lines(), before);
+  }
   await page.close();
   page = await openPage();
   assert.equal((await recipe()).name, 'Kept');
@@ -372,5 +301,5 @@ test('nothing was asked of any network, and nothing failed unseen', () => {
   assert.deepEqual(requests.filter((url) => !/^(file|blob|data):/.test(url)), []);
   assert.deepEqual(requests.filter((url) => url.startsWith('file:') && url !== address), []);
   assert.deepEqual(failures, []);
-  assert.match(readFileSync(QUILLON_WORKBENCH, 'utf8'), /Content-Security-Policy" content="default-src 'none'; script-src 'sha256-/);
+  assert.match(readFileSync(new URL(address), 'utf8'), /Content-Security-Policy" content="default-src 'none'; script-src 'sha256-/);
 });

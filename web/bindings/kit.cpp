@@ -94,11 +94,16 @@ Json ToJson(const kit::Operation& operation) {
           {"inputs", std::move(inputs)},
           {"output", NameOf(operation.output)},
           {"arguments", std::move(arguments)},
-          {"exports", std::move(exports)}};
+          {"exports", std::move(exports)},
+          {"knowsScale", operation.knowsScale}};
 }
 
+// "px", "px2", "deg"; nothing for plain numbers.
+Json UnitToJson(const recipe::Unit& unit) { return unit.IsPlain() ? Json("") : Json(NameOf(unit)); }
+
 Json Table() {
-  Json operations = Json::array(), quantities = Json::array(), whiches = Json::array();
+  Json operations = Json::array(), quantities = Json::array(), whiches = Json::array(),
+       betweens = Json::array();
   for (const kit::Operation& operation : kit::Operations()) operations.push_back(ToJson(operation));
   for (const kit::Quantity& quantity : kit::Quantities()) {
     Json inputs = Json::array();
@@ -106,16 +111,19 @@ Json Table() {
     quantities.push_back({{"name", quantity.name},
                           {"summary", quantity.summary},
                           {"inputs", std::move(inputs)},
+                          {"unit", UnitToJson(recipe::UnitOf(quantity))},
                           {"decimals", quantity.decimals}});
+  }
+  for (const recipe::Between& between : recipe::Betweens()) {
+    betweens.push_back(
+        {{"name", between.name}, {"summary", between.summary}, {"unit", UnitToJson(between.unit)}});
   }
   for (const recipe::NamedWhich& which : recipe::Whiches()) {
     whiches.push_back({{"name", which.name}, {"summary", which.summary}});
   }
-  return {{"version", QUILLON_VERSION},
-          {"formats", kit::kReadFormats},
-          {"operations", std::move(operations)},
-          {"quantities", std::move(quantities)},
-          {"whiches", std::move(whiches)}};
+  return {{"version", QUILLON_VERSION},          {"formats", kit::kReadFormats},
+          {"operations", std::move(operations)}, {"quantities", std::move(quantities)},
+          {"betweens", std::move(betweens)},     {"whiches", std::move(whiches)}};
 }
 
 // ---- recipes ------------------------------------------------------------------------------------
@@ -147,10 +155,32 @@ class Inspection {
 
   Json InspectFile(const std::string& path) { return ToJson(inspector_.Inspect(path)); }
 
+  Json InspectBytes(std::span<const unsigned char> file, const std::string& name) {
+    return ToJson(inspector_.InspectFile(file, name));
+  }
+
+  // Pages as `quillon run --out` writes them: one for each image that was inspected, then an index.
+  void BeginPages(const std::string& folder) {
+    pages_.emplace(recipe_, folder);
+    records_.clear();
+  }
+  bool AddPage() {
+    if (!pages_) throw kit::Failure("no pages were begun");
+    const bool hasPictures = pages_->Write(records_.size(), last_, inspector_);
+    records_.push_back(last_);
+    return hasPictures;
+  }
+  void EndPages() {
+    if (!pages_) throw kit::Failure("no pages were begun");
+    pages_->WriteIndex(records_);
+    pages_.reset();
+  }
+
   const kit::Content& Of(int slot) const { return inspector_.Of(slot); }
 
  private:
-  Json ToJson(recipe::ImageRecord record) const {
+  Json ToJson(recipe::ImageRecord record) {
+    last_ = record;
     if (record.error.empty()) {
       record.objects = ObjectRows(AllFound(recipe_, inspector_), KindsOfThings(recipe_));
     }
@@ -197,6 +227,9 @@ class Inspection {
 
   recipe::Recipe recipe_;
   recipe::Inspector inspector_;
+  recipe::ImageRecord last_;
+  std::optional<recipe::Pages> pages_;
+  std::vector<recipe::ImageRecord> records_;  // of the pages
 };
 
 // ---- operations alone ---------------------------------------------------------------------------
@@ -267,6 +300,29 @@ QUILLON_WEB const Reply* KitInspect(Inspection* inspection, const void* image, b
 }
 QUILLON_WEB const Reply* KitInspectFile(Inspection* inspection, const char* path) {
   return Answer([&] { return inspection->InspectFile(path); });
+}
+
+// The bytes of an image file; one that is none has its verdict too.
+QUILLON_WEB const Reply* KitInspectBytes(Inspection* inspection, const unsigned char* bytes,
+                                         size_t size, const char* name) {
+  return Answer([&] { return inspection->InspectBytes({bytes, size}, name); });
+}
+
+QUILLON_WEB const Reply* KitBeginPages(Inspection* inspection, const char* folder) {
+  return Answer([&] {
+    inspection->BeginPages(folder);
+    return Json::object();
+  });
+}
+// The page of the image that was inspected last.
+QUILLON_WEB const Reply* KitAddPage(Inspection* inspection) {
+  return Answer([&] { return Json{{"hasPictures", inspection->AddPage()}}; });
+}
+QUILLON_WEB const Reply* KitEndPages(Inspection* inspection) {
+  return Answer([&] {
+    inspection->EndPages();
+    return Json::object();
+  });
 }
 
 // The picture of a slot, which the next image changes; null where there is none.

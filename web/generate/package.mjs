@@ -1,12 +1,13 @@
-// Makes the npm package: node generate/package.mjs MODULE-FOLDER OUT-FOLDER
+// Makes the npm package: node generate/package.mjs MODULE-FOLDER OUT-FOLDER ESBUILD
 // Sources of package/, the compiled module, and what is written from the library's headers.
+import { execFileSync } from 'node:child_process';
 import { cpSync, mkdirSync, readFileSync, rmSync, writeFileSync } from 'node:fs';
 import { gzipSync } from 'node:zlib';
 import { readExports, readRecords, readSecondNames } from './header.mjs';
 import { typesOf } from './types.mjs';
 
 const here = new URL('..', import.meta.url);
-const [moduleFolder, out] = process.argv.slice(2);
+const [moduleFolder, out, esbuild] = process.argv.slice(2);
 const source = (path) => readFileSync(new URL(`../${path}`, here), 'utf8');
 
 const version = source('VERSION').trim();
@@ -32,7 +33,7 @@ writeFileSync(`${out}/package.json`, JSON.stringify({ ...description, version },
 writeFileSync(`${out}/exports.js`, table);
 writeFileSync(`${out}/quillon.d.ts`, typesOf(declared, records, readFileSync(`${out}/kit.d.ts`, 'utf8')));
 rmSync(`${out}/kit.d.ts`);
-cpSync(`${moduleFolder}/module.js`, `${out}/module.js`);
+execFileSync(esbuild, ['--minify', '--format=esm', '--log-level=error', `${moduleFolder}/module.js`, `--outfile=${out}/module.js`]);
 // The module is embedded: no bundler and no server has to know of another file.
 const packed = gzipSync(readFileSync(`${moduleFolder}/module.wasm`), { level: 9 }).toString('base64');
 writeFileSync(`${out}/module-bytes.js`, `const packed = '${packed}';

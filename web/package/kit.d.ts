@@ -64,6 +64,8 @@ export interface Operation {
   readonly output: Kind;
   readonly arguments: readonly Argument[];
   readonly exports: readonly string[];
+  /** Its picture has a scale: millimetres for a pixel. */
+  readonly knowsScale: boolean;
 }
 export interface Table {
   readonly version: string;
@@ -72,8 +74,12 @@ export interface Table {
   readonly operations: readonly Operation[];
   readonly quantities: readonly {
     readonly name: string; readonly summary: string; readonly inputs: readonly Kind[];
+    /** 'px', 'px2' or 'deg', as recipes write them; empty for plain numbers. */
+    readonly unit: string;
     readonly decimals: number;
   }[];
+  /** What can be measured between the things of two steps. */
+  readonly betweens: readonly { readonly name: string; readonly summary: string; readonly unit: string }[];
   readonly whiches: readonly { readonly name: string; readonly summary: string }[];
 }
 
@@ -116,6 +122,14 @@ export interface Recipe extends Owned {
   inspect(image: Image, name?: string): Inspection;
   /** The same for an image file of the module's own files. */
   inspectFile(path: string): Inspection;
+  /** The same for the bytes of an image file, whatever they are. */
+  inspectBytes(bytes: Uint8Array, name: string): Inspection;
+  /** Begins pages as `quillon run --out` writes them, in a folder of the module's own files. */
+  beginPages(folder: string): void;
+  /** The page and the thumbnail of the last image; false: memory was too short for its pictures. */
+  addPage(): boolean;
+  /** The index over all of them. */
+  endPages(): void;
   /** A copy of what a slot holds since the last image: 0 the image, 1 it in colour, then steps. */
   picture(slot: number): GreyImage | ColourImage | null;
 }
@@ -137,6 +151,28 @@ export interface Part extends Owned {
   save(): Uint8Array;
 }
 
+/** Column and row of the board, x and y in the picture. */
+export type BoardCorner = readonly [column: number, row: number, x: number, y: number];
+export interface BoardView {
+  readonly name: string;
+  readonly corners: readonly BoardCorner[];
+}
+/** A camera and its lens; residuals are in pixels. */
+export interface Camera {
+  readonly rms: number;
+  readonly worst: number;
+  /** Why the residuals are too large to measure with; null: they are not. */
+  readonly doubt: string | null;
+  readonly mmPerPixel: number;
+  /** What `quillon calibrate-camera` writes, and what recipes take. */
+  readonly file: string;
+  readonly views: readonly {
+    readonly rms: number; readonly worst: number;
+    /** Where the fit has each corner. */
+    readonly fitted: readonly (readonly [x: number, y: number])[];
+  }[];
+}
+
 export interface Kit {
   readonly GreyImage: ImageClass<GreyImage>;
   readonly ColourImage: ImageClass<ColourImage>;
@@ -151,6 +187,11 @@ export interface Kit {
   /** A drawn image, and what is on it. */
   sample(name: 'tray' | 'bracket' | 'board' | 'tested board' | 'dot grid',
     options?: { seed?: number; width?: number; height?: number }): { image: Image; truth: unknown };
+  /** The inner corners of a chessboard, columns and rows of them; throws where too few are seen. */
+  findBoard(image: Image, columns: number, rows: number, name?: string): BoardCorner[];
+  /** From views of one board in pictures of one size; the first view's lies where is measured. */
+  fitCamera(views: readonly BoardView[],
+    options: { width: number; height: number; square: number }): Camera;
   readonly Recipe: {
     /** Files that the recipe names lie in `folder` of the module's own files. */
     new (recipe: string | object, options?: { folder?: string }): Recipe;
@@ -166,6 +207,8 @@ export interface Kit {
     write(path: string, bytes: Uint8Array): void;
     read(path: string): Uint8Array;
     remove(path: string): void;
+    /** The names in a folder. */
+    list(path: string): string[];
     exists(path: string): boolean;
   };
   /** Of a bitmap that IxGetRegDisplay returned: rows from the bottom, each padded to 4 bytes. */

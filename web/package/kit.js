@@ -80,6 +80,20 @@ export function makeKit(memory, { GreyImage, ColourImage }) {
     inspectFile(path) {
       return asked('_KitInspectFile', this, path);
     }
+    // The bytes of an image file, whatever they are.
+    inspectBytes(bytes, name) {
+      return asked('_KitInspectBytes', this, bytes, bytes.length, name);
+    }
+    // Pages in a folder of the module's files: addPage after each image, endPages writes the index.
+    beginPages(to) {
+      asked('_KitBeginPages', this, to);
+    }
+    addPage() {
+      return asked('_KitAddPage', this).hasPictures;
+    }
+    endPages() {
+      asked('_KitEndPages', this);
+    }
     // A copy of what a slot holds since the last image: 0 the image, 1 it in colour, then the steps
     // (`slot` of inspect's answer). Null where it holds no picture.
     picture(slot) {
@@ -111,6 +125,16 @@ export function makeKit(memory, { GreyImage, ColourImage }) {
     }
   }
 
+  // The inner corners of a chessboard, [column, row, x, y] each; throws where too few are seen.
+  const findBoard = (image, columns, rows, name = 'image') =>
+    asked('_KitFindBoard', image, isColour(image), name, columns, rows).corners;
+
+  // A camera and its lens, from views { name, corners } of one board in pictures of one size. `file` is
+  // what `quillon calibrate-camera` writes, and what recipes take. The first view's board lies where is
+  // measured.
+  const fitCamera = (views, { width, height, square }) =>
+    asked('_KitFitCamera', JSON.stringify({ views, width, height, square }));
+
   // A drawn image and what is on it: 'tray', 'bracket', 'board', 'tested board', 'dot grid'.
   function sample(name, { seed = 1, width = 1024, height = 768 } = {}) {
     const made = filled((grey, colour) => asked('_KitSample', name, seed, width, height, grey, colour));
@@ -126,8 +150,9 @@ export function makeKit(memory, { GreyImage, ColourImage }) {
     },
     read: (path) => files.readFile(path),
     remove: (path) => files.unlink(path),
+    list: (path) => files.readdir(path).filter((name) => name !== '.' && name !== '..'),
     exists: (path) => files.analyzePath(path).exists,
   };
 
-  return { table, run, decode, encodePng, sample, Recipe, Part, KitError, files: folder };
+  return { table, run, decode, encodePng, sample, findBoard, fitCamera, Recipe, Part, KitError, files: folder };
 }

@@ -1,12 +1,14 @@
-// Opening and saving: recipes with their files, as JSON or as one zip, and the same for the command
-// line and for Python.
+// Opening and saving: recipes with their files, as JSON or as one zip, the report's pages, and the same
+// for the command line, for Python and for C++.
 import { byId, download, h, openDialog, say } from './dom.js';
 import { addImages } from './filmstrip.js';
-import { on, replaceRecipe, state } from './store.js';
+import { change, on, replaceRecipe, sourceOf, state } from './store.js';
 import { unzip, zip } from './zip.js';
 
 const kImageEnding = /\.(png|jpe?g|tiff?|bmp|pgm|ppm)$/i;
 const kMostRecipe = 10 << 20;
+const kMostPages = 500;  // of one report: each holds its pictures
+let engine = null, recipeFiles = null;
 
 // What is saved: a line for each step and measurement, as people write recipes.
 export function recipeText(recipe = state.recipe) {
@@ -17,23 +19,33 @@ export function recipeText(recipe = state.recipe) {
   return `{\n${head}  "steps": ${lines(steps)},\n  "measurements": ${lines(measurements)}\n}\n`;
 }
 
-const fileName = () => state.recipe.name.toLowerCase().replace(/[^a-z0-9]+/g, '-').replace(/^-|-$/g, '') || 'recipe';
+// A name for the recipe's file that no file of its steps has.
+function fileName() {
+  const name = state.recipe.name.toLowerCase().replace(/[^a-z0-9]+/g, '-').replace(/^-|-$/g, '') || 'recipe';
+  return state.files.has(`${name}.json`) ? `${name}-recipe` : name;
+}
 
-// The files that steps name.
+// What steps name, files among it.
+const wordsOf = (recipe) => new Set(recipe.steps?.flatMap((step) => Object.values(step).flat()) ?? []);
 function usedFiles() {
-  const words = new Set(state.recipe.steps.flatMap((step) => Object.values(step).flat()));
+  const words = wordsOf(state.recipe);
   return [...state.files].filter(([name]) => words.has(name));
 }
 
 // ---- opening -------------------------------------------------------------------------------------
 
-function parsed(text, name) {
-  let recipe;
+function asJson(text, name) {
   try {
-    recipe = JSON.parse(text);
+    return JSON.parse(text);
   } catch (error) {
     throw new Error(`'${name}' is no JSON: ${error.message}`);
   }
+}
+// A file that a step reads, such as a camera's: it says what it is, and has no steps.
+const isForSteps = (json) => typeof json?.kind === 'string' && json.steps === undefined;
+
+function parsed(text, name) {
+  const recipe = asJson(text, name);
   const isList = (list) => list === undefined || (Array.isArray(list) && list.every((entry) => entry && typeof entry === 'object' && !Array.isArray(entry)));
   if (!recipe || typeof recipe !== 'object' || !isList(recipe.steps) || !isList(recipe.measurements) || (!recipe.steps && !recipe.measurements)) {
     throw new Error(`'${name}' is no recipe: it has no list of steps`);
@@ -50,11 +62,12 @@ async function openZip(name, bytes) {
   } catch (error) {
     throw new Error(`cannot read '${name}': ${error.message}`);
   }
-  const found = files.find(([path]) => path.endsWith('.json'));
+  const text = (bytes) => new TextDecoder().decode(bytes);
+  const found = files.find(([path, content]) => path.endsWith('.json') && !isForSteps(asJson(text(content), path)));
   if (!found) throw new Error(`there is no recipe (.json) in '${name}'`);
   const folder = found[0].slice(0, found[0].lastIndexOf('/') + 1);
   const others = files.filter((file) => file !== found).map(([path, content]) => [path.startsWith(folder) ? path.slice(folder.length) : path, content]);
-  return { recipe: parsed(new TextDecoder().decode(found[1]), found[0]), files: others };
+  return { recipe: parsed(text(found[1]), found[0]), files: others };
 }
 
 // Files of any kind, as they are opened, dropped or pasted: recipes, zips, images.
@@ -65,11 +78,13 @@ export async function openFiles(files) {
     try {
       if (/\.json$/i.test(file.name)) {
         if (file.size > kMostRecipe) throw new Error(`'${file.name}' is too large for a recipe`);
-        opened = { recipe: parsed(await file.text(), file.name), files: [] };
+        const text = await file.text();
+        if (isForSteps(asJson(text, file.name))) templates.push(file);
+        else opened = { recipe: parsed(text, file.name), files: [] };
       } else if (/\.zip$/i.test(file.name)) {
         opened = await openZip(file.name, new Uint8Array(await file.arrayBuffer()));
-      } else if (/\.model$/i.test(file.name)) {
-        templates.push([file.name, new Uint8Array(await file.arrayBuffer())]);
+      } else if (/\.(model|dat)$/i.test(file.name)) {
+        templates.push(file);
       } else if (kImageEnding.test(file.name)) {
         images.push(file);
       } else if (file.type.startsWith('image/')) {
@@ -81,18 +96,20 @@ export async function openFiles(files) {
       say(error.message, true);
     }
   }
-  // Images that the recipe names are its templates.
+  // Images that the recipe names, and that it does not have yet, are its templates.
+  const words = wordsOf(opened?.recipe ?? state.recipe);
+  for (const image of images.filter(({ name }) => words.has(name) && (opened || !state.files.has(name)))) {
+    templates.push(image);
+    images.splice(images.indexOf(image), 1);
+  }
+  const read = await Promise.all(templates.map(async (file) => [file.name, new Uint8Array(await file.arrayBuffer())]));
   if (opened) {
-    const words = new Set(opened.recipe.steps?.flatMap((step) => Object.values(step).flat()) ?? []);
-    for (const image of images.filter(({ name }) => words.has(name))) {
-      opened.files.push([image.name, new Uint8Array(await image.arrayBuffer())]);
-      images.splice(images.indexOf(image), 1);
-    }
-    replaceRecipe(opened.recipe, [...opened.files, ...templates]);
-    const missing = [...words].filter((word) => typeof word === 'string' && /\.(png|jpe?g|tiff?|bmp|p[gp]m|model|dat)$/i.test(word) && !state.files.has(word));
+    replaceRecipe(opened.recipe, [...opened.files, ...read]);
+    const missing = [...words].filter((word) => typeof word === 'string' && /\.(png|jpe?g|tiff?|bmp|p[gp]m|model|dat|json)$/i.test(word) && !state.files.has(word));
     say(missing.length ? `Recipe opened. Open ${missing.join(', ')} too: its steps name ${missing.length > 1 ? 'them' : 'it'}.` : 'Recipe opened.');
-  } else {
-    for (const [name, bytes] of templates) state.files.set(name, bytes);
+  } else if (read.length) {
+    change((_, present) => read.forEach(([name, bytes]) => present.set(name, bytes)));
+    say(`${read.map(([name]) => name).join(', ')}: there for the steps of the recipe.`);
   }
   const isSample = state.images.length > 0 && state.images.every(({ truth }) => truth);
   if (images.length) {
@@ -134,6 +151,31 @@ async function droppedFiles(transfer) {
 
 // ---- saving --------------------------------------------------------------------------------------
 
+// The pages that `quillon run --out` writes, of the images as they stand, as one zip.
+async function saveReport(name, button) {
+  const images = state.images.slice(0, kMostPages);
+  const label = button.textContent;
+  button.disabled = true;
+  try {
+    const { recipe, files } = { recipe: structuredClone(state.recipe), files: engine.newFiles(recipeFiles()) };
+    await engine.ask('beginReport', { recipe, files });
+    const all = [];
+    for (const [done, image] of images.entries()) {
+      if (!button.isConnected) return;  // the dialog was closed
+      button.textContent = `Page ${done + 1} of ${images.length}…`;
+      all.push(...await engine.ask('addToReport', { source: sourceOf(image) }));
+    }
+    all.push(...await engine.ask('endReport'));
+    download(`${name}-report.zip`, zip(all), 'application/zip');
+    if (images.length < state.images.length) say(`The report has the first ${kMostPages} images; quillon run writes one of all.`);
+  } catch (error) {
+    say(error.message, true);
+  } finally {
+    button.disabled = false;
+    button.textContent = label;
+  }
+}
+
 function saveDialog() {
   const name = fileName();
   const used = usedFiles();
@@ -144,21 +186,38 @@ import quillon
 recipe = quillon.Recipe("${name}.json")
 result = recipe.run(cv2.imread("image.png", cv2.IMREAD_UNCHANGED))
 print(result.verdict, result.measurements)`;
+  const cpp = `// g++ -std=c++20 program.cpp $(pkg-config --cflags --libs quillon-recipe)
+#include <exception>
+#include <iostream>
+
+#include "quillon/recipe.h"
+
+int main(int count, char** images) try {
+  quillon::RecipeRunner recipe("${name}.json");
+  for (int i = 1; i < count; ++i) std::cout << recipe.RunFile(images[i]).line << '\\n';
+} catch (const std::exception& error) {
+  std::cerr << error.what() << '\\n';
+  return 1;
+}`;
   const copyable = (title, text) => h('section.copy', h('h3', title), h('pre', text),
     h('button', { onclick: () => navigator.clipboard.writeText(text).then(() => say('Copied.'), () => say('Select the text and copy it.', true)) }, 'Copy'));
   const lines = state.images.filter(({ result, isStale }) => result?.line && !isStale).map(({ result }) => result.line);
+  const report = h('button', { disabled: state.problems.length > 0 || !state.images.length, onclick: () => saveReport(name, report) }, `Report of ${Math.min(state.images.length, kMostPages)} images (.zip)`);
   openDialog('Save and carry',
     state.problems.length ? h('p.wrong', `The recipe is not ready yet: ${state.problems[0]}`) : null,
     h('p.row',
       h('button.primary', { onclick: () => download(`${name}.zip`, zip([[`${name}.json`, new TextEncoder().encode(recipeText())], ...used]), 'application/zip') },
         used.length ? `Recipe with ${used.length} ${used.length > 1 ? 'files' : 'file'} (.zip)` : 'Recipe (.zip)'),
       h('button', { onclick: () => download(`${name}.json`, recipeText(), 'application/json') }, 'Recipe alone (.json)'),
-      h('button', { disabled: !lines.length, onclick: () => download(`${name}-results.jsonl`, `${lines.join('\n')}\n`, 'application/x-ndjson') }, `Results of ${lines.length} images (.jsonl)`)),
-    h('p.quiet', 'The same recipe gives the same results, byte for byte, on the command line and in Python.'),
-    copyable('Command line', line), copyable('Python', python), copyable('Recipe', recipeText()));
+      h('button', { disabled: !lines.length, onclick: () => download(`${name}-results.jsonl`, `${lines.join('\n')}\n`, 'application/x-ndjson') }, `Results of ${lines.length} images (.jsonl)`),
+      report),
+    h('p.quiet', 'The same recipe gives the same results, byte for byte, on the command line, in Python and in C++.'),
+    copyable('Command line', line), copyable('Python', python), copyable('C++', cpp), copyable('Recipe', recipeText()));
 }
 
-export function setUpCarrying() {
+export function setUpCarrying(ownEngine, filesOf) {
+  engine = ownEngine;
+  recipeFiles = filesOf;
   const picker = (attributes) => {
     const input = h('input', { type: 'file', multiple: true, hidden: true, ...attributes });
     input.onchange = async () => {

@@ -3,6 +3,10 @@ import workerSource from 'worker-source';
 
 const url = URL.createObjectURL(new Blob([workerSource], { type: 'text/javascript' }));
 
+export const kStopped = 'stopped';
+// The message of errors for what was asked of a worker that died.
+export const kCrashed = 'the library stopped while it worked on this';
+
 export class Engine {
   #worker = null;
   #waiting = new Map();
@@ -18,9 +22,9 @@ export class Engine {
     this.#worker = new Worker(url);
     this.filesSent = null;
     this.#worker.onmessage = ({ data: { id, answer, error, isFatal } }) => {
+      if (isFatal) return this.#crashed(error);
       const waiting = this.#waiting.get(id);
       this.#waiting.delete(id);
-      if (isFatal) this.#crashed(error);
       if (error !== undefined) waiting?.reject(new Error(error));
       else waiting?.resolve(answer);
     };
@@ -28,7 +32,7 @@ export class Engine {
   }
 
   #crashed(message) {
-    this.stop(message);
+    this.stop(kCrashed);
     this.onCrash(message);
   }
 
@@ -52,7 +56,7 @@ export class Engine {
   }
 
   // Ends what is being done, however long it would take, and begins anew.
-  stop(reason = 'stopped') {
+  stop(reason = kStopped) {
     this.#worker.terminate();
     for (const { reject } of this.#waiting.values()) reject(new Error(reason));
     this.#waiting.clear();

@@ -116,8 +116,11 @@ async function runAll(mine) {
       refresh(image);
       emit('inspected');
     } catch (error) {
-      if (error.message !== 'stopped') say(`${image.name}: ${error.message}`, true);
+      if (!isCurrent()) break;
+      // The library stopped at this image, and was begun anew: the others go on.
+      image.result = { verdict: 'error', error: error.message, measurements: [] };
       image.isStale = false;
+      refresh(image);
     }
   }
   if (mine === run) {

@@ -1,13 +1,15 @@
 // The workbench: puts the panes together. The image that is shown runs through the recipe in a
 // worker of its own, and only the newest state is asked for; the filmstrip has another.
 import licenses from '../package/LICENSES.md';
+import { setUpCalibration } from './calibrate.js';
 import { openFiles, setUpCarrying } from './carry.js';
 import { greyHistogram, lineProfile } from './charts.js';
 import { byId, fill, h, openDialog, plain, say } from './dom.js';
-import { Engine } from './engine.js';
+import { Engine, kCrashed, kStopped } from './engine.js';
 import { addImages, refreshAll, schedule, setUpFilmstrip } from './filmstrip.js';
 import { setUpMeasurements } from './measurements.js';
 import { kFilePrefix, placeOf } from './runnable.js';
+import { watch } from './preview.js';
 import { setUpSteps } from './steps.js';
 import {
   canRedo, canUndo, change, emit, endOfChange, imageOf, keepNow, on, outputOf, redo, replaceRecipe, restoreDraft, sourceOf, state, undo,
@@ -17,7 +19,7 @@ import { setUpTeaching } from './teach.js';
 import { focusThing, profile, pictureShown, setUpViewer, show, showThings } from './viewer.js';
 
 const kMostRows = 500;
-const kBlink = 500, kSlow = 300;  // milliseconds
+const kBlink = 500;  // milliseconds
 
 const crashed = (message) => say(`The library stopped (${message}). It was begun anew; the recipe is kept.`, true);
 const live = new Engine(crashed), strip = new Engine(crashed);
@@ -58,7 +60,7 @@ async function look() {
     const image = imageOf(state.current);
     const step = selectedStep();
     const began = performance.now();
-    const slow = setTimeout(() => (byId('busy').hidden = false), kSlow);
+    const done = watch(image, files);
     try {
       const answer = await live.ask('look', {
         recipe: structuredClone(state.recipe), files: live.newFiles(files()), slot: state.slot,
@@ -68,10 +70,9 @@ async function look() {
       if (imageOf(state.current) !== image) continue;
       shown(answer, performance.now() - began);
     } catch (error) {
-      if (error.message !== 'stopped') say(error.message, true);
+      if (![kStopped, kCrashed].includes(error.message)) say(error.message, true);
     } finally {
-      clearTimeout(slow);
-      byId('busy').hidden = true;
+      done();
     }
   }
   isAsking = false;
@@ -162,7 +163,7 @@ function drawWhich() {
   byId('which').replaceChildren(h('option', { value: '' }, 'image'), ...state.recipe.steps.map((step) => h('option', {
     value: step.name, selected: step.name === state.slot,
   }, pictures.includes(step) ? step.name : `${step.name} (on the image)`)),
-  ...[...state.files.keys()].filter((name) => !/\.(model|dat)$/i.test(name)).map((name) => h('option', {
+  ...[...state.files.keys()].filter((name) => !/\.(model|dat|json)$/i.test(name)).map((name) => h('option', {
     value: kFilePrefix + name, selected: state.slot === kFilePrefix + name,
   }, kFilePrefix + name)));
 }
@@ -272,9 +273,10 @@ async function begin() {
   setUpSteps(table);
   setUpMeasurements(table);
   setUpFilmstrip(strip, files);
-  setUpCarrying();
+  setUpCarrying(live, files);
   setUpTask(ask);
   setUpTeaching(ask);
+  setUpCalibration(live);
   setUpKeys();
   byId('recipe-name').onchange = (event) => change((recipe) => (recipe.name = event.target.value));
   byId('which').onchange = (event) => {

@@ -33,7 +33,35 @@ function setInput(index, input) {
 }
 
 const quantitiesOf = (kind) => table.quantities.filter(({ inputs }) => inputs.includes(kind));
-const canChoose = ({ value, input }) => value !== 'count' && kindOf(input) !== 'picture';
+const isFormula = ({ input }) => input === undefined;
+const isBetween = ({ input }) => Array.isArray(input);
+const canChoose = ({ value, input }) => typeof input === 'string' && value !== 'count' && kindOf(input) !== 'picture';
+// What the value is counted in, by pixels and by millimetres; nothing where it has no such unit.
+function unitsOf(measurement) {
+  if (isFormula(measurement)) return [];
+  const { unit } = [...table.betweens, ...table.quantities].find(({ name }) => name === measurement.value) ?? {};
+  return unit?.startsWith('px') ? [unit, unit.replace('px', 'mm')] : [];
+}
+
+// The ways to measure, and a first value for each.
+const kWays = {
+  'of a step': () => ({ input: measurable().at(-1) }),
+  'between two steps': () => ({ input: [findings().at(-2) ?? findings().at(-1), findings().at(-1)], value: table.betweens[0].name }),
+  'a formula': (before) => ({ value: before.length ? `'${before.at(-1).name}' * 1` : '1 + 1' }),
+};
+const wayOf = (measurement) => Object.keys(kWays)[isFormula(measurement) ? 2 : isBetween(measurement) ? 1 : 0];
+const measurable = () => state.recipe.steps.map(outputOf).filter((name) => quantitiesOf(kindOf(name)).length);
+// The steps that find things.
+const findings = () => measurable().filter((name) => !kindOf(name).includes('picture'));
+
+function setWay(index, way) {
+  change(({ measurements }) => {
+    const { name } = measurements[index];
+    const next = { name, ...kWays[way](measurements.slice(0, index)) };
+    if (typeof next.input === 'string') next.value = quantitiesOf(kindOf(next.input))[0].name;
+    measurements[index] = next;
+  });
+}
 
 function choice(index, field, options, value, changed = (next) => set(index, field, next)) {
   const box = h('select', { 'data-key': `measurement ${index} ${field}`, 'aria-label': field },
@@ -47,6 +75,31 @@ function limitBox(index, field, value) {
   box.oninput = () => set(index, field, box.value === '' ? undefined : Number(box.value), true);
   box.onchange = endOfChange;
   return h('label', field === 'min' ? 'at least' : 'at most', box);
+}
+
+// What is measured, as a sentence of choices.
+function sentenceOf(measurement, index) {
+  const named = (names, value) => [...new Set([...names, value ?? ''])].map((name) => ({ name }));
+  const way = choice(index, 'way', Object.keys(kWays).map((name) => ({ name })), wayOf(measurement), (next) => setWay(index, next));
+  if (isFormula(measurement)) {
+    const box = h('input.formula', { value: measurement.value ?? '', 'data-key': `measurement ${index} value`, 'aria-label': 'formula', spellcheck: false,
+      title: 'Measurements before this one by their names, in quotes where they have spaces; + - * / and functions such as sqrt and atan2' });
+    box.onchange = () => set(index, 'value', box.value);
+    return [way, box];
+  }
+  if (isBetween(measurement)) {
+    const input = (place) => choice(index, `input ${place}`, named(findings(), measurement.input[place]), measurement.input[place], (name) => change(({ measurements }) => {
+      measurements[index].input = measurements[index].input.map((other, i) => (i === place ? name : other));
+    }));
+    return [way, choice(index, 'value', table.betweens, measurement.value), ' of ', input(0), ' and ', input(1)];
+  }
+  return [way,
+    canChoose(measurement) ? choice(index, 'which', table.whiches, measurement.which ?? 'first') : null,
+    choice(index, 'value', quantitiesOf(kindOf(measurement.input)), measurement.value, (value) => change(({ measurements }) => {
+      measurements[index].value = value;
+      if (!canChoose(measurements[index])) delete measurements[index].which;
+      if (!unitsOf(measurements[index]).includes(measurements[index].unit)) delete measurements[index].unit;
+    })), ' of ', choice(index, 'input', named(measurable(), measurement.input), measurement.input, (input) => setInput(index, input))];
 }
 
 function propose(index) {
@@ -65,21 +118,16 @@ function propose(index) {
 }
 
 function cardOf(measurement, index) {
-  const inputs = state.recipe.steps.map(outputOf).filter((name) => quantitiesOf(kindOf(name)).length).map((name) => ({ name }));
-  if (!inputs.some(({ name }) => name === measurement.input)) inputs.push({ name: measurement.input ?? '' });
+  const units = unitsOf(measurement);
   const name = h('input.title', { value: measurement.name, 'data-key': `measurement ${index} name`, 'aria-label': 'name of the measurement', spellcheck: false });
   name.onchange = () => set(index, 'name', name.value);
   return h('li.card',
     h('header', name, h('output.value', { 'data-measured': measurement.name }),
       h('button.icon', { title: 'Remove', 'aria-label': `Remove ${measurement.name}`, onclick: () => change(({ measurements }) => measurements.splice(index, 1)) }, '✕')),
     h('div.form',
-      h('p.sentence',
-        canChoose(measurement) ? [choice(index, 'which', table.whiches, measurement.which ?? 'first'), ' '] : null,
-        choice(index, 'value', quantitiesOf(kindOf(measurement.input)), measurement.value, (value) => change(({ measurements }) => {
-          measurements[index].value = value;
-          if (!canChoose(measurements[index])) delete measurements[index].which;
-        })), ' of ', choice(index, 'input', inputs, measurement.input, (input) => setInput(index, input))),
+      h('p.sentence', sentenceOf(measurement, index)),
       h('p.limits', limitBox(index, 'min', measurement.min), limitBox(index, 'max', measurement.max),
+        units.length ? choice(index, 'unit', units.map((name) => ({ name })), measurement.unit ?? units[0]) : null,
         h('button', { onclick: () => propose(index), title: 'From the images that are marked good and bad' }, 'Propose limits')),
       h('div', { 'data-values': index }),
       h('p.quiet', { 'data-wrong': index }),
@@ -87,7 +135,7 @@ function cardOf(measurement, index) {
 }
 
 let drawnShape = null;
-const shape = () => JSON.stringify([state.recipe.measurements.map(({ name, input, value, which, min, max }) => [name, input, value, which, min === undefined, max === undefined]),
+const shape = () => JSON.stringify([state.recipe.measurements.map(({ name, input, value, which, unit, min, max }) => [name, input, value, which, unit, min === undefined, max === undefined]),
   state.recipe.steps.map((step) => [outputOf(step), step.operation])]);
 
 function render() {
@@ -136,7 +184,7 @@ function refresh(keepsCharts = false) {
 }
 
 function add() {
-  const input = state.recipe.steps.map(outputOf).reverse().find((name) => quantitiesOf(kindOf(name)).length);
+  const input = measurable().at(-1);
   if (!input) return say('Add a step first: a measurement is of what a step makes.', true);
   const value = quantitiesOf(kindOf(input))[0].name;
   change(({ measurements }) => measurements.push({ name: freeName(`${input} ${value}`, measurements.map(({ name }) => name)), input, value }));

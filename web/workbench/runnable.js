@@ -20,15 +20,16 @@ export function placeOf(problem, recipe) {
 }
 
 export function runnable(recipe, problems) {
+  if (!problems.length && recipe.steps.length) return recipe;
   const wrong = problems.map((problem) => placeOf(problem, recipe));
   const firstWrong = Math.min(...wrong.filter(({ list }) => list === 'step').map(({ index }) => Math.max(0, index)), Infinity);
   const steps = recipe.steps.slice(0, Math.min(firstWrong, recipe.steps.length));
   if (!steps.length) return null;
   const names = new Set(steps.map((step) => step.output ?? step.name));
   const wrongMeasurements = new Set(wrong.filter(({ list }) => list === 'measurement').map(({ index }) => index));
-  const measurements = recipe.measurements.filter((measurement, i) =>
-    !wrongMeasurements.has(i) && names.has(measurement.input));
+  const isThere = ({ input }, i) => !wrongMeasurements.has(i) && [input].flat().every((name) => names.has(name));
+  const measurements = recipe.measurements.filter(isThere);
   // A recipe measures something: here, what needs no step.
   const nothing = { name: 'mean of the image', input: 'image', value: 'mean' };
-  return { name: recipe.name || 'recipe', steps, measurements: measurements.length ? measurements : [nothing] };
+  return { ...recipe, name: recipe.name || 'recipe', steps, measurements: measurements.length ? measurements : [nothing] };
 }

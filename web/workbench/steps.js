@@ -26,6 +26,12 @@ function setValue(index, name, value, isLive) {
   }, isLive ? `${index} ${name}` : null);
 }
 
+// Gives another input to all that have this one.
+function redirect({ steps, measurements }, before, after) {
+  const moved = (input) => (Array.isArray(input) ? input.map(moved) : input === before ? after : input);
+  for (const entry of [...steps, ...measurements]) if (entry.input !== undefined) entry.input = moved(entry.input);
+}
+
 // Renames a step, and what refers to it.
 function rename(index, name) {
   change((recipe) => {
@@ -34,12 +40,7 @@ function rename(index, name) {
     if (state.selected === step.name) state.selected = name;
     if (state.slot === step.name) state.slot = name;
     step.name = name;
-    const after = outputOf(step);
-    for (const other of recipe.steps) {
-      if (Array.isArray(other.input)) other.input = other.input.map((input) => (input === before ? after : input));
-      else if (other.input === before) other.input = after;
-    }
-    for (const measurement of recipe.measurements) if (measurement.input === before) measurement.input = after;
+    redirect(recipe, before, outputOf(step));
   });
 }
 
@@ -100,6 +101,26 @@ export function addStep(operation, values = {}) {
   });
   select(name);
   return name;
+}
+
+// Puts the plane of a calibrated camera before all steps: those that worked on the image work on that.
+export function useCamera(bytes) {
+  const operation = table.operations.find(({ knowsScale }) => knowsScale);
+  const { name: argument } = operation.arguments.find(({ type }) => type === 'file');
+  change((recipe, files) => {
+    const file = freeName('camera.json', [...files.keys()]);
+    files.set(file, bytes);
+    const before = recipe.steps.find((step) => step.operation === operation.name);
+    if (before) {
+      before[argument] = file;
+      return;
+    }
+    const [image] = operation.inputs.map((kind) => inputFor(kind, 0));
+    const name = freeName(operation.name, [image, ...recipe.steps.flatMap((step) => [step.name, outputOf(step)])]);
+    redirect(recipe, image, name);
+    recipe.steps.unshift({ name, operation: operation.name, input: image, [argument]: file });
+    state.selected = state.slot = name;
+  });
 }
 
 // Shows what a step works on, for regions are places of that.

@@ -20,6 +20,7 @@ let focused = null;                       // thing under the pointer, or of the 
 let tool = { kind: 'move' };
 let drawn = null;                         // what is being drawn: {points}
 let overlay = null;                       // edges of a taught template: {box, points}
+let preview = null;                       // {width, height, part, bitmap, things}, until the whole is there
 let line = null;                          // of the profile: [x0, y0, x1, y1]
 
 const ratio = () => window.devicePixelRatio || 1;
@@ -67,6 +68,30 @@ export function show(shown) {
   if (isNewSize || view.isFitted) fit();
   else draw();
 }
+// The part of the image that can be seen, where the picture has its positions; null before there is one.
+export function visiblePart() {
+  if (!picture) return null;
+  const { clientWidth, clientHeight } = canvas;
+  const [left, top] = [-view.x / view.zoom, -view.y / view.zoom].map((at) => Math.max(0, Math.floor(at)));
+  const right = Math.min(picture.width, Math.ceil((clientWidth - view.x) / view.zoom));
+  const bottom = Math.min(picture.height, Math.ceil((clientHeight - view.y) / view.zoom));
+  if (right - left < 1 || bottom - top < 1) return null;
+  const isAll = right - left === picture.width && bottom - top === picture.height;
+  return { left, top, width: right - left, height: bottom - top, isAll, of: { width: picture.width, height: picture.height } };
+}
+
+// Shows a first result for a part of the picture, over it; null takes it away.
+export function showPreview(shown) {
+  preview = shown;
+  if (shown) {
+    preview.bitmap = document.createElement('canvas');
+    preview.bitmap.width = shown.width;
+    preview.bitmap.height = shown.height;
+    preview.bitmap.getContext('2d').putImageData(new ImageData(shown.rgba, shown.width, shown.height), 0, 0);
+  }
+  draw();
+}
+
 export const pictureShown = () => picture;
 
 export function showThings(inspection) {
@@ -157,7 +182,8 @@ function paint() {
   context.imageSmoothingEnabled = view.zoom * scale < 1;
   context.imageSmoothingQuality = 'high';
   context.drawImage(bitmap, view.x, view.y, picture.width * view.zoom, picture.height * view.zoom);
-  for (const entry of things) {
+  if (preview) paintPreview();
+  else for (const entry of things) {
     if (hidden.has(entry.step) || !entry.isHere || entry === focused) continue;
     tracePoints(outlineOf(entry));
     stroke(entry.tone, 1.6);
@@ -176,6 +202,15 @@ function paint() {
     stroke('#4ade80', 1.6);
   }
   emit('drawn');
+}
+
+function paintPreview() {
+  const { left, top, width, height } = preview.part;
+  context.drawImage(preview.bitmap, view.x + left * view.zoom, view.y + top * view.zoom, width * view.zoom, height * view.zoom);
+  for (const thing of preview.things) {
+    tracePoints(outlineOf({ thing }).map(([x, y]) => [x + left, y + top]));
+    stroke(kTones[0], 1.6);
+  }
 }
 
 function paintTemplate() {

@@ -24,6 +24,20 @@ function decodedImage({ id, name, bytes }) {
   return entry;
 }
 
+let report = null;  // a recipe of its own, while its pages are written
+const kReport = '/report';
+
+// A page and what goes with it, taken out of the module: an empty file keeps its place for the index.
+function takenOut(folder) {
+  return quillon.files.list(`${kReport}/${folder}`).flatMap((name) => {
+    const path = `${kReport}/${folder}/${name}`;
+    const bytes = quillon.files.read(path);
+    if (!bytes.length) return [];
+    quillon.files.write(path, new Uint8Array());
+    return [[`${folder}/${name}`, bytes]];
+  });
+}
+
 let present = [];  // names of files
 function setFiles(files) {
   for (const name of present) quillon.files.remove(`${kFolder}/${name}`);
@@ -101,6 +115,28 @@ const works = {
     return { problems, inspection, notes, picture: shown, isImage: !copy, input };
   },
 
+  // A step's result on a part of the image, reduced where that is asked for; things where it is not, for
+  // their sizes mean nothing then. Null where the result has other positions than the image.
+  preview({ recipe, files, source, slot, part, reduced }) {
+    if (files) setFiles(files);
+    const { image } = decodedImage(source);
+    if (image.width !== part.of.width || image.height !== part.of.height) return null;
+    const piece = cropped(image, [part.left, part.top, part.width, part.height]);
+    const small = reduced > 1 ? reducedImage(piece, reduced) : piece;
+    try {
+      const ready = open(recipe);
+      const step = ready?.inspect(small).steps.find(({ name }) => name === slot);
+      if (!step || step.frame !== 0) return null;
+      const copy = step.things ? null : ready.picture(step.slot);
+      const shown = rgbaOf(copy ?? small);
+      copy?.dispose();
+      if (shown.width !== small.width || shown.height !== small.height) return null;
+      return { ...shown, things: reduced > 1 ? [] : step.things ?? [] };
+    } finally {
+      for (const made of new Set([piece, small])) made.dispose();
+    }
+  },
+
   // One image of the filmstrip.
   inspect({ recipe, files, source, wantsThumbnail }) {
     if (files) setFiles(files);
@@ -134,6 +170,37 @@ const works = {
     }
   },
 
+  // Pages of images, one after the other, then the index over them: files of a report.
+  beginReport({ recipe, files }) {
+    if (files) setFiles(files);
+    report?.dispose();
+    report = new quillon.Recipe(recipe, { folder: kFolder });
+    report.beginPages(kReport);
+  },
+  addToReport({ source }) {
+    report.inspectBytes(source.bytes, source.name);
+    report.addPage();
+    return ['pages', 'thumbs'].flatMap(takenOut);
+  },
+  endReport() {
+    report.endPages();
+    report.dispose();
+    report = null;
+    const index = quillon.files.read(`${kReport}/index.html`);
+    for (const folder of ['pages', 'thumbs']) {
+      for (const name of quillon.files.list(`${kReport}/${folder}`)) quillon.files.remove(`${kReport}/${folder}/${name}`);
+    }
+    return [['index.html', index]];
+  },
+
+  // The inner corners of a board in one image, and the image's size.
+  findBoard({ source, columns, rows }) {
+    const { image } = decodedImage(source);
+    return { corners: quillon.findBoard(image, columns, rows, source.name), width: image.width, height: image.height };
+  },
+
+  fitCamera: ({ views, ...options }) => quillon.fitCamera(views, options),
+
   sample({ name, options }) {
     const { image, truth } = quillon.sample(name, options);
     const bytes = quillon.encodePng(image);
@@ -161,6 +228,20 @@ function cropped(image, [left, top, width, height]) {
   return image.constructor.from(width, height, to);
 }
 
+// Every so many columns and rows.
+function reducedImage(image, by) {
+  const bytes = image instanceof quillon.ColourImage ? 3 : 1;
+  const width = Math.ceil(image.width / by), height = Math.ceil(image.height / by);
+  const from = image.getPixels(), to = new Uint8Array(bytes * width * height);
+  for (let y = 0, i = 0; y < height; ++y) {
+    for (let x = 0; x < width; ++x) {
+      const start = bytes * (y * by * image.width + x * by);
+      for (let k = 0; k < bytes; ++k) to[i++] = from[start + k];
+    }
+  }
+  return image.constructor.from(width, height, to);
+}
+
 function histogramOf(image) {
   const counts = new Uint32Array(256);
   for (const value of image.getPixels()) ++counts[value];
@@ -174,12 +255,14 @@ self.onmessage = async ({ data: { id, work, given } }) => {
     await ready;
     if (given.source?.blob) {
       const { blob } = given.source;
-      if (!decoded.has(given.source.id)) given.source.bytes = new Uint8Array(await blob.arrayBuffer());
+      if (work === 'addToReport' || !decoded.has(given.source.id)) given.source.bytes = new Uint8Array(await blob.arrayBuffer());
     }
     const answer = works[work](given);
     const moved = [answer?.picture, answer?.thumbnail].filter(Boolean).map(({ rgba }) => rgba.buffer);
     self.postMessage({ id, answer }, moved);
   } catch (error) {
-    self.postMessage({ id, error: error.message, isFatal: error instanceof WebAssembly.RuntimeError });
+    // What the module throws is no Error, and leaves it in a state that nobody knows, as a trap does.
+    const isFatal = !(error instanceof Error) || error instanceof WebAssembly.RuntimeError;
+    self.postMessage({ id, error: String(error?.message ?? error), isFatal });
   }
 };
