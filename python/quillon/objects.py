@@ -2,6 +2,9 @@
 
 from __future__ import annotations
 
+import copy
+import os
+import tempfile
 import weakref
 from typing import TYPE_CHECKING, Any, Optional, Sequence, Tuple, TypeVar
 
@@ -20,6 +23,45 @@ if TYPE_CHECKING:
 __all__ = ["FlatField", "GeoMatchTool", "LensCalibration", "NccTool", "Region"]
 
 Self = TypeVar("Self", bound="_Owner")
+
+
+class _Remade:
+    """What a pickle carries of an object: the call that made its contents, which is made again."""
+
+    _made: Tuple[Any, ...] = ()  # the method's name and its arguments, as they were then
+
+    def _keep(self, name: str, *values: Any) -> None:
+        self._made = (name, *copy.deepcopy(values))
+
+    def __reduce__(self) -> Any:
+        return _remade, (type(self), self._made)
+
+    def _load_contents(self, contents: bytes) -> None:
+        """load() of what a file held."""
+        with tempfile.TemporaryDirectory() as folder:
+            path = os.path.join(folder, "parameters")
+            with open(path, "wb") as file:
+                file.write(contents)
+            getattr(self, "load")(path)
+
+
+def _remade(kind: Any, made: Tuple[Any, ...]) -> Any:
+    one = kind()
+    if made:
+        getattr(one, made[0])(*made[1:])
+    return one
+
+
+def _remade_ncc(made: Tuple[Any, ...], level: int) -> Any:
+    tool = _remade(NccTool, made)
+    if made:
+        tool.current_level = level
+    return tool
+
+
+def _contents(file_name: FileName) -> bytes:
+    with open(file_name, "rb") as file:
+        return file.read()
 
 
 class _Owner:
@@ -47,7 +89,8 @@ class Region(_Owner):
             region.compute_features()
             print(region.selected_blobs()["area"])
 
-    Selections work within the current one; all bounds are inclusive.
+    Selections work within the current one; all bounds are inclusive. A Region stays in its process:
+    what it found can be pickled.
     """
 
     _native: _quillon.Region
@@ -55,6 +98,9 @@ class Region(_Owner):
 
     def __init__(self) -> None:
         self._native = _quillon.Region()
+
+    def __reduce__(self) -> Any:
+        raise TypeError("a Region cannot be pickled: send the image, or selected_blobs()")
 
     def set_polygon(self, points: Points) -> None:
         """Makes the inside of a closed polygon of points (x, y) the region of interest.
@@ -203,7 +249,7 @@ def _scalar_columns(kind: np.dtype[np.void], column: str, names: Sequence[str]) 
                      "itemsize": kind.itemsize})
 
 
-class NccTool(_Owner):
+class NccTool(_Remade, _Owner):
     """A template, found by correlation in other images.
 
         with quillon.NccTool() as tool:
@@ -215,6 +261,9 @@ class NccTool(_Owner):
     _native: _quillon.NccTool
     _searched: Optional[weakref.ReferenceType[Image]] = None
 
+    def __reduce__(self) -> Any:
+        return _remade_ncc, (self._made, self.current_level if self._made else 0)
+
     def __init__(self) -> None:
         self._native = _quillon.NccTool()
 
@@ -225,10 +274,12 @@ class NccTool(_Owner):
         With `use_mask`, pixels of value 0 (all three bytes, in color) do not take part.
         """
         self._native.teach(image, use_mask)
+        self._keep("teach", image, use_mask)
 
     def teach_roi(self, image: Image) -> None:
         """Takes a color template at full resolution only, for correlate()."""
         self._native.teach_roi(image)
+        self._keep("teach_roi", image)
 
     @checked
     def find(self, image: Image, min_score: float = 0.7, *, rotate: bool = False,
@@ -277,7 +328,7 @@ class NccTool(_Owner):
         return self._native.level_image(level)
 
 
-class GeoMatchTool(_Owner):
+class GeoMatchTool(_Remade, _Owner):
     """A template's edges, found in other images whatever the contrast.
 
         with quillon.GeoMatchTool() as tool:
@@ -300,6 +351,7 @@ class GeoMatchTool(_Owner):
         `high`.
         """
         self._native.teach(image, high, low)
+        self._keep("teach", image, high, low)
 
     @checked
     def find(self, image: Image, min_score: float = 0.7, greediness: float = 0.5, *,
@@ -320,7 +372,7 @@ class GeoMatchTool(_Owner):
         return self._native.model()
 
 
-class FlatField:
+class FlatField(_Remade):
     """Evens out brightness by a gain per gray level.
 
     A region is four numbers: x_start, x_end, y_start, y_end, the ends exclusive.
@@ -334,11 +386,14 @@ class FlatField:
               file_name: Optional[FileName] = None) -> None:
         """Makes the gains target / level, and writes them with the region to a file."""
         self._native.build(target, region, file_name)
+        self._keep("build", target, region)
 
     @checked
     def load(self, file_name: FileName) -> FlatFieldRegion:
         """Takes gains and region from a file, and returns the region."""
-        return self._native.load(file_name)
+        region = self._native.load(file_name)
+        self._keep("_load_contents", _contents(file_name))
+        return region
 
     def calibrate(self, image: Image, region: Optional[Sequence[int]] = None, *,
                   out: Optional[Image] = None, layout: Layout = "contiguous") -> Image:
@@ -351,7 +406,7 @@ class FlatField:
         return self._native.gains()
 
 
-class LensCalibration:
+class LensCalibration(_Remade):
     """Corrects lens distortion by a bivariate cubic.
 
     Build or load, then calibrate any number of images.
@@ -369,12 +424,15 @@ class LensCalibration:
         int(pitch * 10000 / pixel_size + 0.5) pixels. Returns the points relative to the middle
         one, y upwards.
         """
-        return self._native.build(points, x_pitch, y_pitch, x_pixel_size, y_pixel_size, file_name)
+        places = self._native.build(points, x_pitch, y_pitch, x_pixel_size, y_pixel_size, file_name)
+        self._keep("build", points, x_pitch, y_pitch, x_pixel_size, y_pixel_size)
+        return places
 
     @checked
     def load(self, file_name: FileName) -> None:
         """Takes parameters from a file."""
         self._native.load(file_name)
+        self._keep("_load_contents", _contents(file_name))
 
     @checked
     def precalculate(self, shape: Tuple[int, int]) -> None:

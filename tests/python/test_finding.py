@@ -1,6 +1,7 @@
 """Blobs, matches, defects and recipes in process are those of the objects and of the truth."""
 
 import base64
+import copy
 import json
 import pickle
 import re
@@ -93,6 +94,37 @@ def test_a_finder_carries_its_template_wherever_it_goes():
         assert_array_equal(one.find(image), expected)
         assert_array_equal(one(image=image), expected)
     assert abs(expected[0]["angle"] - 6) < 0.2
+
+
+def test_objects_carry_what_they_were_taught(tmp_path):
+    points = np.array([(60 + 16 * x, 50 + 16 * y) for y in range(-2, 3) for x in range(-2, 3)])
+    template, image = GRAY[PLACE].copy(), np.pad(GRAY, ((0, 30), (0, 0)))
+
+    def calibrated(kind, *build):
+        built, loaded = kind(), kind()
+        built.build(*build, tmp_path / "file")
+        loaded.load(tmp_path / "file")
+        return built, loaded
+
+    ncc, color, edges = quillon.NccTool(), quillon.NccTool(), quillon.GeoMatchTool()
+    ncc.teach(template)
+    ncc.current_level = 0
+    color.teach_roi(COLOR)
+    edges.teach(template, 60, 20)
+    rows = [(ncc, lambda tool: (tool.find(image), tool.current_level)),
+            (color, lambda tool: tool.correlate(COLOR)), (edges, lambda tool: tool.find(image)),
+            (quillon.NccTool(), type), (quillon.FlatField(), lambda field: field.gains)]
+    for made, build in ((quillon.FlatField, (200, (0, 100, 0, 90))),
+                        (quillon.LensCalibration, (points, 16, 16, 10000, 10000))):
+        rows += [(one, lambda one: one.calibrate(image)) for one in calibrated(made, *build)]
+    expected = [use(one) for one, use in rows]
+    template[:], points[:] = 0, 0
+    (tmp_path / "file").unlink()
+    for (one, use), told in zip(rows, expected):
+        for again in (pickle.loads(pickle.dumps(one)), copy.deepcopy(pickle.loads(pickle.dumps(one)))):
+            assert pickle.dumps(use(again)) == pickle.dumps(told)
+    with pytest.raises(TypeError, match="a Region cannot be pickled: send the image"):
+        pickle.dumps(quillon.Region())
 
 
 def test_what_was_found_shows_itself_over_the_image():
