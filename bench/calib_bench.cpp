@@ -99,7 +99,7 @@ void PrepareDistortion(Frame& f) {
 void AddDistortion() {
   Add({.name = "undistort",
        .prepare = PrepareDistortion,
-       .ours = [](Frame& f) { ApplyDistortionMap(f.source); },
+       .ours = [](Frame& f) { ApplyDistortionMap(f.kernels, f.source); },
        .preparePeer =
            [](PeerFrame& f) {
              cv::Mat x(f.source.size(), CV_32F), y(f.source.size(), CV_32F), fixed, unused;

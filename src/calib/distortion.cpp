@@ -12,6 +12,8 @@
 #include "calib/polynomial.h"
 #include "core/buffer.h"
 #include "core/image_access.h"
+#include "point/lookup_kernels.h"
+#include "simd/kernels.h"
 
 namespace quillon {
 namespace {
@@ -226,30 +228,25 @@ void BuildDistortionMap(GreyImage& image) {
 
 // The result is packed top row first and copied over the bottom-up store as it is: rows come out
 // upside down, which undoes that the map's y grows upwards.
-bool ApplyDistortionMap(GreyImage& image) {
+bool ApplyDistortionMap(const Kernels& kernels, GreyImage& image) {
   if (!image.distortionCoefficients || !image.distortionCoefficientRows ||
       !image.distortionMapRows) {
     return false;
   }
-  const size_t size = static_cast<size_t>(image.width) * static_cast<size_t>(image.height);
+  const auto width = static_cast<size_t>(image.width);
+  const size_t size = width * static_cast<size_t>(image.height);
   auto packed = Buffer<uint8_t>::Zeroed(size);
   if (!packed) return false;
   const int32_t xFirst = std::max(image.xMin, 0), xLast = std::min(image.xMax, image.width - 1);
   const int32_t yFirst = std::max(image.yMin, 0), yLast = std::min(image.yMax, image.height - 1);
-  const auto width = static_cast<uint32_t>(image.width);
-  const auto height = static_cast<uint32_t>(image.height);
-  for (int32_t y = yFirst; y <= yLast; ++y) {
-    const int32_t* entry =
+  for (int32_t y = yFirst; y <= yLast && xFirst <= xLast; ++y) {
+    const int32_t* map =
         image.distortionMapRows[y - image.yMin] + 2 * (ptrdiff_t{xFirst} - image.xMin);
-    uint8_t* to = packed.data() + static_cast<size_t>(y) * width;
-    for (int32_t x = xFirst; x <= xLast; ++x, entry += 2) {
-      const auto sourceX = static_cast<uint32_t>(entry[0]);
-      const auto sourceY = static_cast<uint32_t>(entry[1]);
-      if (sourceX < width && sourceY < height) to[x] = image.rows[sourceY][sourceX];
-    }
+    kernels.lookup.MappedRow(map, packed.data() + static_cast<size_t>(y) * width + xFirst,
+                             xLast - xFirst + 1, image.rows, image.width, image.height);
   }
-  std::memset(image.bits, 0, static_cast<size_t>(image.imageSize));
   std::memcpy(image.bits, packed.data(), size);
+  std::memset(image.bits + size, 0, static_cast<size_t>(image.imageSize) - size);
   return true;
 }
 

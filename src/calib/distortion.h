@@ -6,6 +6,8 @@
 
 namespace quillon {
 
+struct Kernels;
+
 struct GridPitch {
   float xPitch, yPitch;          // of the grid
   float xPixelSize, yPixelSize;  // a step has pitch * 10000 / pixelSize pixels
@@ -26,6 +28,6 @@ bool LoadDistortionParameters(GreyImage& image, const char* fileName);
 void BuildDistortionMap(GreyImage& image);
 
 // Resamples the image through its map. False when it has none.
-bool ApplyDistortionMap(GreyImage& image);
+bool ApplyDistortionMap(const Kernels& kernels, GreyImage& image);
 
 }  // namespace quillon

@@ -43,7 +43,7 @@ void IxDistortionPreCalculate(GreyImage* image) {
 }
 
 uint8_t IxDistortionCalibrate(GreyImage* image) {
-  return HasPixels(image) && ApplyDistortionMap(*image);
+  return HasPixels(image) && ApplyDistortionMap(BestKernels(), *image);
 }
 
 }  // namespace quillon

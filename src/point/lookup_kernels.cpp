@@ -1,4 +1,4 @@
-// Row kernel of byte tables. Compiled once per level.
+// Row kernels that look pixels up. Compiled once per level.
 #include "point/lookup_kernels.h"
 
 #include "simd/blocks.h"
@@ -79,8 +79,94 @@ void LookupRow(const uint8_t* from, uint8_t* to, int count, const uint8_t* table
   for (; x < count; ++x) to[x] = table[from[x]];
 }
 
+// ---- by a map -----------------------------------------------------------------------------------
+
+// The image that a map leads into.
+struct Mapped {
+  uint8_t* const* rows;
+  uint32_t width, height;
+};
+
+QUILLON_INLINE void PickSingly(const Mapped& image, const int32_t* map, uint8_t* to, int count) {
+  for (int x = 0; x < count; ++x) {
+    const auto column = static_cast<uint32_t>(map[2 * x]),
+               row = static_cast<uint32_t>(map[2 * x + 1]);
+    if (column < image.width && row < image.height) to[x] = image.rows[row][column];
+  }
+}
+
+#if QUILLON_BYTE_SHUFFLES
+
+constexpr int kHalf = 8, kWindow = 16;
+using Longs = U32<kHalf>;
+
+// Eight neighbours whose pixels lie in the rows of the first and of the last of them, within
+// `kWindow` columns from that of the first: so smooth maps mostly are. `places` are columns from
+// there on, with bit 7 for the last one's row where that is another.
+struct Eight {
+  uint32_t column, first, last;  // of the windows
+  bool inside;                   // the windows are
+  Longs places;
+  Longs astray;  // bits are set where a pixel lies otherwise
+};
+
+QUILLON_INLINE Eight Locate(const Mapped& image, const uint32_t* map) {
+  const Longs low = Load<uint32_t, kHalf>(map), high = Load<uint32_t, kHalf>(map + kHalf);
+  const Longs columns = __builtin_shufflevector(low, high, 0, 2, 4, 6, 8, 10, 12, 14);
+  const Longs rows = __builtin_shufflevector(low, high, 1, 3, 5, 7, 9, 11, 13, 15);
+  Eight eight;
+  eight.column = map[0], eight.first = map[1], eight.last = map[2 * kHalf - 1];
+  const auto inAnother = BitCast<Longs>(rows != eight.first);
+  const Longs fromFirst = columns - eight.column;
+  eight.inside = (image.width >= kWindow) & (eight.column <= image.width - kWindow) &
+                 (eight.first < image.height) & (eight.last < image.height);
+  eight.astray = (fromFirst & ~(kWindow - 1u)) | (inAnother & BitCast<Longs>(rows != eight.last));
+  eight.places = fromFirst | (inAnother & 128);
+  return eight;
+}
+
+// A shuffle gives 0 where bit 7 of a place is set.
+QUILLON_INLINE U8<16> PickFromWindows(const Mapped& image, const Eight& eight, U8<16> places,
+                                      U8<16> left) {
+  const auto pick = [&](uint32_t row, U8<16> from) {
+    return ShuffleBytes(Load<uint8_t, kWindow>(image.rows[row] + eight.column), from | left);
+  };
+  return pick(eight.first, places) | pick(eight.last, places ^ 128);
+}
+
+// Sixteen pixels; false where they lie otherwise.
+QUILLON_INLINE bool PickSixteen(const Mapped& image, const int32_t* map, uint8_t* to) {
+  const auto* pairs = reinterpret_cast<const uint32_t*>(map);
+  const Eight a = Locate(image, pairs), b = Locate(image, pairs + 2 * kHalf);
+  const auto astray = BitCast<U8<4 * kHalf>>((a.astray | b.astray) != 0);
+  if (!a.inside || !b.inside || MoveMask(astray) != 0) return false;
+  const auto words = PackLanes(a.places, b.places);
+  const auto places = PackLanes(Low(words), High(words));
+  constexpr U8<16> kUpper = {0, 0, 0, 0, 0, 0, 0, 0, 128, 128, 128, 128, 128, 128, 128, 128};
+  Store(to, PickFromWindows(image, a, places, kUpper) |
+                PickFromWindows(image, b, places, kUpper ^ 128));
+  return true;
+}
+
+#endif
+
+void MappedRow(const int32_t* map, uint8_t* to, int count, uint8_t* const* rows, int width,
+               int height) {
+  const Mapped image = {rows, static_cast<uint32_t>(width), static_cast<uint32_t>(height)};
+  int x = 0;
+#if QUILLON_BYTE_SHUFFLES
+  constexpr int kGroup = 2 * kHalf;
+  for (; x <= count - kGroup; x += kGroup) {
+    if (!PickSixteen(image, map + 2 * x, to + x)) {
+      PickSingly(image, map + 2 * x, to + x, kGroup);
+    }
+  }
+#endif
+  PickSingly(image, map + 2 * x, to + x, count - x);
+}
+
 }  // namespace
 
-const LookupKernels lookup = {.LookupRow = LookupRow};
+const LookupKernels lookup = {.LookupRow = LookupRow, .MappedRow = MappedRow};
 
 }  // namespace quillon::QUILLON_LEVEL

@@ -1,5 +1,6 @@
 #include "calib/distortion.h"
 
+#include <algorithm>
 #include <climits>
 #include <cmath>
 #include <cstring>
@@ -96,12 +97,16 @@ TEST(Distortion, CorrectsEveryPixelThroughItsMap) {
       Fill(image, size.width, size.height, Content::kNoise);
       auto points = GridThroughLens(5, 40, size.width / 2, size.height / 2, strength);
       ASSERT_TRUE(BuildDistortionModel(image, points.data(), 25, Step(40), nullptr));
-      EXPECT_FALSE(ApplyDistortionMap(image)) << "there is no map yet";
+      EXPECT_FALSE(ApplyDistortionMap(BestKernels(), image)) << "there is no map yet";
       BuildDistortionMap(image);
       ASSERT_TRUE(image.distortionMap);
       const auto expected = reference::CorrectDistortion(image);
-      EXPECT_TRUE(ApplyDistortionMap(image));
-      EXPECT_EQ(Bytes(image), expected);
+      const std::vector<uint8_t> unchanged = Bytes(image);
+      ForEachLevel([&](const Kernels& level) {
+        std::copy(unchanged.begin(), unchanged.end(), image.bits);
+        EXPECT_TRUE(ApplyDistortionMap(level, image));
+        EXPECT_EQ(Bytes(image), expected);
+      });
     }
   }
 }
@@ -129,7 +134,7 @@ TEST(Distortion, StraightensBarrelAndPincushion) {
     auto points = GridThroughLens(9, 50, 240, 240, strength);
     ASSERT_TRUE(BuildDistortionModel(image, points.data(), 81, Step(50), nullptr));
     BuildDistortionMap(image);
-    ASSERT_TRUE(ApplyDistortionMap(image));
+    ASSERT_TRUE(ApplyDistortionMap(BestKernels(), image));
     EXPECT_GE(before, 6);
     EXPECT_LE(bend(70, 410), 2) << "was " << before;
     EXPECT_LE(image.rows[140][240] + image.rows[139][240] + image.rows[141][240], 3 * 255);
@@ -175,12 +180,12 @@ TEST(Distortion, FilesHoldTheHeaderTwiceAndLoadBack) {
       ASSERT_EQ(loaded.distortionCoefficients[i], i < held ? image.distortionCoefficients[i] : 0);
     }
     BuildDistortionMap(loaded);
-    ApplyDistortionMap(loaded);
+    ApplyDistortionMap(BestKernels(), loaded);
   }
   EXPECT_FALSE(LoadDistortionParameters(loaded, "no-such-folder/lens"));
   EXPECT_EQ(loaded.distortionCoefficients, nullptr);
   EXPECT_FALSE(LoadDistortionParameters(loaded, nullptr));
-  EXPECT_FALSE(ApplyDistortionMap(loaded));
+  EXPECT_FALSE(ApplyDistortionMap(BestKernels(), loaded));
 }
 
 TEST(Distortion, RefusesOrSurvivesWhatMakesNoSense) {
@@ -210,13 +215,13 @@ TEST(Distortion, RefusesOrSurvivesWhatMakesNoSense) {
       points = before;
       EXPECT_TRUE(BuildDistortionModel(image, points.data(), count, pitch, nullptr));
       BuildDistortionMap(image);
-      ApplyDistortionMap(image);
+      ApplyDistortionMap(BestKernels(), image);
     }
   }
   for (int32_t& value : points) value = random.Next() & 1 ? INT_MIN : INT_MAX;
   EXPECT_TRUE(BuildDistortionModel(image, points.data(), 49, Step(5), nullptr));
   BuildDistortionMap(image);
-  ApplyDistortionMap(image);
+  ApplyDistortionMap(BestKernels(), image);
 }
 
 // A map that reaches outside the image it is used on is never read through.
@@ -231,7 +236,7 @@ TEST(Distortion, MapsOfLargerImagesReadNothingOutside) {
   EXPECT_EQ(entry[0], 0) << "and its column stays 0";
   image.Create(40, 30);
   EXPECT_TRUE(image.distortionMap) << "calibration survives re-creation";
-  EXPECT_TRUE(ApplyDistortionMap(image));
+  EXPECT_TRUE(ApplyDistortionMap(BestKernels(), image));
 }
 
 }  // namespace quillon::test
