@@ -56,10 +56,10 @@ Plane Smoothed(const Plane& plane, double deviation) {
     for (int y = 0; y < plane.height; ++y) {
       for (int x = 0; x < plane.width; ++x) {
         float sum = 0;
-        for (int k = -reach; k <= reach; ++k) {
-          sum += weights[static_cast<size_t>(k + reach)] *
-                 from.At(std::clamp(x + k * dx, 0, plane.width - 1),
-                         std::clamp(y + k * dy, 0, plane.height - 1));
+        for (int k = 0; k <= 2 * reach; ++k) {
+          sum += weights[static_cast<size_t>(k)] *
+                 from.At(std::clamp(x + (k - reach) * dx, 0, plane.width - 1),
+                         std::clamp(y + (k - reach) * dy, 0, plane.height - 1));
         }
         to.grey[static_cast<size_t>(y) * plane.width + x] = sum;
       }

@@ -42,7 +42,7 @@ void MakeFlatField(GreyImage& image, int target, CorrectedRegion region,
   });
   Json more = Own({region.firstColumn, region.endColumn, region.firstRow, region.endRow});
   more["target"] = target;
-  WriteCompanion(parameters, kKind, {image.width, image.height}, std::move(more));
+  WriteCompanion(parameters, kKind, {image.width, image.height}, more);
 }
 
 FlatFieldCorrection::FlatFieldCorrection(const std::string& path, const Note& note) : path_(path) {

@@ -196,7 +196,7 @@ LensFit FitLens(const std::string& file, const Grid& grid, const std::string& pa
                {"rms", fit.rms},
                {"worst", fit.points[fit.worst].Residual()}});
   if (grid.pitch > 0) more.update({{"pitch", grid.pitch}, {"unit", grid.unit}});
-  WriteCompanion(parameters, kKind, grid.size, std::move(more));
+  WriteCompanion(parameters, kKind, grid.size, more);
   return fit;
 }
 

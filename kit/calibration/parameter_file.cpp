@@ -60,7 +60,8 @@ void ParameterFile::Refuse(const std::string& why) const {
   throw Failure("'" + path_ + "' is no " + kind_ + " file: " + why);
 }
 
-void WriteCompanion(const std::string& parameters, const char* kind, PictureSize size, Json more) {
+void WriteCompanion(const std::string& parameters, const char* kind, PictureSize size,
+                    const Json& more) {
   Json companion = {{"kind", kind}};
   if (size.width > 0) companion.update({{"width", size.width}, {"height", size.height}});
   companion.update(more);

@@ -38,7 +38,8 @@ struct PictureSize {
 };
 
 // Writes NAME.json: kind, size where it is known, and `more`.
-void WriteCompanion(const std::string& parameters, const char* kind, PictureSize size, Json more);
+void WriteCompanion(const std::string& parameters, const char* kind, PictureSize size,
+                    const Json& more);
 
 // Reads it. Throws Failure where it is of another kind or does not hold the words of `own`, which
 // the parameters themselves hold too: then it is another file's. Without the file, or without a

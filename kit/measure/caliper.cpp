@@ -69,9 +69,9 @@ std::vector<double> Slopes(const std::vector<double>& grey, double smoothing) {
   std::vector<double> slopes;
   for (int i = 0; i < count; ++i) {
     double sum = 0;
-    for (int k = -reach; k <= reach; ++k) {
-      sum += weights[static_cast<size_t>(k + reach)] *
-             grey[static_cast<size_t>(std::clamp(i + k, 0, count - 1))];
+    for (int k = 0; k <= 2 * reach; ++k) {
+      const int at = std::clamp(i + k - reach, 0, count - 1);
+      sum += weights[static_cast<size_t>(k)] * grey[static_cast<size_t>(at)];
     }
     slopes.push_back(sum / gain);
   }
@@ -86,7 +86,7 @@ struct Step {
 // Fits the blurred step to samples first ... last, starting at the sample `peak`.
 std::optional<Step> FitStep(const std::vector<double>& grey, int first, int last, int peak) {
   const auto begin = grey.begin() + first, end = grey.begin() + last + 1;
-  const auto count = static_cast<size_t>(last - first + 1);
+  const auto count = static_cast<size_t>(end - begin);
   if (count < 4) return {};
   const double rise = *(end - 1) - *begin;
   std::vector<double> p = {static_cast<double>(peak), rise, 1, (*begin + *(end - 1)) / 2};
@@ -186,6 +186,7 @@ std::vector<Edge> FindEdges(const GreyImage& image, const TurnedBox& box, const 
   std::vector<Step> steps = StepsAcross(image, box, rule);
   KeepSteps(rule, steps);
   std::vector<Edge> edges;
+  edges.reserve(steps.size());
   for (const Step& step : steps) edges.push_back(EdgeOf(box, step));
   return edges;
 }

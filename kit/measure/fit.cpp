@@ -185,6 +185,7 @@ std::optional<Shape> MedianShape(std::span<const Point> points, int trials) {
       if (std::find(taken.begin(), taken.end(), next) == taken.end()) taken.push_back(next);
     }
     std::vector<Point> few;
+    few.reserve(taken.size());
     for (const size_t i : taken) few.push_back(points[i]);
     Shape shape;
     if (!shape.Fit(few)) continue;

@@ -72,11 +72,11 @@ void RemoveLeftovers(const std::string& folder) {
 
 // The first thing under the names of a run's files that no run wrote; empty where there is none.
 std::string ForeignIn(const std::string& folder) {
-  const std::string index = In(folder, "index.html"), results = ResultsIn(folder);
+  std::string index = In(folder, "index.html"), results = ResultsIn(folder);
   if (IsThere(results) && !IsOurResults(results)) return results;
   if (IsThere(index) && !IsOurPage(index)) return index;
   for (const char* part : {"pages", "thumbs"}) {
-    const std::string path = In(folder, part);
+    std::string path = In(folder, part);
     std::error_code error;
     if (!IsThere(path)) continue;
     if (!fs::is_directory(path, error)) return path;

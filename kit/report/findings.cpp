@@ -63,7 +63,7 @@ bool LooksLikeAFormula(const std::string& text) {
 }
 
 std::string Quoted(const std::string& text) {
-  const std::string field = (LooksLikeAFormula(text) ? "'" : "") + Visible(text);
+  std::string field = (LooksLikeAFormula(text) ? "'" : "") + Visible(text);
   if (field.find_first_of(",\"\t\n'") == std::string::npos) return field;
   std::string quoted = "\"";
   for (const char c : field) quoted.append(c == '"' ? 2 : 1, c);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <span>
 #include <string>
 
 #include "kit/errors.h"
@@ -144,7 +145,8 @@ void SelectBlobs(const BlobSelection& selection, RLERegion* region) {
 std::vector<int> NumbersOf(const std::vector<BlobFeature>& selected,
                            const std::vector<BlobFeature>& all) {
   const auto isSame = [](const BlobFeature& one, const BlobFeature& other) {
-    return std::memcmp(&one, &other, sizeof one) == 0;
+    return std::ranges::equal(std::as_bytes(std::span(&one, 1)),
+                              std::as_bytes(std::span(&other, 1)));
   };
   std::vector<int> numbers;
   numbers.reserve(selected.size());
