@@ -102,6 +102,14 @@ def write_wheel(package, target):
     return path
 
 
+def prepare_metadata_for_build_wheel(metadata_directory, config_settings=None):
+    """What installers ask before they build: without it they would build for the answer."""
+    info = Path(metadata_directory) / f"quillon-{version()}.dist-info"
+    info.mkdir()
+    (info / "METADATA").write_text(metadata())
+    return info.name
+
+
 def build_wheel(wheel_directory, config_settings=None, metadata_directory=None):
     folder = ROOT / (config_settings or {}).get("build-dir", "build/wheel")
     build(folder)

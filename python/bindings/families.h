@@ -11,6 +11,7 @@ void AddRuns(pybind11::module_& module);
 void AddColor(pybind11::module_& module);
 void AddRegions(pybind11::module_& module);
 void AddNcc(pybind11::module_& module);
+void AddFiles(pybind11::module_& module);
 void AddGeoMatch(pybind11::module_& module);
 void AddCalibration(pybind11::module_& module);
 void AddCamera(pybind11::module_& module);

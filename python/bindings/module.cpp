@@ -31,4 +31,5 @@ PYBIND11_MODULE(_quillon, module) {
   AddCalibration(module);
   AddCamera(module);
   AddSamples(module);
+  AddFiles(module);
 }

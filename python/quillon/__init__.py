@@ -14,10 +14,11 @@ from __future__ import annotations
 
 from typing import TYPE_CHECKING, Any
 
-from . import calibration as _calibration, objects as _objects, operations as _operations, pixels as _pixels
+from . import calibration as _calibration, files as _files, objects as _objects, operations as _operations, pixels as _pixels
 from . import prepared as _prepared, recipes as _recipes, things as _things
 from .calibration import *  # noqa: F403
 from .exports import EXPORTS
+from .files import *  # noqa: F403
 from .objects import *  # noqa: F403
 from .operations import *  # noqa: F403
 from .pixels import *  # noqa: F403
@@ -27,7 +28,7 @@ from .things import *  # noqa: F403
 from .version import __version__
 
 __all__ = ["EXPORTS", "__version__", "batch", "results", "samples"]
-for _module in (_calibration, _objects, _operations, _pixels, _prepared, _recipes, _things):
+for _module in (_calibration, _files, _objects, _operations, _pixels, _prepared, _recipes, _things):
     __all__ += _module.__all__
 
 

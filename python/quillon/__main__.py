@@ -21,7 +21,7 @@ def summary(name: str) -> str:
 def names() -> List[str]:
     """Every function and object: the operations, and what EXPORTS leads to besides."""
     return list(dict.fromkeys([*quillon._quillon.OPERATIONS, *quillon.recipes.__all__,
-                               *quillon.calibration.__all__,
+                               *quillon.calibration.__all__, *quillon.files.__all__,
                                *quillon.prepared.__all__, *quillon.EXPORTS.values()]))
 
 

@@ -63,6 +63,16 @@ def _flag(name: str, value: object) -> None:
         raise refuse(name, "True or False", value)
 
 
+def _whole_or_none(name: str, value: object) -> None:
+    if value is not None:
+        _whole(name, value)
+
+
+def _flag_or_none(name: str, value: object) -> None:
+    if value is not None:
+        _flag(name, value)
+
+
 def _pair(name: str, value: object) -> None:
     if not isinstance(value, (tuple, list)) or len(value) != 2:
         raise refuse(name, "a pair of whole numbers", value)
@@ -91,7 +101,8 @@ def _file_or_none(name: str, value: object) -> None:
 
 
 _KINDS: Dict[str, Callable[[str, object], None]] = {
-    "int": _whole, "float": _number, "bool": _flag, "Tuple[int, int]": _pair,
+    "int": _whole, "float": _number, "bool": _flag,
+    "Optional[int]": _whole_or_none, "Optional[bool]": _flag_or_none, "Tuple[int, int]": _pair,
     "Optional[Tuple[int, int]]": _pair_or_none, "str": _text, "FileName": _file, "Optional[FileName]": _file_or_none}
 
 

@@ -177,6 +177,35 @@ def test_calls_on_several_threads_run_at_a_time_and_give_the_same_bytes():
         assert_array_equal(result, expected)
 
 
+def test_pictures_come_from_files_and_go_into_them(tmp_path):
+    gray, color = GRAY, picture((40, 50), color=True)
+    for ending in (".png", ".bmp", ".pgm", ".ppm", ".tif"):
+        for image in (gray, color):
+            if (ending, image.ndim) in ((".pgm", 3), (".ppm", 2)):
+                continue
+            file = tmp_path / f"picture{ending}"
+            assert cv2.imwrite(str(file), image)
+            read = np.dstack([image] * 3) if ending == ".bmp" and image is gray else image
+            assert_array_equal(quillon.read_image(file), read)
+            assert_array_equal(quillon.decode_image(file.read_bytes()), read)
+            assert_array_equal(quillon.read_image(file, color=False),
+                               quillon.gray(read) if read.ndim == 3 else read)
+            assert_array_equal(quillon.read_image(file, color=True), cv2.imread(str(file)))
+            if ending in (".png", ".bmp"):
+                quillon.write_image(file, image[::-1])
+                assert_array_equal(cv2.imread(str(file), cv2.IMREAD_UNCHANGED), read[::-1])
+    deep = np.rint(gray * (4095 / 255)).astype(np.uint16)  # 12 bits of 16
+    cv2.imwrite(str(tmp_path / "deep.png"), deep)
+    assert_array_equal(quillon.read_image(tmp_path / "deep.png", depth=12), gray)
+    data = file.read_bytes()
+    for work, words in ((lambda: quillon.read_image(tmp_path / "none.png"), "none.png"),
+                        (lambda: quillon.decode_image(data[:40], name="cut.tif"), "cut.tif"),
+                        (lambda: quillon.read_image(tmp_path / "deep.png", depth=7), "^depth: a number"),
+                        (lambda: quillon.write_image(tmp_path / "1.jpg", gray), "1.jpg")):
+        with pytest.raises(ValueError, match=words):
+            work()
+
+
 def test_other_threads_run_during_a_call():
     begun, done = threading.Event(), []
 

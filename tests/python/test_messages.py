@@ -4,6 +4,7 @@ import inspect
 import itertools
 import re
 
+import cv2
 import numpy as np
 import pytest
 import quillon
@@ -38,6 +39,7 @@ WRONG = {
     "Sequence[Source]": [1.5, None, "text", GRAY, [], object()],
     "Iterable[FileName]": [1.5, None, "text", [1.5], object()],
     "Optional[int]": [1.5, "3", True, [3], object()],
+    "Optional[bool]": [1, "True", 0.0, [], object()], "bytes": [1.5, None, "text", GRAY, object()],
     "Optional[Things]": [1.5, "text", GRAY, object()],
 }
 WRONG["Optional[Sequence[int]]"] = [value for value in WRONG["Sequence[int]"] if value is not None]
@@ -83,6 +85,8 @@ def calls(tmp_path_factory):
         (camera.from_chessboard, [np.pad(tile, 30)], 5.0, {"max_rms": 100.0}),
         (camera.load, folder / "camera.json"), (camera.save, folder / "camera.json"),
         (camera.rectify, np.pad(tile, 30)), (camera.to_millimeters, (80, 80)), (camera.to_pixels, (5, 5)),
+        (quillon.write_image, folder / "1.png", GRAY), (quillon.read_image, folder / "1.png"),
+        (quillon.decode_image, cv2.imencode(".png", GRAY)[1].tobytes()),
         (quillon.Recipe, RECIPE), (recipe.run, GRAY), (recipe.run_all, [GRAY]),
         (quillon.Finder, PART), (finder.find, GRAY), (quillon.BoardInspector, BOARD),
         (boards.inspect, BOARD), (quillon.Prepared, "mean", 3), (mean, GRAY),
@@ -105,8 +109,9 @@ def tried(function, values):
 
 def test_a_message_names_the_argument_what_is_wanted_and_what_it_is(calls):
     kinds, silent = set(), []
-    # The camera's file is there when it is read.
-    for function, *values in sorted(calls, key=lambda row: getattr(row[0], "__name__", "") != "save"):
+    # Files are there when they are read.
+    writers = ("save", "write_image")
+    for function, *values in sorted(calls, key=lambda row: getattr(row[0], "__name__", "") not in writers):
         named = values.pop() if values and isinstance(values[-1], dict) and "max_rms" in values[-1] else {}
         signature = inspect.signature(function)
         good = {**dict(signature.bind(*values).arguments), **named}
@@ -143,8 +148,8 @@ def test_every_function_of_the_package_is_in_that_table(calls):
     """But for those without an argument, and the operations, whose numbers another test walks."""
     tried_names = {getattr(function, "__qualname__", type(function).__name__) for function, *_ in calls}
     classes = [one for one in map(vars(quillon).get, quillon.__all__) if inspect.isclass(one)]
-    functions = [getattr(module, name) for module in (samples, batch) for name in vars(module)
-                 if name in ("tray", "board", "dot_grid", "list_images", "read_job")]
+    functions = [getattr(module, name) for module in (samples, batch, quillon.files) for name in vars(module)
+                 if name in ("tray", "board", "dot_grid", "list_images", "read_job", *quillon.files.__all__)]
     methods = [value for one in classes for name, value in inspect.getmembers(one, inspect.isroutine)
                if name[0] != "_" and getattr(value, "__module__", "").startswith("quillon")]
     for function in itertools.chain(functions, methods):

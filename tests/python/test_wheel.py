@@ -50,7 +50,21 @@ def test_the_wheel_says_on_what_it_runs(environment):
     major, minor = re.fullmatch(
         rf"quillon-.*-{python}-{python}-manylinux_(\d+)_(\d+)_{machine}\.whl", wheel.name).groups()
     here = os.confstr("CS_GNU_LIBC_VERSION").split()[1].split(".")
-    assert (2, 17) <= (int(major), int(minor)) <= tuple(map(int, here))
+    tagged = int(major), int(minor)
+    assert (2, 17) <= tagged <= tuple(map(int, here))
+    # As new as the symbols ask for that scripts/check-hardening reads, or as what the C++ library comes with.
+    package = next(interpreter.parents[1].glob("lib/python*/site-packages/quillon"))
+    files = [file for file in package.iterdir() if ".so" in file.name]
+    assert len(files) == 2
+    told = subprocess.run([SOURCE / "scripts" / "check-hardening", *files], text=True,
+                          stdout=subprocess.PIPE).stdout
+    asked = max(tuple(map(int, found)) for found in
+                re.findall(r"needs the C library (\d+)\.(\d+)", told))
+    symbols = subprocess.run(["objdump", "-T", *files], check=True, text=True,
+                             stdout=subprocess.PIPE).stdout
+    newest = max(tuple(map(int, found.split("."))) for found in re.findall(r"GLIBCXX_([\d.]+)", symbols))
+    assert newest < (3, 4, 30), "the C++ library of C library 2.34 has all: else renew this bound"
+    assert tagged == max(asked, (2, 34) if newest >= (3, 4, 29) else (2, 31))
     code = "import quillon, sys; print(quillon.__file__, quillon.__version__, len(quillon.EXPORTS))"
     told = subprocess.run([interpreter, "-c", code], cwd="/", text=True, check=True,
                           capture_output=True, env={"PATH": os.environ["PATH"]}).stdout.split()
