@@ -46,7 +46,7 @@ Json ValueOf(const Argument& argument, const std::string& text) {
     case Type::kWholeRange:
     case Type::kWholes:
     case Type::kRectangle:
-      return std::strtoll(text.c_str(), nullptr, 0);
+      return std::strtoll(text.c_str(), nullptr, 10);
     case Type::kNumber:
     case Type::kRange:
     case Type::kBox:

@@ -1,6 +1,7 @@
 #include "command_line.h"
 
 #include <CLI/CLI.hpp>
+#include <charconv>
 #include <climits>
 #include <cstdint>
 #include <cstdio>
@@ -10,16 +11,50 @@
 #include <vector>
 
 #include "kit/files/files.h"
+#include "kit/operations/argument.h"
+#include "kit/text/numbers.h"
 #include "kit/text/text.h"
 
 namespace quillon::app {
+namespace {
+
+bool Reads(const char* text, const char* end, int& value) {
+  const auto [at, error] = std::from_chars(text, end, value);
+  return error == std::errc{} && at == end;
+}
+bool Reads(const char* text, const char* end, double& value) {
+  return kit::ReadNumber(text, end, value) == end;
+}
+
+// Numbers are decimal: 010 is ten. The parser would take it for eight, as programs read it, and so
+// gets it without what stands before its digits.
+template <class Number>
+CLI::Validator Between(const std::string& type, const char* what, Number low, Number high) {
+  std::ostringstream range;
+  range << type << " in [" << low << " - " << high << "]";
+  const std::string expected =
+      std::string(what) + " from " + kit::Plain(low) + " to " + kit::Plain(high);
+  const auto read = [=](std::string& text) -> std::string {
+    const size_t sign = text.starts_with('+') ? 1 : 0;
+    const char* const end = text.data() + text.size();
+    Number value = {};
+    if (!Reads(text.data() + sign, end, value) || !(value >= low && value <= high)) {
+      return "'" + text + "' is not " + expected;
+    }
+    text = std::is_integral_v<Number> ? std::to_string(value) : text.substr(sign);
+    return "";
+  };
+  return {read, range.str()};
+}
+
+}  // namespace
 
 Option Option::Required() const { return Option(option_->required()); }
 Option Option::Within(int low, int high) const {
-  return Option(option_->check(CLI::Range(low, high)));
+  return Option(option_->transform(Between("INT", "a whole number", low, high)));
 }
 Option Option::Within(double low, double high) const {
-  return Option(option_->check(CLI::Range(low, high)));
+  return Option(option_->transform(Between("FLOAT", "a number", low, high)));
 }
 Option Option::OneOf(const std::vector<std::string>& names) const {
   return Option(option_->check(CLI::IsMember(names)));

@@ -50,7 +50,29 @@ void RequireInspected(size_t failed, size_t boards) {
                 " boards could not be inspected");
 }
 
+// The files that teach what is good.
+const char* GoodOf(const Operation& operation) {
+  for (const Argument& argument : operation.arguments) {
+    if (argument.type == Argument::Type::kFiles) return argument.name;
+  }
+  throw Failure(std::string(operation.name) + " learns from no files");
+}
+
+// A board that is compared with itself passes, whatever is wrong with it.
+void SayOwnGood(const std::vector<std::string>& good, const std::vector<std::string>& tested) {
+  for (const std::string& path : tested) {
+    const auto isSame = [&](const std::string& other) {
+      std::error_code error;
+      return std::filesystem::equivalent(path, other, error);
+    };
+    if (std::any_of(good.begin(), good.end(), isSame)) {
+      Warn("note: '" + path + "' is compared with itself: it is a good board, too");
+    }
+  }
+}
+
 void Run(const Operation& operation, const Options& options, Values values) {
+  SayOwnGood(values.List<std::string>(GoodOf(operation)), options.tested);
   const Progress progress("inspecting");
   const bool drawn = options.output.WantsPictures();
   ReadyOperation ready(operation, std::move(values), {"", options.reading});
@@ -97,14 +119,6 @@ bool IsBatch(const Options& options, const std::string& good) {
   const BatchOptions& batch = options.batch;
   return IsFolder(good) || std::any_of(options.tested.begin(), options.tested.end(), IsFolder) ||
          batch.jobs > 0 || batch.objects || !batch.folder.empty();
-}
-
-// The files that teach what is good.
-const char* GoodOf(const Operation& operation) {
-  for (const Argument& argument : operation.arguments) {
-    if (argument.type == Argument::Type::kFiles) return argument.name;
-  }
-  throw Failure(std::string(operation.name) + " learns from no files");
 }
 
 // The command as a recipe. The values name all good boards, for what the results are of: their
@@ -155,6 +169,7 @@ void RunFolders(const Operation& operation, const Options& options, Values value
   }
   const std::vector<std::string> tested = ListImages(options.tested);
   std::map<std::string, std::string> pairs;
+  if (!arePairs) SayOwnGood(good, tested);
   if (arePairs) {
     const std::vector<std::string> boards = ListImages({good[0]});
     const GoodBoards byName(boards);

@@ -1,4 +1,5 @@
 // quillon sample: pictures to try the other commands on, drawn here, with the truth about them.
+#include <climits>
 #include <filesystem>
 #include <map>
 #include <memory>
@@ -138,6 +139,7 @@ void AddSample(Command top) {
           .Under("general");
   command.AddOption("OUTDIR", options->folder, "folder for the files; made if missing").Required();
   command.AddOption("--seed", options->seed, "other numbers, other trays and boards")
+      .Within(0, INT_MAX)
       .WithDefaultShown();
   command.AddFlag("--overwrite", options->overwrite,
                   "replace other files of these names, which stops the command otherwise");

@@ -9,6 +9,11 @@ namespace quillon::kit {
 Findings Tool::Tell(const Searched& searched) const {
   Findings findings{.key = NameOf(searched.kind), .columns = {{"n", "n"}}};
   for (Column& column : ThingColumns({searched.kind})) findings.columns.push_back(column);
+  if (searched.things.empty()) {  // an empty table would be no answer
+    std::string heading = NameOf(searched.kind);
+    heading[0] = static_cast<char>(heading[0] - 'a' + 'A');
+    findings.facts.push_back({"found", heading, int64_t{0}});
+  }
   for (const Thing& thing : searched.things) {
     std::vector<Cell>& row = findings.rows.emplace_back();
     row.emplace_back(int64_t{thing.number});

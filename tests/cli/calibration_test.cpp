@@ -203,7 +203,7 @@ TEST(CalibrationCommands, ErrorsNameWhatIsWrong) {
   const Case cases[] = {
       {"", {"calibrate-flat-field", in, out}, 2, {"--target"}},
       {"", {"calibrate-flat-field", in, out, "--target", "256"}, 2, {"256", "255"}},
-      {"", {"calibrate-flat-field", in, out, "--target", "0"}, 2, {"0 not in range 1"}},
+      {"", {"calibrate-flat-field", in, out, "--target", "0"}, 2, {"'0' is not a whole number from 1 to 255"}},
       {"",
        {"calibrate-flat-field", in, out, "--target", "9", "--region", "5", "5", "0", "9"},
        1,

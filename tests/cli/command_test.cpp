@@ -60,6 +60,11 @@ TEST(Commands, ErrorsNameWhatIsWrongAndItsLimit) {
       {{"double-threshold", in, out, "--between", "-1", "9"}, 2, {"--between", "-1", "255"}},
       {{"double-threshold", in, out, "--between", "9", "8"}, 2, {"--between", "[9,8]", "above"}},
       {{"mean", in, out, "--size", "4"}, 2, {"--size", "4", "odd"}},
+      {{"mean", in, out, "--size", "0x5"}, 2, {"--size", "'0x5'", "whole number from 1 to 32767"}},
+      {{"mean", in, out, "--size", "5.0"}, 2, {"--size", "'5.0'", "whole number"}},
+      {{"rotate", in, out, "--angle", "nan"}, 2, {"--angle", "'nan'", "number from -360 to 360"}},
+      {{"rotate", in, out, "--angle", "4,5"}, 2, {"--angle", "'4,5'"}},
+      {{"run", in, in, "--jobs", "0b1"}, 2, {"--jobs", "'0b1'"}},
       {{"dilation", in, out, "--horizontal", "1"}, 2, {"--vertical"}},
       {{"dilation-circle", in, out, "--radius", "32768"}, 2, {"--radius", "32768", "32767"}},
       {{"match", in, in, "--scale", "2", "1"}, 2, {"--scale", "[2.0,1.0]"}},
@@ -95,6 +100,15 @@ TEST(Commands, ErrorsNameWhatIsWrongAndItsLimit) {
     }
     EXPECT_FALSE(std::filesystem::exists(out)) << line;
   }
+  // Digits are decimal, zeros before them or not.
+  EXPECT_EQ(
+      Quillon({"crop", in, out, "--left", "+01", "--top", "00", "--width", "010", "--height", "08"})
+          .exitCode,
+      0);
+  GreyImage part;
+  kit::ReadImage(out, part);
+  EXPECT_EQ(part.width, 10);
+  EXPECT_EQ(part.height, 8);
   EXPECT_EQ(Quillon({"--help"}).exitCode, 0);
   EXPECT_EQ(Quillon({}).out, Quillon({"--help"}).out);
   EXPECT_EQ(Quillon({"--version"}).out, QUILLON_VERSION "\n");

@@ -182,21 +182,29 @@ TEST(Files, NamesReachPeopleAndProgramsUnharmed) {
 
 #ifdef _WIN32
 
-TEST(Files, TheConsolesInterruptEndsARunInOrder) {
-  const Scratch scratch;
-  const Job job(scratch, 24, 600);
-  const std::string out = scratch / "out", results = out + "/results.jsonl";
-  const auto count = [&] {
-    return fs::exists(results) ? Lines(ReadText(results)).size() : size_t{0};
-  };
-  EXPECT_EQ(InterruptQuillon({"run", job.recipe, job.folder, "--jobs", "1", "--out", out},
-                             [&] { return count() >= 4; }),
-            1);
-  EXPECT_LT(count(), 25u) << "the run was over before";
-  EXPECT_NE(ReadText(out + "/index.html").find("<b>" + std::to_string(count() - 1) + "</b> images"),
-            std::string::npos);
-  EXPECT_EQ(Quillon({"run", job.recipe, job.folder, "--out", out, "--resume"}).exitCode, 0);
-  EXPECT_EQ(count(), 25u);
+// By its interrupt key, its closing, and the end of the session or the system. After the last three
+// the system ends the program itself, with a code of its own.
+TEST(Files, TheConsoleEndsARunInOrder) {
+  using enum ConsoleEvent;
+  for (const ConsoleEvent event : {kInterrupt, kClose, kLogOff, kShutdown}) {
+    SCOPED_TRACE(static_cast<int>(event));
+    const Scratch scratch;
+    const Job job(scratch, 12, 600);
+    const std::string out = scratch / "out", results = out + "/results.jsonl";
+    const auto count = [&] {
+      return fs::exists(results) ? Lines(ReadText(results)).size() : size_t{0};
+    };
+    const int exitCode =
+        InterruptQuillon({"run", job.recipe, job.folder, "--jobs", "1", "--out", out}, event,
+                         [&] { return count() >= 4; });
+    EXPECT_TRUE(event == kInterrupt ? exitCode == 1 : exitCode != 0) << exitCode;
+    EXPECT_LT(count(), 13u) << "the run was over before";
+    EXPECT_NE(
+        ReadText(out + "/index.html").find("<b>" + std::to_string(count() - 1) + "</b> images"),
+        std::string::npos);
+    EXPECT_EQ(Quillon({"run", job.recipe, job.folder, "--out", out, "--resume"}).exitCode, 0);
+    EXPECT_EQ(count(), 13u);
+  }
 }
 
 #else

@@ -82,7 +82,25 @@ BOOL WINAPI LetPass(DWORD) { return TRUE; }
 Answer Quillon(const std::vector<std::string>& arguments) { return AnswerOf(CommandOf(arguments)); }
 
 #ifdef _WIN32
-int InterruptQuillon(const std::vector<std::string>& arguments, const std::function<bool()>& when) {
+// Keys are pressed. The rest the system says itself, by a thread that it starts in the program: so
+// does this.
+void Tell(HANDLE program, ConsoleEvent event) {
+  if (event == ConsoleEvent::kInterrupt) {
+    EXPECT_TRUE(GenerateConsoleCtrlEvent(CTRL_C_EVENT, 0));
+    return;
+  }
+  const FARPROC routine = GetProcAddress(GetModuleHandleA("kernel32.dll"), "CtrlRoutine");
+  ASSERT_TRUE(routine);
+  const HANDLE thread =
+      CreateRemoteThread(program, nullptr, 0,
+                         reinterpret_cast<LPTHREAD_START_ROUTINE>(reinterpret_cast<void*>(routine)),
+                         reinterpret_cast<void*>(static_cast<uintptr_t>(event)), 0, nullptr);
+  ASSERT_TRUE(thread);
+  CloseHandle(thread);
+}
+
+int InterruptQuillon(const std::vector<std::string>& arguments, ConsoleEvent event,
+                     const std::function<bool()>& when) {
   FreeConsole();
   EXPECT_TRUE(AllocConsole());
   SetConsoleCtrlHandler(LetPass, TRUE);
@@ -93,7 +111,7 @@ int InterruptQuillon(const std::vector<std::string>& arguments, const std::funct
   EXPECT_TRUE(CreateProcessA(nullptr, command.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr,
                              &start, &run));
   for (int i = 0; i < 2000 && !when(); ++i) Sleep(5);
-  EXPECT_TRUE(GenerateConsoleCtrlEvent(CTRL_C_EVENT, 0));
+  Tell(run.hProcess, event);
   EXPECT_EQ(WaitForSingleObject(run.hProcess, 60'000), WAIT_OBJECT_0);
   DWORD exitCode = 0;
   GetExitCodeProcess(run.hProcess, &exitCode);

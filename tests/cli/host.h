@@ -36,9 +36,13 @@ std::string InProgramFolder(const std::string& name);
 Answer Quillon(const std::vector<std::string>& arguments);
 
 #ifdef _WIN32
-// Runs the host on a console of its own, and presses its interrupt key as soon as `when` holds.
-// Returns the exit code.
-int InterruptQuillon(const std::vector<std::string>& arguments, const std::function<bool()>& when);
+// What ends programs on a console, by the numbers of the system.
+enum class ConsoleEvent { kInterrupt = 0, kClose = 2, kLogOff = 5, kShutdown = 6 };
+
+// Runs the host on a console of its own, and tells it of the event as soon as `when` holds. Returns
+// the exit code.
+int InterruptQuillon(const std::vector<std::string>& arguments, ConsoleEvent event,
+                     const std::function<bool()>& when);
 #else
 // Runs a shell's script, in which "$quillon" is the host.
 Answer Shell(const std::string& script);

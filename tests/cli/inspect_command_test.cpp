@@ -98,6 +98,7 @@ TEST_F(InspectCommand, GoesOnAfterABoardThatCannotBeInspected) {
   };
   const Case cases[] = {
       {{good_}, 2, "TEST"},
+      {{good_, good_}, 0, "good.png' is compared with itself"},
       {{broken, good_}, 1, "broken.png"},
       {{good_, good_, "--good", small}, 1, "small.png"},
       {{good_, good_, "--tolerance", "13"}, 2, "--tolerance"},

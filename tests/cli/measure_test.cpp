@@ -181,6 +181,36 @@ TEST(Measuring, LookingWhereNoPixelIsIsAMistake) {
   }
 }
 
+// An empty table would be no answer.
+TEST(Measuring, NothingFoundSaysSo) {
+  GreyImage image;
+  image.Create(200, 180);
+  int searches = 0;
+  for (const kit::Operation& operation : kit::Operations()) {
+    Json arguments = Json::object();
+    bool readsFiles = false;
+    for (const kit::Argument& argument : operation.arguments) {
+      using Type = kit::Argument::Type;
+      readsFiles = readsFiles || argument.type == Type::kFile || argument.type == Type::kFiles;
+      if (argument.type == Type::kBox) arguments[argument.name] = {100, 90, 50, 20, 0};
+      if (argument.type == Type::kRing) arguments[argument.name] = {100, 90, 10, 40};
+      if (std::string_view(argument.name) == "band") arguments[argument.name] = {1, 255};
+    }
+    if (IsPicture(operation.output) || readsFiles) continue;
+    ++searches;
+    kit::ReadyOperation ready(operation, ReadValues(operation, arguments));
+    kit::Content content;
+    ready.Run({&image, nullptr}, {}, content);
+    EXPECT_TRUE(content.things.empty()) << operation.name;
+    const kit::Findings told =
+        ready.Tell({"flat.png", {&image, nullptr}, operation.output, content.things});
+    EXPECT_TRUE(std::any_of(told.facts.begin(), told.facts.end(), [](const kit::Fact& fact) {
+      return fact.key == "found" && fact.value == kit::Cell(int64_t{0});
+    })) << operation.name;
+  }
+  EXPECT_GE(searches, 6);
+}
+
 TEST(Measuring, PointsThatBelongToNothingGiveNothing) {
   using Points = std::vector<Point>;
   const Points one = {{1, 1}}, same(9, Point{2, 2}), row = {{0, 0}, {1, 1}, {2, 2}, {3, 3}, {4, 4}};
