@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
-"""Reads the benchmark's JSON from standard input and prints its table of medians and ratios."""
+"""Reads files of the benchmark's JSON and prints its table of medians and ratios, and their geometric means."""
 import collections
 import json
+import math
 import statistics
 import sys
 
@@ -10,7 +11,8 @@ LEVELS = ["sse2", "avx2", "avx512"]
 
 def main():
     times = collections.defaultdict(lambda: collections.defaultdict(list))
-    for run in json.load(sys.stdin)["benchmarks"]:
+    runs = [run for path in sys.argv[1:] for run in json.load(open(path))["benchmarks"]]
+    for run in runs:
         if run.get("run_type") == "aggregate":
             continue
         operation, size, column = run["name"].split("/")[:3]
@@ -19,18 +21,28 @@ def main():
     plain = ["plain"] if any("plain" in row for row in times.values()) else []
     shown = levels + ["fresh", "opencv", "memcpy"] + plain
     header = ["operation", "size"] + shown
-    header += [f"cv/{l}" for l in levels] + [f"{levels[-1]}/memcpy"]
-    header += [f"plain/{l}" for l in levels if plain]
+    ratios = [(f"cv/{l}", "opencv", l) for l in levels]
+    ratios += [(f"cv at {l}/{l}", f"opencv_{l}", l) for l in levels[:-1]]
+    ratios += [(f"{levels[-1]}/memcpy", levels[-1], "memcpy")]
+    ratios += [(f"plain/{l}", "plain", l) for l in levels if plain]
+    header += [name for name, _, _ in ratios]
     print("| " + " | ".join(header) + " |")
     print("|" + "---|" * len(header))
+    logarithms = collections.defaultdict(lambda: collections.defaultdict(list))
     for (operation, size), columns in times.items():
         median = {c: statistics.median(v) for c, v in columns.items()}
-        figure = lambda c: f"{median[c]:.0f}" if c in median else ""
-        ratio = lambda a, b: f"{median[a] / median[b]:.2f}" if a in median and b in median else ""
-        row = [operation, size] + [figure(c) for c in shown]
-        row += [ratio("opencv", l) for l in levels] + [ratio(levels[-1], "memcpy")]
-        row += [ratio("plain", l) for l in levels if plain]
+        row = [operation, size] + [f"{median[c]:.0f}" if c in median else "" for c in shown]
+        for name, above, below in ratios:
+            if above not in median or below not in median:
+                row.append("")
+                continue
+            row.append(f"{median[above] / median[below]:.2f}")
+            if name.startswith("cv"):
+                logarithms[size][name].append(math.log(median[above] / median[below]))
         print("| " + " | ".join(row) + " |")
+    for size, columns in logarithms.items():
+        means = (f"{name} {math.exp(statistics.mean(v)):.2f}" for name, v in columns.items())
+        print(f"\nGeometric means at {size}: " + ", ".join(means) + ".")
 
 
 if __name__ == "__main__":
