@@ -5,12 +5,14 @@
 #
 #   quillon_flags_LEVEL      the compiler's flags
 #   quillon_features_LEVEL   what a processor must have beyond the level before, by the names of
-#                            __builtin_cpu_supports; the floor needs nothing
+#                            __builtin_cpu_supports on x86, of HWCAP_NAME on ARM; the floor needs nothing
 if(EMSCRIPTEN)
   set(QUILLON_LEVELS simd128)
   set(quillon_flags_simd128 -msimd128)
 elseif(CMAKE_SYSTEM_PROCESSOR MATCHES "^(aarch64|arm64)$")
-  set(QUILLON_LEVELS neon)
+  set(QUILLON_LEVELS neon dotprod)
+  set(quillon_flags_dotprod -march=armv8.2-a+dotprod)
+  set(quillon_features_dotprod ASIMDDP)
 else()
   set(QUILLON_LEVELS sse2 avx2 avx512)
   set(quillon_flags_sse2 -msse2)

@@ -13,10 +13,10 @@ QUILLON_INLINE uint64_t SumLanes(V v) {
   return sum;
 }
 
-// Where a lane can add four products of an unsigned and a signed byte, one side is shifted down by
-// 128. Elsewhere bytes are multiplied as 16-bit numbers.
+// Where a lane can add four products of bytes, but the second ones have a sign, that side is
+// shifted down by 128. Where it cannot, bytes are multiplied as 16-bit numbers.
 #if QUILLON_BYTE_DOTS
-constexpr int kBias = 128;
+constexpr int kBias = std::is_same_v<DotFactor, int8_t> ? 128 : 0;
 #else
 constexpr int kBias = 0;
 #endif

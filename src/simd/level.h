@@ -37,11 +37,16 @@
 #define QUILLON_BYTE_DOTS QUILLON_AVX512
 #define QUILLON_LANE_MERGES QUILLON_AVX512
 #elif defined(__aarch64__)
+// neon, the floor, is what every processor has. dotprod adds the dot products of bytes.
 #define QUILLON_VECTOR_BYTES 16
 #define QUILLON_BYTE_SHUFFLES 1
 #define QUILLON_PAIR_SHUFFLES 1
 #define QUILLON_BYTE_TABLES 1
+#if defined(__ARM_FEATURE_DOTPROD)
+#define QUILLON_BYTE_DOTS 1
+#else
 #define QUILLON_BYTE_DOTS 0
+#endif
 #define QUILLON_LANE_MERGES 0
 #elif defined(__wasm_simd128__)
 #define QUILLON_VECTOR_BYTES 16

@@ -464,7 +464,9 @@ QUILLON_INLINE U8<16> ShuffleBytePairs(U8<16> first, U8<16> second, U8<16> place
 #endif
 
 #if QUILLON_BYTE_DOTS
-// Each 32-bit lane plus four products of an unsigned and a signed byte.
+// Each 32-bit lane plus four products of an unsigned byte of a and a byte of b, modulo 2^32. Those
+// of b are of the type DotFactor: with a sign or without, as the processor has it.
+using DotFactor = native::DotFactor;
 template <class Sum, class A, class B>
 QUILLON_INLINE Sum AddDotBytes(Sum sum, A a, B b) {
   return native::AddDotBytes(sum, a, b);

@@ -134,6 +134,13 @@ QUILLON_INLINE void StoreWidened(int16_t* to, U8<16> bytes) {
 QUILLON_INLINE I32<4> AddDotPairs(I32<4> sum, I16<8> a, I16<8> b) {
   return BitCast<I32<4>>(BitCast<U32<4>>(sum) + BitCast<U32<4>>(DotPairs(a, b)));
 }
+#if QUILLON_BYTE_DOTS
+using DotFactor = uint8_t;
+QUILLON_INLINE I32<4> AddDotBytes(I32<4> sum, U8<16> a, U8<16> b) {
+  return BitCast<I32<4>>(
+      vdotq_u32(BitCast<uint32x4_t>(sum), BitCast<uint8x16_t>(a), BitCast<uint8x16_t>(b)));
+}
+#endif
 QUILLON_INLINE I32<4> LoadBytesAsLongs(const uint8_t* from) {
   uint32_t bytes;
   __builtin_memcpy(&bytes, from, sizeof bytes);

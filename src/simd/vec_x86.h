@@ -289,6 +289,7 @@ QUILLON_INLINE U8<16> ShuffleBytePairs(U8<16> first, U8<16> second, U8<16> place
   return BitCast<U8<16>>(_mm_permutex2var_epi8(BitCast<__m128i>(first), BitCast<__m128i>(places),
                                                BitCast<__m128i>(second)));
 }
+using DotFactor = int8_t;
 QUILLON_INLINE I32<4> AddDotBytes(I32<4> sum, U8<16> a, U8<16> b) {
   return BitCast<I32<4>>(
       _mm_dpbusd_epi32(BitCast<__m128i>(sum), BitCast<__m128i>(a), BitCast<__m128i>(b)));

@@ -226,7 +226,7 @@ const char* CheckRegister() {
   const auto factors = BitCast<U8<N>>(RandomLanes<int8_t, N>(-128, 127));
   QUILLON_HOLDS(Holds(AddDotBytes(sum, table, factors), [&](int i) {
     int64_t dot = sum[i];
-    for (int k = 4 * i; k < 4 * i + 4; ++k) dot += table[k] * static_cast<int8_t>(factors[k]);
+    for (int k = 4 * i; k < 4 * i + 4; ++k) dot += table[k] * static_cast<DotFactor>(factors[k]);
     return modulo(dot);
   }));
 #endif
