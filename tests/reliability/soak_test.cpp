@@ -9,7 +9,7 @@
 namespace quillon::test {
 namespace {
 
-#if defined(QUILLON_SANITIZED)
+#if defined(QUILLON_SANITIZED) || defined(QUILLON_EMULATED)
 constexpr int kCalls = 10'000;
 #else
 constexpr int kCalls = 100'000;
