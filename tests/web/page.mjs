@@ -70,8 +70,8 @@ export const lastNote = () => page.locator('#notes .note').last().innerText();
 
 export async function addStep(name) {
   await page.click('#add-step');
-  await page.fill('dialog input[type=search]', name);
-  await page.locator('dialog .operations button').filter({ has: page.getByText(name, { exact: true }) }).first().click();
+  await page.locator('dialog input[type=search]').pressSequentially(name);
+  await page.keyboard.press('Enter');
 }
 
 // From a place of the picture to one of the window, after Fit.

@@ -4,8 +4,9 @@ import { execFileSync } from 'node:child_process';
 import { readFileSync } from 'node:fs';
 import { after, before, test } from 'node:test';
 import {
-  addStep, address, assertSameElsewhere, drag, end, failures, lastNote, launch, lines, openPage, openRecipe, placesOfPicture, recipe, requests, saved, settled, teach, verdicts,
+  addStep, address, assertSameElsewhere, downloaded, drag, end, failures, lastNote, launch, lines, openPage, openRecipe, placesOfPicture, openFiles, recipe, requests, saved, settled, teach, verdicts,
 } from './page.mjs';
+import { drawChessboard, views } from '../../web/generate/chessboard.mjs';
 
 let page;
 before(async () => {
@@ -17,8 +18,10 @@ after(end);
 // ---- workflows -----------------------------------------------------------------------------------
 
 test('first use: the sample task is solved by mouse and keyboard', async () => {
-  await page.locator('.hint button', { hasText: 'Next' }).click();
-  await page.locator('.hint button', { hasText: 'Skip' }).click();
+  await page.keyboard.press('Enter');
+  assert.match(await page.innerText('.hint'), /^2 of 5/);
+  await page.keyboard.press('Escape');
+  assert.equal(await page.locator('.hint').count(), 0);
   assert.match(await page.innerText('#task'), /Task 1 of 3/);
   await page.locator('[role=slider][aria-label=above]').focus();
   for (let i = 0; i < 10; ++i) await page.keyboard.press('PageUp');
@@ -177,6 +180,34 @@ test('boards: a good board is taught, and defects of another are found', async (
   assert.notEqual(await pixels(), good);
   await page.waitForFunction(() => workbench.state.slot === 'file: board.png');
   await page.click('#blink');
+  await assertSameElsewhere();
+});
+
+test('calibration: drawn views give the camera they were drawn by; a picture of nothing is left out', async () => {
+  const blank = Buffer.concat([Buffer.from('P5 640 480 255\n'), Buffer.alloc(640 * 480, 90)]);
+  await openRecipe({ name: 'Plane', steps: [{ name: 'dark', operation: 'double-threshold', input: 'image', between: [5, 60] },
+    { name: 'squares', operation: 'blobs', input: 'dark', min_area: 50 }],
+  measurements: [{ name: 'width', input: 'squares', value: 'width', which: 'largest' }] });
+  await page.evaluate(() => workbench.state.images.splice(0));
+  await openFiles([...views.map((view, i) => [`view-${i + 1}.pgm`, drawChessboard(view)]), ['blank.pgm', blank]]);
+  await page.click('#calibrate');
+  await page.fill('[data-key="calibrate rows"]', '7');
+  await page.fill('[data-key="calibrate square"]', '10');
+  await page.locator('dialog button', { hasText: 'Find the board' }).click();
+  await page.waitForFunction(() => /from where the fit has the corners/.test(document.querySelector('dialog .told').textContent));
+  const rows = (column) => page.locator(`dialog tbody td:nth-child(${column})`).allInnerTexts();
+  assert.deepEqual((await rows(3)).slice(0, -1), views.map(() => '63'));
+  assert.match((await rows(3)).at(-1), /0 corners/);
+  assert.equal(await page.locator('dialog tbody tr').last().locator('input[type=checkbox]').isDisabled(), true);
+  const camera = JSON.parse(readFileSync(await downloaded('Save camera.json'), 'utf8'));
+  assert.deepEqual([camera.width, camera.height], [640, 480]);
+  // The drawing's focal length is 800, and 16 squares of 10 mm away it sees 0.2 mm with a pixel.
+  assert.ok(Math.abs(camera.focal_length[0] - 800) < 4 && Math.abs(camera.unit_per_pixel - 0.2) < 0.003, JSON.stringify([camera.focal_length, camera.unit_per_pixel]));
+  await page.locator('dialog tbody tr').nth(1).locator('input[type=checkbox]').uncheck();
+  await page.waitForFunction(() => /from where the fit has the corners/.test(document.querySelector('dialog .told').textContent) && !workbench.live.isBusy);
+  assert.equal((await rows(4))[1], '');
+  await page.locator('dialog button', { hasText: 'Use it in the recipe' }).click();
+  await page.locator('#measurements select[aria-label=unit]').selectOption('mm');
   await assertSameElsewhere();
 });
 

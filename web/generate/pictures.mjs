@@ -2,6 +2,7 @@
 import { createRequire } from 'node:module';
 import { join } from 'node:path';
 import { pathToFileURL } from 'node:url';
+import { drawChessboard, views } from './chessboard.mjs';
 
 const [workbench, driver, out] = process.argv.slice(2);
 const { chromium } = createRequire(pathToFileURL(join(driver, 'here.js')))('playwright-core');
@@ -43,5 +44,16 @@ await draw('workbench-limits.png', 390, 780, 'dark', async (page) => {
     await page.keyboard.press(key);
   }
   await page.locator('[data-goto=limits]').click();
+});
+await draw('workbench-camera.png', 1280, 800, 'light', async (page) => {
+  const files = views.map((view, i) => [`view-${i + 1}.pgm`, drawChessboard(view).toString('base64')]);
+  await page.evaluate(async (all) => {
+    await workbench.openFiles(all.map(([name, text]) => new File([Uint8Array.from(atob(text), (character) => character.charCodeAt(0))], name)));
+    document.querySelector('#calibrate').click();
+  }, files);
+  await page.locator('[data-key="calibrate rows"]').fill('7');
+  await page.locator('dialog button', { hasText: 'Find the board' }).click();
+  await page.waitForFunction(() => document.querySelector('dialog .told b'));
+  await page.waitForFunction(() => /residuals/.test(document.querySelector('dialog .views p').textContent));
 });
 await browser.close();

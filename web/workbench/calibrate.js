@@ -56,7 +56,7 @@ export function openCalibration() {
       h('span', 'side of a square, mm'), field('side of a square, mm', 'square', { min: 0, step: 'any' }, () => fit()), find),
     h('p.quiet', 'Inner corners are where four squares meet: a board of 10 × 7 squares has 9 × 6.'),
     progress,
-    h('div.views', h('div', h('table', h('thead', h('tr', ['use', 'picture', 'corners', 'RMS', 'worst', 'measure here'].map((text) => h('th', text)))), list)),
+    h('div.views', h('div', h('table', h('thead', h('tr', ['use', 'picture', 'corners', 'RMS, px', 'worst, px', 'measure here'].map((text) => h('th', text)))), list)),
       h('div', canvas, caption)),
     told, h('p.row', use, save));
   dialog.classList.add('wide');
@@ -149,10 +149,15 @@ export function openCalibration() {
     };
     const about = !view ? '' : view.error ? h('span.wrong', view.error.replace(`'${name}' shows `, ''))
       : isUsable ? String(view.corners.length) : h('span.wrong', `${view.width} × ${view.height} pixels, unlike the first`);
-    const row = h('tr', { 'data-view': id, onclick: () => { shownId = id; draw(); drawPicture(); } },
+    const row = h('tr', { 'data-view': id, onclick: (event) => event.target.closest('input') || showImage(id) },
       h('td', tick), h('td', name), h('td', about), h('td', one ? plain(one.rms, 3) : ''), h('td', one ? plain(one.worst, 2) : ''), h('td', here));
     row.classList.toggle('on', id === shownId);
     return row;
+  }
+  function showImage(id) {
+    shownId = id;
+    draw();
+    drawPicture();
   }
   function draw() {
     list.replaceChildren(...state.images.map(rowOf));

@@ -233,18 +233,20 @@ export function setUpCarrying(ownEngine, filesOf) {
   byId('open-folder').onclick = () => folder.click();
   byId('save').onclick = saveDialog;
   document.addEventListener('dragover', (event) => {
-    if (!event.dataTransfer.types.includes('Files')) return;
+    if (!event.dataTransfer?.types.includes('Files')) return;
     event.preventDefault();
     document.body.classList.add('dropping');
   });
-  for (const end of ['dragleave', 'drop']) document.addEventListener(end, (event) => (end === 'drop' || !event.relatedTarget) && document.body.classList.remove('dropping'));
+  const isOver = () => document.body.classList.remove('dropping');
+  document.addEventListener('dragleave', (event) => event.relatedTarget || isOver());
+  document.addEventListener('drop', isOver);
   document.addEventListener('drop', async (event) => {
-    if (!event.dataTransfer.types.includes('Files')) return;
+    if (!event.dataTransfer?.types.includes('Files')) return;
     event.preventDefault();
     openFiles(await droppedFiles(event.dataTransfer));
   });
   document.addEventListener('paste', (event) => {
-    const pasted = [...event.clipboardData.files];
+    const pasted = [...event.clipboardData?.files ?? []];
     if (pasted.length) openFiles(pasted.map((file, i) => (file.name === 'image.png' ? new File([file], `pasted ${Date.now() % 100000}${i || ''}.png`, { type: file.type }) : file)));
   });
   on('recipe', () => (byId('recipe-name').value = state.recipe.name));

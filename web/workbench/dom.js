@@ -1,5 +1,6 @@
 // Building elements: h('button.primary', { onclick }, 'Save').
 
+/** @returns {any} */
 export function h(tag, ...rest) {
   const [name, ...classes] = tag.split('.');
   const element = document.createElement(name);
@@ -16,11 +17,14 @@ export function h(tag, ...rest) {
   return element;
 }
 
+/** @type {(id: string) => any} */
 export const byId = (id) => document.getElementById(id);
 
 // Puts new children in and keeps the focus where an element with the same data-key is again.
 export function fill(element, ...children) {
-  const key = document.activeElement?.dataset?.key;
+  /** @type {any} */
+  const focused = document.activeElement;
+  const key = focused?.dataset?.key;
   const { scrollTop } = element;
   element.replaceChildren(...children.flat().filter(Boolean));
   element.scrollTop = scrollTop;
@@ -42,7 +46,7 @@ export function openDialog(title, ...children) {
   const close = () => dialog.close();
   dialog.append(
     h('header', h('h2', title), h('button.icon', { onclick: close, 'aria-label': 'Close', title: 'Close' }, '✕')),
-    ...children,
+    ...children.filter(Boolean),
   );
   dialog.addEventListener('close', () => dialog.remove());
   dialog.addEventListener('click', (event) => event.target === dialog && close());

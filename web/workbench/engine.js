@@ -8,12 +8,13 @@ export const kStopped = 'stopped';
 export const kCrashed = 'the library stopped while it worked on this';
 
 export class Engine {
+  /** @type {any} */
   #worker = null;
   #waiting = new Map();
   #next = 0;
   filesSent = null;  // what this worker's memory holds
 
-  constructor(onCrash = () => {}) {
+  constructor(onCrash = (/** @type {string} */ _message) => {}) {
     this.onCrash = onCrash;
     this.#begin();
   }

@@ -26,6 +26,7 @@ export function addImages(entries) {
   emit('images');
 }
 
+/** @param {(image: any) => boolean} which */
 export function removeImages(which = () => true) {
   state.images = state.images.filter((image) => !which(image));
   byId('film').replaceChildren(...state.images.map(({ item }) => item));

@@ -27,6 +27,7 @@ let table = null;
 
 // ---- files: a version for each set of them -------------------------------------------------------
 
+/** @type {{ key: string, all: [string, Uint8Array][], version: number }} */
 let sent = { key: '', all: [], version: 0 };
 let numbers = new WeakMap(), nextNumber = 1;
 function files() {
@@ -261,7 +262,7 @@ function setUpKeys() {
   byId('redo').onclick = redo;
   on('recipe', refresh);
   refresh();
-  for (const button of document.querySelectorAll('[data-goto]')) {
+  for (const button of /** @type {NodeListOf<HTMLElement>} */ (document.querySelectorAll('[data-goto]'))) {
     button.onclick = () => (document.body.dataset.pane = button.dataset.goto);
   }
 }

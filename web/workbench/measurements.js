@@ -45,9 +45,9 @@ function unitsOf(measurement) {
 
 // The ways to measure, and a first value for each.
 const kWays = {
-  'of a step': () => ({ input: measurable().at(-1) }),
-  'between two steps': () => ({ input: [findings().at(-2) ?? findings().at(-1), findings().at(-1)], value: table.betweens[0].name }),
-  'a formula': (before) => ({ value: before.length ? `'${before.at(-1).name}' * 1` : '1 + 1' }),
+  'one step': () => ({ input: measurable().at(-1) }),
+  'two steps': () => ({ input: [findings().at(-2) ?? findings().at(-1), findings().at(-1)], value: table.betweens[0].name }),
+  formula: (before) => ({ value: before.length ? `'${before.at(-1).name}' * 1` : '1 + 1' }),
 };
 const wayOf = (measurement) => Object.keys(kWays)[isFormula(measurement) ? 2 : isBetween(measurement) ? 1 : 0];
 const measurable = () => state.recipe.steps.map(outputOf).filter((name) => quantitiesOf(kindOf(name)).length);

@@ -432,13 +432,21 @@ export function chooseOperation() {
     const words = search.value.toLowerCase().split(/\s+/).filter(Boolean);
     const found = table.operations.filter(({ name, family, summary }) =>
       words.every((word) => `${name} ${family} ${summary}`.toLowerCase().includes(word)));
+    // What is called so comes before what only mentions it: Enter takes the first.
+    const [first = ''] = words;
+    const rank = ({ name }) => [name === first, name.startsWith(first), name.includes(first), true].indexOf(true);
+    if (first) found.sort((one, other) => rank(one) - rank(other));
     const families = [...new Set(found.map(({ family }) => family))];
     list.replaceChildren(...families.map((family) => h('section', h('h3', family), found.filter((row) => row.family === family).map((row) =>
       h('button', { onclick: () => (close(), addStep(row)) }, h('b', row.name), h('span', row.summary), h('small', `${row.inputs.join(' + ')} → ${row.output}`))))));
     if (!found.length) list.replaceChildren(h('p.quiet', 'No operation has these words.'));
   };
   search.oninput = draw;
-  search.onkeydown = (event) => event.key === 'Enter' && list.querySelector('button')?.click();
+  search.onkeydown = (event) => {
+    if (event.key !== 'Enter') return;
+    event.preventDefault();  // the key would go on to what has the focus when the dialog is closed
+    list.querySelector('button')?.click();
+  };
   draw();
   search.focus();
 }

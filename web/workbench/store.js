@@ -6,6 +6,7 @@ import { kFilePrefix } from './runnable.js';
 const kMostVersions = 200;
 const kStorage = 'quillon-workbench', kDraft = 'draft';
 
+/** @type {any} */
 export const state = {
   recipe: { name: 'New recipe', steps: [], measurements: [] },
   files: new Map(),  // name: Uint8Array, what steps name
@@ -28,10 +29,14 @@ export function emit(event, detail) {
 
 // ---- history -------------------------------------------------------------------------------------
 
-let past = [], future = [], lastKey = null;
+/** @type {any[]} */
+let past = [], future = [];
+/** @type {string | null} */
+let lastKey = null;
 const version = () => ({ recipe: structuredClone(state.recipe), files: new Map(state.files) });
 
 // Changes the recipe. Changes of one key after one another, as by a slider, are one step of undo.
+/** @param {string | null} key */
 export function change(work, key = null) {
   if (key === null || key !== lastKey) {
     past.push(version());
@@ -120,7 +125,7 @@ export function keepNow() {
 // What an earlier page left, or nothing.
 export async function restoreDraft() {
   try {
-    const draft = JSON.parse(localStorage.getItem(kStorage));
+    const draft = JSON.parse(localStorage.getItem(kStorage) ?? 'null');
     if (!draft) return null;
     const files = await withDrafts('readonly', (store) => store.get(kDraft)).catch(() => null);
     return { ...draft, files: new Map(files ?? []) };

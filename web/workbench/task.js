@@ -37,7 +37,8 @@ function refresh() {
 }
 
 // Calls `begun` when the first image is there.
-export async function openSample(ask, begun = () => {}) {
+/** @type {(ask: any, begun?: (value?: any) => void) => Promise<void>} */
+export const openSample = async (ask, begun = () => {}) => {
   const mine = ++opening;
   for (let seed = 1; seed <= kTrays && mine === opening; ++seed) {
     const { bytes, truth } = await ask('sample', { name: 'tray', options: { seed, width: 960, height: 720 } });
@@ -47,7 +48,7 @@ export async function openSample(ask, begun = () => {}) {
     addImages([{ name: `tray-${seed}.png`, blob: new Blob([bytes], { type: 'image/png' }), truth }]);
     if (seed === 1) begun();
   }
-}
+};
 let opening = 0;
 export async function openSampleWithTask(ask) {
   replaceRecipe(structuredClone(kRecipe), []);
@@ -90,12 +91,17 @@ export function startTour() {
     next.textContent = at === kHints.length - 1 ? 'Done' : 'Next';
     const bounds = target.getBoundingClientRect();
     const width = hint.offsetWidth, height = hint.offsetHeight;
-    hint.style.left = `${Math.max(8, Math.min(bounds.left + 16, innerWidth - width - 8))}px`;
-    hint.style.top = `${Math.max(8, Math.min(bounds.top + 48, innerHeight - height - 8))}px`;
+    // Beside what it is about; where there is no room, as on a telephone, over its lower part.
+    const gap = 12, right = bounds.right + gap, left = bounds.left - gap - width;
+    const isBeside = right + width < innerWidth || left > 0;
+    hint.style.left = `${right + width < innerWidth ? right : left > 0 ? left : Math.max(8, (innerWidth - width) / 2)}px`;
+    hint.style.top = `${Math.max(8, Math.min(isBeside ? bounds.top + 48 : bounds.bottom - height - 64, innerHeight - height - 8))}px`;
     next.focus();
   };
   next.onclick = () => (++at, showHint());
-  hint.onkeydown = (event) => event.key === 'Escape' && end();
+  hint.onkeydown = (event) => {
+    if (event.key === 'Escape') end();
+  };
   showHint();
 }
 

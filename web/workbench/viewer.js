@@ -24,6 +24,7 @@ let preview = null;                       // {width, height, part, bitmap, thing
 let line = null;                          // of the profile: [x0, y0, x1, y1]
 
 const ratio = () => window.devicePixelRatio || 1;
+/** @type {(event: MouseEvent) => [number, number]} */
 const toPicture = (event) => {
   const bounds = canvas.getBoundingClientRect();
   return [
@@ -31,6 +32,7 @@ const toPicture = (event) => {
     (event.clientY - bounds.top - view.y) / view.zoom - 0.5,
   ];
 };
+/** @type {(at: [number, number]) => [number, number]} */
 const clampInto = ([x, y]) => [
   Math.min(Math.max(Math.round(x), 0), picture.width - 1),
   Math.min(Math.max(Math.round(y), 0), picture.height - 1),
@@ -283,6 +285,7 @@ function circleAround([x, y], radius) {
   });
 }
 
+/** @type {(from: number[], to: number[]) => [number, number, number, number]} */
 function boxOf([x0, y0], [x1, y1]) {
   return [Math.min(x0, x1), Math.min(y0, y1), Math.abs(x1 - x0) + 1, Math.abs(y1 - y0) + 1];
 }

@@ -6,8 +6,11 @@ const kFolder = '/recipe';
 const kMostDecoded = 8;
 const kThumbnail = 176;
 
+/** @type {import('quillon').Quillon} */
 let quillon;
+/** @type {{ text: string | null, recipe: import('quillon').Recipe | null }} */
 let opened = { text: null, recipe: null };
+/** @type {string[]} */
 let problems = [];
 const decoded = new Map();  // image id: {image, notes}, the last used at the end
 
@@ -24,6 +27,7 @@ function decodedImage({ id, name, bytes }) {
   return entry;
 }
 
+/** @type {import('quillon').Recipe | null} */
 let report = null;  // a recipe of its own, while its pages are written
 const kReport = '/report';
 
@@ -98,7 +102,7 @@ const works = {
     const inspection = ready ? ready.inspect(image, source.name) : null;
     const steps = inspection?.steps ?? [];
     const named = steps.find(({ name }) => name === slot);
-    const pictureOf = (step) => (step && step.kind.includes('picture') ? ready.picture(step.slot) : null);
+    const pictureOf = (step) => (ready && step && step.kind.includes('picture') ? ready.picture(step.slot) : null);
     const copy = slot?.startsWith(kFilePrefix) ? fileAsImage(slot.slice(kFilePrefix.length)) : pictureOf(named);
     const shown = rgbaOf(copy ?? image);
     copy?.dispose();
@@ -127,7 +131,7 @@ const works = {
       const ready = open(recipe);
       const step = ready?.inspect(small).steps.find(({ name }) => name === slot);
       if (!step || step.frame !== 0) return null;
-      const copy = step.things ? null : ready.picture(step.slot);
+      const copy = step.things ? null : ready?.picture(step.slot) ?? null;
       const shown = rgbaOf(copy ?? small);
       copy?.dispose();
       if (shown.width !== small.width || shown.height !== small.height) return null;
@@ -178,11 +182,13 @@ const works = {
     report.beginPages(kReport);
   },
   addToReport({ source }) {
+    if (!report) throw new Error('the report was broken off');
     report.inspectBytes(source.bytes, source.name);
     report.addPage();
     return ['pages', 'thumbs'].flatMap(takenOut);
   },
   endReport() {
+    if (!report) throw new Error('the report was broken off');
     report.endPages();
     report.dispose();
     report = null;
@@ -199,7 +205,7 @@ const works = {
     return { corners: quillon.findBoard(image, columns, rows, source.name), width: image.width, height: image.height };
   },
 
-  fitCamera: ({ views, ...options }) => quillon.fitCamera(views, options),
+  fitCamera: ({ views, width, height, square }) => quillon.fitCamera(views, { width, height, square }),
 
   sample({ name, options }) {
     const { image, truth } = quillon.sample(name, options);
@@ -259,7 +265,7 @@ self.onmessage = async ({ data: { id, work, given } }) => {
     }
     const answer = works[work](given);
     const moved = [answer?.picture, answer?.thumbnail].filter(Boolean).map(({ rgba }) => rgba.buffer);
-    self.postMessage({ id, answer }, moved);
+    self.postMessage({ id, answer }, { transfer: moved });
   } catch (error) {
     // What the module throws is no Error, and leaves it in a state that nobody knows, as a trap does.
     const isFatal = !(error instanceof Error) || error instanceof WebAssembly.RuntimeError;

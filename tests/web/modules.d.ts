@@ -1,0 +1,9 @@
+// What the bundler makes of files that are no scripts.
+declare module '*.md' {
+  const text: string;
+  export default text;
+}
+declare module 'worker-source' {
+  const text: string;
+  export default text;
+}
