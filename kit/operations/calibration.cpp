@@ -1,4 +1,6 @@
 // Flat field and lens correction, by parameter files that were made before.
+#include <optional>
+
 #include "kit/calibration/camera.h"
 #include "kit/calibration/flat_field.h"
 #include "kit/calibration/lens.h"
@@ -45,12 +47,22 @@ void Correct(const Call& call) {
   tool.correction.Apply(*call.a.grey, call.result.picture);
 }
 
+// What takes pictures to the plane is as large as they are: it is made for the first one that is of
+// the size that the file says.
 struct CameraTool : Tool {
-  explicit CameraTool(const std::string& path) : rectifier(path) {}
+  explicit CameraTool(const std::string& file) : path(file), camera(ReadCamera(file)) {}
   std::vector<Detail> Details() const override {
-    return {{kScaleDetail, "mm per pixel", rectifier.UnitPerPixel()}};
+    return {{kScaleDetail, "mm per pixel", UnitPerPixel(camera)}};
   }
-  Rectifier rectifier;
+  void Apply(const GreyImage& image, GreyImage& rectified) {
+    RequirePictureSize(path, camera.size, image);
+    if (!rectifier) rectifier.emplace(path, camera);
+    rectifier->Apply(image, rectified);
+  }
+
+  std::string path;
+  Camera camera;
+  std::optional<Rectifier> rectifier;
 };
 
 std::unique_ptr<Tool> LoadCamera(const Values& values, const Sources& sources) {
@@ -58,7 +70,7 @@ std::unique_ptr<Tool> LoadCamera(const Values& values, const Sources& sources) {
 }
 
 void Rectify(const Call& call) {
-  static_cast<const CameraTool&>(*call.tool).rectifier.Apply(*call.a.grey, call.result.picture);
+  static_cast<CameraTool&>(*call.tool).Apply(*call.a.grey, call.result.picture);
 }
 
 }  // namespace

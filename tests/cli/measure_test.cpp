@@ -352,6 +352,15 @@ TEST(Cameras, AreFoundFromDrawnBoardsAndTakenOutOfPictures) {
                 "shows 0 corners of a board with 9 x 7 inner corners");
   WriteText(scratch / "wrong.json", R"({"kind": "camera", "width": 400, "height": 300})");
   EXPECT_THROW(kit::Rectifier(scratch / "wrong.json"), kit::Failure);
+  // Before memory is taken for pictures of that size: 16 GiB.
+  WriteText(scratch / "large.json",
+            R"({"kind": "camera", "width": 32767, "height": 32767, "focal_length": [30000, 30000],
+                "centre": [16383, 16383], "bend": [0, 0, 0, 0, 0], "square": 5, "unit": "mm",
+                "plane": {"rotation": [0.2, -0.1, 0], "shift": [-2, -1.5, 8]}})");
+  const Answer answer = Quillon({"rectify", scratch / "blank.png", scratch / "flat.png",
+                                 "--parameters", scratch / "large.json"});
+  EXPECT_EQ(answer.exitCode, 1);
+  EXPECT_NE(answer.err.find("32767 x 32767"), std::string::npos) << answer.err;
 }
 
 }  // namespace
