@@ -68,6 +68,13 @@ export const openRecipe = (given, files = []) =>
 export const openFile = (path) => openFiles([[basename(path), readFileSync(path)]]);
 export const lastNote = () => page.locator('#notes .note').last().innerText();
 
+export async function removeImages() {
+  while (await page.locator('#film li').count()) {
+    await page.locator('#film li').first().click();
+    await page.keyboard.press('Delete');
+  }
+}
+
 export async function addStep(name) {
   await page.click('#add-step');
   await page.locator('dialog input[type=search]').pressSequentially(name);

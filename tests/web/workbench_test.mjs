@@ -4,7 +4,7 @@ import { execFileSync } from 'node:child_process';
 import { readFileSync } from 'node:fs';
 import { after, before, test } from 'node:test';
 import {
-  addStep, address, assertSameElsewhere, downloaded, drag, end, failures, lastNote, launch, lines, openPage, openRecipe, placesOfPicture, openFiles, recipe, requests, saved, settled, teach, verdicts,
+  addStep, address, assertSameElsewhere, downloaded, drag, end, failures, lastNote, launch, lines, openPage, openRecipe, placesOfPicture, openFiles, recipe, removeImages, requests, saved, settled, teach, verdicts,
 } from './page.mjs';
 import { drawChessboard, views } from '../../web/generate/chessboard.mjs';
 
@@ -188,7 +188,7 @@ test('calibration: drawn views give the camera they were drawn by; a picture of 
   await openRecipe({ name: 'Plane', steps: [{ name: 'dark', operation: 'double-threshold', input: 'image', between: [5, 60] },
     { name: 'squares', operation: 'blobs', input: 'dark', min_area: 50 }],
   measurements: [{ name: 'width', input: 'squares', value: 'width', which: 'largest' }] });
-  await page.evaluate(() => workbench.state.images.splice(0));
+  await removeImages();
   await openFiles([...views.map((view, i) => [`view-${i + 1}.pgm`, drawChessboard(view)]), ['blank.pgm', blank]]);
   await page.click('#calibrate');
   await page.fill('[data-key="calibrate rows"]', '7');
@@ -279,7 +279,6 @@ test('what takes long shows a first result of what is visible, says so, and can 
   await page.waitForFunction(() => /meanwhile the image at 1:\d/.test(document.querySelector('#busy-text').textContent));
   await page.click('#give-up');
   await page.waitForFunction(() => !workbench.live.isBusy && document.querySelector('#busy').hidden);
-  await page.evaluate(() => workbench.state.images.splice(-2));
 });
 
 // A module that is broken from below: its memory is overwritten, and whatever it does next traps.

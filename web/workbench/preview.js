@@ -24,16 +24,15 @@ function stepsFor(recipe, slot) {
 }
 
 async function ask(image, files) {
-  const part = visiblePart();
   const steps = stepsFor(structuredClone(state.recipe), state.slot);
-  if (!part || !steps.length) return;
+  if (!steps.length) return '';
   engine ??= new Engine();
-  const reduced = Math.ceil(Math.sqrt((part.width * part.height) / kMostPixels));
   const made = await engine.ask('preview', {
-    recipe: { ...state.recipe, steps, measurements: [] }, files: engine.newFiles(files()), source: sourceOf(image), slot: state.slot, part, reduced,
+    recipe: { ...state.recipe, steps, measurements: [] }, files: engine.newFiles(files()), source: sourceOf(image), slot: state.slot, visible: visiblePart(), mostPixels: kMostPixels,
   }).catch(() => null);  // a part may be too small for a template: the whole decides
   if (!made) return '';
-  showPreview({ ...made, part });
+  showPreview(made);
+  const { part, reduced } = made;
   const of = part.isAll ? 'the image' : 'the visible part';
   return reduced > 1 ? `; meanwhile ${of} at 1:${reduced}` : `; meanwhile ${of}`;
 }

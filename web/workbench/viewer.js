@@ -207,7 +207,15 @@ function paint() {
 }
 
 function paintPreview() {
-  const { left, top, width, height } = preview.part;
+  const { left, top, width, height, of } = preview.part;
+  if (of.width !== picture.width || of.height !== picture.height) {
+    // Of another image than the one before, which is still in place: fitted over all of it.
+    const { clientWidth, clientHeight } = canvas;
+    const zoom = Math.min(clientWidth / width, clientHeight / height, 8);
+    context.clearRect(0, 0, clientWidth, clientHeight);
+    context.drawImage(preview.bitmap, (clientWidth - width * zoom) / 2, (clientHeight - height * zoom) / 2, width * zoom, height * zoom);
+    return;
+  }
   context.drawImage(preview.bitmap, view.x + left * view.zoom, view.y + top * view.zoom, width * view.zoom, height * view.zoom);
   for (const thing of preview.things) {
     tracePoints(outlineOf({ thing }).map(([x, y]) => [x + left, y + top]));

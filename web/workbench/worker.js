@@ -121,10 +121,14 @@ const works = {
 
   // A step's result on a part of the image, reduced where that is asked for; things where it is not, for
   // their sizes mean nothing then. Null where the result has other positions than the image.
-  preview({ recipe, files, source, slot, part, reduced }) {
+  preview({ recipe, files, source, slot, visible, mostPixels }) {
     if (files) setFiles(files);
     const { image } = decodedImage(source);
-    if (image.width !== part.of.width || image.height !== part.of.height) return null;
+    // What is visible may still be the image before: then it is all of this one.
+    const { width, height } = image;
+    const isSame = visible && width === visible.of.width && height === visible.of.height;
+    const part = isSame ? visible : { left: 0, top: 0, width, height, isAll: true, of: { width, height } };
+    const reduced = Math.ceil(Math.sqrt((part.width * part.height) / mostPixels));
     const piece = cropped(image, [part.left, part.top, part.width, part.height]);
     const small = reduced > 1 ? reducedImage(piece, reduced) : piece;
     try {
@@ -135,7 +139,7 @@ const works = {
       const shown = rgbaOf(copy ?? small);
       copy?.dispose();
       if (shown.width !== small.width || shown.height !== small.height) return null;
-      return { ...shown, things: reduced > 1 ? [] : step.things ?? [] };
+      return { ...shown, part, reduced, things: reduced > 1 ? [] : step.things ?? [] };
     } finally {
       for (const made of new Set([piece, small])) made.dispose();
     }
