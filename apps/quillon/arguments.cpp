@@ -120,7 +120,7 @@ void Arguments::AddOption(Command command, const Argument& argument) {
         .MayBeRepeated();
     return;
   }
-  const bool isFile = argument.type == Type::kFile || argument.type == Type::kFiles;
+  const bool isFile = argument.IsOfFiles();
   const Option option = isFile ? command.AddFileToRead(name, texts.given, argument.Meaning())
                                : command.AddOption(name, texts.given, argument.Meaning());
   switch (argument.type) {

@@ -77,6 +77,12 @@ Argument Argument::ByPlace() const {
   return argument;
 }
 
+Argument Argument::Holding(Holds what) const {
+  Argument argument = *this;
+  argument.holds = what;
+  return argument;
+}
+
 std::string Argument::Meaning() const {
   return unit ? std::string(summary) + ", in " + unit : summary;
 }

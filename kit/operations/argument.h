@@ -31,6 +31,9 @@ struct Argument {
     kBox,         // [x, y, width, height, angle], turned about its centre
     kRing,        // [x, y, inner radius, outer radius] about a centre
   };
+  // What is in the files that kFile and kFiles name. A template is a picture, or a model that was
+  // taught and kept.
+  enum class Holds { kPicture, kTemplate, kParameters };
 
   const char* name;
   Type type;
@@ -42,6 +45,7 @@ struct Argument {
   const char* unit = nullptr;       // "pixels"
   const char* excludes = nullptr;   // an argument that cannot be given too
   bool isByPlace = false;           // a file: commands take it before the picture, without its name
+  Holds holds = Holds::kPicture;
 
   // The same argument, which need not be given.
   Argument Or(const char* json) const;
@@ -52,8 +56,11 @@ struct Argument {
   Argument Excludes(const char* other) const;
   // The same file, or the first of the files, which commands take by its place.
   Argument ByPlace() const;
+  // The same file, of which this is known.
+  Argument Holding(Holds what) const;
 
   bool IsRequired() const { return !otherwise; }
+  bool IsOfFiles() const { return type == Type::kFile || type == Type::kFiles; }
   bool HasDefault() const { return otherwise && std::string_view(otherwise) != "null"; }
   // What it means, with its unit.
   std::string Meaning() const;

@@ -156,7 +156,8 @@ std::vector<Operation> BoardOperations() {
                 .In("pixels")
                 .Or(margin.c_str())},
        .run = Inspect,
-       .prepare = LoadBoards},
+       .prepare = LoadBoards,
+       .className = "BoardInspector"},
   };
 }
 

@@ -81,7 +81,8 @@ std::vector<Operation> CalibrationOperations() {
       {.name = "flat-field",
        .family = kFamily,
        .summary = "evens out brightness by the gains of a file",
-       .arguments = {File("parameters", "made by quillon calibrate-flat-field")},
+       .arguments = {File("parameters", "made by quillon calibrate-flat-field")
+                         .Holding(Argument::Holds::kParameters)},
        .exports = {{"IxFFCParaLoad", "gains and region of a file"},
                    {"IxFFCCalibrate", "corrects a region by the gains"}},
        .run = Correct<FlatFieldCorrection>,
@@ -89,7 +90,8 @@ std::vector<Operation> CalibrationOperations() {
       {.name = "undistort",
        .family = kFamily,
        .summary = "takes the bend of a lens out; what lies outside the grid becomes black",
-       .arguments = {File("parameters", "made by quillon calibrate-lens")},
+       .arguments = {File("parameters", "made by quillon calibrate-lens")
+                         .Holding(Argument::Holds::kParameters)},
        .exports = {{"IxDistortionParaLoad", "the fit of a file"},
                    {"IxDistortionPreCalculate", "where each pixel comes from"},
                    {"IxDistortionCalibrate", "a picture without the bend"}},
@@ -101,7 +103,8 @@ std::vector<Operation> CalibrationOperations() {
        .summary =
            "the plane that was calibrated, from straight above: without the bend of the lens "
            "and the slant of the camera",
-       .arguments = {File("parameters", "made by quillon calibrate-camera")},
+       .arguments = {File("parameters", "made by quillon calibrate-camera")
+                         .Holding(Argument::Holds::kParameters)},
        .run = Rectify,
        .prepare = LoadCamera,
        .movesPixels = true,

@@ -446,7 +446,9 @@ std::vector<Operation> MatchingOperations() {
        .summary = "every place of a part, turned, touching others or half covered, the best first",
        .output = Kind::kMatches,
        .arguments =
-           {File("template", "a picture of the part, or a model that teach wrote").ByPlace(),
+           {File("template", "a picture of the part, or a model that teach wrote")
+                .ByPlace()
+                .Holding(Argument::Holds::kTemplate),
             Choice("by", {kByEdges, kByGray},
                    "look at directions of edges, or at grey values; without: as the model "
                    "was taught, a picture by edges")
@@ -468,7 +470,8 @@ std::vector<Operation> MatchingOperations() {
                    "on dark")
                 .Or("\"same\"")},
        .run = Find,
-       .prepare = LoadModel},
+       .prepare = LoadModel,
+       .className = "Finder"},
   };
 }
 

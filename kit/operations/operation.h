@@ -72,6 +72,8 @@ struct Operation {
     const char *option = nullptr, *summary = nullptr;
   } aside = {};
   const char* advice = nullptr;  // the last words of its help
+  // Where a language has a class of its own for the operation made ready: that class's name.
+  const char* className = nullptr;
 
   size_t InputCount() const { return inputs[1] == Kind::kNone ? 1 : 2; }
 };

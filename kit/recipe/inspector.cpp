@@ -55,7 +55,7 @@ std::optional<double> Pick(Which which, const std::vector<double>& values) {
 // The argument that names a file, for messages about it.
 std::string FileField(const Operation& operation) {
   for (const Argument& argument : operation.arguments) {
-    if (argument.type == Argument::Type::kFile || argument.type == Argument::Type::kFiles) {
+    if (argument.IsOfFiles()) {
       return std::string(", field '") + argument.name + "'";
     }
   }

@@ -98,15 +98,17 @@ void AddOperations(py::module_& module) {
       PyErr_SetString(PyExc_ValueError, error.what());
     }
   });
-  py::dict exports, families;
+  py::dict exports, families, classes;
   for (const Signature& signature : Signatures()) {
     families[signature.name.c_str()] = signature.operation->family;
+    if (signature.operation->className) classes[signature.operation->className] = signature.name;
     for (const kit::Export& called : signature.operation->exports) {
       exports[called.name] = signature.name;
     }
   }
   module.attr("OPERATIONS") = families;  // name: family, in the order of the table
   module.attr("EXPORTS") = exports;      // the operation that calls a function of the C library
+  module.attr("CLASSES") = classes;      // the operation that a class makes ready
 
   module.def("picture", [](const std::string& name, const py::tuple& images, const py::dict& values,
                            const py::object& out, const py::object& layout) {

@@ -13,6 +13,7 @@ _Rows = NDArray[np.void]
 
 OPERATIONS: Dict[str, str]
 EXPORTS: Dict[str, str]
+CLASSES: Dict[str, str]
 
 def picture(*args: Any) -> _Image: ...
 def things(*args: Any) -> _Rows: ...

@@ -99,8 +99,10 @@ class Finder(Prepared):
     The arguments are those of quillon.find(), without the image.
     """
 
+    _operation = _quillon.CLASSES["Finder"]
+
     def __init__(self, template: Source, **query: Any) -> None:
-        super().__init__("find", template, **query)
+        super().__init__(self._operation, template, **query)
 
     def find(self, image: Image) -> Things:
         """The matches, the best first."""
@@ -118,8 +120,10 @@ class BoardInspector(Prepared):
     those of quillon.inspect().
     """
 
+    _operation = _quillon.CLASSES["BoardInspector"]
+
     def __init__(self, good: Union[Source, Sequence[Source]], **rules: Any) -> None:
-        super().__init__("inspect", good, **rules)
+        super().__init__(self._operation, good, **rules)
 
     @property
     def tolerance(self) -> int:
@@ -132,5 +136,5 @@ class BoardInspector(Prepared):
 
 
 # inspect.signature shows the operation's arguments, without the first: there the image, here self.
-for _class, _function in ((Finder, operations.find), (BoardInspector, operations.inspect)):
-    setattr(_class.__init__, "__wrapped__", _function)
+for _name, _operation in _quillon.CLASSES.items():
+    setattr(globals()[_name].__init__, "__wrapped__", getattr(operations, _operation))

@@ -67,6 +67,11 @@ const char* NameOf(kit::Argument::Type type) {
   return "";
 }
 
+const char* NameOf(kit::Argument::Holds holds) {
+  using enum kit::Argument::Holds;
+  return holds == kPicture ? "picture" : holds == kTemplate ? "template" : "parameters";
+}
+
 Json ToJson(const kit::Argument& argument) {
   Json json = {{"name", argument.name},
                {"type", NameOf(argument.type)},
@@ -76,6 +81,7 @@ Json ToJson(const kit::Argument& argument) {
                {"max", argument.max},
                {"required", argument.IsRequired()}};
   if (!argument.choices.empty()) json["choices"] = argument.choices;
+  if (argument.IsOfFiles()) json["holds"] = NameOf(argument.holds);
   if (argument.count) json["count"] = argument.count;
   if (argument.unit) json["unit"] = argument.unit;
   if (argument.excludes) json["excludes"] = argument.excludes;

@@ -3,20 +3,11 @@ import { createRequire } from 'node:module';
 import { join } from 'node:path';
 import { pathToFileURL } from 'node:url';
 import { drawChessboard, views } from './chessboard.mjs';
+import { recipeOfGuide } from './guide.mjs';
 
 const [workbench, driver, out] = process.argv.slice(2);
 const { chromium } = createRequire(pathToFileURL(join(driver, 'here.js')))('playwright-core');
-const recipe = {
-  name: 'Count the parts',
-  steps: [
-    { name: 'bright', operation: 'threshold', input: 'image', above: 124 },
-    { name: 'parts', operation: 'blobs', input: 'bright', min_area: 100 },
-  ],
-  measurements: [
-    { name: 'parts', input: 'parts', value: 'count', min: 24, max: 28 },
-    { name: 'smallest part', input: 'parts', value: 'area', which: 'smallest', min: 800 },
-  ],
-};
+const recipe = recipeOfGuide();
 
 const browser = await chromium.launch({ executablePath: process.env.CHROMIUM ?? '/usr/bin/chromium', args: ['--no-sandbox'] });
 async function draw(name, width, height, colorScheme, prepare) {

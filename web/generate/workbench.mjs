@@ -7,12 +7,13 @@ import { mkdtempSync, readFileSync, rmSync, writeFileSync } from 'node:fs';
 import { tmpdir } from 'node:os';
 import { join, resolve } from 'node:path';
 import { fileURLToPath } from 'node:url';
+import { recipeOfGuide } from './guide.mjs';
 
 const [packageFolder, out, esbuild] = process.argv.slice(2);
 const source = (name) => fileURLToPath(new URL(`../workbench/${name}`, import.meta.url));
 const work = mkdtempSync(join(tmpdir(), 'quillon-'));
 
-// esbuild takes a package by an alias file and the worker's text as a module.
+// esbuild takes a package by an alias file, the worker's text and the guide's recipe as modules.
 const bundle = (entry, more = []) => execFileSync(esbuild, [
   entry, '--bundle', '--minify', '--format=iife', '--target=es2022', '--charset=utf8', '--log-level=error', '--loader:.md=text', ...more,
 ], { encoding: 'utf8', maxBuffer: 1 << 26 });
@@ -25,7 +26,9 @@ try {
   const workerScript = bundle(worker);
   const workerModule = join(work, 'worker-source.js');
   writeFileSync(workerModule, `export default ${JSON.stringify(workerScript)};`);
-  const script = bundle(source('main.js'), [`--alias:worker-source=${workerModule}`]).replaceAll('</script', '<\\/script');
+  const guideModule = join(work, 'guide-recipe.json');
+  writeFileSync(guideModule, JSON.stringify(recipeOfGuide()));
+  const script = bundle(source('main.js'), [`--alias:worker-source=${workerModule}`, `--alias:guide-recipe=${guideModule}`]).replaceAll('</script', '<\\/script');
   const style = readFileSync(source('style.css'), 'utf8');
   const digest = (text) => `sha256-${createHash('sha256').update(text, 'utf8').digest('base64')}`;
   const parts = { SCRIPT_HASH: digest(script), STYLE_HASH: digest(style), SCRIPT: script, STYLE: style };

@@ -51,6 +51,8 @@ export interface Argument {
   readonly max: number;
   readonly required: boolean;
   readonly choices?: readonly string[];
+  /** What its files are; a template is a picture, or a model that was taught and kept. */
+  readonly holds?: 'picture' | 'template' | 'parameters';
   readonly count?: number;
   readonly unit?: string;
   readonly excludes?: string;

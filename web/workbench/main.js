@@ -275,7 +275,7 @@ async function begin() {
   setUpMeasurements(table);
   setUpFilmstrip(strip, files);
   setUpCarrying(live, files);
-  setUpTask(ask);
+  setUpTask(ask, table);
   setUpTeaching(ask);
   setUpCalibration(live);
   setUpKeys();

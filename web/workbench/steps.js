@@ -83,7 +83,7 @@ export function addStep(operation, values = {}) {
   const taken = ['image', 'color', ...state.recipe.steps.flatMap((step) => [step.name, outputOf(step)])];
   const name = freeName(operation.name, taken);
   // What is taught is a part of the image, and is looked for in the image.
-  const isTaught = operation.arguments.some(({ type }) => type === 'file' || type === 'files');
+  const isTaught = operation.arguments.some(({ holds }) => holds && holds !== 'parameters');
   const inputs = operation.inputs.map((kind) => inputFor(kind, isTaught ? 0 : at));
   const step = { name, operation: operation.name, input: inputs.length > 1 ? inputs : inputs[0] };
   for (const argument of operation.arguments) {
@@ -193,7 +193,7 @@ function fileControl(index, argument, value, set, key) {
     [...new Set([...names, ...(value ? [value] : [])])].map((name) => h('option', { value: name, selected: name === value }, name)));
   choose.onchange = () => set(choose.value || undefined, false);
   return h('span.file', choose,
-    h('button', { onclick: () => teachInto(index, argument.name) }, 'Teach from the picture…'),
+    argument.holds === 'parameters' ? null : h('button', { onclick: () => teachInto(index, argument) }, 'Teach from the picture…'),
     openButton('Open file…', false, ([name]) => set(name, false)));
 }
 
@@ -425,7 +425,7 @@ export function refresh() {
 // ---- choosing an operation -----------------------------------------------------------------------
 
 export function chooseOperation() {
-  const search = h('input', { type: 'search', placeholder: 'threshold, blobs, mean …', 'aria-label': 'Search operations' });
+  const search = h('input', { type: 'search', placeholder: 'a name, or what it does', 'aria-label': 'Search operations' });
   const list = h('div.operations');
   const { close } = openDialog('Add a step', search, list);
   const draw = () => {

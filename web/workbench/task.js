@@ -1,14 +1,17 @@
-// The sample: trays of parts with a task that is solved step by step, and a tour of the page.
+// The sample: trays of parts with a task that is solved step by step, and a tour of the page. The
+// task leads to the recipe of the guide, which begins with a threshold and finds what is above it.
+import solution from 'guide-recipe';
 import { byId, h, say } from './dom.js';
 import { addImages, removeImages } from './filmstrip.js';
 import { emit, on, replaceRecipe, state } from './store.js';
 
+let table = null;  // of operations
+
 const kTrays = 6;
-const kRecipe = {
-  name: 'Count the parts',
-  steps: [{ name: 'bright', operation: 'threshold', input: 'image', above: 30 }],
-  measurements: [],
-};
+const [kBright, kParts] = solution.steps;
+const kTooLow = 30;  // the tray's own texture is above it
+const kRecipe = { name: solution.name, steps: [{ ...kBright, above: kTooLow }], measurements: [] };
+const kNear = 26;  // grey values from the guide's threshold at which trays still part from what lies on them
 
 // Whether the recipe counts what is on each tray.
 function counted() {
@@ -17,9 +20,16 @@ function counted() {
   return { right: right.length, all: state.images.filter(({ truth }) => truth).length };
 }
 
+// Whether a threshold parts the parts from the tray: near the guide's, or one that the picture chooses.
+function hasThreshold() {
+  const familyOf = (step) => table.operations.find(({ name }) => name === step.operation)?.family;
+  return state.recipe.steps.some((step) =>
+    familyOf(step) === familyOf(kBright) && !(Math.abs(step.above - kBright.above) > kNear));
+}
+
 const kTasks = [
-  { text: 'Drag “above” until the parts are white and the tray is black.', isDone: () => counted().right > 0 || state.recipe.steps.some(({ operation, above }) => operation === 'otsu' || (operation === 'threshold' && above >= 100 && above <= 150)) },
-  { text: 'Add the step “blobs”: it finds each part.', isDone: () => state.recipe.steps.some(({ operation }) => operation === 'blobs') },
+  { text: 'Drag “above” until the parts are white and the tray is black.', isDone: () => counted().right > 0 || hasThreshold() },
+  { text: `Add the step “${kParts.operation}”: it finds each part.`, isDone: () => state.recipe.steps.some(({ operation }) => operation === kParts.operation) },
   { text: 'Leave specks out by “min area” until the count is right on every tray.', isDone: () => counted().right === counted().all },
 ];
 
@@ -105,7 +115,8 @@ export function startTour() {
   showHint();
 }
 
-export function setUpTask(ask) {
+export function setUpTask(ask, known) {
+  table = known;
   byId('task-close').onclick = () => {
     byId('task').dataset.closed = 'yes';
     refresh();

@@ -21,8 +21,8 @@ export function teachInto(index, argument) {
 
 async function judge(index, argument, image, box) {
   const step = state.recipe.steps[index];
-  // Masks are kept in models, which the finder alone reads.
-  const canMask = step.operation === 'find';
+  // Masks are kept in models, which not every step reads.
+  const canMask = argument.holds === 'template';
   const by = step.by ?? 'edges';
   const [, , width, height] = box;
   let mask = null;  // 255 where a pixel counts
@@ -103,7 +103,7 @@ async function judge(index, argument, image, box) {
     change(({ steps }, files) => {
       const file = freeName(`${step.name.replace(/[^\w-]+/g, '-') || 'template'}.${taught.ending}`, [...files.keys()]);
       files.set(file, taught.file);
-      steps[index][argument] = file;
+      steps[index][argument.name] = file;
     });
     close();
     say('Template taught: every image is searched with it.');

@@ -112,7 +112,7 @@ const works = {
       const first = [step?.input].flat()[0];
       const before = recipe.steps.find((other) => (other.output ?? other.name) === first);
       const picture = pictureOf(steps.find(({ name }) => name === before?.name));
-      const grey = picture ?? (image instanceof quillon.ColourImage ? quillon.run('gray', {}, image).image : null);
+      const grey = picture ?? (image instanceof quillon.ColourImage ? greyOf(image) : null);
       input = histogramOf(grey ?? image);
       grey?.dispose();
     }
@@ -164,7 +164,7 @@ const works = {
   // A box of the current image as a template: the file, and what the finder thinks of it.
   teach({ source, box, by, maskedPixels }) {
     const pattern = cropped(decodedImage(source).image, box);
-    const grey = pattern instanceof quillon.ColourImage ? quillon.run('gray', {}, pattern).image : pattern;
+    const grey = pattern instanceof quillon.ColourImage ? greyOf(pattern) : pattern;
     const mask = maskedPixels ? quillon.GreyImage.from(pattern.width, pattern.height, maskedPixels) : null;
     try {
       const part = new quillon.Part(grey, { by, mask });
@@ -250,6 +250,12 @@ function reducedImage(image, by) {
     }
   }
   return image.constructor.from(width, height, to);
+}
+
+function greyOf(image) {
+  const grey = new quillon.GreyImage();
+  quillon.IxColorToGray(image, grey);
+  return grey;
 }
 
 function histogramOf(image) {
