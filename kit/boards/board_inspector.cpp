@@ -6,9 +6,10 @@
 #include <numeric>
 #include <string>
 
-#include "kit/boards/blocks.h"
 #include "kit/boards/local_check.h"
 #include "kit/errors.h"
+#include "kit/images/blocks.h"
+#include "kit/search/blob_search.h"
 #include "kit/text/text.h"
 
 namespace quillon::kit {
@@ -93,24 +94,16 @@ void BoardInspector::MakeMaterial(const GreyImage& picture) {
   if (!rules_.brightMaterial) IxImageInvert(&material_, &material_);
 }
 
-// Of every other pixel of every other row: they tell as much as all of them.
+// Of every other pixel of every other row: they tell as much as all of them. Of the means, every
+// fourth of these rows does.
 BoardInspector::Brightness BoardInspector::Measure(const GreyImage& image) {
   IxImageScaling(&image, &sample_, 0.5, 0.5);
-  scratch_.CopyFrom(&sample_);
-  IxOtsuThreshold(&scratch_);
-  Require(scratch_);
+  Require(sample_);
   constexpr int kRowsPerMean = 4;
-  unsigned char level = 0;
+  Brightness result = {.level = OtsuLevel(sample_, scratch_), .contrast = 0};
   int64_t count = 0, darkCount = 0, sum = 0, darkSum = 0;
-  for (int y = 0; y < sample_.height; ++y) {
+  for (int y = 0; y < sample_.height; y += kRowsPerMean) {
     const unsigned char *grey = sample_.rows[y], *bright = scratch_.rows[y];
-    InBlocks(sample_.width, [&](int first, auto length) {
-      for (int i = 0; i < length; ++i) {
-        const auto dark = static_cast<unsigned char>(grey[first + i] & ~bright[first + i]);
-        level = std::max(level, dark);
-      }
-    });
-    if (y % kRowsPerMean != 0) continue;
     int rowSum = 0, rowDark = 0, rowDarkSum = 0;
     InBlocks(sample_.width, [&](int first, auto length) {
       for (int i = 0; i < length; ++i) {
@@ -125,7 +118,6 @@ BoardInspector::Brightness BoardInspector::Measure(const GreyImage& image) {
     darkCount += rowDark;
     darkSum += rowDarkSum;
   }
-  Brightness result = {.level = level, .contrast = 0};
   if (darkCount > 0 && darkCount < count) {
     result.contrast = static_cast<double>(sum - darkSum) / static_cast<double>(count - darkCount) -
                       static_cast<double>(darkSum) / static_cast<double>(darkCount);

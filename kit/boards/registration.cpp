@@ -4,8 +4,8 @@
 #include <cmath>
 #include <cstring>
 
-#include "kit/boards/blocks.h"
 #include "kit/errors.h"
+#include "kit/images/blocks.h"
 
 namespace quillon::kit {
 namespace {

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "kit/errors.h"
+#include "kit/images/blocks.h"
 #include "kit/images/pixels.h"
 #include "kit/text/text.h"
 
@@ -16,16 +17,19 @@ Region::Region() : handle(CreateRLERegion(), DestroyRLERegion) {
   if (!handle) throw Failure("no memory for the tables of a region");
 }
 
-int OtsuLevel(const GreyImage& image) {
-  GreyImage binary;
+int OtsuLevel(const GreyImage& image, GreyImage& binary) {
   binary.CopyFrom(&image);
   RequirePixels(binary);
   IxOtsuThreshold(&binary);
-  int level = 0;
+  unsigned char level = 0;
   for (int y = 0; y < binary.height; ++y) {
-    for (int x = 0; x < binary.width; ++x) {
-      if (binary.rows[y][x] == 0) level = std::max<int>(level, image.rows[y][x]);
-    }
+    const unsigned char *grey = image.rows[y], *bright = binary.rows[y];
+    InBlocks(binary.width, [&](int first, auto length) {
+      for (int i = 0; i < length; ++i) {
+        const auto dark = static_cast<unsigned char>(grey[first + i] & ~bright[first + i]);
+        level = std::max(level, dark);
+      }
+    });
   }
   return level;
 }
@@ -162,7 +166,7 @@ std::vector<FoundBlob> BlobFinder::Find(const GreyImage& image, const BlobQuery&
   if (query.band) {
     band_ = *query.band;
   } else {
-    const int level = OtsuLevel(image);
+    const int level = OtsuLevel(image, binary_);
     band_ = query.dark ? Band{0, level} : Band{level + 1, 255};
   }
   outline_ = query.polygon.empty() ? WholePicture(image) : query.polygon;

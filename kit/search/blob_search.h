@@ -36,8 +36,9 @@ struct Region {
 
 // ---- what to label ------------------------------------------------------------------------------
 
-// The level is the highest grey value that the threshold made black; a constant picture has 0.
-int OtsuLevel(const GreyImage& image);
+// The level is the highest grey value that the threshold made black; a constant picture has 0. The
+// binary picture is for callers that look at many pictures and keep its memory.
+int OtsuLevel(const GreyImage& image, GreyImage& binary);
 
 // 1 where the picture is in the band, with the spare column, which is 0.
 void MakeBinary(const GreyImage& image, Band band, GreyImage& binary);
