@@ -12,6 +12,12 @@ struct Point {
   double x, y;
 };
 
+// In place of std::hypot, whose last bits are the C library's: lengths are the same digits on every
+// system. Squares of places and steps in pictures neither overflow nor vanish.
+inline double Length(double x, double y, double z = 0) { return std::sqrt(x * x + y * y + z * z); }
+inline double Length(Point step) { return Length(step.x, step.y); }
+inline double Distance(Point a, Point b) { return Length(a.x - b.x, a.y - b.y); }
+
 // Where something lies, and how it is turned: where the reference point of a template is, say.
 struct Pose {
   double x, y, degrees;

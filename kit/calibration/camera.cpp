@@ -59,7 +59,7 @@ Matrix Turn(const Vector& r) {
 // The vector of a turn, from a matrix that is nearly one.
 Vector TurnVector(const Matrix& m) {
   const Vector axis = {m[7] - m[5], m[2] - m[6], m[3] - m[1]};
-  const double sine = std::hypot(axis[0], axis[1], axis[2]) / 2;
+  const double sine = Length(axis[0], axis[1], axis[2]) / 2;
   const double angle = std::atan2(sine, (m[0] + m[4] + m[8] - 1) / 2);
   if (sine < 1e-9) return {0, 0, 0};  // boards are not seen from behind
   const double scale = angle / (2 * sine);
@@ -76,7 +76,7 @@ struct Scaling {
     const auto count = static_cast<double>(points.size());
     for (const Point& at : points) x += at.x / count, y += at.y / count;
     double reach = 0;
-    for (const Point& at : points) reach += std::hypot(at.x - x, at.y - y) / count;
+    for (const Point& at : points) reach += Length(at.x - x, at.y - y) / count;
     if (reach > 0) scale = 1 / reach;
   }
   Point Of(Point at) const { return {(at.x - x) * scale, (at.y - y) * scale}; }
@@ -121,7 +121,7 @@ double StartFocalLength(const std::vector<Matrix>& homographies, PictureSize siz
   double above = 0, below = 0;
   for (const Matrix& h : homographies) {
     const Matrix m = Times(Matrix{1, 0, -cx, 0, 1, -cy, 0, 0, 1}, h);
-    const double length = std::hypot(m[6], m[7], m[8]);
+    const double length = Length(m[6], m[7], m[8]);
     const Vector u = {m[0] / length, m[3] / length, m[6] / length};
     const Vector v = {m[1] / length, m[4] / length, m[7] / length};
     const double right[2] = {u[0] * v[0] + u[1] * v[1],
@@ -142,15 +142,14 @@ double StartFocalLength(const std::vector<Matrix>& homographies, PictureSize siz
 BoardPlace StartPlace(const Matrix& h, const Lens& lens) {
   const Matrix m = Times(
       Matrix{1 / lens.fx, 0, -lens.cx / lens.fx, 0, 1 / lens.fy, -lens.cy / lens.fy, 0, 0, 1}, h);
-  const double length =
-      (std::hypot(m[0], m[3], m[6]) + std::hypot(m[1], m[4], m[7])) / (m[8] < 0 ? -2 : 2);
+  const double length = (Length(m[0], m[3], m[6]) + Length(m[1], m[4], m[7])) / (m[8] < 0 ? -2 : 2);
   Vector u = {m[0] / length, m[3] / length, m[6] / length};
   Vector v = {m[1] / length, m[4] / length, m[7] / length};
   // Two unit vectors at right angles, as near to both as can be.
   const Vector sum = {u[0] + v[0], u[1] + v[1], u[2] + v[2]};
   const Vector difference = {u[0] - v[0], u[1] - v[1], u[2] - v[2]};
-  const double s = std::hypot(sum[0], sum[1], sum[2]) * std::sqrt(2.0);
-  const double d = std::hypot(difference[0], difference[1], difference[2]) * std::sqrt(2.0);
+  const double s = Length(sum[0], sum[1], sum[2]) * std::sqrt(2.0);
+  const double d = Length(difference[0], difference[1], difference[2]) * std::sqrt(2.0);
   for (size_t i = 0; i < 3; ++i) {
     u[i] = sum[i] / s + difference[i] / d;
     v[i] = sum[i] / s - difference[i] / d;
@@ -231,7 +230,7 @@ FittedView Judged(const BoardView& view, const Lens& lens, const BoardPlace& pla
   AddResiduals(view, lens, place, residuals);
   double sum = 0;
   for (size_t i = 0; i < view.points.size(); ++i) {
-    const double dx = residuals[2 * i], dy = residuals[2 * i + 1], size = std::hypot(dx, dy);
+    const double dx = residuals[2 * i], dy = residuals[2 * i + 1], size = Length(dx, dy);
     fitted.fitted.push_back({view.points[i].at.x + dx, view.points[i].at.y + dy});
     sum += size * size;
     if (size > fitted.worst) fitted.worst = size, fitted.worstPoint = i;
@@ -359,7 +358,7 @@ PlaneAxes AxesOf(const Camera& camera) {
   // both directions.
   const double determinant = columns[0] * rows[1] - columns[1] * rows[0];
   const Point right = {rows[1] / determinant, -rows[0] / determinant};
-  const double length = std::hypot(right.x, right.y), step = 1 / std::sqrt(std::abs(determinant));
+  const double length = Length(right), step = 1 / std::sqrt(std::abs(determinant));
   return {middle, {right.x / length * step, right.y / length * step}};
 }
 
@@ -389,7 +388,7 @@ double Cubic(const GreyImage& image, Point at) {
 
 double UnitPerPixel(const Camera& camera) {
   const Point right = AxesOf(camera).right;
-  return std::hypot(right.x, right.y) * camera.square;
+  return Length(right) * camera.square;
 }
 
 Point PlaceInPlane(const Camera& camera, Point seen) {

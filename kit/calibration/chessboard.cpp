@@ -127,8 +127,8 @@ std::optional<Point> Refined(const Plane& plane, Point start) {
     if (!(determinant > 1e-9 * (xx + yy) * (xx + yy))) return {};
     const Point step = {(yy * bx - xy * by) / determinant, (xx * by - xy * bx) / determinant};
     at = {at.x + step.x, at.y + step.y};
-    if (std::hypot(at.x - start.x, at.y - start.y) > kFarthest) return {};
-    if (std::hypot(step.x, step.y) < kSettled) break;
+    if (Distance(at, start) > kFarthest) return {};
+    if (Length(step) < kSettled) break;
   }
   return at;
 }
@@ -148,7 +148,7 @@ std::optional<Point> Saddle(const Plane& smooth, Point start) {
     const double determinant = xx * yy - xy * xy;
     if (!(determinant < 0)) return {};
     at = {at.x - (yy * x - xy * y) / determinant, at.y - (xx * y - xy * x) / determinant};
-    if (std::hypot(at.x - start.x, at.y - start.y) > kFarthest) return {};
+    if (Distance(at, start) > kFarthest) return {};
   }
   return at;
 }
@@ -160,8 +160,7 @@ std::optional<Point> PlaceOf(const Plane& plane, const Plane& smooth, Point star
   const auto saddle = Saddle(smooth, start);
   if (!saddle) return {};
   const auto refined = Refined(plane, start);
-  const bool agrees =
-      refined && std::hypot(refined->x - saddle->x, refined->y - saddle->y) < kAstray;
+  const bool agrees = refined && Distance(*refined, *saddle) < kAstray;
   return agrees ? refined : saddle;
 }
 
@@ -206,9 +205,7 @@ std::vector<Corner> Corners(const GreyImage& image) {
     if (!at) continue;
     const auto pattern = TwiceAround(smooth, *at, kRadius);
     if (!pattern) continue;
-    const auto isSame = [&](const Corner& other) {
-      return std::hypot(other.at.x - at->x, other.at.y - at->y) < kApart;
-    };
+    const auto isSame = [&](const Corner& other) { return Distance(other.at, *at) < kApart; };
     if (std::any_of(corners.begin(), corners.end(), isSame)) continue;
     corners.push_back({*at, candidate.strength, *pattern});
   }
@@ -247,7 +244,7 @@ class Grid {
   std::optional<size_t> Nearest(Point at, double within, size_t from) const {
     std::optional<size_t> nearest;
     for (size_t i = 0; i < corners_.size(); ++i) {
-      const double distance = std::hypot(corners_[i].at.x - at.x, corners_[i].at.y - at.y);
+      const double distance = Distance(corners_[i].at, at);
       if (isTaken_[i] || i == from || distance > within || !IsOpposite(from, i)) continue;
       within = distance;
       nearest = i;
@@ -267,13 +264,13 @@ class Grid {
     const auto first = Nearest(at, 1e9, seed);
     if (!first) return false;
     const Point along = {corners_[*first].at.x - at.x, corners_[*first].at.y - at.y};
-    const double step = std::hypot(along.x, along.y);
+    const double step = Length(along);
     std::optional<size_t> second;
     double least = 3 * step;
     for (size_t i = 0; i < corners_.size(); ++i) {
       if (i == seed || i == *first || !IsOpposite(seed, i)) continue;
       const Point d = {corners_[i].at.x - at.x, corners_[i].at.y - at.y};
-      const double length = std::hypot(d.x, d.y);
+      const double length = Length(d);
       // To the right of the first as displayed, and clearly aside.
       const double aside = along.x * d.y - along.y * d.x;
       if (aside < 0.5 * step * length || length >= least) continue;
@@ -306,7 +303,7 @@ class Grid {
       take({x + side * dy, y + side * dx}, {x + side * dy + dx, y + side * dx + dy});
     }
     if (!step) return false;
-    const double length = std::hypot(step->x, step->y);
+    const double length = Length(*step);
     constexpr double kTolerance = 0.35;
     const auto next =
         Nearest({here.x + step->x, here.y + step->y}, kTolerance * length, placed_.at(place));

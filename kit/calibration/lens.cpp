@@ -152,7 +152,7 @@ void RequireLens(const ParameterFile& file) {
 
 }  // namespace
 
-double GridPoint::Residual() const { return std::hypot(seen.x - fitted.x, seen.y - fitted.y); }
+double GridPoint::Residual() const { return Distance(seen, fitted); }
 
 LensFit FitLens(const std::string& file, const Grid& grid, const std::string& parameters) {
   std::vector<int> points = ReadPoints(file);

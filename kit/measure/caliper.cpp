@@ -148,8 +148,8 @@ std::vector<Step> StepsOf(const Profile& profile, const EdgeRule& rule) {
   const std::vector<double> slopes = Slopes(profile.grey, rule.smoothing);
   // A step that is blurred by no more than this reaches the least slope.
   constexpr double kExpectedBlur = 3;
-  const double least = rule.minStrength / (std::sqrt(2 * std::numbers::pi) *
-                                           std::hypot(rule.smoothing, kExpectedBlur));
+  const double least =
+      rule.minStrength / (std::sqrt(2 * std::numbers::pi) * Length(rule.smoothing, kExpectedBlur));
   const std::vector<int> peaks = Peaks(slopes, least);
   std::vector<Step> steps;
   for (size_t i = 0; i < peaks.size(); ++i) {

@@ -54,7 +54,7 @@ bool LieInALine(std::span<const Point> points) {
   double aside = 0, reach = 0;
   for (const Point& at : points) {
     aside = std::max(aside, std::abs(line.Distance(at)));
-    reach = std::max(reach, std::hypot(at.x - line.p[0], at.y - line.p[1]));
+    reach = std::max(reach, Length(at.x - line.p[0], at.y - line.p[1]));
   }
   return aside <= kStraight * reach;
 }
@@ -64,7 +64,7 @@ struct CircleShape {
   static constexpr size_t kPoints = 3;
   double p[3] = {};
 
-  double Distance(Point at) const { return std::hypot(at.x - p[0], at.y - p[1]) - p[2]; }
+  double Distance(Point at) const { return Length(at.x - p[0], at.y - p[1]) - p[2]; }
 
   // Kasa's algebraic circle, x^2 + y^2 = 2 a x + 2 b y + c about the points' middle, and from there
   // the least squares of distances.
@@ -113,7 +113,7 @@ struct EllipseShape {
     const double v = (at.y - p[1]) * cosine - (at.x - p[0]) * sine;
     const double a = std::exp(p[2]), b = std::exp(p[3]);
     // The implicit equation sqrt((u / a)^2 + (v / b)^2) = 1 over its gradient.
-    const double size = std::hypot(u / a, v / b), slope = std::hypot(u / (a * a), v / (b * b));
+    const double size = Length(u / a, v / b), slope = Length(u / (a * a), v / (b * b));
     return slope > 0 ? (size - 1) * size / slope : -std::min(a, b);
   }
 

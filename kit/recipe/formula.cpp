@@ -4,6 +4,7 @@
 #include <cmath>
 #include <numbers>
 
+#include "kit/geometry.h"
 #include "kit/text/numbers.h"
 #include "kit/text/text.h"
 
@@ -56,7 +57,7 @@ constexpr Function kFunctions[] = {
     {"sqrt", 1, [](double a, double) { return std::sqrt(a); }, Root, "a square unit"},
     {"min", 2, [](double a, double b) { return std::min(a, b); }, Same, kSameUnit},
     {"max", 2, [](double a, double b) { return std::max(a, b); }, Same, kSameUnit},
-    {"hypot", 2, [](double a, double b) { return std::hypot(a, b); }, Same, kSameUnit},
+    {"hypot", 2, [](double a, double b) { return Length(a, b); }, Same, kSameUnit},
     {"sin", 1, [](double a, double) { return std::sin(a * kRadians); }, OfAngle, kAngle},
     {"cos", 1, [](double a, double) { return std::cos(a * kRadians); }, OfAngle, kAngle},
     {"tan", 1, [](double a, double) { return std::tan(a * kRadians); }, OfAngle, kAngle},

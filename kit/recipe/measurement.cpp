@@ -29,7 +29,7 @@ std::optional<double> AngleBetween(const Thing& a, const Thing& b) {
 }
 
 std::optional<double> Distance(const Thing& a, const Thing& b) {
-  return std::hypot(a.x - b.x, a.y - b.y);
+  return Length(a.x - b.x, a.y - b.y);
 }
 
 std::optional<double> DistanceFromLine(const Thing& a, const Thing& line) {

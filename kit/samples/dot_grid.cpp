@@ -44,7 +44,7 @@ void DrawDotGrid(int width, int height, GreyImage& image, std::vector<Point>& ce
       const int left = static_cast<int>(centre.x) - reach, top = static_cast<int>(centre.y) - reach;
       for (int y = std::max(top, 0); y <= std::min(top + 2 * reach + 1, height - 1); ++y) {
         for (int x = std::max(left, 0); x <= std::min(left + 2 * reach + 1, width - 1); ++x) {
-          const double outside = std::hypot(x - centre.x, y - centre.y) - kDotRadius;
+          const double outside = Length(x - centre.x, y - centre.y) - kDotRadius;
           const double paper = std::clamp(outside + 0.5, 0.0, 1.0);  // the share of the pixel
           if (paper < 1) image.rows[y][x] = shade(x, y, kInk + (kPaper - kInk) * paper);
         }

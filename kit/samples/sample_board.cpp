@@ -92,7 +92,7 @@ SampleBoard::Stroke SampleBoard::Placed(const Stroke& stroke, const BoardPose& p
                                         double growth) const {
   const double angle = pose.degrees * std::numbers::pi / 180;
   const double cosine = std::cos(angle), sine = std::sin(angle);
-  const auto place = [&](Vec p) -> Vec {
+  const auto place = [&](Point p) -> Point {
     const double x = (p.x - width_ / 2.0) * pose.stretchX;
     const double y = (p.y - height_ / 2.0) * pose.stretchY;
     return {width_ / 2.0 + x * cosine - y * sine + pose.x,
@@ -123,14 +123,14 @@ void SampleBoard::Render(const std::vector<Stroke>& strokes, GreyImage& image) c
     const int right = within(std::max(s.a.x, s.b.x) + reach + 1, width_);
     const int top = within(std::min(s.a.y, s.b.y) - reach, height_);
     const int bottom = within(std::max(s.a.y, s.b.y) + reach + 1, height_);
-    const Vec along = {s.b.x - s.a.x, s.b.y - s.a.y};
+    const Point along = {s.b.x - s.a.x, s.b.y - s.a.y};
     const double square = along.x * along.x + along.y * along.y;
     for (int y = top; y <= bottom; ++y) {
       for (int x = left; x <= right; ++x) {
-        const Vec p = {x - s.a.x, y - s.a.y};
+        const Point p = {x - s.a.x, y - s.a.y};
         const double t =
             square > 0 ? std::clamp((p.x * along.x + p.y * along.y) / square, 0.0, 1.0) : 0.0;
-        const double distance = std::hypot(p.x - t * along.x, p.y - t * along.y) - s.radius;
+        const double distance = Length(p.x - t * along.x, p.y - t * along.y) - s.radius;
         const double cover = std::clamp(0.5 - distance, 0.0, 1.0);
         double& c =
             copper[static_cast<size_t>(y) * static_cast<size_t>(width_) + static_cast<size_t>(x)];

@@ -34,12 +34,9 @@ class SampleBoard {
                                       const BoardPose& pose = {}) const;
 
  private:
-  struct Vec {
-    double x, y;
-  };
   // What lies within the radius of a line from a to b; material, or a hole in it.
   struct Stroke {
-    Vec a, b;
+    Point a, b;
     double radius;
     bool hole = false;
   };

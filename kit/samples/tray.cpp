@@ -9,27 +9,23 @@
 #include <span>
 
 #include "kit/errors.h"
+#include "kit/geometry.h"
 
 namespace quillon::kit {
 namespace {
 
-struct Vec {
-  double x, y;
-};
-double Length(Vec v) { return std::sqrt(v.x * v.x + v.y * v.y); }
-
 // ---- shapes, about their middle -----------------------------------------------------------------
 
-double Disc(Vec p, double radius) { return Length(p) - radius; }
+double Disc(Point p, double radius) { return Length(p) - radius; }
 
-double RoundedBox(Vec p, double halfWidth, double halfHeight, double corner) {
-  const Vec q = {std::abs(p.x) - halfWidth + corner, std::abs(p.y) - halfHeight + corner};
+double RoundedBox(Point p, double halfWidth, double halfHeight, double corner) {
+  const Point q = {std::abs(p.x) - halfWidth + corner, std::abs(p.y) - halfHeight + corner};
   return Length({std::max(q.x, 0.0), std::max(q.y, 0.0)}) + std::min(std::max(q.x, q.y), 0.0) -
          corner;
 }
 
 // The point turned into the sector of `count`-fold symmetry around the x axis.
-Vec Fold(Vec p, int count) {
+Point Fold(Point p, int count) {
   const double sector = 2 * std::numbers::pi / count;
   const double angle = std::atan2(p.y, p.x);
   const double folded = angle - sector * std::round(angle / sector);
@@ -38,23 +34,23 @@ Vec Fold(Vec p, int count) {
 
 double Without(double shape, double hole) { return std::max(shape, -hole); }
 
-double Washer(Vec p) { return Without(Disc(p, 46), Disc(p, 23)); }
-double Nut(Vec p) { return Without(Fold(p, 6).x - 38, Disc(p, 21)); }
-double Token(Vec p) { return Disc(p, 34); }
-double Pin(Vec p) { return RoundedBox(p, 62, 11, 11); }
+double Washer(Point p) { return Without(Disc(p, 46), Disc(p, 23)); }
+double Nut(Point p) { return Without(Fold(p, 6).x - 38, Disc(p, 21)); }
+double Token(Point p) { return Disc(p, 34); }
+double Pin(Point p) { return RoundedBox(p, 62, 11, 11); }
 
-double Gear(Vec p) {
-  const Vec tooth = Fold(p, 12);
+double Gear(Point p) {
+  const Point tooth = Fold(p, 12);
   const double teeth = RoundedBox({tooth.x - 52, tooth.y}, 10, 7, 2.5);
   return Without(std::min(Disc(p, 50), teeth), Disc(p, 16));
 }
 
-double Plate(Vec p) {
+double Plate(Point p) {
   const double holes = Disc({std::abs(p.x) - 36, p.y}, 11);
   return Without(RoundedBox(p, 62, 28, 9), holes);
 }
 
-double Bracket(Vec p) {
+double Bracket(Point p) {
   const double upright = RoundedBox({p.x + 30, p.y}, 18, 52, 5);
   const double foot = RoundedBox({p.x - 4, p.y - 35}, 52, 17, 5);
   const double holes = std::min(Disc({p.x + 30, p.y + 30}, 8.5), Disc({p.x - 34, p.y - 35}, 8.5));
@@ -76,7 +72,7 @@ constexpr Tint kCopper = Normalised(1.20, 0.93, 0.78);
 
 struct Kind {
   const char* name;
-  double (*distance)(Vec p);
+  double (*distance)(Point p);
   double reach;  // radius of a circle that holds it
   int count;     // on a tray
   Tint tint;
@@ -92,10 +88,10 @@ const Kind& kBracketKind = kKinds[2];
 
 struct Placed {
   const Kind* kind;
-  Vec centre;
+  Point centre;
   double degrees, cosine, sine;
 
-  Placed(const Kind& placed, Vec at, double turned)
+  Placed(const Kind& placed, Point at, double turned)
       : kind(&placed),
         centre(at),
         degrees(turned),
@@ -103,11 +99,11 @@ struct Placed {
         sine(std::sin(turned * std::numbers::pi / 180)) {}
 
   // The point of the picture as the part's own drawing has it.
-  Vec Local(Vec p) const {
-    const Vec d = {p.x - centre.x, p.y - centre.y};
+  Point Local(Point p) const {
+    const Point d = {p.x - centre.x, p.y - centre.y};
     return {d.x * cosine + d.y * sine, d.y * cosine - d.x * sine};
   }
-  double Distance(Vec p) const { return kind->distance(Local(p)); }
+  double Distance(Point p) const { return kind->distance(Local(p)); }
 };
 
 // ---- chance -------------------------------------------------------------------------------------
@@ -159,7 +155,7 @@ double Ground(int x, int y, int width, int height) {
   return 72 * falloff + 2.2 * ribs + 1.6 * Grain(x, y);
 }
 
-double Metal(const Placed& part, Vec p, double distance) {
+double Metal(const Placed& part, Point p, double distance) {
   constexpr double kStep = 0.5;
   const double gx = part.Distance({p.x + kStep, p.y}) - part.Distance({p.x - kStep, p.y});
   const double gy = part.Distance({p.x, p.y + kStep}) - part.Distance({p.x, p.y - kStep});
@@ -167,7 +163,7 @@ double Metal(const Placed& part, Vec p, double distance) {
   const double length = std::sqrt(1 + slope * slope * (gx * gx + gy * gy));
   const double facing = (slope * (gx * kLightX + gy * kLightY) + kLightZ) / length;
   // Brushed along the part's own x axis.
-  const Vec local = part.Local(p);
+  const Point local = part.Local(p);
   const double brushed = Grain(static_cast<int>(std::floor(local.x / 24)),
                                static_cast<int>(std::floor(local.y * 1.5)));
   const double glint = std::pow(std::max(0.0, facing), 12) * 26;
@@ -187,8 +183,8 @@ void Tinted(double grey, double share, const Tint& tint, double (&colour)[3]) {
 double ShadedGround(std::span<const Placed> parts, int x, int y, int width, int height) {
   double shadow = 0;
   for (const Placed& part : parts) {
-    const Vec towards = {x + kShadowLength * kLightX, y + kShadowLength * kLightY};
-    const Vec d = {towards.x - part.centre.x, towards.y - part.centre.y};
+    const Point towards = {x + kShadowLength * kLightX, y + kShadowLength * kLightY};
+    const Point d = {towards.x - part.centre.x, towards.y - part.centre.y};
     const double near = part.kind->reach + kShadowBlur;
     if (d.x * d.x + d.y * d.y > near * near) continue;
     shadow = std::max(shadow, 1 - Smooth(-kShadowBlur, kShadowBlur, part.Distance(towards)));
@@ -207,11 +203,11 @@ void Draw(std::span<const Placed> placed, int width, int height, ColourImage& im
 
   for (int y = 0; y < height; ++y) {
     for (int x = 0; x < width; ++x) {
-      const Vec p = {static_cast<double>(x), static_cast<double>(y)};
+      const Point p = {static_cast<double>(x), static_cast<double>(y)};
       size_t nearest = 0;
       double distance = 1e9;
       for (size_t i = 0; i < placed.size(); ++i) {
-        const Vec d = {p.x - placed[i].centre.x, p.y - placed[i].centre.y};
+        const Point d = {p.x - placed[i].centre.x, p.y - placed[i].centre.y};
         const double reach = placed[i].kind->reach + 2;
         if (d.x * d.x + d.y * d.y > reach * reach) continue;
         nearest = i;
@@ -262,9 +258,9 @@ std::vector<Placed> PlaceParts(uint32_t seed, int width, int height) {
     for (int n = 0; n < kind.count; ++n) {
       for (int tries = 0; tries < kTries; ++tries) {
         const double edge = kind.reach + kMargin;
-        const Vec at = {random.Within(edge, width - edge), random.Within(edge, height - edge)};
+        const Point at = {random.Within(edge, width - edge), random.Within(edge, height - edge)};
         const auto touches = [&](const Placed& other) {
-          const double apart = Length({at.x - other.centre.x, at.y - other.centre.y});
+          const double apart = Distance(at, other.centre);
           return apart < kind.reach + other.kind->reach + kGap;
         };
         if (std::any_of(placed.begin(), placed.end(), touches)) continue;

@@ -47,7 +47,7 @@ double Agreement(const GreyImage& image, const GeoModelLevel& model, const Pose&
     const Point g =
         Gradient(image, static_cast<int>(std::lround(at.x)), static_cast<int>(std::lround(at.y)));
     const Point m = turn.At(model.gradientX[i], model.gradientY[i]);
-    const double length = std::hypot(g.x, g.y) * std::hypot(m.x, m.y);
+    const double length = Length(g) * Length(m);
     if (length > 0) sum += (g.x * m.x + g.y * m.y) / length;
   }
   return sum / model.count;
