@@ -1,5 +1,6 @@
 // quillon: the command-line host.
 #include <exception>
+#include <new>
 
 #include "commands.h"
 #include "standard_streams.h"
@@ -18,6 +19,9 @@ int main(int argc, char** argv) {
     }
     FlushOutput();
     return code;
+  } catch (const std::bad_alloc&) {
+    Warn("there is not enough memory");
+    return 1;
   } catch (const std::exception& error) {
     Warn(error.what());
     return 1;

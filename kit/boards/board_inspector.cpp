@@ -24,7 +24,7 @@ constexpr double kLeastContrast = 24;  // grey values between material and groun
 constexpr int kMostDefects = 20'000;
 
 void Require(const GreyImage& image) {
-  if (!image.bits) throw Failure("no memory for the planes of a board");
+  if (!image.bits) throw OutOfMemory("the planes of a board");
 }
 
 // To the nearest; within the sides that pictures have.
@@ -62,7 +62,7 @@ const char* Name(Difference kind) { return kind == Difference::kMissing ? "missi
 
 BoardInspector::BoardInspector(const InspectionRules& rules)
     : rules_(rules), region_(CreateRLERegion(), DestroyRLERegion) {
-  if (!region_) throw Failure("no memory for the tables of a region");
+  if (!region_) throw OutOfMemory("the tables of a region");
 }
 
 void BoardInspector::Teach(const GreyImage& good) {

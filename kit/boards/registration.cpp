@@ -98,11 +98,11 @@ void ReducedBoard::Make(const GreyImage& board) {
   }
   width_ = board.width;
   height_ = board.height;
-  if (!Level(coarsest_).bits) throw Failure("no memory for reduced pictures of a board");
+  if (!Level(coarsest_).bits) throw OutOfMemory("reduced pictures of a board");
 }
 
 Registrar::Registrar() : tool_(IxCreateNCCTool()) {
-  if (!tool_) throw Failure("no memory for correlating boards");
+  if (!tool_) throw OutOfMemory("correlating boards");
 }
 
 // Brings the pixels of a tile into the window, row after row. Correlation pools the planes of a
@@ -121,7 +121,7 @@ bool Registrar::Teach(const GreyImage& good, const Tile& tile) {
   if (tile.width < kLeastTile || tile.height < kLeastTile) return false;
   const int colours = tile.width / 3 * tile.height;
   if (window_.width != colours) window_.Create(colours, 1);
-  if (!window_.bits) throw Failure("no memory for correlating boards");
+  if (!window_.bits) throw OutOfMemory("correlating boards");
   Cut(good, tile, 0, 0);
   return StandardDeviation(window_.rows[0], tile.width * tile.height) >= kLeastContrast &&
          IxCreateNCCMatchColorModel_ROI(&window_, tool_.get());

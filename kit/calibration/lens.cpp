@@ -178,7 +178,7 @@ LensFit FitLens(const std::string& file, const Grid& grid, const std::string& pa
     if (!IxDistortionParaBuild(&image, points.data(), count, static_cast<float>(grid.step.across),
                                static_cast<float>(grid.step.down), kPixelSize, kPixelSize,
                                name.c_str())) {
-      throw Failure("there is not enough memory to fit '" + file + "'");
+      throw OutOfMemory("the fit of '" + file + "'");
     }
     fit = Judge(image, seen, side, grid.step);
     const double most =

@@ -14,7 +14,7 @@
 namespace quillon::kit {
 namespace {
 
-// Holds what the encoder asks for. Where there is no more of it, std::bad_alloc ends the encoder,
+// Holds what the encoder asks for. Where there is no more of it, std::bad_alloc leaves the encoder,
 // and what it held is given back.
 class EncoderMemory {
  public:
@@ -110,14 +110,14 @@ Raster Decode(Bytes file, const std::string& name, const Reading& reading) {
 std::string Quoted(const std::string& name) { return "image '" + name + "'"; }
 
 template <class Pixel>
-void CreateOrFail(const std::string& name, const Raster& raster, CImage<Pixel>& image) {
+void CreateOrFail(const Raster& raster, CImage<Pixel>& image) {
   image.Create(raster.width, raster.height);
   if (image.bits) return;
-  throw OutOfMemory(Quoted(name) + " of " + SizeText(raster.width, raster.height));
+  throw OutOfMemory("a picture of " + SizeText(raster.width, raster.height));
 }
 
-void ToColour(const std::string& name, const Raster& raster, ColourImage& image) {
-  CreateOrFail(name, raster, image);
+void ToColour(const Raster& raster, ColourImage& image) {
+  CreateOrFail(raster, image);
   const int samples = raster.Colours();
   const unsigned char* from = raster.samples.get();
   for (int y = 0; y < image.height; ++y) {
@@ -173,6 +173,11 @@ std::vector<unsigned char> Encode(const CImage<Pixel>& image, bool png) {
 }
 
 template <class Pixel>
+std::string FileOf(const CImage<Pixel>& image) {
+  return "the file of a picture of " + SizeText(image.width, image.height);
+}
+
+template <class Pixel>
 void Write(const std::string& path, const CImage<Pixel>& image) {
   CheckPictureName(path);
   if (!image.bits) throw Failure("cannot write '" + path + "': the image is empty");
@@ -190,12 +195,12 @@ void DecodeImage(Bytes file, const std::string& name, GreyImage& grey, ColourIma
     const Raster raster = Decode(file, name, reading);
     colour.Destroy();
     if (raster.isColour) {
-      ToColour(name, raster, colour);
-      CreateOrFail(name, raster, grey);
+      ToColour(raster, colour);
+      CreateOrFail(raster, grey);
       IxColorToGray(&colour, &grey);
       return;
     }
-    CreateOrFail(name, raster, grey);
+    CreateOrFail(raster, grey);
     const auto width = static_cast<size_t>(grey.width);
     for (int y = 0; y < grey.height; ++y) {
       std::memcpy(grey.rows[y], raster.samples.get() + static_cast<size_t>(y) * width, width);
@@ -216,7 +221,7 @@ void ReadImage(const std::string& path, GreyImage& image, const Reading& reading
 
 void ReadImage(const std::string& path, ColourImage& image, const Reading& reading) {
   WithinMemory(Quoted(path),
-               [&] { ToColour(path, Decode(BytesOf(ReadFile(path)), path, reading), image); });
+               [&] { ToColour(Decode(BytesOf(ReadFile(path)), path, reading), image); });
 }
 
 void CheckPictureName(const std::string& path) {
@@ -227,15 +232,21 @@ void CheckPictureName(const std::string& path) {
 void WriteImage(const std::string& path, const GreyImage& image) { Write(path, image); }
 void WriteImage(const std::string& path, const ColourImage& image) { Write(path, image); }
 
-std::vector<unsigned char> EncodePng(const GreyImage& image) { return Encode(image, true); }
-std::vector<unsigned char> EncodePng(const ColourImage& image) { return Encode(image, true); }
+std::vector<unsigned char> EncodePng(const GreyImage& image) {
+  return WithinMemory(FileOf(image), [&] { return Encode(image, true); });
+}
+std::vector<unsigned char> EncodePng(const ColourImage& image) {
+  return WithinMemory(FileOf(image), [&] { return Encode(image, true); });
+}
 
 std::vector<unsigned char> EncodeJpeg(const ColourImage& image, int quality) {
-  const auto packed = Packed(image);
-  const EncoderMemory memory;
-  std::vector<unsigned char> bytes;
-  stbi_write_jpg_to_func(Append, &bytes, image.width, image.height, 3, packed.data(), quality);
-  return bytes;
+  return WithinMemory(FileOf(image), [&] {
+    const auto packed = Packed(image);
+    const EncoderMemory memory;
+    std::vector<unsigned char> bytes;
+    stbi_write_jpg_to_func(Append, &bytes, image.width, image.height, 3, packed.data(), quality);
+    return bytes;
+  });
 }
 
 }  // namespace quillon::kit

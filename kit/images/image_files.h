@@ -42,7 +42,7 @@ void CheckPictureName(const std::string& path);
 void WriteImage(const std::string& path, const GreyImage& image);
 void WriteImage(const std::string& path, const ColourImage& image);
 
-// The image as the bytes of a PNG file, for reports.
+// The image as the bytes of a PNG file, for reports. As all of this header, it throws OutOfMemory.
 std::vector<unsigned char> EncodePng(const GreyImage& image);
 std::vector<unsigned char> EncodePng(const ColourImage& image);
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "kit/errors.h"
 #include "kit/text/text.h"
 
 namespace quillon::kit {
@@ -137,7 +138,9 @@ void AllocateSamples(Raster& raster) {
   const size_t size = PixelsOf(raster) * static_cast<size_t>(raster.SamplesAPixel()) *
                       (raster.isWide ? sizeof(uint16_t) : 1);
   raster.samples.reset(static_cast<unsigned char*>(std::malloc(size)));
-  if (!raster.samples) throw Unreadable("no memory for " + SizeText(raster.width, raster.height));
+  if (!raster.samples) {
+    throw OutOfMemory("a picture of " + SizeText(raster.width, raster.height));
+  }
 }
 
 void Finish(Raster& raster, int depth) {

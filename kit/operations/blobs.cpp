@@ -220,7 +220,7 @@ void BlobTool::Draw(const Searched& searched, int firstRow, Report& report) cons
 void BlobTool::Aside(GreyImage& picture) const {
   const GreyImage& binary = finder.Binary();
   picture.Create(binary.width - 1, binary.height);
-  if (!picture.bits) throw Failure("no memory for a binary picture");
+  if (!picture.bits) throw OutOfMemory("a binary picture");
   for (int y = 0; y < picture.height; ++y) {
     for (int x = 0; x < picture.width; ++x) picture.rows[y][x] = binary.rows[y][x] ? 255 : 0;
   }

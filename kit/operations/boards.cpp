@@ -45,6 +45,8 @@ std::unique_ptr<Tool> LoadBoards(const Values& values, const Sources& sources) {
       } else {
         tool->inspector.AddGood(good);
       }
+    } catch (const OutOfMemory&) {
+      throw;
     } catch (const Failure& failure) {
       throw Failure("'" + sources.Shown(name) + "' " + failure.what());
     }

@@ -1,7 +1,6 @@
 #include "kit/operations/operation.h"
 
 #include <algorithm>
-#include <new>
 
 #include "kit/errors.h"
 #include "kit/operations/places.h"
@@ -13,11 +12,9 @@ namespace {
 template <class Work>
 auto Guarded(Work work) {
   try {
-    return work();
+    return WithinMemory("the operation", work);
   } catch (const Failure&) {
     throw;
-  } catch (const std::bad_alloc&) {
-    throw OutOfMemory("the operation");
   } catch (const std::exception& error) {
     throw Failure(error.what());
   }

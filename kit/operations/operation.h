@@ -105,9 +105,6 @@ class ReadyOperation {
   Report Page(const std::string& picture) const;
   void Draw(const Searched& searched, int firstRow, Report& report) const;
   void Aside(GreyImage& picture) const;
-  // The tool itself, for pages that do without pictures where memory is short: it throws
-  // std::bad_alloc too.
-  const Tool& Kept() const { return *tool_; }
 
  private:
   void RunWith(const Values& values, PictureView a, PictureView b, Content& result);

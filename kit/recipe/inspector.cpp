@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
-#include <new>
 
 #include "kit/errors.h"
 #include "kit/images/image_files.h"
@@ -232,17 +231,17 @@ ImageRecord Inspector::Inspect(const std::string& name, Fill fill) {
   Verdict failure = Verdict::kUnreadable;
   stepsDone_.reset();
   try {
-    GreyImage& grey = contents_[kImageSlot].picture;
-    ColourImage& colour = contents_[kColourSlot].colour;
-    fill(grey, colour);
-    isColour_ = colour.bits;
-    if (usesColour_ && !isColour_) ToColour(grey, colour);
-    failure = Verdict::kError;
-    for (stepsDone_ = 0; *stepsDone_ < recipe_.steps.size(); ++*stepsDone_) Run(*stepsDone_, name);
-  } catch (const std::bad_alloc&) {
-    record.verdict = Verdict::kError;
-    record.error = "there is not enough memory for '" + name + "'";
-    return record;
+    WithinMemory("'" + name + "'", [&] {
+      GreyImage& grey = contents_[kImageSlot].picture;
+      ColourImage& colour = contents_[kColourSlot].colour;
+      fill(grey, colour);
+      isColour_ = colour.bits;
+      if (usesColour_ && !isColour_) ToColour(grey, colour);
+      failure = Verdict::kError;
+      for (stepsDone_ = 0; *stepsDone_ < recipe_.steps.size(); ++*stepsDone_) {
+        Run(*stepsDone_, name);
+      }
+    });
   } catch (const std::exception& error) {
     record.verdict = dynamic_cast<const OutOfMemory*>(&error) ? Verdict::kError : failure;
     record.error = error.what();

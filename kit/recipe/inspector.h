@@ -63,8 +63,8 @@ class Inspector {
   std::vector<Detail> Details(size_t step) const {
     return ready_[step] ? ready_[step]->Details() : std::vector<Detail>();
   }
-  // What a step that was done keeps of the last image.
-  const Tool& Kept(size_t step) const { return ready_[step]->Kept(); }
+  // A step that was done, with what it keeps of the last image.
+  const ReadyOperation& Done(size_t step) const { return *ready_[step]; }
 
  private:
   template <class Fill>

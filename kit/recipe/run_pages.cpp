@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstdio>
 #include <filesystem>
-#include <new>
 
 #include "kit/errors.h"
 #include "kit/files/files.h"
@@ -123,7 +122,7 @@ class StepsPage {
       if (IsPicture(recipe_.steps[i].operation->output)) {
         ShowPicture(recipe_.steps[i]);
       } else {
-        ShowThings(*next, inspector_.Kept(i), row, count);
+        ShowThings(*next, inspector_.Done(i), row, count);
         row += static_cast<int>(next++->things->size());
       }
     }
@@ -149,12 +148,12 @@ class StepsPage {
 
   // Over the picture that the step read, as its tool draws them, with what the tool was taught
   // beside; the rows of the step's things begin at `row`.
-  void ShowThings(const Found& found, const Tool& tool, int row, int end) {
+  void ShowThings(const Found& found, const ReadyOperation& done, int row, int end) {
     const Step& step = *found.step;
     const size_t count = found.things->size();
     const Content& source = inspector_.Of(step.inputs[0]);
-    Report drawn = tool.Page(image_);
-    tool.Draw({image_, {&source.picture, &source.colour}, step.operation->output, *found.things},
+    Report drawn = done.Page(image_);
+    done.Draw({image_, {&source.picture, &source.colour}, step.operation->output, *found.things},
               row, drawn);
     std::vector<int> layers;
     for (const Layer& layer : drawn.layers) layers.push_back(PlaceOf(layer));
@@ -257,13 +256,15 @@ bool Pages::Write(size_t index, const ImageRecord& record, const Inspector& insp
   if (record.verdict == Verdict::kUnreadable) return true;
   const std::string path = InRun(PageOf(index, record));
   try {
-    WriteFile(path, StepsPage(recipe_, record, inspector).Render());
-    if (!inspector.StepsDone()) return true;
-    const auto bytes = Thumbnail(Source(inspector, ""), kThumbnailWidth, kThumbnailHeight);
-    WriteFile(InRun(ThumbnailOf(index)),
-              {reinterpret_cast<const char*>(bytes.data()), bytes.size()});
+    WithinMemory("page '" + path + "'", [&] {
+      WriteFile(path, StepsPage(recipe_, record, inspector).Render());
+      if (!inspector.StepsDone()) return;
+      const auto bytes = Thumbnail(Source(inspector, ""), kThumbnailWidth, kThumbnailHeight);
+      WriteFile(InRun(ThumbnailOf(index)),
+                {reinterpret_cast<const char*>(bytes.data()), bytes.size()});
+    });
     return true;
-  } catch (const std::bad_alloc&) {
+  } catch (const OutOfMemory&) {
     WriteFile(path, RenderPageWithoutPictures(recipe_, record));
     return false;
   }

@@ -2,10 +2,10 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
-#include <new>
 
 #include "kit/errors.h"
 #include "kit/images/image_files.h"
+#include "kit/images/pixels.h"
 #include "kit/report/report.h"
 
 namespace quillon::kit {
@@ -16,7 +16,7 @@ template <class Image>
 std::shared_ptr<const Image> Copied(const Image& image) {
   auto copy = std::make_shared<Image>();
   copy->CopyFrom(&image);
-  if (image.bits && !copy->bits) throw std::bad_alloc();
+  if (image.bits) RequirePixels(*copy);
   return copy;
 }
 
@@ -97,7 +97,7 @@ void Picture::CopyTo(ColourImage& image) const {
   } else {
     image.Create(width_, height_);
   }
-  if (!image.bits) throw std::bad_alloc();
+  RequirePixels(image);
   if (colour_) return;
   for (int y = 0; y < image.height; ++y) {
     for (int x = 0; x < width_; ++x) {
@@ -273,17 +273,19 @@ class Canvas {
 }  // namespace
 
 void WriteDrawnPicture(const std::string& path, const Report& report) {
-  ColourImage image;
-  WithinMemory("picture '" + path + "'", [&] { report.pictures.back().CopyTo(image); });
-  Canvas canvas(image);
-  for (size_t layer = 0; layer < report.layers.size(); ++layer) {
-    if (!report.layers[layer].shown) continue;
-    for (const Drawing& drawing : report.pictures.back().Drawings()) {
-      if (drawing.mark.layer != static_cast<int>(layer)) continue;
-      canvas.Draw(drawing, ColourOf(report.layers[layer].tone));
+  WithinMemory("picture '" + path + "'", [&] {
+    ColourImage image;
+    report.pictures.back().CopyTo(image);
+    Canvas canvas(image);
+    for (size_t layer = 0; layer < report.layers.size(); ++layer) {
+      if (!report.layers[layer].shown) continue;
+      for (const Drawing& drawing : report.pictures.back().Drawings()) {
+        if (drawing.mark.layer != static_cast<int>(layer)) continue;
+        canvas.Draw(drawing, ColourOf(report.layers[layer].tone));
+      }
     }
-  }
-  WriteImage(path, image);
+    WriteImage(path, image);
+  });
 }
 
 }  // namespace quillon::kit

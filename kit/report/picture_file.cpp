@@ -1,9 +1,9 @@
 #include "kit/report/picture_file.h"
 
 #include <algorithm>
-#include <new>
 
 #include "kit/images/image_files.h"
+#include "kit/images/pixels.h"
 
 namespace quillon::kit {
 namespace {
@@ -11,7 +11,7 @@ namespace {
 // Each pixel the mean of those it stands for.
 void Reduce(const ColourImage& image, int width, int height, ColourImage& reduced) {
   reduced.Create(width, height);
-  if (!reduced.bits) throw std::bad_alloc();
+  RequirePixels(reduced);
   const auto edge = [](int i, int count, int length) {
     return static_cast<int>(int64_t{i} * length / count);
   };

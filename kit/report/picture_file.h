@@ -14,10 +14,10 @@ struct PictureFile {
 };
 
 // Exact (PNG) where that takes little room, as pictures of few greys do; else JPEG, reduced until
-// it takes no more than `most` bytes. Throws std::bad_alloc.
+// it takes no more than `most` bytes. Throws OutOfMemory.
 PictureFile Pack(const Picture& picture, size_t most);
 
-// A small JPEG of the picture that is no larger than this. Throws std::bad_alloc.
+// A small JPEG of the picture that is no larger than this. Throws OutOfMemory.
 std::vector<unsigned char> Thumbnail(const Picture& picture, int width, int height);
 
 }  // namespace quillon::kit

@@ -230,10 +230,12 @@ class Page {
 }  // namespace
 
 std::string RenderReport(const Report& report, const Findings& findings) {
-  return Render({.title = report.title,
-                 .body = Page(report, findings).Body(),
-                 .style = kReportStyle,
-                 .script = std::string(kViewerScript) + kTableScript + kReportScript});
+  return WithinMemory("a page of pictures", [&] {
+    return Render({.title = report.title,
+                   .body = Page(report, findings).Body(),
+                   .style = kReportStyle,
+                   .script = std::string(kViewerScript) + kTableScript + kReportScript});
+  });
 }
 
 void WriteReport(const std::string& path, const Report& report, const Findings& findings) {

@@ -100,7 +100,7 @@ class Picture {
   // Whether no more than `count` different values of grey are in it.
   bool HasAtMost(int count) const;
   const std::vector<Drawing>& Drawings() const { return drawings_; }
-  // The pixels in colour. As all of this class that copies pixels, it throws std::bad_alloc.
+  // The pixels in colour. As all of this class that copies pixels, it throws OutOfMemory.
   void CopyTo(ColourImage& image) const;
 
  private:

@@ -24,7 +24,7 @@ double Light(Point p) { return 1 - 2.5e-7 * (p.x * p.x + p.y * p.y); }
 
 void DrawDotGrid(int width, int height, GreyImage& image, std::vector<Point>& centres) {
   image.Create(width, height);
-  if (!image.bits) throw Failure("no memory for a drawn grid");
+  if (!image.bits) throw OutOfMemory("a drawn grid");
   const Point axis = {(width - 1) / 2.0, (height - 1) / 2.0};
   const auto shade = [&](int x, int y, double grey) {
     return static_cast<unsigned char>(std::lround(grey * Light({x - axis.x, y - axis.y})));

@@ -112,7 +112,7 @@ std::vector<SampleBoard::Stroke> SampleBoard::PlacedStrokes(const BoardPose& pos
 // Every stroke covers what lies within its radius, softly over the last pixel.
 void SampleBoard::Render(const std::vector<Stroke>& strokes, GreyImage& image) const {
   image.Create(width_, height_);
-  if (!image.bits) throw Failure("no memory for drawing a board");
+  if (!image.bits) throw OutOfMemory("drawing a board");
   std::vector<double> copper(static_cast<size_t>(width_) * static_cast<size_t>(height_), 0.0);
   for (const Stroke& s : strokes) {
     const double reach = s.radius + 1;

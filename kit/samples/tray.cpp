@@ -195,7 +195,7 @@ double ShadedGround(std::span<const Placed> parts, int x, int y, int width, int 
 void Draw(std::span<const Placed> placed, int width, int height, ColourImage& image,
           std::vector<DrawnPart>& drawn) {
   image.Create(width, height);
-  if (!image.bits) throw Failure("no memory for a sample image");
+  if (!image.bits) throw OutOfMemory("a sample image");
   drawn.clear();
   for (const Placed& part : placed) {
     drawn.push_back({part.kind->name, 0, 0, 0, part.degrees, width, height, -1, -1});

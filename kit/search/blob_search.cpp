@@ -14,7 +14,7 @@
 namespace quillon::kit {
 
 Region::Region() : handle(CreateRLERegion(), DestroyRLERegion) {
-  if (!handle) throw Failure("no memory for the tables of a region");
+  if (!handle) throw OutOfMemory("the tables of a region");
 }
 
 int OtsuLevel(const GreyImage& image, GreyImage& binary) {
@@ -36,7 +36,7 @@ int OtsuLevel(const GreyImage& image, GreyImage& binary) {
 
 void MakeBinary(const GreyImage& image, Band band, GreyImage& binary) {
   binary.Create(image.width + 1, image.height);
-  if (!binary.bits) throw Failure("no memory for a binary picture");
+  if (!binary.bits) throw OutOfMemory("a binary picture");
   for (int y = 0; y < image.height; ++y) {
     const unsigned char* from = image.rows[y];
     unsigned char* to = binary.rows[y];
@@ -49,12 +49,12 @@ void MakeBinary(const GreyImage& image, Band band, GreyImage& binary) {
 void FillHoles(RLERegion* region, GreyImage& image, int value) {
   GreyImage framed;
   framed.Create(image.width + 2, image.height + 2);
-  if (!framed.bits) throw Failure("no memory for a binary picture");
+  if (!framed.bits) throw OutOfMemory("a binary picture");
   const auto width = static_cast<size_t>(image.width);
   for (int y = 0; y < image.height; ++y) {
     std::memcpy(framed.rows[y + 1] + 1, image.rows[y], width);
   }
-  if (!IxBinaryFillUp(&framed, region, value)) throw Failure("no memory for filling holes");
+  if (!IxBinaryFillUp(&framed, region, value)) throw OutOfMemory("filling holes");
   for (int y = 0; y < image.height; ++y) {
     std::memcpy(image.rows[y], framed.rows[y + 1] + 1, width);
   }

@@ -29,7 +29,7 @@ struct Band {
 };
 
 struct Region {
-  Region();  // throws Failure when there is no memory
+  Region();  // throws OutOfMemory
   operator RLERegion*() const { return handle.get(); }
   std::unique_ptr<RLERegion, void (*)(RLERegion*)> handle;
 };

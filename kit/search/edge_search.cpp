@@ -9,7 +9,7 @@ namespace quillon::kit {
 EdgeTool TeachEdges(const std::string& name, const GreyImage& pattern, double low, double high) {
   EdgeTool tool(IxCreateGeoTool());
   if (!tool || !IxCreateGeoMatchModel(&pattern, tool.get(), high, low)) {
-    throw Failure("no memory for the edges of template '" + name + "'");
+    throw OutOfMemory("the edges of template '" + name + "'");
   }
   if (tool->model->count == 0) throw Failure("template '" + name + "' has no edges");
   return tool;

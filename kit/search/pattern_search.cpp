@@ -12,7 +12,7 @@ template <class Image, class Teach>
 PatternTool TeachWith(const std::string& name, const Image& pattern, bool mask, Teach teach) {
   PatternTool tool(IxCreateNCCTool());
   if (!tool || !teach(&pattern, tool.get(), mask)) {
-    throw Failure("no memory for template '" + name + "'");
+    throw OutOfMemory("template '" + name + "'");
   }
   return tool;
 }

@@ -94,6 +94,8 @@ void AddOperations(py::module_& module) {
   py::register_exception_translator([](std::exception_ptr pointer) {
     try {
       std::rethrow_exception(std::move(pointer));
+    } catch (const kit::OutOfMemory& error) {
+      PyErr_SetString(PyExc_MemoryError, error.what());
     } catch (const kit::Failure& error) {
       PyErr_SetString(PyExc_ValueError, error.what());
     }
