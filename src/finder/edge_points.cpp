@@ -8,8 +8,8 @@ namespace {
 
 constexpr int kMostPoints[2] = {320, 160};  // of level 0, and of the others
 constexpr double kLeastGradient = 24;       // Sobel: an edge of six grey values
-constexpr double kLeastShare = 0.08;        // of the strong edges'
-constexpr double kContrastShare = 0.2;  // of the median edge's: below, the picture counts as even
+constexpr double kLeastShare = 0.08;        // of a strong edge's gradient: weaker ones are left out
+constexpr double kContrastShare = 0.2;  // of the median edge's: below it the picture counts as even
 
 struct Edge {
   ModelPoint point;

@@ -7,13 +7,15 @@
 namespace quillon::finder {
 namespace {
 
-// What a match reaches at least on the way, as shares of the minimum score: at the coarsest level,
-// where its pose is off by up to half a step, and after a fit or climb of a level above the finest.
+// What a candidate must reach to be followed, as a share of the minimum score: after the sweep of
+// the coarsest level, whose poses are off by up to half a step, and after the fit or climb on each
+// level above the finest.
 constexpr double kSweepShare = 0.6, kLevelShare = 0.7;
-// By how much a score may grow between a level and full resolution, against that of a better
-// candidate: from level 1, and from the levels above. Noise and detail make it shrink.
+// A candidate that is worse than enough others by more than this is dropped, for its score can
+// hardly catch up on the way to full resolution: scores grow little there, noise and detail make
+// them shrink. On level 1, and on the levels above.
 constexpr double kMostGain = 0.2, kMostGainAbove = 0.3;
-// The same from the sweep, whose poses are off.
+// The same after the sweep, which leaves more to gain: its poses are off.
 constexpr double kMostGainSwept = 0.45;
 
 struct Bounds {
@@ -180,8 +182,9 @@ class Finder {
     return Sweep(task, 256 + 8 * static_cast<size_t>(options_.maxCount), candidates);
   }
 
-  // Down to level 1; a template of a single level is climbed. Those of the sweep come best first:
-  // when the first ones have grown to what the others cannot reach, these are dropped as they are.
+  // Takes the candidates from the coarsest level down to level 1; the only level of a small
+  // template is climbed. The sweep's best go first, about as many as matches are wanted: often they
+  // come to a score that the others cannot reach, and these need no work.
   bool RefineAll(const RefineTask& task, List<Candidate>& candidates) {
     const size_t first = 2 + static_cast<size_t>(options_.maxCount) * 5 / 4;
     if (candidates.size() <= first) return RefineDown(task, 0, candidates);
@@ -200,7 +203,7 @@ class Finder {
     return true;
   }
 
-  // `reached` is what other candidates have.
+  // The same for some of them; others have come to the score `reached`.
   bool RefineDown(const RefineTask& task, double reached, List<Candidate>& candidates) {
     const bool grey = model_.way == Way::kGrey;
     const int first = model_.levels == 1 ? 0 : grey ? model_.levels - 1 : model_.levels - 2;
@@ -220,7 +223,7 @@ class Finder {
   int LastLevel() const { return model_.levels == 1 && model_.way == Way::kEdges ? 0 : 1; }
   float LeastOnTheWay() const { return static_cast<float>(kLevelShare * options_.minScore); }
 
-  // Of a sorted list.
+  // The list is sorted, the best first.
   static void DropBelow(double score, List<Candidate>& list) {
     while (!list.empty() && list[list.size() - 1].score < score) list.Shrink(list.size() - 1);
   }

@@ -83,7 +83,7 @@ constexpr int kMaxLevels = 7;
 struct ModelLevel {
   List<ModelPoint> points;  // edges, strongest first
   float contrast = 0;       // edges: the gradient below which the picture counts as even
-  GreyPoints grey;          // grey: some hundred pixels, a thousand of full resolution
+  GreyPoints grey;          // grey: a sample of the pixels, some hundred; a thousand on level 0
   float radius = 0;         // of the farthest point
 };
 
@@ -94,7 +94,7 @@ struct Model {
   Buffer<uint8_t> mask;    // the same size, 0 or 255; empty without a mask
   int levels = 0;          // made; the search starts at the last
   ModelLevel level[kMaxLevels];
-  GreyPoints fineGrey;  // grey: all pixels of full resolution, or some of a large template's
+  GreyPoints fineGrey;  // grey: all pixels of level 0, or a sample of a large template's
   uint32_t doubts = 0;
   int symmetry = 1;         // poses that look the same on turning by 360 / symmetry; 0: any turn
   double likeness = 0;      // the score of the template's best false pose on itself, 0 ... 1

@@ -48,8 +48,8 @@ struct PointPlacement {
   float x, y, a, b;
 };
 
-// Sums over points of s times: the template's value, 1, its slopes, its turn u slopeV - v slopeU,
-// its growth u slopeU + v slopeV; and of s times s.
+// Sums over points of the picture's sample s times: the template's value, 1, slopeU, slopeV, its
+// turn u slopeV - v slopeU and its growth u slopeU + v slopeV; and of s times s.
 constexpr int kPointSums = 7;
 
 struct FinderKernels {

@@ -10,12 +10,15 @@ namespace quillon::finder {
 namespace {
 
 constexpr size_t kFew = 40;
-// Scores of a template on itself that count as looking the same. Of two different places of a
-// picture, the better scores stay below.
+// Scores of a template on itself, moved or turned: from kAlike on another place can be mistaken for
+// the right one, from kSame on a turn looks the same. Places that merely resemble each other stay
+// below both.
 constexpr double kAlike = 0.5, kSame = 0.75;
-constexpr double kRound = 0.9;  // turned by 30 degrees: directions of straight edges differ
-constexpr int kTurns = 72;
-constexpr int kNear = 3;  // pixels of the level; nearer, a template always looks like itself
+// Reached when turned by 30 degrees, a template looks the same at any angle: straight edges of a
+// regular shape would have other directions there.
+constexpr double kRound = 0.9;
+constexpr int kTurns = 72;  // that are tried
+constexpr int kNear = 3;    // pixels of the level; nearer, a template always looks like itself
 
 // Scores of a level of a template on its own picture.
 class SelfScore {
@@ -39,7 +42,8 @@ class SelfScore {
                          Nearest(127 * (s * point.p + c * point.q))});
     }
   }
-  // Of the points that lie in the picture, where those are at least half; else 0.
+  // The score of the template moved by (dx, dy): over the points that lie in the picture, where
+  // those are at least half of all; else 0.
   double At(int dx, int dy) const {
     int sum = 0, inside = 0;
     for (const Point& point : turned_) {

@@ -84,11 +84,12 @@ class CellMean {
   double weights_ = 0, sum_ = 0, seen_ = 0;
 };
 
-// One step after the other of least squares for a small change of the pose together with gain and
-// offset: the picture is sampled where the template's points lie, and told by the template's own
-// slopes how to move, which are computed once (S. Baker and I. Matthews, "Lucas-Kanade 20 years on:
-// a unifying framework", IJCV 2004). The template has less noise than the picture, whose slopes
-// would pull to between pixels.
+// Fits the pose by steps of least squares: the picture is sampled where the template's points lie,
+// and what differs there is explained by a gain, an offset and a small change of the pose. How grey
+// values change with the pose is taken from the slopes of the template, which are computed once
+// when it is taught (S. Baker and I. Matthews, "Lucas-Kanade 20 years on: a unifying framework",
+// IJCV 2004). Those of the picture have more noise, which interpolation smoothes most in the middle
+// between pixels: they would pull the pose there.
 class GreyFit {
  public:
   GreyFit(const RefineTask& task, int level, const GreyPoints& points, bool cubic)
@@ -109,9 +110,10 @@ class GreyFit {
       const Moments moments = {s.products->Count(),     s.products->Sum(), s.products->Squares(),
                                s.terms[1] / kPerOffset, s.squares,         s.terms[0] / kPerGain};
       const double correlation = mean.Add(cell.count, cell.contrast, moments);
-      // Cells that are covered pull a fit away; even ones tell nothing, but hold gain and offset.
+      // How much a cell counts in the fit. One that correlates badly is probably covered, and would
+      // pull the pose away; an even one tells nothing of the pose, but steadies gain and offset. At
+      // full resolution, where the pose is nearly right, a bad correlation says the more.
       constexpr double kLeastBelief = 0.02, kEvenBelief = 0.2;
-      // At full resolution the more so: the pose is nearly right.
       const double agrees = std::max(correlation, 0.0), trust = agrees * agrees;
       belief_[i] = correlation == CellMean::kEven
                        ? kEvenBelief
@@ -121,8 +123,8 @@ class GreyFit {
     return true;
   }
 
-  // From the pose that was looked at to a better one. By how many pixels of the level it moved the
-  // template's farthest point; 0 where the pixels do not tell.
+  // Changes the pose that was looked at to a better one. Returns by how many pixels of the level
+  // that moves the template's farthest point; 0 where the pixels do not tell.
   double Move(Pose& pose) const;
 
  private:
@@ -274,17 +276,19 @@ bool FitIn(GreyFit& fit, int mostSteps, double arrived, Candidate& best) {
 
 bool FitByGrey(const RefineTask& task, int level, Candidate& candidate) {
   constexpr int kMostSteps = 8;  // of a covered part; others take two or three
-  // Linear interpolation blurs the more, the nearer a place is to the middle between pixels. At a
-  // coarse level that may hide fine patterns altogether, so all of it is cubic there.
+  // Linear interpolation blurs most in the middle between pixels. On a coarse level that may hide a
+  // fine pattern altogether, so all steps interpolate by cubics there.
   GreyFit coarse(task, level, task.model.level[level].grey, level > 0);
   const float swept = candidate.score;
   if (!FitIn(coarse, kMostSteps, level == 0 ? 0.05 : 0.02, candidate)) return false;
-  // The sweep sees fine patterns at whole pixels, where interpolation may not: its word counts too.
+  // The sweep compares at whole pixels, without interpolation, and so may give a fine pattern the
+  // better score of the two.
   if (level == task.model.levels - 1) candidate.score = std::max(candidate.score, swept);
   if (level > 0 || candidate.score < task.least) return true;
-  // Here it would pull matches to whole pixels: the last steps are cubic, over all pixels of a
-  // template of common size. The score does not decide: it is highest where interpolation smoothes
-  // the noise most.
+  // At full resolution linear interpolation is good enough to come near, but would pull the match
+  // towards whole pixels: the last steps are cubic, over all pixels of a template of common size.
+  // They are taken though the score may fall a little, for it is highest where interpolation
+  // smoothes the noise most, and not where the pose is right.
   GreyFit fine(task, level, task.model.fineGrey, true);
   Pose pose = candidate.pose;
   double first, score;

@@ -23,14 +23,15 @@ bool Better(const Peak& a, const Peak& b) {
   return a.y != b.y ? a.y < b.y : a.x < b.x;
 }
 
-// Scores of one angle and scale at every place: rows of `width`, in a store that kernels may
-// overrun.
+// Scores of one angle and scale at every place. Rows have `width` scores and room for more, for
+// kernels write whole blocks.
 struct ScoreMap {
   int width, height, stride;
   Buffer<uint16_t> scores;
 };
 
-// Collects tops; forgets the lower ones when there are too many.
+// Collects tops, which are places that score at least as high as the eight around them; forgets the
+// lower ones when there are too many.
 class PeakList {
  public:
   explicit PeakList(uint16_t least) : least_(least) {}
@@ -56,7 +57,7 @@ class PeakList {
   }
 
  private:
-  // Not below any of its eight neighbours; of equal ones the first.
+  // Of equal neighbours the first is the top.
   static bool IsTop(const ScoreMap& map, int x, int y) {
     const auto at = [&](int dx, int dy) -> int {
       const int cx = x + dx, cy = y + dy;
@@ -141,7 +142,8 @@ class EdgeSweep {
     const double reach = task.model.level[level].radius * task.freedom.scaleHigh;
     return maps_.Open(task, level, static_cast<int>(reach) + 3);
   }
-  // A point that agrees fully gives 8 above one that does not count.
+  // A sum over the points is kNoAgreement for each where directions agree by chance only, and 8
+  // more for each where they agree fully: the share is how far the sum lies between these.
   uint16_t ScoreOf(float share) const {
     const int count = static_cast<int>(points_.size());
     return static_cast<uint16_t>(kNoAgreement * count + static_cast<int>(8.0 * count * share));
@@ -187,8 +189,8 @@ struct TurnedTemplate {
   Buffer<uint8_t> parts;
 };
 
-// The template is correlated in parts, of which each takes its share of the score and no more: what
-// covers one of them leaves the others.
+// The template is correlated in parts, each of which adds no more than its share to the score: what
+// covers one of them leaves the score of the others as it is.
 constexpr int kSweepParts = 4;
 
 class GreySweep {
@@ -207,8 +209,8 @@ class GreySweep {
     squarePrefix_ = Buffer<int32_t>(size);
     Buffer<uint8_t> padded(stride_);
     if (!pairs_ || !prefix_ || !squarePrefix_ || !padded) return false;
-    // Around the picture its border goes on: a template that reaches over it still has its
-    // contrast.
+    // The picture's border is repeated around it: what of a template reaches over the border then
+    // adds no contrast of its own, as a black frame would.
     for (int y = 0; y < height_ + 2 * margin_; ++y) {
       const uint8_t* row = task.planes.Row(level, std::clamp(y - margin_, 0, height_ - 1));
       std::memset(padded.data(), row[0], margin_);
@@ -237,7 +239,7 @@ class GreySweep {
   struct Part {
     size_t firstWeight = 0, weights = 0, firstRun = 0, runs = 0;
     double norm = 0;  // of the weights
-    int pixels = 0;   // 0: even, or hardly there
+    int pixels = 0;   // 0: the part is even, or has hardly a pixel, and does not count
     double contrast = 0;
   };
 
@@ -283,7 +285,7 @@ bool GreySweep::Turn(const Pose& pose, TurnedTemplate& turned) const {
       int sum = 0, count = 0;
       for (int i = 0; i < kSide * kSide; ++i) {
         const int column = i % kSide, row = i / kSide;
-        // The centre's pixel has the template's centre in its middle.
+        // The template's centre lies in the middle of pixel (0, 0).
         const double dx = x + (column + 0.5) / kSide - 0.5;
         const double dy = y + (row + 0.5) / kSide - 0.5;
         const int u = Nearest(centreX + a * dx + b * dy);
@@ -343,7 +345,8 @@ bool GreySweep::MakePart(const TurnedTemplate& turned, int number) {
       x = end;
     }
   }
-  // Rounding leaves a small mean; the picture's own, about half of white, would count with it.
+  // Rounded weights do not add up to 0 exactly, and what is left would be multiplied with the mean
+  // of the picture, about half of white: it is taken off, 1 from each of the first weights.
   const int excess = static_cast<int>(total);
   const int step = excess > 0 ? -1 : 1;
   int left = std::abs(excess);
@@ -381,7 +384,7 @@ bool GreySweep::Fill(const Pose& pose, ScoreMap& map) {
                       .factor = static_cast<float>(most / part.norm),
                       .most = static_cast<float>(most),
                       .share = 1 / pixels,
-                      .leastVariance = pixels};  // one grey value
+                      .leastVariance = pixels};  // a deviation of one grey value
   }
   std::memset(map.scores.data(), 0, map.scores.size() * sizeof(uint16_t));
   for (int y = 0; y < map.height; ++y) {
@@ -420,7 +423,7 @@ bool SweepBy(const SweepTask& task, size_t most, List<Candidate>& candidates) {
       if (!peaks.AddTops(task.kernels, map, angle, scale)) return false;
     }
   }
-  // Of tops at neighbouring poses the best stands for all.
+  // Of tops at neighbouring poses, which one part makes, the best stands for all.
   List<Peak>& list = peaks.Peaks();
   std::sort(list.begin(), list.end(), Better);
   List<Peak> kept;

@@ -8,7 +8,7 @@ namespace quillon::finder {
 
 struct Candidate {
   Pose pose;
-  float score = 0;  // 0 ... 1 of its level
+  float score = 0;  // on the level that it was last seen on, 0 ... 1
 };
 
 // The poses of a sweep. Neighbouring ones move the template's farthest point by about a pixel of
@@ -31,8 +31,8 @@ struct SweepTask {
   float leastScore;
 };
 
-// The tops of the score over place, angle and scale, best first, at most `most`. False when memory
-// is short.
+// The poses that score higher than their neighbours in place, angle and scale, best first, at most
+// `most`. False when memory is short.
 bool Sweep(const SweepTask& task, size_t most, List<Candidate>& candidates);
 
 }  // namespace quillon::finder
