@@ -88,6 +88,8 @@ void Run(const Operation& operation, const Options& options, Values values) {
       try {
         ready.Run(image.View(), {}, found);
         Record({path, image.View(), operation.output, found.things}, ready, drawn, results);
+      } catch (const OutOfMemory&) {
+        throw;
       } catch (const Failure& failure) {
         throw Failure("'" + path + "' " + failure.what());
       }
