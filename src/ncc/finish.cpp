@@ -144,7 +144,8 @@ class Finish {
     return true;
   }
 
-  // What reduction and interpolation cost is less.
+  // Whether the score is so far below the least that is asked for that it cannot be a match:
+  // reduced levels and interpolation cost a match less than this.
   bool IsHopeless(const Match& match) const { return match.score < search_.limits.minScore - 0.3; }
 
   // The grid's scales only go down from a candidate's, and its own was a coarse guess: the first
@@ -169,7 +170,7 @@ class Finish {
     return true;
   }
 
-  // What is reported as the template's own size is measured against the image as that.
+  // A match whose scale is reported as 1 must fit into the image at a scale of 1.
   void KeepInside(Match& match) const {
     if (match.score <= -1) return;
     if (IsOwnSize(match.pose.scale)) match.pose.scale = 1;
@@ -194,7 +195,8 @@ class Finish {
     return true;
   }
 
-  // Lines and scattered pixels: not the template is sampled between its pixels, but the image.
+  // A template of lines or scattered pixels has nothing between its pixels that could be sampled:
+  // the image is sampled at the template's own pixels instead.
   bool ClimbAtLevel(int level, Pose& pose, double& score) {
     PoseClimb& climb = climbs_[level];
     const CellReach reach = {.pixels = kReach,

@@ -61,7 +61,8 @@ void Report(const Search& search, const Match* matches, int count, NccTool& tool
   }
 }
 
-// Of candidates of level 1 (or 0, where the search starts there) the better ones.
+// Keeps the better ones of candidates that lie near each other at level 1 (or 0, where the search
+// starts there).
 bool SuppressCandidates(const Search& search, double distance, Candidate* candidates, int count) {
   Buffer<Place> places(static_cast<size_t>(count));
   if (!places) return false;
@@ -75,7 +76,7 @@ bool SuppressCandidates(const Search& search, double distance, Candidate* candid
   return true;
 }
 
-// Of fits that began apart and ended at the same place the best.
+// Keeps the best of the fits that began apart and ended at the same place.
 bool SuppressMatches(double distance, Match* matches, int count) {
   constexpr double kSamePlace = 2;
   Buffer<Place> places(static_cast<size_t>(count));
