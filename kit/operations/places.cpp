@@ -61,10 +61,9 @@ bool Holds(const TurnedBox& box, Corner corner) {
 // beyond the inner one.
 bool Holds(const std::vector<double>& ring, Corner corner) {
   const double x = ring[0], y = ring[1];
-  const double nearest =
-      std::hypot(x - std::clamp(x, 0.0, corner.x), y - std::clamp(y, 0.0, corner.y));
-  const double farthest = std::hypot(std::max(std::abs(x), std::abs(x - corner.x)),
-                                     std::max(std::abs(y), std::abs(y - corner.y)));
+  const double nearest = Length(x - std::clamp(x, 0.0, corner.x), y - std::clamp(y, 0.0, corner.y));
+  const double farthest = Length(std::max(std::abs(x), std::abs(x - corner.x)),
+                                 std::max(std::abs(y), std::abs(y - corner.y)));
   return nearest <= ring[3] && farthest >= ring[2];
 }
 
