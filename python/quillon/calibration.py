@@ -2,7 +2,6 @@
 
 from __future__ import annotations
 
-import json
 import os
 from typing import TYPE_CHECKING, Any, Dict, List, Optional, Sequence, Tuple
 
@@ -40,6 +39,7 @@ class Calibration:
         self._take(_quillon.Camera(text, name))
 
     def _take(self, native: _quillon.Camera) -> None:
+        import json
         self._native = native
         self._file: Dict[str, Any] = json.loads(native.text())
         try:

@@ -4,7 +4,6 @@ from __future__ import annotations
 
 import copy
 import os
-import tempfile
 import weakref
 from typing import TYPE_CHECKING, Any, Optional, Sequence, Tuple, TypeVar
 
@@ -38,6 +37,7 @@ class _Remade:
 
     def _load_contents(self, contents: bytes) -> None:
         """load() of what a file held."""
+        import tempfile
         with tempfile.TemporaryDirectory() as folder:
             path = os.path.join(folder, "parameters")
             with open(path, "wb") as file:
