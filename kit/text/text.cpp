@@ -40,17 +40,19 @@ bool IsSeparator(std::string_view sequence) {
   return sequence == "\xE2\x80\xA8" || sequence == "\xE2\x80\xA9";
 }
 
+// Letters that are added, left out or changed, and neighbours that are swapped, count one each.
 size_t EditDistance(std::string_view a, std::string_view b) {
-  std::vector<size_t> row(b.size() + 1);
+  std::vector<size_t> before, row(b.size() + 1);
   for (size_t j = 0; j <= b.size(); ++j) row[j] = j;
   for (size_t i = 1; i <= a.size(); ++i) {
-    size_t diagonal = row[0];
+    const std::vector<size_t> above = row;
     row[0] = i;
     for (size_t j = 1; j <= b.size(); ++j) {
-      const size_t above = row[j];
-      row[j] = std::min({above + 1, row[j - 1] + 1, diagonal + (a[i - 1] != b[j - 1])});
-      diagonal = above;
+      row[j] = std::min({above[j] + 1, row[j - 1] + 1, above[j - 1] + (a[i - 1] != b[j - 1])});
+      const bool areSwapped = i > 1 && j > 1 && a[i - 1] == b[j - 2] && a[i - 2] == b[j - 1];
+      if (areSwapped) row[j] = std::min(row[j], before[j - 2] + 1);
     }
+    before = above;
   }
   return row[b.size()];
 }

@@ -37,6 +37,7 @@ TEST(Commands, ErrorsNameWhatIsWrongAndItsLimit) {
       {{"recipe", "chek", in}, 2, {"'chek'", "did you mean 'check'?", "quillon recipe --help"}},
       {{"--versoin"}, 2, {"'--versoin'", "did you mean '--version'?"}},
       {{"blobs", in, "--min-aera=3"}, 2, {"'--min-aera'", "did you mean '--min-area'?"}},
+      {{"blobs", in, "--mxa-area=3"}, 2, {"did you mean '--max-area'?"}},
       {{"blobs", "--bnad"}, 2, {"'--bnad'", "did you mean '--band'?"}},
       {{"blobs"}, 2, {"IMAGE"}},
       {{"blobs", in, "--nonsense"}, 2, {"--nonsense"}},
