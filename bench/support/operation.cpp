@@ -171,7 +171,9 @@ void DrawPhotograph(GreyImage& image) {
 }
 
 void CopyPixels(const GreyImage& from, GreyImage& to) {
-  if (to.width != from.width || to.height != from.height) to.Create(from.width, from.height);
+  if (!to.bits || to.width != from.width || to.height != from.height) {
+    to.Create(from.width, from.height);
+  }
   std::memcpy(to.bits, from.bits, static_cast<size_t>(from.imageSize));
 }
 
