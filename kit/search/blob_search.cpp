@@ -149,8 +149,9 @@ void SelectBlobs(const BlobSelection& selection, RLERegion* region) {
 std::vector<int> NumbersOf(const std::vector<BlobFeature>& selected,
                            const std::vector<BlobFeature>& all) {
   const auto isSame = [](const BlobFeature& one, const BlobFeature& other) {
-    return std::ranges::equal(std::as_bytes(std::span(&one, 1)),
-                              std::as_bytes(std::span(&other, 1)));
+    // Not by std::ranges, which the library of the WebAssembly compiler does not have yet.
+    const auto a = std::as_bytes(std::span(&one, 1)), b = std::as_bytes(std::span(&other, 1));
+    return std::equal(a.begin(), a.end(), b.begin(), b.end());
   };
   std::vector<int> numbers;
   numbers.reserve(selected.size());
