@@ -17,6 +17,9 @@ constexpr double kSweepShare = 0.6, kLevelShare = 0.7;
 constexpr double kMostGain = 0.2, kMostGainAbove = 0.3;
 // The same after the sweep, which leaves more to gain: its poses are off.
 constexpr double kMostGainSwept = 0.45;
+// Grey: pixels that a template keeps where it is swept, at the smallest size that is looked for.
+// With fewer, more chance patterns look like it than are refined.
+constexpr double kLeastSweptArea = 38;
 
 struct Bounds {
   double left, top, right, bottom;  // of centres
@@ -149,17 +152,50 @@ class Finder {
                  std::min(bounds_.bottom, static_cast<double>(options_.bottom))};
     }
     const bool any = options_.polarity == Polarity::kAny;
-    const RefineTask task = {
-        kernels_, model_, planes_, samples_, freedom, any, 0.8 * options_.minScore};
+    const RefineTask task = {kernels_, model_, planes_,           samples_,
+                             freedom,  any,    model_.levels - 1, 0.8 * options_.minScore};
     List<Candidate> candidates;
-    if (!SweepAll(freedom, any, candidates) || !RefineAll(task, candidates))
-      return Status::kNoMemory;
-    return Finish(task, candidates, results) ? Status::kOk : Status::kNoMemory;
+    return Collect(task, candidates) && Finish(task, candidates, results) ? Status::kOk
+                                                                          : Status::kNoMemory;
   }
 
  private:
-  bool SweepAll(const Freedom& freedom, bool any, List<Candidate>& candidates) {
-    const int level = model_.levels - 1;
+  // The candidates of all sizes: small ones are swept a level finer.
+  bool Collect(const RefineTask& task, List<Candidate>& candidates) {
+    const Freedom& all = task.freedom;
+    const double coarsely = LeastScale(task.sweptLevel);
+    if (all.scaleLow >= coarsely) return CollectFrom(task, all, candidates);
+    RefineTask finer = task;
+    --finer.sweptLevel;
+    if (all.scaleHigh <= coarsely) return CollectFrom(finer, all, candidates);
+    Freedom large = all, small = all;
+    large.scaleLow = small.scaleHigh = coarsely;
+    List<Candidate> smallOnes;
+    if (!CollectFrom(task, large, candidates) || !CollectFrom(finer, small, smallOnes)) {
+      return false;
+    }
+    return Merge(task, smallOnes, candidates);
+  }
+  // At which a template still has the pixels that a sweep of a level needs.
+  double LeastScale(int level) const {
+    if (model_.way == Way::kEdges || level == 0) return 0;
+    const double area = static_cast<double>(model_.width >> level) * (model_.height >> level);
+    return std::sqrt(kLeastSweptArea / area);
+  }
+  // Of the sizes of `swept` alone; refining may lead out of them.
+  bool CollectFrom(const RefineTask& task, const Freedom& swept, List<Candidate>& candidates) {
+    return SweepAll(task, swept, candidates) && RefineAll(task, candidates);
+  }
+  bool Merge(const RefineTask& task, const List<Candidate>& others, List<Candidate>& candidates) {
+    for (const Candidate& other : others) {
+      if (!candidates.Add(other)) return false;
+    }
+    Prune(task, LastLevel(), LeastOnTheWay(), candidates.size(), candidates);
+    return true;
+  }
+
+  bool SweepAll(const RefineTask& refine, const Freedom& freedom, List<Candidate>& candidates) {
+    const int level = refine.sweptLevel;
     const int width = planes_.Width(level), height = planes_.Height(level);
     if (width < 1 || height < 1) return true;
     // A pixel more on each side: a match may end up over the border of the region.
@@ -173,11 +209,12 @@ class Finder {
                             model_,
                             planes_,
                             freedom,
+                            level,
                             low(bounds_.left, width),
                             low(bounds_.top, height),
                             high(bounds_.right, width),
                             high(bounds_.bottom, height),
-                            any,
+                            refine.anyPolarity,
                             static_cast<float>(kSweepShare * options_.minScore)};
     return Sweep(task, 256 + 8 * static_cast<size_t>(options_.maxCount), candidates);
   }
@@ -196,17 +233,13 @@ class Finder {
     const double reached = ScoreReachedBy(model_, options_, candidates);
     DropBelow(reached - kMostGainSwept, others);
     if (!RefineDown(task, reached, others)) return false;
-    for (const Candidate& other : others) {
-      if (!candidates.Add(other)) return false;
-    }
-    Prune(task, LastLevel(), LeastOnTheWay(), candidates.size(), candidates);
-    return true;
+    return Merge(task, others, candidates);
   }
 
   // The same for some of them; others have come to the score `reached`.
   bool RefineDown(const RefineTask& task, double reached, List<Candidate>& candidates) {
     const bool grey = model_.way == Way::kGrey;
-    const int first = model_.levels == 1 ? 0 : grey ? model_.levels - 1 : model_.levels - 2;
+    const int first = grey ? task.sweptLevel : std::max(task.sweptLevel - 1, 0);
     for (int level = first; level >= LastLevel(); --level) {
       for (Candidate& candidate : candidates) {
         if (!(grey ? FitByGrey(task, level, candidate) : ClimbByEdges(task, level, candidate))) {

@@ -142,10 +142,10 @@ Status Find(const FinderKernels& kernels, const Model& model, const Picture& pic
 // Directions by chance come to nothing. Points outside of the picture count as nothing.
 //
 // Grey: the template is cut into cells of at least 8 x 8 pixels, at most 6 x 6 of them. The score
-// is the mean of the cells' normalised correlations with the picture, interpolated linearly, each
-// weighted by the template's contrast in it (deviation times pixels) and by the share of its pixels
-// that lie in the picture. So light may change over the template, and a cover takes its share and
-// no more.
+// is the mean of the cells' normalised correlations with the picture, interpolated linearly, those
+// below 0 as 0, each weighted by the template's contrast in it (deviation times pixels) and by the
+// share of its pixels that lie in the picture. So light may change over the template, and a cover
+// takes its share and no more.
 struct Pose {
   double x = 0, y = 0, degrees = 0, scale = 1;
 };

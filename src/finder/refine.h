@@ -13,7 +13,8 @@ struct RefineTask {
   Buffer<float>& samples;  // grey: room that grows with need
   Freedom freedom;
   bool anyPolarity;
-  double least;  // a score that is worth the last, exact steps
+  int sweptLevel;  // at which the candidates were found
+  double least;    // a score that is worth the last, exact steps
 };
 
 // Each moves `candidate` to a better pose, gives it its score at this level, and returns false only

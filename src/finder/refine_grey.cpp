@@ -57,7 +57,8 @@ struct Moments {
 };
 
 // The mean of cells' correlations, weighted by the template's contrast in them and by the share of
-// them that lies in the picture.
+// them that lies in the picture. One below 0 counts as 0: what covers a cell takes that cell's
+// share of the score, however it looks.
 class CellMean {
  public:
   static constexpr double kEven = -2;
@@ -72,7 +73,7 @@ class CellMean {
     if (!(varianceT > m.count / 16) || !(varianceI > m.count / 16)) return kEven;
     const double correlation = (m.ti - m.t * m.i / m.count) / std::sqrt(varianceT * varianceI);
     const double weight = contrast * m.count / whole;
-    sum_ += weight * correlation;
+    sum_ += weight * std::max(correlation, 0.0);
     if (correlation >= kVisible) seen_ += weight;
     return correlation;
   }
@@ -111,13 +112,11 @@ class GreyFit {
                                s.terms[1] / kPerOffset, s.squares,         s.terms[0] / kPerGain};
       const double correlation = mean.Add(cell.count, cell.contrast, moments);
       // How much a cell counts in the fit. One that correlates badly is probably covered, and would
-      // pull the pose away; an even one tells nothing of the pose, but steadies gain and offset. At
-      // full resolution, where the pose is nearly right, a bad correlation says the more.
+      // pull the pose away; so, by less, would one that is half covered. An even one tells nothing
+      // of the pose, but steadies gain and offset.
       constexpr double kLeastBelief = 0.02, kEvenBelief = 0.2;
       const double agrees = std::max(correlation, 0.0), trust = agrees * agrees;
-      belief_[i] = correlation == CellMean::kEven
-                       ? kEvenBelief
-                       : kLeastBelief + (level_ == 0 ? trust * trust : trust);
+      belief_[i] = correlation == CellMean::kEven ? kEvenBelief : kLeastBelief + trust * trust;
     }
     score = mean.Mean().score;
     return true;
@@ -283,7 +282,7 @@ bool FitByGrey(const RefineTask& task, int level, Candidate& candidate) {
   if (!FitIn(coarse, kMostSteps, level == 0 ? 0.05 : 0.02, candidate)) return false;
   // The sweep compares at whole pixels, without interpolation, and so may give a fine pattern the
   // better score of the two.
-  if (level == task.model.levels - 1) candidate.score = std::max(candidate.score, swept);
+  if (level == task.sweptLevel) candidate.score = std::max(candidate.score, swept);
   if (level > 0 || candidate.score < task.least) return true;
   // At full resolution linear interpolation is good enough to come near, but would pull the match
   // towards whole pixels: the last steps are cubic, over all pixels of a template of common size.

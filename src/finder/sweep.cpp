@@ -408,10 +408,11 @@ int AngleSteps(const SweepGrid& grid, int a, int b, bool wraps) {
 
 template <class Way>
 bool SweepBy(const SweepTask& task, size_t most, List<Candidate>& candidates) {
-  const int level = task.model.levels - 1;
+  const int level = task.level;
   Way way;
   if (!way.Open(task, level)) return false;
-  const SweepGrid grid(task.freedom, task.model.level[level].radius);
+  const double radius = task.model.level[level].radius * std::min(1.0, task.freedom.scaleHigh);
+  const SweepGrid grid(task.freedom, radius);
   ScoreMap map{task.right - task.left, task.bottom - task.top, 0, {}};
   map.stride = map.width + kSumBlock;
   map.scores = Buffer<uint16_t>(static_cast<size_t>(map.stride) * map.height);

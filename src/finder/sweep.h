@@ -1,4 +1,4 @@
-// The search of the coarsest level: every angle, every scale, every place.
+// The search of a coarse level: every angle, every scale, every place.
 #pragma once
 
 #include "finder/geometry.h"
@@ -26,6 +26,7 @@ struct SweepTask {
   const Model& model;
   Planes& planes;
   Freedom freedom;
+  int level;
   int left, top, right, bottom;  // of centres, in pixels of the level
   bool anyPolarity;
   float leastScore;

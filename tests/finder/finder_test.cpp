@@ -98,6 +98,22 @@ TEST(Finder, FindsWhatWasDrawnAtEveryLevel) {
        0.1,
        0.1,
        0.005},
+      // One has hardly more than half the template's size: at the coarsest level 5 x 5 pixels.
+      {Way::kGrey,
+       {.templateWidth = 80,
+        .templateHeight = 80,
+        .width = 1280,
+        .height = 1024,
+        .instances = 4,
+        .angleMin = -180,
+        .angleMax = 180,
+        .scaleMin = 0.5,
+        .scaleMax = 2,
+        .seed = 6004},
+       Polarity::kSame,
+       0.05,
+       0.05,
+       0.002},
   };
   for (const auto& c : kCases) {
     SCOPED_TRACE(c.spec.seed);
@@ -399,6 +415,33 @@ TEST(Finder, FindsPartsThatTouch) {
       EXPECT_EQ(results.size(), 6U);
       for (const Truth& truth : truths)
         EXPECT_TRUE(Nearest(results, truth)) << truth.x << " " << truth.y;
+    }
+  }
+  MakeScene({.templateWidth = 96, .templateHeight = 96, .seed = 22}, pattern, unused);
+  for (const Way way : {Way::kEdges, Way::kGrey}) {
+    Model model;
+    ASSERT_EQ(TeachFrom(pattern, way, model), Status::kOk);
+    GreyImage image;
+    image.Create(320, 320);
+    Draw(image, [](int, int) { return 90; });
+    const Truth lower = {140.3, 150.8, 25, 1}, upper = {202.6, 160.1, -80, 1};
+    Lay(pattern, lower, image);
+    Lay(pattern, upper, image);
+    FindOptions options;
+    options.angleLow = -180;
+    options.angleHigh = 180;
+    options.minScore = 0.3;
+    Results results;
+    ASSERT_EQ(Find(BestFinderKernels(), model, PictureOf(image), options, results), Status::kOk);
+    for (const bool covered : {true, false}) {
+      const Truth& truth = covered ? lower : upper;
+      const Match* match = Nearest(results, truth);
+      ASSERT_TRUE(match) << truth.x;
+      const double defined = way == Way::kGrey
+                                 ? reference::GreyScore(model, PictureOf(image), *match)
+                                 : reference::EdgeScore(model, PictureOf(image), *match, false);
+      EXPECT_NEAR(match->score, defined, 1e-6);
+      EXPECT_LT(std::abs(match->visible - (covered ? 0.66 : 1)), 0.15) << match->visible;
     }
   }
 }

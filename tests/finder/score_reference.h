@@ -59,8 +59,8 @@ inline double EdgeScore(const finder::Model& model, const finder::Picture& pictu
   return sum / static_cast<double>(model.level[0].points.size());
 }
 
-// The correlation of each cell, weighted by the template's contrast in it and by the share of it
-// that lies in the picture.
+// The correlation of each cell, not below 0, weighted by the template's contrast in it and by the
+// share of it that lies in the picture.
 inline double GreyScore(const finder::Model& model, const finder::Picture& picture,
                         const finder::Match& at) {
   const double a = at.degrees * 3.14159265358979323846 / 180, c = std::cos(a), s = std::sin(a);
@@ -100,7 +100,8 @@ inline double GreyScore(const finder::Model& model, const finder::Picture& pictu
     const double varianceOwn = covariance(own, own), varianceSeen = covariance(seen, seen);
     if (varianceOwn <= 1.0 / 16 || varianceSeen <= 1.0 / 16) continue;
     const double share = static_cast<double>(own.size()) / static_cast<double>(all.size());
-    sum += contrast * share * covariance(own, seen) / std::sqrt(varianceOwn * varianceSeen);
+    const double correlation = covariance(own, seen) / std::sqrt(varianceOwn * varianceSeen);
+    sum += contrast * share * std::max(correlation, 0.0);
   }
   return weights > 0 ? sum / weights : 0;
 }
