@@ -1,4 +1,6 @@
 // Parts found by their grey values, colours or edges, by the library and by the finder.
+#include "kit/operations/matching.h"
+
 #include <algorithm>
 #include <optional>
 #include <type_traits>
@@ -281,13 +283,20 @@ PartModel ReadPart(const Values& values, const Sources& sources) {
   const std::string name = values.Text("template");
   std::optional<finder::Way> way;
   if (values.Has("by")) way = WayNamed(values.Text("by"));
+  GreyImage masked;
+  PartMask mask;
+  if (values.Has("mask")) {
+    sources.Read(values.Text("mask"), masked);
+    mask.picture = &masked;
+  }
+  if (values.Has("polygon")) mask.polygon = values.List<std::array<int, 2>>("polygon");
   PartModel part;
   if (sources.pictures.contains(name)) {
     GreyImage pattern;
     sources.Read(name, pattern);
-    part = TeachPart(name, pattern, way.value_or(finder::Way::kEdges));
+    part = TeachPart(name, pattern, way.value_or(finder::Way::kEdges), mask);
   } else {
-    part = quillon::kit::ReadPart(sources.File(name), way, sources.reading);
+    part = quillon::kit::ReadPart(sources.File(name), way, mask, sources.reading);
   }
   if (part->way == finder::Way::kGrey && values.Text("polarity") == kAnyPolarity) {
     throw Failure("'" + sources.Shown(name) + "' is found by " + kByGray + ": polarity '" +
@@ -377,6 +386,16 @@ Argument Angles() {
 
 }  // namespace
 
+Argument MaskOfTemplate() {
+  return File("mask", "a picture of the template's size, black where it does not count").Optional();
+}
+
+Argument PolygonOfTemplate() {
+  return Points("polygon",
+                "of the template only what lies inside this polygon counts, in its pixels")
+      .Optional();
+}
+
 std::vector<Operation> MatchingOperations() {
   constexpr const char* kFamily = "matching";
   constexpr const char* kMatchAdvice =
@@ -453,6 +472,7 @@ std::vector<Operation> MatchingOperations() {
                    "look at directions of edges, or at grey values; without: as the model "
                    "was taught, a picture by edges")
                 .Optional(),
+            MaskOfTemplate(), PolygonOfTemplate(),
             Range("angle", -360, 360, "search these angles, clockwise")
                 .In("degrees")
                 .Or("[-180, 180]"),

@@ -215,6 +215,7 @@ std::string Fingerprint(const Recipe& recipe, const Sources& sources) {
   for (const Step& step : recipe.steps) {
     for (const Argument& argument : step.operation->arguments) {
       std::vector<std::string> files;
+      if (!step.values.Has(argument.name)) continue;
       if (argument.type == Argument::Type::kFile) files = {step.values.Text(argument.name)};
       if (argument.type == Argument::Type::kFiles) {
         files = step.values.List<std::string>(argument.name);

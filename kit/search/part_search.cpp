@@ -1,5 +1,6 @@
 #include "kit/search/part_search.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 
@@ -22,6 +23,60 @@ void Require(Status status, const std::string& name) {
   if (status != Status::kOk) throw Failure("'" + name + "': " + finder::Describe(status));
 }
 
+// Marks the pixels of a row from one place to another, both included.
+void MarkSpan(double from, double to, std::vector<uint8_t>& row) {
+  const auto last = static_cast<double>(row.size()) - 1;
+  const double left = std::ceil(std::max(from, 0.0)), right = std::floor(std::min(to, last));
+  for (double x = left; x <= right; ++x) row[static_cast<size_t>(x)] = 1;
+}
+
+// Blackens what lies outside: a pixel is inside where a line from it to the left crosses the
+// polygon an odd number of times, or where it lies on the boundary.
+void BlackenOutside(const std::vector<std::array<int, 2>>& polygon, GreyImage& mask) {
+  std::vector<double> crossings;
+  std::vector<uint8_t> inside(static_cast<size_t>(mask.width));
+  for (int y = 0; y < mask.height; ++y) {
+    std::fill(inside.begin(), inside.end(), uint8_t{0});
+    crossings.clear();
+    for (size_t i = 0; i < polygon.size(); ++i) {
+      const auto [x0, y0] = polygon[i];
+      const auto [x1, y1] = polygon[(i + 1) % polygon.size()];
+      if (y0 == y && y1 == y) MarkSpan(std::min(x0, x1), std::max(x0, x1), inside);
+      if (y0 == y) MarkSpan(x0, x0, inside);
+      if ((y0 <= y) == (y1 <= y)) continue;
+      const double along = static_cast<double>(int64_t{y} - y0) * (int64_t{x1} - x0);
+      crossings.push_back(x0 + along / static_cast<double>(int64_t{y1} - y0));
+    }
+    std::sort(crossings.begin(), crossings.end());
+    for (size_t i = 0; i + 1 < crossings.size(); i += 2) {
+      MarkSpan(crossings[i], crossings[i + 1], inside);
+    }
+    for (int x = 0; x < mask.width; ++x) {
+      if (inside[static_cast<size_t>(x)] == 0) mask.rows[y][x] = 0;
+    }
+  }
+}
+
+// The mask as one picture of the template's size.
+void DrawMask(const std::string& name, const GreyImage& pattern, const PartMask& mask,
+              GreyImage& drawn) {
+  if (mask.picture) {
+    if (mask.picture->width != pattern.width || mask.picture->height != pattern.height) {
+      throw Failure("'" + name + "' has " + SizeText(pattern.width, pattern.height) +
+                    " pixels, its mask " + SizeText(mask.picture->width, mask.picture->height));
+    }
+    drawn.CopyFrom(mask.picture);
+    RequirePixels(drawn);
+  } else {
+    drawn.Create(pattern.width, pattern.height);
+    RequirePixels(drawn);
+    for (int y = 0; y < drawn.height; ++y) {
+      std::memset(drawn.rows[y], 255, static_cast<size_t>(drawn.width));
+    }
+  }
+  if (!mask.polygon.empty()) BlackenOutside(mask.polygon, drawn);
+}
+
 }  // namespace
 
 const char* NameOf(finder::Way way) { return way == finder::Way::kGrey ? kByGray : kByEdges; }
@@ -31,21 +86,26 @@ finder::Way WayNamed(const std::string& name) {
 }
 
 PartModel TeachPart(const std::string& name, const GreyImage& pattern, finder::Way way,
-                    const GreyImage* mask) {
+                    const PartMask& mask) {
   auto model = std::make_unique<finder::Model>();
   finder::TeachOptions options;
   options.way = way;
-  if (mask) options.mask = PictureOf(*mask);
+  GreyImage drawn;
+  if (mask.IsGiven()) {
+    DrawMask(name, pattern, mask, drawn);
+    options.mask = PictureOf(drawn);
+  }
   const Status status = finder::Teach(BestFinderKernels(), PictureOf(pattern), options, *model);
-  if (status == Status::kBadMask) {
-    throw Failure("'" + name + "' has " + SizeText(pattern.width, pattern.height) +
-                  " pixels, its mask " + SizeText(mask->width, mask->height));
+  if (status == Status::kTooSmall && mask.IsGiven() &&
+      std::min(pattern.width, pattern.height) >= finder::kMinSide) {
+    throw Failure("'" + name + "': what its mask and polygon leave is smaller than " +
+                  SizeText(finder::kMinSide, finder::kMinSide) + " pixels");
   }
   Require(status, name);
   return model;
 }
 
-PartModel ReadPart(const std::string& path, std::optional<finder::Way> way,
+PartModel ReadPart(const std::string& path, std::optional<finder::Way> way, const PartMask& mask,
                    const Reading& reading) {
   const std::string file = ReadFile(path);
   const std::span bytes(reinterpret_cast<const uint8_t*>(file.data()), file.size());
@@ -53,7 +113,10 @@ PartModel ReadPart(const std::string& path, std::optional<finder::Way> way,
     GreyImage pattern;
     ColourImage colour;
     DecodeImage(bytes, path, pattern, colour, reading);
-    return TeachPart(path, pattern, way.value_or(finder::Way::kEdges));
+    return TeachPart(path, pattern, way.value_or(finder::Way::kEdges), mask);
+  }
+  if (mask.IsGiven()) {
+    throw Failure("'" + path + "' is a model: what of it counts was said when it was taught");
   }
   auto model = std::make_unique<finder::Model>();
   Require(finder::Load(BestFinderKernels(), bytes, *model), path);

@@ -102,6 +102,7 @@ std::vector<std::string> FilesOf(const std::string& text) {
   const recipe::Recipe made = recipe::MakeRecipe(text);
   for (const recipe::Step& step : made.steps) {
     for (const kit::Argument& argument : step.operation->arguments) {
+      if (!step.values.Has(argument.name)) continue;
       if (argument.type == Type::kFile) files.push_back(step.values.Text(argument.name));
       if (argument.type != Type::kFiles) continue;
       for (std::string& file : step.values.List<std::string>(argument.name)) {

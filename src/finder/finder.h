@@ -87,6 +87,10 @@ struct ModelLevel {
   float radius = 0;         // of the farthest point
 };
 
+struct Pose {
+  double x = 0, y = 0, degrees = 0, scale = 1;
+};
+
 struct Model {
   Way way = Way::kEdges;
   int width = 0, height = 0;
@@ -98,6 +102,7 @@ struct Model {
   uint32_t doubts = 0;
   int symmetry = 1;         // poses that look the same on turning by 360 / symmetry; 0: any turn
   double likeness = 0;      // the score of the template's best false pose on itself, 0 ... 1
+  Pose likest;              // that pose
   double slideDegrees = 0;  // with kSlides: the direction in which it slides
 
   bool IsTaught() const { return levels > 0; }
@@ -146,9 +151,6 @@ Status Find(const FinderKernels& kernels, const Model& model, const Picture& pic
 // below 0 as 0, each weighted by the template's contrast in it (deviation times pixels) and by the
 // share of its pixels that lie in the picture. So light may change over the template, and a cover
 // takes its share and no more.
-struct Pose {
-  double x = 0, y = 0, degrees = 0, scale = 1;
-};
 double Score(const FinderKernels& kernels, const Model& model, const Picture& picture,
              const Pose& pose, Polarity polarity);
 

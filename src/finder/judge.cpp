@@ -96,7 +96,7 @@ int SymmetryOf(const double (&byTurn)[kTurns]) {
   return tops;
 }
 
-void JudgeLevel(SelfScore& score, Model& model) {
+void JudgeLevel(SelfScore& score, int level, Model& model) {
   double byTurn[kTurns];
   const int reachX = score.Width() / 2, reachY = score.Height() / 2;
   for (int i = 0; i < kTurns; ++i) {
@@ -108,7 +108,11 @@ void JudgeLevel(SelfScore& score, Model& model) {
         // Turned by little and moved by little is not another place.
         if (isNear && std::min(i, kTurns - i) <= 3) continue;
         const double here = score.At(dx, dy);
-        model.likeness = std::max(model.likeness, here);
+        if (here > model.likeness) {
+          model.likeness = here;
+          model.likest = {(model.width - 1) / 2.0 + dx * (1 << level),
+                          (model.height - 1) / 2.0 + dy * (1 << level), i * 360.0 / kTurns, 1};
+        }
         if (here >= kAlike && !isNear) model.doubts |= kRepeats;
       }
     }
@@ -155,7 +159,7 @@ Status Judge(const FinderKernels& kernels, Model& model) {
   if (!planes.NeedDirections(l, 0, planes.Height(l), level->contrast)) return Status::kNoMemory;
   SelfScore score(*level, planes, model, l);
   if (!score.Reserve()) return Status::kNoMemory;
-  JudgeLevel(score, model);
+  JudgeLevel(score, l, model);
   return Status::kOk;
 }
 

@@ -134,6 +134,10 @@ TEST_F(Find, TellsWhatIsWrong) {
       {{"find", part_, scene_, "--by", "colour"}, 2, {"--by", "colour"}},
       {{"teach", flat_, kept}, 1, {"flat.png", "edge points"}},
       {{"teach", part_, kept, "--mask", flat_}, 1, {"part.png", "64 x 64", "300 x 220"}},
+      {{"teach", part_, kept, "--polygon", "9,9", "12,9", "9,12"},
+       1,
+       {"part.png", "polygon leave is smaller than 6 x 6"}},
+      {{"find", model_, scene_, "--polygon", "9,9", "50,9", "9,50"}, 1, {"part.model", "a model"}},
   };
   for (const auto& c : cases) {
     const Answer answer = Quillon(c.arguments);
@@ -143,6 +147,40 @@ TEST_F(Find, TellsWhatIsWrong) {
     }
   }
   EXPECT_EQ(ReadText(kept), "kept") << "a model that cannot be taught left a file";
+}
+
+// A template with a neighbour beside the part: what the polygon or the mask leaves out is not
+// looked for, in a model as in a picture.
+TEST_F(Find, LooksForWhatCountsAlone) {
+  GreyImage pattern, mask;
+  kit::ReadImage(part_, pattern);
+  mask.Create(64, 64);
+  for (int y = 0; y < 64; ++y) {
+    for (int x = 0; x < 64; ++x) {
+      if (x >= 58) pattern.rows[y][x] = y / 5 % 2 != 0 ? 0 : 255;
+      mask.rows[y][x] = x <= 56 && y >= 2 ? 255 : 0;
+    }
+  }
+  const std::string beside = folder_ / "beside.png", masked = folder_ / "mask.png";
+  kit::WriteImage(beside, pattern);
+  kit::WriteImage(masked, mask);
+  const Words polygon = {"--polygon", "-9,2", "56,2", "56,99", "-9,99"};
+  for (const std::string way : {"edges", "gray"}) {
+    const auto find = [&](const std::string& part, const Words& more) {
+      Words command = {"find", part, scene_, "--by", way};
+      command.insert(command.end(), more.begin(), more.end());
+      return QuillonJson(command);
+    };
+    const Json all = find(beside, {}), inside = find(beside, polygon);
+    ASSERT_EQ(inside["matches"].size(), std::size(kParts)) << way;
+    EXPECT_GT(inside["matches"][0]["score"], 0.95) << way;
+    EXPECT_LT(all["matches"].empty() ? 0.0 : all["matches"][0]["score"].get<double>(), 0.9) << way;
+    EXPECT_EQ(find(beside, {"--mask", masked}), inside) << way;
+    Words teach = {"teach", beside, model_, "--by", way};
+    teach.insert(teach.end(), polygon.begin(), polygon.end());
+    QuillonJson(teach);
+    EXPECT_EQ(find(model_, {}), inside) << way;
+  }
 }
 
 // A stripe slides; a template full of different shapes has nothing of the kind.
@@ -159,6 +197,49 @@ TEST_F(Find, SaysWhatTeachingDoubts) {
   MakeScene({.seed = 5}, pattern, scene);
   kit::WriteImage(path, pattern);
   EXPECT_EQ(QuillonJson({"teach", path, model_})["doubts"], Json::array());
+}
+
+// Each doubt is drawn over the template, and nothing where there is no doubt.
+TEST_F(Find, ShowsWhatTeachingDoubts) {
+  const std::string page = folder_ / "page.html", drawn = folder_ / "drawn.png";
+  const std::string path = folder_ / "shape.png";
+  const auto red = [&](int x, int y) {  // how much redder than green, at the most
+    ColourImage picture;
+    kit::ReadImage(drawn, picture);
+    int most = 0;
+    for (int i = 0; i < 25; ++i) {
+      const uint8_t* pixel = picture.rows[y + i / 5 - 2] + 3 * (x + i % 5 - 2);
+      most = std::max(most, pixel[2] - pixel[1]);
+    }
+    return most;
+  };
+  const struct {
+    std::function<bool(int x, int y)> isBright;
+    int64_t symmetry;
+    int x, y;  // where something is drawn
+  } cases[] = {
+      {[](int x, int) { return x >= 24 && x < 40; }, -1, 32, 45},                      // slides
+      {[](int x, int y) { return x % 16 < 8 && y % 16 < 8; }, -1, -1, -1},             // repeats
+      {[](int x, int y) { return x > 14 && x < 50 && y > 14 && y < 50; }, 4, 45, 32},  // turns
+  };
+  for (const auto& c : cases) {
+    GreyImage image;
+    Fill(image, 64, 64, Content::kFlat);
+    for (int y = 0; y < 64; ++y) {
+      for (int x = 0; x < 64; ++x) image.rows[y][x] = c.isBright(x, y) ? 180 : 60;
+    }
+    kit::WriteImage(path, image);
+    const Json taught = QuillonJson({"teach", path, model_, "--report", page, "--draw", drawn});
+    if (c.symmetry >= 0) {
+      EXPECT_EQ(taught["symmetry"], c.symmetry);
+    }
+    if (c.x >= 0) {
+      EXPECT_GT(red(c.x, c.y), 60) << c.x;
+    }
+    EXPECT_NE(ReadText(page).find("Its best false place"), std::string::npos);
+  }
+  ASSERT_EQ(Quillon({"teach", part_, model_, "--draw", drawn}).exitCode, 0);
+  EXPECT_LT(red(32, 50), 30) << "something is drawn over a template without doubts";
 }
 
 TEST_F(Find, DrawsAndReportsEachMatch) {

@@ -228,6 +228,25 @@ def test_a_recipe_gives_all_that_its_steps_give():
     assert recipe.run(GRAY).pictures == {}
 
 
+def test_a_mask_and_a_polygon_say_what_of_a_template_counts():
+    image, template = quillon.rotate_bilinear(board(), 6), board()[PART].copy()
+    expected = quillon.find(image, template, angle=(-10, 10), max=1)
+    template[:, :8] = np.arange(len(template))[:, None] * 37 % 256
+    mask = np.zeros_like(template)
+    mask[:, 10:] = 255
+    right, bottom = template.shape[1] - 1, template.shape[0] - 1
+    polygon = [(10, 0), (right, 0), (right, bottom), (10, bottom)]
+    for by in ("edges", "gray"):
+        inside = quillon.find(image, template, by=by, mask=mask, angle=(-10, 10), max=1)
+        finder = quillon.Finder(template, by=by, polygon=polygon, angle=(-10, 10), max=1)
+        assert_array_equal(pickle.loads(pickle.dumps(finder)).find(image), inside)
+        assert np.hypot(inside["x"] - expected["x"], inside["y"] - expected["y"]) < 0.2
+        assert inside["score"] > quillon.find(image, template, by=by, angle=(-10, 10),
+                                              min_score=0.1, max=1)["score"] + 0.03
+    with pytest.raises(ValueError, match="its mask"):
+        quillon.find(image, template, mask=mask[1:])
+
+
 def test_a_recipe_of_a_file_finds_what_lies_beside_it(tmp_path):
     steps = [{"name": "found", "operation": "match", "input": "image", "template": "part.png"}]
     recipe = {"name": "Find", "steps": steps,

@@ -374,7 +374,7 @@ QUILLON_WEB const Reply* KitEncodePng(const void* image, bool isColour) {
 QUILLON_WEB const Reply* KitTeach(const GreyImage* pattern, const GreyImage* mask, const char* name,
                                   const char* by) {
   return Answer([&] {
-    kit::PartModel model = kit::TeachPart(name, *pattern, kit::WayNamed(by), mask);
+    kit::PartModel model = kit::TeachPart(name, *pattern, kit::WayNamed(by), {mask});
     Json json = ToJson(*model);
     json["part"] = reinterpret_cast<uintptr_t>(model.release());
     return json;
