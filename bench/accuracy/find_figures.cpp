@@ -98,14 +98,18 @@ void Compare(const std::vector<test::Truth>& truths, const finder::Results& resu
     ++figures.found;
     figures.distances.push_back(least);
     figures.turns.push_back(TurnBetween(match.degrees, truths[nearest].angle));
+    figures.sizes.push_back(truths[nearest].scale);
     figures.scales.push_back(std::abs(match.scale - truths[nearest].scale));
   }
 }
 
 void PrintFigures(const Figures& f) {
-  std::printf(" %d | %d | %d | %.3f, %.3f px | %.3f, %.3f deg | %.4f | %.1f ms |\n", f.truths,
+  std::printf(" %d | %d | %d | %.3f, %.3f px | %.3f, %.3f deg | %.4f | %.1f ms |", f.truths,
               f.found, f.wrong, Mean(f.distances), Largest(f.distances), Mean(f.turns),
               Largest(f.turns), Mean(f.scales), Median(f.times));
+  if (!f.overBound.empty()) std::printf(" %.2f", std::sqrt(Mean(f.overBound)));
+  if (!f.turnOverBound.empty()) std::printf(", %.2f", std::sqrt(Mean(f.turnOverBound)));
+  std::printf(" |\n");
   std::fflush(stdout);
 }
 

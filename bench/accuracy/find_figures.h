@@ -18,6 +18,7 @@ struct Settings {
   std::string only;  // the name of a table
   bool isVerbose = false;
   std::vector<cv::Mat> photos;
+  const FinderKernels* kernels = &BestFinderKernels();  // of the times
 };
 
 finder::Picture PictureOf(const cv::Mat& mat);
@@ -45,6 +46,8 @@ void FindOne(const Settings& settings, const Scene& scene, const finder::Model& 
 struct Figures {
   int truths = 0, found = 0, wrong = 0;
   std::vector<double> distances, turns, scales, times;
+  std::vector<double> sizes;                     // of the parts found
+  std::vector<double> overBound, turnOverBound;  // squared errors over what noise allows at best
 };
 
 // Compares what was found with what was drawn; a match farther than two pixels from every part that
@@ -54,8 +57,9 @@ void Compare(const std::vector<test::Truth>& truths, const finder::Results& resu
 
 // The end of a table's first line, after its own columns; and that of a row.
 constexpr char kFiguresHeader[] =
-    " instances | found | false | position mean, worst | angle mean, worst | scale mean | time |\n"
-    "|---|---|---|---|---|---|---|---|---|\n";
+    " instances | found | false | position mean, worst | angle mean, worst | scale mean | time | "
+    "of "
+    "the bound |\n|---|---|---|---|---|---|---|---|---|---|\n";
 void PrintFigures(const Figures& figures);
 
 // ---- the tables ---------------------------------------------------------------------------------
@@ -67,5 +71,6 @@ void PrintScales(const Settings& settings);
 void PrintSideBySide(const Settings& settings);
 void PrintCovered(const Settings& settings);
 void PrintTimes(const Settings& settings);
+void PrintCosts(const Settings& settings);
 
 }  // namespace quillon::accuracy
