@@ -87,7 +87,7 @@ double Histogram::XOf(double value) const {
   return begin + (value - low_) / (high_ - low_) * (kWidth - begin);
 }
 
-std::string Histogram::Html(size_t number) const {
+std::string Histogram::Html(size_t number, const std::string& more) const {
   std::string html = "<figure class='histogram' data-measurement='" + std::to_string(number) +
                      "'><figcaption><b>" + Escaped(measurement_.name) + "</b> " +
                      LimitsOf(measurement_) + "</figcaption>";
@@ -97,7 +97,7 @@ std::string Histogram::Html(size_t number) const {
   size_t most = 1;
   for (const Bin& bin : bins_) most = std::max(most, bin.count);
   for (size_t i = 0; i < bins_.size(); ++i) html += Bar(i, most);
-  return html + Limits() + Axis() + "</svg></figure>\n";
+  return html + Limits() + Axis() + "</svg>" + more + "</figure>\n";
 }
 
 std::string Histogram::Bar(size_t number, size_t most) const {

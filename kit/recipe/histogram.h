@@ -25,8 +25,8 @@ class Histogram {
   // -1 for no value.
   int BinOf(const std::optional<double>& value) const;
 
-  // A figure for the index; `number` is the measurement's.
-  std::string Html(size_t number) const;
+  // A figure for the index, with `more` below it; `number` is the measurement's.
+  std::string Html(size_t number, const std::string& more = "") const;
 
  private:
   void AddBins(double from, double to, bool passes, double width);

@@ -4,6 +4,7 @@
 #include "kit/recipe/run_pages.h"
 #include "kit/report/page.h"
 #include "kit/report/page_parts.h"
+#include "kit/report/spread.h"
 
 namespace quillon::kit::recipe {
 namespace {
@@ -68,18 +69,24 @@ std::string RenderIndex(const Recipe& recipe, const std::vector<IndexEntry>& ent
   records.reserve(entries.size());
   for (const IndexEntry& entry : entries) records.push_back(*entry.record);
   std::vector<Histogram> histograms;
+  std::vector<std::string> spreads;
   for (size_t i = 0; i < recipe.measurements.size(); ++i) {
     std::vector<std::optional<double>> values;
     values.reserve(records.size());
     for (const ImageRecord& record : records) {
       values.push_back(i < record.values.size() ? record.values[i] : std::nullopt);
     }
-    histograms.emplace_back(recipe.measurements[i], std::move(values));
+    const Measurement& measurement = recipe.measurements[i];
+    const Limits limits = {measurement.min, measurement.max};
+    const std::string unit = measurement.unit.mm ? " " + NameOf(measurement.unit) : "";
+    spreads.push_back(NumbersHtml(SpreadOf(values, limits), DecimalsOf(measurement), unit) +
+                      TrendHtml(values, limits));
+    histograms.emplace_back(measurement, std::move(values));
   }
   std::string body = "<header>\n<h1>" + Escaped(recipe.name) + "</h1>\n";
   if (!recipe.note.empty()) body += "<p class='note'>" + Escaped(recipe.note) + "</p>\n";
   body += Overview(Count(records)) + "</header>\n<section class='histograms'>\n";
-  for (size_t i = 0; i < histograms.size(); ++i) body += histograms[i].Html(i);
+  for (size_t i = 0; i < histograms.size(); ++i) body += histograms[i].Html(i, spreads[i]);
   body += std::string("</section>\n") + kTools + "<main class='cards'></main>\n" +
           "<div class='tools'><span class='pager'></span></div>\n" +
           "<noscript>The list of images needs JavaScript.</noscript>\n";

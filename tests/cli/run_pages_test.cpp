@@ -9,6 +9,7 @@
 #include "cli/page.h"
 #include "kit/images/image_files.h"
 #include "kit/recipe/histogram.h"
+#include "kit/report/spread.h"
 #include "kit/samples/tray.h"
 #include "quillon/quillon.h"
 #include "support/images.h"
@@ -174,6 +175,49 @@ TEST(RunPages, HistogramsNeverMixPassAndFail) {
   }
 }
 
+// By hand: of 2, 4, 4, 6 the mean is 4 and the deviation the root of 8 / 3.
+TEST(RunPages, SpreadIsThatOfTheValuesThatAreThere) {
+  const double deviation = std::sqrt(8.0 / 3), one = 1.0 / (3 * deviation);
+  struct Case {
+    std::vector<std::optional<double>> values;
+    kit::Limits limits;
+    std::optional<double> mean, deviation, cp, cpk;
+    const char *numbers, *trend;  // a piece of each
+  };
+  const std::optional<double> none;
+  const Case cases[] = {
+      {{2, none, 4, 4, 6},
+       {1, 8},
+       4,
+       deviation,
+       3.5 * one,
+       3 * one,
+       "<dd>0.71</dd>",
+       "L288.0 17.1"},
+      {{2, 4, 4, none, 6}, {1, {}}, 4, deviation, none, 3 * one, "<dd>9.80</dd>", "V24.0M288.0"},
+      {{6, 4, 4, 2}, {{}, 3}, 4, deviation, none, -one, "<dd>-0.20</dd>", "M0 45.0H320"},
+      {{2, 6, 4, 4}, {-900, 900}, 4, deviation, 900 * one, 896 * one, "Cpk", "M40.0 60.0V60.0L"},
+      {{5, 5}, {4, 6}, 5, 0, none, none, "<dd>0.00</dd>", "class='course'"},
+      {{none, 7}, {4, 9}, 7, 0, none, none, "", ""},
+      {{none}, {}, 0, 0, none, none, "", ""},
+  };
+  for (size_t i = 0; i < std::size(cases); ++i) {
+    const Case& test = cases[i];
+    const kit::Spread spread = kit::SpreadOf(test.values, test.limits);
+    EXPECT_DOUBLE_EQ(spread.mean, *test.mean) << i;
+    EXPECT_DOUBLE_EQ(spread.deviation, *test.deviation) << i;
+    ASSERT_EQ(spread.cp.has_value(), test.cp.has_value()) << i;
+    ASSERT_EQ(spread.cpk.has_value(), test.cpk.has_value()) << i;
+    EXPECT_DOUBLE_EQ(spread.cp.value_or(0), test.cp.value_or(0)) << i;
+    EXPECT_DOUBLE_EQ(spread.cpk.value_or(0), test.cpk.value_or(0)) << i;
+    const std::string numbers = kit::NumbersHtml(spread, 1, ""),
+                      trend = kit::TrendHtml(test.values, test.limits);
+    EXPECT_EQ(numbers.empty(), spread.count < 2) << i;
+    EXPECT_NE(numbers.find(test.numbers), std::string::npos) << i << numbers;
+    EXPECT_NE(trend.find(test.trend), std::string::npos) << i << trend;
+  }
+}
+
 TEST(RunExamples, FindWhatTheirNotesSay) {
   const Scratch scratch;
   const auto example = [](const char* name) {
@@ -195,6 +239,9 @@ TEST(RunExamples, FindWhatTheirNotesSay) {
     EXPECT_EQ(found["measurements"]["brackets"], brackets);
     // The template's middle is not the bracket's centre of mass: they are some pixels apart.
     EXPECT_NEAR(found["measurements"]["leftmost"].get<double>(), leftmost, 15);
+    const Answer sizes =
+        Quillon({"run", example("measure-brackets.json"), folder + "/tray.png", "--json"});
+    EXPECT_EQ(sizes.exitCode, 0) << sizes.out << sizes.err;
     const bool isFirst = std::string(seed) == "1";
     const Answer seats = Quillon({"run", example("presence.json"), folder + "/tray.png", "--json"});
     EXPECT_EQ(seats.exitCode, isFirst ? 0 : 3) << seats.out << seats.err;
