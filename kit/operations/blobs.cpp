@@ -1,5 +1,6 @@
 // Blobs, and filling holes.
 #include "kit/search/blob_search.h"
+#include "kit/search/blob_shape.h"
 
 #include <filesystem>
 
@@ -28,7 +29,8 @@ void FillUp(const Call& call) {
 
 // ---- blobs --------------------------------------------------------------------------------------
 
-BlobQuery QueryOf(const Values& values) {
+// Of what looks for blobs; `polygons` says whether it takes one.
+BlobQuery QueryOf(const Values& values, bool polygons) {
   BlobQuery query;
   if (values.Has("band")) {
     const auto band = values.List<int>("band");
@@ -36,7 +38,7 @@ BlobQuery QueryOf(const Values& values) {
   }
   query.dark = values.Flag("dark");
   query.fillHoles = values.Flag("fill_holes");
-  if (values.Has("polygon")) {
+  if (polygons && values.Has("polygon")) {
     for (const auto& point : values.List<std::array<int, 2>>("polygon")) {
       query.polygon.insert(query.polygon.end(), point.begin(), point.end());
     }
@@ -76,7 +78,25 @@ struct BlobTool : Tool {
 };
 
 std::unique_ptr<Tool> MakeFinder(const Values& values, const Sources&) {
-  return std::make_unique<BlobTool>(QueryOf(values));
+  return std::make_unique<BlobTool>(QueryOf(values, true));
+}
+
+Thing ThingOf(const FoundBlob& blob) {
+  const BlobFeature& feature = blob.feature;
+  Thing thing = {.area = double(feature.area),
+                 .x = feature.centreX,
+                 .y = feature.centreY,
+                 .width = feature.width,
+                 .height = feature.height,
+                 .angle = feature.angle,
+                 .mean = blob.mean,
+                 .left = blob.left,
+                 .top = blob.top,
+                 .right = blob.right,
+                 .bottom = blob.bottom,
+                 .number = blob.number};
+  std::copy(std::begin(feature.corners), std::end(feature.corners), thing.corners.begin());
+  return thing;
 }
 
 // No blob of the picture has its centre outside of it: such limits keep none.
@@ -94,23 +114,7 @@ void FindBlobs(const Call& call) {
   RequireLines(call.values, "center_y", "rows", call.a.grey->height);
   auto& tool = static_cast<BlobTool&>(*call.tool);
   tool.blobs = tool.finder.Find(*call.a.grey, tool.query);
-  for (const FoundBlob& blob : tool.blobs) {
-    const BlobFeature& feature = blob.feature;
-    Thing thing = {.area = double(feature.area),
-                   .x = feature.centreX,
-                   .y = feature.centreY,
-                   .width = feature.width,
-                   .height = feature.height,
-                   .angle = feature.angle,
-                   .mean = blob.mean,
-                   .left = blob.left,
-                   .top = blob.top,
-                   .right = blob.right,
-                   .bottom = blob.bottom,
-                   .number = blob.number};
-    std::copy(std::begin(feature.corners), std::end(feature.corners), thing.corners.begin());
-    call.result.things.push_back(thing);
-  }
+  for (const FoundBlob& blob : tool.blobs) call.result.things.push_back(ThingOf(blob));
 }
 
 bool HasColour(const Searched& searched) {
@@ -226,8 +230,77 @@ void BlobTool::Aside(GreyImage& picture) const {
   }
 }
 
+// ---- shapes -------------------------------------------------------------------------------------
+
+struct ShapeTool : Tool {
+  explicit ShapeTool(BlobQuery query_) : query(std::move(query_)) {}
+  BlobQuery query;
+  BlobFinder finder;
+};
+
+std::unique_ptr<Tool> MakeShapes(const Values& values, const Sources&) {
+  return std::make_unique<ShapeTool>(QueryOf(values, false));
+}
+
+void FindShapes(const Call& call) {
+  auto& tool = static_cast<ShapeTool&>(*call.tool);
+  const std::vector<FoundBlob> blobs = tool.finder.Find(*call.a.grey, tool.query);
+  if (blobs.empty()) return;
+  const std::vector<BlobShape> shapes = ShapesOf(*call.a.grey, tool.finder.Binary());
+  for (const FoundBlob& blob : blobs) {
+    const BlobShape& shape = shapes.at(static_cast<size_t>(blob.number));
+    Thing thing = ThingOf(blob);
+    thing.x = shape.x;
+    thing.y = shape.y;
+    thing.mean = shape.mean;
+    thing.median = shape.median;
+    thing.deviation = shape.deviation;
+    thing.contrast = shape.contrast;
+    thing.hull = shape.hull;
+    thing.convexity = shape.convexity;
+    thing.circularity = shape.circularity;
+    thing.elongation = shape.elongation;
+    thing.axis = shape.axis;
+    thing.mxx = shape.mxx;
+    thing.mxy = shape.mxy;
+    thing.myy = shape.myy;
+    call.result.things.push_back(thing);
+  }
+}
+
 Argument Least(const char* name, const char* summary) {
   return Whole(name, 0, INT_MAX, summary).Optional();
+}
+
+// Which pixels make blobs, and which blobs are kept.
+std::vector<Argument> BlobArguments(bool polygons) {
+  std::vector<Argument> arguments = {
+      WholeRange("band", 0, 255,
+                 "grey values of their pixels, both included; without: above the level that "
+                 "separates dark and bright best")
+          .Optional(),
+      Flag("dark", "the pixels at or below that level instead").Or("false").Excludes("band"),
+      Flag("fill_holes", "count what blobs enclose as theirs").Or("false"),
+      Least("min_area", "keep blobs of an area of at least this").In("pixels"),
+      Least("max_area", "keep blobs of an area of at most this").In("pixels"),
+      Least("min_width", "keep blobs of a turned rectangle with a width of at least this")
+          .In("pixels"),
+      Least("max_width", "keep blobs of a turned rectangle with a width of at most this")
+          .In("pixels"),
+      Least("min_height", "keep blobs of a turned rectangle with a height of at least this")
+          .In("pixels"),
+      Least("max_height", "keep blobs of a turned rectangle with a height of at most this")
+          .In("pixels"),
+      WholeRange("center_x", -kFarthest, kFarthest, "keep blobs whose mean column is within")
+          .Optional(),
+      WholeRange("center_y", -kFarthest, kFarthest, "keep blobs whose mean row is within")
+          .Optional()};
+  if (polygons) {
+    constexpr std::ptrdiff_t kBeforeSelection = 3;
+    arguments.insert(arguments.begin() + kBeforeSelection,
+                     Points("polygon", "only inside this polygon, boundary included").Optional());
+  }
+  return arguments;
 }
 
 }  // namespace
@@ -246,28 +319,7 @@ std::vector<Operation> BlobOperations() {
        .family = kFamily,
        .summary = "connected groups of bright or dark pixels, diagonals included",
        .output = Kind::kBlobs,
-       .arguments =
-           {WholeRange("band", 0, 255,
-                       "grey values of their pixels, both included; without: above the level that "
-                       "separates dark and bright best")
-                .Optional(),
-            Flag("dark", "the pixels at or below that level instead").Or("false").Excludes("band"),
-            Flag("fill_holes", "count what blobs enclose as theirs").Or("false"),
-            Points("polygon", "only inside this polygon, boundary included").Optional(),
-            Least("min_area", "keep blobs of an area of at least this").In("pixels"),
-            Least("max_area", "keep blobs of an area of at most this").In("pixels"),
-            Least("min_width", "keep blobs of a turned rectangle with a width of at least this")
-                .In("pixels"),
-            Least("max_width", "keep blobs of a turned rectangle with a width of at most this")
-                .In("pixels"),
-            Least("min_height", "keep blobs of a turned rectangle with a height of at least this")
-                .In("pixels"),
-            Least("max_height", "keep blobs of a turned rectangle with a height of at most this")
-                .In("pixels"),
-            WholeRange("center_x", -kFarthest, kFarthest, "keep blobs whose mean column is within")
-                .Optional(),
-            WholeRange("center_y", -kFarthest, kFarthest, "keep blobs whose mean row is within")
-                .Optional()},
+       .arguments = BlobArguments(true),
        .exports = {{"CreateRLERegion", "a region object with its blobs"},
                    {"DestroyRLERegion", "releases it"},
                    {"IxPointToRegion", "the region inside a polygon"},
@@ -287,6 +339,13 @@ std::vector<Operation> BlobOperations() {
        .run = FindBlobs,
        .prepare = MakeFinder,
        .aside = {"--binary", "write what was labelled in white (.png, .bmp)"}},
+      {.name = "shapes",
+       .family = kFamily,
+       .summary = "the same groups with their moments, hull, contrast and spread of grey",
+       .output = Kind::kShapes,
+       .arguments = BlobArguments(false),
+       .run = FindShapes,
+       .prepare = MakeShapes},
   };
 }
 

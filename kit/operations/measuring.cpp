@@ -4,12 +4,13 @@
 
 #include "kit/measure/caliper.h"
 #include "kit/measure/fit.h"
+#include "kit/measure/grey_statistics.h"
 #include "kit/operations/operation.h"
 
 namespace quillon::kit {
 namespace {
 
-constexpr const char *kBox = "box", *kRing = "ring";
+constexpr const char *kBox = "box", *kRing = "ring", *kPercentiles = "percentiles";
 
 TurnedBox BoxOf(const Values& values) {
   const auto box = values.List<double>(kBox);
@@ -115,6 +116,43 @@ void FitRound(const Call& call) {
   call.result.things.push_back(thing);
 }
 
+// Pixels whose centres lie in the box.
+void MeasureGreys(const Call& call) {
+  const TurnedBox box = BoxIn(call);
+  const GreyImage& image = *call.a.grey;
+  const auto corners = box.Corners();
+  const auto [left, right] = std::minmax({corners[0], corners[2], corners[4], corners[6]});
+  const auto [top, bottom] = std::minmax({corners[1], corners[3], corners[5], corners[7]});
+  const auto clamped = [](double value, int most) {
+    return static_cast<int>(std::clamp(value, 0.0, double(most)));
+  };
+  const Pose back = {0, 0, -box.pose.degrees};
+  GreyStatistics greys;
+  for (int y = clamped(top, image.height - 1); y <= clamped(bottom, image.height - 1); ++y) {
+    for (int x = clamped(left, image.width - 1); x <= clamped(right, image.width - 1); ++x) {
+      const Point at = back.At(x - box.pose.x, y - box.pose.y);
+      const bool isInside = std::abs(at.x) <= box.width / 2 && std::abs(at.y) <= box.height / 2;
+      if (isInside) greys.Add(image.rows[y][x]);
+    }
+  }
+  if (greys.Count() == 0) return;
+  const auto shares = call.values.List<double>(kPercentiles);
+  call.result.things.push_back({.area = double(greys.Count()),
+                                .x = box.pose.x,
+                                .y = box.pose.y,
+                                .width = box.width,
+                                .height = box.height,
+                                .angle = box.pose.degrees,
+                                .mean = greys.Mean(),
+                                .corners = corners,
+                                .median = double(greys.Percentile(50)),
+                                .deviation = greys.Deviation(),
+                                .darkest = double(greys.Percentile(0)),
+                                .brightest = double(greys.Percentile(100)),
+                                .low = double(greys.Percentile(shares[0])),
+                                .high = double(greys.Percentile(shares[1]))});
+}
+
 // ---- arguments ----------------------------------------------------------------------------------
 
 Argument BoxToLookIn(const char* summary) { return Box(kBox, summary); }
@@ -199,6 +237,16 @@ std::vector<Operation> MeasuringOperations() {
        .output = Kind::kCircles,
        .arguments = RoundArguments(),
        .run = FitRound<FitEllipse>},
+      {.name = "statistics",
+       .family = kFamily,
+       .summary = "what the grey values in a turned rectangle are like",
+       .output = Kind::kRegions,
+       .arguments = {BoxToLookIn("the pixels whose centres lie in it"),
+                     Range(kPercentiles, 0, 100,
+                           "low and high: the grey values that so many pixels are at or below")
+                         .In("per cent")
+                         .Or("[5, 95]")},
+       .run = MeasureGreys},
   };
 }
 

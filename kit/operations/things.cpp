@@ -57,6 +57,10 @@ const char* NameOf(Kind kind) {
       return "lines";
     case Kind::kCircles:
       return "circles";
+    case Kind::kShapes:
+      return "shapes";
+    case Kind::kRegions:
+      return "regions";
   }
   return "";
 }
@@ -78,13 +82,16 @@ std::string WithArticle(Kind kind) {
 const std::vector<Quantity>& Quantities() {
   constexpr Kind kBlobs = Kind::kBlobs, kMatches = Kind::kMatches, kDefects = Kind::kDefects,
                  kEdges = Kind::kEdges, kPairs = Kind::kPairs, kLines = Kind::kLines,
-                 kCircles = Kind::kCircles;
-  const std::vector<Kind> things = {kBlobs, kMatches, kDefects, kEdges, kPairs, kLines, kCircles};
-  const std::vector<Kind> turned = {kBlobs, kMatches, kEdges, kPairs, kLines, kCircles};
-  const std::vector<Kind> fitted = {kLines, kCircles};
+                 kCircles = Kind::kCircles, kShapes = Kind::kShapes, kRegions = Kind::kRegions;
+  const std::vector<Kind> things = {kBlobs, kMatches, kDefects, kEdges,  kPairs,
+                                    kLines, kCircles, kShapes,  kRegions};
+  const std::vector<Kind> turned = {kBlobs, kMatches, kEdges,  kPairs,
+                                    kLines, kCircles, kShapes, kRegions};
+  const std::vector<Kind> fitted = {kLines, kCircles}, grey = {kShapes, kRegions},
+                          shapes = {kShapes}, regions = {kRegions};
   static const std::vector<Quantity> quantities = {
       {"count", "how many there are", nullptr, things, 0},
-      {"area", "pixels", &Thing::area, {kBlobs, kDefects}, 0},
+      {"area", "pixels", &Thing::area, {kBlobs, kDefects, kShapes, kRegions}, 0},
       {"x",
        "column of the centre; of an edge-based match, of the reference point; of an edge or a "
        "line, of its middle",
@@ -94,12 +101,12 @@ const std::vector<Quantity>& Quantities() {
        "width of the turned rectangle, or of a defect's box; of a pair, from edge to edge; the "
        "larger diameter",
        &Thing::width,
-       {kBlobs, kMatches, kDefects, kPairs, kCircles},
+       {kBlobs, kMatches, kDefects, kPairs, kCircles, kShapes, kRegions},
        2},
       {"height",
        "height of it; the smaller diameter",
        &Thing::height,
-       {kBlobs, kMatches, kDefects, kCircles},
+       {kBlobs, kMatches, kDefects, kCircles, kShapes, kRegions},
        2},
       {"angle",
        "degrees, clockwise; of an edge or a pair, the direction in which it was looked for; of a "
@@ -107,7 +114,7 @@ const std::vector<Quantity>& Quantities() {
        &Thing::angle, turned, 2, true},
       {"scale", "size relative to the template", &Thing::scale, {kMatches}, 3},
       {"score", "likeness to the template, 1 for the same", &Thing::score, {kMatches}, 3},
-      {"mean", "mean grey", &Thing::mean, {Kind::kPicture, kBlobs}, 1},
+      {"mean", "mean grey", &Thing::mean, {Kind::kPicture, kBlobs, kShapes, kRegions}, 1},
       {"missing", "pixels of missing material", &Thing::missing, {kDefects}, 0},
       {"extra", "pixels of extra material", &Thing::extra, {kDefects}, 0},
       {"position",
@@ -132,6 +139,23 @@ const std::vector<Quantity>& Quantities() {
        &Thing::form, fitted, 3},
       {"used", "edge points that the shape was fitted to", &Thing::used, fitted, 0},
       {"refused", "edge points that were refused", &Thing::refused, fitted, 0},
+      {"median", "the grey value that half of the pixels are at or below", &Thing::median, grey, 0},
+      {"deviation", "standard deviation of the grey values", &Thing::deviation, grey, 2},
+      {"darkest", "the least grey value", &Thing::darkest, regions, 0},
+      {"brightest", "the greatest one", &Thing::brightest, regions, 0},
+      {"low", "the lower of the percentiles", &Thing::low, regions, 0},
+      {"high", "the upper one", &Thing::high, regions, 0},
+      {"contrast", "mean grey less that of the ground around", &Thing::contrast, shapes, 1, true},
+      {"hull", "area of the convex hull", &Thing::hull, shapes, 1},
+      {"convexity", "area over that of the hull", &Thing::convexity, shapes, 3},
+      {"circularity", "from the moments, 1 for a disc", &Thing::circularity, shapes, 3},
+      {"elongation", "longer over shorter axis of the ellipse of the same moments",
+       &Thing::elongation, shapes, 3},
+      {"axis", "degrees, clockwise, of the longer of these axes, from -90 up to 90", &Thing::axis,
+       shapes, 2, true},
+      {"mxx", "central moment of the columns", &Thing::mxx, shapes, 2},
+      {"mxy", "central moment of columns and rows", &Thing::mxy, shapes, 2, true},
+      {"myy", "central moment of the rows", &Thing::myy, shapes, 2},
   };
   return quantities;
 }

@@ -20,15 +20,20 @@ enum class Kind {
   kEdges,
   kPairs,
   kLines,
-  kCircles
+  kCircles,
+  kShapes,
+  kRegions
 };
 
-// "picture", "colour picture", "blobs", "matches", "defects", "edges", "pairs", "lines", "circles"
+// "picture", "colour picture", "blobs", "matches", "defects", "edges", "pairs", "lines", "circles",
+// "shapes", "regions"
 const char* NameOf(Kind kind);
 // "a picture", "blobs"
 std::string WithArticle(Kind kind);
-// Blobs and defects, which are made of pixels.
-inline bool HasPixelsOfItsOwn(Kind kind) { return kind == Kind::kBlobs || kind == Kind::kDefects; }
+// Blobs, their shapes and defects, which are made of pixels.
+inline bool HasPixelsOfItsOwn(Kind kind) {
+  return kind == Kind::kBlobs || kind == Kind::kShapes || kind == Kind::kDefects;
+}
 inline bool IsPicture(Kind kind) { return kind == Kind::kPicture || kind == Kind::kColour; }
 // Whether what is found speaks against the picture: it passes where there is none.
 inline bool IsFault(Kind kind) { return kind == Kind::kDefects; }
@@ -44,6 +49,10 @@ struct Thing {
   double diameter = 0, length = 0;               // of a circle, of a line
   double rms = 0, worst = 0, form = 0;           // distances of edge points from their shape
   double used = 0, refused = 0;                  // edge points
+  double median = 0, deviation = 0;              // of grey values
+  double darkest = 0, brightest = 0, low = 0, high = 0;
+  double contrast = 0, hull = 0, convexity = 0, circularity = 0, elongation = 0;  // of a shape
+  double axis = 0, mxx = 0, mxy = 0, myy = 0;
   int number = -1;  // of a blob among all blobs, before the selection; of others their place
 };
 

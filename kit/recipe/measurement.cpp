@@ -66,10 +66,10 @@ Unit UnitOf(const Quantity& quantity) {
        {"x", "y", "width", "height", "position", "diameter", "length", "rms", "worst", "form"}) {
     if (name == length) return {1, 0, 0};
   }
-  for (const char* area : {"area", "missing", "extra"}) {
+  for (const char* area : {"area", "missing", "extra", "hull", "mxx", "mxy", "myy"}) {
     if (name == area) return {2, 0, 0};
   }
-  return {0, 0, name == "angle" ? 1 : 0};
+  return {0, 0, name == "angle" || name == "axis" ? 1 : 0};
 }
 
 int DecimalsOf(const Measurement& measurement) {

@@ -39,7 +39,7 @@ export interface GeoMatchTool extends Owned {
 }
 
 export type Kind = 'picture' | 'colour picture' | 'blobs' | 'matches' | 'defects' | 'edges' | 'pairs' |
-  'lines' | 'circles';
+  'lines' | 'circles' | 'shapes' | 'regions';
 export interface Argument {
   readonly name: string;
   readonly type: 'whole' | 'odd' | 'number' | 'flag' | 'choice' | 'file' | 'files' | 'range' |
