@@ -5,6 +5,7 @@
 
 #include "commands.h"
 #include "kit/calibration/camera.h"
+#include "kit/calibration/lens.h"
 #include "kit/files/files.h"
 #include "kit/images/image_files.h"
 #include "options.h"
@@ -14,7 +15,7 @@ namespace quillon::app {
 namespace {
 
 struct Options {
-  std::string camera, plane;
+  std::string camera, plane, table;
   std::vector<std::string> images;
   std::vector<int> board;  // inner corners a side
   double square = 0, maxRms = kMostResiduals;
@@ -98,8 +99,14 @@ void Run(const Options& options) {
   camera.square = options.square;
   camera.unit = "mm";
   RequireResidualsWithin(options.maxRms, camera, views);
+  Findings findings = Tell(views, camera);
+  if (!options.table.empty()) {
+    const LensFit table = FitLensToCamera(camera, options.table);
+    findings.facts.push_back({"tableRms", "Residuals of the table, pixels (RMS)", table.rms});
+    findings.facts.push_back(
+        {"tableWorst", "The worst of them, pixels", table.points[table.worst].Residual()});
+  }
   WriteFile(options.camera, CameraText(camera, views));
-  const Findings findings = Tell(views, camera);
   Print(options.output, findings);
   if (!options.output.WantsPictures()) return;
   kit::Report report{.title = "Camera " + options.camera};
@@ -137,6 +144,10 @@ void AddCameraCalibration(Command top) {
       .ShownAs("PIXELS")
       .Within(1e-6, 1e6)
       .WithDefaultShown();
+  command
+      .AddFileToWrite("--table", options->table,
+                      "write the same bend and slant for undistort and for hosts of the exports")
+      .ShownAs("FILE");
   AddReadingOptions(command, options->reading);
   AddOutputOptions(command, options->output);
   command.Runs([options] { Run(*options); });

@@ -1,7 +1,9 @@
 // Prints the tables of docs/measure-accuracy.md: how well calipers and fits measure what is drawn
 // exactly, beside the least deviation that any unbiased method can have (Cramer and Rao).
 //
-//   quillon_measure_accuracy [first seed]
+//   quillon_measure_accuracy RECIPE [first seed]
+//
+// RECIPE is examples/recipes/measure-brackets.json.
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
@@ -13,6 +15,7 @@
 #include "kit/measure/caliper.h"
 #include "kit/measure/fit.h"
 #include "kit/measure/least_squares.h"
+#include "tray_accuracy.h"
 
 namespace {
 
@@ -228,10 +231,13 @@ bool PrintCircles(uint64_t seed) {
 }  // namespace
 
 int main(int count, char** arguments) {
-  // The method was settled with seeds from 1; those from 100000 were set aside for the figures.
-  const uint64_t seed = count > 1 ? std::strtoull(arguments[1], nullptr, 10) : 100000;
+  if (count < 2) return 2;
+  // The methods were settled with seeds from 1; those from 100000 were set aside for the figures.
+  const uint64_t seed = count > 2 ? std::strtoull(arguments[2], nullptr, 10) : 100000;
   const bool edges = PrintEdges(seed);
   const bool circles = PrintCircles(seed);
-  std::printf("\nedges %s, circles %s\n", edges ? "good" : "BAD", circles ? "good" : "BAD");
-  return edges && circles ? 0 : 1;
+  const bool trays = accuracy::PrintTrays(seed, arguments[1]);
+  std::printf("\nedges %s, circles %s, trays %s\n", edges ? "good" : "BAD",
+              circles ? "good" : "BAD", trays ? "good" : "BAD");
+  return edges && circles && trays ? 0 : 1;
 }

@@ -483,20 +483,26 @@ Camera ParseCamera(const std::string& path, const std::string& text) {
   return camera;
 }
 
+RectifiedPlaces::RectifiedPlaces(const Camera& camera) : camera_(camera) {
+  const PlaneAxes axes = AxesOf(camera);
+  middle_ = axes.middle;
+  right_ = axes.right;
+}
+
+Point RectifiedPlaces::SeenAt(double x, double y) const {
+  const double dx = x - (camera_.size.width - 1) / 2.0, dy = y - (camera_.size.height - 1) / 2.0;
+  return quillon::kit::SeenAt(camera_, middle_.x + dx * right_.x - dy * right_.y,
+                              middle_.y + dx * right_.y + dy * right_.x);
+}
+
 Rectifier::Rectifier(std::string name, Camera camera)
     : path_(std::move(name)),
       camera_(std::move(camera)),
       step_(quillon::kit::UnitPerPixel(camera_)) {
-  const auto [middle, right] = AxesOf(camera_);
-  const double cx = (camera_.size.width - 1) / 2.0, cy = (camera_.size.height - 1) / 2.0;
+  const RectifiedPlaces places(camera_);
   sources_.reserve(static_cast<size_t>(camera_.size.width) * camera_.size.height);
   for (int y = 0; y < camera_.size.height; ++y) {
-    for (int x = 0; x < camera_.size.width; ++x) {
-      const double dx = x - cx, dy = y - cy;
-      const Point seen = camera_.plane.Seen(middle.x + dx * right.x - dy * right.y,
-                                            middle.y + dx * right.y + dy * right.x);
-      sources_.push_back(camera_.lens.Project(seen.x, seen.y));
-    }
+    for (int x = 0; x < camera_.size.width; ++x) sources_.push_back(places.SeenAt(x, y));
   }
 }
 

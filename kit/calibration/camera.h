@@ -90,6 +90,17 @@ std::string CameraText(const Camera& camera, const std::vector<BoardView>& board
 Camera ParseCamera(const std::string& path, const std::string& text);
 Camera ReadCamera(const std::string& path);
 
+// Where the camera sees the places of the rectified picture, those around it too.
+class RectifiedPlaces {
+ public:
+  explicit RectifiedPlaces(const Camera& camera);
+  Point SeenAt(double x, double y) const;
+
+ private:
+  const Camera& camera_;
+  Point middle_, right_;  // in squares: where the picture's middle looks, and a pixel to the right
+};
+
 // Takes pictures to the plane in which is measured: as seen from straight above, without bend, as
 // large as they are and turned as they are, with the middle where it was. What lies outside is
 // black.

@@ -154,18 +154,13 @@ void RequireLens(const ParameterFile& file) {
 
 double GridPoint::Residual() const { return Distance(seen, fitted); }
 
-LensFit FitLens(const std::string& file, const Grid& grid, const std::string& parameters) {
-  std::vector<int> points = ReadPoints(file);
+namespace {
+
+// Fits the bend to points, row by row from the top left; messages call them by the name.
+LensFit FitPoints(const std::string& name, std::vector<int> points, const Grid& grid,
+                  const std::string& parameters) {
   const auto count = static_cast<int>(points.size() / 2);
   const auto side = static_cast<int>(std::lround(std::sqrt(count)));
-  if (count < 9 || side * side != count || side % 2 == 0) {
-    throw Failure(
-        "'" + file + "' has " + std::to_string(count) +
-        " points: a square grid with an odd side is needed, 9, 25, 49, ... points, row by "
-        "row from the top left");
-  }
-  RequireOrder(file, points, side);
-  if (grid.size.width > 0) RequireInPicture(file, points, grid.size);
   std::vector<Point> seen;
   for (size_t i = 0; i < points.size(); i += 2) {
     seen.push_back({double(points[i]), double(points[i + 1])});
@@ -174,18 +169,18 @@ LensFit FitLens(const std::string& file, const Grid& grid, const std::string& pa
   image.Create(1, 1);
   constexpr float kPixelSize = 10000;  // then a pitch is a step in pixels
   LensFit fit;
-  ReplaceFile(parameters, kFileSize, [&](const std::string& name) {
+  ReplaceFile(parameters, kFileSize, [&](const std::string& file) {
     if (!IxDistortionParaBuild(&image, points.data(), count, static_cast<float>(grid.step.across),
                                static_cast<float>(grid.step.down), kPixelSize, kPixelSize,
-                               name.c_str())) {
-      throw OutOfMemory("the fit of '" + file + "'");
+                               file.c_str())) {
+      throw OutOfMemory("the fit of '" + name + "'");
     }
     fit = Judge(image, seen, side, grid.step);
     const double most =
         grid.maxResidual > 0 ? grid.maxResidual : std::min(grid.step.across, grid.step.down) / 4;
     const double worst = fit.points[fit.worst].Residual();
     if (worst > most) {
-      throw Failure("'" + file + "': point " + std::to_string(fit.worst + 1) + " lies " +
+      throw Failure("'" + name + "': point " + std::to_string(fit.worst + 1) + " lies " +
                     std::to_string(worst) + " pixels from its place in the fit, beyond " +
                     std::to_string(most) + " (--max-residual)");
     }
@@ -198,6 +193,50 @@ LensFit FitLens(const std::string& file, const Grid& grid, const std::string& pa
   if (grid.pitch > 0) more.update({{"pitch", grid.pitch}, {"unit", grid.unit}});
   WriteCompanion(parameters, kKind, grid.size, more);
   return fit;
+}
+
+}  // namespace
+
+LensFit FitLens(const std::string& file, const Grid& grid, const std::string& parameters) {
+  std::vector<int> points = ReadPoints(file);
+  const auto count = static_cast<int>(points.size() / 2);
+  const auto side = static_cast<int>(std::lround(std::sqrt(count)));
+  if (count < 9 || side * side != count || side % 2 == 0) {
+    throw Failure(
+        "'" + file + "' has " + std::to_string(count) +
+        " points: a square grid with an odd side is needed, 9, 25, 49, ... points, row by "
+        "row from the top left");
+  }
+  RequireOrder(file, points, side);
+  if (grid.size.width > 0) RequireInPicture(file, points, grid.size);
+  return FitPoints(file, std::move(points), grid, parameters);
+}
+
+LensFit FitLensToCamera(const Camera& camera, const std::string& parameters) {
+  // Points to whole pixels, as the fit takes them: many, so that their rounding evens out.
+  constexpr int kSide = 41;
+  constexpr double kMostResidual = 2;  // of a bend that a cubic follows; rounding alone leaves 0.7
+  const auto [width, height] = camera.size;
+  const auto stepOf = [](int size) { return std::ceil(size / double(kSide - 1)); };
+  const Grid grid = {.step = {stepOf(width), stepOf(height)},
+                     .size = camera.size,
+                     .pitch = UnitPerPixel(camera) * stepOf(width),
+                     .maxResidual = kMostResidual};
+  const RectifiedPlaces places(camera);
+  std::vector<int> points;
+  for (int row = 0; row < kSide; ++row) {
+    for (int column = 0; column < kSide; ++column) {
+      const Point seen = places.SeenAt(width / 2 + (column - kSide / 2) * grid.step.across,
+                                       height / 2 + (row - kSide / 2) * grid.step.down);
+      constexpr double kFarthest = 32767;
+      if (!(std::abs(seen.x) <= kFarthest && std::abs(seen.y) <= kFarthest)) {
+        throw Failure("the camera's bend is not known all over the rectified picture");
+      }
+      points.push_back(static_cast<int>(std::lround(seen.x)));
+      points.push_back(static_cast<int>(std::lround(seen.y)));
+    }
+  }
+  return FitPoints("the camera's bend", std::move(points), grid, parameters);
 }
 
 LensCorrection::LensCorrection(std::string path, const Note& note) : path_(std::move(path)) {

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "kit/calibration/camera.h"
 #include "kit/calibration/parameter_file.h"
 #include "kit/geometry.h"
 #include "quillon/quillon.h"
@@ -41,6 +42,11 @@ struct Grid {
 // Throws Failure naming file and line, also for points in another order and for residuals beyond
 // the limit: then nothing is written.
 LensFit FitLens(const std::string& points, const Grid& grid, const std::string& parameters);
+
+// The same from a camera: pictures come out as the rectifier has them, all over, but for what whole
+// pixels leave and as far as a cubic follows the bend. Throws Failure, and writes nothing, where it
+// does not.
+LensFit FitLensToCamera(const Camera& camera, const std::string& parameters);
 
 // Holds the parameters of a file and the map for pictures of one size.
 class LensCorrection {

@@ -83,44 +83,149 @@ struct Step {
   double position, height, blur;
 };
 
-// Fits the blurred step to samples first ... last, starting at the sample `peak`.
-std::optional<Step> FitStep(const std::vector<double>& grey, int first, int last, int peak) {
-  const auto begin = grey.begin() + first, end = grey.begin() + last + 1;
-  const auto count = static_cast<size_t>(end - begin);
-  if (count < 4) return {};
-  const double rise = *(end - 1) - *begin;
-  std::vector<double> p = {static_cast<double>(peak), rise, 1, (*begin + *(end - 1)) / 2};
+// What a profile shows at one place: the step that fits best if grey is even on both sides of it,
+// and that between two ramps, where there is one.
+struct Fitted {
+  Step even = {}, ramps = {};
+  double evenSquares = 0, rampsSquares = 0;  // of what is left near the step
+  size_t free = 0;  // samples beyond the parameters with ramps; 0: no ramps
+};
+
+// The integral of the blurred step of height 1: 0 far before it, u far behind it.
+double Ramp(double u, double blur) {
+  const double v = u / blur;
+  constexpr double kRoot = 0.3989422804014327;  // 1 / sqrt(2 pi)
+  return u * std::erfc(-v / std::numbers::sqrt2) / 2 + blur * kRoot * std::exp(-v * v / 2);
+}
+
+// Parameters of a step: position, height, blur and middle; where light changes beside it, how much
+// grey rises from sample to sample before and behind it too.
+constexpr size_t kStepOnly = 4, kStepAndRamps = 6;
+
+// Fits a step to the samples, which begin at `first`; returns the sum of squares that is left.
+double FitParameters(std::span<const double> samples, int first, std::vector<double>& p) {
+  const bool hasRamps = p.size() == kStepAndRamps;
   const auto residuals = [&](std::span<const double> q, std::span<double> out) {
     const double scale = 1 / (std::numbers::sqrt2 * q[2]);
-    for (size_t i = 0; i < count; ++i) {
+    for (size_t i = 0; i < samples.size(); ++i) {
       const double u = first + static_cast<double>(i) - q[0];
-      out[i] = q[3] + q[1] / 2 * std::erf(u * scale) - begin[static_cast<std::ptrdiff_t>(i)];
+      out[i] = q[3] + q[1] / 2 * std::erf(u * scale) - samples[i];
+      if (!hasRamps) continue;
+      const double behind = Ramp(u, std::abs(q[2]));
+      out[i] += q[4] * (u - behind) + q[5] * behind;
     }
   };
-  Minimise(residuals, count, 1e-5, p, 20);
+  return Minimise(residuals, samples.size(), 1e-5, p, 20);
+}
+
+// Whether light changes beside the steps, such as over a bevel or in a shadow. Ramps make a place
+// less certain, so they must be plain to see: what they take of the squares lies many standard
+// deviations above what they would take of noise (the F test's mean and deviation). Steps of one
+// shape are judged together, for they lie in the same light.
+bool HaveRamps(std::span<const Fitted> steps) {
+  double even = 0, ramps = 0, count = 0, free = 0;
+  for (const Fitted& step : steps) {
+    if (step.free == 0) continue;
+    even += step.evenSquares;
+    ramps += step.rampsSquares;
+    free += static_cast<double>(step.free);
+    ++count;
+  }
+  if (free == 0) return false;
+  constexpr double kParameters = kStepAndRamps - kStepOnly, kDeviations = 20;
+  const double most = 1 + kDeviations * std::sqrt(2 / (kParameters * count) + 2 / free);
+  return (even - ramps) / (kParameters * count) > most * ramps / free;
+}
+
+const Step& Chosen(const Fitted& step, bool haveRamps) {
+  return haveRamps && step.free > 0 ? step.ramps : step.even;
+}
+
+// The step of these parameters; nothing where it is not the one at the sample `peak`.
+std::optional<Step> StepOf(std::span<const double> p, std::span<const double> samples,
+                           double peak) {
   constexpr double kFarthestFromPeak = 2, kMostBlur = 10;
   const double blur = std::abs(p[2]), height = p[2] < 0 ? -p[1] : p[1];
   if (!(std::abs(p[0] - peak) <= kFarthestFromPeak && blur <= kMostBlur)) return {};
   // Where the step is wider than the samples, its height is only guessed: no more than they show.
-  const auto [least, most] = std::minmax_element(begin, end);
+  const auto [least, most] = std::minmax_element(samples.begin(), samples.end());
   const double shown = *most - *least;
   return Step{p[0], std::clamp(height, -shown, shown), blur};
 }
 
-// Samples where the slope is steepest among those of its sign.
+// Adds the step between two ramps. They are straight near the step only, so few samples around it
+// are taken, first about the even step, then about what that gives.
+void FitRamps(const std::vector<double>& grey, int first, int last, Fitted& fitted) {
+  constexpr int kReach = 5, kRounds = 2;
+  constexpr double kBlurOfAStart = 1;  // where an even step is blurred more, ramps may be why
+  const Step& even = fitted.even;
+  double centre = even.position;
+  for (int round = 0; round < kRounds; ++round) {
+    const int begin = std::max(first, static_cast<int>(std::lround(centre)) - kReach);
+    const int end = std::min(last, static_cast<int>(std::lround(centre)) + kReach);
+    if (end - begin + 1 <= static_cast<int>(kStepAndRamps)) return;
+    const std::span<const double> samples(grey.data() + begin, grey.data() + end + 1);
+    const double middle = (samples.front() + samples.back()) / 2;
+    std::vector<double> p = {even.position, even.height, even.blur, middle};
+    fitted.evenSquares = FitParameters(samples, begin, p);
+    std::vector<double> q = {centre, even.height, std::min(even.blur, kBlurOfAStart), middle, 0, 0};
+    fitted.rampsSquares = FitParameters(samples, begin, q);
+    const auto ramps = StepOf(q, samples, even.position);
+    fitted.free = 0;
+    if (!ramps || ramps->height * even.height <= 0) return;
+    fitted.ramps = *ramps;
+    fitted.free = samples.size() - kStepAndRamps;
+    centre = ramps->position;
+  }
+}
+
+// Fits the blurred step to samples first ... last, starting at the sample `peak`.
+std::optional<Fitted> FitStep(const std::vector<double>& grey, int first, int last, int peak) {
+  const std::span<const double> samples(grey.data() + first, grey.data() + last + 1);
+  if (samples.size() < kStepOnly) return {};
+  std::vector<double> p = {static_cast<double>(peak), samples.back() - samples.front(), 1,
+                           (samples.front() + samples.back()) / 2};
+  FitParameters(samples, first, p);
+  const auto even = StepOf(p, samples, peak);
+  if (!even) return {};
+  Fitted fitted = {.even = *even};
+  FitRamps(grey, first, last, fitted);
+  return fitted;
+}
+
+// The upper one of two in the middle; there is one value at least.
+double MedianOf(std::vector<double>& values) {
+  const auto half = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
+  std::nth_element(values.begin(), half, values.end());
+  return *half;
+}
+
+// Samples where the slope is steepest among those of its sign. A shoulder of a step, between which
+// and the step the slope does not fall to half of the shoulder's, is no step of its own.
 std::vector<int> Peaks(const std::vector<double>& slopes, double least) {
   std::vector<int> peaks;
   for (int i = 0; i < static_cast<int>(slopes.size()); ++i) {
     const auto at = static_cast<size_t>(i);
     const double size = std::abs(slopes[at]);
     if (size < least) continue;
-    // Of equal neighbours the first.
     const auto signedSize = [&](size_t other) {
       return slopes[at] > 0 ? slopes[other] : -slopes[other];
     };
+    // Of equal neighbours the first.
     const bool overLeft = i == 0 || size > signedSize(at - 1);
     const bool overRight = at + 1 == slopes.size() || size >= signedSize(at + 1);
-    if (overLeft && overRight) peaks.push_back(i);
+    if (!overLeft || !overRight) continue;
+    bool isShoulder = false;
+    while (!peaks.empty() && !isShoulder) {
+      const auto before = static_cast<size_t>(peaks.back());
+      double lowest = size;
+      for (size_t k = before; k < at; ++k) lowest = std::min(lowest, signedSize(k));
+      const double lesser = std::min(size, signedSize(before));
+      if (lowest < lesser / 2) break;
+      isShoulder = signedSize(before) >= size;
+      if (!isShoulder) peaks.pop_back();
+    }
+    if (!isShoulder) peaks.push_back(i);
   }
   return peaks;
 }
@@ -141,8 +246,8 @@ void Keep(EdgeOrder order, std::vector<Found>& found, Strength strength) {
   found = {found[kept]};
 }
 
-// A step of a profile, from the middle of the profile.
-std::vector<Step> StepsOf(const Profile& profile, const EdgeRule& rule) {
+// The steps of a profile, from the middle of the profile.
+std::vector<Fitted> StepsOf(const Profile& profile, const EdgeRule& rule) {
   const int count = static_cast<int>(profile.grey.size());
   if (count < 4) return {};
   const std::vector<double> slopes = Slopes(profile.grey, rule.smoothing);
@@ -151,50 +256,61 @@ std::vector<Step> StepsOf(const Profile& profile, const EdgeRule& rule) {
   const double least =
       rule.minStrength / (std::sqrt(2 * std::numbers::pi) * Length(rule.smoothing, kExpectedBlur));
   const std::vector<int> peaks = Peaks(slopes, least);
-  std::vector<Step> steps;
+  std::vector<Fitted> steps;
   for (size_t i = 0; i < peaks.size(); ++i) {
-    // Up to halfway to the next candidate, and no farther than a step's blur reaches.
+    // Up to halfway to the next candidate, and no farther than a step's blur reaches. What is much
+    // less steep is light that changes beside the step.
     constexpr int kReach = 9;
+    constexpr double kMuchLess = 0.25;
+    const auto size = [&](size_t k) { return std::abs(slopes[static_cast<size_t>(peaks[k])]); };
+    const auto cuts = [&](size_t k) { return size(k) >= kMuchLess * size(i); };
     int first = std::max(0, peaks[i] - kReach), last = std::min(count - 1, peaks[i] + kReach);
-    if (i > 0) first = std::max(first, (peaks[i - 1] + peaks[i] + 1) / 2);
-    if (i + 1 < peaks.size()) last = std::min(last, (peaks[i] + peaks[i + 1]) / 2);
-    const auto step = FitStep(profile.grey, first, last, peaks[i]);
-    if (!step || std::abs(step->height) < rule.minStrength) continue;
-    steps.push_back({profile.begin + step->position, step->height, step->blur});
+    for (size_t k = 0; k < peaks.size(); ++k) {
+      if (k < i && cuts(k)) first = std::max(first, (peaks[k] + peaks[i] + 1) / 2);
+      if (k > i && cuts(k)) last = std::min(last, (peaks[i] + peaks[k]) / 2);
+    }
+    auto step = FitStep(profile.grey, first, last, peaks[i]);
+    if (!step || std::abs(step->even.height) < rule.minStrength) continue;
+    step->even.position += profile.begin;
+    step->ramps.position += profile.begin;
+    steps.push_back(*step);
   }
   return steps;
 }
 
-void KeepSteps(const EdgeRule& rule, std::vector<Step>& steps) {
-  std::erase_if(steps, [&](const Step& step) { return !HasSign(step.height, rule.sign); });
-  Keep(rule.order, steps, [](const Step& step) { return std::abs(step.height); });
+void KeepSteps(const EdgeRule& rule, std::vector<Fitted>& steps) {
+  std::erase_if(steps, [&](const Fitted& step) { return !HasSign(step.even.height, rule.sign); });
+  Keep(rule.order, steps, [](const Fitted& step) { return std::abs(step.even.height); });
 }
 
 // All steps, of either sign.
-std::vector<Step> StepsAcross(const GreyImage& image, const TurnedBox& box, const EdgeRule& rule) {
+std::vector<Fitted> StepsAcross(const GreyImage& image, const TurnedBox& box,
+                                const EdgeRule& rule) {
   const auto at = [&](double u, double k) { return box.At(u, k); };
   return StepsOf(ProfileOf(image, box.width, RowsOf(box.height), at), rule);
 }
 
-Edge EdgeOf(const TurnedBox& box, const Step& step) {
+// Of a step that is judged alone.
+Edge EdgeOf(const TurnedBox& box, const Fitted& fitted) {
+  const Step& step = Chosen(fitted, HaveRamps({&fitted, 1}));
   return {box.At(step.position, 0), step.position + box.width / 2, step.height, step.blur};
 }
 
 }  // namespace
 
 std::vector<Edge> FindEdges(const GreyImage& image, const TurnedBox& box, const EdgeRule& rule) {
-  std::vector<Step> steps = StepsAcross(image, box, rule);
+  std::vector<Fitted> steps = StepsAcross(image, box, rule);
   KeepSteps(rule, steps);
   std::vector<Edge> edges;
   edges.reserve(steps.size());
-  for (const Step& step : steps) edges.push_back(EdgeOf(box, step));
+  for (const Fitted& step : steps) edges.push_back(EdgeOf(box, step));
   return edges;
 }
 
 std::vector<EdgePair> FindEdgePairs(const GreyImage& image, const TurnedBox& box,
                                     const EdgeRule& rule) {
   std::vector<Edge> edges;
-  for (const Step& step : StepsAcross(image, box, rule)) edges.push_back(EdgeOf(box, step));
+  for (const Fitted& step : StepsAcross(image, box, rule)) edges.push_back(EdgeOf(box, step));
   std::vector<EdgePair> pairs;
   for (size_t i = 0; i + 1 < edges.size(); ++i) {
     const Edge &first = edges[i], &second = edges[i + 1];
@@ -210,12 +326,31 @@ std::vector<EdgePair> FindEdgePairs(const GreyImage& image, const TurnedBox& box
 
 std::vector<Point> EdgesAcross(const GreyImage& image, const TurnedBox& box, int count,
                                const EdgeRule& rule) {
-  std::vector<Point> points;
   const double height = box.height / count;
+  std::vector<Fitted> found;
+  std::vector<Point> centres;  // of the part that each is from
   for (int i = 0; i < count; ++i) {
     const Point centre = box.At(0, (i + 0.5) * height - box.height / 2);
     const TurnedBox part = {{centre.x, centre.y, box.pose.degrees}, box.width, height};
-    for (const Edge& edge : FindEdges(image, part, rule)) points.push_back(edge.at);
+    std::vector<Fitted> steps = StepsAcross(image, part, rule);
+    KeepSteps(rule, steps);
+    found.insert(found.end(), steps.begin(), steps.end());
+    centres.insert(centres.end(), steps.size(), centre);
+  }
+  // The parts lie side by side in the same light, so ramps move all steps alike: by the median of
+  // what each tells, which even steps tell with less noise.
+  double moved = 0;
+  if (HaveRamps(found)) {
+    std::vector<double> moves;
+    for (const Fitted& step : found) {
+      if (step.free > 0) moves.push_back(step.ramps.position - step.even.position);
+    }
+    moved = MedianOf(moves);
+  }
+  std::vector<Point> points;
+  for (size_t i = 0; i < found.size(); ++i) {
+    const Pose part = {centres[i].x, centres[i].y, box.pose.degrees};
+    points.push_back(part.At(found[i].even.position + moved, 0));
   }
   return points;
 }
@@ -223,11 +358,8 @@ std::vector<Point> EdgesAcross(const GreyImage& image, const TurnedBox& box, int
 // A ray's samples lie on arcs about the centre, so that a circle's edge is straight in its profile.
 std::vector<Point> EdgesAround(const GreyImage& image, const Annulus& ring, int count, double width,
                                const EdgeRule& rule) {
-  struct Found {
-    double degrees;
-    Step step;  // its position is the radius
-  };
-  std::vector<Found> found;
+  std::vector<Fitted> found;
+  std::vector<double> directions;  // of the ray that each is from
   const double middle = (ring.inner + ring.outer) / 2;
   for (int i = 0; i < count; ++i) {
     const double degrees = 360.0 * i / count;
@@ -235,25 +367,24 @@ std::vector<Point> EdgesAround(const GreyImage& image, const Annulus& ring, int 
       const Pose ray = {ring.centre.x, ring.centre.y, degrees + k / middle / kRadians};
       return ray.At(middle + u, 0);
     };
-    std::vector<Step> steps =
+    std::vector<Fitted> steps =
         StepsOf(ProfileOf(image, ring.outer - ring.inner, RowsOf(width), at), rule);
     KeepSteps(rule, steps);
-    for (const Step& step : steps) {
-      found.push_back({degrees, {middle + step.position, step.height, step.blur}});
-    }
+    found.insert(found.end(), steps.begin(), steps.end());
+    directions.insert(directions.end(), steps.size(), degrees);
   }
   if (found.empty()) return {};
   // Blur draws the edge of a disc or a hole towards its centre, by blur^2 / (2 * radius): the
   // neighbourhood of the outline holds more of what is outside. What all rays tell of the blur, by
   // its median, takes that back.
-  const auto half = found.begin() + static_cast<std::ptrdiff_t>(found.size() / 2);
-  std::nth_element(found.begin(), half, found.end(),
-                   [](const Found& a, const Found& b) { return a.step.blur < b.step.blur; });
-  const double blur = half->step.blur;
+  const bool haveRamps = HaveRamps(found);
+  std::vector<double> blurs;
+  for (const Fitted& step : found) blurs.push_back(Chosen(step, haveRamps).blur);
+  const double blur = MedianOf(blurs);
   std::vector<Point> points;
-  for (const auto& [degrees, step] : found) {
-    const double radius = step.position;
-    const Pose ray = {ring.centre.x, ring.centre.y, degrees};
+  for (size_t i = 0; i < found.size(); ++i) {
+    const double radius = middle + Chosen(found[i], haveRamps).position;
+    const Pose ray = {ring.centre.x, ring.centre.y, directions[i]};
     points.push_back(ray.At(radius + blur * blur / (2 * radius), 0));
   }
   return points;

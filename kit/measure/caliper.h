@@ -6,9 +6,11 @@
 //
 //   grey(u) = middle + step * erf((u - position) / (sqrt(2) * blur)) / 2,
 //
-// whose four unknowns are fitted by least squares: the most likely ones under even noise. The
-// method is that of Hagara and Kulla, "Edge detection with sub-pixel accuracy based on
-// approximation of edge with erf function", Radioengineering 20 (2), 2011.
+// whose four unknowns are fitted by least squares: the most likely ones under even noise. Where
+// grey clearly changes beside the step - a bevel, a shadow - it is taken as a step between two
+// ramps that is blurred as a whole: a step without ramps would be drawn to the side. The method is
+// that of Hagara and Kulla, "Edge detection with sub-pixel accuracy based on approximation of edge
+// with erf function", Radioengineering 20 (2), 2011.
 #pragma once
 
 #include <optional>

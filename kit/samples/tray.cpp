@@ -147,12 +147,20 @@ constexpr double kBevel = 5;
 // What separates parts from ground for certain, rounding in the conversion to grey included.
 constexpr double kDarkestPart = kPartLevel + 18, kBrightestGround = kPartLevel - 22;
 
-double Ground(int x, int y, int width, int height) {
-  const double across = (x - 0.30 * width) / width, down = (y - 0.25 * height) / height;
+// A picture with `fine` pixels a side for each that parts are measured in.
+struct Canvas {
+  int width, height, fine;  // without `fine`
+
+  Point Place(int x, int y) const { return {(x + 0.5) / fine - 0.5, (y + 0.5) / fine - 0.5}; }
+};
+
+double Ground(Point p, double grain, const Canvas& canvas) {
+  const double across = (p.x - 0.30 * canvas.width) / canvas.width;
+  const double down = (p.y - 0.25 * canvas.height) / canvas.height;
   const double falloff = 1 - 0.55 * (across * across + down * down);
   // A fine ribbing of the tray, and grain.
-  const double ribs = std::sin(y * std::numbers::pi / 6);
-  return 72 * falloff + 2.2 * ribs + 1.6 * Grain(x, y);
+  const double ribs = std::sin(p.y * std::numbers::pi / 6);
+  return 72 * falloff + 2.2 * ribs + 1.6 * grain;
 }
 
 double Metal(const Placed& part, Point p, double distance) {
@@ -180,20 +188,21 @@ void Tinted(double grey, double share, const Tint& tint, double (&colour)[3]) {
 }
 
 // The ground, darkened where a part stands between it and the light.
-double ShadedGround(std::span<const Placed> parts, int x, int y, int width, int height) {
+double ShadedGround(std::span<const Placed> parts, Point p, double grain, const Canvas& canvas) {
   double shadow = 0;
   for (const Placed& part : parts) {
-    const Point towards = {x + kShadowLength * kLightX, y + kShadowLength * kLightY};
+    const Point towards = {p.x + kShadowLength * kLightX, p.y + kShadowLength * kLightY};
     const Point d = {towards.x - part.centre.x, towards.y - part.centre.y};
     const double near = part.kind->reach + kShadowBlur;
     if (d.x * d.x + d.y * d.y > near * near) continue;
     shadow = std::max(shadow, 1 - Smooth(-kShadowBlur, kShadowBlur, part.Distance(towards)));
   }
-  return Ground(x, y, width, height) * (1 - kShadowDepth * shadow);
+  return Ground(p, grain, canvas) * (1 - kShadowDepth * shadow);
 }
 
-void Draw(std::span<const Placed> placed, int width, int height, ColourImage& image,
+void Draw(std::span<const Placed> placed, const Canvas& canvas, ColourImage& image,
           std::vector<DrawnPart>& drawn) {
+  const int width = canvas.width * canvas.fine, height = canvas.height * canvas.fine;
   image.Create(width, height);
   if (!image.bits) throw OutOfMemory("a sample image");
   drawn.clear();
@@ -203,7 +212,7 @@ void Draw(std::span<const Placed> placed, int width, int height, ColourImage& im
 
   for (int y = 0; y < height; ++y) {
     for (int x = 0; x < width; ++x) {
-      const Point p = {static_cast<double>(x), static_cast<double>(y)};
+      const Point p = canvas.Place(x, y);
       size_t nearest = 0;
       double distance = 1e9;
       for (size_t i = 0; i < placed.size(); ++i) {
@@ -215,8 +224,8 @@ void Draw(std::span<const Placed> placed, int width, int height, ColourImage& im
       }
 
       const bool inside = distance <= 0;
-      const double covered = Clamp01(0.5 - distance);
-      const double ground = ShadedGround(placed, x, y, width, height);
+      const double covered = Clamp01(0.5 - distance * canvas.fine);
+      const double ground = ShadedGround(placed, p, Grain(x, y), canvas);
       double grey = ground, colour[3] = {};
       if (covered > 0) {
         const double metal = Metal(placed[nearest], p, distance);
@@ -275,15 +284,15 @@ std::vector<Placed> PlaceParts(uint32_t seed, int width, int height) {
 }  // namespace
 
 void DrawTray(uint32_t seed, int width, int height, ColourImage& image,
-              std::vector<DrawnPart>& parts) {
-  Draw(PlaceParts(seed, width, height), width, height, image, parts);
+              std::vector<DrawnPart>& parts, int fine) {
+  Draw(PlaceParts(seed, width, height), {width, height, fine}, image, parts);
 }
 
 void DrawBracket(ColourImage& image) {
   constexpr int kSide = 150;
   const Placed bracket(kBracketKind, {(kSide - 1) / 2.0, (kSide - 1) / 2.0}, 0);
   std::vector<DrawnPart> part;
-  Draw({&bracket, 1}, kSide, kSide, image, part);
+  Draw({&bracket, 1}, {kSide, kSide, 1}, image, part);
 }
 
 }  // namespace quillon::kit

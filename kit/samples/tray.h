@@ -23,9 +23,10 @@ struct DrawnPart {
 constexpr int kPartLevel = 124;
 
 // The tray of this seed. Parts neither touch each other nor the border; they come in the order of
-// their topmost pixels.
+// their topmost pixels. With `fine` above 1 the same tray is drawn with so many pixels a side for
+// each: where outlines lie within a pixel shows only so.
 void DrawTray(uint32_t seed, int width, int height, ColourImage& image,
-              std::vector<DrawnPart>& parts);
+              std::vector<DrawnPart>& parts, int fine = 1);
 
 // One bracket alone, not turned, in the middle of a small picture: a template for searches.
 void DrawBracket(ColourImage& image);

@@ -6,12 +6,15 @@
 #include <cmath>
 #include <filesystem>
 
+#include "cli/drawn_trays.h"
+#include "cli/drawn_views.h"
+#include "cli/found.h"
 #include "cli/host.h"
 #include "kit/calibration/camera.h"
+#include "kit/calibration/lens.h"
 #include "kit/errors.h"
 #include "kit/images/image_files.h"
 #include "kit/measure/fit.h"
-#include "kit/operations/operation.h"
 #include "kit/recipe/inspector.h"
 #include "quillon/quillon.h"
 
@@ -44,15 +47,6 @@ void DrawShapes(GreyImage& image) {
       image.rows[y][x] = static_cast<unsigned char>(std::lround(50 + 150 * share));
     }
   }
-}
-
-std::vector<kit::Thing> Found(const GreyImage& image, const std::string& operation,
-                              const Json& arguments) {
-  const kit::Operation& row = *kit::FindOperation(operation);
-  kit::ReadyOperation ready(row, ReadValues(row, arguments));
-  kit::Content content;
-  ready.Run({&image, nullptr}, {}, content);
-  return std::move(content.things);
 }
 
 struct Case {
@@ -118,7 +112,7 @@ TEST(Measuring, SaysWhatWasDrawn) {
   const kit::Thing kept = Found(image, "fit-circle", rays)[0];
   EXPECT_GT(kept.refused, 5);
   EXPECT_EQ(kept.refused + kept.used, 72);
-  EXPECT_LT(kept.form, 0.06);
+  EXPECT_LT(kept.form, 0.08);
   Json all = rays;
   all["refuse"] = 1e9;
   EXPECT_GT(Found(image, "fit-circle", all)[0].form, 2);
@@ -261,36 +255,15 @@ TEST(Measuring, PlacesFollowAndMeasurementsMakeOthers) {
 
 // ---- cameras ------------------------------------------------------------------------------------
 
-// A board of squares before a camera, softened; its corners are where columns and rows are whole.
+// A board of squares before a camera, softened; the light falls off to the right.
 void DrawBoard(const kit::Lens& lens, const kit::BoardPlace& place, GreyImage& image) {
-  // The plane as the camera sees it: three points of it tell where a ray meets it.
-  image.Create(400, 300);
-  for (int y = 0; y < image.height; ++y) {
-    double column = 4, row = 3;
-    for (int x = 0; x < image.width; ++x) {
-      // Newton's method from the place of the pixel before.
-      for (int round = 0; round < (x == 0 ? 30 : 4); ++round) {
-        const auto at = [&](double c, double r) {
-          const Point seen = place.Seen(c, r);
-          return lens.Project(seen.x, seen.y);
-        };
-        constexpr double kStep = 1e-5;
-        const Point here = at(column, row), right = at(column + kStep, row),
-                    below = at(column, row + kStep);
-        const double a = (right.x - here.x) / kStep, b = (below.x - here.x) / kStep;
-        const double c = (right.y - here.y) / kStep, d = (below.y - here.y) / kStep;
-        const double dx = x - here.x, dy = y - here.y, determinant = a * d - b * c;
-        column += (d * dx - b * dy) / determinant;
-        row += (a * dy - c * dx) / determinant;
-      }
-      const bool isOnBoard = column > -1 && column < 9 && row > -1 && row < 7;
-      const double squares = std::sin(column * 3.14159265358979) * std::sin(row * 3.14159265358979);
-      // The light falls off to the right.
-      const double light = 1 - 0.4 * x / image.width;
-      const double grey = isOnBoard ? 125 + 85 * std::tanh(6 * squares) : 220;
-      image.rows[y][x] = static_cast<unsigned char>(std::lround(light * grey));
-    }
-  }
+  DrawnPicture board = PlaneView(lens, place, {400, 300}, 2).Draw([](Point at) {
+    return 40 + 170 * Chessboard(at, 9, 7, 0.03);
+  });
+  board.Blur(1);
+  for (size_t i = 0; i < board.grey.size(); ++i) board.grey[i] *= 1 - 0.4 * double(i % 400) / 400;
+  std::mt19937_64 random;
+  board.To(image, 0, random);
 }
 
 TEST(Cameras, AreFoundFromDrawnBoardsAndTakenOutOfPictures) {
@@ -333,6 +306,36 @@ TEST(Cameras, AreFoundFromDrawnBoardsAndTakenOutOfPictures) {
   }
   EXPECT_LT(worst, 0.15) << square;
 
+  // The exports' table of it gives the same picture, all over: its map has whole pixels, which
+  // moves all of it by one or two.
+  std::vector<std::string> withTable = pictures;
+  for (const char* word : {"--board", "9", "7", "--square", "25"}) withTable.emplace_back(word);
+  withTable.insert(withTable.end(), {"--table", scratch / "lens.bin"});
+  EXPECT_LT(QuillonJson(withTable)["tableWorst"], 2);
+  GreyImage tabled;
+  kit::LensCorrection(scratch / "lens.bin").Apply(image, tabled);
+  const auto same = kit::FindChessboard(tabled, {9, 7});
+  ASSERT_EQ(same.size(), corners.size());
+  Point moved = {0, 0};
+  for (size_t i = 0; i < same.size(); ++i) {
+    moved.x += (same[i].at.x - corners[i].at.x) / double(same.size());
+    moved.y += (same[i].at.y - corners[i].at.y) / double(same.size());
+  }
+  EXPECT_LT(std::hypot(moved.x, moved.y), 2);
+  for (size_t i = 0; i < same.size(); ++i) {
+    EXPECT_NEAR(same[i].at.x - moved.x, corners[i].at.x, 1.6) << i;
+    EXPECT_NEAR(same[i].at.y - moved.y, corners[i].at.y, 1.6) << i;
+  }
+  int covered = 0, missing = 0;
+  for (int y = 0; y < flat.height; ++y) {
+    for (int x = 0; x < flat.width; ++x) {
+      covered += flat.rows[y][x] > 0;
+      missing += flat.rows[y][x] > 0 && tabled.rows[y][x] == 0;
+    }
+  }
+  EXPECT_GT(covered, 100'000);
+  EXPECT_LT(missing, covered / 200);
+
   // What is not good enough is refused by its number, and nothing is written.
   std::filesystem::remove(scratch / "camera.json");
   const auto expectRefusal = [&](std::vector<std::string> refused, const char* words) {
@@ -342,8 +345,8 @@ TEST(Cameras, AreFoundFromDrawnBoardsAndTakenOutOfPictures) {
     EXPECT_FALSE(std::filesystem::exists(scratch / "camera.json"));
   };
   std::vector<std::string> strict = command;
-  strict.insert(strict.end(), {"--max-rms", "0.05"});
-  expectRefusal(strict, "beyond the limit of 0.05");
+  strict.insert(strict.end(), {"--max-rms", "0.01"});
+  expectRefusal(strict, "beyond the limit of 0.01");
   GreyImage blank;
   blank.Create(400, 300);
   kit::WriteImage(scratch / "blank.png", blank);
@@ -361,6 +364,30 @@ TEST(Cameras, AreFoundFromDrawnBoardsAndTakenOutOfPictures) {
                                  "--parameters", scratch / "large.json"});
   EXPECT_EQ(answer.exitCode, 1);
   EXPECT_NE(answer.err.find("32767 x 32767"), std::string::npos) << answer.err;
+}
+
+// From boards to millimetres: the recipe's own limits are 0.02 mm around what was drawn.
+// bench/accuracy/tray_accuracy.cpp does it with more trays.
+TEST(Cameras, BracketsOnTraysAreMeasuredInMillimetres) {
+  const Scratch scratch;
+  TrayCamera camera(5, scratch / "camera.json");
+  EXPECT_LT(camera.Rms(), 0.1);
+  const std::string example = InProgramFolder("recipes/measure-brackets.json");
+  const kit::recipe::Recipe recipe =
+      kit::recipe::MakeRecipe(RecipeForCamera(example, scratch / "camera.json"));
+  kit::recipe::Inspector inspector(recipe, {InProgramFolder("recipes")});
+  for (const uint32_t seed : {5, 6}) {
+    GreyImage image;
+    int brackets = 0;
+    camera.Take(seed, image, brackets);
+    const auto record = inspector.Inspect(image);
+    EXPECT_EQ(NameOf(record.verdict), std::string("pass")) << seed << record.error;
+    BracketErrors errors;
+    ASSERT_TRUE(AddErrors(recipe, inspector, brackets, errors)) << seed;
+    for (const auto& list : {errors.diameters, errors.distances, errors.angles}) {
+      for (const double error : list) EXPECT_LT(std::abs(error), 0.02) << seed;
+    }
+  }
 }
 
 }  // namespace
