@@ -118,7 +118,7 @@ void FitRound(const Call& call) {
 
 // Pixels whose centres lie in the box.
 void MeasureGreys(const Call& call) {
-  const TurnedBox box = BoxIn(call);
+  const TurnedBox box = BoxOf(call.values);
   const GreyImage& image = *call.a.grey;
   const auto corners = box.Corners();
   const auto [left, right] = std::minmax({corners[0], corners[2], corners[4], corners[6]});
