@@ -1,4 +1,4 @@
-// quillon calibrate-camera: a camera and its lens from pictures of a chessboard.
+// quillon calibrate-camera: a camera and its lens from pictures of a chessboard or a grid of dots.
 #include <algorithm>
 #include <memory>
 #include <sstream>
@@ -18,6 +18,7 @@ struct Options {
   std::string camera, plane, table;
   std::vector<std::string> images;
   std::vector<int> board;  // inner corners a side
+  bool dots = false;
   double square = 0, maxRms = kMostResiduals;
   Reading reading;
   Output output;
@@ -33,7 +34,9 @@ std::vector<BoardView> FindBoards(const Options& options, const std::vector<std:
     ReadImage(name, image, options.reading);
     if (size.width == 0) size = {image.width, image.height};
     RequirePictureSize("the pictures before '" + name, size, image);
-    views.push_back(ViewOfChessboard(name, image, {options.board[0], options.board[1]}));
+    const BoardSize board = {options.board[0], options.board[1]};
+    views.push_back(options.dots ? ViewOfDots(name, image, board)
+                                 : ViewOfChessboard(name, image, board));
   }
   return views;
 }
@@ -76,8 +79,8 @@ Findings Tell(const std::vector<BoardView>& views, const Camera& camera) {
   for (size_t i = 0; i < camera.lens.bend.size(); ++i) {
     findings.facts.push_back({names[i], "", camera.lens.bend[i]});
   }
-  findings.columns = {{"image", "PICTURE"},  {"corners", "CORNERS"}, {"rms", "RMS", 3},
-                      {"worst", "WORST", 3}, {"x", "AT X", 1},       {"y", "AT Y", 1}};
+  findings.columns = {{"image", "PICTURE"},  {"corners", "POINTS"}, {"rms", "RMS", 3},
+                      {"worst", "WORST", 3}, {"x", "AT X", 1},      {"y", "AT Y", 1}};
   for (size_t i = 0; i < views.size(); ++i) {
     const FittedView& fitted = camera.views[i];
     const Point worst = views[i].points[fitted.worstPoint].at;
@@ -119,21 +122,25 @@ void Run(const Options& options) {
 void AddCameraCalibration(Command top) {
   auto options = std::make_shared<Options>();
   const Command command =
-      top.Add("calibrate-camera", "Fit a camera and its lens to pictures of a chessboard")
+      top.Add("calibrate-camera",
+              "Fit a camera and its lens to pictures of a chessboard or of a grid of dots")
           .Under("calibration");
   command.AddFileToWrite("CAMERA", options->camera, "camera file to write (.json)").Required();
   command
       .AddFileToRead("IMAGE", options->images,
                      "pictures of the board; the first shows it lying where is measured")
       .Required();
-  command.AddOption("--board", options->board, "inner corners across and down")
+  command.AddOption("--board", options->board, "inner corners, or dots, across and down")
       .Required()
       .Values(2)
       .ShownAs("ACROSS DOWN")
       .Within(3, kMostCorners);
-  command.AddOption("--square", options->square, "side of the board's squares, in mm")
+  command
+      .AddOption("--square", options->square,
+                 "side of the board's squares, or from dot to dot, in mm")
       .Required()
       .Within(1e-6, 1e6);
+  command.AddFlag("--dots", options->dots, "the board is a grid of dots");
   command
       .AddFileToRead("--plane", options->plane,
                      "the picture whose board lies where is measured (default: the first)")

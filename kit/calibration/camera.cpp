@@ -4,6 +4,7 @@
 #include <cmath>
 #include <nlohmann/json.hpp>
 
+#include "kit/calibration/dots.h"
 #include "kit/errors.h"
 #include "kit/files/files.h"
 #include "kit/images/pixels.h"
@@ -255,15 +256,27 @@ Point BoardPlace::Seen(double column, double row) const {
   return {(at[0] + shift[0]) / depth, (at[1] + shift[1]) / depth};
 }
 
-BoardView ViewOfChessboard(const std::string& name, const GreyImage& image, BoardSize board) {
+namespace {
+
+BoardView ViewOf(const std::string& name, std::vector<BoardPoint> points, BoardSize board,
+                 const std::string& what, const std::string& counted) {
   constexpr size_t kFewestPoints = 12;  // a pose and a little more
-  BoardView view = {name, FindChessboard(image, board)};
-  if (view.points.size() >= kFewestPoints) return view;
+  if (points.size() >= kFewestPoints) return {name, std::move(points)};
   const bool isAny = board.columns == kAnyBoard.columns && board.rows == kAnyBoard.rows;
   const std::string size = std::to_string(board.columns) + " x " + std::to_string(board.rows);
-  throw Failure("'" + name + "' shows " + std::to_string(view.points.size()) +
-                " corners of a board" + (isAny ? "" : " with " + size + " inner corners") +
-                "; at least " + std::to_string(kFewestPoints) + " are needed");
+  throw Failure("'" + name + "' shows " + std::to_string(points.size()) + " " + what +
+                " of a board" + (isAny ? "" : " with " + size + " " + counted) + "; at least " +
+                std::to_string(kFewestPoints) + " are needed");
+}
+
+}  // namespace
+
+BoardView ViewOfChessboard(const std::string& name, const GreyImage& image, BoardSize board) {
+  return ViewOf(name, FindChessboard(image, board), board, "corners", "inner corners");
+}
+
+BoardView ViewOfDots(const std::string& name, const GreyImage& image, BoardSize board) {
+  return ViewOf(name, FindDots(image, board), board, "dots", "dots");
 }
 
 void RequireResidualsWithin(double maxRms, const Camera& camera,

@@ -61,8 +61,10 @@ struct Camera {
 
 constexpr size_t kViewsForAll = 3;  // of fewer only the focal length, k1 and k2 are fitted
 
-// The corners of a picture that is called so. Throws Failure where it shows too few of them.
+// The corners, or the dots, of a picture that is called so. Throws Failure where it shows too few
+// of them.
 BoardView ViewOfChessboard(const std::string& name, const GreyImage& image, BoardSize board);
+BoardView ViewOfDots(const std::string& name, const GreyImage& image, BoardSize board);
 
 // Throws Failure where a view cannot be one of a flat board.
 Camera FitCamera(const std::vector<BoardView>& views, PictureSize size);

@@ -9,25 +9,10 @@
 
 #include <vector>
 
-#include "kit/geometry.h"
+#include "kit/calibration/board_grid.h"
 #include "quillon/image.h"
 
 namespace quillon::kit {
-
-// A corner and its place in the grid. Columns and rows begin at 0 with the outermost ones that were
-// seen; columns run to the right, rows down, as far as the board's turn lets them.
-struct BoardPoint {
-  Point at;
-  int column, row;
-};
-
-// Inner corners a side; which side is which does not matter.
-struct BoardSize {
-  int columns, rows;
-};
-
-constexpr int kMostCorners = 1000;  // a side
-constexpr BoardSize kAnyBoard = {kMostCorners, kMostCorners};
 
 // The largest grid of corners in the picture that is part of such a board, in the order of rows;
 // empty where there are not 9 of them.

@@ -246,10 +246,10 @@ void FindShapes(const Call& call) {
   auto& tool = static_cast<ShapeTool&>(*call.tool);
   const std::vector<FoundBlob> blobs = tool.finder.Find(*call.a.grey, tool.query);
   if (blobs.empty()) return;
-  const std::vector<BlobShape> shapes = ShapesOf(*call.a.grey, tool.finder.Binary());
-  for (const FoundBlob& blob : blobs) {
-    const BlobShape& shape = shapes.at(static_cast<size_t>(blob.number));
-    Thing thing = ThingOf(blob);
+  const std::vector<BlobShape> shapes = ShapesOf(*call.a.grey, tool.finder.Binary(), blobs);
+  for (size_t i = 0; i < blobs.size(); ++i) {
+    const BlobShape& shape = shapes[i];
+    Thing thing = ThingOf(blobs[i]);
     thing.x = shape.x;
     thing.y = shape.y;
     thing.mean = shape.mean;

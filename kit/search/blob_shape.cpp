@@ -1,11 +1,15 @@
 #include "kit/search/blob_shape.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstdint>
+#include <map>
 #include <numbers>
 #include <numeric>
+#include <string>
 
+#include "kit/errors.h"
 #include "kit/measure/grey_statistics.h"
 
 namespace quillon::kit {
@@ -177,17 +181,49 @@ std::vector<std::vector<BlobRun>> RunsOfBlobs(const GreyImage& binary) {
   return blobs;
 }
 
-std::vector<BlobShape> ShapesOf(const GreyImage& image, const GreyImage& binary) {
+std::vector<BlobShape> ShapesOf(const GreyImage& image, const GreyImage& binary,
+                                const std::vector<FoundBlob>& blobs) {
+  struct Group {
+    std::vector<BlobRun> runs;
+    BlobShape shape;
+  };
+  std::multimap<std::array<int, 5>, Group> groups;  // by box and area
+  for (std::vector<BlobRun>& runs : RunsOfBlobs(binary)) {
+    BlobShape shape = {.left = runs[0].first,
+                       .top = runs.front().row,
+                       .right = runs[0].last,
+                       .bottom = runs.back().row};
+    for (const BlobRun& run : runs) {
+      shape.left = std::min(shape.left, run.first);
+      shape.right = std::max(shape.right, run.last);
+    }
+    AddMoments(runs, shape);
+    const std::array key = {shape.left, shape.top, shape.right, shape.bottom,
+                            static_cast<int>(shape.area)};
+    groups.emplace(key, Group{std::move(runs), shape});
+  }
   std::vector<BlobShape> shapes;
   Surroundings surroundings(image, binary);
-  for (const std::vector<BlobRun>& runs : RunsOfBlobs(binary)) {
-    BlobShape& shape = shapes.emplace_back();
-    AddMoments(runs, shape);
+  for (const FoundBlob& blob : blobs) {
+    const auto range =
+        groups.equal_range({blob.left, blob.top, blob.right, blob.bottom, blob.feature.area});
+    // Of several with one box and area, the one whose centre is nearest.
+    const auto away = [&](const BlobShape& shape) {
+      return std::abs(shape.x - blob.feature.centreX) + std::abs(shape.y - blob.feature.centreY);
+    };
+    const auto found = std::min_element(
+        range.first, range.second,
+        [&](const auto& a, const auto& b) { return away(a.second.shape) < away(b.second.shape); });
+    if (found == range.second) {
+      throw Failure("blob " + std::to_string(blob.number) + " has no pixels");
+    }
+    auto& [runs, shape] = found->second;
     shape.hull = HullArea(runs);
     shape.convexity = shape.area / shape.hull;
     AddGreys(runs, image, shape);
     const double around = surroundings.MeanAround(runs);
     shape.contrast = std::isfinite(around) ? shape.mean - around : 0;
+    shapes.push_back(shape);
   }
   return shapes;
 }

@@ -93,4 +93,12 @@ double Chessboard(Point at, int columns, int rows, double softness) {
   return 0.5 + 0.5 * side(at.x) * side(at.y);
 }
 
+double Dots(Point at, int columns, int rows, double radius, double softness) {
+  const double column = std::clamp(std::round(at.x), 0.0, columns - 1.0);
+  const double row = std::clamp(std::round(at.y), 0.0, rows - 1.0);
+  const double outside =
+      std::sqrt((at.x - column) * (at.x - column) + (at.y - row) * (at.y - row)) - radius;
+  return std::clamp(0.5 + outside / (2 * softness), 0.0, 1.0);
+}
+
 }  // namespace quillon::test

@@ -42,4 +42,7 @@ class PlaneView {
 // parts of a pixel tell then where they lie.
 double Chessboard(kit::Point at, int columns, int rows, double softness);
 
+// Dots of this radius at whole columns and rows from 0 on, in the same way.
+double Dots(kit::Point at, int columns, int rows, double radius, double softness);
+
 }  // namespace quillon::test

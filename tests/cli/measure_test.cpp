@@ -366,6 +366,54 @@ TEST(Cameras, AreFoundFromDrawnBoardsAndTakenOutOfPictures) {
   EXPECT_NE(answer.err.find("32767 x 32767"), std::string::npos) << answer.err;
 }
 
+// Dark and bright dots, turned, aslant, partly out of the picture, in light that falls off by half.
+TEST(Cameras, AreFoundFromDrawnDots) {
+  const Scratch scratch;
+  const kit::Lens lens = {420, 415, 205, 146, {-0.2, 0.05, 0.001, -0.001, 0}};
+  const kit::BoardPlace places[] = {{{0.05, -0.1, 0.15}, {-4, -3, 15}},
+                                    {{0.4, 0.1, -0.2}, {-4.2, -2.6, 14}},
+                                    {{-0.1, 0.4, 0.1}, {-3.6, -3.2, 15}},
+                                    {{0.05, 0.1, 0.6}, {-1.5, -4.2, 12}},
+                                    {{0.1, -0.4, 0.3}, {-3, -4, 12}}};
+  for (const bool areDark : {true, false}) {
+    std::vector<std::string> command = {"calibrate-camera", scratch / "camera.json"};
+    std::mt19937_64 random(7);
+    for (const kit::BoardPlace& place : places) {
+      DrawnPicture board = PlaneView(lens, place, {400, 300}, 2).Draw([&](Point at) {
+        const double ground = Dots(at, 10, 8, 0.25, 0.03);
+        return 40 + 170 * (areDark ? ground : 1 - ground);
+      });
+      board.Blur(0.8);
+      for (size_t i = 0; i < board.grey.size(); ++i)
+        board.grey[i] *= 1 - 0.5 * double(i % 400) / 400;
+      GreyImage image;
+      board.To(image, 3, random);
+      kit::WriteImage(command.emplace_back(scratch / (std::to_string(command.size()) + ".png")),
+                      image);
+    }
+    for (const char* word : {"--board", "10", "8", "--square", "25", "--dots"}) {
+      command.emplace_back(word);
+    }
+    const nlohmann::json told = QuillonJson(command);
+    EXPECT_LT(told["rms"], 0.12) << told;
+    EXPECT_NEAR(told["fx"], lens.fx, 4);
+    EXPECT_NEAR(told["fy"], lens.fy, 4);
+    for (const auto& view : told["views"]) EXPECT_GT(view["corners"], 50) << view;
+    EXPECT_EQ(told["views"][0]["corners"], 80);
+  }
+  // A chessboard has no dots.
+  GreyImage chessboard;
+  DrawBoard(lens, places[0], chessboard);
+  kit::WriteImage(scratch / "chessboard.png", chessboard);
+  const Answer refused =
+      Quillon({"calibrate-camera", scratch / "none.json", scratch / "chessboard.png", "--board",
+               "10", "8", "--square", "25", "--dots"});
+  EXPECT_EQ(refused.exitCode, 1);
+  EXPECT_NE(refused.err.find("dots of a board with 10 x 8 dots; at least 12 are needed"),
+            std::string::npos)
+      << refused.err;
+}
+
 // From boards to millimetres: the recipe's own limits are 0.02 mm around what was drawn.
 // bench/accuracy/tray_accuracy.cpp does it with more trays.
 TEST(Cameras, BracketsOnTraysAreMeasuredInMillimetres) {

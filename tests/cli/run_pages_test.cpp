@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <functional>
 #include <map>
+#include <random>
 
 #include "cli/host.h"
 #include "cli/page.h"
@@ -263,6 +264,41 @@ TEST(RunExamples, FindWhatTheirNotesSay) {
       {"run", example("count-coins.json"), std::string(data) + "/photos/coins.png", "--json"});
   EXPECT_EQ(Json::parse(coins.out)["measurements"]["coins"], 24);
   EXPECT_EQ(coins.exitCode, 0) << coins.out;
+}
+
+TEST(RunExamples, DiametersOfCoinsAreStableUnderNoise) {
+  const char* const data = std::getenv("QUILLON_DATA");
+  if (!data || !std::filesystem::exists(std::string(data) + "/photos/coins.png")) {
+    GTEST_SKIP() << "QUILLON_DATA is not set: the coins are not measured";
+  }
+  GreyImage coins;
+  kit::ReadImage(std::string(data) + "/photos/coins.png", coins);
+  const recipe::Recipe recipe = recipe::ReadRecipe(InProgramFolder("recipes/measure-coins.json"));
+  recipe::Inspector inspector(recipe, {});
+  constexpr int kCopies = 10;
+  std::mt19937_64 random(1);
+  std::normal_distribution<double> noise(0, 5);
+  std::vector<std::vector<double>> diameters(24);
+  for (int copy = 0; copy < kCopies; ++copy) {
+    GreyImage noisy;
+    noisy.CopyFrom(&coins);
+    for (int y = 0; y < noisy.height; ++y) {
+      for (int x = 0; x < noisy.width; ++x) {
+        const double grey = std::clamp(noisy.rows[y][x] + noise(random), 0.0, 255.0);
+        noisy.rows[y][x] = static_cast<unsigned char>(std::lround(grey));
+      }
+    }
+    ASSERT_EQ(inspector.Inspect(noisy).verdict, recipe::Verdict::kPass);
+    const auto& rims = inspector.Of(recipe.steps.back().output).things;
+    ASSERT_EQ(rims.size(), diameters.size());
+    for (size_t i = 0; i < rims.size(); ++i) diameters[i].push_back(rims[i].diameter);
+  }
+  for (const std::vector<double>& coin : diameters) {
+    double mean = 0, squares = 0;
+    for (const double diameter : coin) mean += diameter / kCopies;
+    for (const double diameter : coin) squares += (diameter - mean) * (diameter - mean);
+    EXPECT_LT(std::sqrt(squares / (kCopies - 1)), 0.1) << mean;
+  }
 }
 
 }  // namespace
