@@ -3,7 +3,7 @@
 
 #include <stddef.h>
 
-#include "simd/vec.h"
+#include "simd/blocks.h"
 
 namespace quillon::QUILLON_LEVEL {
 namespace {
@@ -164,8 +164,8 @@ struct Box {
     } else {
       const Lanes sum = state[0] + row;
       state[0] = sum - state[1];
-#pragma GCC unroll 8
-      for (int i = 1; i < kSide - 1; ++i) state[i] = state[i + 1];
+      // Not a loop: a compiler makes a call of it that moves memory, and keeps the state there.
+      Unroll<kSide - 2>([&](auto i) { state[i + 1] = state[i + 2]; });
       state[kSide - 1] = row;
       return sum + kHalf;
     }

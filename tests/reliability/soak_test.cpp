@@ -9,7 +9,9 @@
 namespace quillon::test {
 namespace {
 
-#if defined(QUILLON_SANITIZED) || defined(QUILLON_EMULATED)
+#if defined(QUILLON_EMULATED)
+constexpr int kCalls = 2'000;
+#elif defined(QUILLON_SANITIZED)
 constexpr int kCalls = 10'000;
 #else
 constexpr int kCalls = 100'000;
