@@ -44,8 +44,9 @@ void BlackenOutside(const std::vector<std::array<int, 2>>& polygon, GreyImage& m
       if (y0 == y && y1 == y) MarkSpan(std::min(x0, x1), std::max(x0, x1), inside);
       if (y0 == y) MarkSpan(x0, x0, inside);
       if ((y0 <= y) == (y1 <= y)) continue;
-      const double along = static_cast<double>(int64_t{y} - y0) * (int64_t{x1} - x0);
-      crossings.push_back(x0 + along / static_cast<double>(int64_t{y1} - y0));
+      // Multiplied first: a crossing at a whole pixel comes out whole.
+      const double left = x0, top = y0;
+      crossings.push_back(left + (y - top) * (x1 - left) / (y1 - top));
     }
     std::sort(crossings.begin(), crossings.end());
     for (size_t i = 0; i + 1 < crossings.size(); i += 2) {
