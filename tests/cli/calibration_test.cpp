@@ -92,12 +92,15 @@ TEST(CalibrationCommands, UndistortPutsBentDotsBackOnTheirGrid) {
 // for.
 TEST(CalibrationCommands, ParameterFilesAreJudged) {
   const Scratch scratch;
-  const std::string in = scratch / "in.png", small = scratch / "small.png";
+  const std::string in = scratch / "in.png", small = scratch / "small.png",
+                    low = scratch / "low.png";
   const std::string lens = scratch / "lens.bin", gains = scratch / "gains.bin";
   const std::string csv = scratch / "points.csv", out = scratch / "out.png";
   GreyImage image;
   Fill(image, 400, 300, Content::kNoise);
   kit::WriteImage(in, image);
+  Fill(image, 400, 299, Content::kNoise);
+  kit::WriteImage(low, image);
   Fill(image, 120, 100, Content::kNoise);
   kit::WriteImage(small, image);
   const auto point = [](int column, int row) {
@@ -133,6 +136,8 @@ TEST(CalibrationCommands, ParameterFilesAreJudged) {
       {"undistort", lensBytes, "", in, 0, "quillon: note: '"},
       {"undistort", lensBytes, lensAbout, small, 1,
        "for pictures of 400 x 300, this one has 120 x 100"},
+      {"undistort", lensBytes, lensAbout, low, 1,
+       "for pictures of 400 x 300, this one has 400 x 299"},
       {"undistort", lensBytes, "", small, 1, "not in a picture of 120 x 100"},
       {"undistort", gainBytes, "", in, 1, "is no lens file: it has 2072 bytes, not 208"},
       {"undistort", lensBytes.substr(0, 100), "", in, 1, "it has 100 bytes, not 208"},
@@ -203,7 +208,10 @@ TEST(CalibrationCommands, ErrorsNameWhatIsWrong) {
   const Case cases[] = {
       {"", {"calibrate-flat-field", in, out}, 2, {"--target"}},
       {"", {"calibrate-flat-field", in, out, "--target", "256"}, 2, {"256", "255"}},
-      {"", {"calibrate-flat-field", in, out, "--target", "0"}, 2, {"'0' is not a whole number from 1 to 255"}},
+      {"",
+       {"calibrate-flat-field", in, out, "--target", "0"},
+       2,
+       {"'0' is not a whole number from 1 to 255"}},
       {"",
        {"calibrate-flat-field", in, out, "--target", "9", "--region", "5", "5", "0", "9"},
        1,

@@ -272,27 +272,29 @@ TEST(Inspection, BlankAndSmallBoards) {
 
 TEST(Inspection, PixelsLieInTheirDefects) {
   const SampleBoard board(2, 500, 400);
-  GreyImage good, tested;
+  GreyImage good;
   board.DrawGood(good);
-  const auto drawn = board.DrawTested(kAll, tested, {.x = 6, .y = -4});
   BoardInspector inspector;
   inspector.Teach(good);
-  const auto defects = inspector.Inspect(tested).defects;
-  ExpectEach(drawn, defects);
-  GreyImage ground;
-  IxMedianFilter3x3(&tested, &ground);
-  IxOtsuThreshold(&ground);
-  for (const Defect& defect : defects) {
-    const auto missing = inspector.Pixels(defect, Difference::kMissing);
-    const auto extra = inspector.Pixels(defect, Difference::kExtra);
-    EXPECT_EQ(static_cast<int>(missing.size()), defect.missing);
-    EXPECT_EQ(static_cast<int>(extra.size()), defect.extra);
-    // What is missing is ground in the picture, what is extra is material.
-    for (const kit::Point& p : missing) {
-      EXPECT_EQ(ground.rows[static_cast<int>(p.y)][static_cast<int>(p.x)], 255);
-    }
-    for (const kit::Point& p : extra) {
-      EXPECT_EQ(ground.rows[static_cast<int>(p.y)][static_cast<int>(p.x)], 0);
+  for (const auto& [x, y] : {std::pair(6, -4), std::pair(-9, 11)}) {
+    GreyImage tested, ground;
+    const auto drawn = board.DrawTested(kAll, tested, {.x = double(x), .y = double(y)});
+    const auto defects = inspector.Inspect(tested).defects;
+    ExpectEach(drawn, defects);
+    IxMedianFilter3x3(&tested, &ground);
+    IxOtsuThreshold(&ground);
+    for (const Defect& defect : defects) {
+      const auto missing = inspector.Pixels(defect, Difference::kMissing);
+      const auto extra = inspector.Pixels(defect, Difference::kExtra);
+      EXPECT_EQ(static_cast<int>(missing.size()), defect.missing);
+      EXPECT_EQ(static_cast<int>(extra.size()), defect.extra);
+      // What is missing is ground in the picture, what is extra is material.
+      for (const kit::Point& p : missing) {
+        EXPECT_EQ(ground.rows[static_cast<int>(p.y)][static_cast<int>(p.x)], 255);
+      }
+      for (const kit::Point& p : extra) {
+        EXPECT_EQ(ground.rows[static_cast<int>(p.y)][static_cast<int>(p.x)], 0);
+      }
     }
   }
 }

@@ -228,12 +228,14 @@ TEST(Measuring, PlacesFollowAndMeasurementsMakeOthers) {
     {"name": "sides", "operation": "edges", "input": "image", "follow": "bar", "box": [0, 3, 24, 8, 0]},
     {"name": "left", "operation": "fit-line", "input": "image", "follow": "bar", "box": [-5, 0, 8, 40, 0]},
     {"name": "end", "operation": "fit-line", "input": "image", "follow": "bar", "box": [0, -30, 8, 8, 90]},
+    {"name": "slanted", "operation": "edges", "input": "image", "box": [60, 50, 40, 4, 75], "select": "first"},
     {"name": "none", "operation": "fit-circle", "input": "image", "follow": "bar", "ring": [0, 80, 2, 9]}],
     "measurements": [
     {"name": "first", "input": "sides", "value": "position"},
     {"name": "last", "input": "sides", "value": "position", "which": "largest", "unit": "mm"},
     {"name": "width", "value": "last - first * 0.5mm / 1px", "min": 5.2, "max": 5.3},
     {"name": "angle", "input": ["left", "end"], "value": "angle-between", "min": 89.5},
+    {"name": "slant", "input": ["left", "slanted"], "value": "angle-between"},
     {"name": "away", "input": ["bar", "left"], "value": "distance-from-line", "unit": "mm"},
     {"name": "corner", "input": ["left", "end"], "value": "crossing-x"},
     {"name": "holes", "input": "none", "value": "count"},
@@ -246,7 +248,8 @@ TEST(Measuring, PlacesFollowAndMeasurementsMakeOthers) {
   ASSERT_EQ(record.error, "");
   EXPECT_EQ(NameOf(record.verdict), std::string("pass"));
   const double corner = kit::Pose{60, 50, 30}.At(-5.25, -30).x;
-  const std::optional<double> expected[] = {6.75, 8.625, 5.25, 90, 2.625, corner, 0, {}, {}, {}};
+  const std::optional<double> expected[] = {6.75,   8.625, 5.25, 90, 45, 2.625,
+                                            corner, 0,     {},   {}, {}};
   for (size_t i = 0; i < std::size(expected); ++i) {
     const std::string& name = recipe.measurements[i].name;
     ASSERT_EQ(record.values[i].has_value(), expected[i].has_value()) << name;
