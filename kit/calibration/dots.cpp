@@ -154,6 +154,7 @@ std::vector<BoardCandidate> Dots(const GreyImage& image, int sign) {
   });
   if (spots.empty()) return {};
   std::vector<double> areas;
+  areas.reserve(spots.size());
   for (const Spot& spot : spots) areas.push_back(spot.area);
   const auto half = areas.begin() + static_cast<std::ptrdiff_t>(areas.size() / 2);
   std::nth_element(areas.begin(), half, areas.end());
@@ -165,6 +166,7 @@ std::vector<BoardCandidate> Dots(const GreyImage& image, int sign) {
                    [](const Spot& a, const Spot& b) { return a.roundness > b.roundness; });
   if (spots.size() > kMost) spots.resize(kMost);
   std::vector<BoardCandidate> dots;
+  dots.reserve(spots.size());
   for (const Spot& spot : spots) dots.push_back({spot.at});
   return dots;
 }

@@ -223,11 +223,13 @@ LensFit FitLensToCamera(const Camera& camera, const std::string& parameters) {
                      .pitch = UnitPerPixel(camera) * stepOf(width),
                      .maxResidual = kMostResidual};
   const RectifiedPlaces places(camera);
+  const int middleX = width / 2, middleY = height / 2;
+  constexpr int kMiddle = kSide / 2;
   std::vector<int> points;
   for (int row = 0; row < kSide; ++row) {
     for (int column = 0; column < kSide; ++column) {
-      const Point seen = places.SeenAt(width / 2 + (column - kSide / 2) * grid.step.across,
-                                       height / 2 + (row - kSide / 2) * grid.step.down);
+      const Point seen = places.SeenAt(middleX + (column - kMiddle) * grid.step.across,
+                                       middleY + (row - kMiddle) * grid.step.down);
       constexpr double kFarthest = 32767;
       if (!(std::abs(seen.x) <= kFarthest && std::abs(seen.y) <= kFarthest)) {
         throw Failure("the camera's bend is not known all over the rectified picture");

@@ -379,6 +379,7 @@ std::vector<Point> EdgesAround(const GreyImage& image, const Annulus& ring, int 
   // its median, takes that back.
   const bool haveRamps = HaveRamps(found);
   std::vector<double> blurs;
+  blurs.reserve(found.size());
   for (const Fitted& step : found) blurs.push_back(Chosen(step, haveRamps).blur);
   const double blur = MedianOf(blurs);
   std::vector<Point> points;
