@@ -272,7 +272,7 @@ test('what takes long shows a first result of what is visible, says so, and can 
     workbench.strip.stop();
   });
   await openRecipe({ name: 'Slow', steps: [{ name: 'soft', operation: 'mean', input: 'image', size: 3 },
-    ...Array.from({ length: 30 }, (_, i) => ({ name: `m${i}`, operation: 'median-5x5', input: i ? `m${i - 1}` : 'soft' }))], measurements: [] });
+    ...Array.from({ length: 30 }, (_, i) => ({ name: `m${i}`, operation: 'opening-circle', input: i ? `m${i - 1}` : 'soft', radius: 100 }))], measurements: [] });
   await page.evaluate(() => workbench.strip.stop());
   await page.locator('#film li').last().click();
   await page.locator('#which').selectOption('m29');
