@@ -9,15 +9,15 @@
 #include <sstream>
 #include <thread>
 
+#include "apps/quillon/system/interrupt.h"
+#include "apps/quillon/system/standard_streams.h"
 #include "commands.h"
-#include "interrupt.h"
 #include "kit/errors.h"
 #include "kit/recipe/objects.h"
 #include "kit/recipe/run_folder.h"
 #include "kit/recipe/run_pages.h"
 #include "kit/recipe/runner.h"
 #include "progress.h"
-#include "standard_streams.h"
 
 namespace quillon::app {
 namespace {

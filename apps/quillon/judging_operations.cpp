@@ -7,6 +7,7 @@
 #include <set>
 #include <vector>
 
+#include "apps/quillon/system/standard_streams.h"
 #include "arguments.h"
 #include "batch.h"
 #include "commands.h"
@@ -14,7 +15,6 @@
 #include "kit/errors.h"
 #include "options.h"
 #include "progress.h"
-#include "standard_streams.h"
 
 namespace quillon::app {
 namespace {

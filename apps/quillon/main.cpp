@@ -2,8 +2,8 @@
 #include <exception>
 #include <new>
 
+#include "apps/quillon/system/standard_streams.h"
 #include "commands.h"
-#include "standard_streams.h"
 
 int main(int argc, char** argv) {
   using namespace quillon::app;

@@ -3,9 +3,9 @@
 #include <iostream>
 #include <nlohmann/json.hpp>
 
+#include "apps/quillon/system/standard_streams.h"
 #include "kit/errors.h"
 #include "kit/text/text.h"
-#include "standard_streams.h"
 
 namespace quillon::app {
 

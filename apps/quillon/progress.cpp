@@ -6,7 +6,7 @@
 #include <system_error>
 #include <utility>
 
-#include "interrupt.h"
+#include "apps/quillon/system/interrupt.h"
 
 #ifdef _WIN32
 #include <io.h>

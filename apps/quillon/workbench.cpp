@@ -2,9 +2,9 @@
 #include <filesystem>
 #include <memory>
 
-#include "browser.h"
+#include "apps/quillon/system/browser.h"
+#include "apps/quillon/system/standard_streams.h"
 #include "commands.h"
-#include "standard_streams.h"
 
 namespace quillon::app {
 namespace {
