@@ -4,6 +4,7 @@
 #include "kit/calibration/camera.h"
 #include "kit/calibration/flat_field.h"
 #include "kit/calibration/lens.h"
+#include "kit/calibration/rectifier.h"
 #include "kit/operations/operation.h"
 
 namespace quillon::kit {

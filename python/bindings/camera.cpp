@@ -1,5 +1,6 @@
 // A camera and its lens, from pictures of a chessboard.
 #include "kit/calibration/camera.h"
+#include "kit/calibration/rectifier.h"
 
 #include <pybind11/stl.h>
 

@@ -12,6 +12,7 @@
 #include "cli/host.h"
 #include "kit/calibration/camera.h"
 #include "kit/calibration/lens.h"
+#include "kit/calibration/rectifier.h"
 #include "kit/errors.h"
 #include "kit/images/image_files.h"
 #include "kit/measure/fit.h"

@@ -1,6 +1,7 @@
 // Camera files of any bytes: those that are none are refused, pictures are corrected by the others.
 #include "fuzz/input.h"
 #include "kit/calibration/camera.h"
+#include "kit/calibration/rectifier.h"
 #include "kit/errors.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
