@@ -55,7 +55,9 @@ export function watch(image, files) {
     ticking = setInterval(tell, kTick);
     if (!image) return;
     const told = await ask(image, files);
-    if (!isDone && told) about = told;
+    if (isDone || !told) return;
+    about = told;
+    tell();
   }, kSlow);
   return () => {
     isDone = true;
