@@ -11,12 +11,14 @@ import fcntl
 import os
 import signal
 import sys
+import time
 from multiprocessing import process, spawn
 from typing import Any
 
 SENTENCE = ("quillon: {} starts processes where it is read, and each of them reads it again: put what "
             "it does below \"if __name__ == '__main__':\" (a batch without a scheduler needs no "
             "processes)")
+MOST_SECONDS = 10  # that a script may take to end
 
 
 def _is_of_same_program(pid: int) -> bool:
@@ -27,13 +29,19 @@ def _is_of_same_program(pid: int) -> bool:
 
 
 def _end(script: str) -> None:
-    """Tells it once, whatever number of processes comes here, and ends the script that waits for them."""
+    """Tells it once, whatever number of processes comes here, and ends the script that waits for them.
+
+    The lock is kept until the script has ended, or a process that comes next tells it again.
+    """
     parent = os.getppid()
     with open(script) as lock:
         fcntl.flock(lock, fcntl.LOCK_EX | fcntl.LOCK_NB)
         if _is_of_same_program(parent):
             print(SENTENCE.format(os.path.basename(script)), file=sys.stderr, flush=True)
             os.kill(parent, signal.SIGTERM)
+            until = time.monotonic() + MOST_SECONDS
+            while _is_of_same_program(parent) and time.monotonic() < until:
+                time.sleep(0.01)
         os._exit(1)
 
 
