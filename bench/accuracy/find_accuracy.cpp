@@ -41,9 +41,9 @@ int main(int argc, char** argv) {
   constexpr struct {
     const char* name;
     void (*print)(const Settings&);
-  } kTables[] = {{"edges", PrintEdges},     {"narrow", PrintNarrow},   {"grey", PrintGrey},
-                 {"side", PrintSideBySide}, {"covered", PrintCovered}, {"scale", PrintScales},
-                 {"time", PrintTimes},      {"cost", PrintCosts}};
+  } kTables[] = {{"edges", PrintEdges},  {"accepted", PrintAccepted}, {"narrow", PrintNarrow},
+                 {"grey", PrintGrey},    {"side", PrintSideBySide},   {"covered", PrintCovered},
+                 {"scale", PrintScales}, {"time", PrintTimes},        {"cost", PrintCosts}};
   for (const auto& table : kTables) {
     if (!settings.only.empty() && settings.only != table.name) continue;
     table.print(settings);

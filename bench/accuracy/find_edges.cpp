@@ -24,9 +24,15 @@ Scene MakePhotographed(const Settings& settings, int trial, int side, double deg
 struct EdgeRow {
   const char* name;
   MakeScene make;
-  double range;       // degrees to either side
-  bool acceptedOnly;  // templates that teaching does not doubt
+  double range;               // degrees to either side
+  bool acceptedOnly = false;  // templates that teaching does not doubt
 };
+
+void PrintHeader() {
+  std::printf("| scenes | angles |");
+  for (const NamedDisturbance& disturbance : kDisturbances) std::printf(" %s |", disturbance.name);
+  std::printf("\n|---|---|---|---|---|---|---|---|---|\n");
+}
 
 void PrintEdgeRow(const Settings& settings, const EdgeRow& row) {
   std::printf("| %s | %s |", row.name, row.range >= 180 ? "any" : "-20 to 20");
@@ -64,18 +70,19 @@ void PrintEdgeRow(const Settings& settings, const EdgeRow& row) {
 }  // namespace
 
 void PrintEdges(const Settings& settings) {
-  std::printf("| scenes | angles |");
-  for (const NamedDisturbance& disturbance : kDisturbances) std::printf(" %s |", disturbance.name);
-  std::printf("\n|---|---|---|---|---|---|---|---|---|\n");
-  constexpr EdgeRow kRows[] = {{"drawn", MakeDrawn, 20, false},
-                               {"drawn", MakeDrawn, 180, false},
-                               {"photographs, any place", MakePhotographed, 20, false},
-                               {"photographs, any place", MakePhotographed, 180, false},
-                               {"photographs, accepted", MakePhotographed, 20, true},
-                               {"photographs, accepted", MakePhotographed, 180, true}};
-  for (const EdgeRow& row : kRows) {
-    if (row.make == MakePhotographed && settings.photos.empty()) continue;
-    PrintEdgeRow(settings, row);
+  PrintHeader();
+  for (const double range : {20.0, 180.0}) PrintEdgeRow(settings, {"drawn", MakeDrawn, range});
+  if (settings.photos.empty()) return;
+  for (const double range : {20.0, 180.0}) {
+    PrintEdgeRow(settings, {"photographs, any place", MakePhotographed, range});
+  }
+}
+
+void PrintAccepted(const Settings& settings) {
+  if (settings.photos.empty()) return;
+  PrintHeader();
+  for (const double range : {20.0, 180.0}) {
+    PrintEdgeRow(settings, {"photographs, accepted", MakePhotographed, range, true});
   }
 }
 

@@ -65,6 +65,7 @@ void PrintFigures(const Figures& figures);
 // ---- the tables ---------------------------------------------------------------------------------
 
 void PrintEdges(const Settings& settings);
+void PrintAccepted(const Settings& settings);
 void PrintNarrow(const Settings& settings);
 void PrintGrey(const Settings& settings);
 void PrintScales(const Settings& settings);

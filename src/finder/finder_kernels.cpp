@@ -250,15 +250,17 @@ QUILLON_INLINE Longs TakeFloor(Floats& v) {
   return whole;
 }
 
-// The weights of four neighbours, of which the place lies between the middle two, t from the first.
+// The weights of four neighbours, of which the place lies between the middle two, t from the first:
+// the values there of the cubics that are 1 at one neighbour and 0 at the others.
 struct CubicWeights {
   Floats weight[4];
   explicit CubicWeights(Floats t) {
-    const Floats t2 = t * t, t3 = t2 * t;
-    weight[0] = 0.5F * (2 * t2 - t3 - t);
-    weight[1] = 0.5F * (3 * t3 - 5 * t2 + 2);
-    weight[2] = 0.5F * (4 * t2 - 3 * t3 + t);
-    weight[3] = 0.5F * (t3 - t2);
+    const Floats before = t + 1, rest = 1 - t, behind = 2 - t;
+    const Floats outer = t * rest * (-1 / 6.0F), inner = before * behind * 0.5F;
+    weight[0] = outer * behind;
+    weight[1] = inner * rest;
+    weight[2] = inner * t;
+    weight[3] = outer * before;
   }
 };
 

@@ -87,9 +87,10 @@ struct FinderKernels {
                         const int32_t* squarePrefix, int count, uint16_t* out);
 
   // What the picture shows at each of `count` points, less `middle`: between pixels linearly, or by
-  // cubic convolution (R. G. Keys, "Cubic convolution interpolation for digital image processing",
-  // IEEE Trans. ASSP 1981). The points lie where all pixels are that this takes: 2 x 2 around each,
-  // or 4 x 4. Whole blocks of points.
+  // the cubics through four of them (Lagrange). Those move a fine pattern by less than cubic
+  // convolution does, whose slopes are continuous, and which pulls a match by 0.02 pixels. The
+  // points lie where all pixels are that this takes: 2 x 2 around each, or 4 x 4. Whole blocks of
+  // points.
   void (*SamplePoints)(const uint8_t* pixel, ptrdiff_t stride, const PointPlacement& place,
                        const float* u, const float* v, int count, bool cubic, float middle,
                        float* samples);

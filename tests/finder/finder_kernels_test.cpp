@@ -130,9 +130,7 @@ TEST(FinderKernels, PointsAreTheirDefinitions) {
   std::vector<uint8_t> picture(kSide * kSide);
   for (uint8_t& pixel : picture) pixel = static_cast<uint8_t>(random.Within(0, 255));
   const auto cubic = [](double d) {  // by the distance from a pixel
-    return d < 1   ? 1.5 * d * d * d - 2.5 * d * d + 1
-           : d < 2 ? -0.5 * d * d * d + 2.5 * d * d - 4 * d + 2
-                   : 0;
+    return d < 1 ? (1 - d * d) * (2 - d) / 2 : d < 2 ? (1 - d) * (2 - d) * (3 - d) / 6 : 0;
   };
   for (const int count : {16, 80, 208}) {
     std::vector<float> columns[kPointColumns];

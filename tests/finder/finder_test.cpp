@@ -84,7 +84,7 @@ TEST(Finder, FindsWhatWasDrawnAtEveryLevel) {
        0},
       // Of the coarsest level's fine pattern, half a pixel away, linear interpolation leaves
       // little.
-      {Way::kGrey, {.instances = 5, .seed = 107}, Polarity::kSame, 0.06, 0, 0},
+      {Way::kGrey, {.instances = 5, .seed = 107}, Polarity::kSame, 0.03, 0, 0},
       {Way::kGrey,
        {.templateWidth = 101,
         .templateHeight = 60,
