@@ -211,7 +211,7 @@ def test_other_threads_run_during_a_call():
 
     def work():
         begun.set()
-        quillon.hsi_tables()  # the longest call there is
+        quillon.lab_tables()  # the longest call there is
         done.append(True)
 
     thread, ticks = threading.Thread(target=work), 0
@@ -221,4 +221,4 @@ def test_other_threads_run_during_a_call():
         time.sleep(0.001)
         ticks += 1
     thread.join()
-    assert ticks > 5
+    assert ticks > 3
