@@ -153,7 +153,8 @@ class Finder {
     }
     const bool any = options_.polarity == Polarity::kAny;
     const RefineTask task = {kernels_, model_, planes_,           samples_,
-                             freedom,  any,    model_.levels - 1, 0.8 * options_.minScore};
+                             freedom,  any,    model_.levels - 1, 0.8 * options_.minScore,
+                             0};
     List<Candidate> candidates;
     return Collect(task, candidates) && Finish(task, candidates, results) ? Status::kOk
                                                                           : Status::kNoMemory;
@@ -265,24 +266,24 @@ class Finder {
   // the best.
   bool Finish(const RefineTask& task, List<Candidate>& candidates, Results& results) {
     const bool grey = model_.way == Way::kGrey;
+    RefineTask exact = task;
     List<Match> found;
     std::sort(candidates.begin(), candidates.end(), Better);
     for (Candidate& candidate : candidates) {
-      if (results.size() == static_cast<size_t>(options_.maxCount) &&
-          candidate.score < results[results.size() - 1].score - kMostGain) {
-        break;
-      }
+      if (candidate.score < exact.reached - kMostGain) break;
       Rating rating;
       const Pose& pose = candidate.pose;
-      if (!(grey ? FitByGrey(task, 0, candidate) : FitByEdges(task, 0, candidate))) return false;
+      if (!(grey ? FitByGrey(exact, 0, candidate) : FitByEdges(exact, 0, candidate))) return false;
       if (!IsInside(pose)) continue;
       if (!(grey ? RateByGrey(task, pose, rating) : RateByEdges(task, pose, rating))) return false;
       if (rating.score < options_.minScore) continue;
       Match match = {pose.x, pose.y, pose.degrees, pose.scale, rating.score, rating.visible, {}};
       Outline(model_.width, model_.height, pose, match.corners);
       if (!found.Add(match)) return false;
-      const bool enough = found.size() >= static_cast<size_t>(options_.maxCount);
-      if (enough && !TakeBest(model_, options_, found, results)) return false;
+      const auto most = static_cast<size_t>(options_.maxCount);
+      if (found.size() < most || match.score < exact.reached) continue;
+      if (!TakeBest(model_, options_, found, results)) return false;
+      exact.reached = results.size() == most ? results[most - 1].score : 0;
     }
     return TakeBest(model_, options_, found, results);
   }
@@ -309,7 +310,9 @@ Status Find(const FinderKernels& kernels, const Model& model, const Picture& pic
   const Status status = Check(model, picture, options);
   if (status != Status::kOk) return status;
   Finder finder(kernels, model, picture, options);
-  return finder.Run(results);
+  const Status found = finder.Run(results);
+  if (found != Status::kOk) results.Clear();
+  return found;
 }
 
 }  // namespace quillon::finder

@@ -135,7 +135,7 @@ struct Match {
 
 using Results = List<Match>;
 
-// The matches, best first; of equal ones the upper, then the left one.
+// The matches, best first; of equal ones the upper, then the left one. None on failure.
 Status Find(const FinderKernels& kernels, const Model& model, const Picture& picture,
             const FindOptions& options, Results& results);
 
@@ -151,6 +151,8 @@ Status Find(const FinderKernels& kernels, const Model& model, const Picture& pic
 // below 0 as 0, each weighted by the template's contrast in it (deviation times pixels) and by the
 // share of its pixels that lie in the picture. So light may change over the template, and a cover
 // takes its share and no more.
+//
+// Edges: 0 also where memory is short.
 double Score(const FinderKernels& kernels, const Model& model, const Picture& picture,
              const Pose& pose, Polarity polarity);
 

@@ -15,6 +15,7 @@ struct RefineTask {
   bool anyPolarity;
   int sweptLevel;  // at which the candidates were found
   double least;    // a score that is worth the last, exact steps
+  double reached;  // by as many matches as are wanted, at full resolution; 0 while there are fewer
 };
 
 // Each moves `candidate` to a better pose, gives it its score at this level, and returns false only

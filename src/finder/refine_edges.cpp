@@ -297,6 +297,10 @@ bool FitByEdges(const RefineTask& task, int level, Candidate& candidate) {
     double far;
   } kSteps[] = {{3, 3, 2.5}, {3, 2, 1.6}, {1, 2, 1.2}, {1, 2, 1.0}};
   constexpr int kMostSteps = 12, kLastStep = 3;  // which is taken again until the pose rests
+  // By how much the score grows at the most after the second step, and after the fourth: what would
+  // still not be among the best is left as it is. Of 1200 fits to photographs that ended above 0.8,
+  // 99 % grew less.
+  constexpr double kMostGainThen = 0.2, kMostGainLast = 0.05;
   // Edges that run on into those of a part beside this one do not count once the others agree
   // better; by as much the score may be lower where it belongs.
   constexpr double kSpreads = 4, kLeastFar = 0.3, kMostLoss = 0.02;
@@ -310,10 +314,12 @@ bool FitByEdges(const RefineTask& task, int level, Candidate& candidate) {
     const double counts = spread > 0 ? std::clamp(kSpreads * spread, kLeastFar, far) : far;
     const bool goesOn = FitStep(task, level, step, reach, counts, spread, pose);
     if (!NeedRows(task, level, pose, false)) return false;
-    if (step == 3) {
-      if (reach == 2 && RateAt(task, level, 3, pose).score < task.least) return true;
-    } else if (!goesOn) {
-      break;
+    const bool isCoarse = step > 1;
+    if (!isCoarse && !goesOn) break;
+    if (i == 1 || i == kLastStep) {
+      const double worth =
+          std::max(task.least, task.reached - (isCoarse ? kMostGainThen : kMostGainLast));
+      if (RateAt(task, level, 3, pose).score < worth) return true;
     }
   }
   const double after = RateAt(task, level, 3, pose).score;

@@ -8,7 +8,7 @@ double Score(const FinderKernels& kernels, const Model& model, const Picture& pi
   Planes planes;
   if (!planes.Open(kernels, picture, 1)) return 0;
   Buffer<float> unused;
-  const RefineTask task = {kernels, model, planes, unused, {}, polarity == Polarity::kAny, 0, 0};
+  const RefineTask task = {kernels, model, planes, unused, {}, polarity == Polarity::kAny, 0, 0, 0};
   Rating rating = {};
   const bool rated =
       model.way == Way::kGrey ? RateByGrey(task, pose, rating) : RateByEdges(task, pose, rating);
