@@ -2,7 +2,6 @@
 // Sources of package/, the compiled module, and what is written from the library's headers.
 import { execFileSync } from 'node:child_process';
 import { cpSync, mkdirSync, readFileSync, rmSync, writeFileSync } from 'node:fs';
-import { gzipSync } from 'node:zlib';
 import { readExports, readRecords, readSecondNames } from './header.mjs';
 import { typesOf } from './types.mjs';
 
@@ -35,7 +34,7 @@ writeFileSync(`${out}/quillon.d.ts`, typesOf(declared, records, readFileSync(`${
 rmSync(`${out}/kit.d.ts`);
 execFileSync(esbuild, ['--minify', '--format=esm', '--log-level=error', `${moduleFolder}/module.js`, `--outfile=${out}/module.js`]);
 // The module is embedded: no bundler and no server has to know of another file.
-const packed = gzipSync(readFileSync(`${moduleFolder}/module.wasm`), { level: 9 }).toString('base64');
+const packed = readFileSync(`${moduleFolder}/module.wasm.gz`).toString('base64');
 writeFileSync(`${out}/module-bytes.js`, `const packed = '${packed}';
 export function moduleBytes() {
   return Uint8Array.from(atob(packed), (character) => character.charCodeAt(0));
