@@ -20,8 +20,9 @@ export const requests = [], failures = [];
 
 export async function launch() {
   folder = mkdtempSync(join(tmpdir(), 'quillon-web-'));
-  browser = await chromium.launch({ executablePath: process.env.CHROMIUM ?? '/usr/bin/chromium', args: ['--no-sandbox'] });
+  browser = await chromium.launch({ executablePath: process.env.CHROMIUM ?? '/usr/bin/chromium', args: ['--no-sandbox', '--use-fake-device-for-media-stream', '--use-fake-ui-for-media-stream'] });
   context = await browser.newContext({ viewport: { width: 1400, height: 900 }, acceptDownloads: true });
+  await context.grantPermissions(['clipboard-read', 'clipboard-write']);
 }
 export async function end() {
   await browser?.close();
@@ -94,6 +95,16 @@ export async function drag(from, to) {
   await page.mouse.down();
   await page.mouse.move(...to, { steps: 4 });
   await page.mouse.up();
+}
+
+// Files and folders, from where a person has them, let go over an element.
+export async function dropPaths(paths, selector) {
+  const { x, y, width, height } = await page.locator(selector).boundingBox();
+  const session = await context.newCDPSession(page);
+  for (const type of ['dragEnter', 'dragOver', 'drop']) {
+    await session.send('Input.dispatchDragEvent', { type, x: x + width / 2, y: y + height / 2, data: { items: [], files: paths, dragOperationsMask: 1 } });
+  }
+  await session.detach();
 }
 
 // Teaches the open step a box of the picture. Tells what the finder says of it.

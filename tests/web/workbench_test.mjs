@@ -1,10 +1,11 @@
 // The workbench in headless Chromium, as a person uses it on drawn pictures.
 import assert from 'node:assert/strict';
 import { execFileSync } from 'node:child_process';
-import { readFileSync } from 'node:fs';
+import { mkdirSync, readFileSync, writeFileSync } from 'node:fs';
+import { join } from 'node:path';
 import { after, before, test } from 'node:test';
 import {
-  addStep, address, assertSameElsewhere, downloaded, drag, end, failures, lastNote, launch, lines, openPage, openRecipe, placesOfPicture, openFiles, recipe, removeImages, requests, saved, settled, teach, verdicts,
+  addStep, address, assertSameElsewhere, downloaded, drag, dropPaths, end, failures, folder, lastNote, launch, lines, openPage, openRecipe, placesOfPicture, openFiles, recipe, removeImages, requests, saved, settled, teach, verdicts,
 } from './page.mjs';
 import { drawChessboard, views } from '../../web/generate/chessboard.mjs';
 
@@ -62,6 +63,68 @@ test('steps: undo, redo, rename, reorder; errors stand beside their field', asyn
   await page.click('#undo');
   await settled();
   assert.deepEqual(await page.evaluate(() => workbench.state.problems), []);
+  const grip = (name) => page.locator(`[data-step="${name}"] header`);
+  await addStep('invert');
+  await grip('invert').dragTo(grip('bright'));
+  assert.deepEqual((await recipe()).steps.map(({ name }) => name), ['invert', 'bright', 'parts']);
+  await page.locator('[data-key="0 open"]').focus();
+  await page.keyboard.press('Alt+ArrowDown');
+  assert.deepEqual((await recipe()).steps.map(({ name }) => name), ['bright', 'invert', 'parts']);
+  for (let i = 0; i < 3; ++i) await page.keyboard.press('Control+z');
+  assert.deepEqual((await recipe()).steps.map(({ name }) => name), ['bright', 'parts']);
+});
+
+test('regions: rectangles, polygons and circles that the mouse draws limit what is found', async () => {
+  const kept = await recipe();
+  await page.locator('#film li').first().click();
+  await page.evaluate(() => document.querySelector('[data-key="1 open"]').getAttribute('aria-expanded') === 'true' || document.querySelector('[data-key="1 open"]').click());
+  await settled();
+  const all = await page.evaluate(() => workbench.state.look.inspection.steps[1].things.length);
+  const corners = [[150, 120], [800, 200], [700, 600], [300, 560]];
+  const kShapes = {
+    Rectangle: { draw: async (at) => drag(at(150, 120), at(700, 500)), wanted: [[150, 120], [700, 120], [700, 500], [150, 500]] },
+    // The last of the corners by a double click, then by Enter.
+    Polygon: {
+      draw: async (at) => {
+        for (const corner of corners.slice(0, -1)) await page.mouse.click(...at(...corner));
+        await page.mouse.dblclick(...at(...corners.at(-1)));
+      },
+      wanted: corners,
+    },
+    'Polygon, ended by Enter': {
+      draw: async (at) => {
+        for (const corner of corners.slice(0, 3)) await page.mouse.click(...at(...corner));
+        await page.keyboard.press('Enter');
+      },
+      wanted: corners.slice(0, 3),
+    },
+    Circle: {
+      draw: async (at) => drag(at(480, 360), at(480, 160)),
+      wanted: Array.from({ length: 36 }, (_, i) => [480 + 200 * Math.cos((i * Math.PI) / 18), 360 + 200 * Math.sin((i * Math.PI) / 18)]),
+    },
+  };
+  for (const [name, { draw, wanted }] of Object.entries(kShapes)) {
+    await page.locator('.argument', { hasText: 'polygon' }).locator('button', { hasText: name.split(',')[0] }).click();
+    await page.waitForFunction(() => workbench.state.slot === 'bright' && !workbench.live.isBusy);
+    await draw(await placesOfPicture());
+    await settled();
+    const { polygon } = (await recipe()).steps[1];
+    assert.equal(polygon.length, wanted.length, name);
+    // A pixel of the screen is more than one of the picture.
+    wanted.forEach(([x, y], i) => assert.ok(Math.abs(polygon[i][0] - x) <= 2.5 && Math.abs(polygon[i][1] - y) <= 2.5, `${name}: ${polygon[i]}, ${[x, y]}`));
+    const things = await page.evaluate(() => workbench.state.look.inspection.steps[1].things);
+    assert.ok(things.length > 0 && things.length < all, `${name}: ${things.length} of ${all}`);
+    const [xs, ys] = [0, 1].map((axis) => polygon.map((corner) => corner[axis]));
+    for (const { left, top, right, bottom } of things) {
+      assert.ok(left >= Math.min(...xs) && right <= Math.max(...xs) && top >= Math.min(...ys) && bottom <= Math.max(...ys), name);
+    }
+  }
+  await assertSameElsewhere();
+  // A region is also typed; what cannot be one is said beside it.
+  await page.locator('[data-key="1 polygon"]').fill('[[10, 10], [20, 10]]');
+  await page.keyboard.press('Enter');
+  await page.waitForFunction(() => /polygon|points|corners/.test(document.querySelector('[data-error="1 polygon"]').textContent));
+  await openRecipe(kept);
 });
 
 test('viewer: zoom, readout, rows and drawings are linked, a line has a profile', async () => {
@@ -211,6 +274,41 @@ test('calibration: drawn views give the camera they were drawn by; a picture of 
   await assertSameElsewhere();
 });
 
+test('images come by paste, drop, folder and camera', async () => {
+  await removeImages();
+  const png = Buffer.from(await page.evaluate(() => workbench.live.ask('sample', { name: 'tray', options: { seed: 1, width: 320, height: 240 } }).then(({ bytes }) => [...bytes])));
+  const names = () => page.evaluate(() => workbench.state.images.map(({ name }) => name));
+  const come = (count) => page.waitForFunction((n) => workbench.state.images.length === n, count);
+
+  await page.evaluate((bytes) => navigator.clipboard.write([new ClipboardItem({ 'image/png': new Blob([new Uint8Array(bytes)], { type: 'image/png' }) })]), [...png]);
+  await page.locator('#film').focus();
+  await page.keyboard.press('Control+v');
+  await come(1);
+  assert.match((await names())[0], /^pasted \d+\.png$/);
+
+  const work = join(folder, 'images');
+  mkdirSync(join(work, 'inner'), { recursive: true });
+  for (const name of ['one.png', 'inner/two.png']) writeFileSync(join(work, name), png);
+  writeFileSync(join(work, 'notes.txt'), 'no image');
+  await dropPaths([work, join(work, 'one.png')], '#canvas');
+  await come(4);
+  assert.deepEqual((await names()).slice(1).sort(), ['one 2.png', 'one.png', 'two.png']);
+
+  const [chooser] = await Promise.all([page.waitForEvent('filechooser'), page.click('#open-folder')]);
+  await chooser.setFiles(work);
+  await come(6);
+  assert.deepEqual((await names()).slice(4).sort(), ['images/inner/two.png', 'images/one.png']);
+
+  await page.click('#camera');
+  await page.waitForFunction(() => document.querySelector('dialog video')?.videoWidth > 0);
+  await page.locator('dialog button', { hasText: 'Take a picture' }).click();
+  await come(7);
+  await page.keyboard.press('Escape');
+  assert.equal((await names())[6], 'camera 7.png');
+  await settled();
+  assert.ok(await page.evaluate(() => workbench.state.images.every(({ hasThumbnail }) => hasThumbnail)));
+});
+
 // ---- promises ------------------------------------------------------------------------------------
 
 test('a slider shows within 100 ms on 2 megapixels and ten steps', async (t) => {
@@ -323,6 +421,58 @@ test('a trap of the library and a closed page lose no work', async () => {
   await page.close();
   page = await openPage();
   assert.equal((await recipe()).name, 'Kept');
+});
+
+test('a thousand images are judged once each, and the page answers meanwhile', async () => {
+  await page.close();
+  // The worker ends at no image of this name, so that the run stands still where it is looked at.
+  page = await openPage(inWorkers(`
+    self.addEventListener('message', ({ data }) => {
+      while (data.work === 'inspect' && data.given.source.name === '700.pgm' && data.given.recipe.name === 'Halting') ;
+    });`));
+  await openRecipe({ name: 'Halting', steps: [{ name: 'bright', operation: 'threshold', input: 'image', above: 100 }, { name: 'spots', operation: 'blobs', input: 'bright' }],
+    measurements: [{ name: 'spots', input: 'spots', value: 'count', max: 4 }] });
+  await page.evaluate(() => {
+    const { strip } = workbench;
+    const ask = strip.ask.bind(strip);
+    globalThis.asked = [];
+    strip.ask = (work, given) => {
+      if (work === 'inspect') asked.push(given.source.name);
+      return ask(work, given);
+    };
+    // As many spots as the number has hundreds.
+    const images = Array.from({ length: 1000 }, (_, n) => {
+      const pixels = new Uint8Array(64 * 48);
+      for (let spot = 0; spot < Math.floor(n / 100); ++spot) pixels.fill(200, 64 * (4 * spot + 2) + 10, 64 * (4 * spot + 2) + 20);
+      return new File(['P5 64 48 255\n', pixels], `${n}.pgm`);
+    });
+    return workbench.openFiles(images);
+  });
+  const standing = () => page.waitForFunction(() => asked.at(-1) === '700.pgm' && workbench.strip.isBusy);
+  await standing();
+  // It is at work on the 701st: another image is shown, with its row, and the list answers the keyboard.
+  await page.locator('#film').focus();
+  await page.keyboard.press('End');
+  await page.waitForFunction(() => workbench.state.look?.inspection?.steps[1]?.things.length === 9 && !workbench.live.isBusy);
+  const judged = () => page.evaluate(() => workbench.state.images.filter(({ result, isStale }) => result && !isStale).length);
+  const before = await judged();
+  assert.ok(before >= 700, `${before} before the one that does not end`);
+  await page.click('#stop');
+  assert.match(await lastNote(), /^Stopped\./);
+  assert.equal(await judged(), before);
+
+  // Another recipe judges all of them, each once.
+  await page.evaluate(() => asked.splice(0));
+  await openRecipe({ ...(await recipe()), name: 'Ending' });
+  const expected = Array.from({ length: 1000 }, (_, n) => [`${n}.pgm`, n < 500 ? 'pass' : 'fail']);
+  assert.deepEqual(await verdicts(), expected);
+  assert.equal(await page.evaluate(() => asked.length), 1000);
+  // One more is judged alone.
+  await openFiles([['more.pgm', Buffer.concat([Buffer.from('P5 8 8 255\n'), Buffer.alloc(64)])]]);
+  assert.deepEqual((await verdicts()).at(-1), ['more.pgm', 'pass']);
+  assert.deepEqual(await page.evaluate(() => asked.slice(1000)), ['more.pgm']);
+  // Only what can be seen is laid out.
+  assert.ok(await page.evaluate(() => [...document.querySelectorAll('#film li')].filter((item) => item.querySelector('canvas').checkVisibility({ contentVisibilityAuto: true })).length) < 60);
 });
 
 test('narrow: every pane is reached, nothing is wider than the page', async () => {

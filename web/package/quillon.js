@@ -15,9 +15,9 @@ import createModule from './module.js';
 import { moduleBytes } from './module-bytes.js';
 
 export async function load() {
-  const binary = await new Response(
-    new Blob([moduleBytes()]).stream().pipeThrough(new DecompressionStream('gzip')),
-  ).arrayBuffer();
+  // Of a response, not of a blob: from file://, Safari's engine reads no blob in a worker.
+  const packed = new Response(moduleBytes()).body;
+  const binary = await new Response(packed.pipeThrough(new DecompressionStream('gzip'))).arrayBuffer();
   const module = await createModule({ wasmBinary: binary, noInitialRun: true });
   const memory = new Memory(module);
   const images = makeImages(memory);

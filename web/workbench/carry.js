@@ -130,23 +130,32 @@ async function asPng(file) {
   return new File([blob], file.name.replace(/\.\w+$/, '') + '.png', { type: 'image/png' });
 }
 
-// Files in dropped folders too.
+// Files in dropped folders too. Two ways lead into those: one that Chromium does not go from file://,
+// and one that it alone has. What is dropped must be asked for its ways at once.
 async function droppedFiles(transfer) {
-  const entries = [...transfer.items].map((item) => item.webkitGetAsEntry?.()).filter(Boolean);
+  const dropped = [...transfer.items].filter(({ kind }) => kind === 'file').map((item) => ({
+    file: item.getAsFile(), entry: item.webkitGetAsEntry?.(), handle: item.getAsFileSystemHandle?.(),
+  }));
   const files = [];
-  const walk = async (entry) => {
-    if (entry.isFile) files.push(await new Promise((resolve, reject) => entry.file(resolve, reject)));
-    else {
-      const reader = entry.createReader();
-      for (;;) {
-        const some = await new Promise((resolve, reject) => reader.readEntries(resolve, reject));
-        if (!some.length) break;
-        for (const child of some) await walk(child);
-      }
+  const walkHandle = async (handle) => {
+    if (handle.kind === 'file') files.push(await handle.getFile());
+    else for await (const child of handle.values()) await walkHandle(child);
+  };
+  const walkEntry = async (entry) => {
+    if (entry.isFile) return files.push(await new Promise((resolve, reject) => entry.file(resolve, reject)));
+    const reader = entry.createReader();
+    for (;;) {
+      const some = await new Promise((resolve, reject) => reader.readEntries(resolve, reject));
+      if (!some.length) return;
+      for (const child of some) await walkEntry(child);
     }
   };
-  for (const entry of entries) await walk(entry);
-  return files.length ? files : [...transfer.files];
+  for (const { file, entry, handle } of dropped) {
+    if (!entry?.isDirectory) files.push(file);
+    else if (handle) await walkHandle(await handle);
+    else await walkEntry(entry);
+  }
+  return files;
 }
 
 // ---- saving --------------------------------------------------------------------------------------
@@ -243,7 +252,7 @@ export function setUpCarrying(ownEngine, filesOf) {
   document.addEventListener('drop', async (event) => {
     if (!event.dataTransfer?.types.includes('Files')) return;
     event.preventDefault();
-    openFiles(await droppedFiles(event.dataTransfer));
+    await droppedFiles(event.dataTransfer).then(openFiles).catch((error) => say(`This cannot be opened by dropping it (${error.message}): Open… and Folder… do it.`, true));
   });
   document.addEventListener('paste', (event) => {
     const pasted = [...event.clipboardData?.files ?? []];

@@ -22,9 +22,10 @@ export class Engine {
   #begin() {
     this.#worker = new Worker(url);
     this.filesSent = null;
-    this.#worker.onmessage = ({ data: { id, answer, error, isFatal } }) => {
+    this.#worker.onmessage = ({ data: { id, answer, error, isFatal, wantsBytes } }) => {
       if (isFatal) return this.#crashed(error);
       const waiting = this.#waiting.get(id);
+      if (wantsBytes) return waiting && this.#sendBytes(id, waiting);
       this.#waiting.delete(id);
       if (error !== undefined) waiting?.reject(new Error(error));
       else waiting?.resolve(answer);
@@ -37,6 +38,25 @@ export class Engine {
     this.onCrash(message);
   }
 
+  // An image that the worker has not decoded. The page reads it: from file://, the workers of Safari's
+  // engine cannot read blobs.
+  async #sendBytes(id, { work, given, reject }) {
+    try {
+      const bytes = new Uint8Array(await given.source.blob.arrayBuffer());
+      if (this.#waiting.has(id)) this.#post(id, work, { ...given, files: undefined }, bytes);
+    } catch (error) {
+      this.#waiting.delete(id);
+      reject(error);
+    }
+  }
+
+  /** @type {(id: number, work: string, given: any, bytes?: Uint8Array) => void} */
+  #post(id, work, given, bytes) {
+    const { source } = given;
+    const sent = source ? { ...given, source: { id: source.id, name: source.name, bytes } } : given;
+    this.#worker.postMessage({ id, work, given: sent }, bytes ? [bytes.buffer] : []);
+  }
+
   get isBusy() {
     return this.#waiting.size > 0;
   }
@@ -44,8 +64,8 @@ export class Engine {
   ask(work, given = {}) {
     const id = this.#next++;
     return new Promise((resolve, reject) => {
-      this.#worker.postMessage({ id, work, given });
-      this.#waiting.set(id, { resolve, reject });
+      this.#post(id, work, given);
+      this.#waiting.set(id, { resolve, reject, work, given });
     });
   }
 

@@ -4,6 +4,7 @@ import { byId, h, say } from './dom.js';
 import { emit, on, sourceOf, state } from './store.js';
 
 const kWait = 250;  // milliseconds after the last change
+const kTell = 100;  // milliseconds between what charts and counts are told of a run
 const kTitles = { pass: 'Pass', fail: 'Fail', unreadable: 'Unreadable', error: 'Error' };
 
 let engine = null, files = null;
@@ -22,7 +23,7 @@ export function addImages(entries) {
     byId('film').append(itemOf(image));
   }
   if (state.current === null && state.images.length) show(state.images[0].id);
-  schedule(0);
+  runSoon(0);
   emit('images');
 }
 
@@ -32,7 +33,7 @@ export function removeImages(which = () => true) {
   byId('film').replaceChildren(...state.images.map(({ item }) => item));
   if (!state.images.some(({ id }) => id === state.current)) state.current = null;
   if (state.current === null && state.images.length) show(state.images[0].id);
-  schedule(0);
+  runSoon(0);
   emit('images');
 }
 
@@ -86,8 +87,13 @@ function drawThumbnail(image, { width, height, rgba }) {
 
 // ---- running -------------------------------------------------------------------------------------
 
+// Another recipe: what is known of all images is of the one before.
 export function schedule(wait = kWait) {
   for (const image of state.images) image.isStale = true;
+  runSoon(wait);
+}
+
+function runSoon(wait) {
   clearTimeout(timer);
   isStopped = false;
   // From here on, what a run before finds out is of an older recipe.
@@ -102,6 +108,7 @@ async function runAll(mine) {
   const recipe = state.recipe.steps.length ? structuredClone(state.recipe) : null;
   const waiting = state.images.filter(({ isStale, hasThumbnail }) => isStale || !hasThumbnail);
   waiting.sort((a, b) => Number(b.id === state.current) - Number(a.id === state.current));
+  let told = performance.now();
   for (const [done, image] of waiting.entries()) {
     if (!isCurrent()) break;
     showProgress(done, waiting.length);
@@ -115,7 +122,10 @@ async function runAll(mine) {
       image.result = result;
       image.isStale = false;
       refresh(image);
-      emit('inspected');
+      if (performance.now() - told > kTell) {
+        emit('inspected');
+        told = performance.now();
+      }
     } catch (error) {
       if (!isCurrent()) break;
       // The library stopped at this image, and was begun anew: the others go on.
@@ -126,6 +136,7 @@ async function runAll(mine) {
   }
   if (mine === run) {
     showProgress(null);
+    emit('inspected');
     emit('run');
   }
 }
@@ -157,7 +168,7 @@ export function setUpFilmstrip(ownEngine, filesOf) {
     showProgress(null);
     say('Stopped. Images that were not reached keep their older verdicts.');
   };
-  byId('again').onclick = () => schedule(0);
+  byId('again').onclick = () => runSoon(0);
   film.onkeydown = (event) => {
     const at = state.images.findIndex(({ id }) => id === state.current);
     const to = { ArrowDown: at + 1, ArrowUp: at - 1, ArrowRight: at + 1, ArrowLeft: at - 1, Home: 0, End: state.images.length - 1 }[event.key];

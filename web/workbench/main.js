@@ -271,11 +271,12 @@ async function begin() {
   setUpViewer();
   table = await live.ask('table');
   const ask = (work, given) => live.ask(work, given);
+  const drawSample = (work, given) => strip.ask(work, given);
   setUpSteps(table);
   setUpMeasurements(table);
   setUpFilmstrip(strip, files);
   setUpCarrying(live, files);
-  setUpTask(ask, table);
+  setUpTask(drawSample, table);
   setUpTeaching(ask);
   setUpCalibration(live);
   setUpKeys();
@@ -308,13 +309,13 @@ async function begin() {
   const draft = await restoreDraft();
   if (draft?.recipe?.steps?.length) {
     replaceRecipe(draft.recipe, draft.files);
-    await new Promise((begun, failed) => openSample(ask, begun).catch(failed));
+    await new Promise((begun, failed) => openSample(drawSample, begun).catch(failed));
     if (!draft.isSample) {
       byId('task').dataset.closed = 'yes';
       say('Your recipe is back. Open its images: a page cannot keep those.');
     }
   } else {
-    await openSampleWithTask(ask);
+    await openSampleWithTask(drawSample);
     if (!draft) startTour();
   }
   document.body.dataset.ready = 'yes';

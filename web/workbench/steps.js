@@ -264,11 +264,8 @@ function controlOf(index, argument, value) {
     case 'file': return fileControl(index, argument, value, set, key);
     case 'files': return filesControl(index, argument, value, set);
     case 'wholes': return listControl(argument, value, set, key);
-    case 'box': case 'ring':
+    case 'box': case 'ring': case 'rectangle': case 'points':
       return h('span.region', jsonControl(argument, value, set, key), regionTools(argument, () => showInputOf(index), (drawn) => set(drawn, false)));
-    case 'rectangle': case 'points':
-      return h('span.region', h('output', value ? JSON.stringify(value) : 'not drawn'),
-        regionTools(argument, () => showInputOf(index), (drawn) => set(drawn, false)));
     default: return jsonControl(argument, value, set, key);
   }
 }

@@ -2,6 +2,7 @@
 // task leads to the recipe of the guide, which begins with a threshold and finds what is above it.
 import solution from 'guide-recipe';
 import { byId, h, say } from './dom.js';
+import { kStopped } from './engine.js';
 import { addImages, removeImages } from './filmstrip.js';
 import { emit, on, replaceRecipe, state } from './store.js';
 
@@ -51,7 +52,11 @@ function refresh() {
 export const openSample = async (ask, begun = () => {}) => {
   const mine = ++opening;
   for (let seed = 1; seed <= kTrays && mine === opening; ++seed) {
-    const { bytes, truth } = await ask('sample', { name: 'tray', options: { seed, width: 960, height: 720 } });
+    const made = await ask('sample', { name: 'tray', options: { seed, width: 960, height: 720 } }).catch((error) => {
+      if (error.message !== kStopped) throw error;
+    });
+    if (!made) return;
+    const { bytes, truth } = made;
     if (seed === 1) removeImages();
     // Images of the user's own take the place of those that are still to come.
     else if (!state.images.every((image) => image.truth)) break;

@@ -274,7 +274,7 @@ export function profile() {
 
 // ---- tools ---------------------------------------------------------------------------------------
 
-// A tool is { kind: 'move' }, or one that draws: 'box', 'polygon', 'circle', 'line', 'brush', with
+// A tool is { kind: 'move' }, or one that draws: 'box', 'polygon', 'circle', 'line', with
 // `done`, which is given the points; `hint` is shown meanwhile.
 export function useTool(next) {
   tool = next;
@@ -322,8 +322,6 @@ canvas.addEventListener('pointerdown', (event) => {
     drawn ??= { points: [], isClosed: false };
     drawn.points.push(from);
     draw();
-  } else if (tool.kind === 'brush') {
-    tool.done(from);
   }
 });
 
@@ -349,8 +347,6 @@ canvas.addEventListener('pointermove', (event) => {
   } else if (tool.kind === 'line') {
     line = [...from, ...to];
     emit('line');
-  } else if (tool.kind === 'brush') {
-    tool.done(to);
   }
   draw();
 });

@@ -94,8 +94,7 @@ const works = {
 
   // The current image through the recipe, and one picture of it: that of the step named, of the
   // step's first input, or the image.
-  look({ recipe, files, source, slot, ofInput }) {
-    if (files) setFiles(files);
+  look({ recipe, source, slot, ofInput }) {
     const ready = open(recipe);
     if (!source) return { problems };
     const { image, notes } = decodedImage(source);
@@ -121,8 +120,7 @@ const works = {
 
   // A step's result on a part of the image, reduced where that is asked for; things where it is not, for
   // their sizes mean nothing then. Null where the result has other positions than the image.
-  preview({ recipe, files, source, slot, visible, mostPixels }) {
-    if (files) setFiles(files);
+  preview({ recipe, source, slot, visible, mostPixels }) {
     const { image } = decodedImage(source);
     // What is visible may still be the image before: then it is all of this one.
     const { width, height } = image;
@@ -146,8 +144,7 @@ const works = {
   },
 
   // One image of the filmstrip.
-  inspect({ recipe, files, source, wantsThumbnail }) {
-    if (files) setFiles(files);
+  inspect({ recipe, source, wantsThumbnail }) {
     const ready = recipe ? open(recipe) : null;
     let image = null;
     try {
@@ -179,8 +176,7 @@ const works = {
   },
 
   // Pages of images, one after the other, then the index over them: files of a report.
-  beginReport({ recipe, files }) {
-    if (files) setFiles(files);
+  beginReport({ recipe }) {
     report?.dispose();
     report = new quillon.Recipe(recipe, { folder: kFolder });
     report.beginPages(kReport);
@@ -269,10 +265,10 @@ const ready = load().then((loaded) => (quillon = loaded));
 self.onmessage = async ({ data: { id, work, given } }) => {
   try {
     await ready;
-    if (given.source?.blob) {
-      const { blob } = given.source;
-      if (work === 'addToReport' || !decoded.has(given.source.id)) given.source.bytes = new Uint8Array(await blob.arrayBuffer());
-    }
+    const { files, source } = given;
+    if (files) setFiles(files);
+    const isThere = !source || source.bytes || (decoded.has(source.id) && work !== 'addToReport');
+    if (!isThere) return self.postMessage({ id, wantsBytes: true });
     const answer = works[work](given);
     const moved = [answer?.picture, answer?.thumbnail].filter(Boolean).map(({ rgba }) => rgba.buffer);
     self.postMessage({ id, answer }, { transfer: moved });
