@@ -16,6 +16,7 @@ void AddCommands(Command top) {
   AddTeach(top);
   AddCalibration(top);
   AddCameraCalibration(top);
+  AddShadingCalibration(top);
   AddRecipes(top);
   AddSample(top);
   AddWorkbench(top);

@@ -27,6 +27,7 @@ void AddJudgingOperation(Command top, const Operation& operation);
 void AddTeach(Command top);
 void AddCalibration(Command top);
 void AddCameraCalibration(Command top);
+void AddShadingCalibration(Command top);
 void AddRecipes(Command top);
 void AddSample(Command top);
 void AddWorkbench(Command top);

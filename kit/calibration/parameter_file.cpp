@@ -60,6 +60,11 @@ void ParameterFile::Refuse(const std::string& why) const {
   throw Failure("'" + path_ + "' is no " + kind_ + " file: " + why);
 }
 
+PictureSize SizeIn(const Json& object) {
+  const PictureSize size = {Side(object, "width"), Side(object, "height")};
+  return size.width > 0 && size.height > 0 ? size : PictureSize();
+}
+
 void WriteCompanion(const std::string& parameters, const char* kind, PictureSize size,
                     const Json& more) {
   Json companion = {{"kind", kind}};
@@ -83,13 +88,13 @@ PictureSize ReadCompanion(const std::string& parameters, const char* kind, const
       throw Failure("'" + name + "' belongs to another file than '" + parameters + "': its " +
                     item.key() + " is not " + item.value().dump());
     }
-    size = {Side(companion, "width"), Side(companion, "height")};
+    size = SizeIn(companion);
   }
-  if ((size.width == 0 || size.height == 0) && note) {
+  if (size.width == 0 && note) {
     note("'" + name + "' does not say for which size of pictures '" + parameters +
          "' was made: it is judged by what it holds");
   }
-  return size.width > 0 && size.height > 0 ? size : PictureSize();
+  return size;
 }
 
 void RequirePictureSize(const std::string& parameters, PictureSize size, const GreyImage& image) {

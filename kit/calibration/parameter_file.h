@@ -37,6 +37,9 @@ struct PictureSize {
   int width = 0, height = 0;
 };
 
+// The size that `width` and `height` of an object say; 0 x 0 where they say none that can be.
+PictureSize SizeIn(const Json& object);
+
 // Writes NAME.json: kind, size where it is known, and `more`.
 void WriteCompanion(const std::string& parameters, const char* kind, PictureSize size,
                     const Json& more);

@@ -1,10 +1,11 @@
-// Flat field and lens correction, by parameter files that were made before.
+// Flat field, shading and lens correction, by parameter files that were made before.
 #include <optional>
 
 #include "kit/calibration/camera.h"
 #include "kit/calibration/flat_field.h"
 #include "kit/calibration/lens.h"
 #include "kit/calibration/rectifier.h"
+#include "kit/calibration/shading.h"
 #include "kit/operations/operation.h"
 
 namespace quillon::kit {
@@ -25,6 +26,13 @@ std::vector<Detail> CorrectionTool<FlatFieldCorrection>::Details() const {
           {"xEnd", "end column", double(endColumn)},
           {"yStart", "first row", double(firstRow)},
           {"yEnd", "end row", double(endRow)}};
+}
+
+template <>
+std::vector<Detail> CorrectionTool<ShadingCorrection>::Details() const {
+  const Shading& shading = correction.Parameters();
+  return {{"target", "white becomes", double(shading.target)},
+          {"dead", "dead pixels", double(shading.DeadCount())}};
 }
 
 template <>
@@ -88,6 +96,13 @@ std::vector<Operation> CalibrationOperations() {
                    {"IxFFCCalibrate", "corrects a region by the gains"}},
        .run = Correct<FlatFieldCorrection>,
        .prepare = Load<FlatFieldCorrection>},
+      {.name = "shading",
+       .family = kFamily,
+       .summary = "evens out light and pixels by the camera's pictures of dark and of white",
+       .arguments = {File("parameters", "made by quillon calibrate-shading")
+                         .Holding(Argument::Holds::kParameters)},
+       .run = Correct<ShadingCorrection>,
+       .prepare = Load<ShadingCorrection>},
       {.name = "undistort",
        .family = kFamily,
        .summary = "takes the bend of a lens out; what lies outside the grid becomes black",

@@ -1,12 +1,12 @@
 #include "kit/recipe/results.h"
 
-#include <cinttypes>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 
 #include "kit/errors.h"
+#include "kit/files/checksum.h"
 #include "kit/files/files.h"
 #include "kit/recipe/objects.h"
 #include "kit/text/text.h"
@@ -19,15 +19,6 @@ Json NumberOf(double value) {
   constexpr double kExact = 9007199254740992;  // 2^53
   if (std::trunc(value) == value && std::fabs(value) < kExact) return static_cast<int64_t>(value);
   return value;
-}
-
-// FNV-1a, by G. Fowler, L. C. Noll and K.-P. Vo: it tells changes, it is no seal.
-uint64_t Hash(uint64_t hash, const std::string& bytes) {
-  for (const char byte : bytes) {
-    hash ^= static_cast<unsigned char>(byte);
-    hash *= 0x100000001b3;
-  }
-  return hash;
 }
 
 Verdict VerdictOf(const std::string& name) {
@@ -211,7 +202,8 @@ Findings ObjectsToFindings(const Recipe& recipe, const std::vector<ImageRecord>&
 }
 
 std::string Fingerprint(const Recipe& recipe, const Sources& sources) {
-  uint64_t hash = Hash(0xcbf29ce484222325, recipe.canonical);
+  Checksum sum;
+  sum.Add(recipe.canonical);
   for (const Step& step : recipe.steps) {
     for (const Argument& argument : step.operation->arguments) {
       std::vector<std::string> files;
@@ -220,13 +212,11 @@ std::string Fingerprint(const Recipe& recipe, const Sources& sources) {
       if (argument.type == Argument::Type::kFiles) {
         files = step.values.List<std::string>(argument.name);
       }
-      for (const std::string& file : files) hash = Hash(hash, ReadFile(sources.File(file)));
+      for (const std::string& file : files) sum.Add(ReadFile(sources.File(file)));
     }
   }
-  if (sources.reading.depth > 0) hash = Hash(hash, std::to_string(sources.reading.depth));
-  char text[17];
-  std::snprintf(text, sizeof text, "%016" PRIx64, hash);
-  return text;
+  if (sources.reading.depth > 0) sum.Add(std::to_string(sources.reading.depth));
+  return sum.Text();
 }
 
 ResultsFile::ResultsFile(std::string path, bool hasObjects, bool isNew)

@@ -1,4 +1,4 @@
-// Flat field and lens: files that the library reads back, pictures, wrong usage.
+// Flat field, shading and lens: files that are read back, pictures, wrong usage.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -6,8 +6,10 @@
 #include <vector>
 
 #include "cli/host.h"
+#include "kit/files/checksum.h"
 #include "kit/files/files.h"
 #include "kit/images/image_files.h"
+#include "kit/recipe/inspector.h"
 #include "quillon/quillon.h"
 #include "support/images.h"
 
@@ -35,6 +37,126 @@ TEST(CalibrationCommands, FlatFieldBringsARegionToItsTarget) {
   EXPECT_SAME_PIXELS(corrected, expected);
   for (const char* text : {"Flat field of", "Before", "After", "end column"}) {
     EXPECT_NE(ReadText(page).find(text), std::string::npos) << text;
+  }
+}
+
+// Three dark and two white pictures, at folder/d0.png and so on: noise over light that falls off
+// towards the sides. Pixels of `dead` are black in all of them, that of `full` is 255 in the white
+// ones.
+struct ShadingPictures {
+  ShadingPictures(const Scratch& folder, int width, int height,
+                  const std::vector<std::pair<int, int>>& dead = {},
+                  std::pair<int, int> full = {-1, -1}) {
+    Random random(7);
+    for (int i = 0; i < 5; ++i) {
+      const bool isWhite = i >= 3;
+      GreyImage image;
+      image.Create(width, height);
+      for (int y = 0; y < height; ++y) {
+        for (int x = 0; x < width; ++x) {
+          const int light = isWhite ? 200 - 160 * std::abs(x - width / 2) / width : 0;
+          image.rows[y][x] = static_cast<uint8_t>(random.Within(3, 9) + light);
+        }
+      }
+      for (const auto& [x, y] : dead) image.rows[y][x] = 0;
+      if (isWhite && full.first >= 0) image.rows[full.second][full.first] = 255;
+      const std::string path = folder / ((isWhite ? "w" : "d") + std::to_string(i) + ".png");
+      kit::WriteImage(path, image);
+      (isWhite ? whiteFiles : darkFiles).push_back(path);
+      std::vector<double>& mean = isWhite ? white : dark;
+      mean.resize(static_cast<size_t>(width) * height);
+      for (size_t k = 0; k < mean.size(); ++k) {
+        mean[k] += image.rows[k / width][k % width] / (isWhite ? 2.0 : 3.0);
+      }
+    }
+  }
+
+  std::vector<std::string> Command(const std::string& file,
+                                   const std::vector<std::string>& options = {}) const {
+    std::vector<std::string> command = {"calibrate-shading", file, "--dark"};
+    command.insert(command.end(), darkFiles.begin(), darkFiles.end());
+    command.push_back("--white");
+    command.insert(command.end(), whiteFiles.begin(), whiteFiles.end());
+    command.insert(command.end(), options.begin(), options.end());
+    return command;
+  }
+
+  std::vector<std::string> darkFiles, whiteFiles;
+  std::vector<double> dark, white;  // means
+};
+
+TEST(CalibrationCommands, ShadingIsItsFormulaAndDeadPixelsTakeTheirNeighbours) {
+  constexpr int kWidth = 61, kHeight = 40;
+  const Scratch scratch;
+  const std::string file = scratch / "shading", in = scratch / "in.png", out = scratch / "out.png";
+  // A corner, three in a row, of which the middle one has its nearest neighbour above, and one that
+  // is too bright for 8 bits.
+  const std::vector<std::pair<int, int>> dead = {{0, 0}, {20, 5}, {21, 5}, {22, 5}, {30, 30}};
+  const std::vector<std::pair<int, int>> from = {{1, 0}, {19, 5}, {21, 4}, {22, 4}, {29, 30}};
+  const ShadingPictures pictures(scratch, kWidth, kHeight, {dead.begin(), dead.end() - 1},
+                                 dead.back());
+  const Answer many = Quillon(pictures.Command(file));
+  EXPECT_EQ(many.exitCode, 1);
+  EXPECT_NE(many.err.find("5 of 2440 pixels are dead, 2 may be: (0, 0), (20, 5), (21, 5), ...; 1 "
+                          "of them are 255 in every white picture"),
+            std::string::npos)
+      << many.err;
+  EXPECT_FALSE(std::filesystem::exists(file));
+
+  GreyImage image, corrected, expected;
+  Fill(image, kWidth, kHeight, Content::kNoise);
+  kit::WriteImage(in, image);
+  for (const int target : {0, 120, 255}) {
+    std::vector<std::string> options = {"--max-dead", "5", "--json"};
+    if (target > 0) options.insert(options.end(), {"--target", std::to_string(target)});
+    const auto fit = nlohmann::json::parse(Quillon(pictures.Command(file, options)).out);
+    double span = 0;
+    for (size_t i = 0; i < pictures.dark.size(); ++i) span += pictures.white[i] - pictures.dark[i];
+    const double level = fit["target"];
+    if (target == 0) {
+      EXPECT_NEAR(level, span / static_cast<double>(pictures.dark.size()), 1);
+    } else {
+      EXPECT_EQ(level, target);
+    }
+    ASSERT_EQ(fit["dead"].size(), dead.size());
+    for (size_t i = 0; i < dead.size(); ++i) {
+      EXPECT_EQ(fit["dead"][i]["x"], dead[i].first);
+      EXPECT_EQ(fit["dead"][i]["y"], dead[i].second);
+    }
+    EXPECT_EQ(fit["dead"].back()["white"], 255);
+
+    expected.Create(kWidth, kHeight);
+    for (int y = 0; y < kHeight; ++y) {
+      for (int x = 0; x < kWidth; ++x) {
+        const size_t i = static_cast<size_t>(y * kWidth + x);
+        // Means are kept in 256ths.
+        const double low = std::floor(256 * pictures.dark[i] + 0.5 + 1e-9) / 256;
+        const double high = std::floor(256 * pictures.white[i] + 0.5 + 1e-9) / 256;
+        const double grey = level * (image.rows[y][x] - low) / (high - low);
+        expected.rows[y][x] =
+            static_cast<uint8_t>(std::clamp(std::floor(grey + 0.5 + 1e-12), 0.0, 255.0));
+      }
+    }
+    for (size_t i = 0; i < dead.size(); ++i) {
+      expected.rows[dead[i].second][dead[i].first] = expected.rows[from[i].second][from[i].first];
+    }
+    const std::string page = scratch / "page.html";
+    ASSERT_EQ(Quillon({"shading", in, out, "--parameters", file, "--report", page}).exitCode, 0);
+    kit::ReadImage(out, corrected);
+    EXPECT_SAME_PIXELS(corrected, expected) << target;
+    EXPECT_NE(ReadText(page).find("dead pixels"), std::string::npos);
+  }
+
+  kit::recipe::Problems problems;
+  const kit::recipe::Recipe recipe = kit::recipe::ParseRecipe(
+      R"({"name": "r", "steps": [{"name": "even", "operation": "shading", "input": "image",
+          "parameters": "shading"}],
+          "measurements": [{"name": "mean", "input": "even", "value": "mean"}]})",
+      problems);
+  kit::recipe::Inspector inspector(recipe, scratch / ".");
+  for (int i = 0; i < 2; ++i) {
+    ASSERT_EQ(inspector.Inspect(image).error, "");
+    EXPECT_SAME_PIXELS(inspector.Of(recipe.steps[0].output).picture, expected);
   }
 }
 
@@ -124,6 +246,29 @@ TEST(CalibrationCommands, ParameterFilesAreJudged) {
   notANumber.replace(48 + 6, 2, "\xF0\x7F");
   otherGain[24 + 8 * 100 + 6] = static_cast<char>(otherGain[24 + 8 * 100 + 6] ^ 1);
 
+  const ShadingPictures pictures(scratch, 400, 300);
+  const std::string even = scratch / "shading";
+  ASSERT_EQ(Quillon(pictures.Command(even)).exitCode, 0);
+  const std::string shading = kit::ReadFile(even);
+  std::string flipped = shading;
+  flipped[shading.size() / 2] = static_cast<char>(flipped[shading.size() / 2] ^ 1);
+  // Words of the shading file replaced, and its checksum made anew.
+  const auto changed = [&](const std::string& words, const std::string& by) {
+    std::string text = shading.substr(0, shading.size() - kit::Checksum::kDigits);
+    text.replace(text.find(words), words.size(), by);
+    kit::Checksum sum;
+    sum.Add(text);
+    return text + sum.Text();
+  };
+  std::string allDead = shading.substr(0, shading.find('\n') + 1) + std::string(4 * 400 * 300, 1);
+  std::string noPixel = allDead;
+  noPixel[allDead.size() - 1] = '\xFF';
+  for (std::string* text : {&allDead, &noPixel}) {
+    kit::Checksum sum;
+    sum.Add(*text);
+    *text += sum.Text();
+  }
+
   const std::string file = scratch / "parameters";
   struct Case {
     const char* operation;
@@ -156,6 +301,19 @@ TEST(CalibrationCommands, ParameterFilesAreJudged) {
       {"flat-field", lensBytes, "", in, 1, "is no flat-field file: it has 208 bytes, not 2072"},
       {"flat-field", otherGain, "", in, 1, "its gain for level 100 is not that of level 1"},
       {"flat-field", std::string(2072, '\0'), "", in, 1, "its region is empty"},
+      {"shading", shading, "", in, 0, ""},
+      {"shading", shading, "", low, 1, "for pictures of 400 x 300, this one has 400 x 299"},
+      {"shading", "", "", in, 1, "is no shading file: it does not begin with a line that says so"},
+      {"shading", gainBytes, gainAbout, in, 1, "it does not begin with a line that says so"},
+      {"shading", shading.substr(0, 30), "", in, 1, "it does not begin with a line that says so"},
+      {"shading", shading.substr(0, 5000), "", in, 1, "it has 5000 bytes, not 480"},
+      {"shading", shading + "\n", "", in, 1, " bytes, not 480"},
+      {"shading", flipped, "", in, 1, "its checksum is wrong: it was changed"},
+      {"shading", changed("\"width\":400", "\"width\":0.5"), "", in, 1, "which size of pictures"},
+      {"shading", changed("\"target\":", "\"target\":-"), "", in, 1,
+       "its target is no whole number"},
+      {"shading", noPixel, "", in, 1, "its levels at (399, 299) are those of no pixel"},
+      {"shading", allDead, "", in, 1, "all of its pixels are dead"},
   };
   for (const Case& c : cases) {
     WriteText(file, c.bytes);
@@ -165,6 +323,25 @@ TEST(CalibrationCommands, ParameterFilesAreJudged) {
     EXPECT_EQ(answer.exitCode, c.exitCode) << c.operation << answer.err;
     EXPECT_NE(answer.err.find(c.words), std::string::npos) << c.words << ": " << answer.err;
     EXPECT_EQ(answer.err.empty(), *c.words == '\0') << answer.err;
+  }
+
+  const std::string black = pictures.darkFiles[0], bright = pictures.whiteFiles[0];
+  const std::pair<std::vector<std::string>, const char*> shadings[] = {
+      {{"--dark", black, low, "--white", bright},
+       "for pictures of 400 x 300, this one has 400 x 299"},
+      {{"--dark", low, "--white", bright},
+       "the dark pictures have 400 x 299 pixels, the white ones 400 x 300"},
+      {{"--dark", bright, "--white", black},
+       "the white pictures are not brighter than the dark ones: their means are 6"},
+  };
+  std::filesystem::remove(even);
+  for (const auto& [arguments, words] : shadings) {
+    std::vector<std::string> command = {"calibrate-shading", even};
+    command.insert(command.end(), arguments.begin(), arguments.end());
+    const Answer answer = Quillon(command);
+    EXPECT_EQ(answer.exitCode, 1);
+    EXPECT_NE(answer.err.find(words), std::string::npos) << answer.err;
+    EXPECT_FALSE(std::filesystem::exists(even));
   }
 
   std::filesystem::remove(lens);

@@ -297,8 +297,8 @@ TEST(Operations, MakeWhatTheExportsMake) {
       ExpectSame(inspector.Of(parsed.steps.back().output), result, name + " of " + file);
     }
   }
-  // Corrections of a lens and of a camera have tests of their own.
-  tried.insert(tried.end(), {"undistort", "rectify"});
+  // Corrections of a lens, of a camera and of shading have tests of their own.
+  tried.insert(tried.end(), {"undistort", "rectify", "shading"});
   for (const auto& operation : kit::Operations()) {
     const bool isTried = std::find(tried.begin(), tried.end(), operation.name) != tried.end();
     EXPECT_TRUE(isTried || !IsPicture(operation.output))

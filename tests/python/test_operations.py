@@ -3,6 +3,7 @@
 import ctypes
 import inspect
 import itertools
+import json
 import pickle
 
 import numpy as np
@@ -171,6 +172,28 @@ def test_corrections_give_the_bytes_of_their_exports(tmp_path):
     there = (rows >= 0) & (rows < len(image))
     flipped = np.where(there[:, None], image[rows.clip(0, len(image) - 1)], np.uint8(0))
     check("undistort", [image], (file,), lens.calibrate(flipped)[::-1])
+
+
+def test_shading_is_its_formula(tmp_path):
+    """A file written here, of other levels in every pixel; one pixel is dead."""
+    random, file = np.random.default_rng(3), tmp_path / "shading"
+    image = picture((17, 31))
+    dark = random.integers(0, 9 * 256, image.shape)
+    white = dark + random.integers(20 * 256, 230 * 256, image.shape)
+    white[4, 7] = dark[4, 7]
+    head = {"kind": "shading", "width": 31, "height": 17, "target": 190, "dark_pictures": 1, "white_pictures": 1}
+    data = json.dumps(head).encode() + b"\n" + dark.astype("<u2").tobytes() + white.astype("<u2").tobytes()
+    checksum = 0xcbf29ce484222325  # FNV-1a
+    for byte in data:
+        checksum = (checksum ^ byte) * 0x100000001b3 % 2**64
+    file.write_bytes(data + b"%016x" % checksum)
+    white[4, 7] += 1  # its value is that of the pixel to its left
+    even = np.floor(190 * (256.0 * image - dark) / (white - dark) + 0.5).clip(0, 255).astype(np.uint8)
+    even[4, 7] = even[4, 6]
+    check("shading", [image], (file,), even)
+    file.write_bytes(data + b"%016x" % (checksum ^ 1))
+    with pytest.raises(ValueError, match="is no shading file: its checksum is wrong"):
+        quillon.shading(image, file)
 
 
 def test_every_operation_is_called_and_described_as_the_table_has_it():
