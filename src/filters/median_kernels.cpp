@@ -159,8 +159,6 @@ void Filter3x3(const Strip& strip, int from, int to) {
 
 // ---- 5 x 5 --------------------------------------------------------------------------------------
 
-using Bytes = U8<kVectorBytes>;
-
 template <class V, int... i>
 QUILLON_INLINE V EvenOf(V a, V b, std::integer_sequence<int, i...>) {
   return __builtin_shufflevector(a, b, 2 * i...);
@@ -174,32 +172,33 @@ template <int first, class V, int... i>
 QUILLON_INLINE V Interleaved(V a, V b, std::integer_sequence<int, i...>) {
   return __builtin_shufflevector(a, b, (first + i / 2 + i % 2 * sizeof...(i))...);
 }
-constexpr std::make_integer_sequence<int, kVectorBytes> kLanes = {};
+template <int N>
+constexpr std::make_integer_sequence<int, N> kLanes = {};
 
 void Split(const uint8_t* row, int width, const SplitRow& split) {
-  int x = 0;
-  for (; x <= width - 2 * kVectorBytes; x += 2 * kVectorBytes) {
-    const Bytes a = Load<uint8_t, kVectorBytes>(row + x);
-    const Bytes b = Load<uint8_t, kVectorBytes>(row + x + kVectorBytes);
-    Store(split.even + x / 2, EvenOf(a, b, kLanes));
-    Store(split.odd + x / 2, OddOf(a, b, kLanes));
+  const bool done = ForEachOverlappingBlock(0, width / 2, [&](auto n, int k) {
+    const auto a = Load<uint8_t, n>(row + 2 * k), b = Load<uint8_t, n>(row + 2 * k + n);
+    Store(split.even + k, EvenOf(a, b, kLanes<n>));
+    Store(split.odd + k, OddOf(a, b, kLanes<n>));
+  });
+  for (int x = done ? width / 2 * 2 : 0; x < width; ++x) {
+    (x % 2 == 0 ? split.even : split.odd)[x / 2] = row[x];
   }
-  for (; x < width; ++x) (x % 2 == 0 ? split.even : split.odd)[x / 2] = row[x];
 }
-
-QUILLON_INLINE Bytes LoadFrom(const uint8_t* from) { return Load<uint8_t, kVectorBytes>(from); }
 
 // Sorted lists of a stretch of columns, a row of bytes for each rank.
 template <int kRanks, int kColumns>
 struct SortedColumns {
   alignas(64) uint8_t rank[kRanks][kColumns];
 
-  QUILLON_INLINE Sorted<Bytes, kRanks> LoadAt(int x) const {
-    Sorted<Bytes, kRanks> column;
-    Unroll<kRanks>([&](auto i) { column.at[i] = LoadFrom(rank[i] + x); });
+  template <int N>
+  QUILLON_INLINE Sorted<U8<N>, kRanks> LoadAt(int x) const {
+    Sorted<U8<N>, kRanks> column;
+    Unroll<kRanks>([&](auto i) { column.at[i] = Load<uint8_t, N>(rank[i] + x); });
     return column;
   }
-  QUILLON_INLINE void StoreAt(int x, const Sorted<Bytes, kRanks>& column) {
+  template <class V>
+  QUILLON_INLINE void StoreAt(int x, const Sorted<V, kRanks>& column) {
     Unroll<kRanks>([&](auto i) { Store(rank[i] + x, column.at[i]); });
   }
 };
@@ -215,44 +214,56 @@ struct FourRowColumns {
 };
 
 // The outputs of a pair of columns: pixels (2k, 2k + 1).
+template <class V>
 struct Pair {
-  Bytes even, odd;
+  V even, odd;
 };
 
-QUILLON_INLINE void StorePair(uint8_t* out, const Pair& pair) {
-  Store(out, Interleaved<0>(pair.even, pair.odd, kLanes));
-  Store(out + kVectorBytes, Interleaved<kVectorBytes / 2>(pair.even, pair.odd, kLanes));
+template <class V>
+QUILLON_INLINE void StorePair(uint8_t* out, const Pair<V>& pair) {
+  constexpr int N = sizeof(V);
+  Store(out, Interleaved<0>(pair.even, pair.odd, kLanes<N>));
+  Store(out + N, Interleaved<N / 2>(pair.even, pair.odd, kLanes<N>));
 }
 
 // The medians of the windows that consist of `west` and `east`, 20 pixels without those that cannot
 // be the median, and of `row`, six pixels of which each window takes five.
-QUILLON_INLINE Pair WithRow(const Sorted<Bytes, 6>& west, const Sorted<Bytes, 6>& east,
-                            const SplitRow& row, int k) {
-  const auto core = Sort(LoadFrom(row.odd + k - 1), LoadFrom(row.even + k), LoadFrom(row.odd + k),
-                         LoadFrom(row.even + k + 1));
+template <class V>
+QUILLON_INLINE Pair<V> WithRow(const Sorted<V, 6>& west, const Sorted<V, 6>& east,
+                               const SplitRow& row, int k) {
+  constexpr int N = sizeof(V);
+  const auto core = Sort(Load<uint8_t, N>(row.odd + k - 1), Load<uint8_t, N>(row.even + k),
+                         Load<uint8_t, N>(row.odd + k), Load<uint8_t, N>(row.even + k + 1));
   const auto withWest = Merge(west, core), withEast = Merge(east, core);
-  return {Between(withWest.at[4], LoadFrom(row.even + k - 1), withWest.at[5]),
-          Between(withEast.at[4], LoadFrom(row.odd + k + 1), withEast.at[5])};
+  return {Between(withWest.at[4], Load<uint8_t, N>(row.even + k - 1), withWest.at[5]),
+          Between(withEast.at[4], Load<uint8_t, N>(row.odd + k + 1), withEast.at[5])};
 }
 
+// In vectors of N pairs, or of half as many where these hold all that is left.
+template <int N>
 void Stretch5x5(const SplitRow rows[6], uint8_t* upper, uint8_t* lower, int first, int count) {
+  if constexpr (N > 16) {
+    if (count <= N / 2) return Stretch5x5<N / 2>(rows, upper, lower, first, count);
+  }
   FourRowColumns columns;
   const int base = first - 1;  // the pair that index 0 stands for
-  for (int i = 0; i < count + 3; i += kVectorBytes) {
+  for (int i = 0; i < count + 3; i += N) {
     const int k = base + i;
-    const auto odd = Sort(LoadFrom(rows[1].odd + k - 1), LoadFrom(rows[2].odd + k - 1),
-                          LoadFrom(rows[3].odd + k - 1), LoadFrom(rows[4].odd + k - 1));
-    const auto even = Sort(LoadFrom(rows[1].even + k), LoadFrom(rows[2].even + k),
-                           LoadFrom(rows[3].even + k), LoadFrom(rows[4].even + k));
+    const auto odd =
+        Sort(Load<uint8_t, N>(rows[1].odd + k - 1), Load<uint8_t, N>(rows[2].odd + k - 1),
+             Load<uint8_t, N>(rows[3].odd + k - 1), Load<uint8_t, N>(rows[4].odd + k - 1));
+    const auto even = Sort(Load<uint8_t, N>(rows[1].even + k), Load<uint8_t, N>(rows[2].even + k),
+                           Load<uint8_t, N>(rows[3].even + k), Load<uint8_t, N>(rows[4].even + k));
     columns.odd.StoreAt(i, odd);
     columns.even.StoreAt(i, even);
     columns.both.StoreAt(i, Merge(odd, even));
   }
-  for (int i = 1; i <= count; i += kVectorBytes) {
+  for (int i = 1; i <= count; i += N) {
     const int k = base + i;
-    const auto core = Middle<3, 10>(Merge(columns.both.LoadAt(i), columns.both.LoadAt(i + 1)));
-    const auto west = Middle<4, 6>(Merge(core, columns.even.LoadAt(i - 1)));
-    const auto east = Middle<4, 6>(Merge(core, columns.odd.LoadAt(i + 2)));
+    const auto both = Merge(columns.both.LoadAt<N>(i), columns.both.LoadAt<N>(i + 1));
+    const auto core = Middle<3, 10>(both);
+    const auto west = Middle<4, 6>(Merge(core, columns.even.LoadAt<N>(i - 1)));
+    const auto east = Middle<4, 6>(Merge(core, columns.odd.LoadAt<N>(i + 2)));
     StorePair(upper + 2 * k, WithRow(west, east, rows[0], k));
     StorePair(lower + 2 * k, WithRow(west, east, rows[5], k));
   }
@@ -260,7 +271,7 @@ void Stretch5x5(const SplitRow rows[6], uint8_t* upper, uint8_t* lower, int firs
 
 void Rows5x5(const SplitRow rows[6], uint8_t* upper, uint8_t* lower, int pairs) {
   for (int k = 1; k <= pairs; k += FourRowColumns::kPairs) {
-    Stretch5x5(rows, upper, lower, k, Min(FourRowColumns::kPairs, pairs + 1 - k));
+    Stretch5x5<kVectorBytes>(rows, upper, lower, k, Min(FourRowColumns::kPairs, pairs + 1 - k));
   }
 }
 
