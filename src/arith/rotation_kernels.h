@@ -33,7 +33,8 @@ struct RotatedRow {
 
   // Of every eight pixels, the kernel asks the cache for one ahead of time: the one that pixel
   // number `fetched` will show some rows further down, `ahead` bytes from where it reads now.
-  // `fetched` changes from row to row, so eight rows ask for all that the later row needs.
+  // `fetched` changes from row to row, so eight rows ask for all that the later row needs;
+  // kStripColumns asks for nothing.
   int32_t fetched;
   int32_t ahead;
 };
