@@ -83,6 +83,12 @@ Argument Argument::Holding(Holds what) const {
   return argument;
 }
 
+Argument Argument::OfTemplate() const {
+  Argument argument = *this;
+  argument.isOfTemplate = true;
+  return argument;
+}
+
 std::string Argument::Meaning() const {
   return unit ? std::string(summary) + ", in " + unit : summary;
 }

@@ -46,6 +46,7 @@ struct Argument {
   const char* excludes = nullptr;   // an argument that cannot be given too
   bool isByPlace = false;           // a file: commands take it before the picture, without its name
   Holds holds = Holds::kPicture;
+  bool isOfTemplate = false;  // its points are in the pixels of a template, not of the picture
 
   // The same argument, which need not be given.
   Argument Or(const char* json) const;
@@ -58,6 +59,8 @@ struct Argument {
   Argument ByPlace() const;
   // The same file, of which this is known.
   Argument Holding(Holds what) const;
+  // The same points, in the pixels of a template.
+  Argument OfTemplate() const;
 
   bool IsRequired() const { return !otherwise; }
   bool IsOfFiles() const { return type == Type::kFile || type == Type::kFiles; }

@@ -60,8 +60,6 @@ BlobQuery QueryOf(const Values& values, bool polygons) {
 }
 
 struct BlobTool : Tool {
-  explicit BlobTool(BlobQuery query_) : query(std::move(query_)) {}
-
   Findings Tell(const Searched& searched) const override;
   Report Page(const std::string& picture) const override;
   void Draw(const Searched& searched, int firstRow, Report& report) const override;
@@ -69,16 +67,15 @@ struct BlobTool : Tool {
 
   std::vector<Fact> Facts(const Searched& searched) const;
 
-  BlobQuery query;
   BlobFinder finder;
   std::vector<FoundBlob> blobs;  // of the last search
 
  private:
-  enum Layers { kBox, kRectangle, kCentre, kNumber, kRegion };
+  enum Layers { kBox, kRectangle, kCentre, kNumber };
 };
 
-std::unique_ptr<Tool> MakeFinder(const Values& values, const Sources&) {
-  return std::make_unique<BlobTool>(QueryOf(values, true));
+std::unique_ptr<Tool> MakeFinder(const Values&, const Sources&) {
+  return std::make_unique<BlobTool>();
 }
 
 Thing ThingOf(const FoundBlob& blob) {
@@ -113,7 +110,7 @@ void FindBlobs(const Call& call) {
   RequireLines(call.values, "center_x", "columns", call.a.grey->width);
   RequireLines(call.values, "center_y", "rows", call.a.grey->height);
   auto& tool = static_cast<BlobTool&>(*call.tool);
-  tool.blobs = tool.finder.Find(*call.a.grey, tool.query);
+  tool.blobs = tool.finder.Find(*call.a.grey, QueryOf(call.values, true));
   for (const FoundBlob& blob : tool.blobs) call.result.things.push_back(ThingOf(blob));
 }
 
@@ -183,40 +180,25 @@ Findings BlobTool::Tell(const Searched& searched) const {
   return findings;
 }
 
-// With the outline of the region, where one was given.
 Report BlobTool::Page(const std::string& picture) const {
   constexpr size_t kMostNumbers = 150;  // more of them hide the picture, until they are asked for
-  Report report{.title = "Blobs of " + std::filesystem::path(picture).filename().string(),
-                .layers = {{"Outline box", Tone::kCyan},
-                           {"Minimum rectangle", Tone::kAmber},
-                           {"Centre", Tone::kMagenta},
-                           {"Number", Tone::kWhite, blobs.size() <= kMostNumbers}}};
-  if (!query.polygon.empty()) report.layers.push_back({"Region", Tone::kGreen});
-  return report;
+  return {.title = "Blobs of " + std::filesystem::path(picture).filename().string(),
+          .layers = {{"Outline box", Tone::kCyan},
+                     {"Minimum rectangle", Tone::kAmber},
+                     {"Centre", Tone::kMagenta},
+                     {"Number", Tone::kWhite, blobs.size() <= kMostNumbers}}};
 }
 
 void BlobTool::Draw(const Searched& searched, int firstRow, Report& report) const {
   Picture& picture = AddPicture("", searched.picture, report);
-  if (!query.polygon.empty()) {
-    const std::vector<int>& region = finder.Outline();
-    std::vector<Point> outline;
-    for (size_t i = 0; i < region.size(); i += 2) {
-      outline.push_back({static_cast<double>(region[i]), static_cast<double>(region[i + 1])});
-    }
-    picture.Polygon({kRegion}, outline);
-  }
-  int row = firstRow;
-  for (const FoundBlob& blob : blobs) {
-    const BlobFeature& feature = blob.feature;
-    Point corners[4];
-    for (size_t c = 0; c < 4; ++c) {
-      corners[c] = {feature.corners[2 * c], feature.corners[2 * c + 1]};
-    }
+  for (size_t i = 0; i < searched.things.size(); ++i) {
+    const Thing& blob = searched.things[i];
+    const int row = firstRow + static_cast<int>(i);
+    if (!IsThere(blob)) continue;
     picture.Box({kBox, row}, blob.left, blob.top, blob.right, blob.bottom);
-    picture.Polygon({kRectangle, row}, corners);
-    picture.Cross({kCentre, row}, {feature.centreX, feature.centreY});
+    picture.Polygon({kRectangle, row}, CornersOf(blob));
+    picture.Cross({kCentre, row}, {blob.x, blob.y});
     picture.Label({kNumber, row}, {blob.left - 0.5, blob.top - 1.0}, std::to_string(blob.number));
-    ++row;
   }
 }
 

@@ -393,6 +393,7 @@ Argument MaskOfTemplate() {
 Argument PolygonOfTemplate() {
   return Points("polygon",
                 "of the template only what lies inside this polygon counts, in its pixels")
+      .OfTemplate()
       .Optional();
 }
 

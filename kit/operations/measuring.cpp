@@ -1,16 +1,21 @@
-// Measuring: edges, pairs of edges, and lines, circles and ellipses through edges.
+// Measuring: edges, pairs of edges, lines, circles and ellipses through edges and through contours,
+// and what grey values are like.
 #include <algorithm>
 #include <cmath>
 
+#include "kit/images/pixels.h"
 #include "kit/measure/caliper.h"
+#include "kit/measure/contour.h"
 #include "kit/measure/fit.h"
 #include "kit/measure/grey_statistics.h"
 #include "kit/operations/operation.h"
+#include "kit/search/blob_search.h"
 
 namespace quillon::kit {
 namespace {
 
-constexpr const char *kBox = "box", *kRing = "ring", *kPercentiles = "percentiles";
+constexpr const char *kBox = "box", *kRing = "ring", *kPercentiles = "percentiles",
+                     *kRefuse = "refuse", *kMaxRms = "max_rms", *kSize = "size";
 
 TurnedBox BoxOf(const Values& values) {
   const auto box = values.List<double>(kBox);
@@ -71,12 +76,64 @@ void FindPairsIn(const Call& call) {
   }
 }
 
-void AddResidual(const Residual& residual, Thing& thing) {
+// ---- shapes through points ----------------------------------------------------------------------
+
+// Draws the shape, and the points that it was fitted to apart from those that were refused.
+struct FitTool : Tool {
+  Report Page(const std::string& picture) const override {
+    Report report = Tool::Page(picture);
+    report.layers.push_back({"Edge points", Tone::kMagenta});
+    report.layers.push_back({"Refused", Tone::kRed});
+    return report;
+  }
+
+  void Draw(const Searched& searched, int firstRow, Report& report) const override {
+    const int used = static_cast<int>(Tool::Page("").layers.size()), refused = used + 1;
+    Tool::Draw(searched, firstRow, report);
+    for (size_t i = 0; i < searched.things.size(); ++i) {
+      const int row = firstRow + static_cast<int>(i);
+      report.pictures.back().Dots({used, row}, searched.things[i].usedPoints);
+      report.pictures.back().Dots({refused, row}, searched.things[i].refusedPoints);
+    }
+  }
+};
+
+std::unique_ptr<Tool> MakeFit(const Values&, const Sources&) { return std::make_unique<FitTool>(); }
+
+void AddPoints(std::span<const Point> points, const Residual& residual, Thing& thing) {
+  for (size_t i = 0; i < points.size(); ++i) {
+    (residual.isUsed[i] ? thing.usedPoints : thing.refusedPoints).push_back(points[i]);
+  }
   thing.rms = residual.rms;
   thing.worst = residual.worst;
   thing.form = residual.spread;
   thing.used = residual.used;
   thing.refused = residual.refused;
+}
+
+Thing ThingOf(const FittedLine& line, std::span<const Point> points) {
+  const Pose along = {line.middle.x, line.middle.y, line.degrees};
+  Thing thing = {.x = line.middle.x,
+                 .y = line.middle.y,
+                 .angle = line.degrees,
+                 .corners = Ends(along.At(-line.length / 2, 0), along.At(line.length / 2, 0)),
+                 .length = line.length};
+  AddPoints(points, line.residual, thing);
+  return thing;
+}
+
+Thing ThingOf(const FittedEllipse& found, std::span<const Point> points) {
+  const TurnedBox around = {
+      {found.centre.x, found.centre.y, found.degrees}, found.width, found.height};
+  Thing thing = {.x = found.centre.x,
+                 .y = found.centre.y,
+                 .width = found.width,
+                 .height = found.height,
+                 .angle = found.degrees,
+                 .corners = around.Corners(),
+                 .diameter = (found.width + found.height) / 2};
+  AddPoints(points, found.residual, thing);
+  return thing;
 }
 
 // A line's direction is that of its rectangle's height, not turned about: clockwise by 90 degrees
@@ -85,51 +142,113 @@ void FitLineIn(const Call& call) {
   const TurnedBox box = BoxOf(call.values);
   const auto points =
       EdgesAcross(*call.a.grey, box, call.values.Whole("calipers"), RuleOf(call.values));
-  const auto line = FitLine(points, call.values.Number("refuse"));
-  if (!line) return;
-  const Pose along = {line->middle.x, line->middle.y, line->degrees};
-  Thing thing = {.x = line->middle.x,
-                 .y = line->middle.y,
-                 .angle = line->degrees,
-                 .corners = Ends(along.At(-line->length / 2, 0), along.At(line->length / 2, 0)),
-                 .length = line->length};
-  AddResidual(line->residual, thing);
-  call.result.things.push_back(thing);
+  const auto line = FitLine(points, call.values.Number(kRefuse));
+  if (line) call.result.things.push_back(ThingOf(*line, points));
 }
 
 template <auto Fit>
 void FitRound(const Call& call) {
   const auto points = EdgesAround(*call.a.grey, RingOf(call.values), call.values.Whole("rays"),
                                   call.values.Number("ray_width"), RuleOf(call.values));
-  const auto found = Fit(points, call.values.Number("refuse"));
-  if (!found) return;
-  const TurnedBox around = {
-      {found->centre.x, found->centre.y, found->degrees}, found->width, found->height};
-  Thing thing = {.x = found->centre.x,
-                 .y = found->centre.y,
-                 .width = found->width,
-                 .height = found->height,
-                 .angle = found->degrees,
-                 .corners = around.Corners(),
-                 .diameter = (found->width + found->height) / 2};
-  AddResidual(found->residual, thing);
-  call.result.things.push_back(thing);
+  const auto found = Fit(points, call.values.Number(kRefuse));
+  if (found) call.result.things.push_back(ThingOf(*found, points));
 }
 
-// Pixels whose centres lie in the box.
-void MeasureGreys(const Call& call) {
-  const TurnedBox box = BoxOf(call.values);
-  const GreyImage& image = *call.a.grey;
+// ---- shapes through contours --------------------------------------------------------------------
+
+// The columns and rows of the picture that a box reaches, both included.
+struct Reach {
+  int left, top, right, bottom;
+};
+
+Reach ReachOf(const TurnedBox& box, const GreyImage& image) {
   const auto corners = box.Corners();
   const auto [left, right] = std::minmax({corners[0], corners[2], corners[4], corners[6]});
   const auto [top, bottom] = std::minmax({corners[1], corners[3], corners[5], corners[7]});
   const auto clamped = [](double value, int most) {
     return static_cast<int>(std::clamp(value, 0.0, double(most)));
   };
+  return {clamped(left, image.width - 1), clamped(top, image.height - 1),
+          clamped(right, image.width - 1), clamped(bottom, image.height - 1)};
+}
+
+// Halfway between the dark pixels and the bright ones, where a blurred edge between them lies. By
+// their medians: the pixels of the edges themselves would draw their means to each other, and the
+// fewer of both the more.
+double HalfwayLevel(const GreyImage& image) {
+  GreyImage binary;
+  const int level = OtsuLevel(image, binary);
+  GreyStatistics dark, bright;
+  for (int y = 0; y < image.height; ++y) {
+    for (int x = 0; x < image.width; ++x) {
+      const unsigned char grey = image.rows[y][x];
+      (grey <= level ? dark : bright).Add(grey);
+    }
+  }
+  return bright.Count() ? (dark.Percentile(50) + bright.Percentile(50)) / 2.0 : 256;
+}
+
+std::vector<Contour> ContoursIn(const GreyImage& image, const Values& values) {
+  const double minLength = values.Number("min_length");
+  return FindContours(image, values.Has("level") ? values.Number("level") : HalfwayLevel(image),
+                      minLength);
+}
+
+// In the box, where there is one: from there the level is taken too.
+std::vector<Contour> ContoursOf(const GreyImage& image, const Values& values) {
+  if (!values.Has(kBox)) return ContoursIn(image, values);
+  const TurnedBox box = BoxOf(values);
+  const Reach reach = ReachOf(box, image);
+  GreyImage part;
+  part.Create(reach.right - reach.left + 1, reach.bottom - reach.top + 1);
+  RequirePixels(part);
+  for (int y = 0; y < part.height; ++y) {
+    std::copy_n(image.rows[reach.top + y] + reach.left, part.width, part.rows[y]);
+  }
+  std::vector<Contour> contours = ContoursIn(part, values);
+  for (Contour& contour : contours) {
+    for (Point& at : contour.points) at = {at.x + reach.left, at.y + reach.top};
+  }
+  return CutTo(box, contours, values.Number("min_length"));
+}
+
+// Whether its size is one that is looked for.
+bool IsWithin(const Values& values, double size) {
+  if (!values.Has(kSize)) return true;
+  const auto range = values.List<double>(kSize);
+  return size >= range[0] && size <= range[1];
+}
+
+template <auto Fit>
+void FitContours(const Call& call) {
+  constexpr size_t kMostPoints = 2000;  // of a contour: more of them take time and tell nothing
+  const std::string around = call.values.Text("around");
+  for (const Contour& contour : ContoursOf(*call.a.grey, call.values)) {
+    const bool isOne =
+        around == "any" || (contour.isClosed && contour.IsAroundBright() == (around == "bright"));
+    if (!isOne) continue;
+    const std::vector<Point> points = Thinned(contour, kMostPoints);
+    const auto found = Fit(points, call.values.Number(kRefuse));
+    if (!found) continue;
+    const Thing thing = ThingOf(*found, points);
+    const bool isGood = !call.values.Has(kMaxRms) || thing.rms <= call.values.Number(kMaxRms);
+    if (isGood && IsWithin(call.values, thing.length + thing.diameter)) {
+      call.result.things.push_back(thing);
+    }
+  }
+}
+
+// ---- grey values --------------------------------------------------------------------------------
+
+// Pixels whose centres lie in the box.
+void MeasureGreys(const Call& call) {
+  const TurnedBox box = BoxOf(call.values);
+  const GreyImage& image = *call.a.grey;
+  const Reach reach = ReachOf(box, image);
   const Pose back = {0, 0, -box.pose.degrees};
   GreyStatistics greys;
-  for (int y = clamped(top, image.height - 1); y <= clamped(bottom, image.height - 1); ++y) {
-    for (int x = clamped(left, image.width - 1); x <= clamped(right, image.width - 1); ++x) {
+  for (int y = reach.top; y <= reach.bottom; ++y) {
+    for (int x = reach.left; x <= reach.right; ++x) {
       const Point at = back.At(x - box.pose.x, y - box.pose.y);
       const bool isInside = std::abs(at.x) <= box.width / 2 && std::abs(at.y) <= box.height / 2;
       if (isInside) greys.Add(image.rows[y][x]);
@@ -144,7 +263,7 @@ void MeasureGreys(const Call& call) {
                                 .height = box.height,
                                 .angle = box.pose.degrees,
                                 .mean = greys.Mean(),
-                                .corners = corners,
+                                .corners = box.Corners(),
                                 .median = double(greys.Percentile(50)),
                                 .deviation = greys.Deviation(),
                                 .darkest = double(greys.Percentile(0)),
@@ -174,7 +293,7 @@ Argument OneEdge(const char* summary) {
   return Choice("select", {"first", "last", "strongest"}, summary).Or("\"strongest\"");
 }
 Argument Refuse() {
-  return Number("refuse", 1, 1e9,
+  return Number(kRefuse, 1, 1e9,
                 "edge points that lie farther from the shape than this many robust deviations are "
                 "refused")
       .Or("3");
@@ -191,6 +310,23 @@ std::vector<Argument> RoundArguments() {
           Refuse()};
 }
 
+std::vector<Argument> ContourArguments(const Argument& box, const char* size) {
+  return {box,
+          Number("level", 0, 255,
+                 "grey value that contours follow; without: halfway between the medians of dark "
+                 "and bright pixels, as Otsu's threshold parts them")
+              .Optional(),
+          Choice("around", {"any", "bright", "dark"},
+                 "bright or dark: only contours that are closed around such things")
+              .Or("\"any\""),
+          Number("min_length", 2, 1e6, "contours of at least this length").Or("20").In("pixels"),
+          Refuse(),
+          Range(kSize, 0, 1e6, size).In("pixels").Optional(),
+          Number(kMaxRms, 0, 1e6, "keep shapes whose used points lie no farther away, by rms")
+              .In("pixels")
+              .Optional()};
+}
+
 }  // namespace
 
 std::vector<Operation> MeasuringOperations() {
@@ -198,6 +334,10 @@ std::vector<Operation> MeasuringOperations() {
   const auto all = [](const char* summary) {
     return Choice("select", {"all", "first", "last", "strongest"}, summary).Or("\"all\"");
   };
+  const Argument part =
+      BoxToLookIn("only contours in it, cut off where they leave it; without: in all the picture")
+          .Optional();
+  const char* const diameter = "keep those of a diameter, or mean of both, within";
   return {
       {.name = "edges",
        .family = kFamily,
@@ -224,19 +364,44 @@ std::vector<Operation> MeasuringOperations() {
                      Sign("rising: from dark to bright along the width"),
                      OneEdge("which edge of each part"), MinStrength(), Smoothing(),
                      Whole("calipers", 2, 1000, "parts of the height").Or("20"), Refuse()},
-       .run = FitLineIn},
+       .run = FitLineIn,
+       .prepare = MakeFit},
       {.name = "fit-circle",
        .family = kFamily,
        .summary = "the circle through edges around a centre",
        .output = Kind::kCircles,
        .arguments = RoundArguments(),
-       .run = FitRound<FitCircle>},
+       .run = FitRound<FitCircle>,
+       .prepare = MakeFit},
       {.name = "fit-ellipse",
        .family = kFamily,
        .summary = "the ellipse through edges around a centre",
        .output = Kind::kCircles,
        .arguments = RoundArguments(),
-       .run = FitRound<FitEllipse>},
+       .run = FitRound<FitEllipse>,
+       .prepare = MakeFit},
+      {.name = "fit-contour-lines",
+       .family = kFamily,
+       .summary = "a line through each contour in a turned rectangle",
+       .output = Kind::kLines,
+       .arguments = ContourArguments(BoxToLookIn("the contours in it, cut off where they leave it"),
+                                     "keep lines of a length within"),
+       .run = FitContours<FitLine>,
+       .prepare = MakeFit},
+      {.name = "fit-contour-circles",
+       .family = kFamily,
+       .summary = "a circle through each contour",
+       .output = Kind::kCircles,
+       .arguments = ContourArguments(part, diameter),
+       .run = FitContours<FitCircle>,
+       .prepare = MakeFit},
+      {.name = "fit-contour-ellipses",
+       .family = kFamily,
+       .summary = "an ellipse through each contour",
+       .output = Kind::kCircles,
+       .arguments = ContourArguments(part, diameter),
+       .run = FitContours<FitEllipse>,
+       .prepare = MakeFit},
       {.name = "statistics",
        .family = kFamily,
        .summary = "what the grey values in a turned rectangle are like",

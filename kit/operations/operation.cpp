@@ -26,6 +26,9 @@ void RequirePicture(Kind kind, PictureView view) {
   if (!isThere) throw Failure(WithArticle(kind) + " with pixels is needed");
 }
 
+// Where things were looked for, in the legend of a page.
+constexpr const char* kRegion = "Region";
+
 }  // namespace
 
 const std::vector<Operation>& Operations() {
@@ -99,11 +102,30 @@ void ReadyOperation::RunWith(const Values& values, PictureView a, PictureView b,
 }
 
 void ReadyOperation::Run(PictureView a, PictureView b, Content& result) {
+  regions_ = OutlinesOf(*operation_, values_);
   RunWith(values_, a, b, result);
 }
 
-void ReadyOperation::RunAt(const Frame& frame, PictureView a, PictureView b, Content& result) {
-  RunWith(PlacedIn(*operation_, values_, frame), a, b, result);
+// Where something comes out for none or several frames, results could not be told apart by their
+// number: a thing without numbers keeps the place of one that was not found.
+void ReadyOperation::RunAt(std::span<const std::optional<Frame>> frames, PictureView a,
+                           PictureView b, Content& result) {
+  std::vector<Thing> found;
+  regions_.clear();
+  for (const std::optional<Frame>& frame : frames) {
+    result.things.clear();
+    if (frame) {
+      const Values placed = PlacedIn(*operation_, values_, *frame);
+      for (auto& outline : OutlinesOf(*operation_, placed)) regions_.push_back(std::move(outline));
+      RunWith(placed, a, b, result);
+    }
+    if (result.things.empty()) result.things.push_back(NothingFound());
+    for (Thing& thing : result.things) {
+      thing.number = static_cast<int>(found.size());
+      found.push_back(thing);
+    }
+  }
+  result.things = std::move(found);
 }
 
 Findings ReadyOperation::Tell(const Searched& searched) const {
@@ -111,11 +133,24 @@ Findings ReadyOperation::Tell(const Searched& searched) const {
 }
 
 Report ReadyOperation::Page(const std::string& picture) const {
-  return Guarded([&] { return tool_->Page(picture); });
+  return Guarded([&] {
+    Report report = tool_->Page(picture);
+    if (!OutlinesOf(*operation_, values_).empty()) {
+      report.layers.push_back({kRegion, Tone::kGreen});
+    }
+    return report;
+  });
 }
 
 void ReadyOperation::Draw(const Searched& searched, int firstRow, Report& report) const {
-  Guarded([&] { tool_->Draw(searched, firstRow, report); });
+  Guarded([&] {
+    tool_->Draw(searched, firstRow, report);
+    const auto layer = std::find_if(report.layers.begin(), report.layers.end(),
+                                    [](const Layer& row) { return row.name == kRegion; });
+    if (layer == report.layers.end()) return;
+    const Mark mark = {static_cast<int>(layer - report.layers.begin())};
+    for (const auto& outline : regions_) report.pictures.back().Polygon(mark, outline);
+  });
 }
 
 void ReadyOperation::Aside(GreyImage& picture) const {

@@ -10,6 +10,7 @@
 
 #include <array>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
@@ -95,8 +96,11 @@ class ReadyOperation {
 
   // What `result` held before is released. Throws Failure when nothing comes out.
   void Run(PictureView a, PictureView b, Content& result);
-  // The same with all places brought to where the frame lies. Of operations that have places.
-  void RunAt(const Frame& frame, PictureView a, PictureView b, Content& result);
+  // The same once for each frame, with all places brought to where it lies; of operations that find
+  // things and have places. The things of all frames are numbered in turn. Where nothing is found
+  // for a frame, or there is none, stands a thing without numbers.
+  void RunAt(std::span<const std::optional<Frame>> frames, PictureView a, PictureView b,
+             Content& result);
 
   std::vector<Detail> Details() const { return tool_->Details(); }
   const Values& GivenValues() const { return values_; }
@@ -111,7 +115,8 @@ class ReadyOperation {
 
   const Operation* operation_;
   Values values_;
-  std::unique_ptr<Tool> tool_;  // a plain one where the operation keeps nothing
+  std::unique_ptr<Tool> tool_;                    // a plain one where the operation keeps nothing
+  std::vector<std::vector<Point>> regions_ = {};  // outlines of where the last run looked
 };
 
 // The parts of the table, a family each.

@@ -2,16 +2,70 @@
 
 #include <algorithm>
 #include <cmath>
+#include <numbers>
 
 #include "kit/errors.h"
+#include "kit/measure/fit.h"
 #include "kit/text/numbers.h"
 #include "kit/text/text.h"
 
 namespace quillon::kit {
 namespace {
 
+// Whether it can follow a thing. An upright rectangle cannot: it would have to turn.
 bool IsPlace(const Argument& argument) {
-  return argument.type == Argument::Type::kBox || argument.type == Argument::Type::kRing;
+  using Type = Argument::Type;
+  return argument.type == Type::kBox || argument.type == Type::kRing ||
+         (argument.type == Type::kPoints && !argument.isOfTemplate);
+}
+
+bool IsRegion(const Argument& argument) {
+  return IsPlace(argument) || argument.type == Argument::Type::kRectangle;
+}
+
+// The pixels of [left, top, width, height], by their centres.
+TurnedBox UprightBox(const std::vector<double>& list) {
+  return {{list[0] + (list[2] - 1) / 2, list[1] + (list[3] - 1) / 2, 0}, list[2] - 1, list[3] - 1};
+}
+
+TurnedBox BoxOf(const std::vector<double>& list) {
+  return {{list[0], list[1], list[4]}, list[2], list[3]};
+}
+
+std::vector<Point> CornersOf(const TurnedBox& box) {
+  const auto corners = box.Corners();
+  std::vector<Point> points;
+  for (size_t i = 0; i < corners.size(); i += 2) points.push_back({corners[i], corners[i + 1]});
+  return points;
+}
+
+// A circle as a page draws it.
+std::vector<Point> CircleAround(Point centre, double radius) {
+  constexpr int kCorners = 72;
+  std::vector<Point> points;
+  for (int i = 0; i < kCorners; ++i) {
+    points.push_back(Pose{centre.x, centre.y, i * 360.0 / kCorners}.At(radius, 0));
+  }
+  return points;
+}
+
+// What a page draws of a place: its outline, of a ring both circles.
+std::vector<std::vector<Point>> OutlinesOf(const Argument& argument, const Json& value) {
+  using Type = Argument::Type;
+  if (argument.type == Type::kPoints) {
+    std::vector<Point> points;
+    for (const auto& [x, y] : value.get<std::vector<std::array<double, 2>>>()) {
+      points.push_back({x, y});
+    }
+    return {points};
+  }
+  const auto list = value.get<std::vector<double>>();
+  if (argument.type == Type::kBox) return {CornersOf(BoxOf(list))};
+  if (argument.type == Type::kRing) {
+    const Point centre = {list[0], list[1]};
+    return {CircleAround(centre, list[2]), CircleAround(centre, list[3])};
+  }
+  return {CornersOf(UprightBox(list))};
 }
 
 // The centres of a picture's pixels lie from (0, 0) to this corner.
@@ -24,11 +78,6 @@ struct Extent {
 
 bool Overlap(double least, double most, double low, double high) {
   return most >= low && least <= high;
-}
-
-// The pixels of [left, top, width, height], by their centres.
-TurnedBox UprightBox(const std::vector<double>& list) {
-  return {{list[0] + (list[2] - 1) / 2, list[1] + (list[3] - 1) / 2, 0}, list[2] - 1, list[3] - 1};
 }
 
 Extent ExtentOf(const TurnedBox& box) {
@@ -67,33 +116,90 @@ bool Holds(const std::vector<double>& ring, Corner corner) {
   return nearest <= ring[3] && farthest >= ring[2];
 }
 
+// A place in the directions of a frame, brought to the picture; polygons go by whole pixels.
+Json Placed(const Argument& argument, const Json& value, const Frame& frame) {
+  const auto at = [&](double x, double y) {
+    return frame.pose.At(frame.scale * x, frame.scale * y);
+  };
+  if (argument.type == Argument::Type::kPoints) {
+    Json points = Json::array();
+    for (const Json& point : value) {
+      const auto [x, y] = at(point[0].get<double>(), point[1].get<double>());
+      points.push_back({std::llround(x), std::llround(y)});
+    }
+    return points;
+  }
+  auto place = value.get<std::vector<double>>();
+  const Point centre = at(place[0], place[1]);
+  place[0] = centre.x;
+  place[1] = centre.y;
+  place[2] *= frame.scale;
+  place[3] *= frame.scale;
+  if (argument.type == Argument::Type::kBox) {
+    place[4] = std::remainder(place[4] + frame.pose.degrees, 360);
+  }
+  return place;
+}
+
 }  // namespace
 
 bool HasPlaces(const Operation& operation) {
   return std::any_of(operation.arguments.begin(), operation.arguments.end(), IsPlace);
 }
 
+std::optional<Frame> FrameOf(const Thing& thing) {
+  if (!IsThere(thing)) return {};
+  return Frame{{thing.x, thing.y, thing.angle}, thing.scale > 0 ? thing.scale : 1};
+}
+
+std::optional<Frame> FrameOf(const Thing& first, Kind firstKind, const Thing& second,
+                             Kind secondKind) {
+  if (!IsThere(first) || !IsThere(second)) return {};
+  if (firstKind == Kind::kCircles && secondKind == Kind::kCircles) {
+    const double x = second.x - first.x, y = second.y - first.y;
+    if (x == 0 && y == 0) return {};
+    return Frame{{first.x, first.y, std::atan2(y, x) * 180 / std::numbers::pi}, 1};
+  }
+  const auto along = [](const Thing& thing, Kind kind) {
+    const bool runsAcross = kind == Kind::kEdges || kind == Kind::kPairs;
+    return thing.angle + (runsAcross ? 90 : 0);
+  };
+  double degrees = along(first, firstKind);
+  const auto origin =
+      Crossing({first.x, first.y}, degrees, {second.x, second.y}, along(second, secondKind));
+  if (!origin) return {};
+  // The angle of a line is known up to half a turn: its middle says which way it runs.
+  const Point ahead = Pose{0, 0, degrees}.At(1, 0);
+  const bool isBehind = (first.x - origin->x) * ahead.x + (first.y - origin->y) * ahead.y < 0;
+  if (isBehind) degrees += 180;
+  return Frame{{origin->x, origin->y, std::remainder(degrees, 360)}, 1};
+}
+
 Values PlacedIn(const Operation& operation, const Values& values, const Frame& frame) {
   Values placed = values;
   for (const Argument& argument : operation.arguments) {
     if (!IsPlace(argument) || !values.Has(argument.name)) continue;
-    auto place = values.List<double>(argument.name);
-    const Point at = frame.pose.At(frame.scale * place[0], frame.scale * place[1]);
-    place[0] = at.x;
-    place[1] = at.y;
-    place[2] *= frame.scale;
-    place[3] *= frame.scale;
-    if (argument.type == Argument::Type::kBox) {
-      place[4] = std::remainder(place[4] + frame.pose.degrees, 360);
-    }
-    const Json value = place;
-    if (!argument.Fits(value)) {
-      throw Failure(std::string("'") + argument.name + "' comes to lie at " + InMessage(value) +
-                    ", which is not " + argument.Expected());
+    const Json value = Placed(argument, values.At(argument.name), frame);
+    const std::string where =
+        std::string("'") + argument.name + "' comes to lie at " + InMessage(value);
+    if (!argument.Fits(value)) throw Failure(where + ", which is not " + argument.Expected());
+    if (const std::string problem = argument.Contradiction(value); !problem.empty()) {
+      throw Failure(where + ": " + problem);
     }
     placed.Set(argument.name, value);
   }
   return placed;
+}
+
+std::vector<std::vector<Point>> OutlinesOf(const Operation& operation, const Values& values) {
+  std::vector<std::vector<Point>> all;
+  for (const Argument& argument : operation.arguments) {
+    if (!IsRegion(argument) || !values.Has(argument.name)) continue;
+    for (auto& outline : OutlinesOf(argument, values.At(argument.name))) {
+      all.push_back(std::move(outline));
+    }
+  }
+  return all;
 }
 
 void RequirePlacesIn(const Operation& operation, const Values& values, int width, int height) {
@@ -102,13 +208,15 @@ void RequirePlacesIn(const Operation& operation, const Values& values, int width
     return ShortestDigits(std::floor(from)) + " to " + ShortestDigits(std::ceil(to));
   };
   for (const Argument& argument : operation.arguments) {
+    // Polygons are looked at where they are used, pixel by pixel.
+    if (!IsRegion(argument) || argument.type == Argument::Type::kPoints) continue;
+    if (!values.Has(argument.name)) continue;
     const bool isRing = argument.type == Argument::Type::kRing;
     const bool isUpright = argument.type == Argument::Type::kRectangle;
-    if ((!IsPlace(argument) && !isUpright) || !values.Has(argument.name)) continue;
     const auto list = values.List<double>(argument.name);
     const TurnedBox box = isUpright ? UprightBox(list)
                           : isRing  ? TurnedBox{{list[0], list[1], 0}, 2 * list[3], 2 * list[3]}
-                                    : TurnedBox{{list[0], list[1], list[4]}, list[2], list[3]};
+                                    : BoxOf(list);
     if (isRing ? Holds(list, corner) : Holds(box, corner)) continue;
     const auto [least, most] = ExtentOf(box);
     throw Failure(std::string("the ") + argument.name + ", columns " + range(least.x, most.x) +

@@ -19,10 +19,10 @@ bool IsOfThing(const Quantity& quantity, const std::vector<Kind>& kinds) {
 
 // Left, top, right and bottom: the outermost pixels, or the corners of a turned rectangle.
 std::array<Cell, 4> BoxOf(const Thing& thing, Kind kind) {
+  if (!IsThere(thing)) return {};
   if (HasPixelsOfItsOwn(kind)) {
     return {int64_t{thing.left}, int64_t{thing.top}, int64_t{thing.right}, int64_t{thing.bottom}};
   }
-  if (!IsThere(thing)) return {};
   const auto& [x0, y0, x1, y1, x2, y2, x3, y3] = thing.corners;
   return {std::min({x0, x1, x2, x3}), std::min({y0, y1, y2, y3}), std::max({x0, x1, x2, x3}),
           std::max({y0, y1, y2, y3})};
@@ -134,8 +134,8 @@ const std::vector<Quantity>& Quantities() {
        3},
       {"worst", "the greatest of these distances", &Thing::worst, fitted, 3},
       {"form",
-       "from the innermost edge point to the outermost: straightness of a line, roundness of a "
-       "circle",
+       "from the innermost edge point that was used to the outermost, about the shape of least "
+       "squares: straightness of a line, roundness of a circle",
        &Thing::form, fitted, 3},
       {"used", "edge points that the shape was fitted to", &Thing::used, fitted, 0},
       {"refused", "edge points that were refused", &Thing::refused, fitted, 0},

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "kit/geometry.h"
 #include "kit/report/findings.h"
 
 namespace quillon::kit {
@@ -48,11 +49,12 @@ struct Thing {
   double position = 0, strength = 0;             // of an edge or a pair of edges in its rectangle
   double diameter = 0, length = 0;               // of a circle, of a line
   double rms = 0, worst = 0, form = 0;           // distances of edge points from their shape
-  double used = 0, refused = 0;                  // edge points
+  double used = 0, refused = 0;                  // how many edge points
   double median = 0, deviation = 0;              // of grey values
   double darkest = 0, brightest = 0, low = 0, high = 0;
   double contrast = 0, hull = 0, convexity = 0, circularity = 0, elongation = 0;  // of a shape
   double axis = 0, mxx = 0, mxy = 0, myy = 0;
+  std::vector<Point> usedPoints = {}, refusedPoints = {};  // edge points of a shape through them
   int number = -1;  // of a blob among all blobs, before the selection; of others their place
 };
 

@@ -7,6 +7,7 @@
 #include "kit/errors.h"
 #include "kit/images/image_files.h"
 #include "kit/images/pixels.h"
+#include "kit/operations/places.h"
 
 namespace quillon::kit::recipe {
 namespace {
@@ -49,6 +50,19 @@ std::optional<double> Pick(Which which, const std::vector<double>& values) {
     default:
       return sum / static_cast<double>(values.size());
   }
+}
+
+// Each thing with that of the same number, or one alone with each of the others; nothing where they
+// are of different numbers.
+using Pair = std::pair<const Thing*, const Thing*>;
+std::optional<std::vector<Pair>> Pairs(const std::vector<Thing>& a, const std::vector<Thing>& b) {
+  if (a.size() != b.size() && a.size() != 1 && b.size() != 1) return {};
+  const size_t count = std::min(a.size(), b.size()) == 0 ? 0 : std::max(a.size(), b.size());
+  std::vector<Pair> pairs;
+  for (size_t i = 0; i < count; ++i) {
+    pairs.emplace_back(&a[std::min(i, a.size() - 1)], &b[std::min(i, b.size() - 1)]);
+  }
+  return pairs;
 }
 
 // The argument that names a file, for messages about it.
@@ -117,10 +131,10 @@ void Inspector::Run(size_t number, const std::string& image) {
   try {
     const PictureView a = view(step.inputs.front()), b = view(step.inputs.back());
     Content& result = contents_[static_cast<size_t>(step.output)];
-    if (step.follows >= 0) {
-      Follow(number, a, b, result);
-    } else {
+    if (step.follows.empty()) {
       ready_[number]->Run(a, b, result);
+    } else {
+      ready_[number]->RunAt(FramesOf(step), a, b, result);
     }
   } catch (const Failure& failure) {
     throw Failure("step '" + step.name + "': " + failure.what());
@@ -128,19 +142,27 @@ void Inspector::Run(size_t number, const std::string& image) {
   milliseconds_[number] = std::chrono::duration<double, std::milli>(Clock::now() - start).count();
 }
 
-// Done once for each thing that is followed, at the places that lie in its own directions. Where
-// something comes out for none or several of them, results could not be told apart by their number:
-// one that has nothing gets a thing without numbers, as long as the others have one each.
-void Inspector::Follow(size_t number, PictureView a, PictureView b, Content& result) {
-  const Step& step = recipe_.steps[number];
-  std::vector<Thing> found;
-  for (const Thing& thing : Of(step.follows).things) {
-    const Frame frame = {{thing.x, thing.y, thing.angle}, thing.scale > 0 ? thing.scale : 1};
-    ready_[number]->RunAt(frame, a, b, result);
-    if (result.things.empty()) result.things.push_back(NothingFound());
-    found.insert(found.end(), result.things.begin(), result.things.end());
+// Where the places of a step lie that follows things.
+std::vector<std::optional<Frame>> Inspector::FramesOf(const Step& step) const {
+  std::vector<std::optional<Frame>> frames;
+  const std::vector<Thing>& first = Of(step.follows.front()).things;
+  if (step.follows.size() == 1) {
+    for (const Thing& thing : first) frames.push_back(FrameOf(thing));
+    return frames;
   }
-  result.things = std::move(found);
+  const std::vector<Thing>& second = Of(step.follows.back()).things;
+  if (first.empty() || second.empty()) return {};
+  const auto pairs = Pairs(first, second);
+  if (!pairs) {
+    throw Failure("it follows " + std::to_string(first.size()) + " and " +
+                  std::to_string(second.size()) + " things, which do not go together");
+  }
+  const auto kindOf = [&](int slot) { return recipe_.slots[static_cast<size_t>(slot)].kind; };
+  for (const auto& [one, other] : *pairs) {
+    frames.push_back(
+        FrameOf(*one, kindOf(step.follows.front()), *other, kindOf(step.follows.back())));
+  }
+  return frames;
 }
 
 double Inspector::MmPerPixel(int slot) const {
@@ -176,16 +198,10 @@ std::optional<double> Inspector::Measure(const Measurement& measurement,
       values.push_back(IsThere(thing) ? thing.*measurement.quantity->member : NAN);
     }
   } else {
-    const std::vector<Thing>& others = Of(measurement.other).things;
-    // Each with that of the same number, or one alone with each of the others.
-    const size_t a = content.things.size(), b = others.size();
-    if (a != b && a != 1 && b != 1) return {};
-    const size_t count = std::min(a, b) == 0 ? 0 : std::max(a, b);
-    for (size_t i = 0; i < count; ++i) {
-      const auto at = [i](const std::vector<Thing>& things) -> const Thing& {
-        return things[std::min(i, things.size() - 1)];
-      };
-      values.push_back(measurement.between->value(at(content.things), at(others)).value_or(NAN));
+    const auto pairs = Pairs(content.things, Of(measurement.other).things);
+    if (!pairs) return {};
+    for (const auto& [one, other] : *pairs) {
+      values.push_back(measurement.between->value(*one, *other).value_or(NAN));
     }
   }
   std::optional<double> value = Pick(measurement.which, values);

@@ -71,7 +71,7 @@ class Inspector {
   ImageRecord Inspect(const std::string& name, Fill fill);
   ReadyOperation Prepare(const Step& step, const Values& values) const;
   void Run(size_t step, const std::string& image);
-  void Follow(size_t step, PictureView a, PictureView b, Content& result);
+  std::vector<std::optional<Frame>> FramesOf(const Step& step) const;
   std::optional<double> Measure(const Measurement& measurement,
                                 const std::vector<std::optional<double>>& before) const;
   double MmPerPixel(int slot) const;

@@ -37,6 +37,20 @@ std::optional<double> DistanceFromLine(const Thing& a, const Thing& line) {
   return std::abs((a.y - line.y) * std::cos(angle) - (a.x - line.x) * std::sin(angle));
 }
 
+// The least distance between two lines that hold all points of the first one between them; they
+// run in the second one's direction, or at `turned` degrees to it.
+template <int turned>
+std::optional<double> ZoneOfPoints(const Thing& line, const Thing& datum) {
+  if (line.usedPoints.empty()) return {};
+  const double angle = (datum.angle + turned) * std::numbers::pi / 180;
+  std::vector<double> aside;
+  for (const Point& at : line.usedPoints) {
+    aside.push_back((at.y - line.y) * std::cos(angle) - (at.x - line.x) * std::sin(angle));
+  }
+  const auto [least, most] = std::minmax_element(aside.begin(), aside.end());
+  return *most - *least;
+}
+
 template <double Point::*coordinate>
 std::optional<double> CrossingOf(const Thing& a, const Thing& b) {
   const auto crossing = Crossing({a.x, a.y}, a.angle, {b.x, b.y}, b.angle);
@@ -54,6 +68,12 @@ const std::vector<Between>& Betweens() {
        DistanceFromLine},
       {"angle-between", "between their directions, 0 for parallel ones, 90 at the most", kDegrees,
        AngleBetween},
+      {"parallelism",
+       "of a line to the second's direction: how far apart two lines in that direction are that "
+       "hold all its used edge points between them",
+       kPixels, ZoneOfPoints<0>, true},
+      {"perpendicularity", "the same for two lines at right angles to that direction", kPixels,
+       ZoneOfPoints<90>, true},
       {"crossing-x", "column where their directions cross", kPixels, CrossingOf<&Point::x>},
       {"crossing-y", "row of it", kPixels, CrossingOf<&Point::y>},
   };

@@ -25,6 +25,7 @@ struct Between {
   const char* summary;
   Unit unit;
   std::optional<double> (*value)(const Thing& a, const Thing& b);
+  bool isOfLine = false;  // the first is a line through points
 };
 const std::vector<Between>& Betweens();
 

@@ -137,7 +137,8 @@ std::string PlaceOf(const char* what, const Json& object, size_t index) {
   return std::string(what) + " " + Quote(name->get<std::string>());
 }
 
-constexpr const char* kScale = "mm_per_pixel";
+constexpr const char *kScale = "mm_per_pixel", *kFollow = "follow";
+constexpr const char* kNoNames = " is not a name, or a list of two names";
 
 class Parser {
  public:
@@ -234,23 +235,47 @@ class Parser {
     return recipe_.slots[static_cast<size_t>(step.inputs[0])].hasScale;
   }
 
+  // The name of one thing, or of two whose directions cross.
   void ParseFollow(Fields& fields, Step& step) {
-    const std::string name = fields.Name("follow", false);
-    if (name.empty()) return;
+    const Json* value = fields.Find(kFollow);
+    if (!value) return;
     if (!HasPlaces(*step.operation)) {
-      fields.Wrong("follow", "'" + std::string(step.operation->name) +
-                                 "' has no place that could follow something");
+      fields.Wrong(kFollow, "'" + std::string(step.operation->name) +
+                                "' has no place that could follow something");
       return;
     }
-    const int slot = FindInput(fields, name, Quantities()[0].inputs, "follow");
-    if (slot < 0) return;
-    if (!step.inputs.empty() && recipe_.slots[static_cast<size_t>(slot)].frame !=
-                                    recipe_.slots[static_cast<size_t>(step.inputs[0])].frame) {
-      fields.Wrong("follow",
-                   Quote(name) + " was found where pixels lie elsewhere than in the input");
+    if (!IsNameOrTwo(*value)) {
+      fields.Wrong(kFollow, InMessage(*value) + kNoNames);
       return;
     }
-    step.follows = slot;
+    const bool isPair = value->is_array();
+    const std::vector<Kind>& kinds = isPair ? KindsWithDirection() : Quantities()[0].inputs;
+    for (const Json& item : isPair ? *value : Json::array({*value})) {
+      const auto name = item.get<std::string>();
+      const int slot = FindInput(fields, name, kinds, kFollow);
+      if (slot < 0) continue;
+      if (!step.inputs.empty() && FrameOf(slot) != FrameOf(step.inputs[0])) {
+        fields.Wrong(kFollow,
+                     Quote(name) + " was found where pixels lie elsewhere than in the input");
+        continue;
+      }
+      step.follows.push_back(slot);
+    }
+  }
+
+  // Of things whose angle is a direction.
+  static const std::vector<Kind>& KindsWithDirection() {
+    const auto& all = Quantities();
+    return std::find_if(all.begin(), all.end(),
+                        [](const Quantity& row) { return row.member == &Thing::angle; })
+        ->inputs;
+  }
+
+  int FrameOf(int slot) const { return recipe_.slots[static_cast<size_t>(slot)].frame; }
+
+  static bool IsNameOrTwo(const Json& value) {
+    return IsName(value) ||
+           (value.is_array() && value.size() == 2 && IsName(value[0]) && IsName(value[1]));
   }
 
   // Returns the frame of the output.
@@ -272,7 +297,7 @@ class Parser {
     for (size_t i = 0; i < count; ++i) {
       const int slot = FindInput(fields, names[i].get<std::string>(), {operation.inputs[i]});
       step.inputs.push_back(std::max(slot, 0));
-      if (i == 0) frame = recipe_.slots[static_cast<size_t>(std::max(slot, 0))].frame;
+      if (i == 0) frame = FrameOf(step.inputs[0]);
     }
     return operation.movesPixels ? ++frames_ : frame;
   }
@@ -365,14 +390,13 @@ class Parser {
 
   // Between the things of two steps: the first of one and the first of the other, and so on.
   void ParseBetween(Fields& fields, const Json& names, Measurement& measurement) {
-    if (names.size() != 2 || !IsName(names[0]) || !IsName(names[1])) {
-      fields.Wrong("input", InMessage(names) + " is not a name, or a list of two names");
+    if (!IsNameOrTwo(names)) {
+      fields.Wrong("input", InMessage(names) + kNoNames);
     } else {
       const std::vector<Kind>& things = Quantities()[0].inputs;
       measurement.input = std::max(FindInput(fields, names[0].get<std::string>(), things), 0);
       measurement.other = std::max(FindInput(fields, names[1].get<std::string>(), things), 0);
-      const auto frame = [&](int slot) { return recipe_.slots[static_cast<size_t>(slot)].frame; };
-      if (frame(measurement.input) != frame(measurement.other)) {
+      if (FrameOf(measurement.input) != FrameOf(measurement.other)) {
         fields.Wrong("input", "the two were found where pixels lie differently");
       }
     }
@@ -386,6 +410,11 @@ class Parser {
     }
     if (measurement.between) {
       measurement.unit = measurement.between->unit;
+      const Slot& first = recipe_.slots[static_cast<size_t>(measurement.input)];
+      if (measurement.between->isOfLine && first.kind != Kind::kLines) {
+        fields.Wrong("input", "'" + name + "' is measured of lines first, and " +
+                                  Quote(first.name) + " is " + WithArticle(first.kind));
+      }
     } else if (!name.empty()) {
       fields.Wrong("value", Quote(name) + " is not measured between two things: " + list +
                                 DidYouMean(name, known));

@@ -46,7 +46,8 @@ struct Step {
   int output = 0;
   // Where they differ from image to image, such as the good board of each. Throws Failure.
   std::function<Values(const std::string& image)> valuesOf = {};
-  int follows = -1;  // the slot of the things in whose own directions places are given; -1: none
+  // The slots of the things in whose own directions places are given: none, one, or two that cross.
+  std::vector<int> follows = {};
 };
 
 struct Recipe {

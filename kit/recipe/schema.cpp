@@ -35,7 +35,12 @@ Json StepSchema(const Operation& operation) {
                      {"output", Text("name of the result; the step's name where it is not given")},
                      {"note", Note()}};
   if (HasPlaces(operation)) {
-    properties["follow"] = Text("things of a step before, in whose directions places are given");
+    const Json name = {{"type", "string"}, {"minLength", 1}};
+    properties["follow"] = {
+        {"anyOf", {name, {{"type", "array"}, {"items", name}, {"minItems", 2}, {"maxItems", 2}}}},
+        {"description",
+         "things of a step before, in whose directions places are given; or of two, such as lines, "
+         "where they cross"}};
   }
   Json required = {"name", "operation", "input"};
   for (const Argument& argument : operation.arguments) {

@@ -170,11 +170,11 @@ std::vector<FoundBlob> BlobFinder::Find(const GreyImage& image, const BlobQuery&
     const int level = OtsuLevel(image, binary_);
     band_ = query.dark ? Band{0, level} : Band{level + 1, 255};
   }
-  outline_ = query.polygon.empty() ? WholePicture(image) : query.polygon;
-  TurnClockwise(outline_);
+  std::vector<int> outline = query.polygon.empty() ? WholePicture(image) : query.polygon;
+  TurnClockwise(outline);
   MakeBinary(image, band_, binary_);
   if (query.fillHoles) FillHoles(region_, binary_, 1);
-  IxPointToRegion(region_, outline_.data(), static_cast<int>(outline_.size() / 2));
+  IxPointToRegion(region_, outline.data(), static_cast<int>(outline.size() / 2));
   share_ = LabelAll(region_, image, binary_);
   if (!query.polygon.empty() && !(share_ > 0)) {
     throw Failure("the polygon holds no pixel of the picture of " +

@@ -105,7 +105,6 @@ class BlobFinder {
   double ShareInPicture() const { return share_; }     // of the region
   const GreyImage& Binary() const { return binary_; }  // what was labelled, with its spare column
   RLERegion* Labelled() const { return region_; }
-  const std::vector<int>& Outline() const { return outline_; }  // of the region, clockwise
 
  private:
   Region region_;
@@ -113,7 +112,6 @@ class BlobFinder {
   Band band_ = {};
   size_t found_ = 0;
   double share_ = 0;
-  std::vector<int> outline_;
 };
 
 }  // namespace quillon::kit
