@@ -152,8 +152,14 @@ class Finder {
                  std::min(bounds_.bottom, static_cast<double>(options_.bottom))};
     }
     const bool any = options_.polarity == Polarity::kAny;
-    const RefineTask task = {kernels_, model_, planes_,           samples_,
-                             freedom,  any,    model_.levels - 1, 0.8 * options_.minScore,
+    const RefineTask task = {kernels_,
+                             model_,
+                             planes_,
+                             samples_,
+                             freedom,
+                             any,
+                             SweptLevel(freedom),
+                             0.8 * options_.minScore,
                              0};
     List<Candidate> candidates;
     return Collect(task, candidates) && Finish(task, candidates, results) ? Status::kOk
@@ -161,6 +167,14 @@ class Finder {
   }
 
  private:
+  // The coarsest level that was made; a pooled one only where the level below would take long, for
+  // it finds a twentieth fewer of the few templates that have one.
+  int SweptLevel(const Freedom& freedom) const {
+    constexpr double kMostSums = 1.5e9;  // some 15 ms
+    const int top = model_.levels - 1;
+    if (!model_.level[top].isPooled) return top;
+    return EdgeSums(model_, planes_, freedom, top - 1) > kMostSums ? top : top - 1;
+  }
   // The candidates of all sizes: small ones are swept a level finer.
   bool Collect(const RefineTask& task, List<Candidate>& candidates) {
     const Freedom& all = task.freedom;
@@ -220,9 +234,9 @@ class Finder {
     return Sweep(task, 256 + 8 * static_cast<size_t>(options_.maxCount), candidates);
   }
 
-  // Takes the candidates from the coarsest level down to level 1; the only level of a small
-  // template is climbed. The sweep's best go first, about as many as matches are wanted: often they
-  // come to a score that the others cannot reach, and these need no work.
+  // Takes the candidates from the coarsest level down to level 1; a template that has its edges on
+  // level 0 alone is climbed there. The sweep's best go first, about as many as matches are wanted:
+  // often they come to a score that the others cannot reach, and these need no work.
   bool RefineAll(const RefineTask& task, List<Candidate>& candidates) {
     const size_t first = 2 + static_cast<size_t>(options_.maxCount) * 5 / 4;
     if (candidates.size() <= first) return RefineDown(task, 0, candidates);
@@ -254,7 +268,10 @@ class Finder {
     }
     return true;
   }
-  int LastLevel() const { return model_.levels == 1 && model_.way == Way::kEdges ? 0 : 1; }
+  int LastLevel() const {
+    const bool hasOne = model_.levels == 1 || model_.level[1].isPooled;
+    return hasOne && model_.way == Way::kEdges ? 0 : 1;
+  }
   float LeastOnTheWay() const { return static_cast<float>(kLevelShare * options_.minScore); }
 
   // The list is sorted, the best first.

@@ -82,9 +82,13 @@ constexpr int kMaxLevels = 7;
 // Level l has pixels of 2^l x 2^l.
 struct ModelLevel {
   List<ModelPoint> points;  // edges, strongest first
-  float contrast = 0;       // edges: the gradient below which the picture counts as even
-  GreyPoints grey;          // grey: a sample of the pixels, some hundred; a thousand on level 0
-  float radius = 0;         // of the farthest point
+  // Edges: the points are those of the level below, for this one shows too few: its pixels blur
+  // fine patterns away. It is only swept, over how well the picture agrees at the best of each
+  // 2 x 2 pixels of the level below.
+  bool isPooled = false;
+  float contrast = 0;  // edges: the gradient below which the picture counts as even
+  GreyPoints grey;     // grey: a sample of the pixels, some hundred; a thousand on level 0
+  float radius = 0;    // of the farthest point
 };
 
 struct Pose {
@@ -152,7 +156,7 @@ Status Find(const FinderKernels& kernels, const Model& model, const Picture& pic
 // share of its pixels that lie in the picture. So light may change over the template, and a cover
 // takes its share and no more.
 //
-// Edges: 0 also where memory is short.
+// 0 also where memory is short.
 double Score(const FinderKernels& kernels, const Model& model, const Picture& picture,
              const Pose& pose, Polarity polarity);
 

@@ -61,6 +61,23 @@ void HalveRow(const uint8_t* upper, const uint8_t* lower, uint8_t* out, int coun
   }
 }
 
+void PoolRow(const uint8_t* upper, const uint8_t* lower, uint8_t* out, int count) {
+  const auto pool = [&](int from) {
+    const auto a = Load<uint8_t, kVectorBytes>(upper + from);
+    const auto larger = Max(a, Load<uint8_t, kVectorBytes>(lower + from));
+    return BitCast<I16<kVectorBytes / 2>>(Max(EvenBytes(larger), OddBytes(larger)));
+  };
+  int x = 0;
+  for (; x <= count - kVectorBytes; x += kVectorBytes) {
+    Store(out + x, PackLanes(pool(2 * x), pool(2 * x + kVectorBytes)));
+  }
+  for (; x < count; ++x) {
+    const uint8_t left = upper[2 * x] > lower[2 * x] ? upper[2 * x] : lower[2 * x];
+    const uint8_t right = upper[2 * x + 1] > lower[2 * x + 1] ? upper[2 * x + 1] : lower[2 * x + 1];
+    out[x] = left > right ? left : right;
+  }
+}
+
 // The sums at one column, or at as many as V has lanes.
 template <class V>
 struct Sobel {
@@ -371,6 +388,7 @@ void CorrelatePoints(const FitColumns& points, const float* samples, int count, 
 
 const FinderKernels search = {.level = QUILLON_TEXT(QUILLON_LEVEL),
                               .HalveRow = HalveRow,
+                              .PoolRow = PoolRow,
                               .GradientRow = GradientRow,
                               .DirectionRow = DirectionRow,
                               .AgreementRow = AgreementRow,

@@ -58,6 +58,9 @@ struct FinderKernels {
   // out[x] = (a + b + c + d + 2) / 4 of the 2 x 2 pixels at column 2 x.
   void (*HalveRow)(const uint8_t* upper, const uint8_t* lower, uint8_t* out, int count);
 
+  // out[x] = the largest of the 2 x 2 bytes at column 2 x.
+  void (*PoolRow)(const uint8_t* upper, const uint8_t* lower, uint8_t* out, int count);
+
   // Sobel sums at columns 1 ... width - 2; zero at both ends.
   void (*GradientRow)(const uint8_t* above, const uint8_t* row, const uint8_t* below,
                       Gradient16* out, int width);

@@ -144,6 +144,7 @@ Status Judge(const FinderKernels& kernels, Model& model) {
   if (!planes.Open(kernels, own, model.levels)) return Status::kNoMemory;
   ModelLevel made;
   int l = model.levels - 1;
+  if (model.level[l].isPooled) --l;
   const ModelLevel* level = &model.level[l];
   if (model.way == Way::kGrey) {
     while (l > 0 && std::min(planes.Width(l), planes.Height(l)) < 12) --l;

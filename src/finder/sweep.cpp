@@ -92,14 +92,30 @@ class AgreementMaps {
     maps_ = Buffer<uint8_t>(plane_ * planes);
     if (!maps_) return false;
     std::memset(maps_.data(), kNoAgreement, maps_.size());
-    const float contrast = task.model.level[level].contrast;
-    if (!task.planes.NeedDirections(level, 0, height, contrast)) return false;
-    const Direction8* directions = task.planes.Directions(level);
-    for (int y = 0; y < height; ++y, directions += width) {
+    const ModelLevel& model = task.model.level[level];
+    const int seen = model.isPooled ? level - 1 : level, seenWidth = task.planes.Width(seen);
+    if (!task.planes.NeedDirections(seen, 0, task.planes.Height(seen), model.contrast))
+      return false;
+    Buffer<uint8_t> rows(model.isPooled ? 2 * static_cast<size_t>(seenWidth) : 1);
+    if (!rows) return false;
+    uint8_t *const upper = rows.data(), *const lower = upper + seenWidth;
+    for (int y = 0; y < height; ++y) {
       for (int i = 0; i < planes; ++i) {
         const Direction turn = DirectionOf(i * 360.0 / kDirections);
-        task.kernels.AgreementRow(directions, Nearest(127 * turn.cosine), Nearest(127 * turn.sine),
-                                  any_, &maps_[At(i, 0, y)], width);
+        const auto agree = [&](int row, uint8_t* out) {
+          const Direction8* from =
+              task.planes.Directions(seen) + static_cast<ptrdiff_t>(row) * seenWidth;
+          task.kernels.AgreementRow(from, Nearest(127 * turn.cosine), Nearest(127 * turn.sine),
+                                    any_, out, seenWidth);
+        };
+        uint8_t* out = &maps_[At(i, 0, y)];
+        if (!model.isPooled) {
+          agree(y, out);
+          continue;
+        }
+        agree(2 * y, upper);
+        agree(2 * y + 1, lower);
+        task.kernels.PoolRow(upper, lower, out, width);
       }
     }
     return true;
@@ -406,13 +422,16 @@ int AngleSteps(const SweepGrid& grid, int a, int b, bool wraps) {
   return wraps ? std::min(steps, grid.angles - steps) : steps;
 }
 
+SweepGrid GridOf(const Model& model, const Freedom& freedom, int level) {
+  return {freedom, model.level[level].radius * std::min(1.0, freedom.scaleHigh)};
+}
+
 template <class Way>
 bool SweepBy(const SweepTask& task, size_t most, List<Candidate>& candidates) {
   const int level = task.level;
   Way way;
   if (!way.Open(task, level)) return false;
-  const double radius = task.model.level[level].radius * std::min(1.0, task.freedom.scaleHigh);
-  const SweepGrid grid(task.freedom, radius);
+  const SweepGrid grid = GridOf(task.model, task.freedom, level);
   ScoreMap map{task.right - task.left, task.bottom - task.top, 0, {}};
   map.stride = map.width + kSumBlock;
   map.scores = Buffer<uint16_t>(static_cast<size_t>(map.stride) * map.height);
@@ -482,6 +501,13 @@ Pose SweepGrid::At(int angle, int scale) const {
   pose.scale = scaleLow;
   for (int i = 0; i < scale; ++i) pose.scale *= scaleFactor;
   return pose;
+}
+
+double EdgeSums(const Model& model, const Planes& planes, const Freedom& freedom, int level) {
+  const SweepGrid grid = GridOf(model, freedom, level);
+  const double places = static_cast<double>(planes.Width(level)) * planes.Height(level);
+  const size_t points = std::min<size_t>(kSweepPoints, model.level[level].points.size());
+  return places * grid.angles * grid.scales * static_cast<double>(points);
 }
 
 bool Sweep(const SweepTask& task, size_t most, List<Candidate>& candidates) {

@@ -21,6 +21,9 @@ struct SweepGrid {
   Pose At(int angle, int scale) const;
 };
 
+// How many numbers a sweep by edges adds.
+double EdgeSums(const Model& model, const Planes& planes, const Freedom& freedom, int level);
+
 struct SweepTask {
   const FinderKernels& kernels;
   const Model& model;

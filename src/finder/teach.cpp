@@ -77,6 +77,18 @@ bool IsFlat(const Model& model) {
   return squares - sum * sum / std::max(count, 1.0) < count;  // a deviation of one grey value
 }
 
+// The points of the level below in pixels of this one.
+bool PoolPoints(const ModelLevel& from, ModelLevel& to) {
+  to = ModelLevel();
+  to.isPooled = true;
+  to.contrast = from.contrast;
+  to.radius = from.radius / 2;
+  for (const ModelPoint& point : from.points) {
+    if (!to.points.Add({point.u / 2, point.v / 2, point.p, point.q})) return false;
+  }
+  return true;
+}
+
 Status MakeLevels(const FinderKernels& kernels, Model& model) {
   const Picture own = {model.pixels.data(), model.width, model.height, model.width};
   Planes planes;
@@ -95,7 +107,12 @@ Status MakeLevels(const FinderKernels& kernels, Model& model) {
     ModelLevel& level = model.level[l];
     if (edges) {
       if (!FindEdgePoints(planes, l, model, mask, level)) return Status::kNoMemory;
-      if (level.points.size() < static_cast<size_t>(l == 0 ? kMinEdges : kLeastEdgePoints)) break;
+      if (level.points.size() < static_cast<size_t>(l == 0 ? kMinEdges : kLeastEdgePoints)) {
+        if (l == 0) break;
+        if (!PoolPoints(model.level[l - 1], level)) return Status::kNoMemory;
+        model.levels = l + 1;
+        break;
+      }
     } else {
       if (!MakeGreyPoints(planes, l, model, mask)) return Status::kNoMemory;
       if (level.radius == 0 || (l > 0 && level.grey.Count() < kLeastGreyArea / 2)) break;

@@ -38,6 +38,11 @@ TEST(FinderKernels, AreTheirDefinitions) {
             static_cast<uint8_t>((a[2 * x] + a[2 * x + 1] + b[2 * x] + b[2 * x + 1] + 2) / 4);
       }
       EXPECT_EQ(halved, expectedHalved);
+      kernels->PoolRow(a.data(), b.data(), halved.data(), width);
+      for (int x = 0; x < width; ++x) {
+        expectedHalved[x] = std::max({a[2 * x], a[2 * x + 1], b[2 * x], b[2 * x + 1]});
+      }
+      EXPECT_EQ(halved, expectedHalved);
 
       if (width >= 3) {
         std::vector<Gradient16> gradient(width);

@@ -446,5 +446,43 @@ TEST(Finder, FindsPartsThatTouch) {
   }
 }
 
+// A pattern so fine that a coarse level blurs it away is swept there by the edges of the level
+// below, where that alone would take long; a narrow range is swept on the level below.
+TEST(Finder, FindsFinePatternsInLargePictures) {
+  GreyImage pattern, image;
+  pattern.Create(96, 96);
+  Random random(8);
+  // Stripes of four pixels, upright or level in each patch.
+  std::vector<int> isUpright(36);
+  for (int& patch : isUpright) patch = random.Within(0, 1);
+  Draw(pattern, [&](int x, int y) {
+    return (isUpright[y / 16 * 6 + x / 16] != 0 ? x : y) % 4 < 2 ? 60 : 180;
+  });
+  image.Create(1024, 1024);
+  Draw(image, [](int, int) { return 90; });
+  const Truth truth = {400.3, 610.8, 100.5, 1};
+  Lay(pattern, truth, image);
+  Model model;
+  ASSERT_EQ(TeachFrom(pattern, Way::kEdges, model), Status::kOk);
+  ASSERT_TRUE(model.level[model.levels - 1].isPooled);
+  for (const double range : {180.0, 2.0}) {
+    FindOptions options;
+    options.angleLow = 100 - range;
+    options.angleHigh = 100 + range;
+    Results first;
+    for (const FinderKernels* kernels : AvailableFinderKernels()) {
+      SCOPED_TRACE(kernels->level);
+      Results results;
+      ASSERT_EQ(Find(*kernels, model, PictureOf(image), options, results), Status::kOk);
+      ASSERT_EQ(results.size(), 1U);
+      EXPECT_TRUE(Nearest(results, truth));
+      if (first.empty()) {
+        ASSERT_TRUE(first.Add(results[0]));
+      }
+      EXPECT_TRUE(SameBytes(results, first));
+    }
+  }
+}
+
 }  // namespace
 }  // namespace quillon::test
