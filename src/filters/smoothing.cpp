@@ -10,18 +10,19 @@
 namespace quillon {
 namespace {
 
-// The memory behind ColumnSums, cleared.
+// The memory behind column sums in kParts, cleared.
+template <class T, int kParts>
 class ColumnMemory {
  public:
   explicit ColumnMemory(int width)
-      : half_(static_cast<size_t>(width) / 2 + kColumnPadding),
-        memory_(Buffer<uint16_t>::Zeroed(2 * half_)) {}
+      : length_(static_cast<size_t>(width) / kParts + kColumnPadding),
+        memory_(Buffer<T>::Zeroed(kParts * length_)) {}
   explicit operator bool() const { return static_cast<bool>(memory_); }
-  ColumnSums Sums() { return {memory_.data(), memory_.data() + half_}; }
+  T* Part(int i) { return memory_.data() + static_cast<size_t>(i) * length_; }
 
  private:
-  size_t half_;
-  Buffer<uint16_t> memory_;
+  size_t length_;
+  Buffer<T> memory_;
 };
 
 // The float 1.5 * 2^23. From 2^23 to 2^24 neighbouring floats are 1 apart: added to this, a number
@@ -109,10 +110,10 @@ void SlideDown(const GreyImage& source, GreyImage& result, int size, const Move&
 }
 
 void NarrowMean(const Kernels& kernels, const GreyImage& source, GreyImage& result, int size) {
-  ColumnMemory memory(source.width);
+  ColumnMemory<uint16_t, 2> memory(source.width);
   if (!memory) return;
   const SmoothingKernels& k = kernels.smoothing;
-  const ColumnSums sums = memory.Sums();
+  const ColumnSums sums = {memory.Part(0), memory.Part(1)};
   const int count = source.width - size + 1;
   const MeanScale scale = ScaleOf(size * size);
   const auto move = [&](const uint8_t* entering, const uint8_t* leaving) {
@@ -123,10 +124,9 @@ void NarrowMean(const Kernels& kernels, const GreyImage& source, GreyImage& resu
 }
 
 void WideMean(const Kernels& kernels, const GreyImage& source, GreyImage& result, int size) {
-  auto memory =
-      Buffer<uint32_t>::Zeroed(static_cast<size_t>(source.width) + 2 * kWideColumnPadding);
+  ColumnMemory<uint32_t, 4> memory(source.width);
   if (!memory) return;
-  uint32_t* sums = memory.data() + kWideColumnPadding;
+  const WideColumnSums sums = {{memory.Part(0), memory.Part(1), memory.Part(2), memory.Part(3)}};
   const int count = source.width - size + 1;
   const auto move = [&](const uint8_t* entering, const uint8_t* leaving) {
     kernels.smoothing.MoveWideColumns(sums, entering, leaving, source.width);

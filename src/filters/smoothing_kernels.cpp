@@ -284,6 +284,15 @@ QUILLON_INLINE Quarter MeanIn(Quarter sum, float reciprocal, float offset) {
   return BitCast<Quarter>(MulAdd(value, Reals{} + reciprocal, Reals{} + offset));
 }
 
+// The low bytes of four numbers, lane by lane; without the merge, numbers of no more than that.
+QUILLON_INLINE U8<kBlock> BytesOf(Quarter first, Quarter second, Quarter third, Quarter fourth) {
+#if QUILLON_LANE_MERGES
+  return MergeLowBytes(first, second, third, fourth);
+#else
+  return BitCast<U8<kBlock>>((first | second << 8) | (third << 16 | fourth << 24));
+#endif
+}
+
 // Four neighbouring means each, from sums of the first, second ... of them.
 template <bool kConverted>
 QUILLON_INLINE U8<kBlock> MeansOf(const Quarter (&sums)[4], const MeanScale& scale) {
@@ -343,45 +352,66 @@ void Mean(const ColumnSums& sums, int count, int size, const MeanScale& scale, u
   (scale.converted ? SlidingMean<true> : SlidingMean<false>)(sums, count, size, scale, out);
 }
 
-void MoveWideColumns(uint32_t* sums, const uint8_t* entering, const uint8_t* leaving, int width) {
-  for (int x = 0; x < width; ++x) sums[x] += entering[x] - leaving[x];
+void MoveWideColumns(const WideColumnSums& sums, const uint8_t* entering, const uint8_t* leaving,
+                     int width) {
+  using Longs = U32<kLanes / 2>;
+  const WideColumnSums own = sums;
+  const uint8_t* const rows[] = {entering, leaving};
+  ForColumnBlocks<2>(rows, width, [&](const uint8_t* const* from, int x, int lane) {
+    const auto in = BitCast<Longs>(Load<uint8_t, kBlock>(from[0] + x));
+    const auto gone = BitCast<Longs>(Load<uint8_t, kBlock>(from[1] + x));
+    Unroll<4>([&](auto i) {
+      uint32_t* const at = own.quarter[i] + lane / 2;
+      const auto change = (in >> (8 * i) & 255) - (gone >> (8 * i) & 255);
+      Store(at, Load<uint32_t, kLanes / 2>(at) + change);
+    });
+  });
 }
 
-// From one window to the next, the sum changes by the column that enters less the one that leaves:
-// the sums of a register's windows are the last one before it and prefix sums of the changes.
+// Four neighbouring windows at a time, as SlidingMean has them: here a lane of each quarter.
 //
 // Sums stay below 2^53, and the quotient's error of less than 2^-43 cannot reach the next integer,
-// which is at least half of 2^-31 away: a window has fewer than 2^31 pixels. The prefix sums stay
-// within 32 bits: an image has less than 2^31 bytes, a window fewer than 2^16 rows.
-void MeanWide(const uint32_t* sums, int count, int size, uint8_t* out) {
-  constexpr int kWords = kVectorBytes / 4, kHalf = kWords / 2, kRegisters = 16 / kWords;
-  using Longs = I32<kWords>;
+// which is at least half of 2^-31 away: a window has fewer than 2^31 pixels. What is added up of a
+// block stays within 32 bits: a window has fewer than 2^16 rows, a block 64 columns.
+void MeanWide(const WideColumnSums& sums, int count, int size, uint8_t* out) {
+  constexpr int kHalf = kLanes / 4;
   using Doubles = F64<kHalf>;
   const double area = static_cast<double>(size) * size, reciprocal = 1 / area;
   // Half the area rounds to nearest: with it, sums are halves, which quotients never round up from.
-  double first = area / 2;
-  for (int i = 0; i < size - 1; ++i) first += sums[i];
-  Doubles last = Doubles{} + first;  // the window before the row's first: sums[-1] is 0
-  const auto means = [&](int x, uint8_t* to) {
-    Longs values[kRegisters];
-    for (int r = 0; r < kRegisters; ++r) {
-      const auto* leaving = sums + x + r * kWords - 1;
-      const auto changes = Load<uint32_t, kWords>(leaving + size) - Load<uint32_t, kWords>(leaving);
-      const auto within = PrefixSums(BitCast<Longs>(changes));
-      const auto mean = [&](auto half) {
-        return Convert<int32_t, kHalf>((last + Convert<double, kHalf>(half)) * reciprocal);
-      };
-      values[r] = Join(mean(Low(within)), mean(High(within)));
-      last += Convert<double, kHalf>(Low(SplatLast(within)));
-    }
-    Store(to, PackToBytes(values));
+  uint64_t first = 0;
+  for (int k = 0; k < 4; ++k) {
+    const uint32_t* const from = sums.quarter[k];
+    for (int i = 0; i < (size + 2 - k) / 4; ++i) first += from[i];
+  }
+  Doubles last =
+      Doubles{} + (static_cast<double>(first) + area / 2);  // the window before the block
+  const uint32_t *entering[4], *leaving[4];
+  for (int i = 0; i < 4; ++i) {
+    entering[i] = sums.quarter[(size - 1 + i) % 4] + (size - 1 + i) / 4;
+    leaving[i] = i == 0 ? sums.quarter[3] - 1 : sums.quarter[i - 1];
+  }
+  const auto means = [&](Quarter within) {
+    const auto mean = [&](auto half) {
+      return Convert<int32_t, kHalf>((last + Convert<double, kHalf>(half)) * reciprocal);
+    };
+    return Join(mean(Low(within)), mean(High(within)));
   };
-  int x = 0;
-  for (; x <= count - 16; x += 16) means(x, out + x);
-  if (x == count) return;
-  uint8_t rest[16];
-  means(x, rest);
-  __builtin_memcpy(out + x, rest, static_cast<size_t>(count - x));
+  StoreBlocks(out, count, [&](int lane) {
+    const auto change = [&](int i) {
+      return BitCast<Quarter>(Load<uint32_t, kLanes / 2>(entering[i] + lane / 2) -
+                              Load<uint32_t, kLanes / 2>(leaving[i] + lane / 2));
+    };
+    const Quarter second = change(1), third = change(2), fourth = change(3);
+    Quarter windows[4];
+    windows[3] = PrefixSums(change(0) + second + third + fourth);
+    windows[2] = windows[3] - fourth;
+    windows[1] = windows[2] - third;
+    windows[0] = windows[1] - second;
+    const auto bytes =
+        BytesOf(means(windows[0]), means(windows[1]), means(windows[2]), means(windows[3]));
+    last += Convert<double, kHalf>(Low(SplatLast(windows[3])));
+    return bytes;
+  });
 }
 
 }  // namespace

@@ -7,14 +7,17 @@
 
 namespace quillon {
 
-// Column sums of one row, those of even and of odd columns apart: so bytes widen and narrow without
-// a shuffle. Kernels write and read up to kColumnPadding lanes behind the last; odd[-1] is 0.
+// Column sums of one row, those of even and of odd columns apart, or those of every fourth: so
+// bytes widen and narrow without a shuffle. Kernels write and read up to kColumnPadding lanes
+// behind the last; odd[-1] and quarter[3][-1] are 0.
 struct ColumnSums {
   uint16_t* even;
   uint16_t* odd;
 };
+struct WideColumnSums {
+  uint32_t* quarter[4];  // columns 0, 4, 8 ..., then 1, 5, 9 ...
+};
 constexpr int kColumnPadding = 128;
-constexpr int kWideColumnPadding = 16;
 
 // Rows that a small window takes at once.
 constexpr int kBand = 4;
@@ -54,11 +57,10 @@ struct SmoothingKernels {
   // are summed up.
   void (*Mean)(const ColumnSums& sums, int count, int size, const MeanScale& scale, uint8_t* out);
 
-  // The same for larger windows, in 32-bit column sums in their natural order: sums[-1] is 0, and
-  // kWideColumnPadding lanes behind the last can be read.
-  void (*MoveWideColumns)(uint32_t* sums, const uint8_t* entering, const uint8_t* leaving,
-                          int width);
-  void (*MeanWide)(const uint32_t* sums, int count, int size, uint8_t* out);
+  // The same for larger windows, in 32-bit column sums.
+  void (*MoveWideColumns)(const WideColumnSums& sums, const uint8_t* entering,
+                          const uint8_t* leaving, int width);
+  void (*MeanWide)(const WideColumnSums& sums, int count, int size, uint8_t* out);
 };
 
 }  // namespace quillon
