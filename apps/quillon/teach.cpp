@@ -1,25 +1,51 @@
 // quillon teach TEMPLATE MODEL: what the finder needs of a part, as one file.
 #include <algorithm>
 #include <array>
+#include <cstring>
 #include <memory>
 
 #include "arguments.h"
 #include "commands.h"
+#include "kit/errors.h"
 #include "kit/images/image_files.h"
+#include "kit/images/pixels.h"
 #include "kit/operations/matching.h"
 #include "kit/search/part_search.h"
+#include "kit/text/text.h"
 #include "options.h"
 
 namespace quillon::app {
 namespace {
 
-// What of the template counts, said as finding says it of a picture.
+// Which part of a picture is the template, and what of it counts, said as finding says it.
 const Operation& Masking() {
-  static const Operation operation = {.name = "teach",
-                                      .family = "matching",
-                                      .summary = "",
-                                      .arguments = {MaskOfTemplate(), PolygonOfTemplate()}};
+  static const Operation operation = {
+      .name = "teach",
+      .family = "matching",
+      .summary = "",
+      .arguments = {Rectangle("region", finder::kMaxSide,
+                              "these pixels of the picture are the template; without: all of it")
+                        .Optional(),
+                    MaskOfTemplate(), PolygonOfTemplate()}};
   return operation;
+}
+
+// Leaves the rectangle (left, top, width, height) of a picture.
+void CutOut(const std::string& name, const std::vector<int>& region, GreyImage& image) {
+  const int left = region[0], top = region[1], width = region[2], height = region[3];
+  if (left > image.width - width || top > image.height - height) {
+    throw Failure("'" + name + "' has " + SizeText(image.width, image.height) +
+                  " pixels: " + SizeText(width, height) + " from column " + std::to_string(left) +
+                  ", row " + std::to_string(top) + " reach beyond it");
+  }
+  GreyImage cut;
+  cut.Create(width, height);
+  RequirePixels(cut);
+  for (int y = 0; y < height; ++y) {
+    std::memcpy(cut.rows[y], image.rows[top + y] + left, static_cast<size_t>(width));
+  }
+  image.CopyFrom(&cut);
+  RequirePixels(image);
 }
 
 struct Options {
@@ -86,6 +112,7 @@ void Teach(const Options& options) {
   const Values values = options.masking.Read();
   GreyImage pattern, masked;
   ReadImage(options.pattern, pattern, options.reading);
+  if (values.Has("region")) CutOut(options.pattern, values.List<int>("region"), pattern);
   PartMask mask;
   if (values.Has("mask")) {
     ReadImage(values.Text("mask"), masked, options.reading);

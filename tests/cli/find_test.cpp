@@ -137,6 +137,9 @@ TEST_F(Find, TellsWhatIsWrong) {
       {{"teach", part_, kept, "--polygon", "9,9", "12,9", "9,12"},
        1,
        {"part.png", "polygon leave is smaller than 6 x 6"}},
+      {{"teach", part_, kept, "--region", "40", "9", "30", "30"},
+       1,
+       {"part.png", "64 x 64", "30 x 30 from column 40, row 9 reach beyond"}},
       {{"find", model_, scene_, "--polygon", "9,9", "50,9", "9,50"}, 1, {"part.model", "a model"}},
   };
   for (const auto& c : cases) {
@@ -184,6 +187,17 @@ TEST_F(Find, LooksForWhatCountsAlone) {
 }
 
 // A stripe slides; a template full of different shapes has nothing of the kind.
+// A rectangle of a picture as the template is found at its own place.
+TEST_F(Find, TeachesARectangleOfAPicture) {
+  const Json taught = QuillonJson({"teach", scene_, model_, "--region", "60", "58", "66", "62"});
+  EXPECT_EQ(taught["width"], 66);
+  EXPECT_EQ(taught["height"], 62);
+  const Json best = QuillonJson({"find", model_, scene_, "--max", "1"})["matches"][0];
+  EXPECT_NEAR(best["x"], 92.5, 0.1);
+  EXPECT_NEAR(best["y"], 88.5, 0.1);
+  EXPECT_GT(best["score"], 0.95);
+}
+
 TEST_F(Find, SaysWhatTeachingDoubts) {
   GreyImage stripe;
   Fill(stripe, 64, 64, Content::kFlat);
