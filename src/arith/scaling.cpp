@@ -53,6 +53,24 @@ Buffer<ColumnGroup> MakeGroups(const Buffer<int32_t>& columns, int width) {
   return groups;
 }
 
+// Null where one group's pixels lie too far apart.
+Buffer<WideColumnGroup> MakeWideGroups(const Buffer<int32_t>& columns, int width) {
+  const int count = static_cast<int>(columns.size());
+  if (count < kWideGroup || width < kWideWindow) return {};
+  if (columns[kWideGroup - 1] - columns[0] >= kWideWindow) return {};
+  Buffer<WideColumnGroup> groups(static_cast<size_t>((count + kWideGroup - 1) / kWideGroup));
+  for (size_t g = 0; g < groups.size(); ++g) {
+    const int first = std::min(static_cast<int>(g) * kWideGroup, count - kWideGroup);
+    const int start = std::min(columns[first], width - kWideWindow);
+    if (columns[first + kWideGroup - 1] - start >= kWideWindow) return {};
+    groups[g].start = start;
+    for (int i = 0; i < kWideGroup; ++i) {
+      groups[g].places[i] = static_cast<uint8_t>(columns[first + i] - start);
+    }
+  }
+  return groups;
+}
+
 }  // namespace
 
 void ScaleImage(const Kernels& kernels, const GreyImage& source, GreyImage& result, double scaleX,
@@ -68,14 +86,19 @@ void ScaleImage(const Kernels& kernels, const GreyImage& source, GreyImage& resu
   const auto columns = NearestPlaces(width, source.width, scaleX);
   const auto rows = NearestPlaces(height, source.height, scaleY);
   if (!columns || !rows) return;
-  const auto groups = MakeGroups(columns, source.width);
-  if (!groups || !RecreateForOverwrite(result, width, height)) return;
+  const ScalingKernels& scaling = kernels.scaling;
+  Buffer<WideColumnGroup> wideGroups;
+  if (scaling.PickWideRow) wideGroups = MakeWideGroups(columns, source.width);
+  Buffer<ColumnGroup> groups;
+  if (!wideGroups) groups = MakeGroups(columns, source.width);
+  if ((!wideGroups && !groups) || !RecreateForOverwrite(result, width, height)) return;
   const auto pickRow = [&](const uint8_t* from, uint8_t* to) {
     if (scaleX != 0.5) {
-      return kernels.scaling.PickRow(from, to, width, columns.data(), groups.data());
+      if (wideGroups) return scaling.PickWideRow(from, to, width, wideGroups.data());
+      return scaling.PickRow(from, to, width, columns.data(), groups.data());
     }
     // (x + 1/2) / (1/2) = 2 x + 1, which the last column of an odd width does not have.
-    kernels.scaling.PickOddRow(from, to, source.width / 2);
+    scaling.PickOddRow(from, to, source.width / 2);
     to[width - 1] = from[columns[width - 1]];
   };
   for (int y = height - 1; y >= 0; --y) {  // in the order of memory

@@ -2,6 +2,7 @@
 #include "arith/scaling_kernels.h"
 
 #include "simd/blocks.h"
+#include "simd/byte_table.h"
 
 namespace quillon::QUILLON_LEVEL {
 namespace {
@@ -57,6 +58,24 @@ void PickRow(const uint8_t* from, uint8_t* to, int count, const int32_t* columns
 
 #endif
 
+#if QUILLON_BYTE_TABLES
+void PickFromTables(const uint8_t* from, uint8_t* to, int count, const WideColumnGroup* groups) {
+  const auto pick = [&](int x, const WideColumnGroup& group) {
+    for (int i = 0; i < kWideGroup; i += kVectorBytes) {
+      const auto places = Load<uint8_t, kVectorBytes>(group.places + i);
+      Store(to + x + i, ByteTable(from + group.start).At(places));
+    }
+  };
+  int x = 0;
+  for (; x <= count - kWideGroup; x += kWideGroup) pick(x, *groups++);
+  if (x < count) pick(count - kWideGroup, *groups);
+}
+// Filling the registers of a table takes longer than picking 16 pixels.
+constexpr auto PickWideRow = kVectorBytes == kWideGroup ? PickFromTables : nullptr;
+#else
+constexpr decltype(ScalingKernels::PickWideRow) PickWideRow = nullptr;
+#endif
+
 void PickOddRow(const uint8_t* from, uint8_t* to, int count) {
   int x = ForEachBlock(count, [&](auto width, int first) {
     const auto oddOf = [&](const uint8_t* pixels) {
@@ -69,6 +88,7 @@ void PickOddRow(const uint8_t* from, uint8_t* to, int count) {
 
 }  // namespace
 
-const ScalingKernels scaling = {.PickRow = PickRow, .PickOddRow = PickOddRow};
+const ScalingKernels scaling = {
+    .PickRow = PickRow, .PickWideRow = PickWideRow, .PickOddRow = PickOddRow};
 
 }  // namespace quillon::QUILLON_LEVEL

@@ -18,11 +18,20 @@ struct ColumnGroup {
 };
 constexpr int kMaxWindows = 4;  // beyond, single loads are as fast
 
+// The same of many pixels, for rows of at least kWideWindow.
+constexpr int kWideGroup = 64, kWideWindow = 256;
+struct WideColumnGroup {
+  alignas(kWideGroup) uint8_t places[kWideGroup];  // in the kWideWindow bytes from `start` on
+  int32_t start;
+};
+
 struct ScalingKernels {
   // to[x] = from[columns[x]] for `count` columns, and the same as groups: group g serves the
   // columns from 16 g on, the last one the last 16. Fewer than 16 columns have no groups.
   void (*PickRow)(const uint8_t* from, uint8_t* to, int count, const int32_t* columns,
                   const ColumnGroup* groups);
+  // The same from wide groups, for 64 columns and more; null where that is no faster.
+  void (*PickWideRow)(const uint8_t* from, uint8_t* to, int count, const WideColumnGroup* groups);
   // to[x] = from[2 x + 1]
   void (*PickOddRow)(const uint8_t* from, uint8_t* to, int count);
 };

@@ -31,10 +31,10 @@ void ExpectTransformed(const GreyImage& source, const GreyImage& expected, const
 
 TEST(Transform, ScalingTakesTheNearestPixel) {
   constexpr double kScales[][2] = {{0.5, 0.5}, {2, 2},      {1, 1},       {0.7, 1.3},
-                                   {1.3, 0.7}, {3, 0.34},   {0.31, 2.99}, {0.26, 1.0},
+                                   {1.3, 0.7}, {3, 0.34},   {0.31, 2.99}, {0.2465, 1.0},
                                    {0.12, 5},  {7.77, 0.2}, {1.001, 1},   {0.999, 1}};
-  GreyImage expected;
-  ForEachLevelAndImage([&](const Kernels& level, const GreyImage& source) {
+  GreyImage expected, wide;
+  const auto check = [&](const Kernels& level, const GreyImage& source) {
     for (const auto& scales : kScales) {
       const double scaleX = scales[0], scaleY = scales[1];
       SCOPED_TRACE(testing::Message() << scaleX << ", " << scaleY);
@@ -44,7 +44,12 @@ TEST(Transform, ScalingTakesTheNearestPixel) {
         ScaleImage(level, from, to, scaleX, scaleY);
       });
     }
-  });
+  };
+  ForEachLevelAndImage(check);
+  for (int width : {256, 300, 1001}) {
+    Fill(wide, width, 3, Content::kNoise);
+    ForEachLevel([&](const Kernels& level) { check(level, wide); });
+  }
 }
 
 TEST(Transform, TranslationMovesAndClears) {
