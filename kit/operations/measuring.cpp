@@ -2,6 +2,7 @@
 // and what grey values are like.
 #include <algorithm>
 #include <cmath>
+#include <functional>
 
 #include "kit/images/pixels.h"
 #include "kit/measure/caliper.h"
@@ -14,8 +15,9 @@
 namespace quillon::kit {
 namespace {
 
-constexpr const char *kBox = "box", *kRing = "ring", *kPercentiles = "percentiles",
-                     *kRefuse = "refuse", *kMaxRms = "max_rms", *kSize = "size";
+constexpr const char *kBox = "box", *kRing = "ring", *kPolygon = "polygon",
+                     *kPercentiles = "percentiles", *kRefuse = "refuse", *kMaxRms = "max_rms",
+                     *kSize = "size";
 
 TurnedBox BoxOf(const Values& values) {
   const auto box = values.List<double>(kBox);
@@ -240,21 +242,101 @@ void FitContours(const Call& call) {
 
 // ---- grey values --------------------------------------------------------------------------------
 
-// Pixels whose centres lie in the box.
-void MeasureGreys(const Call& call) {
-  const TurnedBox box = BoxOf(call.values);
-  const GreyImage& image = *call.a.grey;
-  const Reach reach = ReachOf(box, image);
+// A part of the picture: the box around it, and which pixels of a row have their centres in it;
+// `inside` begins with the column `left`, and is false at first.
+struct Area {
+  TurnedBox around;
+  std::function<void(int y, int left, std::vector<bool>& inside)> mark;
+};
+
+// By a rule for each pixel.
+template <class Rule>
+Area AreaOf(const TurnedBox& around, Rule isInside) {
+  return {around, [isInside](int y, int left, std::vector<bool>& inside) {
+            for (size_t i = 0; i < inside.size(); ++i) inside[i] = isInside(left + double(i), y);
+          }};
+}
+
+// Between every two crossings of the row with the boundary, which belongs to the polygon.
+void MarkPolygon(const std::vector<std::array<int, 2>>& corners, int y, int left,
+                 std::vector<bool>& inside) {
+  const auto fill = [&](double from, double to) {
+    const double last = left + double(inside.size()) - 1;
+    for (double x = std::max(std::ceil(from), double(left)); x <= std::min(to, last); ++x) {
+      inside[static_cast<size_t>(x - left)] = true;
+    }
+  };
+  std::vector<double> crossings;
+  for (size_t i = 0; i < corners.size(); ++i) {
+    const auto [x0, y0] = corners[i];
+    const auto [x1, y1] = corners[(i + 1) % corners.size()];
+    if (y < std::min(y0, y1) || y > std::max(y0, y1)) continue;
+    if (y0 == y1) {
+      fill(std::min(x0, x1), std::max(x0, x1));
+      continue;
+    }
+    const double x = x0 + double(y - y0) * (x1 - x0) / (y1 - y0);
+    fill(x, x);
+    if ((y0 <= y) != (y1 <= y)) crossings.push_back(x);  // a corner is of one of its two sides
+  }
+  std::sort(crossings.begin(), crossings.end());
+  for (size_t i = 0; i + 1 < crossings.size(); i += 2) fill(crossings[i], crossings[i + 1]);
+}
+
+// What the values name: a turned rectangle, a ring, a polygon, or all of the picture.
+Area AreaOf(const Values& values, const GreyImage& image) {
+  if (values.Has(kPolygon)) {
+    const auto corners = values.List<std::array<int, 2>>(kPolygon);
+    const auto [left, right] = std::minmax_element(corners.begin(), corners.end(),
+                                                   [](auto& a, auto& b) { return a[0] < b[0]; });
+    const auto [top, bottom] = std::minmax_element(corners.begin(), corners.end(),
+                                                   [](auto& a, auto& b) { return a[1] < b[1]; });
+    const TurnedBox around = {
+        {((*left)[0] + (*right)[0]) / 2.0, ((*top)[1] + (*bottom)[1]) / 2.0, 0},
+        double((*right)[0] - (*left)[0]),
+        double((*bottom)[1] - (*top)[1])};
+    return {around, [corners](int y, int firstColumn, std::vector<bool>& inside) {
+              MarkPolygon(corners, y, firstColumn, inside);
+            }};
+  }
+  if (values.Has(kRing)) {
+    const Annulus ring = RingOf(values);
+    const TurnedBox around = {{ring.centre.x, ring.centre.y, 0}, 2 * ring.outer, 2 * ring.outer};
+    return AreaOf(around, [ring](double x, double y) {
+      const double away = Distance({x, y}, ring.centre);
+      return away >= ring.inner && away <= ring.outer;
+    });
+  }
+  const TurnedBox box = values.Has(kBox)
+                            ? BoxOf(values)
+                            : TurnedBox{{(image.width - 1) / 2.0, (image.height - 1) / 2.0, 0},
+                                        double(image.width),
+                                        double(image.height)};
   const Pose back = {0, 0, -box.pose.degrees};
+  return AreaOf(box, [box, back](double x, double y) {
+    const Point at = back.At(x - box.pose.x, y - box.pose.y);
+    return std::abs(at.x) <= box.width / 2 && std::abs(at.y) <= box.height / 2;
+  });
+}
+
+void MeasureGreys(const Call& call) {
+  const GreyImage& image = *call.a.grey;
+  const Area area = AreaOf(call.values, image);
+  const TurnedBox& box = area.around;
+  const Reach reach = ReachOf(box, image);
   GreyStatistics greys;
+  std::vector<bool> inside(static_cast<size_t>(reach.right - reach.left + 1));
   for (int y = reach.top; y <= reach.bottom; ++y) {
-    for (int x = reach.left; x <= reach.right; ++x) {
-      const Point at = back.At(x - box.pose.x, y - box.pose.y);
-      const bool isInside = std::abs(at.x) <= box.width / 2 && std::abs(at.y) <= box.height / 2;
-      if (isInside) greys.Add(image.rows[y][x]);
+    std::fill(inside.begin(), inside.end(), false);
+    area.mark(y, reach.left, inside);
+    for (size_t i = 0; i < inside.size(); ++i) {
+      if (inside[i]) greys.Add(image.rows[y][reach.left + static_cast<int>(i)]);
     }
   }
-  if (greys.Count() == 0) return;
+  if (greys.Count() == 0) {
+    if (call.values.Has(kPolygon)) throw NoPixelInPolygon(image.width, image.height);
+    return;
+  }
   const auto shares = call.values.List<double>(kPercentiles);
   call.result.things.push_back({.area = double(greys.Count()),
                                 .x = box.pose.x,
@@ -404,13 +486,18 @@ std::vector<Operation> MeasuringOperations() {
        .prepare = MakeFit},
       {.name = "statistics",
        .family = kFamily,
-       .summary = "what the grey values in a turned rectangle are like",
+       .summary = "what the grey values in a region are like, or in all the picture",
        .output = Kind::kRegions,
-       .arguments = {BoxToLookIn("the pixels whose centres lie in it"),
-                     Range(kPercentiles, 0, 100,
-                           "low and high: the grey values that so many pixels are at or below")
-                         .In("per cent")
-                         .Or("[5, 95]")},
+       .arguments =
+           {BoxToLookIn("the pixels whose centres lie in it").Optional().Excludes(kRing),
+            Ring(kRing, "those instead that lie between its circles").Optional().Excludes(kPolygon),
+            Points(kPolygon, "those instead inside this polygon, boundary included")
+                .Optional()
+                .Excludes(kBox),
+            Range(kPercentiles, 0, 100,
+                  "low and high: the grey values that so many pixels are at or below")
+                .In("per cent")
+                .Or("[5, 95]")},
        .run = MeasureGreys},
   };
 }

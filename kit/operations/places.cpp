@@ -39,16 +39,6 @@ std::vector<Point> CornersOf(const TurnedBox& box) {
   return points;
 }
 
-// A circle as a page draws it.
-std::vector<Point> CircleAround(Point centre, double radius) {
-  constexpr int kCorners = 72;
-  std::vector<Point> points;
-  for (int i = 0; i < kCorners; ++i) {
-    points.push_back(Pose{centre.x, centre.y, i * 360.0 / kCorners}.At(radius, 0));
-  }
-  return points;
-}
-
 // What a page draws of a place: its outline, of a ring both circles.
 std::vector<std::vector<Point>> OutlinesOf(const Argument& argument, const Json& value) {
   using Type = Argument::Type;
@@ -62,8 +52,10 @@ std::vector<std::vector<Point>> OutlinesOf(const Argument& argument, const Json&
   const auto list = value.get<std::vector<double>>();
   if (argument.type == Type::kBox) return {CornersOf(BoxOf(list))};
   if (argument.type == Type::kRing) {
-    const Point centre = {list[0], list[1]};
-    return {CircleAround(centre, list[2]), CircleAround(centre, list[3])};
+    const auto circle = [&](double radius) {
+      return EllipseIn({{list[0], list[1], 0}, 2 * radius, 2 * radius});
+    };
+    return {circle(list[2]), circle(list[3])};
   }
   return {CornersOf(UprightBox(list))};
 }
@@ -142,6 +134,16 @@ Json Placed(const Argument& argument, const Json& value, const Frame& frame) {
 }
 
 }  // namespace
+
+std::vector<Point> EllipseIn(const TurnedBox& box) {
+  constexpr int kCorners = 72;
+  std::vector<Point> points;
+  for (int i = 0; i < kCorners; ++i) {
+    const Point onCircle = Pose{0, 0, i * 360.0 / kCorners}.At(0.5, 0);
+    points.push_back(box.At(onCircle.x * box.width, onCircle.y * box.height));
+  }
+  return points;
+}
 
 bool HasPlaces(const Operation& operation) {
   return std::any_of(operation.arguments.begin(), operation.arguments.end(), IsPlace);

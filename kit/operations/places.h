@@ -11,6 +11,9 @@
 
 namespace quillon::kit {
 
+// The ellipse that fills a box, as pages draw it.
+std::vector<Point> EllipseIn(const TurnedBox& box);
+
 // Whether it has places that can follow things.
 bool HasPlaces(const Operation& operation);
 

@@ -3,6 +3,7 @@
 #include <filesystem>
 
 #include "kit/errors.h"
+#include "kit/operations/places.h"
 
 namespace quillon::kit {
 
@@ -35,7 +36,11 @@ void Tool::Draw(const Searched& searched, int firstRow, Report& report) const {
     const int row = firstRow + static_cast<int>(i);
     if (!IsThere(thing)) continue;
     const std::vector<Point> corners = CornersOf(thing);
-    picture.Polygon({kOutline, row}, corners);
+    const bool isRound = searched.kind == Kind::kCircles;
+    picture.Polygon({kOutline, row},
+                    isRound
+                        ? EllipseIn({{thing.x, thing.y, thing.angle}, thing.width, thing.height})
+                        : corners);
     picture.Cross({kCentre, row}, {thing.x, thing.y});
     picture.Label({kNumber, row}, corners[0], std::to_string(thing.number));
   }

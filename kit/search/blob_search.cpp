@@ -70,6 +70,10 @@ int64_t BoundaryLength(const std::vector<int>& points) {
   return length;
 }
 
+Failure NoPixelInPolygon(int width, int height) {
+  return Failure("the polygon holds no pixel of the picture of " + SizeText(width, height));
+}
+
 namespace {
 
 // Twice the area, positive where the points run clockwise as displayed.
@@ -177,8 +181,7 @@ std::vector<FoundBlob> BlobFinder::Find(const GreyImage& image, const BlobQuery&
   IxPointToRegion(region_, outline.data(), static_cast<int>(outline.size() / 2));
   share_ = LabelAll(region_, image, binary_);
   if (!query.polygon.empty() && !(share_ > 0)) {
-    throw Failure("the polygon holds no pixel of the picture of " +
-                  SizeText(image.width, image.height));
+    throw NoPixelInPolygon(image.width, image.height);
   }
   found_ = 0;
   // Where nothing was labelled, the features of the image before would stay.

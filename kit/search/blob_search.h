@@ -14,6 +14,7 @@
 #include <optional>
 #include <vector>
 
+#include "kit/errors.h"
 #include "quillon/quillon.h"
 
 namespace quillon::kit {
@@ -52,6 +53,8 @@ constexpr int kFarthest = 32767;               // as large as pictures get
 constexpr int64_t kLongestBoundary = 1 << 24;  // steps that the library takes
 
 int64_t BoundaryLength(const std::vector<int>& points);
+
+Failure NoPixelInPolygon(int width, int height);
 
 // Only then does the boundary belong to the polygon.
 void TurnClockwise(std::vector<int>& points);

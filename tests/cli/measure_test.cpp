@@ -152,7 +152,8 @@ TEST(Measuring, SaysWhatWasDrawn) {
 TEST(Contours, AreAllCrossingsOfTheLevel) {
   std::mt19937 random(3);
   int contours = 0, around = 0;
-  for (const auto& [width, height] : {std::pair(1, 5), {2, 2}, {9, 1}, {17, 13}, {40, 31}}) {
+  for (const auto& size : {std::pair(1, 5), {2, 2}, {9, 1}, {17, 13}, {40, 31}}) {
+    const int width = size.first, height = size.second;
     GreyImage image;
     image.Create(width, height);
     for (int y = 0; y < height; ++y) {
@@ -444,6 +445,40 @@ TEST(Measuring, FramesLieWhereThingsCross) {
     EXPECT_NEAR(frame->pose.y, (*c.expected)[1], 1e-9) << c.first.x;
     EXPECT_NEAR(std::remainder(frame->pose.degrees - (*c.expected)[2], 360), 0, 1e-9) << c.first.x;
   }
+}
+
+// The circle itself, not the box around it, and every edge point as what it was taken for.
+TEST(Measuring, ReportsShowWhatWasFittedToWhat) {
+  GreyImage image;
+  DrawShapes(image);
+  const kit::Operation& operation = *kit::FindOperation("fit-circle");
+  kit::ReadyOperation ready(operation, ReadValues(operation, {{"ring", {160, 50, 15, 33}},
+                                                              {"sign", "falling"},
+                                                              {"select", "last"}}));
+  kit::Content content;
+  ready.Run({&image, nullptr}, {}, content);
+  ASSERT_EQ(content.things.size(), 1u);
+  const kit::Thing& circle = content.things[0];
+  kit::Report report = ready.Page("a.png");
+  ready.Draw({"a.png", {&image, nullptr}, operation.output, content.things}, 0, report);
+  std::map<std::string, size_t> points;
+  for (const kit::Drawing& drawing : report.pictures.back().Drawings()) {
+    const std::string& layer = report.layers[size_t(drawing.mark.layer)].name;
+    points[layer] += drawing.points.size();
+    for (const Point& at : drawing.points) {
+      const double radius = kit::Distance(at, {circle.x, circle.y});
+      const double away = std::abs(radius - circle.diameter / 2);
+      if (layer == "Refused") {
+        EXPECT_GT(away, circle.rms);
+      } else if (layer == "Outline" || layer == "Edge points") {
+        EXPECT_LT(away, 1e-9 + (layer == "Outline" ? 0 : circle.worst));
+      }
+    }
+  }
+  EXPECT_GT(circle.refused, 2);
+  EXPECT_EQ(points["Edge points"], size_t(circle.used));
+  EXPECT_EQ(points["Refused"], size_t(circle.refused));
+  EXPECT_GT(points["Outline"], 20u);
 }
 
 // Looked for at three frames, of which the second does not exist: things keep their places, and the

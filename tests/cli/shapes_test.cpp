@@ -2,7 +2,9 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
+#include <functional>
 #include <map>
 #include <numbers>
 #include <set>
@@ -167,7 +169,24 @@ TEST(Shapes, AreThoseOfTheirDefinitions) {
   EXPECT_EQ(Found(image, "shapes", {{"band", {0, 1}}}).size(), 0u);
 }
 
-TEST(Regions, AreThePixelsOfTheTurnedRectangle) {
+// By a crossing count to the right of the pixel, and its boundary.
+bool InPolygon(const std::vector<std::array<int, 2>>& corners, int x, int y) {
+  bool isInside = false;
+  for (size_t i = 0; i < corners.size(); ++i) {
+    const auto [x0, y0] = corners[i];
+    const auto [x1, y1] = corners[(i + 1) % corners.size()];
+    const int cross = (x1 - x0) * (y - y0) - (y1 - y0) * (x - x0);
+    if (cross == 0 && x >= std::min(x0, x1) && x <= std::max(x0, x1) && y >= std::min(y0, y1) &&
+        y <= std::max(y0, y1)) {
+      return true;
+    }
+    const bool isAcross = (y0 > y) != (y1 > y);
+    if (isAcross && (cross > 0) == (y1 > y0)) isInside = !isInside;
+  }
+  return isInside;
+}
+
+TEST(Regions, AreThePixelsInThem) {
   GreyImage image;
   image.Create(60, 50);
   for (int y = 0; y < image.height; ++y) {
@@ -175,31 +194,66 @@ TEST(Regions, AreThePixelsOfTheTurnedRectangle) {
       image.rows[y][x] = static_cast<unsigned char>((x * x + 3 * y * y + 5 * x * y) % 251);
     }
   }
-  const double boxes[][5] = {
-      {30, 25, 21, 11, 0}, {30, 25, 21, 11, 33}, {2, 3, 30, 8, -120}, {59, 49, 1, 1, 0}};
-  for (const auto& [bx, by, width, height, degrees] : boxes) {
+  struct Part {
+    Json arguments;
+    std::function<bool(int x, int y)> isInside;
+    std::array<double, 5> around;  // as a turned rectangle
+  };
+  std::vector<Part> parts = {
+      {Json::object(), [](int, int) { return true; }, {29.5, 24.5, 60, 50, 0}}};
+  for (const std::array<double, 5>& box : std::vector<std::array<double, 5>>{
+           {30, 25, 21, 11, 0}, {30, 25, 21, 11, 33}, {2, 3, 30, 8, -120}, {59, 49, 1, 1, 0}}) {
+    const double a = box[4] * std::numbers::pi / 180;
+    parts.push_back({{{"box", box}},
+                     [=](int x, int y) {
+                       const double u = (x - box[0]) * std::cos(a) + (y - box[1]) * std::sin(a);
+                       const double v = (y - box[1]) * std::cos(a) - (x - box[0]) * std::sin(a);
+                       return std::abs(u) <= box[2] / 2 && std::abs(v) <= box[3] / 2;
+                     },
+                     box});
+  }
+  for (const std::array<double, 4>& ring :
+       std::vector<std::array<double, 4>>{{30, 25, 5, 13}, {55.5, 2, 3, 30}}) {
+    parts.push_back({{{"ring", ring}},
+                     [=](int x, int y) {
+                       const double away = std::hypot(x - ring[0], y - ring[1]);
+                       return away >= ring[2] && away <= ring[3];
+                     },
+                     {ring[0], ring[1], 2 * ring[3], 2 * ring[3], 0}});
+  }
+  using Corners = std::vector<std::array<int, 2>>;
+  const std::pair<Corners, std::array<double, 5>> polygons[] = {
+      {{{10, 5}, {40, 5}, {40, 30}, {10, 30}}, {25, 17.5, 30, 25, 0}},
+      {{{5, 40}, {30, 3}, {57, 44}, {30, 22}}, {31, 23.5, 52, 41, 0}},  // bent inwards
+      {{{5, 5}, {50, 40}, {50, 5}, {5, 40}}, {27.5, 22.5, 45, 35, 0}},  // crosses itself
+      {{{-20, -7}, {80, 20}, {30, 70}}, {30, 31.5, 100, 77, 0}},        // out of the picture
+      {{{7, 7}, {7, 7}, {7, 7}}, {7, 7, 0, 0, 0}},                      // a pixel
+      {{{3, 9}, {21, 15}, {9, 11}, {50, 11}, {50, 20}}, {26.5, 14.5, 47, 11, 0}}};
+  for (const auto& [corners, around] : polygons) {
+    const Corners kept = corners;
+    parts.push_back(
+        {{{"polygon", kept}}, [kept](int x, int y) { return InPolygon(kept, x, y); }, around});
+  }
+  for (const Part& part : parts) {
     std::vector<int> greys;
-    const double a = degrees * std::numbers::pi / 180;
     for (int y = 0; y < image.height; ++y) {
       for (int x = 0; x < image.width; ++x) {
-        const double u = (x - bx) * std::cos(a) + (y - by) * std::sin(a);
-        const double v = (y - by) * std::cos(a) - (x - bx) * std::sin(a);
-        if (std::abs(u) <= width / 2 && std::abs(v) <= height / 2)
-          greys.push_back(image.rows[y][x]);
+        if (part.isInside(x, y)) greys.push_back(image.rows[y][x]);
       }
     }
+    ASSERT_FALSE(greys.empty()) << part.arguments;
     std::sort(greys.begin(), greys.end());
-    const auto found =
-        Found(image, "statistics",
-              {{"box", {bx, by, width, height, degrees}}, {"percentiles", {10, 75}}});
+    Json arguments = part.arguments;
+    arguments["percentiles"] = {10, 75};
+    const auto found = Found(image, "statistics", arguments);
     ASSERT_EQ(found.size(), 1u);
     const auto count = double(greys.size());
     double mean = 0, squares = 0;
     for (const int grey : greys) mean += grey / count;
     for (const int grey : greys) squares += (grey - mean) * (grey - mean) / count;
-    const auto share = [&](double part) { return greys[size_t(std::ceil(part * count)) - 1]; };
+    const auto share = [&](double of) { return greys[size_t(std::ceil(of * count)) - 1]; };
     const kit::Thing& region = found[0];
-    EXPECT_EQ(region.area, count);
+    EXPECT_EQ(region.area, count) << part.arguments;
     EXPECT_NEAR(region.mean, mean, 1e-9);
     EXPECT_NEAR(region.deviation, std::sqrt(squares), 1e-9);
     EXPECT_EQ(region.median, share(0.5));
@@ -207,8 +261,15 @@ TEST(Regions, AreThePixelsOfTheTurnedRectangle) {
     EXPECT_EQ(region.high, share(0.75));
     EXPECT_EQ(region.darkest, greys.front());
     EXPECT_EQ(region.brightest, greys.back());
+    EXPECT_EQ((std::array{region.x, region.y, region.width, region.height, region.angle}),
+              part.around)
+        << part.arguments;
   }
   EXPECT_THROW(Found(image, "statistics", {{"box", {90, 25, 20, 10, 0}}}), kit::Failure);
+  EXPECT_THROW(Found(image, "statistics", {{"polygon", {{90, 25}, {99, 25}, {99, 30}}}}),
+               kit::Failure);
+  EXPECT_THROW(Found(image, "statistics", {{"box", {9, 9, 9, 9, 0}}, {"ring", {9, 9, 1, 2}}}),
+               kit::Failure);
 }
 
 }  // namespace
