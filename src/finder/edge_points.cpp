@@ -80,7 +80,7 @@ bool FindEdgePoints(Planes& planes, int l, const Model& model, const LevelMask& 
       const Gradient16& g = gradients[static_cast<ptrdiff_t>(y) * width + x];
       const double strength = std::sqrt(static_cast<double>(g.x * g.x + g.y * g.y));
       if (strength < kLeastGradient) continue;
-      // The highest along its own direction.
+      // An edge lies where the gradient is the highest along its own direction.
       const double dx = g.x / strength, dy = g.y / strength;
       const double before = field.Along(x - dx, y - dy, dx, dy);
       const double after = field.Along(x + dx, y + dy, dx, dy);

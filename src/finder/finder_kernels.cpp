@@ -27,7 +27,8 @@ QUILLON_INLINE V HighInTurn(V a, V b) {
   return InTurnFrom<n / 2>(a, b, std::make_integer_sequence<int, n>{});
 }
 
-// Calls block(in, out) for each kLanes elements, the last ones in copies.
+// Calls block(in, out) for each kLanes elements. The last ones are copied to where there is room
+// for a whole block.
 template <int kLanes, class In, class Out, class Block>
 QUILLON_INLINE void ForEachPart(const In* in, Out* out, int count, Block&& block) {
   int x = 0;
@@ -41,7 +42,7 @@ QUILLON_INLINE void ForEachPart(const In* in, Out* out, int count, Block&& block
   __builtin_memcpy(out + x, made, left * sizeof(Out));
 }
 
-// Means of eight to 32 blocks.
+// The means of 2 x 2 pixels, of as many such squares as two registers hold: eight to 32.
 QUILLON_INLINE I16<kVectorBytes / 2> HalveBlock(const uint8_t* upper, const uint8_t* lower) {
   const auto a = Load<uint8_t, kVectorBytes>(upper), b = Load<uint8_t, kVectorBytes>(lower);
   const auto sum = (EvenBytes(a) + OddBytes(a) + EvenBytes(b) + OddBytes(b) + 2) >> 2;
@@ -106,7 +107,7 @@ void GradientRow(const uint8_t* above, const uint8_t* row, const uint8_t* below,
   out[0] = out[width - 1] = {0, 0};
 }
 
-// 127 of as many gradients as a register holds, x and y apart.
+// As many gradients as a register holds, brought to a length of 127, x and y apart.
 struct Directions32 {
   I32<kVectorBytes / 4> x, y;
 };
@@ -165,10 +166,10 @@ void AgreementRow(const Direction8* directions, int c, int s, bool anyPolarity, 
 
 void SumRow(const uint8_t* const* rows, int rowCount, int count, uint16_t* out) {
   constexpr int kLanes = kVectorBytes, kBlock = 2 * kLanes;
-  constexpr int kBytesHold = 15;  // values of up to 16
+  constexpr int kBytesHold = 15;  // so many values of up to 16 add up to a byte
   static_assert(kBlock <= kSumBlock);
   for (int x = 0; x < count; x += kBlock) {
-    // Even and odd bytes apart.
+    // The sums of even and of odd columns, with 16 bits each.
     U16<kLanes / 2> even[2] = {}, odd[2] = {};
     for (int i = 0; i < rowCount;) {
       const int stop = i + kBytesHold < rowCount ? i + kBytesHold : rowCount;

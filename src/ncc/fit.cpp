@@ -12,11 +12,12 @@ namespace {
 constexpr int kTaps = 4;                // of cubic interpolation: pixels -1 ... 2
 constexpr int kBefore = 1, kAfter = 2;  // of the border
 constexpr int kArrays = 4 + 2 * kTaps;  // of floats along a row
-constexpr int kEnough = 16;             // pixels
+constexpr int kEnough = 16;             // pixels that a fit needs
 
 int WholeLanes(int count) { return (count + kFitLanes - 1) / kFitLanes * kFitLanes; }
 
-// Catmull and Rom's, of the pixels at -1, 0, 1 and 2, and their slopes.
+// Catmull and Rom's weights of the pixels at -1, 0, 1 and 2 for a place f behind pixel 0, and how
+// they change with f.
 void CubicWeights(double f, float* weight, float* slope) {
   weight[0] = static_cast<float>(0.5 * f * (f * (2 - f) - 1));
   weight[1] = static_cast<float>(0.5 * (f * f * (3 * f - 5) + 2));
