@@ -1,11 +1,21 @@
-// How all of the kit fails: it throws this, and nothing else of its own. What the standard library
-// throws where memory ends becomes OutOfMemory at the entrances of the rooms that hold pictures:
-// files, pictures and pages of reports, operations, recipes.
+// How all of the kit fails: what the headers of its rooms offer to fronts throws this, and nothing
+// else. What the standard library throws where memory ends becomes OutOfMemory in the handler of
+// each such function:
+//
+//   std::vector<Edge> FindEdges(...) try {
+//     ...
+//   } catch (const std::bad_alloc&) {
+//     throw OutOfMemory("edges");
+//   }
+//
+// What only other rooms of the kit call leaves that to its callers. No handler helps where a value
+// of the JSON library is destroyed: that takes memory, and ends the program where there is none.
 #pragma once
 
 #include <new>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 
 namespace quillon::kit {
 
@@ -14,22 +24,46 @@ struct Failure : std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-// There is too little memory: what is wrong is not what was given.
-struct OutOfMemory : Failure {
-  explicit OutOfMemory(const std::string& what)
-      : Failure("there is not enough memory for " + what), wanted(what) {}
-  std::string wanted;  // "image 'a.png'"
+// There is too little memory: what is wrong is not what was given. The message lies in the object,
+// as there may be no memory for it either; what does not fit is cut off.
+class OutOfMemory : public Failure {
+ public:
+  // For what: "image 'a.png'", and for which part of it.
+  explicit OutOfMemory(std::string_view wanted, std::string_view part = {}) noexcept : Failure("") {
+    Add(kBeginning);
+    Add(wanted);
+    if (part.empty()) return;
+    Add(" (");
+    Add(part);
+    Add(")");
+  }
+
+  const char* what() const noexcept override { return message_; }
+  std::string_view Wanted() const {
+    return std::string_view(message_, length_).substr(kBeginning.size());
+  }
+
+ private:
+  static constexpr std::string_view kBeginning = "there is not enough memory for ";
+
+  void Add(std::string_view text) {
+    length_ += text.copy(message_ + length_, sizeof message_ - 1 - length_);
+  }
+
+  char message_[400] = {};
+  size_t length_ = 0;
 };
 
-// Does the work; where memory ends, says for what: "page 'a.html' (a picture of 4000 x 3000)".
+// Does the work; where memory ends, says for what, though the work knows only of a part of it:
+// "page 'a.html' (a picture of 4000 x 3000)".
 template <class Work>
-auto WithinMemory(const std::string& wanted, Work work) {
+auto WithinMemory(std::string_view wanted, Work work) {
   try {
     return work();
   } catch (const std::bad_alloc&) {
     throw OutOfMemory(wanted);
   } catch (const OutOfMemory& inside) {
-    throw OutOfMemory(wanted + " (" + inside.wanted + ")");
+    throw OutOfMemory(wanted, inside.Wanted());
   }
 }
 

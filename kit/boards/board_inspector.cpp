@@ -16,10 +16,10 @@ namespace quillon::kit {
 namespace {
 
 constexpr int kLeastTolerance = 3;  // scanned edges wander by two pixels, warps round by one
-constexpr int kFrame = 16;          // outside it, morphology's border rules touch nothing
+constexpr int kFrame = 16;  // wide enough that morphology's border rules change nothing inside
 static_assert(kFrame > InspectionRules::kMostTolerance + 2);
-constexpr int kGroup = 5;  // what differs is one defect across gaps of twice this
-constexpr int kBlur = 2;   // pixels by which what differs reaches beyond what is seen of it
+constexpr int kGroup = 5;  // gaps of up to twice this do not part what differs into two defects
+constexpr int kBlur = 2;   // pixels that a difference reaches farther than the comparison shows it
 constexpr double kLeastContrast = 24;  // grey values between material and ground
 constexpr int kMostDefects = 20'000;
 
@@ -27,9 +27,9 @@ void Require(const GreyImage& image) {
   if (!image.bits) throw OutOfMemory("the planes of a board");
 }
 
-// To the nearest; within the sides that pictures have.
+// The nearest whole number; of numbers no larger than the sides of pictures.
 int Round(double value) {
-  constexpr int kAbove = 1 << 16;  // truncation of what is positive rounds down
+  constexpr int kAbove = 1 << 16;  // makes the number positive, which truncation rounds down
   return static_cast<int>(value + (kAbove + 0.5)) - kAbove;
 }
 
@@ -65,7 +65,7 @@ BoardInspector::BoardInspector(const InspectionRules& rules)
   if (!region_) throw OutOfMemory("the tables of a region");
 }
 
-void BoardInspector::Teach(const GreyImage& good) {
+void BoardInspector::Teach(const GreyImage& good) try {
   if (std::min(good.width, good.height) < ReducedBoard::kLeastSide) {
     throw Failure("is " + SizeText(good.width, good.height) + " pixels; a board has at least " +
                   SizeText(ReducedBoard::kLeastSide, ReducedBoard::kLeastSide));
@@ -76,6 +76,8 @@ void BoardInspector::Teach(const GreyImage& good) {
   reducedGood_.Make(material_);
   FrameGood();
   Learn(rules_.tolerance == InspectionRules::kLearned ? kLeastTolerance : rules_.tolerance);
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("a good board");
 }
 
 // 255 where there is material: nowhere on a picture of one brightness, which is a blank board. The
@@ -94,8 +96,8 @@ void BoardInspector::MakeMaterial(const GreyImage& picture) {
   if (!rules_.brightMaterial) IxImageInvert(&material_, &material_);
 }
 
-// Of every other pixel of every other row: they tell as much as all of them. Of the means, every
-// fourth of these rows does.
+// Every other pixel of every other row tells as much of the level as all of them; for the means,
+// every fourth of these rows is enough.
 BoardInspector::Brightness BoardInspector::Measure(const GreyImage& image) {
   IxImageScaling(&image, &sample_, 0.5, 0.5);
   Require(sample_);
@@ -141,7 +143,9 @@ void BoardInspector::Frame(GreyImage& plane) const {
 
 void BoardInspector::FrameGood() {
   const int width = width_ + 2 * kFrame, height = height_ + 2 * kFrame;
-  if (certain_.width != width || certain_.height != height) certain_.Create(width, height);
+  if (certain_.width != width || certain_.height != height || !certain_.bits) {
+    certain_.Create(width, height);
+  }
   Require(certain_);
   for (int y = 0; y < height_; ++y) {
     std::memcpy(certain_.rows[kFrame + y] + kFrame, material_.rows[y], static_cast<size_t>(width_));
@@ -153,7 +157,7 @@ void BoardInspector::FrameGood() {
 
 // Brings the picture at hand onto the good board's places; what it does not show is taken as good.
 void BoardInspector::FrameOther(const BoardWarp& warp) {
-  if (other_.width != certain_.width || other_.height != certain_.height) {
+  if (other_.width != certain_.width || other_.height != certain_.height || !other_.bits) {
     other_.Create(certain_.width, certain_.height);
   }
   Require(other_);
@@ -173,7 +177,7 @@ Registration BoardInspector::Align(const GreyImage& picture) {
   reducedOther_.Make(material_);
   Registration registration = registrar_.Register(reducedGood_, reducedOther_);
   if (registration.tiles == 0 && IsBlank()) {
-    // Nothing says how the other lies: as the good one does.
+    // A blank board does not show how the other one lies: it is taken to lie as the good one does.
     registration.warp = BoardWarp(width_, height_);
   } else if (registration.tiles == 0) {
     throw Failure("cannot be aligned: the good board has no structure");
@@ -185,7 +189,7 @@ Registration BoardInspector::Align(const GreyImage& picture) {
 }
 
 bool BoardInspector::IsBlank() const {
-  constexpr int kDust = 100;  // a part of so many is no structure
+  constexpr int kDust = 100;  // a board is blank where less than one pixel in so many is material
   const auto& rows = certainProfiles_.rows;
   return std::accumulate(rows.begin(), rows.end(), int64_t{0}) * kDust < int64_t{width_} * height_;
 }
@@ -202,7 +206,7 @@ void BoardInspector::Refuse(const Registration& registration) {
   seen.CopyFrom(&material_);
   Require(seen);
   const char* how = nullptr;
-  int most = 0;  // places that agree
+  int most = 0;  // places that agree at the best turn so far
   for (const auto& turn : turns) {
     for (int y = 0; y < height_; ++y) {
       const unsigned char* from = seen.rows[turn.upsideDown ? height_ - 1 - y : y];
@@ -244,6 +248,8 @@ void BoardInspector::Compare() {
   IxImageSub(&other_, &reached_, &extra_);
   IxImageSub(&otherDeep_, &possible_, &scratch_);
   IxImageBirwiseOR(&extra_, &scratch_, &extra_);
+  Require(scratch_);
+  Require(otherDeep_);
   Require(otherReached_);
   Require(missing_);
   Require(extra_);
@@ -253,7 +259,7 @@ void BoardInspector::Compare() {
 
 // Makes what can be judged the region of interest: places that the other picture shows, but for
 // the outermost ones, where edges may have wandered in from outside.
-void BoardInspector::ChooseRegion(const BoardWarp& warp) {
+BoardInspector::Part BoardInspector::ChooseRegion(const BoardWarp& warp) {
   constexpr int kSamples = 8;
   double left = 0, top = 0, right = width_ - 1, bottom = height_ - 1;
   for (int i = 0; i <= kSamples; ++i) {
@@ -270,14 +276,28 @@ void BoardInspector::ChooseRegion(const BoardWarp& warp) {
   // Clockwise, so that the rows of the upper and lower boundary belong to it.
   const int corners[] = {x0, y0, x1, y0, x1, y1, x0, y1};
   IxPointToRegion(region_.get(), corners, 4);
+  return {x0, y0, x1, y1};
+}
+
+bool BoardInspector::IsEmpty(const GreyImage& plane, const Part& part) {
+  for (int y = part.top; y <= part.bottom; ++y) {
+    const unsigned char* row = plane.rows[y] + part.left;
+    const auto more = static_cast<size_t>(part.right - part.left);
+    if (row[0] != 0 || std::memcmp(row, row + 1, more) != 0) return false;
+  }
+  return true;
 }
 
 std::vector<Defect> BoardInspector::Group(const BoardWarp& warp) {
-  ChooseRegion(warp);
+  const Part judged = ChooseRegion(warp);
   IxImageBirwiseOR(&missing_, &extra_, &scratch_);
+  Require(scratch_);
   IxDilation(&scratch_, &otherDeep_, kGroup, kGroup);
+  Require(otherDeep_);
   IxGrayBlobLabel(&otherDeep_, region_.get(), 1, 255);
   const int count = IxGetBlobCount(region_.get());
+  // Without memory there is no region, or labelling finds nothing.
+  if (count == 0 && !IsEmpty(otherDeep_, judged)) throw OutOfMemory("labelling");
   if (count > kMostDefects) {
     throw Failure("differs in more than " + std::to_string(kMostDefects) + " places");
   }
@@ -292,7 +312,8 @@ std::vector<Defect> BoardInspector::Group(const BoardWarp& warp) {
 
     int bound[4];  // left, right, top, bottom
     IxGetnBlobBound(region_.get(), n, bound);
-    // From the group to what differs, to its true extent, and to the box.
+    // The dilation by kGroup is taken back, the difference reaches kBlur farther than it shows, and
+    // the box has a margin around it.
     const int grow = rules_.margin + kBlur - kGroup;
     const auto x = [&](int at) { return std::clamp(at - kFrame, 0, width_ - 1); };
     const auto y = [&](int at) { return std::clamp(at - kFrame, 0, height_ - 1); };
@@ -310,14 +331,16 @@ std::vector<Defect> BoardInspector::Group(const BoardWarp& warp) {
   return defects;
 }
 
-BoardInspection BoardInspector::Inspect(const GreyImage& tested) {
+BoardInspection BoardInspector::Inspect(const GreyImage& tested) try {
   BoardInspection inspection = {.registration = Align(tested), .defects = {}};
   Compare();
   inspection.defects = Group(inspection.registration.warp);
   return inspection;
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("the inspection of a board");
 }
 
-void BoardInspector::AddGood(const GreyImage& good) {
+void BoardInspector::AddGood(const GreyImage& good) try {
   const Registration registration = Align(good);
   if (rules_.tolerance == InspectionRules::kLearned) {
     // The least tolerance under which this board would have passed.
@@ -332,9 +355,11 @@ void BoardInspector::AddGood(const GreyImage& good) {
   IxImageBirwiseAND(&certain_, &other_, &certain_);
   IxImageBirwiseOR(&possible_, &other_, &possible_);
   Learn(tolerance_);
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("a good board");
 }
 
-std::vector<Point> BoardInspector::Pixels(const Defect& defect, Difference kind) const {
+std::vector<Point> BoardInspector::Pixels(const Defect& defect, Difference kind) const try {
   const GreyImage& plane = kind == Difference::kMissing ? missing_ : extra_;
   std::vector<Point> points;
   for (int y = defect.top; y <= defect.bottom; ++y) {
@@ -347,6 +372,8 @@ std::vector<Point> BoardInspector::Pixels(const Defect& defect, Difference kind)
     }
   }
   return points;
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("the pixels of a defect");
 }
 
 }  // namespace quillon::kit

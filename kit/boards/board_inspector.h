@@ -89,7 +89,11 @@ class BoardInspector {
   void FrameOther(const BoardWarp& warp);
   void Learn(int tolerance);
   void Compare();
-  void ChooseRegion(const BoardWarp& warp);
+  struct Part {
+    int left, top, right, bottom;  // of the planes, ends included
+  };
+  Part ChooseRegion(const BoardWarp& warp);
+  static bool IsEmpty(const GreyImage& plane, const Part& part);
   std::vector<Defect> Group(const BoardWarp& warp);
 
   InspectionRules rules_;

@@ -115,7 +115,7 @@ void BoardWarp::FitNet(int nodesX, int nodesY, std::span<const TileView> views) 
   // Loose enough to follow lines that wobble within 100 pixels, tight enough to ignore a defect.
   constexpr double kSpring = 0.01;
   constexpr double kHold = 0.002;
-  // What views want beyond the polynomial.
+  // How far the views want to be from where the polynomial already puts them.
   std::vector<Displacement> wanted;
   nodesX_ = nodesY_ = 0;
   for (const TileView& view : views) {

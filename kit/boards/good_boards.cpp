@@ -21,15 +21,17 @@ std::string BeginningOf(const std::string& path) {
 
 }  // namespace
 
-GoodBoards::GoodBoards(const std::vector<std::string>& paths) {
+GoodBoards::GoodBoards(const std::vector<std::string>& paths) try {
   for (const std::string& path : paths) {
     byName_.emplace(NameOf(path), path);
     byStem_.emplace(StemOf(path), path);
     byBeginning_.emplace(BeginningOf(path), path);
   }
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("the names of good boards");
 }
 
-const std::string& GoodBoards::Of(const std::string& tested) const {
+const std::string& GoodBoards::Of(const std::string& tested) const try {
   for (const auto& [paths, key] :
        {std::pair(&byName_, NameOf(tested)), std::pair(&byStem_, StemOf(tested)),
         std::pair(&byBeginning_, BeginningOf(tested))}) {
@@ -47,6 +49,8 @@ const std::string& GoodBoards::Of(const std::string& tested) const {
     if (found) return *found;
   }
   throw Failure("no good board has the name of '" + tested + "'");
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("the names of good boards");
 }
 
 }  // namespace quillon::kit

@@ -34,7 +34,8 @@ uint64_t EightBytes(const unsigned char* bytes) {
   return word;
 }
 
-// The lowest bits of 64 bytes, the first byte's lowest. The product gathers those of eight.
+// The lowest bit of each of 64 bytes, as one word whose lowest bit is the first byte's. The
+// multiplication gathers the bits of eight bytes in its highest byte.
 uint64_t PackRow(const unsigned char* bytes) {
   uint64_t bits = 0;
   for (int i = 0; i < 8; ++i) {
@@ -67,7 +68,8 @@ void Unpack(const Window& window, int x, int y, int width, int height, GreyImage
   }
 }
 
-// What every square of the side that lies in the window leaves: squares all of which is set.
+// The opening by squares of this side: what is left is covered by squares of set pixels that lie
+// in the window.
 Window Opened(const Window& window, int side) {
   Window across, corners, result;
   for (int y = 0; y < kSide; ++y) {
@@ -86,7 +88,7 @@ Window Opened(const Window& window, int side) {
   return result;
 }
 
-// What has `radius` pixels of its own kind on every side.
+// What has `radius` set pixels on every side.
 Window Deep(const Window& window, int radius) {
   Window across, result;
   for (int y = 0; y < kSide; ++y) {
@@ -100,7 +102,7 @@ Window Deep(const Window& window, int radius) {
   return result;
 }
 
-// With the eight neighbours of everything that is set.
+// What is set, with the eight neighbours of each of its pixels.
 Window Wider(const Window& window) {
   Window across, result;
   for (int y = 0; y < kSide; ++y) across[y] = window[y] | window[y] << 1 | window[y] >> 1;
@@ -160,8 +162,8 @@ struct Fit {
   int misfit = 0;  // pixels that differ, and what the move costs
 };
 
-// Where the tested board fits the good one best; small moves are preferred. Goes downhill from
-// where it is.
+// Where the tested board fits the good one best; small moves are preferred. The search begins
+// without a move and goes on from neighbour to neighbour as long as one fits better.
 Fit BestFit(const Place& place, int reach) {
   constexpr int kPerSquare = 4;  // pixels that must fit better, for a move by one
   const uint64_t inner = ~uint64_t{0} >> (2 * reach) << reach;
@@ -189,8 +191,8 @@ Fit BestFit(const Place& place, int reach) {
   return {best, least};
 }
 
-// Of what differs: that which is as wide as the tolerance; and, however thin, what lies so deep in
-// material or ground that no edge can have come there.
+// Leaves of what differs only what is as wide as the tolerance and, however thin, what lies so deep
+// in material or ground that no edge can have come there.
 Window Real(const Window& differs, const Window& own, int tolerance) {
   const Window deep = Deep(own, tolerance);
   Window real = Opened(differs, tolerance);
@@ -198,7 +200,7 @@ Window Real(const Window& differs, const Window& own, int tolerance) {
   return real;
 }
 
-// What is real of what differs where a place fits best, on the tested picture.
+// What really differs where a place fits best, at its position on the tested picture.
 struct Differences {
   Window missing, extra;
 };
@@ -260,7 +262,7 @@ int At(const Profile& profile, int i) { return profile[static_cast<size_t>(i)]; 
 // close behind is reached at once.
 std::vector<int> CutsOf(const Profile& profile, int direction) {
   constexpr int kBlank = 8, kBehind = 8, kSteep = 3;
-  constexpr int kDust = 200;  // a part of so many of the length is no content
+  constexpr int kDust = 200;  // up to one pixel in so many of the length is no content
   const int length = static_cast<int>(profile.size());
   std::vector<int> cuts;
   int blank = 0;
@@ -281,10 +283,11 @@ std::vector<int> CutsOf(const Profile& profile, int direction) {
   return cuts;
 }
 
-// 0 for the rows, or columns, near a cut that lies elsewhere on the other picture.
+// For each row, or column, whether it is judged: 0 near a cut that lies elsewhere on the other
+// picture, 1 everywhere else.
 std::vector<char> Judged(const Profile& good, const Profile& other) {
   constexpr int kLeast = 2, kMost = 10;  // pixels between the cuts
-  constexpr int kNear = 4;               // what local moves may bring in
+  constexpr int kNear = 4;  // as far as a local move may bring in what lies beyond a cut
   constexpr int kInside = 2;
   const int length = static_cast<int>(good.size());
   std::vector<char> judged(good.size(), 1);
@@ -356,7 +359,8 @@ MaterialProfiles CountMaterial(const GreyImage& plane, int frame) {
 }
 
 void CheckLocally(const BoardPlanes& planes, int tolerance, GreyImage& missing, GreyImage& extra) {
-  constexpr int kFarthest = 4;  // a pattern of tracks would fit its neighbour
+  constexpr int kFarthest =
+      4;  // pixels: moved farther, a pattern of tracks would fit its neighbour
   const int reach = std::min(tolerance, kFarthest), frame = planes.frame;
   const int width = missing.width - 2 * frame, height = missing.height - 2 * frame;
   const MaterialProfiles other = CountMaterial(planes.other, frame);

@@ -6,6 +6,7 @@
 
 #include "kit/errors.h"
 #include "kit/images/blocks.h"
+#include "kit/images/pixels.h"
 
 namespace quillon::kit {
 namespace {
@@ -43,8 +44,8 @@ double StandardDeviation(const unsigned char* values, int count) {
   return std::sqrt(std::max(0.0, static_cast<double>(squares) / count - mean * mean));
 }
 
-// Leaves of a tile, along one axis, what an other picture of `length` shows wherever the tile is
-// tried.
+// Cuts a tile, along one axis, down to what the other picture of this length shows at every place
+// where the tile is tried.
 void CutToShown(int& start, int& count, int shift, int range, int length) {
   const int first = std::max({start, 0, range - shift});
   const int end = std::min({start + count, length, length - range - shift});
@@ -64,7 +65,7 @@ TileView FitParaboloid(const Nine& c) {
   const double xx = (2 * (c[0][1] + c[1][1] + c[2][1]) - sides) / 3;
   const double yy = (2 * (c[1][0] + c[1][1] + c[1][2]) - ends) / 3;
   const double xy = (c[0][2] + c[2][0] - c[0][0] - c[2][2]) / 4;
-  // Along its principal directions, so that one which knows nothing wants nothing.
+  // Solved along the paraboloid's principal directions: one in which it is level wants no move.
   const double angle = 0.5 * std::atan2(2 * xy, xx - yy);
   const double cosine = std::cos(angle), sine = std::sin(angle);
   const auto top = [](double curvature, double slope) {
@@ -86,19 +87,26 @@ TileView FitParaboloid(const Nine& c) {
 
 }  // namespace
 
-void ReducedBoard::Make(const GreyImage& board) {
+void ReducedBoard::Make(const GreyImage& board) try {
   const int side = std::min(board.width, board.height);
   coarsest_ = 0;
   while (coarsest_ < kMostReductions && side >> (coarsest_ + 1) >= kLeastSide) ++coarsest_;
   finest_ = side < kFullSizeBelow ? 0 : 1;
-  if (finest_ == 0) levels_[0].CopyFrom(&board);
+  if (finest_ == 0) {
+    levels_[0].CopyFrom(&board);
+    RequirePixels(levels_[0]);
+  }
   for (int i = 1; i <= coarsest_; ++i) {
+    GreyImage& level = levels_[static_cast<size_t>(i)];
     IxMeanSmoothing3x3(i == 1 ? &board : &levels_[static_cast<size_t>(i) - 1], &smoothed_);
-    IxImageScaling(&smoothed_, &levels_[static_cast<size_t>(i)], 0.5, 0.5);
+    RequirePixels(smoothed_);
+    IxImageScaling(&smoothed_, &level, 0.5, 0.5);
+    RequirePixels(level);
   }
   width_ = board.width;
   height_ = board.height;
-  if (!Level(coarsest_).bits) throw OutOfMemory("reduced pictures of a board");
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("reduced pictures of a board");
 }
 
 Registrar::Registrar() : tool_(IxCreateNCCTool()) {
@@ -120,11 +128,14 @@ void Registrar::Cut(const GreyImage& board, const Tile& tile, int dx, int dy) {
 bool Registrar::Teach(const GreyImage& good, const Tile& tile) {
   if (tile.width < kLeastTile || tile.height < kLeastTile) return false;
   const int colours = tile.width / 3 * tile.height;
-  if (window_.width != colours) window_.Create(colours, 1);
+  if (window_.width != colours || !window_.bits) window_.Create(colours, 1);
   if (!window_.bits) throw OutOfMemory("correlating boards");
   Cut(good, tile, 0, 0);
-  return StandardDeviation(window_.rows[0], tile.width * tile.height) >= kLeastContrast &&
-         IxCreateNCCMatchColorModel_ROI(&window_, tool_.get());
+  if (StandardDeviation(window_.rows[0], tile.width * tile.height) < kLeastContrast) return false;
+  if (!IxCreateNCCMatchColorModel_ROI(&window_, tool_.get())) {
+    throw OutOfMemory("correlating boards");
+  }
+  return true;
 }
 
 // The correlation with the taught tile when it is moved.
@@ -222,7 +233,7 @@ std::vector<TileView> Registrar::View(const Grid& grid, const ReducedBoard& good
   return views;
 }
 
-Registration Registrar::Register(const ReducedBoard& good, const ReducedBoard& other) {
+Registration Registrar::Register(const ReducedBoard& good, const ReducedBoard& other) try {
   constexpr int kLinear = 3, kQuadratic = BoardWarp::kTerms;
   Registration result = {.warp = BoardWarp(good.Width(), good.Height()), .tiles = 0, .agreeing = 0};
   const int coarsest = good.Coarsest(), finest = good.Finest();
@@ -242,6 +253,8 @@ Registration Registrar::Register(const ReducedBoard& good, const ReducedBoard& o
   result.tiles = whole.tiles;
   result.agreeing = whole.agreeing;
   return result;
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("the registration of a board");
 }
 
 }  // namespace quillon::kit

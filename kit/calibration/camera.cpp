@@ -270,16 +270,20 @@ BoardView ViewOf(const std::string& name, std::vector<BoardPoint> points, BoardS
 
 }  // namespace
 
-BoardView ViewOfChessboard(const std::string& name, const GreyImage& image, BoardSize board) {
+BoardView ViewOfChessboard(const std::string& name, const GreyImage& image, BoardSize board) try {
   return ViewOf(name, FindChessboard(image, board), board, "corners", "inner corners");
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("the corners of a board");
 }
 
-BoardView ViewOfDots(const std::string& name, const GreyImage& image, BoardSize board) {
+BoardView ViewOfDots(const std::string& name, const GreyImage& image, BoardSize board) try {
   return ViewOf(name, FindDots(image, board), board, "dots", "dots");
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("the dots of a board");
 }
 
 void RequireResidualsWithin(double maxRms, const Camera& camera,
-                            const std::vector<BoardView>& views) {
+                            const std::vector<BoardView>& views) try {
   if (camera.rms <= maxRms) return;
   size_t worst = 0;
   for (size_t i = 1; i < views.size(); ++i) {
@@ -289,9 +293,11 @@ void RequireResidualsWithin(double maxRms, const Camera& camera,
                 " pixels (RMS) from where the fit has " + "them, beyond the limit of " +
                 ShortestDigits(maxRms) + "; the worst picture is '" + views[worst].name +
                 "' with " + ShortestDigits(camera.views[worst].rms));
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("the residuals of a camera");
 }
 
-Camera FitCamera(const std::vector<BoardView>& views, PictureSize size) {
+Camera FitCamera(const std::vector<BoardView>& views, PictureSize size) try {
   std::vector<Matrix> homographies(views.size());
   for (size_t i = 0; i < views.size(); ++i) {
     if (!FitHomography(views[i].points, homographies[i])) {
@@ -321,6 +327,8 @@ Camera FitCamera(const std::vector<BoardView>& views, PictureSize size) {
   camera.rms = std::sqrt(sum / static_cast<double>(count));
   camera.plane = camera.views[0].place;
   return camera;
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("the fit of a camera");
 }
 
 namespace {
@@ -383,7 +391,7 @@ double UnitPerPixel(const Camera& camera) {
   return Length(right) * camera.square;
 }
 
-Point PlaceInPlane(const Camera& camera, Point seen) {
+Point PlaceInPlane(const Camera& camera, Point seen) try {
   constexpr double kNear = 1e-3;  // pixels
   const PlanePlace place = NearestInPlane(camera, seen);
   if (!(place.distance < kNear)) {
@@ -391,9 +399,11 @@ Point PlaceInPlane(const Camera& camera, Point seen) {
                   ShortestDigits(seen.y) + ")");
   }
   return place.at;
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("a place in the plane");
 }
 
-std::string CameraText(const Camera& camera, const std::vector<BoardView>& boards) {
+std::string CameraText(const Camera& camera, const std::vector<BoardView>& boards) try {
   const Lens& lens = camera.lens;
   Json views = Json::array();
   for (size_t i = 0; i < boards.size(); ++i) {
@@ -423,11 +433,17 @@ std::string CameraText(const Camera& camera, const std::vector<BoardView>& board
       {"worst", camera.worst},
       {"views", views}};
   return file.dump(2) + "\n";
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("the text of a camera");
 }
 
-Camera ReadCamera(const std::string& path) { return ParseCamera(path, ReadFile(path)); }
+Camera ReadCamera(const std::string& path) try {
+  return ParseCamera(path, ReadFile(path));
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("the file of a camera");
+}
 
-Camera ParseCamera(const std::string& path, const std::string& text) {
+Camera ParseCamera(const std::string& path, const std::string& text) try {
   const Json file = Json::parse(text, nullptr, false);
   const auto refuse = [&](const std::string& why) -> void {
     throw Failure("'" + path + "' is no camera file: " + why);
@@ -473,12 +489,16 @@ Camera ParseCamera(const std::string& path, const std::string& text) {
     refuse("its numbers are those of no camera");
   }
   return camera;
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("the file of a camera");
 }
 
-RectifiedPlaces::RectifiedPlaces(const Camera& camera) : camera_(camera) {
+RectifiedPlaces::RectifiedPlaces(const Camera& camera) try : camera_(camera) {
   const PlaneAxes axes = AxesOf(camera);
   middle_ = axes.middle;
   right_ = axes.right;
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("rectified places");
 }
 
 Point RectifiedPlaces::SeenAt(double x, double y) const {

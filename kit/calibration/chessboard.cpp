@@ -6,6 +6,8 @@
 #include <numbers>
 #include <optional>
 
+#include "kit/errors.h"
+
 namespace quillon::kit {
 namespace {
 
@@ -211,10 +213,12 @@ std::vector<Corner> Corners(const GreyImage& image) {
 
 }  // namespace
 
-std::vector<BoardPoint> FindChessboard(const GreyImage& image, BoardSize size) {
+std::vector<BoardPoint> FindChessboard(const GreyImage& image, BoardSize size) try {
   std::vector<BoardCandidate> candidates;
   for (const Corner& corner : Corners(image)) candidates.push_back({corner.at, corner.pattern});
   return LargestGrid(candidates, size);
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("the corners of a board");
 }
 
 }  // namespace quillon::kit

@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <numbers>
 
+#include "kit/errors.h"
+
 namespace quillon::kit {
 namespace {
 
@@ -173,10 +175,12 @@ std::vector<BoardCandidate> Dots(const GreyImage& image, int sign) {
 
 }  // namespace
 
-std::vector<BoardPoint> FindDots(const GreyImage& image, BoardSize size) {
+std::vector<BoardPoint> FindDots(const GreyImage& image, BoardSize size) try {
   std::vector<BoardPoint> dark = LargestGrid(Dots(image, 1), size);
   std::vector<BoardPoint> bright = LargestGrid(Dots(image, -1), size);
   return bright.size() > dark.size() ? bright : dark;
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("the dots of a board");
 }
 
 }  // namespace quillon::kit

@@ -5,6 +5,7 @@
 
 #include "kit/errors.h"
 #include "kit/files/files.h"
+#include "kit/images/pixels.h"
 #include "kit/text/text.h"
 
 namespace quillon::kit {
@@ -35,7 +36,7 @@ void RequireGains(const ParameterFile& file) {
 }  // namespace
 
 void MakeFlatField(GreyImage& image, int target, CorrectedRegion region,
-                   const std::string& parameters) {
+                   const std::string& parameters) try {
   ReplaceFile(parameters, kFileSize, [&](const std::string& file) {
     IxFFCParaBuild(&image, target, region.firstColumn, region.endColumn, region.firstRow,
                    region.endRow, file.c_str());
@@ -43,21 +44,28 @@ void MakeFlatField(GreyImage& image, int target, CorrectedRegion region,
   Json more = Own({region.firstColumn, region.endColumn, region.firstRow, region.endRow});
   more["target"] = target;
   WriteCompanion(parameters, kKind, {image.width, image.height}, more);
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("a flat field");
 }
 
-FlatFieldCorrection::FlatFieldCorrection(const std::string& path, const Note& note) : path_(path) {
+FlatFieldCorrection::FlatFieldCorrection(const std::string& path, const Note& note) try
+    : path_(path) {
   const ParameterFile file(path, kKind, kFileSize);
   for (size_t i = 0; i < kGains / 4; ++i) file.Place(i);
   RequireGains(file);
   image_.Create(1, 1);  // an image without pixels would not release its gains
-  if (!IxFFCParaLoad(&image_, region_, path.c_str())) throw Failure("cannot open '" + path + "'");
+  if (!IxFFCParaLoad(&image_, region_, path.c_str())) {
+    throw Failure("cannot open '" + path + "', or memory is short");
+  }
   if (region_[0] < 0 || region_[0] >= region_[1] || region_[2] < 0 || region_[2] >= region_[3]) {
     file.Refuse("its region is empty, or begins outside pictures");
   }
   size_ = ReadCompanion(path, kKind, Own(region_), note);
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("a flat field");
 }
 
-void FlatFieldCorrection::Apply(const GreyImage& image, GreyImage& corrected) {
+void FlatFieldCorrection::Apply(const GreyImage& image, GreyImage& corrected) try {
   RequirePictureSize(path_, size_, image);
   if (region_[1] > image.width || region_[3] > image.height) {
     throw Failure("the region of '" + path_ + "' ends at column " + std::to_string(region_[1]) +
@@ -65,8 +73,12 @@ void FlatFieldCorrection::Apply(const GreyImage& image, GreyImage& corrected) {
                   SizeText(image.width, image.height));
   }
   image_.CopyFrom(&image);
+  RequirePixels(image_);
   IxFFCCalibrate(&image_, region_[0], region_[1], region_[2], region_[3]);
   corrected.CopyFrom(&image_);
+  RequirePixels(corrected);
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("a flat field");
 }
 
 }  // namespace quillon::kit

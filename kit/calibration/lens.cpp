@@ -54,6 +54,7 @@ std::vector<int> ReadPoints(const std::string& path) {
     }
     for (double value : pair) points.push_back(static_cast<int>(std::lround(value)));
   }
+  if (file.bad()) throw OutOfMemory("the points of '" + path + "'");
   return points;
 }
 
@@ -197,7 +198,7 @@ LensFit FitPoints(const std::string& name, std::vector<int> points, const Grid& 
 
 }  // namespace
 
-LensFit FitLens(const std::string& file, const Grid& grid, const std::string& parameters) {
+LensFit FitLens(const std::string& file, const Grid& grid, const std::string& parameters) try {
   std::vector<int> points = ReadPoints(file);
   const auto count = static_cast<int>(points.size() / 2);
   const auto side = static_cast<int>(std::lround(std::sqrt(count)));
@@ -210,9 +211,11 @@ LensFit FitLens(const std::string& file, const Grid& grid, const std::string& pa
   RequireOrder(file, points, side);
   if (grid.size.width > 0) RequireInPicture(file, points, grid.size);
   return FitPoints(file, std::move(points), grid, parameters);
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("the fit of a lens");
 }
 
-LensFit FitLensToCamera(const Camera& camera, const std::string& parameters) {
+LensFit FitLensToCamera(const Camera& camera, const std::string& parameters) try {
   // Points to whole pixels, as the fit takes them: many, so that their rounding evens out.
   constexpr int kSide = 41;
   constexpr double kMostResidual = 2;  // of a bend that a cubic follows; rounding alone leaves 0.7
@@ -239,13 +242,19 @@ LensFit FitLensToCamera(const Camera& camera, const std::string& parameters) {
     }
   }
   return FitPoints("the camera's bend", std::move(points), grid, parameters);
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("the fit of a lens");
 }
 
-LensCorrection::LensCorrection(std::string path, const Note& note) : path_(std::move(path)) {
+LensCorrection::LensCorrection(std::string path, const Note& note) try : path_(std::move(path)) {
   RequireLens(ParameterFile(path_, kKind, kFileSize));
   work_.Create(1, 1);  // an image without pixels would not release its parameters
-  if (!IxDistortionParaLoad(&work_, path_.c_str())) throw Failure("cannot open '" + path_ + "'");
+  if (!IxDistortionParaLoad(&work_, path_.c_str())) {
+    throw Failure("cannot open '" + path_ + "', or memory is short");
+  }
   size_ = ReadCompanion(path_, kKind, Own(work_), note);
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("the correction of a lens");
 }
 
 // What was made for other pictures leaves black ones. A lens that pulls corners in has a rectangle
@@ -267,7 +276,7 @@ void LensCorrection::RequireRectangleIn(const GreyImage& image) const {
 
 // The library's map runs upwards and its result is packed, top row first. So the flipped picture
 // goes in, and the packed rows that come out are the corrected picture.
-void LensCorrection::Apply(const GreyImage& image, GreyImage& corrected) {
+void LensCorrection::Apply(const GreyImage& image, GreyImage& corrected) try {
   RequirePictureSize(path_, size_, image);
   RequireRectangleIn(image);
   const bool hasMap =
@@ -275,6 +284,7 @@ void LensCorrection::Apply(const GreyImage& image, GreyImage& corrected) {
   FlipAbout(work_.centreY, image, work_);
   if (!hasMap) IxDistortionPreCalculate(&work_);
   if (!IxDistortionCalibrate(&work_)) {
+    if (work_.correctedWidth > 0 && work_.correctedHeight > 0) throw OutOfMemory("the correction");
     throw Failure("'" + path_ + "' holds no rectangle that can be corrected: " +
                   SizeText(work_.correctedWidth, work_.correctedHeight));
   }
@@ -284,6 +294,8 @@ void LensCorrection::Apply(const GreyImage& image, GreyImage& corrected) {
     std::memcpy(corrected.rows[y], work_.bits + static_cast<size_t>(y) * image.width,
                 static_cast<size_t>(image.width));
   }
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("the correction of a lens");
 }
 
 }  // namespace quillon::kit

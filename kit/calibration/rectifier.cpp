@@ -4,6 +4,7 @@
 #include <array>
 #include <cmath>
 
+#include "kit/errors.h"
 #include "kit/images/pixels.h"
 
 namespace quillon::kit {
@@ -31,7 +32,7 @@ double Cubic(const GreyImage& image, Point at) {
 
 }  // namespace
 
-Rectifier::Rectifier(std::string name, Camera camera)
+Rectifier::Rectifier(std::string name, Camera camera) try
     : path_(std::move(name)),
       camera_(std::move(camera)),
       step_(quillon::kit::UnitPerPixel(camera_)) {
@@ -40,9 +41,11 @@ Rectifier::Rectifier(std::string name, Camera camera)
   for (int y = 0; y < camera_.size.height; ++y) {
     for (int x = 0; x < camera_.size.width; ++x) sources_.push_back(places.SeenAt(x, y));
   }
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("the places of rectified pixels");
 }
 
-void Rectifier::Apply(const GreyImage& image, GreyImage& rectified) const {
+void Rectifier::Apply(const GreyImage& image, GreyImage& rectified) const try {
   RequirePictureSize(path_, camera_.size, image);
   rectified.Create(image.width, image.height);
   RequirePixels(rectified);
@@ -55,6 +58,8 @@ void Rectifier::Apply(const GreyImage& image, GreyImage& rectified) const {
       rectified.rows[y][x] = static_cast<unsigned char>(std::clamp(grey + 0.5, 0.0, 255.0));
     }
   }
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("a rectified picture");
 }
 
 }  // namespace quillon::kit

@@ -62,7 +62,7 @@ std::vector<uint16_t> LevelsOf(std::string_view bytes) {
 
 }  // namespace
 
-void MeanPicture::Add(const std::string& name, const GreyImage& image) {
+void MeanPicture::Add(const std::string& name, const GreyImage& image) try {
   if (count_ == 0) {
     size_ = {image.width, image.height};
     sums_.assign(static_cast<size_t>(image.width) * image.height, 0);
@@ -73,9 +73,11 @@ void MeanPicture::Add(const std::string& name, const GreyImage& image) {
     for (int x = 0; x < image.width; ++x) *sum++ += image.rows[y][x];
   }
   ++count_;
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("the mean of pictures");
 }
 
-std::vector<uint16_t> MeanPicture::Levels() const {
+std::vector<uint16_t> MeanPicture::Levels() const try {
   std::vector<uint16_t> levels;
   levels.reserve(sums_.size());
   const auto count = static_cast<uint64_t>(count_);
@@ -84,6 +86,8 @@ std::vector<uint16_t> MeanPicture::Levels() const {
         static_cast<uint16_t>((2 * kLevelParts * uint64_t{sum} + count) / (2 * count)));
   }
   return levels;
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("the mean of pictures");
 }
 
 size_t Shading::DeadCount() const {
@@ -93,7 +97,7 @@ size_t Shading::DeadCount() const {
 }
 
 ShadingFit FitShading(const MeanPicture& dark, const MeanPicture& white,
-                      const ShadingLimits& limits) {
+                      const ShadingLimits& limits) try {
   const PictureSize size = dark.Size();
   if (size.width != white.Size().width || size.height != white.Size().height) {
     throw Failure("the dark pictures have " + SizeText(size.width, size.height) +
@@ -146,9 +150,11 @@ ShadingFit FitShading(const MeanPicture& dark, const MeanPicture& white,
   fit.leastGain = shading.target / Grey(greatest);
   fit.greatestGain = shading.target / Grey(least);
   return fit;
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("a shading");
 }
 
-std::string ShadingText(const Shading& shading) {
+std::string ShadingText(const Shading& shading) try {
   const Json head = {{"kind", kKind},
                      {"width", shading.size.width},
                      {"height", shading.size.height},
@@ -163,9 +169,11 @@ std::string ShadingText(const Shading& shading) {
   Checksum sum;
   sum.Add(text);
   return text + sum.Text();
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("a shading");
 }
 
-Shading ParseShading(const std::string& path, std::string_view text) {
+Shading ParseShading(const std::string& path, std::string_view text) try {
   const auto refuse = [&](const std::string& why) {
     throw Failure("'" + path + "' is no shading file: " + why);
   };
@@ -210,11 +218,13 @@ Shading ParseShading(const std::string& path, std::string_view text) {
   }
   if (shading.DeadCount() == shading.dark.size()) refuse("all of its pixels are dead");
   return shading;
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("a shading");
 }
 
 // From the living pixels outwards, a step at a time: a dead pixel takes the place of the first of
 // its neighbours that has one, in the order left, above, right, below.
-ShadingCorrection::ShadingCorrection(const std::string& path, const Note& /*the file says all*/)
+ShadingCorrection::ShadingCorrection(const std::string& path, const Note& /*the file says all*/) try
     : path_(path), shading_(ParseShading(path, ReadFile(path))) {
   if (shading_.DeadCount() == 0) return;
   constexpr uint32_t kNone = UINT32_MAX;
@@ -246,9 +256,11 @@ ShadingCorrection::ShadingCorrection(const std::string& path, const Note& /*the 
     const auto [pixel, from] = replacements_[i];
     forNeighbours(pixel, [&, from = from](uint32_t neighbour) { place(neighbour, from); });
   }
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("a shading");
 }
 
-void ShadingCorrection::Apply(const GreyImage& image, GreyImage& corrected) const {
+void ShadingCorrection::Apply(const GreyImage& image, GreyImage& corrected) const try {
   RequirePictureSize(path_, shading_.size, image);
   corrected.Create(image.width, image.height);
   RequirePixels(corrected);
@@ -268,6 +280,8 @@ void ShadingCorrection::Apply(const GreyImage& image, GreyImage& corrected) cons
   for (const auto& [pixel, from] : replacements_) {
     corrected.rows[pixel / width][pixel % width] = corrected.rows[from / width][from % width];
   }
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("a corrected picture");
 }
 
 }  // namespace quillon::kit

@@ -63,7 +63,7 @@ bool AreTheSame(const std::string& one, const std::string& other) {
 
 }  // namespace
 
-std::string ReadFile(const std::string& path) {
+std::string ReadFile(const std::string& path) try {
   const Opened file = OpenOrFail(path);
   std::string bytes;
   size_t used = 0;
@@ -76,11 +76,18 @@ std::string ReadFile(const std::string& path) {
     bytes.resize(used);
     return bytes;
   }
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("the bytes of a file");
 }
 
-void RequireRegularFile(const std::string& path) { OpenOrFail(path); }
+void RequireRegularFile(const std::string& path) try {
+  OpenOrFail(path);
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("the name of a file");
+}
 
-OutputFile::OutputFile(std::string path) : path_(std::move(path)), target_(Target(path_).string()) {
+OutputFile::OutputFile(std::string path) try
+    : path_(std::move(path)), target_(Target(path_).string()) {
   const std::string problem = ProblemOfWriting(target_);
   if (!problem.empty()) Fail(problem);
   std::error_code error;
@@ -104,20 +111,23 @@ OutputFile::OutputFile(std::string path) : path_(std::move(path)), target_(Targe
     beside_.clear();
     Fail(reason);
   }
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("the name of a file");
 }
 
 OutputFile::~OutputFile() {
   if (file_) std::fclose(file_);
-  std::error_code ignored;
-  if (!isDirect_ && !beside_.empty()) fs::remove(beside_, ignored);
+  if (!isDirect_ && !beside_.empty()) std::remove(beside_.c_str());
 }
 
 void OutputFile::Fail(const std::string& reason) const {
   throw Failure("cannot write '" + path_ + "': " + reason);
 }
 
-void OutputFile::Write(std::string_view bytes) {
+void OutputFile::Write(std::string_view bytes) try {
   if (std::fwrite(bytes.data(), 1, bytes.size(), file_) != bytes.size()) Fail(Reason());
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("the name of a file");
 }
 
 void OutputFile::Close() {
@@ -133,7 +143,7 @@ void OutputFile::Close() {
   if (!isClosed) Fail(Reason());
 }
 
-void OutputFile::Commit() {
+void OutputFile::Commit() try {
   if (file_) Close();
   if (isDirect_) return;
   std::error_code error;
@@ -142,29 +152,37 @@ void OutputFile::Commit() {
   fs::rename(beside_, target_, error);
   if (error) Fail(error.message());
   beside_.clear();
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("the name of a file");
 }
 
-void WriteFile(const std::string& path, std::string_view bytes) {
+void WriteFile(const std::string& path, std::string_view bytes) try {
   OutputFile file(path);
   file.Write(bytes);
   file.Commit();
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("the name of a file");
 }
 
 void ReplaceFile(const std::string& path, size_t size,
-                 const std::function<void(const std::string&)>& write) {
+                 const std::function<void(const std::string&)>& write) try {
   OutputFile file(path);
   file.Close();
   write(file.beside_);
   std::error_code error;
   if (!file.isDirect_ && fs::file_size(file.beside_, error) != size) {
-    file.Fail("not all of its " + std::to_string(size) + " bytes could be written");
+    file.Fail("not all of its " + std::to_string(size) +
+              " bytes could be written; the disk may be full, or memory short");
   }
   file.file_ = std::fopen(file.beside_.c_str(), "ab");
   if (!file.file_) file.Fail(Reason());
   file.Commit();
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("the name of a file");
 }
 
-void CheckOutputs(const std::vector<std::string>& inputs, const std::vector<std::string>& outputs) {
+void CheckOutputs(const std::vector<std::string>& inputs,
+                  const std::vector<std::string>& outputs) try {
   for (size_t i = 0; i < outputs.size(); ++i) {
     const std::string refused = "cannot write '" + outputs[i] + "': ";
     const std::string problem = ProblemOfWriting(Target(outputs[i]));
@@ -180,21 +198,27 @@ void CheckOutputs(const std::vector<std::string>& inputs, const std::vector<std:
       }
     }
   }
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("the names of files");
 }
 
-void MakeFolder(const std::string& folder) {
+void MakeFolder(const std::string& folder) try {
   std::error_code error;
   fs::create_directories(folder, error);
   if (error) throw Failure("cannot make folder '" + folder + "': " + error.message());
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("the name of a folder");
 }
 
-FolderLock::FolderLock(const std::string& folder)
+FolderLock::FolderLock(const std::string& folder) try
     : path_((fs::path(folder) / "run.lock").string()) {
   std::string problem;
   handle_ = system::LockFile(path_, problem);
   if (handle_) return;
   if (problem.empty()) problem = "another program works in it";
   throw Failure("cannot use folder '" + folder + "': " + problem);
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("the name of a folder");
 }
 
 FolderLock::~FolderLock() { system::UnlockFile(path_, handle_); }

@@ -11,7 +11,8 @@
 namespace quillon::kit::system {
 namespace {
 
-std::string Reason() { return std::generic_category().message(errno); }
+// Told after all is closed: the text takes memory, which there may not be.
+std::string Reason(int error = errno) { return std::generic_category().message(error); }
 
 }  // namespace
 
@@ -23,22 +24,29 @@ std::FILE* OpenRegular(const std::string& path, std::string& problem) {
     return nullptr;
   }
   struct stat state = {};
-  if (fstat(file, &state) != 0) {
-    problem = Reason();
-  } else if (S_ISDIR(state.st_mode)) {
-    problem = "it is a folder";
-  } else if (!S_ISREG(state.st_mode)) {
-    problem = "it is a pipe or a device, not a file";
-  } else if (std::FILE* stream = fdopen(file, "rb")) {
-    return stream;
+  const bool isKnown = fstat(file, &state) == 0;
+  if (isKnown && S_ISREG(state.st_mode)) {
+    if (std::FILE* stream = fdopen(file, "rb")) return stream;
   }
+  const int reason = errno;
   close(file);
+  if (!isKnown || S_ISREG(state.st_mode)) {
+    problem = Reason(reason);
+  } else {
+    problem = S_ISDIR(state.st_mode) ? "it is a folder" : "it is a pipe or a device, not a file";
+  }
   return nullptr;
 }
 
 std::FILE* CreateNew(const std::string& path) {
   const int file = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-  return file < 0 ? nullptr : fdopen(file, "wb");
+  if (file < 0) return nullptr;
+  if (std::FILE* stream = fdopen(file, "wb")) return stream;
+  const int reason = errno;
+  unlink(path.c_str());
+  close(file);
+  errno = reason;
+  return nullptr;
 }
 
 bool FlushToDisk(std::FILE* file) { return fsync(fileno(file)) == 0; }
@@ -55,15 +63,21 @@ void* LockFile(const std::string& path, std::string& problem) {
       return nullptr;
     }
     if (flock(file, LOCK_EX | LOCK_NB) != 0) {
-      if (errno != EWOULDBLOCK) problem = Reason();
+      const int reason = errno;
       close(file);
+      if (reason != EWOULDBLOCK) problem = Reason(reason);
       return nullptr;
     }
     // Between opening and locking, the file may have been removed by the one who held it.
     struct stat ours = {}, named = {};
     if (fstat(file, &ours) == 0 && stat(path.c_str(), &named) == 0 && ours.st_ino == named.st_ino &&
         ours.st_dev == named.st_dev) {
-      return fdopen(file, "r+");
+      if (std::FILE* stream = fdopen(file, "r+")) return stream;
+      const int reason = errno;
+      unlink(path.c_str());
+      close(file);
+      problem = Reason(reason);
+      return nullptr;
     }
     close(file);
   }

@@ -14,7 +14,7 @@ constexpr size_t kFileHeader = 14;  // before the header that says its own size
 enum Compression : uint32_t { kPlain = 0, kRle8 = 1, kRle4 = 2, kMasks = 3, kMasksAndAlpha = 6 };
 
 struct Header {
-  size_t size = 0;  // its own
+  size_t size = 0;  // bytes of this header
   size_t pixels = 0;
   int width = 0, height = 0, bits = 0;
   bool isFromTop = false;
@@ -26,7 +26,7 @@ Header ReadHeader(const Fields& file) {
   Header header;
   header.pixels = file.At32(10);
   header.size = file.At32(kFileHeader);
-  if (header.size == 12) {  // the oldest
+  if (header.size == 12) {  // the oldest kind, of 16-bit numbers
     header.width = static_cast<int>(file.At16(18));
     header.height = static_cast<int>(file.At16(20));
     header.bits = static_cast<int>(file.At16(24));
@@ -76,23 +76,44 @@ class Channel {
   int shift_;
 };
 
-void ReadIndexed(const Fields& file, const Header& header, size_t stride, Raster& raster) {
-  const size_t entry = header.size == 12 ? 3 : 4, table = kFileHeader + header.size;
+// The table of colours: blue, green and red of each.
+struct Table {
+  Bytes bytes;
+  size_t entry;    // bytes of a colour
+  uint32_t count;  // of colours
+
+  bool IsGrey() const {
+    for (size_t at = 0; at < bytes.size(); at += entry) {
+      if (bytes[at] != bytes[at + 1] || bytes[at] != bytes[at + 2]) return false;
+    }
+    return true;
+  }
+};
+
+Table ReadTable(const Fields& file, const Header& header) {
+  const size_t entry = header.size == 12 ? 3 : 4;
   const uint32_t most = 1u << header.bits;
   const uint32_t count = header.colours == 0 ? most : std::min(header.colours, most);
-  const Bytes colours = file.Part(table, count * entry);
+  return {file.Part(kFileHeader + header.size, count * entry), entry, count};
+}
+
+void ReadIndexed(const Fields& file, const Header& header, const Table& table, size_t stride,
+                 Raster& raster) {
+  const unsigned mask = (1u << header.bits) - 1;
+  const int samples = raster.Colours();
   unsigned char* to = raster.samples.get();
   for (int y = 0; y < raster.height; ++y) {
     const auto row = static_cast<size_t>(header.isFromTop ? y : raster.height - 1 - y);
-    for (int x = 0; x < raster.width; ++x, to += 3) {
+    for (int x = 0; x < raster.width; ++x, to += samples) {
       const size_t bit = static_cast<size_t>(x) * static_cast<size_t>(header.bits);
       const unsigned byte = file.At8(header.pixels + row * stride + bit / 8);
-      const unsigned index = byte >> (8 - header.bits - static_cast<int>(bit % 8)) & (most - 1);
-      if (index >= count) {
+      const unsigned index = byte >> (8 - header.bits - static_cast<int>(bit % 8)) & mask;
+      if (index >= table.count) {
         throw Unreadable("a pixel names colour " + std::to_string(index) + " of a table of " +
-                         std::to_string(count));
+                         std::to_string(table.count));
       }
-      for (int c = 0; c < 3; ++c) to[c] = colours[index * entry + 2 - static_cast<size_t>(c)];
+      const unsigned char* colour = &table.bytes[index * table.entry];
+      for (int c = 0; c < samples; ++c) to[c] = colour[2 - c];
     }
   }
 }
@@ -159,10 +180,14 @@ Raster DecodeBmp(Bytes bytes, int64_t maxPixels) {
   if (header.bits > 8 && MasksOf(file, header)[3] != 0) {
     raster.transparency = Transparency::kStraight;
   }
-  AllocateSamples(raster);
   if (header.bits <= 8) {
-    ReadIndexed(file, header, stride, raster);
+    // A grey picture stays one: the weights of the colours add up to less than 1.
+    const Table table = ReadTable(file, header);
+    raster.isColour = !table.IsGrey();
+    AllocateSamples(raster);
+    ReadIndexed(file, header, table, stride, raster);
   } else {
+    AllocateSamples(raster);
     ReadDirect(file, header, stride, raster);
   }
   return raster;

@@ -157,8 +157,34 @@ void Append(void* context, void* data, int size) {
   bytes->insert(bytes->end(), from, from + size);
 }
 
+// BMP with a byte a pixel and a table of greys, which is read as the same grey picture again. The
+// encoder makes colours of it.
+std::vector<unsigned char> GreyBmp(const GreyImage& image) {
+  constexpr uint32_t kHeaders = 14 + 40, kGreys = 256, kPixels = kHeaders + 4 * kGreys;
+  constexpr uint32_t kPlaneOf8Bits = 1 | 8 << 16;
+  const auto width = static_cast<uint32_t>(image.width), height = uint32_t(image.height);
+  const uint32_t stride = (width + 3) / 4 * 4, size = stride * height;
+  std::vector<unsigned char> file = {'B', 'M'};
+  file.reserve(kPixels + size_t{size});
+  for (const uint32_t word : {kPixels + size, 0u, kPixels, 40u, width, height, kPlaneOf8Bits, 0u,
+                              size, 0u, 0u, kGreys, 0u}) {
+    for (int shift = 0; shift < 32; shift += 8) file.push_back(word >> shift & 255);
+  }
+  for (uint32_t grey = 0; grey < kGreys; ++grey) {
+    for (const uint32_t byte : {grey, grey, grey, 0u}) file.push_back(byte & 255);
+  }
+  for (int y = image.height - 1; y >= 0; --y) {
+    file.insert(file.end(), image.rows[y], image.rows[y] + width);
+    file.insert(file.end(), stride - width, 0);
+  }
+  return file;
+}
+
 template <class Pixel>
 std::vector<unsigned char> Encode(const CImage<Pixel>& image, bool png) {
+  if constexpr (sizeof(Pixel) == 1) {
+    if (!png) return GreyBmp(image);
+  }
   constexpr int kChannels = static_cast<int>(sizeof(Pixel));
   const auto packed = Packed(image);
   std::vector<unsigned char> bytes;
@@ -190,7 +216,7 @@ void Write(const std::string& path, const CImage<Pixel>& image) {
 }  // namespace
 
 void DecodeImage(Bytes file, const std::string& name, GreyImage& grey, ColourImage& colour,
-                 const Reading& reading) {
+                 const Reading& reading) try {
   WithinMemory(Quoted(name), [&] {
     const Raster raster = Decode(file, name, reading);
     colour.Destroy();
@@ -206,12 +232,16 @@ void DecodeImage(Bytes file, const std::string& name, GreyImage& grey, ColourIma
       std::memcpy(grey.rows[y], raster.samples.get() + static_cast<size_t>(y) * width, width);
     }
   });
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("an image");
 }
 
 void ReadImage(const std::string& path, GreyImage& grey, ColourImage& colour,
-               const Reading& reading) {
+               const Reading& reading) try {
   const std::string file = WithinMemory(Quoted(path), [&] { return ReadFile(path); });
   DecodeImage(BytesOf(file), path, grey, colour, reading);
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("an image");
 }
 
 void ReadImage(const std::string& path, GreyImage& image, const Reading& reading) {
@@ -219,27 +249,43 @@ void ReadImage(const std::string& path, GreyImage& image, const Reading& reading
   ReadImage(path, image, colour, reading);
 }
 
-void ReadImage(const std::string& path, ColourImage& image, const Reading& reading) {
+void ReadImage(const std::string& path, ColourImage& image, const Reading& reading) try {
   WithinMemory(Quoted(path),
                [&] { ToColour(Decode(BytesOf(ReadFile(path)), path, reading), image); });
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("an image");
 }
 
-void CheckPictureName(const std::string& path) {
+void CheckPictureName(const std::string& path) try {
   if (path.ends_with(".png") || path.ends_with(".bmp")) return;
   throw Failure("cannot write '" + path + "': its name must end in .png or .bmp");
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("the name of a file");
 }
 
-void WriteImage(const std::string& path, const GreyImage& image) { Write(path, image); }
-void WriteImage(const std::string& path, const ColourImage& image) { Write(path, image); }
+void WriteImage(const std::string& path, const GreyImage& image) try {
+  Write(path, image);
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("an image");
+}
+void WriteImage(const std::string& path, const ColourImage& image) try {
+  Write(path, image);
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("an image");
+}
 
-std::vector<unsigned char> EncodePng(const GreyImage& image) {
+std::vector<unsigned char> EncodePng(const GreyImage& image) try {
   return WithinMemory(FileOf(image), [&] { return Encode(image, true); });
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("an encoded picture");
 }
-std::vector<unsigned char> EncodePng(const ColourImage& image) {
+std::vector<unsigned char> EncodePng(const ColourImage& image) try {
   return WithinMemory(FileOf(image), [&] { return Encode(image, true); });
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("an encoded picture");
 }
 
-std::vector<unsigned char> EncodeJpeg(const ColourImage& image, int quality) {
+std::vector<unsigned char> EncodeJpeg(const ColourImage& image, int quality) try {
   return WithinMemory(FileOf(image), [&] {
     const auto packed = Packed(image);
     const EncoderMemory memory;
@@ -247,6 +293,8 @@ std::vector<unsigned char> EncodeJpeg(const ColourImage& image, int quality) {
     stbi_write_jpg_to_func(Append, &bytes, image.width, image.height, 3, packed.data(), quality);
     return bytes;
   });
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("an encoded picture");
 }
 
 }  // namespace quillon::kit

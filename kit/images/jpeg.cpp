@@ -25,7 +25,8 @@ enum Marker : unsigned {
 
 struct Component {
   unsigned id;
-  int across, down;  // its blocks in one unit
+  int across,
+      down;  // its blocks in a unit, the smallest part of the picture that has all components
   bool isCoded = false;
 };
 
@@ -40,7 +41,7 @@ class Walk {
     for (size_t at = 2;;) {
       if (file_.At8(at) != 0xFF) throw Unreadable("no marker at byte " + std::to_string(at));
       const unsigned marker = file_.At8(at + 1);
-      if (marker == 0xFF) {  // fills up
+      if (marker == 0xFF) {  // any number of these may stand before a marker
         ++at;
         continue;
       }

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <numbers>
 
+#include "kit/errors.h"
 #include "kit/measure/least_squares.h"
 
 namespace quillon::kit {
@@ -298,17 +299,20 @@ Edge EdgeOf(const TurnedBox& box, const Fitted& fitted) {
 
 }  // namespace
 
-std::vector<Edge> FindEdges(const GreyImage& image, const TurnedBox& box, const EdgeRule& rule) {
+std::vector<Edge> FindEdges(const GreyImage& image, const TurnedBox& box,
+                            const EdgeRule& rule) try {
   std::vector<Fitted> steps = StepsAcross(image, box, rule);
   KeepSteps(rule, steps);
   std::vector<Edge> edges;
   edges.reserve(steps.size());
   for (const Fitted& step : steps) edges.push_back(EdgeOf(box, step));
   return edges;
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("edges");
 }
 
 std::vector<EdgePair> FindEdgePairs(const GreyImage& image, const TurnedBox& box,
-                                    const EdgeRule& rule) {
+                                    const EdgeRule& rule) try {
   std::vector<Edge> edges;
   for (const Fitted& step : StepsAcross(image, box, rule)) edges.push_back(EdgeOf(box, step));
   std::vector<EdgePair> pairs;
@@ -322,10 +326,12 @@ std::vector<EdgePair> FindEdgePairs(const GreyImage& image, const TurnedBox& box
     return std::min(std::abs(pair.first.strength), std::abs(pair.second.strength));
   });
   return pairs;
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("edges");
 }
 
 std::vector<Point> EdgesAcross(const GreyImage& image, const TurnedBox& box, int count,
-                               const EdgeRule& rule) {
+                               const EdgeRule& rule) try {
   const double height = box.height / count;
   std::vector<Fitted> found;
   std::vector<Point> centres;  // of the part that each is from
@@ -353,11 +359,13 @@ std::vector<Point> EdgesAcross(const GreyImage& image, const TurnedBox& box, int
     points.push_back(part.At(found[i].even.position + moved, 0));
   }
   return points;
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("edges");
 }
 
 // A ray's samples lie on arcs about the centre, so that a circle's edge is straight in its profile.
 std::vector<Point> EdgesAround(const GreyImage& image, const Annulus& ring, int count, double width,
-                               const EdgeRule& rule) {
+                               const EdgeRule& rule) try {
   std::vector<Fitted> found;
   std::vector<double> directions;  // of the ray that each is from
   const double middle = (ring.inner + ring.outer) / 2;
@@ -389,6 +397,8 @@ std::vector<Point> EdgesAround(const GreyImage& image, const Annulus& ring, int 
     points.push_back(ray.At(radius + blur * blur / (2 * radius), 0));
   }
   return points;
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("edges");
 }
 
 }  // namespace quillon::kit

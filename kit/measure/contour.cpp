@@ -134,7 +134,7 @@ bool Contour::IsAroundBright() const {
   return area > 0;
 }
 
-std::vector<Contour> FindContours(const GreyImage& image, double level, double minLength) {
+std::vector<Contour> FindContours(const GreyImage& image, double level, double minLength) try {
   std::vector<Contour> found = Tracer(image, level, minLength).All();
   std::vector<std::pair<Point, size_t>> order;
   for (const Contour& contour : found) order.emplace_back(TopOf(contour), order.size());
@@ -148,10 +148,12 @@ std::vector<Contour> FindContours(const GreyImage& image, double level, double m
   sorted.reserve(order.size());
   for (const auto& entry : order) sorted.push_back(std::move(found[entry.second]));
   return sorted;
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("contours");
 }
 
 std::vector<Contour> CutTo(const TurnedBox& box, const std::vector<Contour>& contours,
-                           double minLength) {
+                           double minLength) try {
   const Pose back = {0, 0, -box.pose.degrees};
   const auto isInside = [&](Point point) {
     const Point at = back.At(point.x - box.pose.x, point.y - box.pose.y);
@@ -184,14 +186,18 @@ std::vector<Contour> CutTo(const TurnedBox& box, const std::vector<Contour>& con
     end();
   }
   return pieces;
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("contours");
 }
 
-std::vector<Point> Thinned(const Contour& contour, size_t most) {
+std::vector<Point> Thinned(const Contour& contour, size_t most) try {
   const size_t count = contour.points.size();
   if (count <= most) return contour.points;
   std::vector<Point> points;
   for (size_t i = 0; i < most; ++i) points.push_back(contour.points[i * count / most]);
   return points;
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("contours");
 }
 
 }  // namespace quillon::kit

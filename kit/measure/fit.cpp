@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <numbers>
 
+#include "kit/errors.h"
 #include "kit/measure/least_squares.h"
 
 namespace quillon::kit {
@@ -253,7 +254,7 @@ std::optional<Shape> RobustFit(std::span<const Point> points, double refuse, Res
 
 }  // namespace
 
-std::optional<FittedLine> FitLine(std::span<const Point> points, double refuse) {
+std::optional<FittedLine> FitLine(std::span<const Point> points, double refuse) try {
   FittedLine line = {};
   const auto shape = RobustFit<LineShape>(points, refuse, line.residual);
   if (!shape) return {};
@@ -270,18 +271,22 @@ std::optional<FittedLine> FitLine(std::span<const Point> points, double refuse) 
   line.degrees = Turned(shape->p[2] / kRadians);
   line.length = last - first;
   return line;
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("the fit of a line");
 }
 
-std::optional<FittedEllipse> FitCircle(std::span<const Point> points, double refuse) {
+std::optional<FittedEllipse> FitCircle(std::span<const Point> points, double refuse) try {
   FittedEllipse circle = {};
   const auto shape = RobustFit<CircleShape>(points, refuse, circle.residual);
   if (!shape) return {};
   circle.centre = {shape->p[0], shape->p[1]};
   circle.width = circle.height = 2 * shape->p[2];
   return circle;
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("the fit of a circle");
 }
 
-std::optional<FittedEllipse> FitEllipse(std::span<const Point> points, double refuse) {
+std::optional<FittedEllipse> FitEllipse(std::span<const Point> points, double refuse) try {
   FittedEllipse ellipse = {};
   const auto shape = RobustFit<EllipseShape>(points, refuse, ellipse.residual);
   if (!shape) return {};
@@ -296,6 +301,8 @@ std::optional<FittedEllipse> FitEllipse(std::span<const Point> points, double re
   ellipse.height = height;
   ellipse.degrees = Turned(degrees);
   return ellipse;
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("the fit of an ellipse");
 }
 
 std::optional<Point> Crossing(Point a, double degreesA, Point b, double degreesB) {

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include "kit/errors.h"
+
 namespace quillon::kit {
 namespace {
 
@@ -75,7 +77,7 @@ bool SolveSymmetric(std::vector<double>& a, std::vector<double>& b) {
 }
 
 double Minimise(const Residuals& residuals, size_t count, double step,
-                std::vector<double>& parameters, int mostSteps) {
+                std::vector<double>& parameters, int mostSteps) try {
   constexpr double kLeastDamping = 1e-9, kMostDamping = 1e9, kSettled = 1e-12;
   const size_t n = parameters.size();
   std::vector<double> r(count), tried(count), candidate(n);
@@ -105,6 +107,8 @@ double Minimise(const Residuals& residuals, size_t count, double step,
     if (!(gain > kSettled * sum)) break;
   }
   return sum;
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("a fit by least squares");
 }
 
 }  // namespace quillon::kit

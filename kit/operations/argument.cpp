@@ -4,6 +4,7 @@
 #include <cmath>
 #include <set>
 
+#include "kit/errors.h"
 #include "kit/search/blob_search.h"
 
 namespace quillon::kit {
@@ -46,11 +47,13 @@ Json ListSchema(Json items, size_t fewest, size_t most) {
 
 }  // namespace
 
-std::string Plain(double value) {
+std::string Plain(double value) try {
   if (std::trunc(value) == value && std::fabs(value) < 1e15) {
     return std::to_string(static_cast<int64_t>(value));
   }
   return Json(value).dump();
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("a number as text");
 }
 
 Argument Argument::Or(const char* json) const {
@@ -89,11 +92,13 @@ Argument Argument::OfTemplate() const {
   return argument;
 }
 
-std::string Argument::Meaning() const {
+std::string Argument::Meaning() const try {
   return unit ? std::string(summary) + ", in " + unit : summary;
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("an argument");
 }
 
-std::string Argument::Expected() const {
+std::string Argument::Expected() const try {
   switch (type) {
     case Type::kWhole:
       return "a whole number " + Limits(*this);
@@ -132,9 +137,11 @@ std::string Argument::Expected() const {
       return "[x, y, inner radius, outer radius], numbers " + Limits(*this) + ", radii from 1";
   }
   return "";
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("an argument");
 }
 
-bool Argument::Fits(const Json& value) const {
+bool Argument::Fits(const Json& value) const try {
   const auto isWhole = [this](const Json& item) { return IsWhole(item, min, max); };
   const auto isNumber = [this](const Json& item) { return IsNumber(item, min, max); };
   switch (type) {
@@ -147,8 +154,11 @@ bool Argument::Fits(const Json& value) const {
     case Type::kFlag:
       return value.is_boolean();
     case Type::kChoice:
-      return std::any_of(choices.begin(), choices.end(),
-                         [&](const char* choice) { return value == choice; });
+      // As texts: values of the JSON library cannot say that memory ended while they are compared.
+      return value.is_string() &&
+             std::any_of(choices.begin(), choices.end(), [&](const char* choice) {
+               return value.get_ref<const std::string&>() == choice;
+             });
     case Type::kFile:
       return IsName(value);
     case Type::kFiles:
@@ -171,9 +181,11 @@ bool Argument::Fits(const Json& value) const {
       return AreAll(value, 4, 4, isNumber) && value[2] >= 1 && value[3] >= 1;
   }
   return false;
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("an argument");
 }
 
-std::string Argument::Contradiction(const Json& value) const {
+std::string Argument::Contradiction(const Json& value) const try {
   const bool isRange = type == Type::kRange || type == Type::kWholeRange;
   if (isRange && value[0].get<double>() > value[1].get<double>()) return "low is above high";
   if (type == Type::kRing && value[2].get<double>() >= value[3].get<double>()) {
@@ -188,9 +200,11 @@ std::string Argument::Contradiction(const Json& value) const {
   if (length <= kLongestBoundary) return "";
   return "a boundary of " + std::to_string(length) + " steps is longer than " +
          std::to_string(kLongestBoundary);
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("an argument");
 }
 
-Json Argument::Schema() const {
+Json Argument::Schema() const try {
   Json schema;
   switch (type) {
     case Type::kWhole:
@@ -252,6 +266,8 @@ Json Argument::Schema() const {
   schema["description"] = Meaning();
   if (HasDefault()) schema["default"] = Json::parse(otherwise);
   return schema;
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("the schema of an argument");
 }
 
 Argument Whole(const char* name, double min, double max, const char* summary) {
@@ -299,16 +315,18 @@ Argument Ring(const char* name, const char* summary) {
   return {name, Argument::Type::kRing, summary, -kFarthest, kFarthest};
 }
 
-std::string InMessage(const Json& value) {
+std::string InMessage(const Json& value) try {
   constexpr size_t kMost = 60;
   std::string text = value.dump(-1, ' ', true);  // escaped, so that it can be cut anywhere
   if (text.size() > kMost) text = text.substr(0, kMost) + "...";
   return text;
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("a value as text");
 }
 
 Values ReadValues(const std::vector<Argument>& arguments,
                   const std::function<const Json*(const std::string& name)>& find,
-                  const std::function<void(const char* name, const std::string& what)>& wrong) {
+                  const std::function<void(const char* name, const std::string& what)>& wrong) try {
   Values values;
   std::set<std::string> given;
   for (const Argument& argument : arguments) {
@@ -328,7 +346,7 @@ Values ReadValues(const std::vector<Argument>& arguments,
     }
     values.Set(name, *value);
   }
-  // What contradicts another argument.
+  // Of two arguments that exclude each other only one may be given.
   for (const Argument& argument : arguments) {
     const std::string name = argument.name;
     if (!given.contains(name)) continue;
@@ -345,6 +363,8 @@ Values ReadValues(const std::vector<Argument>& arguments,
     }
   }
   return values;
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("the values of arguments");
 }
 
 }  // namespace quillon::kit

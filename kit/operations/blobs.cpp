@@ -29,7 +29,7 @@ void FillUp(const Call& call) {
 
 // ---- blobs --------------------------------------------------------------------------------------
 
-// Of what looks for blobs; `polygons` says whether it takes one.
+// The query of an operation that looks for blobs; `polygons` says whether it takes a polygon.
 BlobQuery QueryOf(const Values& values, bool polygons) {
   BlobQuery query;
   if (values.Has("band")) {
@@ -96,7 +96,7 @@ Thing ThingOf(const FoundBlob& blob) {
   return thing;
 }
 
-// No blob of the picture has its centre outside of it: such limits keep none.
+// Refuses limits of the centre that lie wholly outside the picture: they would keep no blob.
 void RequireLines(const Values& values, const char* name, const char* lines, int count) {
   if (!values.Has(name)) return;
   const auto range = values.List<int>(name);
@@ -181,7 +181,7 @@ Findings BlobTool::Tell(const Searched& searched) const {
 }
 
 Report BlobTool::Page(const std::string& picture) const {
-  constexpr size_t kMostNumbers = 150;  // more of them hide the picture, until they are asked for
+  constexpr size_t kMostNumbers = 150;  // more would hide the picture: off at first
   return {.title = "Blobs of " + std::filesystem::path(picture).filename().string(),
           .layers = {{"Outline box", Tone::kCyan},
                      {"Minimum rectangle", Tone::kAmber},

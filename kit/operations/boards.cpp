@@ -114,7 +114,7 @@ Report BoardTool::Page(const std::string&) const {
   return report;
 }
 
-// Over the good board too.
+// Draws the defects over the tested board, and their boxes over the good one too.
 void BoardTool::Draw(const Searched& searched, int firstRow, Report& report) const {
   report.pictures.emplace_back(searched.name, *searched.picture.grey);
   Picture &before = report.pictures.front(), &picture = report.pictures.back();

@@ -61,12 +61,13 @@ std::vector<Operation> ColorOperations() {
        .run =
            [](const Call& call) {
              // The weights of the colours add up to less than 1: a grey picture would darken.
-             if (call.a.grey && call.a.grey->bits) {
+             if (call.a.HasGrey()) {
                call.result.picture.CopyFrom(call.a.grey);
              } else {
                IxColorToGray(call.a.colour, &call.result.picture);
              }
-           }},
+           },
+       .takesGrey = true},
       {.name = "rgb",
        .family = kFamily,
        .summary = "one channel of a colour picture",

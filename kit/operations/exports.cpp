@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "kit/errors.h"
 #include "kit/operations/operation.h"
 
 namespace quillon::kit {
@@ -32,7 +33,7 @@ constexpr ListedExport kOthers[] = {
 
 }  // namespace
 
-const std::vector<ListedExport>& Exports() {
+const std::vector<ListedExport>& Exports() try {
   static const std::vector<ListedExport> exports = [] {
     std::vector<ListedExport> all;
     const auto& operations = Operations();
@@ -51,6 +52,8 @@ const std::vector<ListedExport>& Exports() {
     return all;
   }();
   return exports;
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("the list of exports");
 }
 
 }  // namespace quillon::kit

@@ -21,7 +21,7 @@ void Scale(const Call& call) {
   }
 }
 
-// What moves wholly out of the picture would leave a black one.
+// Refuses a move that leaves nothing of the picture: a black one would come out.
 void Translate(const Call& call) {
   const GreyImage& image = *call.a.grey;
   const int dx = call.values.Whole("dx"), dy = call.values.Whole("dy");

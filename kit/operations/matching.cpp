@@ -95,7 +95,8 @@ std::unique_ptr<Tool> LoadTemplate(const Values& values, const Sources& sources)
   return taught;
 }
 
-// A template that cannot lie in the picture, turned or not, is no part that is missing.
+// Refuses a template that does not fit into the picture at any angle: that it is not found would
+// say nothing about the part.
 template <class Image>
 void RequireRoom(const Image& pattern, const Image& image, const PatternQuery& query) {
   const double width = pattern.width * query.scale[0], height = pattern.height * query.scale[0];
@@ -230,7 +231,7 @@ Findings Edges::Tell(const Searched& searched) const {
     findings.rows.push_back(
         {static_cast<int64_t>(match.x), static_cast<int64_t>(match.y), match.angle, match.score});
   }
-  if (searched.things.empty()) SayNoMatch({}, findings);  // the best score stands above
+  if (searched.things.empty()) SayNoMatch({}, findings);  // the facts tell the best score already
   return findings;
 }
 

@@ -20,9 +20,11 @@ auto Guarded(Work work) {
   }
 }
 
-void RequirePicture(Kind kind, PictureView view) {
-  const bool isThere =
-      kind == Kind::kColour ? view.colour && view.colour->bits : view.grey && view.grey->bits;
+void RequirePicture(const Operation& operation, size_t input, PictureView view) {
+  const Kind kind = operation.inputs[input];
+  const bool isThere = kind == Kind::kColour
+                           ? view.HasColour() || (operation.takesGrey && view.HasGrey())
+                           : view.HasGrey();
   if (!isThere) throw Failure(WithArticle(kind) + " with pixels is needed");
 }
 
@@ -31,7 +33,7 @@ constexpr const char* kRegion = "Region";
 
 }  // namespace
 
-const std::vector<Operation>& Operations() {
+const std::vector<Operation>& Operations() try {
   static const std::vector<Operation> operations = [] {
     std::vector<Operation> all;
     for (auto family :
@@ -43,6 +45,8 @@ const std::vector<Operation>& Operations() {
     return all;
   }();
   return operations;
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("the table of operations");
 }
 
 const Operation* FindOperation(std::string_view name) {
@@ -52,7 +56,7 @@ const Operation* FindOperation(std::string_view name) {
   return found == all.end() ? nullptr : &*found;
 }
 
-Values ReadValues(const Operation& operation, const Json& given) {
+Values ReadValues(const Operation& operation, const Json& given) try {
   std::string problems;
   const auto wrong = [&](const std::string& name, const std::string& what) {
     problems += (problems.empty() ? "" : "; ") + ("argument '" + name + "': ") + what;
@@ -69,6 +73,8 @@ Values ReadValues(const Operation& operation, const Json& given) {
   }
   if (!problems.empty()) throw Failure(std::string(operation.name) + ": " + problems);
   return values;
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("the values of arguments");
 }
 
 ReadyOperation::ReadyOperation(const Operation& operation, Values values, const Sources& sources)
@@ -79,13 +85,14 @@ ReadyOperation::ReadyOperation(const Operation& operation, Values values, const 
 }
 
 // Where an export does nothing, the result of the image before must not stay.
-void ReadyOperation::RunWith(const Values& values, PictureView a, PictureView b, Content& result) {
+void ReadyOperation::RunWith(const Values& values, PictureView a, PictureView b,
+                             Content& result) try {
   result.picture.Destroy();
   result.colour.Destroy();
   result.things.clear();
-  RequirePicture(operation_->inputs[0], a);
-  if (operation_->InputCount() == 2) RequirePicture(operation_->inputs[1], b);
-  const bool isColour = operation_->inputs[0] == Kind::kColour;
+  RequirePicture(*operation_, 0, a);
+  if (operation_->InputCount() == 2) RequirePicture(*operation_, 1, b);
+  const bool isColour = operation_->inputs[0] == Kind::kColour && a.HasColour();
   RequirePlacesIn(*operation_, values, isColour ? a.colour->width : a.grey->width,
                   isColour ? a.colour->height : a.grey->height);
   Guarded([&] { operation_->run({values, a, b, result, tool_.get()}); });
@@ -99,6 +106,8 @@ void ReadyOperation::RunWith(const Values& values, PictureView a, PictureView b,
   if (isEmpty) {
     throw Failure("nothing came out; the picture may be too small, or memory short");
   }
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("the operation");
 }
 
 void ReadyOperation::Run(PictureView a, PictureView b, Content& result) {
@@ -109,7 +118,7 @@ void ReadyOperation::Run(PictureView a, PictureView b, Content& result) {
 // Where something comes out for none or several frames, results could not be told apart by their
 // number: a thing without numbers keeps the place of one that was not found.
 void ReadyOperation::RunAt(std::span<const std::optional<Frame>> frames, PictureView a,
-                           PictureView b, Content& result) {
+                           PictureView b, Content& result) try {
   std::vector<Thing> found;
   regions_.clear();
   for (const std::optional<Frame>& frame : frames) {
@@ -126,6 +135,8 @@ void ReadyOperation::RunAt(std::span<const std::optional<Frame>> frames, Picture
     }
   }
   result.things = std::move(found);
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("the operation");
 }
 
 Findings ReadyOperation::Tell(const Searched& searched) const {

@@ -65,6 +65,7 @@ struct Operation {
   void (*run)(const Call& call) = nullptr;
   // Makes the tool, once for each thread.
   std::unique_ptr<Tool> (*prepare)(const Values& values, const Sources& sources) = nullptr;
+  bool takesGrey = false;    // a grey picture too, where a colour picture is the input
   bool movesPixels = false;  // positions in the output are not those of the input
   // It tells how many millimetres a pixel of its output is long, as the detail kScaleDetail.
   bool knowsScale = false;

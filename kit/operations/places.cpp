@@ -82,7 +82,8 @@ Extent ExtentOf(const TurnedBox& box) {
   return extent;
 }
 
-// They do not where a side of either has all of the other behind it.
+// Whether the turned box and the picture meet: they do not where one of them lies wholly beyond a
+// side of the other.
 bool Holds(const TurnedBox& box, Corner corner) {
   const Extent extent = ExtentOf(box);
   if (!Overlap(extent.least.x, extent.most.x, 0, corner.x) ||

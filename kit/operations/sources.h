@@ -14,6 +14,9 @@ namespace quillon::kit {
 struct PictureView {
   const GreyImage* grey = nullptr;
   const ColourImage* colour = nullptr;
+
+  bool HasGrey() const { return grey && grey->bits; }
+  bool HasColour() const { return colour && colour->bits; }
 };
 
 // Files in a folder, and how the pictures among them are read; and pictures in memory, each with

@@ -4,6 +4,8 @@
 #include <cmath>
 #include <limits>
 
+#include "kit/errors.h"
+
 namespace quillon::kit {
 namespace {
 
@@ -75,11 +77,13 @@ Thing NothingFound() {
 
 bool IsThere(const Thing& thing) { return std::isfinite(thing.x); }
 
-std::string WithArticle(Kind kind) {
+std::string WithArticle(Kind kind) try {
   return (IsPicture(kind) ? "a " : "") + std::string(NameOf(kind));
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("a name");
 }
 
-const std::vector<Quantity>& Quantities() {
+const std::vector<Quantity>& Quantities() try {
   constexpr Kind kBlobs = Kind::kBlobs, kMatches = Kind::kMatches, kDefects = Kind::kDefects,
                  kEdges = Kind::kEdges, kPairs = Kind::kPairs, kLines = Kind::kLines,
                  kCircles = Kind::kCircles, kShapes = Kind::kShapes, kRegions = Kind::kRegions;
@@ -158,9 +162,11 @@ const std::vector<Quantity>& Quantities() {
       {"myy", "central moment of the rows", &Thing::myy, shapes, 2},
   };
   return quantities;
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("the list of quantities");
 }
 
-std::vector<Column> ThingColumns(const std::vector<Kind>& kinds) {
+std::vector<Column> ThingColumns(const std::vector<Kind>& kinds) try {
   std::vector<Column> columns;
   for (const Quantity& quantity : Quantities()) {
     if (!IsOfThing(quantity, kinds)) continue;
@@ -170,9 +176,11 @@ std::vector<Column> ThingColumns(const std::vector<Kind>& kinds) {
     columns.push_back({name, name, 2, Shown::kNowhere});
   }
   return columns;
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("a table of things");
 }
 
-std::vector<Cell> ThingCells(const Thing& thing, Kind kind, const std::vector<Kind>& kinds) {
+std::vector<Cell> ThingCells(const Thing& thing, Kind kind, const std::vector<Kind>& kinds) try {
   std::vector<Cell> cells;
   for (const Quantity& quantity : Quantities()) {
     if (!IsOfThing(quantity, kinds)) continue;
@@ -181,6 +189,8 @@ std::vector<Cell> ThingCells(const Thing& thing, Kind kind, const std::vector<Ki
   }
   for (Cell& side : BoxOf(thing, kind)) cells.push_back(std::move(side));
   return cells;
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("a table of things");
 }
 
 }  // namespace quillon::kit

@@ -4,7 +4,7 @@
 namespace quillon::kit {
 namespace {
 
-// The exports work in place.
+// The exports work in place, so on a copy of the picture.
 GreyImage* Start(const Call& call) {
   call.result.picture.CopyFrom(call.a.grey);
   return &call.result.picture;

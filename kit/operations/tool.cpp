@@ -57,9 +57,8 @@ std::vector<Point> CornersOf(const Thing& thing) {
 }
 
 Picture& AddPicture(const std::string& caption, PictureView view, Report& report) {
-  const bool isColour = view.colour && view.colour->bits;
-  return report.pictures.emplace_back(isColour ? Picture(caption, *view.colour)
-                                               : Picture(caption, *view.grey));
+  return report.pictures.emplace_back(view.HasColour() ? Picture(caption, *view.colour)
+                                                       : Picture(caption, *view.grey));
 }
 
 }  // namespace quillon::kit

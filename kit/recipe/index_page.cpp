@@ -1,4 +1,5 @@
 // The index of a run: what passed, how each measurement is spread, and all images.
+#include "kit/errors.h"
 #include "kit/recipe/histogram.h"
 #include "kit/recipe/results.h"
 #include "kit/recipe/run_pages.h"
@@ -64,7 +65,7 @@ constexpr const char* kTools =
 
 }  // namespace
 
-std::string RenderIndex(const Recipe& recipe, const std::vector<IndexEntry>& entries) {
+std::string RenderIndex(const Recipe& recipe, const std::vector<IndexEntry>& entries) try {
   std::vector<ImageRecord> records;
   records.reserve(entries.size());
   for (const IndexEntry& entry : entries) records.push_back(*entry.record);
@@ -104,6 +105,8 @@ std::string RenderIndex(const Recipe& recipe, const std::vector<IndexEntry>& ent
                  .style = kIndexStyle,
                  .script = kIndexScript,
                  .bodyClass = "index"});
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("the index of a run");
 }
 
 }  // namespace quillon::kit::recipe

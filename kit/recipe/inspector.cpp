@@ -97,7 +97,7 @@ bool Passes(const Measurement& measurement, const std::optional<double>& value) 
   return value && !(min && !(*value >= *min)) && !(max && !(*value <= *max));
 }
 
-Inspector::Inspector(const Recipe& recipe, const Sources& sources)
+Inspector::Inspector(const Recipe& recipe, const Sources& sources) try
     : recipe_(recipe),
       sources_(sources),
       contents_(std::make_unique<Content[]>(recipe.slots.size())),
@@ -109,11 +109,15 @@ Inspector::Inspector(const Recipe& recipe, const Sources& sources)
     ready_.emplace_back();
     if (!step.valuesOf) ready_.back() = Prepare(step, step.values);
   }
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("a recipe");
 }
 
 ReadyOperation Inspector::Prepare(const Step& step, const Values& values) const {
   try {
     return {*step.operation, values, sources_};
+  } catch (const OutOfMemory& lack) {
+    throw OutOfMemory("step '" + step.name + "'", lack.Wanted());
   } catch (const Failure& failure) {
     throw Failure("step '" + step.name + "'" + FileField(*step.operation) + ": " + failure.what());
   }
@@ -122,9 +126,11 @@ ReadyOperation Inspector::Prepare(const Step& step, const Values& values) const 
 void Inspector::Run(size_t number, const std::string& image) {
   const Step& step = recipe_.steps[number];
   if (step.valuesOf) ready_[number] = Prepare(step, step.valuesOf(image));
+  // The colours of a grey image were made of it: what takes grey pictures too gets the image
+  // itself.
   const auto view = [&](int slot) {
-    const Content& content = Of(slot);
-    return PictureView{&content.picture, &content.colour};
+    const Content& content = Of(slot == kColourSlot && !isColour_ ? kImageSlot : slot);
+    return PictureView{&content.picture, &Of(slot).colour};
   };
   using Clock = std::chrono::steady_clock;
   const Clock::time_point start = Clock::now();
@@ -136,6 +142,8 @@ void Inspector::Run(size_t number, const std::string& image) {
     } else {
       ready_[number]->RunAt(FramesOf(step), a, b, result);
     }
+  } catch (const OutOfMemory& lack) {
+    throw OutOfMemory("step '" + step.name + "'", lack.Wanted());
   } catch (const Failure& failure) {
     throw Failure("step '" + step.name + "': " + failure.what());
   }
@@ -225,23 +233,26 @@ ImageRecord Inspector::InspectFile(std::span<const unsigned char> file, const st
 
 ImageRecord Inspector::Inspect(const GreyImage& image, const std::string& name) {
   return Inspect(name, [&](GreyImage& grey, ColourImage& colour) {
+    if (!image.bits) throw Failure("the picture has no pixels");
     grey.CopyFrom(&image);
     colour.Destroy();
-    if (!grey.bits) throw Failure("the picture has no pixels");
+    RequirePixels(grey);
   });
 }
 
 ImageRecord Inspector::Inspect(const ColourImage& image, const std::string& name) {
   return Inspect(name, [&](GreyImage& grey, ColourImage& colour) {
+    if (!image.bits) throw Failure("the picture has no pixels");
     colour.CopyFrom(&image);
+    RequirePixels(colour);
     IxColorToGray(&colour, &grey);
-    if (!grey.bits) throw Failure("the picture has no pixels");
+    RequirePixels(grey);
   });
 }
 
 // `fill` makes the image in grey, and in colour where it has any.
 template <class Fill>
-ImageRecord Inspector::Inspect(const std::string& name, Fill fill) {
+ImageRecord Inspector::Inspect(const std::string& name, Fill fill) try {
   ImageRecord record = {.image = name};
   record.values.resize(recipe_.measurements.size());
   Verdict failure = Verdict::kUnreadable;
@@ -271,6 +282,8 @@ ImageRecord Inspector::Inspect(const std::string& name, Fill fill) {
     record.values[i] = value;
   }
   return record;
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("the record of an image");
 }
 
 }  // namespace quillon::kit::recipe

@@ -295,7 +295,9 @@ class Parser {
     }
     int frame = 0;
     for (size_t i = 0; i < count; ++i) {
-      const int slot = FindInput(fields, names[i].get<std::string>(), {operation.inputs[i]});
+      std::vector<Kind> kinds = {operation.inputs[i]};
+      if (operation.takesGrey) kinds.push_back(Kind::kPicture);
+      const int slot = FindInput(fields, names[i].get<std::string>(), kinds);
       step.inputs.push_back(std::max(slot, 0));
       if (i == 0) frame = FrameOf(step.inputs[0]);
     }
@@ -537,23 +539,29 @@ class Parser {
 
 }  // namespace
 
-Recipe ParseRecipe(std::string_view text, Problems& problems) {
+Recipe ParseRecipe(std::string_view text, Problems& problems) try {
   const Json json = ParseJson(text, problems);
   if (!problems.empty()) return {};
   return Parser(problems).Parse(json);
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("a recipe");
 }
 
-Recipe MakeRecipe(std::string_view text, const std::string& name) {
+Recipe MakeRecipe(std::string_view text, const std::string& name) try {
   Problems problems;
   Recipe recipe = ParseRecipe(text, problems);
   if (problems.empty()) return recipe;
   std::string message = name + " cannot be used:";
   for (const std::string& problem : problems) message += "\n  " + problem;
   throw Failure(message);
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("a recipe");
 }
 
-Recipe ReadRecipe(const std::string& path) {
+Recipe ReadRecipe(const std::string& path) try {
   return MakeRecipe(ReadFile(path), "recipe '" + path + "'");
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("a recipe");
 }
 
 }  // namespace quillon::kit::recipe

@@ -2,6 +2,7 @@
 
 #include <filesystem>
 
+#include "kit/errors.h"
 #include "kit/recipe/inspector.h"
 #include "kit/recipe/results.h"
 
@@ -20,18 +21,27 @@ struct RecipeRunner::Inside {
   kit::recipe::Inspector inspector;
 };
 
-RecipeRunner::RecipeRunner(const std::string& path) : inside_(std::make_unique<Inside>(path)) {}
+RecipeRunner::RecipeRunner(const std::string& path) try : inside_(std::make_unique<Inside>(path)) {
+} catch (const std::bad_alloc&) {
+  throw kit::OutOfMemory("a recipe");
+}
 RecipeRunner::RecipeRunner(RecipeRunner&&) noexcept = default;
 RecipeRunner::~RecipeRunner() = default;
 
-RecipeResult RecipeRunner::RunFile(const std::string& path) {
+RecipeResult RecipeRunner::RunFile(const std::string& path) try {
   return inside_->Told(inside_->inspector.Inspect(path));
+} catch (const std::bad_alloc&) {
+  throw kit::OutOfMemory("the record of an image");
 }
-RecipeResult RecipeRunner::Run(const GreyImage& image, const std::string& name) {
+RecipeResult RecipeRunner::Run(const GreyImage& image, const std::string& name) try {
   return inside_->Told(inside_->inspector.Inspect(image, name));
+} catch (const std::bad_alloc&) {
+  throw kit::OutOfMemory("the record of an image");
 }
-RecipeResult RecipeRunner::Run(const ColourImage& image, const std::string& name) {
+RecipeResult RecipeRunner::Run(const ColourImage& image, const std::string& name) try {
   return inside_->Told(inside_->inspector.Inspect(image, name));
+} catch (const std::bad_alloc&) {
+  throw kit::OutOfMemory("the record of an image");
 }
 
 }  // namespace quillon

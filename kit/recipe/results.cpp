@@ -86,7 +86,7 @@ std::vector<Line> Lines(const std::string& text) {
 
 }  // namespace
 
-std::string ToLine(const Recipe& recipe, const ImageRecord& record, bool hasObjects) {
+std::string ToLine(const Recipe& recipe, const ImageRecord& record, bool hasObjects) try {
   Json json = Named(record.image);
   json["verdict"] = NameOf(record.verdict);
   if (!record.error.empty()) {
@@ -108,9 +108,11 @@ std::string ToLine(const Recipe& recipe, const ImageRecord& record, bool hasObje
   for (const auto& row : record.objects) objects.push_back(RowToJson(columns, row, true));
   json["objects"] = std::move(objects);
   return JsonText(json);
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("the line of a record");
 }
 
-ImageRecord FromLine(const Recipe& recipe, const std::string& line) {
+ImageRecord FromLine(const Recipe& recipe, const std::string& line) try {
   const Json json = Json::parse(line);
   ImageRecord record = {.image = NameIn(json),
                         .verdict = VerdictOf(json.at("verdict").get<std::string>())};
@@ -130,6 +132,10 @@ ImageRecord FromLine(const Recipe& recipe, const std::string& line) {
     for (const Column& column : columns) row.push_back(CellIn(object, column.key));
   }
   return record;
+} catch (const Json::exception&) {
+  throw Failure("the line is no record of recipe '" + recipe.name + "'");
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("the line of a record");
 }
 
 Counts Count(const std::vector<ImageRecord>& records) {
@@ -153,7 +159,7 @@ Counts Count(const std::vector<ImageRecord>& records) {
   return counts;
 }
 
-Findings ToFindings(const Recipe& recipe, const std::vector<ImageRecord>& records) {
+Findings ToFindings(const Recipe& recipe, const std::vector<ImageRecord>& records) try {
   const Counts counts = Count(records);
   const auto whole = [](size_t count) { return static_cast<int64_t>(count); };
   Findings findings{.key = "images",
@@ -187,9 +193,11 @@ Findings ToFindings(const Recipe& recipe, const std::vector<ImageRecord>& record
     findings.rows.push_back(std::move(row));
   }
   return findings;
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("the table of a run");
 }
 
-Findings ObjectsToFindings(const Recipe& recipe, const std::vector<ImageRecord>& records) {
+Findings ObjectsToFindings(const Recipe& recipe, const std::vector<ImageRecord>& records) try {
   Findings findings{.key = "objects", .columns = ObjectColumns(KindsOfThings(recipe))};
   findings.columns.insert(findings.columns.begin(), {"image", "image"});
   for (const ImageRecord& record : records) {
@@ -199,9 +207,11 @@ Findings ObjectsToFindings(const Recipe& recipe, const std::vector<ImageRecord>&
     }
   }
   return findings;
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("the table of a run");
 }
 
-std::string Fingerprint(const Recipe& recipe, const Sources& sources) {
+std::string Fingerprint(const Recipe& recipe, const Sources& sources) try {
   Checksum sum;
   sum.Add(recipe.canonical);
   for (const Step& step : recipe.steps) {
@@ -217,6 +227,8 @@ std::string Fingerprint(const Recipe& recipe, const Sources& sources) {
   }
   if (sources.reading.depth > 0) sum.Add(std::to_string(sources.reading.depth));
   return sum.Text();
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("the fingerprint of a recipe");
 }
 
 ResultsFile::ResultsFile(std::string path, bool hasObjects, bool isNew)
@@ -231,21 +243,27 @@ void ResultsFile::Write(const std::string& line) {
   if (!file_.flush()) throw Failure("cannot write '" + path_ + "'");
 }
 
-void ResultsFile::Append(const Recipe& recipe, const ImageRecord& record) {
+void ResultsFile::Append(const Recipe& recipe, const ImageRecord& record) try {
   Write(ToLine(recipe, record, hasObjects_));
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("the line of a record");
 }
 
-ResultsFile ResultsFile::Begin(const std::string& path, const Recipe& recipe, const RunHead& head) {
+ResultsFile ResultsFile::Begin(const std::string& path, const Recipe& recipe,
+                               const RunHead& head) try {
   ResultsFile file(path, head.hasObjects, true);
   file.Write(HeadLine(recipe, head));
   return file;
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("the results of a run");
 }
 
 ResultsFile ResultsFile::Resume(const std::string& path, const Recipe& recipe, const RunHead& head,
                                 const std::vector<std::string>& images,
-                                std::vector<ImageRecord>& done) {
+                                std::vector<ImageRecord>& done) try {
   done.clear();
-  if (!std::filesystem::exists(path)) return Begin(path, recipe, head);
+  std::error_code error;
+  if (!std::filesystem::exists(path, error)) return Begin(path, recipe, head);
   const std::vector<Line> lines = Lines(ReadFile(path));
   // Killed before the first line was written.
   if (lines.empty()) return Begin(path, recipe, head);
@@ -267,7 +285,9 @@ ResultsFile ResultsFile::Resume(const std::string& path, const Recipe& recipe, c
   for (size_t i = 1; i < lines.size(); ++i) {
     try {
       done.push_back(FromLine(recipe, lines[i].text));
-    } catch (const Json::exception&) {
+    } catch (const OutOfMemory&) {
+      throw;
+    } catch (const Failure&) {
       if (i + 1 == lines.size()) break;  // half-written: this image is inspected again
       throw Failure("'" + path + "' is damaged in line " + std::to_string(i + 1) +
                     ": --overwrite begins anew");
@@ -280,8 +300,11 @@ ResultsFile ResultsFile::Resume(const std::string& path, const Recipe& recipe, c
     }
     end = lines[i].end;
   }
-  std::filesystem::resize_file(path, end);
+  std::filesystem::resize_file(path, end, error);
+  if (error) throw Failure("cannot write '" + path + "': " + error.message());
   return {path, head.hasObjects, false};
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("the results of a run");
 }
 
 }  // namespace quillon::kit::recipe

@@ -26,7 +26,7 @@ struct RunHead {
 // A record as one line, without its end; with its objects, where the run has them.
 std::string ToLine(const Recipe& recipe, const ImageRecord& record, bool hasObjects = false);
 
-// The record of such a line. Throws Json::exception where the line is none of this recipe.
+// The record of such a line. Throws Failure where the line is none of this recipe.
 ImageRecord FromLine(const Recipe& recipe, const std::string& line);
 
 // The objects of all records, under the names of what is measured of them.

@@ -123,9 +123,13 @@ void Rename(const std::string& from, const std::string& to) {
 
 }  // namespace
 
-std::string ResultsIn(const std::string& folder) { return In(folder, "results.jsonl"); }
+std::string ResultsIn(const std::string& folder) try {
+  return In(folder, "results.jsonl");
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("the name of a file");
+}
 
-RunFolder::RunFolder(std::string folder, Mode mode)
+RunFolder::RunFolder(std::string folder, Mode mode) try
     : folder_(Made(std::move(folder))), work_(folder_), lock_(folder_) {
   TakePlace();  // of a run that was whole when it was killed
   const std::string unfinished = In(folder_, kUnfinished);
@@ -150,14 +154,18 @@ RunFolder::RunFolder(std::string folder, Mode mode)
     RequireNoFiles(folder_);
   }
   RemoveLeftovers(work_);
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("the folder of a run");
 }
 
-void RunFolder::Finish() {
+void RunFolder::Finish() try {
   if (!KeepsARunBefore()) return;
   RequireOurs(folder_);
   Rename(work_, In(folder_, kFinished));
   TakePlace();
   work_ = folder_;
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("the folder of a run");
 }
 
 void RunFolder::TakePlace() {

@@ -213,11 +213,13 @@ std::string RenderPageWithoutPictures(const Recipe& recipe, const ImageRecord& r
 
 }  // namespace
 
-std::string Shown(const Measurement& measurement, const std::optional<double>& value) {
+std::string Shown(const Measurement& measurement, const std::optional<double>& value) try {
   return value ? Text(*value, DecimalsOf(measurement)) : "";
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("a value as text");
 }
 
-std::string LimitsOf(const Measurement& measurement) {
+std::string LimitsOf(const Measurement& measurement) try {
   const auto& [min, max] = std::pair(measurement.min, measurement.max);
   const std::string unit = measurement.unit.mm ? " " + NameOf(measurement.unit) : "";
   if (min && max) {
@@ -225,19 +227,25 @@ std::string LimitsOf(const Measurement& measurement) {
   }
   if (min) return "at least " + Plain(*min) + unit;
   return max ? "at most " + Plain(*max) + unit : "";
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("limits as text");
 }
 
-std::string Title(Verdict verdict) {
+std::string Title(Verdict verdict) try {
   std::string title = NameOf(verdict);
   title[0] = static_cast<char>(title[0] - 'a' + 'A');
   return title;
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("a verdict as text");
 }
 
-Pages::Pages(const Recipe& recipe, std::string folder)
+Pages::Pages(const Recipe& recipe, std::string folder) try
     : recipe_(recipe), folder_(std::move(folder)) {
   for (const char* part : {"pages", "thumbs"}) {
     MakeFolder(InRun(part));
   }
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("the pages of a run");
 }
 
 std::string Pages::PageOf(size_t index, const ImageRecord& record) const {
@@ -252,7 +260,7 @@ std::string Pages::PageOf(size_t index, const ImageRecord& record) const {
 
 std::string Pages::ThumbnailOf(size_t index) const { return "thumbs/" + NumberOf(index) + ".jpg"; }
 
-bool Pages::Write(size_t index, const ImageRecord& record, const Inspector& inspector) const {
+bool Pages::Write(size_t index, const ImageRecord& record, const Inspector& inspector) const try {
   if (record.verdict == Verdict::kUnreadable) return true;
   const std::string path = InRun(PageOf(index, record));
   try {
@@ -268,15 +276,22 @@ bool Pages::Write(size_t index, const ImageRecord& record, const Inspector& insp
     WriteFile(path, RenderPageWithoutPictures(recipe_, record));
     return false;
   }
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("the page of an image");
 }
 
-void Pages::WriteIndex(const std::vector<ImageRecord>& records) const {
-  const auto ifThere = [&](const std::string& name) { return fs::exists(InRun(name)) ? name : ""; };
+void Pages::WriteIndex(const std::vector<ImageRecord>& records) const try {
+  const auto ifThere = [&](const std::string& name) {
+    std::error_code error;
+    return fs::exists(InRun(name), error) ? name : "";
+  };
   std::vector<IndexEntry> entries;
   for (size_t i = 0; i < records.size(); ++i) {
     entries.push_back({&records[i], ifThere(PageOf(i, records[i])), ifThere(ThumbnailOf(i))});
   }
   WriteFile(InRun("index.html"), RenderIndex(recipe_, entries));
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("the index of a run");
 }
 
 }  // namespace quillon::kit::recipe

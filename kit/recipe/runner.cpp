@@ -4,8 +4,9 @@
 #include <exception>
 #include <map>
 #include <mutex>
-#include <system_error>
 #include <thread>
+
+#include "kit/errors.h"
 
 namespace quillon::kit::recipe {
 namespace {
@@ -20,8 +21,9 @@ class Pool {
       for (size_t i = 1; i < inspectors.size(); ++i) {
         threads.emplace_back([this, &inspectors, i] { Inspect(*inspectors[i]); });
       }
-    } catch (const std::system_error&) {
-      // The system has no further thread, or none at all as in WebAssembly: those there are do all.
+    } catch (const std::exception&) {
+      // There is no further thread, or none at all as in WebAssembly, or no memory for one: those
+      // there are do all.
     }
     Inspect(*inspectors[0]);
     for (std::thread& thread : threads) thread.join();
@@ -67,8 +69,10 @@ class Pool {
 
 }  // namespace
 
-bool RunAll(const Work& work, std::vector<std::unique_ptr<Inspector>>& inspectors) {
+bool RunAll(const Work& work, std::vector<std::unique_ptr<Inspector>>& inspectors) try {
   return Pool(work).Run(inspectors);
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("a run");
 }
 
 }  // namespace quillon::kit::recipe

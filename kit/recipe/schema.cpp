@@ -1,5 +1,6 @@
 #include "kit/recipe/schema.h"
 
+#include "kit/errors.h"
 #include "kit/operations/places.h"
 #include "kit/recipe/recipe.h"
 
@@ -140,7 +141,7 @@ std::string ArgumentsOf(const Operation& operation) {
 
 }  // namespace
 
-Json RecipeSchema() {
+Json RecipeSchema() try {
   Json steps = Json::object();
   for (const Operation& operation : Operations()) {
     steps[operation.name] = StepSchema(operation);
@@ -166,9 +167,11 @@ Json RecipeSchema() {
   Json& definitions = schema["$defs"] = std::move(steps);
   definitions.update(measurements);
   return schema;
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("the schema of recipes");
 }
 
-std::string OperationsInMarkdown() {
+std::string OperationsInMarkdown() try {
   std::string text =
       "| operation | input | output | what it does | arguments |\n|---|---|---|---|---|\n";
   for (const Operation& operation : Operations()) {
@@ -193,6 +196,8 @@ std::string OperationsInMarkdown() {
     text += "| `" + std::string(which.name) + "` | " + which.summary + " |\n";
   }
   return text;
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("the list of operations");
 }
 
 }  // namespace quillon::kit::recipe

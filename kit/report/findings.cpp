@@ -6,6 +6,7 @@
 #include <nlohmann/json.hpp>
 #include <ostream>
 
+#include "kit/errors.h"
 #include "kit/text/numbers.h"
 #include "kit/text/text.h"
 
@@ -79,22 +80,26 @@ std::string CsvField(const Cell& cell) {
 
 }  // namespace
 
-Cell Single(float value) {
+Cell Single(float value) try {
   if (!std::isfinite(value)) return static_cast<double>(value);
   const std::string digits = ShortestDigits(value);
   double shortest = 0;
   ReadNumber(digits.data(), digits.data() + digits.size(), shortest);
   return shortest;
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("a number as text");
 }
 
-std::string Text(const Cell& cell, int decimals) {
+std::string Text(const Cell& cell, int decimals) try {
   if (const auto* text = std::get_if<std::string>(&cell)) return *text;
   if (const auto* whole = std::get_if<int64_t>(&cell)) return std::to_string(*whole);
   if (const auto* number = std::get_if<double>(&cell)) return Fixed(*number, decimals);
   return "";
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("a cell as text");
 }
 
-void PrintText(const Findings& findings, std::ostream& out) {
+void PrintText(const Findings& findings, std::ostream& out) try {
   constexpr int kFactDecimals = 2;
   size_t widest = 0;
   for (const Fact& fact : findings.facts) widest = std::max(widest, Width(fact.heading));
@@ -133,27 +138,33 @@ void PrintText(const Findings& findings, std::ostream& out) {
     text.erase(text.find_last_not_of(' ') + 1);
     out << text << '\n';
   }
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("a table");
 }
 
 nlohmann::ordered_json RowToJson(const std::vector<Column>& columns, const std::vector<Cell>& row,
-                                 bool sparse) {
+                                 bool sparse) try {
   nlohmann::ordered_json object = nlohmann::ordered_json::object();
   for (size_t c = 0; c < row.size(); ++c) {
     if (sparse && std::holds_alternative<std::monostate>(row[c])) continue;
     object[columns[c].key] = Value(row[c]);
   }
   return object;
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("a row as JSON");
 }
 
-nlohmann::ordered_json ToJson(const Findings& findings) {
+nlohmann::ordered_json ToJson(const Findings& findings) try {
   nlohmann::ordered_json all = nlohmann::ordered_json::object();
   for (const Fact& fact : findings.facts) all[fact.key] = Value(fact.value);
   auto& rows = all[findings.key] = nlohmann::ordered_json::array();
   for (const auto& row : findings.rows) rows.push_back(RowToJson(findings.columns, row));
   return all;
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("a table as JSON");
 }
 
-void PrintCsv(const Findings& findings, std::ostream& out) {
+void PrintCsv(const Findings& findings, std::ostream& out) try {
   const auto printLine = [&](size_t count, const auto& field) {
     for (size_t c = 0; c < count; ++c) out << (c ? "," : "") << field(c);
     out << '\n';
@@ -162,6 +173,8 @@ void PrintCsv(const Findings& findings, std::ostream& out) {
   for (const auto& row : findings.rows) {
     printLine(row.size(), [&](size_t c) { return CsvField(row[c]); });
   }
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("a table as CSV");
 }
 
 }  // namespace quillon::kit

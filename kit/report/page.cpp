@@ -3,6 +3,7 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 
+#include "kit/errors.h"
 #include "kit/report/page_parts.h"
 #include "kit/text/text.h"
 
@@ -54,6 +55,7 @@ std::string DataElement(const std::string& json) {
 std::string CsvElement(const Findings& findings) {
   std::ostringstream csv;
   PrintCsv(findings, csv);
+  if (!csv) throw OutOfMemory("the rows of a page");
   return "<pre id='csv' hidden>" + Escaped(csv.str()) + "</pre>\n";
 }
 

@@ -27,46 +27,62 @@ std::shared_ptr<const Image> Lent(const Image* image) {
 
 }  // namespace
 
-Picture::Picture(std::string caption, const GreyImage& image)
+Picture::Picture(std::string caption, const GreyImage& image) try
     : caption_(std::move(caption)),
       width_(image.width),
       height_(image.height),
-      grey_(Copied(image)) {}
+      grey_(Copied(image)) {
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("the picture of a page");
+}
 
-Picture::Picture(std::string caption, const ColourImage& image)
+Picture::Picture(std::string caption, const ColourImage& image) try
     : caption_(std::move(caption)),
       width_(image.width),
       height_(image.height),
-      colour_(Copied(image)) {}
+      colour_(Copied(image)) {
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("the picture of a page");
+}
 
-Picture::Picture(std::string caption, const GreyImage* image)
+Picture::Picture(std::string caption, const GreyImage* image) try
     : caption_(std::move(caption)),
       width_(image->width),
       height_(image->height),
-      grey_(Lent(image)) {}
+      grey_(Lent(image)) {
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("the picture of a page");
+}
 
-Picture::Picture(std::string caption, const ColourImage* image)
+Picture::Picture(std::string caption, const ColourImage* image) try
     : caption_(std::move(caption)),
       width_(image->width),
       height_(image->height),
-      colour_(Lent(image)) {}
+      colour_(Lent(image)) {
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("the picture of a page");
+}
 
-Picture Picture::Again(std::string caption) const {
+Picture Picture::Again(std::string caption) const try {
   Picture again = *this;
   again.caption_ = std::move(caption);
   again.drawings_.clear();
   again.ground_ = -1;
   again.fault_.clear();
   return again;
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("the picture of a page");
 }
 
-void Picture::TakeDrawings(const Picture& from, std::span<const int> layers, int end) {
+void Picture::TakeDrawings(const Picture& from, std::span<const int> layers, int end) try {
   for (const Drawing& drawing : from.drawings_) {
     if (drawing.mark.row >= end) continue;
     drawings_.push_back(drawing);
     int& layer = drawings_.back().mark.layer;
     layer = layers[static_cast<size_t>(layer)];
   }
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("the drawings of a page");
 }
 
 bool Picture::HasPixelsOf(const Picture& other) const {
@@ -87,11 +103,13 @@ bool Picture::HasAtMost(int count) const {
   return true;
 }
 
-std::vector<unsigned char> Picture::Png() const {
+std::vector<unsigned char> Picture::Png() const try {
   return grey_ ? EncodePng(*grey_) : EncodePng(*colour_);
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("the picture of a page");
 }
 
-void Picture::CopyTo(ColourImage& image) const {
+void Picture::CopyTo(ColourImage& image) const try {
   if (colour_) {
     image.CopyFrom(colour_.get());
   } else {
@@ -104,39 +122,55 @@ void Picture::CopyTo(ColourImage& image) const {
       std::fill_n(image.rows[y] + 3 * x, 3, grey_->rows[y][x]);
     }
   }
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("the drawings of a page");
 }
 
-void Picture::Box(Mark mark, double left, double top, double right, double bottom) {
+void Picture::Box(Mark mark, double left, double top, double right, double bottom) try {
   drawings_.push_back(
       {mark, Drawing::Kind::kBox, {{left - 0.5, top - 0.5}, {right + 0.5, bottom + 0.5}}});
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("the drawings of a page");
 }
 
-void Picture::Polygon(Mark mark, std::span<const Point> points) {
+void Picture::Polygon(Mark mark, std::span<const Point> points) try {
   drawings_.push_back({mark, Drawing::Kind::kPolygon, {points.begin(), points.end()}});
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("the drawings of a page");
 }
 
-void Picture::Dots(Mark mark, std::span<const Point> points) {
+void Picture::Dots(Mark mark, std::span<const Point> points) try {
   drawings_.push_back({mark, Drawing::Kind::kDots, {points.begin(), points.end()}});
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("the drawings of a page");
 }
 
-void Picture::Cross(Mark mark, Point centre) {
+void Picture::Cross(Mark mark, Point centre) try {
   drawings_.push_back({mark, Drawing::Kind::kCross, {centre}});
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("the drawings of a page");
 }
 
-void Picture::Arrow(Mark mark, Point from, Point tip) {
+void Picture::Arrow(Mark mark, Point from, Point tip) try {
   const double dx = tip.x - from.x, dy = tip.y - from.y;
   const Point outline[] = {from, tip, {tip.x - (dx - dy) / 5, tip.y - (dx + dy) / 5}, tip};
   Polygon(mark, outline);
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("the drawings of a page");
 }
 
-void Picture::Label(Mark mark, Point at, std::string_view text) {
+void Picture::Label(Mark mark, Point at, std::string_view text) try {
   drawings_.push_back({mark, Drawing::Kind::kLabel, {at}, std::string(text)});
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("the drawings of a page");
 }
 
-void Picture::Score(Mark mark, Point corner, double score) {
+void Picture::Score(Mark mark, Point corner, double score) try {
   char text[16];
   std::snprintf(text, sizeof text, "%.2f", score);
   Label(mark, {std::clamp(corner.x, 0.0, width_ * 0.95), corner.y}, text);
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("the drawings of a page");
 }
 
 namespace {
@@ -146,7 +180,7 @@ struct Colour {
 };
 constexpr Colour kBlack = {0, 0, 0};
 
-// The page's colours.
+// The colours that pages have, too.
 Colour ColourOf(Tone tone) {
   switch (tone) {
     case Tone::kCyan:
@@ -185,7 +219,7 @@ class Canvas {
     const std::vector<Point>& p = drawing.points;
     switch (drawing.kind) {
       case Drawing::Kind::kBox: {
-        // The pixels just outside.
+        // Over the pixels just outside the box.
         const double left = std::floor(p[0].x), top = std::floor(p[0].y);
         const double right = std::ceil(p[1].x), bottom = std::ceil(p[1].y);
         const Point corners[] = {{left, top}, {right, top}, {right, bottom}, {left, bottom}};
@@ -226,7 +260,8 @@ class Canvas {
 
   void Line(Point from, Point to, Colour colour) {
     const double length = std::max(std::abs(to.x - from.x), std::abs(to.y - from.y));
-    constexpr double kLongest = 1e6;  // beyond any picture, and what is not a number
+    constexpr double kLongest =
+        1e6;  // lines beyond any picture, or to what is not a number, are not drawn
     if (!(length < kLongest)) return;
     const int steps = std::max(1, static_cast<int>(std::ceil(length)));
     for (int i = 0; i <= steps; ++i) {
@@ -272,7 +307,7 @@ class Canvas {
 
 }  // namespace
 
-void WriteDrawnPicture(const std::string& path, const Report& report) {
+void WriteDrawnPicture(const std::string& path, const Report& report) try {
   WithinMemory("picture '" + path + "'", [&] {
     ColourImage image;
     report.pictures.back().CopyTo(image);
@@ -286,6 +321,8 @@ void WriteDrawnPicture(const std::string& path, const Report& report) {
     }
     WriteImage(path, image);
   });
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("the picture of a page");
 }
 
 }  // namespace quillon::kit

@@ -8,7 +8,7 @@
 namespace quillon::kit {
 namespace {
 
-// Each pixel the mean of those it stands for.
+// Reduces to this size: each pixel becomes the mean of those that it stands for.
 void Reduce(const ColourImage& image, int width, int height, ColourImage& reduced) {
   reduced.Create(width, height);
   RequirePixels(reduced);

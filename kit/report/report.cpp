@@ -229,17 +229,21 @@ class Page {
 
 }  // namespace
 
-std::string RenderReport(const Report& report, const Findings& findings) {
+std::string RenderReport(const Report& report, const Findings& findings) try {
   return WithinMemory("a page of pictures", [&] {
     return Render({.title = report.title,
                    .body = Page(report, findings).Body(),
                    .style = kReportStyle,
                    .script = std::string(kViewerScript) + kTableScript + kReportScript});
   });
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("a page");
 }
 
-void WriteReport(const std::string& path, const Report& report, const Findings& findings) {
+void WriteReport(const std::string& path, const Report& report, const Findings& findings) try {
   WithinMemory("page '" + path + "'", [&] { WriteFile(path, RenderReport(report, findings)); });
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("a page");
 }
 
 }  // namespace quillon::kit

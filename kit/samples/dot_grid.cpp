@@ -22,7 +22,7 @@ double Light(Point p) { return 1 - 2.5e-7 * (p.x * p.x + p.y * p.y); }
 
 }  // namespace
 
-void DrawDotGrid(int width, int height, GreyImage& image, std::vector<Point>& centres) {
+void DrawDotGrid(int width, int height, GreyImage& image, std::vector<Point>& centres) try {
   image.Create(width, height);
   if (!image.bits) throw OutOfMemory("a drawn grid");
   const Point axis = {(width - 1) / 2.0, (height - 1) / 2.0};
@@ -51,6 +51,8 @@ void DrawDotGrid(int width, int height, GreyImage& image, std::vector<Point>& ce
       }
     }
   }
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("a drawn grid");
 }
 
 }  // namespace quillon::kit

@@ -15,7 +15,7 @@ constexpr double kLane = 92;               // least height of a lane
 
 }  // namespace
 
-SampleBoard::SampleBoard(uint32_t seed, int width, int height)
+SampleBoard::SampleBoard(uint32_t seed, int width, int height) try
     : width_(width), height_(height), state_(seed * 2654435761u | 1) {
   const int lanes = std::max(2, static_cast<int>(height / kLane));
   const auto first = static_cast<int>(Within(0, 3));
@@ -32,6 +32,8 @@ SampleBoard::SampleBoard(uint32_t seed, int width, int height)
         AddPlane(top, bottom);
     }
   }
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("a drawn board");
 }
 
 double SampleBoard::Within(double low, double high) {
@@ -147,12 +149,14 @@ void SampleBoard::Render(const std::vector<Stroke>& strokes, GreyImage& image) c
   }
 }
 
-void SampleBoard::DrawGood(GreyImage& image, const BoardPose& pose, double growth) const {
+void SampleBoard::DrawGood(GreyImage& image, const BoardPose& pose, double growth) const try {
   Render(PlacedStrokes(pose, growth), image);
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("a drawn board");
 }
 
 std::vector<DrawnDefect> SampleBoard::DrawTested(int count, GreyImage& image,
-                                                 const BoardPose& pose) const {
+                                                 const BoardPose& pose) const try {
   std::vector<Stroke> strokes = PlacedStrokes(pose, 0);
   GreyImage before;
   Render(strokes, before);
@@ -183,6 +187,8 @@ std::vector<DrawnDefect> SampleBoard::DrawTested(int count, GreyImage& image,
   }
   Render(strokes, image);
   return defects;
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("a drawn board");
 }
 
 }  // namespace quillon::kit

@@ -57,7 +57,7 @@ double Bracket(Point p) {
   return Without(std::min(upright, foot), holes);
 }
 
-// Red, green and blue of unit grey.
+// The colour of a metal, as red, green and blue for a grey value of 1.
 struct Tint {
   double red, green, blue;
 };
@@ -284,15 +284,19 @@ std::vector<Placed> PlaceParts(uint32_t seed, int width, int height) {
 }  // namespace
 
 void DrawTray(uint32_t seed, int width, int height, ColourImage& image,
-              std::vector<DrawnPart>& parts, int fine) {
+              std::vector<DrawnPart>& parts, int fine) try {
   Draw(PlaceParts(seed, width, height), {width, height, fine}, image, parts);
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("a drawn tray");
 }
 
-void DrawBracket(ColourImage& image) {
+void DrawBracket(ColourImage& image) try {
   constexpr int kSide = 150;
   const Placed bracket(kBracketKind, {(kSide - 1) / 2.0, (kSide - 1) / 2.0}, 0);
   std::vector<DrawnPart> part;
   Draw({&bracket, 1}, {kSide, kSide, 1}, image, part);
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("a drawn tray");
 }
 
 }  // namespace quillon::kit

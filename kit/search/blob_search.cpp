@@ -17,7 +17,7 @@ Region::Region() : handle(CreateRLERegion(), DestroyRLERegion) {
   if (!handle) throw OutOfMemory("the tables of a region");
 }
 
-int OtsuLevel(const GreyImage& image, GreyImage& binary) {
+int OtsuLevel(const GreyImage& image, GreyImage& binary) try {
   binary.CopyFrom(&image);
   RequirePixels(binary);
   IxOtsuThreshold(&binary);
@@ -32,6 +32,8 @@ int OtsuLevel(const GreyImage& image, GreyImage& binary) {
     });
   }
   return level;
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("a binary picture");
 }
 
 void MakeBinary(const GreyImage& image, Band band, GreyImage& binary) {
@@ -46,7 +48,7 @@ void MakeBinary(const GreyImage& image, Band band, GreyImage& binary) {
 
 // Filling treats what touches only the left edge or the bottom row as enclosed; a frame of zeros
 // keeps all four edges open.
-void FillHoles(RLERegion* region, GreyImage& image, int value) {
+void FillHoles(RLERegion* region, GreyImage& image, int value) try {
   GreyImage framed;
   framed.Create(image.width + 2, image.height + 2);
   if (!framed.bits) throw OutOfMemory("a binary picture");
@@ -58,6 +60,8 @@ void FillHoles(RLERegion* region, GreyImage& image, int value) {
   for (int y = 0; y < image.height; ++y) {
     std::memcpy(image.rows[y], framed.rows[y + 1] + 1, width);
   }
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("filling holes");
 }
 
 int64_t BoundaryLength(const std::vector<int>& points) {
@@ -94,15 +98,30 @@ void TurnClockwise(std::vector<int>& points) {
   for (size_t i = 0; i < points.size(); i += 2) std::swap(points[i], points[i + 1]);
 }
 
-std::vector<int> WholePicture(const GreyImage& image) {
+std::vector<int> WholePicture(const GreyImage& image) try {
   const int right = image.width, bottom = image.height - 1;
   return {0, 0, right, 0, right, bottom, 0, bottom};
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("a polygon");
 }
 
 namespace {
 
-int64_t LabelledPixels(RLERegion* region, const GreyImage& image, int low, int high) {
-  IxGrayBlobLabel(&image, region, low, high);
+// Then the polygon holds a pixel of the picture, as long as it has an extent.
+bool HasCornerIn(const std::vector<int>& points, const GreyImage& image) {
+  bool isIn = false;
+  for (size_t i = 0; i < points.size(); i += 2) {
+    const int x = points[i], y = points[i + 1];
+    isIn = isIn || (x >= 0 && y >= 0 && x < image.width && y < image.height);
+  }
+  return isIn && BoundaryLength(points) > 0;
+}
+
+// The pixels of all blobs of ones, whose mean over the region is known. Where there is no memory,
+// labelling finds none.
+int64_t LabelOnes(RLERegion* region, const GreyImage& image, double mean) {
+  IxGrayBlobLabel(&image, region, 1, 1);
+  if (mean > 0 && IxGetBlobCount(region) == 0) throw OutOfMemory("labelling");
   int64_t pixels = 0;
   for (int n = 0; n < IxGetBlobCount(region); ++n) pixels += IxGetnBlobArea(region, n);
   return pixels;
@@ -112,14 +131,14 @@ int64_t LabelledPixels(RLERegion* region, const GreyImage& image, int low, int h
 
 // Labelling that fills the tables stops without a word, but then its blobs have fewer pixels than
 // the means over the region tell.
-double LabelAll(RLERegion* region, const GreyImage& image, const GreyImage& binary) {
+double LabelAll(RLERegion* region, const GreyImage& image, const GreyImage& binary) try {
   GreyImage full;
   MakeBinary(image, {0, 255}, full);
-  const auto inside = static_cast<double>(LabelledPixels(region, full, 1, 1));
   const double ones = IxGetnRegionGrayMean(&binary, region);
   const double share = IxGetnRegionGrayMean(&full, region);
+  const auto inside = static_cast<double>(LabelOnes(region, full, share));
   const int64_t expected = share > 0 ? std::llround(ones / share * inside) : 0;
-  const int64_t labelled = LabelledPixels(region, binary, 1, 1);
+  const int64_t labelled = LabelOnes(region, binary, ones);
   if (labelled < expected) {
     throw Failure(
         "too many blobs: labelling takes 50000 of them, in 300000 runs; narrow the band or the "
@@ -132,12 +151,16 @@ double LabelAll(RLERegion* region, const GreyImage& image, const GreyImage& bina
         " that can be measured; narrow the band or the polygon, or smooth the picture first");
   }
   return share;
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("blobs");
 }
 
-std::vector<BlobFeature> SelectedBlobs(RLERegion* region) {
+std::vector<BlobFeature> SelectedBlobs(RLERegion* region) try {
   std::vector<BlobFeature> blobs(static_cast<size_t>(IxGetSelectBlobCount(region)));
   if (!blobs.empty()) IxGetBlobList(region, blobs.data());
   return blobs;
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("blobs");
 }
 
 void SelectBlobs(const BlobSelection& selection, RLERegion* region) {
@@ -151,7 +174,7 @@ void SelectBlobs(const BlobSelection& selection, RLERegion* region) {
 // Both lists are in the order of the blobs, so each record is the next one equal to it; blobs with
 // equal records are selected together or not at all.
 std::vector<int> NumbersOf(const std::vector<BlobFeature>& selected,
-                           const std::vector<BlobFeature>& all) {
+                           const std::vector<BlobFeature>& all) try {
   const auto isSame = [](const BlobFeature& one, const BlobFeature& other) {
     // Not by std::ranges, which the library of the WebAssembly compiler does not have yet.
     const auto a = std::as_bytes(std::span(&one, 1)), b = std::as_bytes(std::span(&other, 1));
@@ -165,9 +188,11 @@ std::vector<int> NumbersOf(const std::vector<BlobFeature>& selected,
     numbers.push_back(static_cast<int>(n++));
   }
   return numbers;
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("blobs");
 }
 
-std::vector<FoundBlob> BlobFinder::Find(const GreyImage& image, const BlobQuery& query) {
+std::vector<FoundBlob> BlobFinder::Find(const GreyImage& image, const BlobQuery& query) try {
   if (query.band) {
     band_ = *query.band;
   } else {
@@ -180,12 +205,16 @@ std::vector<FoundBlob> BlobFinder::Find(const GreyImage& image, const BlobQuery&
   if (query.fillHoles) FillHoles(region_, binary_, 1);
   IxPointToRegion(region_, outline.data(), static_cast<int>(outline.size() / 2));
   share_ = LabelAll(region_, image, binary_);
-  if (!query.polygon.empty() && !(share_ > 0)) {
+  if (!(share_ > 0)) {
+    if (HasCornerIn(outline, image)) throw OutOfMemory("a region");
     throw NoPixelInPolygon(image.width, image.height);
   }
   found_ = 0;
   // Where nothing was labelled, the features of the image before would stay.
-  if (!IxComputeAllBlobFeature(region_)) return {};
+  if (!IxComputeAllBlobFeature(region_)) {
+    if (IxGetBlobCount(region_) > 0) throw OutOfMemory("the features of blobs");
+    return {};
+  }
   const std::vector<BlobFeature> all = SelectedBlobs(region_);
   SelectBlobs(query.selection, region_);
   const std::vector<BlobFeature> selected = SelectedBlobs(region_);
@@ -200,6 +229,8 @@ std::vector<FoundBlob> BlobFinder::Find(const GreyImage& image, const BlobQuery&
                      IxGetnBlobGrayMean(&image, region_, numbers[i])});
   }
   return found;
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("blobs");
 }
 
 }  // namespace quillon::kit

@@ -88,7 +88,7 @@ void AddMoments(const std::vector<BlobRun>& runs, BlobShape& shape) {
   }
   shape.x = x / shape.area;
   shape.y = y / shape.area;
-  // A run is a rectangle: of its own, 1 / 12 of its squared sides.
+  // A run is a rectangle, whose own second moments are 1 / 12 of its squared sides.
   for (const auto& [row, first, last] : runs) {
     const double length = last - first + 1, dx = (first + last) / 2.0 - shape.x, dy = row - shape.y;
     shape.mxx += length * (dx * dx + length * length / 12) / shape.area;
@@ -113,7 +113,7 @@ void AddGreys(const std::vector<BlobRun>& runs, const GreyImage& image, BlobShap
   shape.deviation = greys.Deviation();
 }
 
-// Pixels of the background that lie near a blob, each once.
+// The pixels around a blob that belong to no blob; each is counted once for a blob.
 class Surroundings {
  public:
   Surroundings(const GreyImage& image, const GreyImage& binary)
@@ -147,7 +147,7 @@ class Surroundings {
 
 }  // namespace
 
-std::vector<std::vector<BlobRun>> RunsOfBlobs(const GreyImage& binary) {
+std::vector<std::vector<BlobRun>> RunsOfBlobs(const GreyImage& binary) try {
   std::vector<BlobRun> runs;
   Groups groups;
   size_t above = 0, aboveEnd = 0;  // the runs of the row before
@@ -179,10 +179,12 @@ std::vector<std::vector<BlobRun>> RunsOfBlobs(const GreyImage& binary) {
     blobs[numbers[first]].push_back(runs[i]);
   }
   return blobs;
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("the runs of blobs");
 }
 
 std::vector<BlobShape> ShapesOf(const GreyImage& image, const GreyImage& binary,
-                                const std::vector<FoundBlob>& blobs) {
+                                const std::vector<FoundBlob>& blobs) try {
   struct Group {
     std::vector<BlobRun> runs;
     BlobShape shape;
@@ -226,6 +228,8 @@ std::vector<BlobShape> ShapesOf(const GreyImage& image, const GreyImage& binary,
     shapes.push_back(shape);
   }
   return shapes;
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("the shapes of blobs");
 }
 
 }  // namespace quillon::kit

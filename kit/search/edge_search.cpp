@@ -6,20 +6,25 @@
 
 namespace quillon::kit {
 
-EdgeTool TeachEdges(const std::string& name, const GreyImage& pattern, double low, double high) {
+EdgeTool TeachEdges(const std::string& name, const GreyImage& pattern, double low,
+                    double high) try {
   EdgeTool tool(IxCreateGeoTool());
   if (!tool || !IxCreateGeoMatchModel(&pattern, tool.get(), high, low)) {
     throw OutOfMemory("the edges of template '" + name + "'");
   }
   if (tool->model->count == 0) throw Failure("template '" + name + "' has no edges");
   return tool;
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("the edges of a template");
 }
 
-std::vector<Point> EdgePoints(const GeoModelLevel& model, const Pose& pose) {
+std::vector<Point> EdgePoints(const GeoModelLevel& model, const Pose& pose) try {
   std::vector<Point> points;
   points.reserve(static_cast<size_t>(model.count));
   for (int i = 0; i < model.count; ++i) points.push_back(pose.At(model.x[i], model.y[i]));
   return points;
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("the edges of a template");
 }
 
 Point CentreOf(const GeoModelLevel& model, const Pose& pose) {
@@ -38,7 +43,8 @@ Point Gradient(const GreyImage& image, int x, int y) {
           double((b[-1] + 2 * b[0] + b[1]) - (a[-1] + 2 * a[0] + a[1]))};
 }
 
-// The search does not tell the score of what it found.
+// The mean agreement of directions, which is the score: the search tells where the best place is,
+// but not how good it is.
 double Agreement(const GreyImage& image, const GeoModelLevel& model, const Pose& pose) {
   const Pose turn = {0, 0, pose.degrees};
   double sum = 0;
@@ -55,7 +61,7 @@ double Agreement(const GreyImage& image, const GeoModelLevel& model, const Pose&
 
 }  // namespace
 
-EdgeMatch FindEdges(const GreyImage& image, const GeoMatchTool& tool, const EdgeQuery& query) {
+EdgeMatch FindEdges(const GreyImage& image, const GeoMatchTool& tool, const EdgeQuery& query) try {
   int position[2] = {-1, -1};
   const bool anyAngle = query.lowest && query.highest;
   Pose pose = {};
@@ -65,6 +71,8 @@ EdgeMatch FindEdges(const GreyImage& image, const GeoMatchTool& tool, const Edge
   pose.y = position[1];
   const double score = position[0] < 0 ? 0 : Agreement(image, *tool.model, pose);
   return {position[0] >= 0 && score >= query.minScore, pose, score};
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("a search by edges");
 }
 
 }  // namespace quillon::kit

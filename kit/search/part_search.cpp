@@ -14,12 +14,13 @@ namespace {
 
 using finder::Status;
 
-// Rows lie from the bottom up, the first at the end.
+// The finder's view of an image, whose rows lie from the bottom up in memory.
 finder::Picture PictureOf(const GreyImage& image) {
   return {image.rows[0], image.width, image.height, -static_cast<ptrdiff_t>(image.stride)};
 }
 
 void Require(Status status, const std::string& name) {
+  if (status == Status::kNoMemory) throw OutOfMemory("template '" + name + "'");
   if (status != Status::kOk) throw Failure("'" + name + "': " + finder::Describe(status));
 }
 
@@ -44,7 +45,7 @@ void BlackenOutside(const std::vector<std::array<int, 2>>& polygon, GreyImage& m
       if (y0 == y && y1 == y) MarkSpan(std::min(x0, x1), std::max(x0, x1), inside);
       if (y0 == y) MarkSpan(x0, x0, inside);
       if ((y0 <= y) == (y1 <= y)) continue;
-      // Multiplied first: a crossing at a whole pixel comes out whole.
+      // The product comes before the quotient, so that a crossing at a whole pixel comes out whole.
       const double left = x0, top = y0;
       crossings.push_back(left + (y - top) * (x1 - left) / (y1 - top));
     }
@@ -58,7 +59,7 @@ void BlackenOutside(const std::vector<std::array<int, 2>>& polygon, GreyImage& m
   }
 }
 
-// The mask as one picture of the template's size.
+// Mask and polygon together as one picture of the template's size, black where it does not count.
 void DrawMask(const std::string& name, const GreyImage& pattern, const PartMask& mask,
               GreyImage& drawn) {
   if (mask.picture) {
@@ -87,7 +88,7 @@ finder::Way WayNamed(const std::string& name) {
 }
 
 PartModel TeachPart(const std::string& name, const GreyImage& pattern, finder::Way way,
-                    const PartMask& mask) {
+                    const PartMask& mask) try {
   auto model = std::make_unique<finder::Model>();
   finder::TeachOptions options;
   options.way = way;
@@ -104,10 +105,12 @@ PartModel TeachPart(const std::string& name, const GreyImage& pattern, finder::W
   }
   Require(status, name);
   return model;
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("a model");
 }
 
 PartModel ReadPart(const std::string& path, std::optional<finder::Way> way, const PartMask& mask,
-                   const Reading& reading) {
+                   const Reading& reading) try {
   const std::string file = ReadFile(path);
   const std::span bytes(reinterpret_cast<const uint8_t*>(file.data()), file.size());
   if (!finder::IsModelFile(bytes)) {
@@ -126,15 +129,19 @@ PartModel ReadPart(const std::string& path, std::optional<finder::Way> way, cons
                   NameOf(*way));
   }
   return model;
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("a model");
 }
 
-void WritePart(const std::string& path, const finder::Model& model) {
+void WritePart(const std::string& path, const finder::Model& model) try {
   Buffer<uint8_t> bytes;
   Require(finder::Save(model, bytes), path);
   WriteFile(path, {reinterpret_cast<const char*>(bytes.data()), bytes.size()});
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("a model");
 }
 
-std::vector<std::string> DoubtsOf(const finder::Model& model) {
+std::vector<std::string> DoubtsOf(const finder::Model& model) try {
   std::vector<std::string> doubts;
   if (model.doubts & finder::kFewEdges) {
     doubts.emplace_back("it has few edges: other patterns may look the same by chance");
@@ -153,19 +160,23 @@ std::vector<std::string> DoubtsOf(const finder::Model& model) {
                          : "it looks the same at " + std::to_string(model.symmetry) + " angles");
   }
   return doubts;
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("the doubts of a model");
 }
 
-void TaughtPicture(const finder::Model& model, GreyImage& picture) {
+void TaughtPicture(const finder::Model& model, GreyImage& picture) try {
   picture.Create(model.width, model.height);
   RequirePixels(picture);
   const auto width = static_cast<size_t>(model.width);
   for (int y = 0; y < model.height; ++y) {
     std::memcpy(picture.rows[y], model.pixels.data() + static_cast<size_t>(y) * width, width);
   }
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("the picture of a model");
 }
 
 std::vector<finder::Match> FindParts(const GreyImage& image, const finder::Model& model,
-                                     const finder::FindOptions& options) {
+                                     const finder::FindOptions& options) try {
   finder::Results results;
   const Status status =
       finder::Find(BestFinderKernels(), model, PictureOf(image), options, results);
@@ -179,9 +190,13 @@ std::vector<finder::Match> FindParts(const GreyImage& image, const finder::Model
     case Status::kDoesNotFit:
       throw Failure("the template, " + SizeText(model.width, model.height) + ", is larger than " +
                     picture + ", at the smallest scale of " + std::to_string(options.scaleLow));
+    case Status::kNoMemory:
+      throw OutOfMemory("a search in " + picture);
     default:
       throw Failure(finder::Describe(status));
   }
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("a search of parts");
 }
 
 }  // namespace quillon::kit

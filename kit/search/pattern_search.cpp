@@ -31,15 +31,19 @@ std::vector<NccResult> FindWith(const Image& image, NccTool* tool, const Pattern
 
 }  // namespace
 
-PatternTool TeachPattern(const std::string& name, const GreyImage& pattern, bool mask) {
+PatternTool TeachPattern(const std::string& name, const GreyImage& pattern, bool mask) try {
   return TeachWith(name, pattern, mask, IxCreateNCCMatchModel);
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("a template");
 }
-PatternTool TeachPattern(const std::string& name, const ColourImage& pattern, bool mask) {
+PatternTool TeachPattern(const std::string& name, const ColourImage& pattern, bool mask) try {
   return TeachWith(name, pattern, mask, IxCreateNCCMatchColorModel);
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("a template");
 }
 
 void ChooseStartLevel(const std::string& name, double smallestScale, std::optional<int> level,
-                      NccTool* tool) {
+                      NccTool* tool) try {
   const int coarsest = IxGet_DefaultPyramidLevel(tool);
   if (level > coarsest) {
     throw Failure("level " + std::to_string(*level) + " is above " + std::to_string(coarsest) +
@@ -49,15 +53,21 @@ void ChooseStartLevel(const std::string& name, double smallestScale, std::option
   // for at half that size, a level less keeps as many.
   const int smaller = std::max(static_cast<int>(std::lround(-std::log2(smallestScale))), 0);
   IxSetPyramidLevel(tool, level.value_or(std::max(coarsest - smaller, 0)));
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("a template");
 }
 
 std::vector<NccResult> FindPattern(const GreyImage& image, NccTool* tool,
-                                   const PatternQuery& query) {
+                                   const PatternQuery& query) try {
   return FindWith(image, tool, query, IxFindNCCMatchModel);
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("a search of a template");
 }
 std::vector<NccResult> FindPattern(const ColourImage& image, NccTool* tool,
-                                   const PatternQuery& query) {
+                                   const PatternQuery& query) try {
   return FindWith(image, tool, query, IxFindNCCMatchColorModel);
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("a search of a template");
 }
 
 }  // namespace quillon::kit

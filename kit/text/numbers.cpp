@@ -9,6 +9,8 @@
 #include <cstring>
 #endif
 
+#include "kit/errors.h"
+
 namespace quillon::kit {
 namespace {
 
@@ -69,8 +71,16 @@ std::string Shortest(Number value) {
 
 }  // namespace
 
-std::string ShortestDigits(float value) { return Shortest(value); }
-std::string ShortestDigits(double value) { return Shortest(value); }
+std::string ShortestDigits(float value) try {
+  return Shortest(value);
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("a number as text");
+}
+std::string ShortestDigits(double value) try {
+  return Shortest(value);
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("a number as text");
+}
 
 const char* ReadNumber(const char* text, const char* end, double& value) {
 #ifdef __cpp_lib_to_chars

@@ -4,6 +4,8 @@
 #include <cstdio>
 #include <nlohmann/json.hpp>
 
+#include "kit/errors.h"
+
 namespace quillon::kit {
 namespace {
 
@@ -59,8 +61,10 @@ size_t EditDistance(std::string_view a, std::string_view b) {
 
 }  // namespace
 
-std::string SizeText(int64_t width, int64_t height) {
+std::string SizeText(int64_t width, int64_t height) try {
   return std::to_string(width) + " x " + std::to_string(height);
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("a size as text");
 }
 
 bool IsUtf8(std::string_view text) {
@@ -72,7 +76,7 @@ bool IsUtf8(std::string_view text) {
   return true;
 }
 
-std::string Visible(std::string_view text) {
+std::string Visible(std::string_view text) try {
   std::string visible;
   for (size_t at = 0; at < text.size();) {
     const size_t length = std::max<size_t>(1, SequenceAt(text, at));
@@ -88,9 +92,11 @@ std::string Visible(std::string_view text) {
     at += length;
   }
   return visible;
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("a visible text");
 }
 
-std::string JsonText(const nlohmann::ordered_json& json, int indent) {
+std::string JsonText(const nlohmann::ordered_json& json, int indent) try {
   const std::string text =
       json.dump(indent, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
   std::string escaped;
@@ -109,9 +115,11 @@ std::string JsonText(const nlohmann::ordered_json& json, int indent) {
     at += length;
   }
   return escaped;
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("JSON");
 }
 
-std::string DidYouMean(std::string_view word, const std::vector<std::string>& known) {
+std::string DidYouMean(std::string_view word, const std::vector<std::string>& known) try {
   constexpr size_t kLongest = 60;
   const std::string* best = nullptr;
   size_t least = 3;
@@ -121,6 +129,8 @@ std::string DidYouMean(std::string_view word, const std::vector<std::string>& kn
     if (distance < least && distance < name.size()) least = distance, best = &name;
   }
   return best ? "; did you mean '" + *best + "'?" : "";
+} catch (const std::bad_alloc&) {
+  throw OutOfMemory("a message");
 }
 
 }  // namespace quillon::kit

@@ -29,6 +29,7 @@ py::array CheckedArray(const Array& argument, const char* name) {
     const auto type = py::str(py::type::of(argument.object).attr("__name__")).cast<std::string>();
     throw py::type_error(std::string(name) + ": a NumPy array is wanted, this is " + type);
   }
+  RefuseMasked(argument.object, name);
   auto array = py::reinterpret_borrow<py::array>(argument.object);
   if (!array.dtype().equal(py::dtype::of<uint8_t>())) {
     throw py::type_error(std::string(name) + ": an array of uint8 is wanted, this is one of " +
@@ -83,6 +84,17 @@ void Notes::Tell() {
   }
 }
 
+void RefuseMasked(const py::object& array, const char* name) {
+  // Nobody has such an array who has not imported the module; importing it here would take time.
+  const auto modules = py::reinterpret_borrow<py::dict>(PyImport_GetModuleDict());
+  if (!modules.contains("numpy.ma")) return;
+  if (!py::isinstance(array, modules["numpy.ma"].attr("MaskedArray"))) return;
+  throw py::type_error(
+      std::string(name) +
+      ": a plain NumPy array is wanted, this is a masked one, and nothing here goes "
+      "by its mask; give array.filled(0), or array.data to use all of it");
+}
+
 void Refuse(const char* name, const std::string& wanted, const std::string& given) {
   throw py::value_error(std::string(name) + ": " + wanted + " is wanted, this is " + given);
 }
@@ -103,10 +115,17 @@ std::string Shown(const py::object& value) {
   return text.size() > kMost ? text.substr(0, kMost) + "..." : text;
 }
 
-bool IsColour(const Array& array) {
+namespace {
+
+bool HasDimensions(const Array& array, int count) {
   return py::isinstance<py::array>(array.object) &&
-         py::reinterpret_borrow<py::array>(array.object).ndim() == 3;
+         py::reinterpret_borrow<py::array>(array.object).ndim() == count;
 }
+
+}  // namespace
+
+bool IsColour(const Array& array) { return HasDimensions(array, 3); }
+bool IsGrey(const Array& array) { return HasDimensions(array, 2); }
 
 PixelView ViewOf(const Array& argument, const char* name, Layout layout) {
   const py::array array = CheckedArray(argument, name);

@@ -49,8 +49,12 @@ struct PixelView {
 // shape (height, width) or (height, width, 3) with at least one pixel.
 PixelView ViewOf(const Array& array, const char* name, Layout layout);
 
-// Whether the argument has the shape of a colour image rather than that of a grey one.
+// TypeError, naming the argument, for a masked array: its mask would be lost in silence.
+void RefuseMasked(const py::object& array, const char* name);
+
+// Whether the argument has the shape of a colour image, or that of a grey one.
 bool IsColour(const Array& array);
+bool IsGrey(const Array& array);
 
 // An image for an export to make its result in: empty, or of this size with old pixels.
 template <class Pixel>

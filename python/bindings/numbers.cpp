@@ -31,6 +31,7 @@ bool Fits(const py::array& array, const std::vector<py::ssize_t>& shape) {
 
 std::vector<int> ReadWholeNumbers(const py::object& given, const char* name,
                                   const std::vector<py::ssize_t>& shape, bool alsoFlat) {
+  RefuseMasked(given, name);
   const py::array array = py::module_::import("numpy").attr("asarray")(given);
   const py::ssize_t count =
       std::accumulate(shape.begin(), shape.end(), py::ssize_t{1}, std::multiplies<>());

@@ -27,7 +27,8 @@ class Views {
   Views(const Signature& signature, const py::tuple& images) {
     for (size_t i = 0; i < images.size(); ++i) {
       const Array image = {images[i]};
-      if (signature.operation->inputs.at(i) == kit::Kind::kColour) {
+      const bool isGrey = signature.operation->takesGrey && IsGrey(image);
+      if (signature.operation->inputs.at(i) == kit::Kind::kColour && !isGrey) {
         colour_[i].emplace(image, signature.images[i]);
         views_[i].colour = colour_[i]->get();
       } else {

@@ -168,6 +168,8 @@ class Calibration:
 
     @staticmethod
     def _each(name: str, given: ArrayLike, work: Any) -> NDArray[np.float64]:
+        if isinstance(given, np.ma.MaskedArray):
+            raise refuse(name, "a plain NumPy array", given)
         try:
             points = np.asarray(given, float)
         except (TypeError, ValueError):

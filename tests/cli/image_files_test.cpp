@@ -191,6 +191,9 @@ TEST(ImageFiles, BecomeTheirPixels) {
     return With(Grey(3, 2, 8, 1), {{274, {static_cast<uint32_t>(orientation)}}});
   };
   const string six = FromBytes({1, 2, 3, 4, 5, 6});
+  const string twoGreys = Bmp(3, 1, 1, 0, FromBytes({9, 9, 9, 0, 200, 200, 200, 0, 0x40, 0, 0, 0}));
+  string tooManyColours = twoGreys;
+  tooManyColours[46] = 90;  // of which the file holds two, and a pixel names no other
   const string noted = kRange + string("4095") + kNobodySays;
   const Case cases[] = {
       {"PGM in bytes", "P5 3 1 255\n" + FromBytes({1, 128, 255}), "1 128 255"},
@@ -225,6 +228,10 @@ TEST(ImageFiles, BecomeTheirPixels) {
       {"BMP from the top", Bmp(1, -2, 24, 0, FromBytes({1, 2, 3, 0, 4, 5, 6, 0})), "1,2,3 / 4,5,6"},
       {"BMP of two colours", Bmp(3, 1, 1, 0, FromBytes({0, 0, 0, 0, 9, 8, 7, 0, 0x40, 0, 0, 0})),
        "0,0,0 9,8,7 0,0,0"},
+      {"BMP of two greys", twoGreys, "9 200 9"},
+      {"BMP that promises more colours than a pixel can name", tooManyColours, "9 200 9"},
+      {"BMP of bytes, its table in disorder",
+       Bmp(2, 1, 8, 0, FromBytes({77, 77, 77, 0, 5, 5, 5, 0, 1, 0, 0, 0})), "5 77"},
       {"BMP of 15 bits", Bmp(3, 1, 16, 0, fiveBits), "0,0,255 0,255,0 173,0,0"},
       {"BMP of 32 bits, the fourth byte unused", Bmp(1, 1, 32, 0, FromBytes({1, 2, 3, 77})),
        "1,2,3"},

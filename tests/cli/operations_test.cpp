@@ -306,6 +306,25 @@ TEST(Operations, MakeWhatTheExportsMake) {
   }
 }
 
+TEST(Operations, GrayLeavesAGreyPictureAsItIs) {
+  const Scratch scratch;
+  GreyImage image, written;
+  Fill(image, 37, 19, Content::kNoise);
+  kit::WriteImage(scratch / "grey.png", image);
+  ASSERT_EQ(Quillon({"gray", scratch / "grey.png", scratch / "out.png"}).exitCode, 0);
+  kit::ReadImage(scratch / "out.png", written);
+  EXPECT_SAME_PIXELS(written, image) << "the command";
+  for (const char* input : {"color", "image"}) {
+    const recipe::Recipe parsed =
+        Parsed({{"name", "r"},
+                {"steps", {{{"name", "g"}, {"operation", "gray"}, {"input", input}}}},
+                {"measurements", {{{"name", "m"}, {"input", "g"}, {"value", "mean"}}}}});
+    recipe::Inspector inspector(parsed, {});
+    inspector.Inspect(image);
+    EXPECT_SAME_PIXELS(inspector.Of(parsed.steps.back().output).picture, image) << input;
+  }
+}
+
 TEST(Operations, ThatFindThingsGiveWhatTheCommandsPrint) {
   const Scratch scratch;
   ASSERT_EQ(Quillon({"sample", scratch / "s"}).exitCode, 0);

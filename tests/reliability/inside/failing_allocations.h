@@ -6,6 +6,8 @@ namespace quillon::test {
 
 // From now on the n-th allocation fails, counted from 1. Opening a file counts as one.
 void FailAllocation(int n);
+// The same, and so do all after it.
+void FailAllocationsFrom(int n);
 // No allocation fails any more. Tells whether one did.
 bool StopFailing();
 
