@@ -485,7 +485,7 @@ std::vector<Operation> MatchingOperations() {
             Number("min_score", kLeastPartScore, 1, "agreement that is a match").Or("0.5"),
             Whole("max", 1, 10000, "at most this many, the best").Or("100"),
             Number("overlap", 0, 1,
-                   "share of the smaller outline that two matches may have in common")
+                   "share of its outline that a match may have in common with better ones")
                 .Or("0.5"),
             Choice("polarity", {"same", kAnyPolarity},
                    "any: edges may also be dark on bright where the template's are bright "

@@ -83,6 +83,24 @@ void Prune(const RefineTask& task, int level, float least, size_t most, List<Can
   list.Shrink(kept);
 }
 
+// What a match shares with better ones: with each, and with all together. A place between two parts
+// side by side looks like half of either, and shares no more than half with each.
+class Shares {
+ public:
+  explicit Shares(const FindOptions& options) : most_(options.maxOverlap) {}
+  // `smaller` is the area of the smaller of the two, `own` that of the match.
+  void Add(double shared, double smaller, double own) {
+    together_ += shared;
+    const bool isAllowed = shared <= most_ * smaller && (most_ >= 1 || together_ <= most_ * own);
+    areAllowed_ = areAllowed_ && isAllowed;
+  }
+  bool AreAllowed() const { return areAllowed_; }
+
+ private:
+  double most_, together_ = 0;
+  bool areAllowed_ = true;
+};
+
 // The score that `count` candidates reach, no two of which share too much of their outline; 0 when
 // there are fewer. The list is sorted.
 double ScoreReachedBy(const Model& model, const FindOptions& options, const List<Candidate>& list) {
@@ -94,11 +112,11 @@ double ScoreReachedBy(const Model& model, const FindOptions& options, const List
   for (const Candidate& candidate : list) {
     Outline(model.width, model.height, candidate.pose, taken[count]);
     const double scale = options.scaleLow;
-    bool isFree = true;
-    for (int i = 0; i < count && isFree; ++i) {
-      isFree = SharedArea(taken[i], taken[count]) <= options.maxOverlap * area * scale * scale;
+    Shares shares(options);
+    for (int i = 0; i < count && shares.AreAllowed(); ++i) {
+      shares.Add(SharedArea(taken[i], taken[count]), area * scale * scale, area * scale * scale);
     }
-    if (isFree && ++count == options.maxCount) return candidate.score;
+    if (shares.AreAllowed() && ++count == options.maxCount) return candidate.score;
   }
   return 0;
 }
@@ -114,16 +132,14 @@ bool TakeBest(const Model& model, const FindOptions& options, List<Match>& found
   const double area = static_cast<double>(model.width) * model.height;
   for (const Match& match : found) {
     if (results.size() == static_cast<size_t>(options.maxCount)) break;
-    bool isFree = true;
+    const double own = area * match.scale * match.scale;
+    Shares shares(options);
     for (const Match& other : results) {
-      const double smaller = std::min(match.scale, other.scale);
-      const double shared = SharedArea(match.corners, other.corners);
-      if (shared > options.maxOverlap * area * smaller * smaller) {
-        isFree = false;
-        break;
-      }
+      const double smaller = std::min(own, area * other.scale * other.scale);
+      shares.Add(SharedArea(match.corners, other.corners), smaller, own);
+      if (!shares.AreAllowed()) break;
     }
-    if (isFree && !results.Add(match)) return false;
+    if (shares.AreAllowed() && !results.Add(match)) return false;
   }
   return true;
 }

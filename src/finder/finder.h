@@ -122,9 +122,11 @@ struct FindOptions {
   // The centres of matches lie in this rectangle: from (left, top), to (right, bottom) exclusive.
   // Empty (right <= left): all of the picture.
   int left = 0, top = 0, right = 0, bottom = 0;
-  double minScore = 0.5;    // 0.1 ... 1
-  int maxCount = 100;       // 1 ... 10000: the best ones
-  double maxOverlap = 0.5;  // 0 ... 1, of the smaller of two turned outlines
+  double minScore = 0.5;  // 0.1 ... 1
+  int maxCount = 100;     // 1 ... 10000: the best ones
+  // 0 ... 1: of the smaller of two turned outlines, and, below 1, of a match's own outline with all
+  // better ones together.
+  double maxOverlap = 0.5;
   Polarity polarity = Polarity::kSame;
 };
 

@@ -446,6 +446,42 @@ TEST(Finder, FindsPartsThatTouch) {
   }
 }
 
+// Halves that look alike: a place between two parts shows one half of each, and is none.
+TEST(Finder, FindsNothingBetweenParts) {
+  GreyImage pattern, image;
+  pattern.Create(120, 24);
+  Random random(5);
+  int cells[4][20];
+  for (int i = 0; i < 20; ++i) {
+    for (int row = 0; row < 2; ++row) {
+      cells[row][i] = random.Within(50, 200);
+      cells[row + 2][i] = cells[row][i] + random.Within(-40, 40);
+    }
+  }
+  Draw(pattern, [&](int x, int y) { return cells[y / 6][x / 6]; });
+  image.Create(240, 200);
+  Draw(image, [](int, int) { return 90; });
+  std::vector<Truth> truths;
+  for (int k = 0; k < 3; ++k) {
+    truths.push_back({120.3, 70.4 + 25 * k, 0, 1});
+    Lay(pattern, truths.back(), image);
+  }
+  const Truth between = {120.3, 82.9, 0, 1};
+  for (const Way way : {Way::kEdges, Way::kGrey}) {
+    Model model;
+    ASSERT_EQ(TeachFrom(pattern, way, model), Status::kOk);
+    FindOptions options;
+    options.minScore = 0.6;  // above that of a half beside the last part
+    Results results;
+    ASSERT_EQ(Find(BestFinderKernels(), model, PictureOf(image), options, results), Status::kOk);
+    EXPECT_EQ(results.size(), truths.size());
+    for (const Truth& truth : truths) EXPECT_TRUE(Nearest(results, truth)) << truth.y;
+    options.maxOverlap = 1;
+    ASSERT_EQ(Find(BestFinderKernels(), model, PictureOf(image), options, results), Status::kOk);
+    EXPECT_TRUE(Nearest(results, between)) << "no place looks like a part";
+  }
+}
+
 // A pattern so fine that a coarse level blurs it away is swept there by the edges of the level
 // below, where that alone would take long; a narrow range is swept on the level below.
 TEST(Finder, FindsFinePatternsInLargePictures) {
