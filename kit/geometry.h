@@ -6,6 +6,8 @@
 #include <cmath>
 #include <numbers>
 
+#include "kit/elementary.h"
+
 namespace quillon::kit {
 
 struct Point {
@@ -24,8 +26,8 @@ struct Pose {
 
   // A point relative to it, such as one of the template, in the picture.
   Point At(double dx, double dy) const {
-    const double a = degrees * std::numbers::pi / 180;
-    return {x + dx * std::cos(a) - dy * std::sin(a), y + dx * std::sin(a) + dy * std::cos(a)};
+    const auto [sine, cosine] = SineCosineOf(degrees * std::numbers::pi / 180);
+    return {x + dx * cosine - dy * sine, y + dx * sine + dy * cosine};
   }
 };
 

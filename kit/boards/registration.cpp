@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstring>
 
+#include "kit/elementary.h"
 #include "kit/errors.h"
 #include "kit/images/blocks.h"
 #include "kit/images/pixels.h"
@@ -66,8 +67,8 @@ TileView FitParaboloid(const Nine& c) {
   const double yy = (2 * (c[1][0] + c[1][1] + c[1][2]) - ends) / 3;
   const double xy = (c[0][2] + c[2][0] - c[0][0] - c[2][2]) / 4;
   // Solved along the paraboloid's principal directions: one in which it is level wants no move.
-  const double angle = 0.5 * std::atan2(2 * xy, xx - yy);
-  const double cosine = std::cos(angle), sine = std::sin(angle);
+  const double angle = 0.5 * ArcTangent(2 * xy, xx - yy);
+  const auto [sine, cosine] = SineCosineOf(angle);
   const auto top = [](double curvature, double slope) {
     constexpr double kLevel = 1e-3, kFarthest = 1.5;
     return curvature > kLevel ? std::clamp(slope / curvature, -kFarthest, kFarthest) : 0;

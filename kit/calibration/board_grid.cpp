@@ -51,7 +51,7 @@ class Grid {
 
   bool IsOpposite(size_t a, size_t b) const {
     const std::complex<double> p = corners_[a].pattern, q = corners_[b].pattern;
-    return p == 0.0 || (p * std::conj(q)).real() < -0.5 * std::abs(p) * std::abs(q);
+    return p == 0.0 || (p * std::conj(q)).real() < -0.5 * std::sqrt(std::norm(p) * std::norm(q));
   }
 
   // The seed, and its nearest neighbours: the first in any direction, the second across it.
@@ -195,7 +195,7 @@ std::vector<BoardPoint> LargestGrid(const std::vector<BoardCandidate>& corners, 
     along.y += corners[next->second].at.y - corners[corner].at.y;
   }
   const int turns =
-      static_cast<int>(std::lround(std::atan2(along.y, along.x) / (std::numbers::pi / 2)) + 4) % 4;
+      static_cast<int>(std::lround(ArcTangent(along.y, along.x) / (std::numbers::pi / 2)) + 4) % 4;
   std::vector<BoardPoint> points;
   for (const auto& [place, corner] : best) {
     const int x = place.first - left, y = place.second - top;

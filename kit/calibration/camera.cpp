@@ -60,7 +60,7 @@ Matrix Turn(const Vector& r) {
 Vector TurnVector(const Matrix& m) {
   const Vector axis = {m[7] - m[5], m[2] - m[6], m[3] - m[1]};
   const double sine = Length(axis[0], axis[1], axis[2]) / 2;
-  const double angle = std::atan2(sine, (m[0] + m[4] + m[8] - 1) / 2);
+  const double angle = ArcTangent(sine, (m[0] + m[4] + m[8] - 1) / 2);
   if (sine < 1e-9) return {0, 0, 0};  // boards are not seen from behind
   const double scale = angle / (2 * sine);
   return {axis[0] * scale, axis[1] * scale, axis[2] * scale};

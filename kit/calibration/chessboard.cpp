@@ -1,11 +1,14 @@
 #include "kit/calibration/chessboard.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <complex>
+#include <cstdlib>
 #include <numbers>
 #include <optional>
 
+#include "kit/elementary.h"
 #include "kit/errors.h"
 
 namespace quillon::kit {
@@ -46,7 +49,7 @@ Plane Smoothed(const Plane& plane, double deviation) {
   std::vector<float> weights;
   float total = 0;
   for (int k = -reach; k <= reach; ++k) {
-    weights.push_back(static_cast<float>(std::exp(-k * k / (2 * deviation * deviation))));
+    weights.push_back(static_cast<float>(Exp(-k * k / (2 * deviation * deviation))));
     total += weights.back();
   }
   for (float& weight : weights) weight /= total;
@@ -79,25 +82,33 @@ struct Corner {
 
 // How the grey values on a circle go twice around, and whether little else goes on there.
 std::optional<std::complex<double>> TwiceAround(const Plane& plane, Point at, double radius) {
-  constexpr int kSamples = 32;
+  constexpr size_t kSamples = 32;
+  static const auto kDirections = [] {
+    std::array<std::complex<double>, kSamples> directions;
+    for (size_t i = 0; i < kSamples; ++i) {
+      const auto [sine, cosine] = SineCosineOf(2 * std::numbers::pi * double(i) / kSamples);
+      directions[i] = {cosine, sine};
+    }
+    return directions;
+  }();
   if (!plane.Holds(at, radius + 1)) return {};
   double mean = 0, energy = 0;
   double grey[kSamples];
-  for (int i = 0; i < kSamples; ++i) {
-    const double angle = 2 * std::numbers::pi * i / kSamples;
-    grey[i] = plane.Between(at.x + radius * std::cos(angle), at.y + radius * std::sin(angle));
+  for (size_t i = 0; i < kSamples; ++i) {
+    const auto& direction = kDirections[i];
+    grey[i] = plane.Between(at.x + radius * direction.real(), at.y + radius * direction.imag());
     mean += grey[i] / kSamples;
   }
   std::complex<double> twice = 0;
-  for (int i = 0; i < kSamples; ++i) {
-    const double angle = 4 * std::numbers::pi * i / kSamples;
-    twice += (grey[i] - mean) * std::complex(std::cos(angle), std::sin(angle)) / (kSamples / 2.0);
+  for (size_t i = 0; i < kSamples; ++i) {
+    twice += (grey[i] - mean) * kDirections[2 * i % kSamples] / (kSamples / 2.0);
     energy += (grey[i] - mean) * (grey[i] - mean) / (kSamples / 2.0);
   }
   // Of a square wave four fifths of the energy are in its first harmonic; noise and the slant of a
   // board leave less.
   constexpr double kLeastShare = 0.6, kLeastSwing = 8;
-  if (std::norm(twice) < kLeastShare * energy || std::abs(twice) < kLeastSwing) return {};
+  if (std::norm(twice) < kLeastShare * energy || std::norm(twice) < kLeastSwing * kLeastSwing)
+    return {};
   return twice;
 }
 
@@ -105,6 +116,8 @@ std::optional<std::complex<double>> TwiceAround(const Plane& plane, Point at, do
 std::optional<Point> Refined(const Plane& plane, Point start) {
   constexpr int kHalf = 5, kRounds = 40;
   constexpr double kSettled = 0.001, kFarthest = kHalf;
+  double weights[kHalf + 1];  // by the distance along an axis
+  for (int d = 0; d <= kHalf; ++d) weights[d] = Exp(-d * d / double(kHalf * kHalf));
   Point at = start;
   for (int round = 0; round < kRounds; ++round) {
     if (!plane.Holds(at, kHalf + 2)) return {};
@@ -112,7 +125,7 @@ std::optional<Point> Refined(const Plane& plane, Point start) {
     for (int dy = -kHalf; dy <= kHalf; ++dy) {
       for (int dx = -kHalf; dx <= kHalf; ++dx) {
         const double x = at.x + dx, y = at.y + dy;
-        const double weight = std::exp(-(dx * dx + dy * dy) / double(kHalf * kHalf));
+        const double weight = weights[std::abs(dx)] * weights[std::abs(dy)];
         const double gx = (plane.Between(x + 1, y) - plane.Between(x - 1, y)) / 2;
         const double gy = (plane.Between(x, y + 1) - plane.Between(x, y - 1)) / 2;
         xx += weight * gx * gx;

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <numbers>
 
+#include "kit/elementary.h"
 #include "kit/errors.h"
 #include "kit/measure/least_squares.h"
 
@@ -63,7 +64,7 @@ std::vector<double> Slopes(const std::vector<double>& grey, double smoothing) {
   std::vector<double> weights;
   double gain = 0;  // of a ramp that rises by 1 a pixel
   for (int k = -reach; k <= reach; ++k) {
-    weights.push_back(k * std::exp(-k * k / (2 * smoothing * smoothing)));
+    weights.push_back(k * Exp(-k * k / (2 * smoothing * smoothing)));
     gain += weights.back() * k;
   }
   const int count = static_cast<int>(grey.size());
@@ -96,7 +97,7 @@ struct Fitted {
 double Ramp(double u, double blur) {
   const double v = u / blur;
   constexpr double kRoot = 0.3989422804014327;  // 1 / sqrt(2 pi)
-  return u * std::erfc(-v / std::numbers::sqrt2) / 2 + blur * kRoot * std::exp(-v * v / 2);
+  return u * (1 + ErrorFunction(v / std::numbers::sqrt2)) / 2 + blur * kRoot * Exp(-v * v / 2);
 }
 
 // Parameters of a step: position, height, blur and middle; where light changes beside it, how much
@@ -110,7 +111,7 @@ double FitParameters(std::span<const double> samples, int first, std::vector<dou
     const double scale = 1 / (std::numbers::sqrt2 * q[2]);
     for (size_t i = 0; i < samples.size(); ++i) {
       const double u = first + static_cast<double>(i) - q[0];
-      out[i] = q[3] + q[1] / 2 * std::erf(u * scale) - samples[i];
+      out[i] = q[3] + q[1] / 2 * ErrorFunction(u * scale) - samples[i];
       if (!hasRamps) continue;
       const double behind = Ramp(u, std::abs(q[2]));
       out[i] += q[4] * (u - behind) + q[5] * behind;

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <numbers>
 
+#include "kit/elementary.h"
 #include "kit/errors.h"
 #include "kit/measure/least_squares.h"
 
@@ -28,7 +29,7 @@ struct LineShape {
   double p[3] = {};
 
   double Distance(Point at) const {
-    return (at.y - p[1]) * std::cos(p[2]) - (at.x - p[0]) * std::sin(p[2]);
+    return (at.y - p[1]) * Cosine(p[2]) - (at.x - p[0]) * Sine(p[2]);
   }
   // Total least squares: the direction of the greatest moment.
   bool Fit(std::span<const Point> points) {
@@ -42,7 +43,7 @@ struct LineShape {
     }
     p[0] = x;
     p[1] = y;
-    p[2] = std::atan2(2 * xy, xx - yy) / 2;
+    p[2] = ArcTangent(2 * xy, xx - yy) / 2;
     return xx + yy > 0;
   }
 };
@@ -109,10 +110,10 @@ struct EllipseShape {
   double p[5] = {};
 
   double Distance(Point at) const {
-    const double cosine = std::cos(p[4]), sine = std::sin(p[4]);
+    const auto [sine, cosine] = SineCosineOf(p[4]);
     const double u = (at.x - p[0]) * cosine + (at.y - p[1]) * sine;
     const double v = (at.y - p[1]) * cosine - (at.x - p[0]) * sine;
-    const double a = std::exp(p[2]), b = std::exp(p[3]);
+    const double a = Exp(p[2]), b = Exp(p[3]);
     // The implicit equation sqrt((u / a)^2 + (v / b)^2) = 1 over its gradient.
     const double size = Length(u / a, v / b), slope = Length(u / (a * a), v / (b * b));
     return slope > 0 ? (size - 1) * size / slope : -std::min(a, b);
@@ -125,7 +126,7 @@ struct EllipseShape {
     if (!circle.Fit(points)) return false;
     double best = -1;
     for (const double direction : {0.0, 45.0}) {
-      const double radius = std::log(circle.p[2]);
+      const double radius = Log(circle.p[2]);
       std::vector<double> q = {circle.p[0], circle.p[1], radius + 0.05, radius - 0.05,
                                direction * kRadians};
       const auto distances = [&](std::span<const double> r, std::span<double> out) {
@@ -258,7 +259,7 @@ std::optional<FittedLine> FitLine(std::span<const Point> points, double refuse) 
   FittedLine line = {};
   const auto shape = RobustFit<LineShape>(points, refuse, line.residual);
   if (!shape) return {};
-  const double cosine = std::cos(shape->p[2]), sine = std::sin(shape->p[2]);
+  const auto [sine, cosine] = SineCosineOf(shape->p[2]);
   double first = 0, last = 0;
   for (size_t i = 0; i < points.size(); ++i) {
     if (!line.residual.isUsed[i]) continue;
@@ -291,7 +292,7 @@ std::optional<FittedEllipse> FitEllipse(std::span<const Point> points, double re
   const auto shape = RobustFit<EllipseShape>(points, refuse, ellipse.residual);
   if (!shape) return {};
   ellipse.centre = {shape->p[0], shape->p[1]};
-  double width = 2 * std::exp(shape->p[2]), height = 2 * std::exp(shape->p[3]);
+  double width = 2 * Exp(shape->p[2]), height = 2 * Exp(shape->p[3]);
   double degrees = shape->p[4] / kRadians;
   if (width < height) {
     std::swap(width, height);
@@ -306,8 +307,8 @@ std::optional<FittedEllipse> FitEllipse(std::span<const Point> points, double re
 }
 
 std::optional<Point> Crossing(Point a, double degreesA, Point b, double degreesB) {
-  const double ax = std::cos(degreesA * kRadians), ay = std::sin(degreesA * kRadians);
-  const double bx = std::cos(degreesB * kRadians), by = std::sin(degreesB * kRadians);
+  const double ax = Cosine(degreesA * kRadians), ay = Sine(degreesA * kRadians);
+  const double bx = Cosine(degreesB * kRadians), by = Sine(degreesB * kRadians);
   const double cross = ax * by - ay * bx;
   constexpr double kParallel = 1e-9;
   if (std::abs(cross) < kParallel) return {};

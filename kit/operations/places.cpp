@@ -161,7 +161,7 @@ std::optional<Frame> FrameOf(const Thing& first, Kind firstKind, const Thing& se
   if (firstKind == Kind::kCircles && secondKind == Kind::kCircles) {
     const double x = second.x - first.x, y = second.y - first.y;
     if (x == 0 && y == 0) return {};
-    return Frame{{first.x, first.y, std::atan2(y, x) * 180 / std::numbers::pi}, 1};
+    return Frame{{first.x, first.y, ArcTangent(y, x) * 180 / std::numbers::pi}, 1};
   }
   const auto along = [](const Thing& thing, Kind kind) {
     const bool runsAcross = kind == Kind::kEdges || kind == Kind::kPairs;

@@ -58,10 +58,11 @@ constexpr Function kFunctions[] = {
     {"min", 2, [](double a, double b) { return std::min(a, b); }, Same, kSameUnit},
     {"max", 2, [](double a, double b) { return std::max(a, b); }, Same, kSameUnit},
     {"hypot", 2, [](double a, double b) { return Length(a, b); }, Same, kSameUnit},
-    {"sin", 1, [](double a, double) { return std::sin(a * kRadians); }, OfAngle, kAngle},
-    {"cos", 1, [](double a, double) { return std::cos(a * kRadians); }, OfAngle, kAngle},
-    {"tan", 1, [](double a, double) { return std::tan(a * kRadians); }, OfAngle, kAngle},
-    {"atan2", 2, [](double a, double b) { return std::atan2(a, b) / kRadians; }, ToAngle,
+    {"sin", 1, [](double a, double) { return Sine(a * kRadians); }, OfAngle, kAngle},
+    {"cos", 1, [](double a, double) { return Cosine(a * kRadians); }, OfAngle, kAngle},
+    {"tan", 1, [](double a, double) { return Sine(a * kRadians) / Cosine(a * kRadians); }, OfAngle,
+     kAngle},
+    {"atan2", 2, [](double a, double b) { return ArcTangent(a, b) / kRadians; }, ToAngle,
      kSameUnit},
 };
 

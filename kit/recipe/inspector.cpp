@@ -213,8 +213,8 @@ std::optional<double> Inspector::Measure(const Measurement& measurement,
     }
   }
   std::optional<double> value = Pick(measurement.which, values);
-  if (value && measurement.unit.mm > 0) {
-    *value *= std::pow(MmPerPixel(measurement.input), measurement.unit.mm);
+  for (int power = 0; value && power < measurement.unit.mm; ++power) {
+    *value *= MmPerPixel(measurement.input);
   }
   return value;
 }

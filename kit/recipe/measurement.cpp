@@ -5,6 +5,7 @@
 #include <numbers>
 #include <string_view>
 
+#include "kit/elementary.h"
 #include "kit/measure/fit.h"
 
 namespace quillon::kit::recipe {
@@ -34,7 +35,7 @@ std::optional<double> Distance(const Thing& a, const Thing& b) {
 
 std::optional<double> DistanceFromLine(const Thing& a, const Thing& line) {
   const double angle = line.angle * std::numbers::pi / 180;
-  return std::abs((a.y - line.y) * std::cos(angle) - (a.x - line.x) * std::sin(angle));
+  return std::abs((a.y - line.y) * Cosine(angle) - (a.x - line.x) * Sine(angle));
 }
 
 // The least distance between two lines that hold all points of the first one between them; they
@@ -45,7 +46,7 @@ std::optional<double> ZoneOfPoints(const Thing& line, const Thing& datum) {
   const double angle = (datum.angle + turned) * std::numbers::pi / 180;
   std::vector<double> aside;
   for (const Point& at : line.usedPoints) {
-    aside.push_back((at.y - line.y) * std::cos(angle) - (at.x - line.x) * std::sin(angle));
+    aside.push_back((at.y - line.y) * Cosine(angle) - (at.x - line.x) * Sine(angle));
   }
   const auto [least, most] = std::minmax_element(aside.begin(), aside.end());
   return *most - *least;

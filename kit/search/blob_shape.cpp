@@ -9,6 +9,7 @@
 #include <numeric>
 #include <string>
 
+#include "kit/elementary.h"
 #include "kit/errors.h"
 #include "kit/measure/grey_statistics.h"
 
@@ -98,7 +99,7 @@ void AddMoments(const std::vector<BlobRun>& runs, BlobShape& shape) {
   const double middle = (shape.mxx + shape.myy) / 2, half = (shape.mxx - shape.myy) / 2;
   const double apart = std::sqrt(half * half + shape.mxy * shape.mxy);
   shape.elongation = std::sqrt((middle + apart) / (middle - apart));
-  shape.axis = std::atan2(shape.mxy, half) / 2 * 180 / std::numbers::pi;
+  shape.axis = ArcTangent(shape.mxy, half) / 2 * 180 / std::numbers::pi;
   if (shape.axis >= 90) shape.axis -= 180;
   shape.circularity = shape.area / (2 * std::numbers::pi * (shape.mxx + shape.myy));
 }

@@ -1,7 +1,7 @@
 // The workbench in headless Chromium, as a person uses it on drawn pictures.
 import assert from 'node:assert/strict';
 import { execFileSync } from 'node:child_process';
-import { mkdirSync, readFileSync, writeFileSync } from 'node:fs';
+import { mkdirSync, mkdtempSync, readFileSync, writeFileSync } from 'node:fs';
 import { join } from 'node:path';
 import { after, before, test } from 'node:test';
 import {
@@ -127,6 +127,28 @@ test('regions: rectangles, polygons and circles that the mouse draws limit what 
   await openRecipe(kept);
 });
 
+test('measuring: edges, lines, circles and their angles are those of the command line to the last digit', async () => {
+  const kept = await recipe();
+  const [part] = await page.evaluate(() => workbench.state.images[0].truth);
+  const around = (operation, place) => Array.from({ length: 2 }, (_, i) => ({ name: `${operation} ${i}`, operation, input: 'image', ...place(i) }));
+  const steps = [
+    ...around('edges', (i) => ({ box: [part.x, part.y, 90, 12, 17.3 * i + 3] })),
+    ...around('edge-pairs', (i) => ({ box: [part.x, part.y, 100, 10, 31.7 * i + 1] })),
+    ...around('fit-line', (i) => ({ box: [part.x + 12, part.y, 50, 40, 23.1 * i + 5] })),
+    ...around('fit-circle', (i) => ({ ring: [part.x + i, part.y, 5, 60] })),
+    ...around('fit-ellipse', (i) => ({ ring: [part.x, part.y + i, 5, 60] })),
+    { name: 'contours', operation: 'fit-contour-ellipses', input: 'image', level: 124, box: [part.x, part.y, 120, 120, 5] },
+    { name: 'bright', operation: 'threshold', input: 'image', above: 124 },
+    { name: 'shapes', operation: 'shapes', input: 'bright', min_area: 100 },
+  ];
+  await openRecipe({ name: 'Measure', steps, measurements: [
+    { name: 'angle', input: ['fit-line 0', 'fit-line 1'], value: 'angle-between' },
+    { name: 'formula', value: 'sin(angle) + cos(angle) * tan(angle)' },
+  ] });
+  await assertSameElsewhere();
+  await openRecipe(kept);
+});
+
 test('viewer: zoom, readout, rows and drawings are linked, a line has a profile', async () => {
   const canvas = await page.locator('#canvas canvas').boundingBox();
   const middle = [canvas.x + canvas.width / 2, canvas.y + canvas.height / 2];
@@ -143,6 +165,13 @@ test('viewer: zoom, readout, rows and drawings are linked, a line has a profile'
   const at = await placesOfPicture();
   await page.mouse.move(...at(place.x, place.y));
   await page.waitForFunction((n) => document.querySelector('#rows tr.on td')?.textContent === String(n), place.n);
+  await page.locator('#rows').focus();
+  const lit = () => page.innerText('#rows tr.on td');
+  const first = Number(await lit());
+  await page.keyboard.press('ArrowDown');
+  assert.equal(Number(await lit()), first + 1);
+  await page.keyboard.press('ArrowUp');
+  assert.equal(Number(await lit()), first);
   await page.click('#line');
   await drag(at(100, 100), at(400, 100));
   assert.match(await page.innerText('#profile'), /^3\d\d pixels, 0 to 255/);
@@ -262,7 +291,17 @@ test('calibration: drawn views give the camera they were drawn by; a picture of 
   assert.deepEqual((await rows(3)).slice(0, -1), views.map(() => '63'));
   assert.match((await rows(3)).at(-1), /0 corners/);
   assert.equal(await page.locator('dialog tbody tr').last().locator('input[type=checkbox]').isDisabled(), true);
-  const camera = JSON.parse(readFileSync(await downloaded('Save camera.json'), 'utf8'));
+  const made = readFileSync(await downloaded('Save camera.json'), 'utf8');
+  if (process.env.QUILLON_CLI) {
+    const work = mkdtempSync(join(folder, 'camera-'));
+    const names = views.map((view, i) => {
+      writeFileSync(join(work, `view-${i + 1}.pgm`), drawChessboard(view));
+      return `view-${i + 1}.pgm`;
+    });
+    execFileSync(process.env.QUILLON_CLI, ['calibrate-camera', 'again.json', ...names, '--board', '9', '7', '--square', '10'], { cwd: work });
+    assert.equal(readFileSync(join(work, 'again.json'), 'utf8'), made);
+  }
+  const camera = JSON.parse(made);
   assert.deepEqual([camera.width, camera.height], [640, 480]);
   // The drawing's focal length is 800, and 16 squares of 10 mm away it sees 0.2 mm with a pixel.
   assert.ok(Math.abs(camera.focal_length[0] - 800) < 4 && Math.abs(camera.unit_per_pixel - 0.2) < 0.003, JSON.stringify([camera.focal_length, camera.unit_per_pixel]));

@@ -157,6 +157,19 @@ function lightRow(entry, scrolls) {
   if (scrolls) row?.scrollIntoView({ block: 'nearest' });
 }
 
+// By the keyboard, as pointing at a row does it.
+function moveThroughRows(event) {
+  const by = { ArrowDown: 1, ArrowUp: -1 }[event.key];
+  const shown = byId('rows').querySelector('table');
+  if (!by || !shown) return;
+  event.preventDefault();
+  const rows = [...shown.tBodies[0].rows];
+  const at = rows.findIndex(({ classList }) => classList.contains('on'));
+  const row = Math.min(Math.max(at + by, 0), rows.length - 1);
+  focusThing(shown.dataset.of, row);
+  lightRow({ step: shown.dataset.of, row }, true);
+}
+
 // ---- which picture -------------------------------------------------------------------------------
 
 function drawWhich() {
@@ -286,6 +299,7 @@ async function begin() {
     emit('slot');
   };
   byId('blink').onclick = blink;
+  byId('rows').onkeydown = moveThroughRows;
   byId('compare').onclick = compare;
   byId('camera').onclick = openCamera;
   byId('about').onclick = openAbout;
