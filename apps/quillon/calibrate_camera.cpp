@@ -19,7 +19,7 @@ struct Options {
   std::vector<std::string> images;
   std::vector<int> board;  // inner corners a side
   bool dots = false;
-  double square = 0, maxRms = kMostResiduals;
+  double square = 0, maxRms = kMostResiduals, maxResidual = kMostTableResidual;
   Reading reading;
   Output output;
 };
@@ -104,7 +104,7 @@ void Run(const Options& options) {
   RequireResidualsWithin(options.maxRms, camera, views);
   Findings findings = Tell(views, camera);
   if (!options.table.empty()) {
-    const LensFit table = FitLensToCamera(camera, options.table);
+    const LensFit table = FitLensToCamera(camera, options.maxResidual, options.table);
     findings.facts.push_back({"tableRms", "Residuals of the table, pixels (RMS)", table.rms});
     findings.facts.push_back(
         {"tableWorst", "The worst of them, pixels", table.points[table.worst].Residual()});
@@ -155,6 +155,12 @@ void AddCameraCalibration(Command top) {
       .AddFileToWrite("--table", options->table,
                       "write the same bend and slant for undistort and for hosts of the exports")
       .ShownAs("FILE");
+  command
+      .AddOption("--max-residual", options->maxResidual,
+                 "refuse a table that lies farther than this from the camera anywhere, in pixels")
+      .ShownAs("PIXELS")
+      .Within(1e-6, 1e6)
+      .WithDefaultShown();
   AddReadingOptions(command, options->reading);
   AddOutputOptions(command, options->output);
   command.Runs([options] { Run(*options); });

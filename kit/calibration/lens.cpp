@@ -181,7 +181,9 @@ LensFit FitPoints(const std::string& name, std::vector<int> points, const Grid& 
         grid.maxResidual > 0 ? grid.maxResidual : std::min(grid.step.across, grid.step.down) / 4;
     const double worst = fit.points[fit.worst].Residual();
     if (worst > most) {
-      throw Failure("'" + name + "': point " + std::to_string(fit.worst + 1) + " lies " +
+      const Point at = fit.points[fit.worst].seen;
+      throw Failure("'" + name + "': point " + std::to_string(fit.worst + 1) + " (" +
+                    ShortestDigits(at.x) + ", " + ShortestDigits(at.y) + ") lies " +
                     std::to_string(worst) + " pixels from its place in the fit, beyond " +
                     std::to_string(most) + " (--max-residual)");
     }
@@ -215,16 +217,16 @@ LensFit FitLens(const std::string& file, const Grid& grid, const std::string& pa
   throw OutOfMemory("the fit of a lens");
 }
 
-LensFit FitLensToCamera(const Camera& camera, const std::string& parameters) try {
+LensFit FitLensToCamera(const Camera& camera, double maxResidual,
+                        const std::string& parameters) try {
   // Points to whole pixels, as the fit takes them: many, so that their rounding evens out.
   constexpr int kSide = 41;
-  constexpr double kMostResidual = 2;  // of a bend that a cubic follows; rounding alone leaves 0.7
   const auto [width, height] = camera.size;
   const auto stepOf = [](int size) { return std::ceil(size / double(kSide - 1)); };
   const Grid grid = {.step = {stepOf(width), stepOf(height)},
                      .size = camera.size,
                      .pitch = UnitPerPixel(camera) * stepOf(width),
-                     .maxResidual = kMostResidual};
+                     .maxResidual = maxResidual};
   const RectifiedPlaces places(camera);
   const int middleX = width / 2, middleY = height / 2;
   constexpr int kMiddle = kSide / 2;

@@ -43,10 +43,14 @@ struct Grid {
 // the limit: then nothing is written.
 LensFit FitLens(const std::string& points, const Grid& grid, const std::string& parameters);
 
+// How far the table of a camera may lie from it unless somebody says otherwise, in pixels: a cubic
+// follows most bends so far; rounding to whole pixels alone leaves 0.7.
+constexpr double kMostTableResidual = 2;
+
 // The same from a camera: pictures come out as the rectifier has them, all over, but for what whole
 // pixels leave and as far as a cubic follows the bend. Throws Failure, and writes nothing, where it
-// does not.
-LensFit FitLensToCamera(const Camera& camera, const std::string& parameters);
+// lies more than `maxResidual` pixels beside anywhere.
+LensFit FitLensToCamera(const Camera& camera, double maxResidual, const std::string& parameters);
 
 // Holds the parameters of a file and the map for pictures of one size.
 class LensCorrection {

@@ -123,7 +123,8 @@ double FitParameters(std::span<const double> samples, int first, std::vector<dou
 // Whether light changes beside the steps, such as over a bevel or in a shadow. Ramps make a place
 // less certain, so they must be plain to see: what they take of the squares lies many standard
 // deviations above what they would take of noise (the F test's mean and deviation). Steps of one
-// shape are judged together, for they lie in the same light.
+// shape are judged together, for they lie in the same light. A step alone has few samples to tell
+// the noise by, and the F test's tail is long then: so noise must also be next to unable to do it.
 bool HaveRamps(std::span<const Fitted> steps) {
   double even = 0, ramps = 0, count = 0, free = 0;
   for (const Fitted& step : steps) {
@@ -136,7 +137,17 @@ bool HaveRamps(std::span<const Fitted> steps) {
   if (free == 0) return false;
   constexpr double kParameters = kStepAndRamps - kStepOnly, kDeviations = 20;
   const double most = 1 + kDeviations * std::sqrt(2 / (kParameters * count) + 2 / free);
-  return (even - ramps) / (kParameters * count) > most * ramps / free;
+  if (!((even - ramps) / (kParameters * count) > most * ramps / free)) return false;
+  // Of noise alone, ramps / even has the beta distribution of free / 2 and of `count`, as ramps are
+  // two parameters: its tail is this sum. Of many steps it vanishes.
+  constexpr double kMostChance = 1e-5;
+  const double left = ramps / even;
+  double term = std::pow(left, free / 2), chance = term;
+  for (int k = 1; k < static_cast<int>(count); ++k) {
+    term *= (free / 2 + k - 1) / k * (1 - left);
+    chance += term;
+  }
+  return chance < kMostChance;
 }
 
 const Step& Chosen(const Fitted& step, bool haveRamps) {

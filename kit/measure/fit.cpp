@@ -211,6 +211,14 @@ constexpr int kTrials<CircleShape> = 110;
 template <>
 constexpr int kTrials<EllipseShape> = 120;
 
+// How often points are judged by the shape that was fitted, until the same are used again. An
+// ellipse through five points with noise may begin far beside the best one, and this forgets where
+// it began; lines and circles begin near, and more rounds only take good points away.
+template <class Shape>
+constexpr int kRounds = 2;
+template <>
+constexpr int kRounds<EllipseShape> = 20;
+
 template <class Shape>
 std::optional<Shape> RobustFit(std::span<const Point> points, double refuse, Residual& residual) {
   residual.isUsed.assign(points.size(), true);
@@ -222,8 +230,9 @@ std::optional<Shape> RobustFit(std::span<const Point> points, double refuse, Res
     if (!robust) return {};
     shape = *robust;
     constexpr double kLeastDeviation = 0.02;  // pixels: rounding is no reason to refuse
-    constexpr int kRounds = 2;
-    for (int round = 0; round < kRounds; ++round) {
+    std::vector<bool> before;
+    for (int round = 0; round < kRounds<Shape> && before != residual.isUsed; ++round) {
+      before = round == 0 ? std::vector<bool>() : residual.isUsed;
       // The median of a normal distribution's distances, and Rousseeuw's correction for few points.
       const double few = 1 + 5.0 / static_cast<double>(count - Shape::kPoints);
       const double deviation =

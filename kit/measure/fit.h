@@ -4,8 +4,9 @@
 // and outlier detection", 1987): of many shapes through a few points each, the one whose median
 // residual is least. From that median comes a robust deviation; points farther than `refuse` times
 // the deviation are refused, as long as up to half of all do not belong. The shape is then fitted
-// to the others by least squares of their distances, and points are judged once more by that shape.
-// Which few points are tried is fixed, so that the same points always give the same shape.
+// to the others by least squares of their distances, and points are judged by that shape again,
+// until the same ones are used. Which few points are tried is fixed, so that the same points always
+// give the same shape.
 #pragma once
 
 #include <optional>

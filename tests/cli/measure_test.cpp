@@ -629,6 +629,9 @@ TEST(Cameras, AreFoundFromDrawnBoardsAndTakenOutOfPictures) {
   std::vector<std::string> strict = command;
   strict.insert(strict.end(), {"--max-rms", "0.01"});
   expectRefusal(strict, "beyond the limit of 0.01");
+  std::vector<std::string> exactTable = withTable;
+  exactTable.insert(exactTable.end(), {"--max-residual", "0.3"});
+  expectRefusal(exactTable, "from its place in the fit, beyond 0.300000 (--max-residual)");
   GreyImage blank;
   blank.Create(400, 300);
   kit::WriteImage(scratch / "blank.png", blank);
