@@ -142,7 +142,7 @@ bool HaveRamps(std::span<const Fitted> steps) {
   // two parameters: its tail is this sum. Of many steps it vanishes.
   constexpr double kMostChance = 1e-5;
   const double left = ramps / even;
-  double term = std::pow(left, free / 2), chance = term;
+  double term = left > 0 ? Exp(free / 2 * Log(left)) : 0, chance = term;
   for (int k = 1; k < static_cast<int>(count); ++k) {
     term *= (free / 2 + k - 1) / k * (1 - left);
     chance += term;

@@ -120,7 +120,8 @@ struct EllipseShape {
   }
 
   // From the circle through the points, somewhat stretched two ways: an even circle has no
-  // direction. The radii may change their order on the way.
+  // direction. The radii may change their order on the way. Points on two lines are fitted the
+  // better the longer the ellipse is: there is none then.
   bool Fit(std::span<const Point> points) {
     CircleShape circle;
     if (!circle.Fit(points)) return false;
@@ -138,7 +139,8 @@ struct EllipseShape {
       best = sum;
       std::copy(q.begin(), q.end(), p);
     }
-    return best >= 0;
+    constexpr double kLongest = 32768;  // no picture is as wide
+    return best >= 0 && Exp(p[2]) < kLongest && Exp(p[3]) < kLongest;
   }
 };
 

@@ -350,6 +350,12 @@ TEST(Measuring, PointsThatBelongToNothingGiveNothing) {
     EXPECT_FALSE(kit::FitCircle(points, 3)) << points.size();
     EXPECT_FALSE(kit::FitEllipse(points, 3)) << points.size();
   }
+  Points lines;  // an ellipse along two lines would have no end
+  for (int i = 0; i < 9; ++i) {
+    lines.insert(lines.end(), {{i + 0.2 * (i % 3), 0}, {i + 0.1 * (i % 2), 20}});
+  }
+  EXPECT_FALSE(kit::FitEllipse(lines, 3));
+  EXPECT_FALSE(kit::FitEllipse(lines, kit::kRefuseNone));
 }
 
 // In the directions of the bar, which the first step finds.

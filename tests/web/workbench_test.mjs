@@ -514,6 +514,16 @@ test('a thousand images are judged once each, and the page answers meanwhile', a
   assert.ok(await page.evaluate(() => [...document.querySelectorAll('#film li')].filter((item) => item.querySelector('canvas').checkVisibility({ contentVisibilityAuto: true })).length) < 60);
 });
 
+test('what follows a step follows it under its new name', async () => {
+  const hole = { name: 'hole', operation: 'fit-circle', input: 'image', ring: [0, 0, 4, 14] };
+  await openRecipe({ name: 'Followed', measurements: [], steps: [
+    { name: 'bright', operation: 'otsu', input: 'image' }, { name: 'part', operation: 'blobs', input: 'bright' },
+    { ...hole, follow: 'part' }, { ...hole, name: 'other', follow: ['part', 'hole'] }] });
+  await page.locator('[data-key="1 name"]').fill('plate');
+  await page.keyboard.press('Enter');
+  assert.deepEqual((await recipe()).steps.slice(2).map(({ follow }) => follow), ['plate', ['plate', 'hole']]);
+});
+
 test('narrow: every pane is reached, nothing is wider than the page', async () => {
   await page.setViewportSize({ width: 390, height: 780 });
   for (const [pane, id] of [['images', 'film'], ['picture', 'canvas'], ['steps', 'steps'], ['limits', 'measurements']]) {

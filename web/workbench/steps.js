@@ -26,10 +26,12 @@ function setValue(index, name, value, isLive) {
   }, isLive ? `${index} ${name}` : null);
 }
 
-// Gives another input to all that have this one.
+// Gives another input to all that have this one, and lets what followed it follow the other.
 function redirect({ steps, measurements }, before, after) {
-  const moved = (input) => (Array.isArray(input) ? input.map(moved) : input === before ? after : input);
-  for (const entry of [...steps, ...measurements]) if (entry.input !== undefined) entry.input = moved(entry.input);
+  const moved = (name) => (Array.isArray(name) ? name.map(moved) : name === before ? after : name);
+  for (const entry of [...steps, ...measurements]) {
+    for (const key of ['input', 'follow']) if (entry[key] !== undefined) entry[key] = moved(entry[key]);
+  }
 }
 
 // Renames a step, and what refers to it.
