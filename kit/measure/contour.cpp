@@ -137,6 +137,7 @@ bool Contour::IsAroundBright() const {
 std::vector<Contour> FindContours(const GreyImage& image, double level, double minLength) try {
   std::vector<Contour> found = Tracer(image, level, minLength).All();
   std::vector<std::pair<Point, size_t>> order;
+  order.reserve(found.size());
   for (const Contour& contour : found) order.emplace_back(TopOf(contour), order.size());
   std::sort(order.begin(), order.end(), [](const auto& a, const auto& b) {
     const auto& [at, place] = a;
