@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""Holds quillon calibrate-camera against OpenCV's calibrateCamera and cornerSubPix on the same views.
+"""Holds quillon calibrate against OpenCV's calibrateCamera and cornerSubPix on the same views.
 
 usage: check-camera.py [FOLDER]     FOLDER: $QUILLON_DATA/chessboard unless given
 
@@ -28,7 +28,7 @@ def main() -> int:
     with tempfile.TemporaryDirectory() as scratch:
         file = pathlib.Path(scratch) / "camera.json"
         told = json.loads(subprocess.check_output(
-            [QUILLON, "calibrate-camera", file, *images, "--board", *map(str, BOARD), "--square",
+            [QUILLON, "calibrate", file, *images, "--board", *map(str, BOARD), "--square",
              "25", "--json"]))
         camera = json.loads(file.read_text())
     places, seen, farthest = [], [], 0

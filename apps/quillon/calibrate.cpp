@@ -1,148 +1,169 @@
-// quillon calibrate-flat-field, calibrate-lens: parameter files for the corrections.
+// quillon calibrate: a camera and its lens from pictures of a chessboard or a grid of dots.
+#include <algorithm>
 #include <memory>
-#include <vector>
+#include <sstream>
 
 #include "commands.h"
-#include "kit/calibration/flat_field.h"
+#include "kit/calibration/camera.h"
 #include "kit/calibration/lens.h"
+#include "kit/files/files.h"
 #include "kit/images/image_files.h"
 #include "options.h"
+#include "progress.h"
 
 namespace quillon::app {
 namespace {
 
 struct Options {
-  std::string source, parameters;
+  std::string camera, plane, table;
+  std::vector<std::string> images;
+  std::vector<int> board;  // inner corners a side
+  bool dots = false;
+  double square = 0, maxRms = kMostResiduals, maxResidual = kMostTableResidual;
   Reading reading;
-  int target = 0;
-  std::vector<int> region;   // x start, x end, y start, y end
-  std::vector<double> step;  // across, and down where it differs
-  std::string image;         // that shows the grid; may be empty
-  Grid grid;
   Output output;
 };
 
-void CalibrateFlatField(const Options& options) {
-  GreyImage image;
-  ReadImage(options.source, image, options.reading);
-  std::vector<int> region = options.region;
-  if (region.empty()) region = {0, image.width, 0, image.height};
-  if (region[0] >= region[1] || region[2] >= region[3]) {
-    throw Failure("--region is empty: columns " + std::to_string(region[0]) + " to " +
-                  std::to_string(region[1]) + ", rows " + std::to_string(region[2]) + " to " +
-                  std::to_string(region[3]) + " (the ends are not part of it)");
+// The views in the order of the pictures, but that of the measuring plane first.
+std::vector<BoardView> FindBoards(const Options& options, const std::vector<std::string>& names,
+                                  PictureSize& size) {
+  std::vector<BoardView> views;
+  const Progress progress("looking for the board");
+  for (const std::string& name : names) {
+    GreyImage image;
+    ReadImage(name, image, options.reading);
+    if (size.width == 0) size = {image.width, image.height};
+    RequirePictureSize("the pictures before '" + name, size, image);
+    const BoardSize board = {options.board[0], options.board[1]};
+    views.push_back(options.dots ? ViewOfDots(name, image, board)
+                                 : ViewOfChessboard(name, image, board));
   }
-  MakeFlatField(image, options.target, {region[0], region[1], region[2], region[3]},
-                options.parameters);
+  return views;
 }
 
-// Each point where it was seen, and an arrow from where the fit has it, ten times as long.
-void Draw(const GreyImage& image, const LensFit& fit, kit::Report& report) {
-  constexpr double kLonger = 10;
-  report.layers = {{"Seen", Tone::kCyan}, {"Residual, ten times as long", Tone::kMagenta}};
-  Picture& picture = report.pictures.emplace_back("", image);
-  for (size_t i = 0; i < fit.points.size(); ++i) {
-    const auto& [seen, fitted] = fit.points[i];
-    const int row = static_cast<int>(i);
-    picture.Cross({0, row}, seen);
-    picture.Arrow(
-        {1, row}, fitted,
-        {fitted.x + kLonger * (seen.x - fitted.x), fitted.y + kLonger * (seen.y - fitted.y)});
+// Each corner, and an arrow from where it was seen to where the fit has it, a hundred times as
+// long.
+void Draw(const Options& options, const std::vector<BoardView>& views, const Camera& camera,
+          kit::Report& report) {
+  constexpr double kLonger = 100;
+  report.layers = {{"Seen", Tone::kCyan}, {"Residual, a hundred times as long", Tone::kMagenta}};
+  for (size_t i = views.size(); i-- > 0;) {  // the measuring plane last: --draw shows that
+    GreyImage image;
+    ReadImage(views[i].name, image, options.reading);
+    Picture& picture = report.pictures.emplace_back(views[i].name, image);
+    for (size_t k = 0; k < views[i].points.size(); ++k) {
+      const Point seen = views[i].points[k].at, fitted = camera.views[i].fitted[k];
+      const int row = static_cast<int>(i);
+      picture.Cross({0, row}, seen);
+      picture.Arrow(
+          {1, row}, seen,
+          {seen.x + kLonger * (fitted.x - seen.x), seen.y + kLonger * (fitted.y - seen.y)});
+    }
   }
 }
 
-void CalibrateLens(const Options& options) {
-  Grid grid = options.grid;
-  grid.step = {options.step.front(), options.step.back()};
-  GreyImage image;
-  if (!options.image.empty()) {
-    ReadImage(options.image, image, options.reading);
-    grid.size = {image.width, image.height};
-  } else if (options.output.WantsPictures()) {
-    throw Failure("--report and --draw need the picture of the grid (--image)");
+Findings Tell(const std::vector<BoardView>& views, const Camera& camera) {
+  const double step = UnitPerPixel(camera);
+  Findings findings{.key = "views"};
+  findings.facts = {{"views", "Pictures", static_cast<int64_t>(views.size())},
+                    {"rms", "Residuals, pixels (RMS)", camera.rms},
+                    {"worst", "The worst, pixels", camera.worst},
+                    {"rmsMm", "Residuals, mm in the plane (RMS)", camera.rms * step},
+                    {"worstMm", "The worst, mm in the plane", camera.worst * step},
+                    {"mmPerPixel", "mm per pixel in the plane", step},
+                    {"fx", "Focal length, pixels across", camera.lens.fx},
+                    {"fy", "Focal length, pixels down", camera.lens.fy},
+                    {"cx", "Centre, column", camera.lens.cx},
+                    {"cy", "Centre, row", camera.lens.cy}};
+  const char* const names[] = {"k1", "k2", "p1", "p2", "k3"};
+  for (size_t i = 0; i < camera.lens.bend.size(); ++i) {
+    findings.facts.push_back({names[i], "", camera.lens.bend[i]});
   }
-  const LensFit fit = FitLens(options.source, grid, options.parameters);
-  const double worst = fit.points[fit.worst].Residual();
-  Findings findings{.key = "points"};
-  findings.facts = {{"points", "", static_cast<int64_t>(fit.points.size())},
-                    {"rms", "Residuals, pixels (RMS)", fit.rms},
-                    {"worst", "The worst, pixels", worst},
-                    {"worstPoint", "The worst point", static_cast<int64_t>(fit.worst + 1)}};
-  if (grid.pitch > 0) {
-    const double unit = grid.pitch / grid.step.across;
-    findings.facts.push_back({"rmsUnit", "Residuals, " + grid.unit + " (RMS)", fit.rms * unit});
-    findings.facts.push_back({"worstUnit", "The worst, " + grid.unit, worst * unit});
+  findings.columns = {{"image", "PICTURE"},  {"corners", "POINTS"}, {"rms", "RMS", 3},
+                      {"worst", "WORST", 3}, {"x", "AT X", 1},      {"y", "AT Y", 1}};
+  for (size_t i = 0; i < views.size(); ++i) {
+    const FittedView& fitted = camera.views[i];
+    const Point worst = views[i].points[fitted.worstPoint].at;
+    findings.rows.push_back({views[i].name, static_cast<int64_t>(views[i].points.size()),
+                             fitted.rms, fitted.worst, worst.x, worst.y});
   }
-  findings.columns = {{"x", "x", 0, Shown::kNowhere},
-                      {"y", "y", 0, Shown::kNowhere},
-                      {"fittedX", "fitted x", 2, Shown::kNowhere},
-                      {"fittedY", "fitted y", 2, Shown::kNowhere},
-                      {"residual", "residual", 2, Shown::kNowhere}};
-  Findings shown = findings;
-  for (const GridPoint& point : fit.points) {
-    findings.rows.push_back(
-        {point.seen.x, point.seen.y, point.fitted.x, point.fitted.y, point.Residual()});
+  return findings;
+}
+
+void Run(const Options& options) {
+  std::vector<std::string> names = options.images;
+  if (!options.plane.empty()) {
+    std::erase(names, options.plane);
+    names.insert(names.begin(), options.plane);
   }
-  Print(options.output, options.output.json || options.output.csv ? findings : shown);
+  PictureSize size;
+  const std::vector<BoardView> views = FindBoards(options, names, size);
+  Camera camera = FitCamera(views, size);
+  camera.square = options.square;
+  camera.unit = "mm";
+  RequireResidualsWithin(options.maxRms, camera, views);
+  Findings findings = Tell(views, camera);
+  if (!options.table.empty()) {
+    const LensFit table = FitLensToCamera(camera, options.maxResidual, options.table);
+    findings.facts.push_back({"tableRms", "Residuals of the table, pixels (RMS)", table.rms});
+    findings.facts.push_back(
+        {"tableWorst", "The worst of them, pixels", table.points[table.worst].Residual()});
+  }
+  WriteFile(options.camera, CameraText(camera, views));
+  Print(options.output, findings);
   if (!options.output.WantsPictures()) return;
-  for (Column& column : findings.columns) column.shown = Shown::kEverywhere;
-  kit::Report report{.title = "Lens fit of " + options.source};
-  Draw(image, fit, report);
+  kit::Report report{.title = "Camera " + options.camera};
+  Draw(options, views, camera, report);
   WritePictures(options.output, report, findings);
 }
 
 }  // namespace
 
-void AddCalibration(Command top) {
-  constexpr const char* kHeading = "calibration";
+void AddCameraCalibration(Command top) {
   auto options = std::make_shared<Options>();
-  const auto addParameters = [&](Command command) {
-    command.AddFileToWrite("PARAMS", options->parameters, "parameter file to write").Required();
-  };
-
-  const Command flatField =
-      top.Add("calibrate-flat-field", "Make gains that bring a region to one grey level")
-          .Under(kHeading);
-  AddPictureToRead(flatField, "IMAGE", options->source);
-  AddReadingOptions(flatField, options->reading);
-  addParameters(flatField);
-  flatField.AddOption("--target", options->target, "level that the region is brought to")
-      .Required()
-      .Within(1, 255);  // level 0 would make black pictures
-  flatField
-      .AddOption("--region", options->region,
-                 "columns and rows to correct, without the ends (default: the whole picture)")
-      .Values(4)
-      .ShownAs("XSTART XEND YSTART YEND")
-      .Within(0, 32767);
-  flatField.Runs([options] { CalibrateFlatField(*options); });
-
-  const Command lens =
-      top.Add("calibrate-lens", "Fit the bend of a lens to the points of a square grid")
-          .Under(kHeading);
-  lens.AddFileToRead("POINTS", options->source,
-                     "lines x,y: an odd number of points a side, row by row from the top left")
+  const Command command =
+      top.Add("calibrate",
+              "Fit a camera and its lens to pictures of a chessboard or of a grid of dots")
+          .Under("calibration");
+  command.AddFileToWrite("CAMERA", options->camera, "camera file to write (.json)").Required();
+  command
+      .AddFileToRead("IMAGE", options->images,
+                     "pictures of the board; the first shows it lying where is measured")
       .Required();
-  addParameters(lens);
-  lens.AddOption("--step", options->step,
-                 "pixels from point to point in corrected pictures: one number, or across and down")
+  command.AddOption("--board", options->board, "inner corners, or dots, across and down")
       .Required()
-      .Values(1, 2)
-      .ShownAs("PIXELS")
-      .Within(1.0, 10000.0);
-  lens.AddFileToRead("--image", options->image,
-                     "the picture of the grid: its size is kept beside the parameters")
+      .Values(2)
+      .ShownAs("ACROSS DOWN")
+      .Within(3, kMostCorners);
+  command
+      .AddOption("--square", options->square,
+                 "side of the board's squares, or from dot to dot, in mm")
+      .Required()
+      .Within(1e-6, 1e6);
+  command.AddFlag("--dots", options->dots, "the board is a grid of dots");
+  command
+      .AddFileToRead("--plane", options->plane,
+                     "the picture whose board lies where is measured (default: the first)")
       .ShownAs("FILE");
-  lens.AddOption("--pitch", options->grid.pitch, "length from point to point, in --unit")
-      .Within(1e-6, 1e6);
-  lens.AddOption("--unit", options->grid.unit, "unit of --pitch").WithDefaultShown();
-  lens.AddOption("--max-residual", options->grid.maxResidual,
-                 "pixels that a point may lie from its place (default: a quarter of the step)")
+  command
+      .AddOption("--max-rms", options->maxRms,
+                 "refuse a fit whose residuals are larger than this, in pixels (RMS)")
       .ShownAs("PIXELS")
-      .Within(1e-6, 1e6);
-  AddReadingOptions(lens, options->reading);
-  AddOutputOptions(lens, options->output);
-  lens.Runs([options] { CalibrateLens(*options); });
+      .Within(1e-6, 1e6)
+      .WithDefaultShown();
+  command
+      .AddFileToWrite("--table", options->table,
+                      "write the same bend and slant for undistort and for hosts of the exports")
+      .ShownAs("FILE");
+  command
+      .AddOption("--max-residual", options->maxResidual,
+                 "refuse a table that lies farther than this from the camera anywhere, in pixels")
+      .ShownAs("PIXELS")
+      .Within(1e-6, 1e6)
+      .WithDefaultShown();
+  AddReadingOptions(command, options->reading);
+  AddOutputOptions(command, options->output);
+  command.Runs([options] { Run(*options); });
 }
 
 }  // namespace quillon::app

@@ -14,8 +14,9 @@ void AddCommands(Command top) {
     }
   }
   AddTeach(top);
-  AddCalibration(top);
   AddCameraCalibration(top);
+  AddFlatFieldCalibration(top);
+  AddLensCalibration(top);
   AddShadingCalibration(top);
   AddRecipes(top);
   AddSample(top);

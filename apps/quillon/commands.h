@@ -25,8 +25,9 @@ void AddFindingOperation(Command top, const Operation& operation);
 void AddJudgingOperation(Command top, const Operation& operation);
 
 void AddTeach(Command top);
-void AddCalibration(Command top);
 void AddCameraCalibration(Command top);
+void AddFlatFieldCalibration(Command top);
+void AddLensCalibration(Command top);
 void AddShadingCalibration(Command top);
 void AddRecipes(Command top);
 void AddSample(Command top);

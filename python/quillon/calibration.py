@@ -30,7 +30,7 @@ class Calibration:
         print(blobs["width"] * camera.mm_per_pixel)
 
     The plane that is measured in is that of the chessboard in one of the pictures. A camera file is
-    that of `quillon calibrate-camera`; Calibration.load() reads one. Objects can be pickled.
+    that of `quillon calibrate`; Calibration.load() reads one. Objects can be pickled.
     """
 
     @checked

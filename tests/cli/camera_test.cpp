@@ -43,7 +43,7 @@ TEST(Cameras, AreFoundFromDrawnBoardsAndTakenOutOfPictures) {
                                     {{-0.1, 0.5, 0.1}, {-3.6, -3.2, 15}},
                                     {{-0.3, -0.3, 0.7}, {-1.5, -4.2, 17}},
                                     {{0.1, -0.6, 0.3}, {-3, -4, 14}}};
-  std::vector<std::string> command = {"calibrate-camera", scratch / "camera.json"};
+  std::vector<std::string> command = {"calibrate", scratch / "camera.json"};
   for (const kit::BoardPlace& place : places) {
     GreyImage image;
     DrawBoard(lens, place, image);
@@ -122,7 +122,7 @@ TEST(Cameras, AreFoundFromDrawnBoardsAndTakenOutOfPictures) {
   GreyImage blank;
   blank.Create(400, 300);
   kit::WriteImage(scratch / "blank.png", blank);
-  expectRefusal({"calibrate-camera", scratch / "camera.json", scratch / "blank.png", "--board", "9",
+  expectRefusal({"calibrate", scratch / "camera.json", scratch / "blank.png", "--board", "9",
                  "7", "--square", "25"},
                 "shows 0 corners of a board with 9 x 7 inner corners");
   WriteText(scratch / "wrong.json", R"({"kind": "camera", "width": 400, "height": 300})");
@@ -148,7 +148,7 @@ TEST(Cameras, AreFoundFromDrawnDots) {
                                     {{0.05, 0.1, 0.6}, {-1.5, -4.2, 12}},
                                     {{0.1, -0.4, 0.3}, {-3, -4, 12}}};
   for (const bool areDark : {true, false}) {
-    std::vector<std::string> command = {"calibrate-camera", scratch / "camera.json"};
+    std::vector<std::string> command = {"calibrate", scratch / "camera.json"};
     std::mt19937_64 random(7);
     for (const kit::BoardPlace& place : places) {
       DrawnPicture board = PlaneView(lens, place, {400, 300}, 2).Draw([&](Point at) {
@@ -178,7 +178,7 @@ TEST(Cameras, AreFoundFromDrawnDots) {
   DrawBoard(lens, places[0], chessboard);
   kit::WriteImage(scratch / "chessboard.png", chessboard);
   const Answer refused =
-      Quillon({"calibrate-camera", scratch / "none.json", scratch / "chessboard.png", "--board",
+      Quillon({"calibrate", scratch / "none.json", scratch / "chessboard.png", "--board",
                "10", "8", "--square", "25", "--dots"});
   EXPECT_EQ(refused.exitCode, 1);
   EXPECT_NE(refused.err.find("dots of a board with 10 x 8 dots; at least 12 are needed"),

@@ -75,7 +75,7 @@ def test_a_camera_file_is_that_of_the_command(camera, views, tmp_path):
     names = [tmp_path / f"{n}.png" for n in range(len(views))]
     for name, picture in zip(names, views):
         cv2.imwrite(str(name), picture)
-    subprocess.run([COMMAND, "calibrate-camera", tmp_path / "command.json", *names, "--board",
+    subprocess.run([COMMAND, "calibrate", tmp_path / "command.json", *names, "--board",
                     str(ACROSS), str(DOWN), "--square", "5"], check=True, capture_output=True)
     file = tmp_path / "camera.json"
     for images in (views, names):

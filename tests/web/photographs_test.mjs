@@ -136,7 +136,7 @@ describe('photographs', { skip: existsSync(photo('coins.png')) ? false : 'QUILLO
     await settled();
     const work = await assertSameElsewhere();
     if (QUILLON_CLI) {
-      execFileSync(QUILLON_CLI, ['calibrate-camera', 'again.json', ...views.map((name) => join('images', name)), '--board', '9', '6', '--square', '25'], { cwd: work });
+      execFileSync(QUILLON_CLI, ['calibrate', 'again.json', ...views.map((name) => join('images', name)), '--board', '9', '6', '--square', '25'], { cwd: work });
       assert.equal(readFileSync(join(work, 'again.json'), 'utf8'), made);
     }
     // What was saved is opened again as it is.

@@ -298,7 +298,7 @@ test('calibration: drawn views give the camera they were drawn by; a picture of 
       writeFileSync(join(work, `view-${i + 1}.pgm`), drawChessboard(view));
       return `view-${i + 1}.pgm`;
     });
-    execFileSync(process.env.QUILLON_CLI, ['calibrate-camera', 'again.json', ...names, '--board', '9', '7', '--square', '10'], { cwd: work });
+    execFileSync(process.env.QUILLON_CLI, ['calibrate', 'again.json', ...names, '--board', '9', '7', '--square', '10'], { cwd: work });
     assert.equal(readFileSync(join(work, 'again.json'), 'utf8'), made);
   }
   const camera = JSON.parse(made);

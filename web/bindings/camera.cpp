@@ -1,5 +1,5 @@
 // Calibrating a camera for JavaScript: the board in each picture, then the fit over all of them,
-// with the file that quillon calibrate-camera writes.
+// with the file that quillon calibrate writes.
 #include "kit/calibration/camera.h"
 #include "bindings.h"
 #include "kit/errors.h"

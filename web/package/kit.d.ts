@@ -166,7 +166,7 @@ export interface Camera {
   /** Why the residuals are too large to measure with; null: they are not. */
   readonly doubt: string | null;
   readonly mmPerPixel: number;
-  /** What `quillon calibrate-camera` writes, and what recipes take. */
+  /** What `quillon calibrate` writes, and what recipes take. */
   readonly file: string;
   readonly views: readonly {
     readonly rms: number; readonly worst: number;

@@ -130,7 +130,7 @@ export function makeKit(memory, { GreyImage, ColourImage }) {
     asked('_KitFindBoard', image, isColour(image), name, columns, rows).corners;
 
   // A camera and its lens, from views { name, corners } of one board in pictures of one size. `file` is
-  // what `quillon calibrate-camera` writes, and what recipes take. The first view's board lies where is
+  // what `quillon calibrate` writes, and what recipes take. The first view's board lies where is
   // measured.
   const fitCamera = (views, { width, height, square }) =>
     asked('_KitFitCamera', JSON.stringify({ views, width, height, square }));
