@@ -125,26 +125,39 @@ void ChannelRow(const uint8_t* bgr, uint8_t* grey, int count, int channel) {
   if (channel == 2) CopyChannel<2>(bgr, grey, count);
 }
 
-// One store a pixel, of four bytes: the next pixel's store replaces the fourth. So that `to` may be
-// `from`, a pixel is read before the store that reaches its first byte.
+QUILLON_INLINE uint32_t LoadFour(const uint8_t* from) {
+  uint32_t bytes;
+  __builtin_memcpy(&bytes, from, sizeof bytes);
+  return bytes;
+}
+
+QUILLON_INLINE void StoreFour(uint8_t* to, uint32_t bytes) {
+  __builtin_memcpy(to, &bytes, sizeof bytes);
+}
+
+// Four pixels are read before any is written, so that `to` may be `from`. A store of four bytes
+// also writes a byte of the next pixel, whose own store replaces it; the last of four begins a byte
+// early instead.
 void ConvertRow(const uint8_t* from, uint8_t* to, int count, const uint8_t* table0,
                 const uint8_t* table1, const uint8_t* table2) {
-  if (count <= 0) return;
-  uint32_t colour = from[0] | from[1] << 8 | from[2] << 16;
-  const auto entry = [&] {
+  const auto entry = [=](uint32_t colour) {
     return table0[colour] | static_cast<uint32_t>(table1[colour]) << 8 |
            static_cast<uint32_t>(table2[colour]) << 16;
   };
-  const uint8_t* const last = to + 3 * (count - 1);
-  for (; to < last; to += 3) {
-    const uint32_t converted = entry();
-    __builtin_memcpy(&colour, from + 2, sizeof colour);  // from the byte before the next pixel
-    colour >>= 8;
-    from += 3;
-    __builtin_memcpy(to, &converted, sizeof converted);
+  for (; count >= 4; count -= 4, from += 12, to += 12) {
+    const uint32_t first = entry(LoadFour(from) & 0xFFFFFF);
+    const uint32_t second = entry(LoadFour(from + 3) & 0xFFFFFF);
+    const uint32_t third = entry(LoadFour(from + 6) & 0xFFFFFF);
+    const uint32_t fourth = entry(LoadFour(from + 8) >> 8);
+    StoreFour(to, first);
+    StoreFour(to + 3, second);
+    StoreFour(to + 6, third);
+    StoreFour(to + 8, third >> 16 | fourth << 8);
   }
-  const uint32_t converted = entry();
-  __builtin_memcpy(to, &converted, 3);
+  for (; count > 0; --count, from += 3, to += 3) {
+    const uint32_t converted = entry(from[0] | from[1] << 8 | from[2] << 16);
+    __builtin_memcpy(to, &converted, 3);
+  }
 }
 
 }  // namespace
