@@ -71,11 +71,7 @@ enum Doubt : uint32_t {
   kSymmetric = 8,  // looks like itself when turned; Model::symmetry has the order
 };
 
-// One taught edge point, in pixels of its level from the template's centre.
-struct ModelPoint {
-  float u = 0, v = 0;
-  float p = 0, q = 0;  // the unit gradient, dark to bright
-};
+using quillon::ModelPoint;
 
 constexpr int kMaxLevels = 7;
 

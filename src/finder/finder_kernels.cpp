@@ -190,16 +190,29 @@ void SumRow(const uint8_t* const* rows, int rowCount, int count, uint16_t* out) 
   }
 }
 
-int NextPeak(const uint16_t* row, int from, int count, uint16_t least) {
+// What `at` gives for the offset of a neighbour is a number, or a vector of as many columns.
+template <class At>
+QUILLON_INLINE auto IsTop(ptrdiff_t stride, const At& at) {
+  const auto here = at(0);
+  return (here > at(-stride - 1)) & (here > at(-stride)) & (here > at(-stride + 1)) &
+         (here > at(-1)) & (here >= at(1)) & (here >= at(stride - 1)) & (here >= at(stride)) &
+         (here >= at(stride + 1));
+}
+
+int NextTop(const uint16_t* row, ptrdiff_t stride, int from, int count, uint16_t least) {
   constexpr int kLanes = kVectorBytes / 2;
   int x = from;
   for (; x <= count - kLanes; x += kLanes) {
-    const auto values = Load<uint16_t, kLanes>(row + x);
-    const auto above = values >= Splat<uint16_t, kLanes>(least);
-    const uint64_t mask = MoveMask(BitCast<U8<kVectorBytes>>(above));
-    if (mask != 0) return x + __builtin_ctzll(mask) / 2;
+    const auto at = [=](ptrdiff_t place) { return Load<uint16_t, kLanes>(row + x + place); };
+    const auto isHigh = at(0) >= Splat<uint16_t, kLanes>(least);
+    if (MoveMask(BitCast<U8<kVectorBytes>>(isHigh)) == 0) continue;
+    const uint64_t tops = MoveMask(BitCast<U8<kVectorBytes>>(isHigh & IsTop(stride, at)));
+    if (tops != 0) return x + __builtin_ctzll(tops) / 2;
   }
-  while (x < count && row[x] < least) ++x;
+  const auto isTop = [&] {
+    return row[x] >= least && IsTop(stride, [=](ptrdiff_t place) { return row[x + place]; });
+  };
+  while (x < count && !isTop()) ++x;
   return x;
 }
 
@@ -250,6 +263,72 @@ void CorrelatePart(const TemplatePart& part, const uint32_t* pairs, const int32_
       Store(to, Load<uint16_t, 2 * kLanes>(to) + added);
     }
   }
+}
+
+// ---- edge points of a template ------------------------------------------------------------------
+
+// Adds how well four neighbouring directions agree with a point's, which is repeated in `point`.
+template <bool kAny>
+QUILLON_INLINE I32<4> AddAgreement(I32<4> sum, const Direction8* from, I16<8> point) {
+  const auto bytes = LoadHalf(reinterpret_cast<const uint8_t*>(from));
+  const auto n = BitCast<I16<8>>(ZipLow(bytes, bytes)) >> 8;
+  if constexpr (!kAny) return AddDotPairs(sum, n, point);
+  // n^2 cos 2a from 127 |n| cos a. The cosine's upper half is cleared: it must not be squared too.
+  const auto cosine = BitCast<I16<8>>((DotPairs(n, point) >> 7) & 0xFFFF);
+  return sum + 2 * DotPairs(cosine, cosine) - DotPairs(n, n);
+}
+
+// The three rows of four from (left, top) on, of which three count; those outside of the picture
+// are 0.
+QUILLON_INLINE void CopyAround(const DirectionPlane& plane, int left, int top,
+                               Direction8 (&around)[3][4]) {
+  for (int i = 0; i < 12; ++i) {
+    const int x = left + i % 4, y = top + i / 4;
+    const bool isInside = x >= 0 && y >= 0 && x < plane.width && y < plane.height;
+    around[i / 4][i % 4] =
+        isInside ? plane.pixels[static_cast<ptrdiff_t>(y) * plane.width + x] : Direction8{0, 0};
+  }
+}
+
+template <bool kAny>
+void SumNinePlacesBy(const ModelPoint* points, int count, const PointPlacement& place, float unit,
+                     const DirectionPlane& directions, int32_t* nine) {
+  const int width = directions.width, height = directions.height;
+  // A point's place and its direction turn alike, so that four lanes do both. Shifted to positive
+  // numbers, truncation rounds; points that far outside of the picture stay there.
+  constexpr float kShift = 1024;
+  const F32<4> a = Splat<float, 4>(place.a), b = {-place.b, place.b, -place.b, place.b};
+  const F32<4> units = {1, 1, unit, unit};
+  const F32<4> from = {place.x, place.y, 0, 0};
+  I32<4> rows[3] = {};
+  for (int i = 0; i < count; ++i) {
+    const auto point = Load<float, 4>(&points[i].u);
+    const auto across = __builtin_shufflevector(point, point, 1, 0, 3, 2);
+    const auto turned = (a * point + b * across) * units + from;
+    int32_t at[4];
+    Store(at, Convert<int32_t, 4>(turned + (kShift + 0.5F)) - static_cast<int32_t>(kShift));
+    const int left = at[0] - 1, top = at[1] - 1;
+    const auto pair = static_cast<uint16_t>(at[2]) | static_cast<uint32_t>(at[3]) << 16;
+    const auto direction = BitCast<I16<8>>(Splat<uint32_t, 4>(pair));
+    if (left >= 0 && top >= 0 && left < width - 3 && top < height - 2) {
+      const Direction8* row = directions.pixels + static_cast<ptrdiff_t>(top) * width + left;
+      for (auto& sum : rows) {
+        sum = AddAgreement<kAny>(sum, row, direction);
+        row += width;
+      }
+    } else {
+      Direction8 around[3][4];
+      CopyAround(directions, left, top, around);
+      for (int k = 0; k < 3; ++k) rows[k] = AddAgreement<kAny>(rows[k], around[k], direction);
+    }
+  }
+  for (int k = 0; k < 9; ++k) nine[k] = rows[k / 3][k % 3];
+}
+
+void SumNinePlaces(const ModelPoint* points, int count, const PointPlacement& place, float unit,
+                   const DirectionPlane& directions, bool anyPolarity, int32_t* nine) {
+  const auto sum = anyPolarity ? SumNinePlacesBy<true> : SumNinePlacesBy<false>;
+  sum(points, count, place, unit, directions, nine);
 }
 
 // ---- points of a template -----------------------------------------------------------------------
@@ -394,10 +473,11 @@ const FinderKernels search = {.level = QUILLON_TEXT(QUILLON_LEVEL),
                               .DirectionRow = DirectionRow,
                               .AgreementRow = AgreementRow,
                               .SumRow = SumRow,
-                              .NextPeak = NextPeak,
+                              .NextTop = NextTop,
                               .PairRow = PairRow,
                               .CorrelatePart = CorrelatePart,
                               .SamplePoints = SamplePoints,
+                              .SumNinePlaces = SumNinePlaces,
                               .CorrelatePoints = CorrelatePoints};
 
 }  // namespace quillon::QUILLON_LEVEL

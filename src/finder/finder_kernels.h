@@ -48,6 +48,18 @@ struct PointPlacement {
   float x, y, a, b;
 };
 
+// One taught edge point, in pixels of its level from the template's centre.
+struct ModelPoint {
+  float u = 0, v = 0;
+  float p = 0, q = 0;  // the unit gradient, dark to bright
+};
+
+// The pixels of a level, one row after the other without gaps.
+struct DirectionPlane {
+  const Direction8* pixels;
+  int width, height;
+};
+
 // Sums over points of the picture's sample s times: the template's value, 1, slopeU, slopeV, its
 // turn u slopeV - v slopeU and its growth u slopeU + v slopeV; and of s times s.
 constexpr int kPointSums = 7;
@@ -77,8 +89,10 @@ struct FinderKernels {
   // kSumBlock - 1 columns beyond count.
   void (*SumRow)(const uint8_t* const* rows, int rowCount, int count, uint16_t* out);
 
-  // The first column from `from` on whose value is at least `least`; count if there is none.
-  int (*NextPeak)(const uint16_t* row, int from, int count, uint16_t least);
+  // The first column from `from` on whose value is at least `least`, and at least those of the
+  // eight around it, of which the rows are `stride` apart; count if there is none. Of equal
+  // neighbours the first is the top. Reads columns from -1 to count.
+  int (*NextTop)(const uint16_t* row, ptrdiff_t stride, int from, int count, uint16_t least);
 
   // out[x] = (row[x], row[x + 1]); the last pair's second is the last pixel again.
   void (*PairRow)(const uint8_t* row, uint32_t* out, int count);
@@ -97,6 +111,16 @@ struct FinderKernels {
   void (*SamplePoints)(const uint8_t* pixel, ptrdiff_t stride, const PointPlacement& place,
                        const float* u, const float* v, int count, bool cubic, float middle,
                        float* samples);
+
+  // How well edge points agree with the picture at nine places a pixel apart, the fifth of which is
+  // `place`, row by row: sums of 127^2 cos a over the points, each at the nearest pixel, for the
+  // angle a between its direction and the picture's; with anyPolarity of 127^2 cos 2a, which is the
+  // same for opposite directions, and comes to nothing where they agree by chance. Shorter
+  // directions count less. `unit` is 127 over the placement's scale; places outside of the picture
+  // count as nothing.
+  void (*SumNinePlaces)(const ModelPoint* points, int count, const PointPlacement& place,
+                        float unit, const DirectionPlane& directions, bool anyPolarity,
+                        int32_t* nine);
 
   // The sums that kPointSums names. Whole blocks of points.
   void (*CorrelatePoints)(const FitColumns& points, const float* samples, int count, float* sums);

@@ -21,69 +21,27 @@ bool NeedRows(const RefineTask& task, int level, const Pose& pose, bool directio
 
 // ---- climbing -----------------------------------------------------------------------------------
 
-// A model's points at one angle and scale, rounded: 127 is a full direction.
-struct TurnedPoints {
-  int count = 0;
-  float x[kClimbPoints], y[kClimbPoints];
-  int16_t p[kClimbPoints], q[kClimbPoints];
-
-  void Turn(const ModelLevel& level, double degrees, double scale) {
-    const Direction turn = DirectionOf(degrees);
-    count = static_cast<int>(std::min<size_t>(kClimbPoints, level.points.size()));
-    const auto c = static_cast<float>(turn.cosine), s = static_cast<float>(turn.sine);
-    const auto a = static_cast<float>(scale * turn.cosine),
-               b = static_cast<float>(scale * turn.sine);
-    for (int i = 0; i < count; ++i) {
-      const ModelPoint& point = level.points[i];
-      x[i] = a * point.u - b * point.v;
-      y[i] = b * point.u + a * point.v;
-      p[i] = static_cast<int16_t>(Nearest(127 * (c * point.p - s * point.q)));
-      q[i] = static_cast<int16_t>(Nearest(127 * (s * point.p + c * point.q)));
-    }
-  }
-};
-
-// For any polarity: n^2 cos 2a from `agreement`, which is 127 |n| cos a, for the angle a between a
-// point's direction and the picture's n. It is the same for n and -n, so an edge counts whichever
-// side is dark; and its mean over all angles is 0, so directions by chance add nothing.
-int EitherWay(int agreement, const Direction8& n) {
-  const int cosine = agreement >> 7;
-  return 2 * cosine * cosine - (n.x * n.x + n.y * n.y);
+int ClimbedPoints(const ModelLevel& model) {
+  return static_cast<int>(std::min<size_t>(kClimbPoints, model.points.size()));
 }
 
-// How well the points fit at nine places: around (x, y), a pixel apart.
+// How well the points fit at nine places: around a pose's, a pixel of the level apart.
 struct NinePlaces {
   int sum[9] = {};
   int Best() const { return static_cast<int>(std::max_element(sum, sum + 9) - sum); }
 };
 
-template <bool kAny>
-NinePlaces SumNine(const TurnedPoints& points, const Direction8* directions, int width, int height,
-                   float x, float y) {
+NinePlaces SumNine(const RefineTask& task, int level, const Pose& pose) {
+  const ModelLevel& model = task.model.level[level];
+  const DirectionPlane directions = {task.planes.Directions(level), task.planes.Width(level),
+                                     task.planes.Height(level)};
+  const Placement place = PlacementOf(pose, level);
+  const PointPlacement around = {static_cast<float>(place.x), static_cast<float>(place.y),
+                                 static_cast<float>(place.a), static_cast<float>(place.b)};
   NinePlaces nine;
-  for (int i = 0; i < points.count; ++i) {
-    const int px = Nearest(points.x[i] + x) - 1, py = Nearest(points.y[i] + y) - 1;
-    const int p = points.p[i], q = points.q[i];
-    const auto add = [&](int k, const Direction8& n) {
-      const int agreement = n.x * p + n.y * q;
-      nine.sum[k] += kAny ? EitherWay(agreement, n) : agreement;
-    };
-    if (px >= 0 && py >= 0 && px < width - 2 && py < height - 2) {
-      const Direction8* from = directions + static_cast<ptrdiff_t>(py) * width + px;
-      for (int k = 0; k < 3; ++k) {
-        add(3 * k, from[0]);
-        add(3 * k + 1, from[1]);
-        add(3 * k + 2, from[2]);
-        from += width;
-      }
-    } else {
-      for (int k = 0; k < 9; ++k) {
-        const int cx = px + k % 3, cy = py + k / 3;
-        if (cx < 0 || cy < 0 || cx >= width || cy >= height) continue;
-        add(k, directions[static_cast<ptrdiff_t>(cy) * width + cx]);
-      }
-    }
-  }
+  task.kernels.SumNinePlaces(model.points.begin(), ClimbedPoints(model), around,
+                             static_cast<float>(127 / pose.scale), directions, task.anyPolarity,
+                             nine.sum);
   return nine;
 }
 
@@ -231,14 +189,11 @@ bool FitStep(const RefineTask& task, int level, int step, int reach, double far,
 
 bool ClimbByEdges(const RefineTask& task, int level, Candidate& candidate) {
   const ModelLevel& model = task.model.level[level];
-  const int width = task.planes.Width(level), height = task.planes.Height(level);
   Pose pose = candidate.pose;
   if (!NeedRows(task, level, pose, true)) return false;
-  const Direction8* directions = task.planes.Directions(level);
   const double apart =
       0.8 / std::max(2.0, static_cast<double>(model.radius) * pose.scale);  // radians
   const int turns = task.freedom.turn ? 1 : 0, scales = task.freedom.scale ? 1 : 0;
-  TurnedPoints points;
   int best = 0, sums[3][3] = {};
   double moveX = 0, moveY = 0;
   for (int round = 0; round < 6; ++round) {
@@ -247,12 +202,10 @@ bool ClimbByEdges(const RefineTask& task, int level, Candidate& candidate) {
     best = INT32_MIN;
     for (int k = -scales; k <= scales; ++k) {
       for (int i = -turns; i <= turns; ++i) {
-        points.Turn(model, pose.degrees + i * apart * kDegrees, pose.scale * (1 + k * apart));
-        const auto x = static_cast<float>(ToLevel(pose.x, level));
-        const auto y = static_cast<float>(ToLevel(pose.y, level));
         NinePlaces& here = nine[k + 1][i + 1];
-        here = task.anyPolarity ? SumNine<true>(points, directions, width, height, x, y)
-                                : SumNine<false>(points, directions, width, height, x, y);
+        here = SumNine(
+            task, level,
+            {pose.x, pose.y, pose.degrees + i * apart * kDegrees, pose.scale * (1 + k * apart)});
         const int place = here.Best();
         // Of equal scores the pose that is there wins: else the climb could walk in a circle.
         const bool stays = k == 0 && i == 0 && here.sum[4] == here.sum[place];
@@ -285,7 +238,8 @@ bool ClimbByEdges(const RefineTask& task, int level, Candidate& candidate) {
   pose.y += moveY * (1 << level);
   task.freedom.Clamp(pose);
   candidate.pose = pose;
-  candidate.score = static_cast<float>(best) / (127.0F * 127.0F * static_cast<float>(points.count));
+  candidate.score =
+      static_cast<float>(best) / (127.0F * 127.0F * static_cast<float>(ClimbedPoints(model)));
   return true;
 }
 
@@ -299,8 +253,10 @@ bool FitByEdges(const RefineTask& task, int level, Candidate& candidate) {
   constexpr int kMostSteps = 12, kLastStep = 3;  // which is taken again until the pose rests
   // By how much the score grows at the most after the second step, and after the fourth: what would
   // still not be among the best is left as it is. Of 1200 fits to photographs that ended above 0.8,
-  // 99 % grew less.
+  // 99 % grew less. After the first step: by as many times its growth, and a little more; of 1400
+  // such fits that the later limits keep, one would have grown more.
   constexpr double kMostGainThen = 0.2, kMostGainLast = 0.05;
+  constexpr double kMostGrowths = 4, kMostGainFirst = 0.15;
   // Edges that run on into those of a part beside this one do not count once the others agree
   // better; by as much the score may be lower where it belongs.
   constexpr double kSpreads = 4, kLeastFar = 0.3, kMostLoss = 0.02;
@@ -316,6 +272,11 @@ bool FitByEdges(const RefineTask& task, int level, Candidate& candidate) {
     if (!NeedRows(task, level, pose, false)) return false;
     const bool isCoarse = step > 1;
     if (!isCoarse && !goesOn) break;
+    if (i == 0) {
+      const double now = RateAt(task, level, 3, pose).score;
+      const double growth = std::max(now - before, 0.0);
+      if (now + kMostGrowths * growth + kMostGainFirst < task.reached) return true;
+    }
     if (i == 1 || i == kLastStep) {
       const double worth =
           std::max(task.least, task.reached - (isCoarse ? kMostGainThen : kMostGainLast));

@@ -85,17 +85,35 @@ TEST(FinderKernels, AreTheirDefinitions) {
       for (const auto& row : sixteens) rows.push_back(row.data());
       std::vector<uint16_t> sums(width + kSlack);
       kernels->SumRow(rows.data(), 37, width, sums.data());
-      int highest = 0;
       for (int x = 0; x < width; ++x) {
         int sum = 0;
         for (const auto& row : sixteens) sum += row[x];
         ASSERT_EQ(sums[x], sum) << x;
-        highest = std::max(highest, sum);
       }
-      const auto first = std::find(sums.begin(), sums.begin() + width, highest) - sums.begin();
-      EXPECT_EQ(kernels->NextPeak(sums.data(), 0, width, static_cast<uint16_t>(highest)), first);
-      EXPECT_EQ(kernels->NextPeak(sums.data(), 0, width, static_cast<uint16_t>(highest + 1)),
-                width);
+
+      // Three rows in a frame of zeros, where many neighbours are equal.
+      const int stride = width + 2;
+      std::vector<uint16_t> map(5 * stride);
+      for (int i = stride; i < 4 * stride; ++i) {
+        const bool isFrame = i % stride == 0 || i % stride == width + 1;
+        map[i] = isFrame ? 0 : static_cast<uint16_t>(65530 + random.Within(0, 4));
+      }
+      for (int y = 1; y < 4; ++y) {
+        const uint16_t* row = &map[y * stride + 1];
+        std::vector<int> tops, expected;
+        for (int x = 0; x < width; ++x) {
+          bool isTop = row[x] >= 65532;
+          for (int i = 0; i < 9; ++i) {
+            const uint16_t other = row[(i / 3 - 1) * stride + x + i % 3 - 1];
+            isTop &= i < 4 ? other < row[x] : other <= row[x];
+          }
+          if (isTop) expected.push_back(x);
+        }
+        for (int x = 0; (x = kernels->NextTop(row, stride, x, width, 65532)) < width; ++x) {
+          tops.push_back(x);
+        }
+        EXPECT_EQ(tops, expected);
+      }
 
       std::vector<uint32_t> pairs(width + kSlack);
       kernels->PairRow(a.data(), pairs.data(), width + kSlack);
@@ -123,6 +141,51 @@ TEST(FinderKernels, AreTheirDefinitions) {
         const float score =
             static_cast<float>(product) * 0.01F / std::sqrt(std::max(variance, 8.0F));
         ASSERT_EQ(scores[x], 5 + static_cast<int>(std::clamp(score, 0.0F, 700.0F))) << x;
+      }
+    }
+  }
+}
+
+// Edge points of a turned template, some of them outside of the picture, at nine places. The
+// numbers are such that no rounding is involved but that to pixels.
+TEST(FinderKernels, NinePlacesAreTheirDefinition) {
+  Random random(5);
+  constexpr int kWidth = 24, kHeight = 17;
+  const auto unit = [&] { return static_cast<int8_t>(random.Within(-127, 127)); };
+  std::vector<Direction8> pixels(kWidth * kHeight);
+  for (Direction8& pixel : pixels) pixel = {unit(), unit()};
+  const DirectionPlane plane = {pixels.data(), kWidth, kHeight};
+  const PointPlacement place = {10.25F, 8.5F, 0.75F, -0.5F};
+  constexpr float kUnit = 96;
+  const auto half = [&](int most) { return static_cast<float>(random.Within(-most, most)) / 2; };
+  for (const int count : {1, 12, 160}) {
+    std::vector<ModelPoint> points(count);
+    for (ModelPoint& point : points) point = {half(30), half(30), half(2), half(2)};
+    for (const bool isAny : {false, true}) {
+      int32_t expected[9] = {};
+      for (const ModelPoint& point : points) {
+        const auto turned = [&](float u, float v, float& x, float& y) {
+          x = place.a * u - place.b * v;
+          y = place.b * u + place.a * v;
+        };
+        float u, v, p, q;
+        turned(point.u, point.v, u, v);
+        turned(point.p, point.q, p, q);
+        const int dx = static_cast<int>(kUnit * p), dy = static_cast<int>(kUnit * q);
+        for (int i = 0; i < 9; ++i) {
+          const int x = static_cast<int>(std::floor(place.x + u + 0.5F)) + i % 3 - 1;
+          const int y = static_cast<int>(std::floor(place.y + v + 0.5F)) + i / 3 - 1;
+          if (x < 0 || y < 0 || x >= kWidth || y >= kHeight) continue;
+          const Direction8 n = pixels[y * kWidth + x];
+          const int dot = n.x * dx + n.y * dy, cosine = dot >> 7;
+          expected[i] += isAny ? 2 * cosine * cosine - n.x * n.x - n.y * n.y : dot;
+        }
+      }
+      for (const FinderKernels* kernels : AvailableFinderKernels()) {
+        SCOPED_TRACE(std::string(kernels->level) + ", points " + std::to_string(count));
+        int32_t nine[9];
+        kernels->SumNinePlaces(points.data(), count, place, kUnit, plane, isAny, nine);
+        for (int i = 0; i < 9; ++i) EXPECT_EQ(nine[i], expected[i]) << i;
       }
     }
   }

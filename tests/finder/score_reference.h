@@ -40,7 +40,7 @@ inline double EdgeScore(const finder::Model& model, const finder::Picture& pictu
                         const finder::Match& at, bool anyPolarity) {
   const double a = at.degrees * 3.14159265358979323846 / 180, c = std::cos(a), s = std::sin(a);
   double sum = 0;
-  for (const finder::ModelPoint& point : model.level[0].points) {
+  for (const ModelPoint& point : model.level[0].points) {
     double gx = 0, gy = 0;
     AroundPlace(picture, at.x + at.scale * (c * point.u - s * point.v),
                 at.y + at.scale * (s * point.u + c * point.v), [&](int x, int y, double weight) {
