@@ -24,8 +24,7 @@ struct Subtract {
 struct Multiply {
   template <class V>
   static V Of(V a, V b) {
-    const auto cut = [](auto product) { return Min(product, decltype(product){} + 255); };
-    return MergeBytes(cut(EvenBytes(a) * EvenBytes(b)), cut(OddBytes(a) * OddBytes(b)));
+    return MergeClamped(EvenBytes(a) * EvenBytes(b), OddBytes(a) * OddBytes(b));
   }
 };
 
@@ -277,7 +276,7 @@ constexpr auto DivideRow = PairRow<Divide>;
 
 template <class Rule>
 QUILLON_INLINE void MapRow(const uint8_t* from, uint8_t* out, int count, const Rule& rule) {
-  const int tail = ForEachBlock(
+  const int tail = ForEachShortBlock(
       count, [&](auto width, int x) { Store(out + x, rule(Load<uint8_t, width>(from + x))); });
   if (const int rest = count - tail; rest > 0) {
     StorePart(out + tail, rest, rule(LoadPart(from + tail, rest)));

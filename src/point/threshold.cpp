@@ -100,7 +100,7 @@ void ApplyThreshold(const Kernels& kernels, GreyImage& image, int threshold) {
   const int blocks = image.width / 8 * 8;
   for (int y = image.height - 1; y >= 0; --y) {
     uint8_t* row = image.rows[y];
-    kernels.threshold.AboveRow(row, blocks, static_cast<uint8_t>(threshold));
+    kernels.threshold.BetweenRow(row, blocks, static_cast<uint8_t>(threshold), kLevels);
     for (int x = blocks; x < image.width; ++x) row[x] = row[x] > threshold ? 255 : 0;
   }
 }

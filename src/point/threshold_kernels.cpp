@@ -6,23 +6,22 @@
 namespace quillon::QUILLON_LEVEL {
 namespace {
 
-void AboveRow(uint8_t* row, int count, uint8_t threshold) {
-  const int tail = ForEachBlock(count, [&](auto width, int x) {
-    Store(row + x, BitCast<U8<width>>(Load<uint8_t, width>(row + x) > threshold));
+// A pixel less than `levels` above the first level between the bounds lies between them; those
+// below it wrap round. Seen with their top bit flipped, bytes compare as signed ones, as every
+// processor can.
+void BetweenRow(uint8_t* row, int count, int lower, int upper) {
+  const int levels = upper > lower ? upper - lower - 1 : 0;
+  const auto first = static_cast<uint8_t>(lower + 1 + 128);
+  const auto end = static_cast<int8_t>(levels - 128);
+  int x = ForEachShortBlock(count, [&](auto width, int from) {
+    const auto place = BitCast<I8<width>>(Load<uint8_t, width>(row + from) - first);
+    Store(row + from, BitCast<U8<width>>(place < end));
   });
-  for (int x = tail; x < count; ++x) row[x] = row[x] > threshold ? 255 : 0;
-}
-
-void BetweenRow(uint8_t* row, int count, uint8_t lower, uint8_t upper) {
-  const int tail = ForEachBlock(count, [&](auto width, int x) {
-    const auto pixels = Load<uint8_t, width>(row + x);
-    Store(row + x, BitCast<U8<width>>((pixels > lower) & (pixels < upper)));
-  });
-  for (int x = tail; x < count; ++x) row[x] = row[x] > lower && row[x] < upper ? 255 : 0;
+  for (; x < count; ++x) row[x] = lower < row[x] && row[x] < upper ? 255 : 0;
 }
 
 }  // namespace
 
-const ThresholdKernels threshold = {.AboveRow = AboveRow, .BetweenRow = BetweenRow};
+const ThresholdKernels threshold = {.BetweenRow = BetweenRow};
 
 }  // namespace quillon::QUILLON_LEVEL

@@ -40,6 +40,20 @@ QUILLON_INLINE int ForEachBlock(int count, Body&& body) {
   return x;
 }
 
+// The same, with as many of the largest blocks at a time as lie in 128 bytes: for bodies of so few
+// instructions that counting blocks would take a good part of the time.
+template <class Body>
+QUILLON_INLINE int ForEachShortBlock(int count, Body&& body) {
+  constexpr int kStep = 128;
+  int x = 0;
+  for (; x <= count - kStep; x += kStep) {
+    Unroll<kStep / kVectorBytes>(
+        [&](auto i) { body(Width<kVectorBytes>{}, x + i * kVectorBytes); });
+  }
+  const auto shifted = [&](auto width, int from) { body(width, x + from); };
+  return x + ForEachBlock(count - x, shifted);
+}
+
 // Covers [from, to) with blocks of kVectorBytes lanes, or with narrower ones where the range is
 // short. Between the first and the last, blocks start at multiples of their width, where rows
 // mostly are aligned; so those two overlap their neighbours. False when the range has fewer than 16

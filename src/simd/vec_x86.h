@@ -339,6 +339,19 @@ QUILLON_INLINE V ShiftRight(V v, int bits) {
   return v >> bits;
 }
 
+template <class V>
+QUILLON_INLINE U8<sizeof(V)> MergeClamped(V even, V odd) {
+#if QUILLON_AVX2
+  return MergeBytes(Min(even, V{} + 255), Min(odd, V{} + 255));
+#else
+  // There is no minimum of these lanes. The sum with 0xFF00 ends in 255 for all above 255.
+  const auto sum = [](V words) {
+    return BitCast<V>(_mm_adds_epu16(BitCast<__m128i>(words), BitCast<__m128i>(V{} + 0xFF00)));
+  };
+  return MergeBytes(sum(even) & 255, sum(odd));
+#endif
+}
+
 template <int N>
 using Eights = U64<N / 8>;
 template <class Sums, class V>
