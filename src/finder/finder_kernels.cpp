@@ -190,30 +190,37 @@ void SumRow(const uint8_t* const* rows, int rowCount, int count, uint16_t* out) 
   }
 }
 
-// What `at` gives for the offset of a neighbour is a number, or a vector of as many columns.
-template <class At>
-QUILLON_INLINE auto IsTop(ptrdiff_t stride, const At& at) {
-  const auto here = at(0);
-  return (here > at(-stride - 1)) & (here > at(-stride)) & (here > at(-stride + 1)) &
-         (here > at(-1)) & (here >= at(1)) & (here >= at(stride - 1)) & (here >= at(stride)) &
-         (here >= at(stride + 1));
-}
+// The highest of the four neighbours before a place in reading order, and of the four after it; of
+// one place, or of as many as V has lanes.
+template <class V>
+struct Neighbours {
+  V before, after;
+  Neighbours(V nw, V n, V ne, V w, V e, V sw, V s, V se)
+      : before(Max(Max(nw, n), Max(ne, w))), after(Max(Max(e, sw), Max(s, se))) {}
+};
 
 int NextTop(const uint16_t* row, ptrdiff_t stride, int from, int count, uint16_t least) {
   constexpr int kLanes = kVectorBytes / 2;
+  const uint16_t *above = row - stride, *below = row + stride;
   int x = from;
   for (; x <= count - kLanes; x += kLanes) {
-    const auto at = [=](ptrdiff_t place) { return Load<uint16_t, kLanes>(row + x + place); };
-    const auto isHigh = at(0) >= Splat<uint16_t, kLanes>(least);
+    const auto at = [x](const uint16_t* in, int dx) { return Load<uint16_t, kLanes>(in + x + dx); };
+    const auto here = at(row, 0);
+    const auto isHigh = here >= Splat<uint16_t, kLanes>(least);
     if (MoveMask(BitCast<U8<kVectorBytes>>(isHigh)) == 0) continue;
-    const uint64_t tops = MoveMask(BitCast<U8<kVectorBytes>>(isHigh & IsTop(stride, at)));
+    const Neighbours<U16<kLanes>> around(at(above, -1), at(above, 0), at(above, 1), at(row, -1),
+                                         at(row, 1), at(below, -1), at(below, 0), at(below, 1));
+    const auto isTop = isHigh & (here > around.before) & (here >= around.after);
+    const uint64_t tops = MoveMask(BitCast<U8<kVectorBytes>>(isTop));
     if (tops != 0) return x + __builtin_ctzll(tops) / 2;
   }
-  const auto isTop = [&] {
-    return row[x] >= least && IsTop(stride, [=](ptrdiff_t place) { return row[x + place]; });
-  };
-  while (x < count && !isTop()) ++x;
-  return x;
+  for (; x < count; ++x) {
+    if (row[x] < least) continue;
+    const Neighbours<uint16_t> around(above[x - 1], above[x], above[x + 1], row[x - 1], row[x + 1],
+                                      below[x - 1], below[x], below[x + 1]);
+    if (row[x] > around.before && row[x] >= around.after) return x;
+  }
+  return count;
 }
 
 void PairRow(const uint8_t* row, uint32_t* out, int count) {
