@@ -8,14 +8,20 @@
 //     throw OutOfMemory("edges");
 //   }
 //
-// What only other rooms of the kit call leaves that to its callers. No handler helps where a value
-// of the JSON library is destroyed: that takes memory, and ends the program where there is none.
+// What only other rooms of the kit call leaves that to its callers. Exports throw nothing: what
+// calls them does so through CallExports. No handler helps where a value of the JSON library is
+// destroyed: that takes memory, and ends the program where there is none.
 #pragma once
 
+#include <cerrno>
 #include <new>
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <type_traits>
+#include <utility>
+
+#include "quillon/memory_note.h"
 
 namespace quillon::kit {
 
@@ -53,6 +59,25 @@ class OutOfMemory : public Failure {
   char message_[400] = {};
   size_t length_ = 0;
 };
+
+// Does work that calls exports. Where one of them found no memory, its result may be the picture as
+// it was, or that nothing is there: then this throws what the standard library throws.
+template <class Work>
+auto CallExports(Work work) {
+  const int before = std::exchange(errno, 0);
+  const auto check = [before] {
+    if (HasMemoryNote()) throw std::bad_alloc();
+    errno = before;  // where such work is part of other such work, that one's note stays
+  };
+  if constexpr (std::is_void_v<decltype(work())>) {
+    work();
+    check();
+  } else {
+    auto result = work();
+    check();
+    return result;
+  }
+}
 
 // Does the work; where memory ends, says for what, though the work knows only of a part of it:
 // "page 'a.html' (a picture of 4000 x 3000)".

@@ -1,8 +1,8 @@
 // quillon teach TEMPLATE MODEL: what the finder needs of a part, as one file.
 #include <algorithm>
 #include <array>
-#include <cstring>
 #include <memory>
+#include <span>
 
 #include "arguments.h"
 #include "commands.h"
@@ -28,24 +28,6 @@ const Operation& Masking() {
                         .Optional(),
                     MaskOfTemplate(), PolygonOfTemplate()}};
   return operation;
-}
-
-// Leaves the rectangle (left, top, width, height) of a picture.
-void CutOut(const std::string& name, const std::vector<int>& region, GreyImage& image) {
-  const int left = region[0], top = region[1], width = region[2], height = region[3];
-  if (left > image.width - width || top > image.height - height) {
-    throw Failure("'" + name + "' has " + SizeText(image.width, image.height) +
-                  " pixels: " + SizeText(width, height) + " from column " + std::to_string(left) +
-                  ", row " + std::to_string(top) + " reach beyond it");
-  }
-  GreyImage cut;
-  cut.Create(width, height);
-  RequirePixels(cut);
-  for (int y = 0; y < height; ++y) {
-    std::memcpy(cut.rows[y], image.rows[top + y] + left, static_cast<size_t>(width));
-  }
-  image.CopyFrom(&cut);
-  RequirePixels(image);
 }
 
 struct Options {
@@ -110,9 +92,14 @@ Report PageOf(const Options& options, const GreyImage& pattern, const PartMask& 
 
 void Teach(const Options& options) {
   const Values values = options.masking.Read();
-  GreyImage pattern, masked;
-  ReadImage(options.pattern, pattern, options.reading);
-  if (values.Has("region")) CutOut(options.pattern, values.List<int>("region"), pattern);
+  GreyImage whole, cut, masked;
+  ReadImage(options.pattern, whole, options.reading);
+  const bool hasRegion = values.Has("region");
+  if (hasRegion) {
+    const auto region = values.List<int>("region");
+    CutOut(whole, std::span<const int, 4>(region), "--region of '" + options.pattern + "'", cut);
+  }
+  const GreyImage& pattern = hasRegion ? cut : whole;
   PartMask mask;
   if (values.Has("mask")) {
     ReadImage(values.Text("mask"), masked, options.reading);

@@ -9,6 +9,7 @@
 #include "kit/boards/local_check.h"
 #include "kit/errors.h"
 #include "kit/images/blocks.h"
+#include "kit/images/pixels.h"
 #include "kit/search/blob_search.h"
 #include "kit/text/text.h"
 
@@ -22,10 +23,6 @@ constexpr int kGroup = 5;  // gaps of up to twice this do not part what differs 
 constexpr int kBlur = 2;   // pixels that a difference reaches farther than the comparison shows it
 constexpr double kLeastContrast = 24;  // grey values between material and ground
 constexpr int kMostDefects = 20'000;
-
-void Require(const GreyImage& image) {
-  if (!image.bits) throw OutOfMemory("the planes of a board");
-}
 
 // The nearest whole number; of numbers no larger than the sides of pictures.
 int Round(double value) {
@@ -83,8 +80,7 @@ void BoardInspector::Teach(const GreyImage& good) try {
 // 255 where there is material: nowhere on a picture of one brightness, which is a blank board. The
 // median takes away single wrong pixels.
 void BoardInspector::MakeMaterial(const GreyImage& picture) {
-  IxMedianFilter3x3(&picture, &material_);
-  Require(material_);
+  CallExports([&] { IxMedianFilter3x3(&picture, &material_); });
   const Brightness brightness = Measure(material_);
   if (brightness.contrast < kLeastContrast) {
     for (int y = 0; y < material_.height; ++y) {
@@ -92,15 +88,16 @@ void BoardInspector::MakeMaterial(const GreyImage& picture) {
     }
     return;
   }
-  IxThreshold(&material_, brightness.level);
-  if (!rules_.brightMaterial) IxImageInvert(&material_, &material_);
+  CallExports([&] {
+    IxThreshold(&material_, brightness.level);
+    if (!rules_.brightMaterial) IxImageInvert(&material_, &material_);
+  });
 }
 
 // Every other pixel of every other row tells as much of the level as all of them; for the means,
 // every fourth of these rows is enough.
 BoardInspector::Brightness BoardInspector::Measure(const GreyImage& image) {
-  IxImageScaling(&image, &sample_, 0.5, 0.5);
-  Require(sample_);
+  CallExports([&] { IxImageScaling(&image, &sample_, 0.5, 0.5); });
   constexpr int kRowsPerMean = 4;
   Brightness result = {.level = OtsuLevel(sample_, scratch_), .contrast = 0};
   int64_t count = 0, darkCount = 0, sum = 0, darkSum = 0;
@@ -146,13 +143,12 @@ void BoardInspector::FrameGood() {
   if (certain_.width != width || certain_.height != height || !certain_.bits) {
     certain_.Create(width, height);
   }
-  Require(certain_);
+  RequirePixels(certain_);
   for (int y = 0; y < height_; ++y) {
     std::memcpy(certain_.rows[kFrame + y] + kFrame, material_.rows[y], static_cast<size_t>(width_));
   }
   Frame(certain_);
-  possible_.CopyFrom(&certain_);
-  Require(possible_);
+  CopyPicture(certain_, possible_);
 }
 
 // Brings the picture at hand onto the good board's places; what it does not show is taken as good.
@@ -160,7 +156,7 @@ void BoardInspector::FrameOther(const BoardWarp& warp) {
   if (other_.width != certain_.width || other_.height != certain_.height || !other_.bits) {
     other_.Create(certain_.width, certain_.height);
   }
-  Require(other_);
+  RequirePixels(other_);
   for (int y = 0; y < height_; ++y) {
     WarpRow(material_, warp, y, certain_.rows[kFrame + y] + kFrame,
             other_.rows[kFrame + y] + kFrame);
@@ -203,8 +199,7 @@ void BoardInspector::Refuse(const Registration& registration) {
                {false, true, "mirrored, upside down"},
                {true, true, "turned by 180 degrees"}};
   GreyImage seen;
-  seen.CopyFrom(&material_);
-  Require(seen);
+  CopyPicture(material_, seen);
   const char* how = nullptr;
   int most = 0;  // places that agree at the best turn so far
   for (const auto& turn : turns) {
@@ -232,34 +227,31 @@ int BoardInspector::Suspicion() const { return std::max(tolerance_ - 1, 1); }
 
 void BoardInspector::Learn(int tolerance) {
   tolerance_ = tolerance;
-  IxErosion(&certain_, &deep_, Suspicion(), Suspicion());
-  IxDilation(&possible_, &reached_, Suspicion(), Suspicion());
-  Require(deep_);
-  Require(reached_);
+  CallExports([&] {
+    IxErosion(&certain_, &deep_, Suspicion(), Suspicion());
+    IxDilation(&possible_, &reached_, Suspicion(), Suspicion());
+  });
   certainProfiles_ = CountMaterial(certain_, kFrame);
 }
 
 void BoardInspector::Compare() {
-  IxErosion(&other_, &otherDeep_, Suspicion(), Suspicion());
-  IxDilation(&other_, &otherReached_, Suspicion(), Suspicion());
-  IxImageSub(&deep_, &other_, &missing_);
-  IxImageSub(&certain_, &otherReached_, &scratch_);
-  IxImageBirwiseOR(&missing_, &scratch_, &missing_);
-  IxImageSub(&other_, &reached_, &extra_);
-  IxImageSub(&otherDeep_, &possible_, &scratch_);
-  IxImageBirwiseOR(&extra_, &scratch_, &extra_);
-  Require(scratch_);
-  Require(otherDeep_);
-  Require(otherReached_);
-  Require(missing_);
-  Require(extra_);
+  CallExports([&] {
+    IxErosion(&other_, &otherDeep_, Suspicion(), Suspicion());
+    IxDilation(&other_, &otherReached_, Suspicion(), Suspicion());
+    IxImageSub(&deep_, &other_, &missing_);
+    IxImageSub(&certain_, &otherReached_, &scratch_);
+    IxImageBirwiseOR(&missing_, &scratch_, &missing_);
+    IxImageSub(&other_, &reached_, &extra_);
+    IxImageSub(&otherDeep_, &possible_, &scratch_);
+    IxImageBirwiseOR(&extra_, &scratch_, &extra_);
+  });
   CheckLocally({certain_, possible_, other_, certainProfiles_, kFrame}, tolerance_, missing_,
                extra_);
 }
 
 // Makes what can be judged the region of interest: places that the other picture shows, but for
 // the outermost ones, where edges may have wandered in from outside.
-BoardInspector::Part BoardInspector::ChooseRegion(const BoardWarp& warp) {
+void BoardInspector::ChooseRegion(const BoardWarp& warp) {
   constexpr int kSamples = 8;
   double left = 0, top = 0, right = width_ - 1, bottom = height_ - 1;
   for (int i = 0; i <= kSamples; ++i) {
@@ -275,29 +267,17 @@ BoardInspector::Part BoardInspector::ChooseRegion(const BoardWarp& warp) {
   if (x0 > x1 || y0 > y1) throw Failure("hardly shows the board: it is shifted too far");
   // Clockwise, so that the rows of the upper and lower boundary belong to it.
   const int corners[] = {x0, y0, x1, y0, x1, y1, x0, y1};
-  IxPointToRegion(region_.get(), corners, 4);
-  return {x0, y0, x1, y1};
-}
-
-bool BoardInspector::IsEmpty(const GreyImage& plane, const Part& part) {
-  for (int y = part.top; y <= part.bottom; ++y) {
-    const unsigned char* row = plane.rows[y] + part.left;
-    const auto more = static_cast<size_t>(part.right - part.left);
-    if (row[0] != 0 || std::memcmp(row, row + 1, more) != 0) return false;
-  }
-  return true;
+  CallExports([&] { IxPointToRegion(region_.get(), corners, 4); });
 }
 
 std::vector<Defect> BoardInspector::Group(const BoardWarp& warp) {
-  const Part judged = ChooseRegion(warp);
-  IxImageBirwiseOR(&missing_, &extra_, &scratch_);
-  Require(scratch_);
-  IxDilation(&scratch_, &otherDeep_, kGroup, kGroup);
-  Require(otherDeep_);
-  IxGrayBlobLabel(&otherDeep_, region_.get(), 1, 255);
+  ChooseRegion(warp);
+  CallExports([&] {
+    IxImageBirwiseOR(&missing_, &extra_, &scratch_);
+    IxDilation(&scratch_, &otherDeep_, kGroup, kGroup);
+    IxGrayBlobLabel(&otherDeep_, region_.get(), 1, 255);
+  });
   const int count = IxGetBlobCount(region_.get());
-  // Without memory there is no region, or labelling finds nothing.
-  if (count == 0 && !IsEmpty(otherDeep_, judged)) throw OutOfMemory("labelling");
   if (count > kMostDefects) {
     throw Failure("differs in more than " + std::to_string(kMostDefects) + " places");
   }
@@ -352,8 +332,10 @@ void BoardInspector::AddGood(const GreyImage& good) try {
       Learn(tolerance_ + 1);
     }
   }
-  IxImageBirwiseAND(&certain_, &other_, &certain_);
-  IxImageBirwiseOR(&possible_, &other_, &possible_);
+  CallExports([&] {
+    IxImageBirwiseAND(&certain_, &other_, &certain_);
+    IxImageBirwiseOR(&possible_, &other_, &possible_);
+  });
   Learn(tolerance_);
 } catch (const std::bad_alloc&) {
   throw OutOfMemory("a good board");

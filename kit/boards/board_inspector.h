@@ -89,11 +89,7 @@ class BoardInspector {
   void FrameOther(const BoardWarp& warp);
   void Learn(int tolerance);
   void Compare();
-  struct Part {
-    int left, top, right, bottom;  // of the planes, ends included
-  };
-  Part ChooseRegion(const BoardWarp& warp);
-  static bool IsEmpty(const GreyImage& plane, const Part& part);
+  void ChooseRegion(const BoardWarp& warp);
   std::vector<Defect> Group(const BoardWarp& warp);
 
   InspectionRules rules_;

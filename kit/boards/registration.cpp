@@ -94,15 +94,14 @@ void ReducedBoard::Make(const GreyImage& board) try {
   while (coarsest_ < kMostReductions && side >> (coarsest_ + 1) >= kLeastSide) ++coarsest_;
   finest_ = side < kFullSizeBelow ? 0 : 1;
   if (finest_ == 0) {
-    levels_[0].CopyFrom(&board);
-    RequirePixels(levels_[0]);
+    CopyPicture(board, levels_[0]);
   }
   for (int i = 1; i <= coarsest_; ++i) {
     GreyImage& level = levels_[static_cast<size_t>(i)];
-    IxMeanSmoothing3x3(i == 1 ? &board : &levels_[static_cast<size_t>(i) - 1], &smoothed_);
-    RequirePixels(smoothed_);
-    IxImageScaling(&smoothed_, &level, 0.5, 0.5);
-    RequirePixels(level);
+    CallExports([&] {
+      IxMeanSmoothing3x3(i == 1 ? &board : &levels_[static_cast<size_t>(i) - 1], &smoothed_);
+      IxImageScaling(&smoothed_, &level, 0.5, 0.5);
+    });
   }
   width_ = board.width;
   height_ = board.height;
@@ -142,7 +141,7 @@ bool Registrar::Teach(const GreyImage& good, const Tile& tile) {
 // The correlation with the taught tile when it is moved.
 double Registrar::Score(const GreyImage& other, const Tile& tile, int dx, int dy) {
   Cut(other, tile, dx, dy);
-  return IxFindNCCMatchColorModel_ROI(&window_, tool_.get());
+  return CallExports([&] { return IxFindNCCMatchColorModel_ROI(&window_, tool_.get()); });
 }
 
 // The shift of the whole board, on the coarsest level.

@@ -9,6 +9,7 @@
 #include "kit/files/files.h"
 #include "kit/measure/least_squares.h"
 #include "kit/text/numbers.h"
+#include "kit/text/text.h"
 
 namespace quillon::kit {
 namespace {
@@ -448,7 +449,7 @@ Camera ParseCamera(const std::string& path, const std::string& text) try {
   const auto refuse = [&](const std::string& why) -> void {
     throw Failure("'" + path + "' is no camera file: " + why);
   };
-  if (!file.is_object() || file.value("kind", Json()) != kKind) {
+  if (!Says(file, "kind", kKind)) {
     refuse("it does not say that its kind is camera");
   }
   // `count` numbers of a field of an object.
@@ -478,7 +479,7 @@ Camera ParseCamera(const std::string& path, const std::string& text) try {
   const auto bend = numbers(file, "bend", camera.lens.bend.size());
   std::copy(bend.begin(), bend.end(), camera.lens.bend.begin());
   camera.square = number("square", 1e-6, kLargest);
-  camera.unit = file.value("unit", Json()) == "mm" ? "mm" : "";
+  camera.unit = Says(file, "unit", "mm") ? "mm" : "";
   if (camera.unit.empty()) refuse("its unit is not mm");
   const Json plane = file.value("plane", Json());
   const auto rotation = numbers(plane, "rotation", 3), shift = numbers(plane, "shift", 3);

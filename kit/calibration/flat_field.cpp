@@ -38,8 +38,10 @@ void RequireGains(const ParameterFile& file) {
 void MakeFlatField(GreyImage& image, int target, CorrectedRegion region,
                    const std::string& parameters) try {
   ReplaceFile(parameters, kFileSize, [&](const std::string& file) {
-    IxFFCParaBuild(&image, target, region.firstColumn, region.endColumn, region.firstRow,
-                   region.endRow, file.c_str());
+    CallExports([&] {
+      IxFFCParaBuild(&image, target, region.firstColumn, region.endColumn, region.firstRow,
+                     region.endRow, file.c_str());
+    });
   });
   Json more = Own({region.firstColumn, region.endColumn, region.firstRow, region.endRow});
   more["target"] = target;
@@ -54,8 +56,8 @@ FlatFieldCorrection::FlatFieldCorrection(const std::string& path, const Note& no
   for (size_t i = 0; i < kGains / 4; ++i) file.Place(i);
   RequireGains(file);
   image_.Create(1, 1);  // an image without pixels would not release its gains
-  if (!IxFFCParaLoad(&image_, region_, path.c_str())) {
-    throw Failure("cannot open '" + path + "', or memory is short");
+  if (!CallExports([&] { return IxFFCParaLoad(&image_, region_, path.c_str()); })) {
+    throw Failure("cannot open '" + path + "'");
   }
   if (region_[0] < 0 || region_[0] >= region_[1] || region_[2] < 0 || region_[2] >= region_[3]) {
     file.Refuse("its region is empty, or begins outside pictures");
@@ -72,11 +74,9 @@ void FlatFieldCorrection::Apply(const GreyImage& image, GreyImage& corrected) tr
                   ", row " + std::to_string(region_[3]) + ", outside the picture of " +
                   SizeText(image.width, image.height));
   }
-  image_.CopyFrom(&image);
-  RequirePixels(image_);
+  CopyPicture(image, image_);
   IxFFCCalibrate(&image_, region_[0], region_[1], region_[2], region_[3]);
-  corrected.CopyFrom(&image_);
-  RequirePixels(corrected);
+  CopyPicture(image_, corrected);
 } catch (const std::bad_alloc&) {
   throw OutOfMemory("a flat field");
 }

@@ -251,8 +251,8 @@ LensFit FitLensToCamera(const Camera& camera, double maxResidual,
 LensCorrection::LensCorrection(std::string path, const Note& note) try : path_(std::move(path)) {
   RequireLens(ParameterFile(path_, kKind, kFileSize));
   work_.Create(1, 1);  // an image without pixels would not release its parameters
-  if (!IxDistortionParaLoad(&work_, path_.c_str())) {
-    throw Failure("cannot open '" + path_ + "', or memory is short");
+  if (!CallExports([&] { return IxDistortionParaLoad(&work_, path_.c_str()); })) {
+    throw Failure("cannot open '" + path_ + "'");
   }
   size_ = ReadCompanion(path_, kKind, Own(work_), note);
 } catch (const std::bad_alloc&) {

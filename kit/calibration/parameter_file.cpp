@@ -80,7 +80,7 @@ PictureSize ReadCompanion(const std::string& parameters, const char* kind, const
   std::error_code error;
   if (std::filesystem::exists(name, error)) {
     const Json companion = Json::parse(ReadFile(name), nullptr, false);
-    if (!companion.is_object() || companion.value("kind", Json()) != kind) {
+    if (!Says(companion, "kind", kind)) {
       throw Failure("'" + name + "' does not say that '" + parameters + "' is a " + kind + " file");
     }
     for (const auto& item : own.items()) {

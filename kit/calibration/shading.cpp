@@ -179,7 +179,7 @@ Shading ParseShading(const std::string& path, std::string_view text) try {
   };
   const size_t end = text.substr(0, kLongestHead).find('\n');
   const Json head = Json::parse(text.substr(0, end == text.npos ? 0 : end), nullptr, false);
-  if (!head.is_object() || head.value("kind", Json()) != kKind) {
+  if (!Says(head, "kind", kKind)) {
     refuse("it does not begin with a line that says so");
   }
   Shading shading;

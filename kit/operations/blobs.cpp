@@ -1,4 +1,5 @@
 // Blobs, and filling holes.
+#include "kit/images/pixels.h"
 #include "kit/search/blob_search.h"
 #include "kit/search/blob_shape.h"
 
@@ -21,8 +22,7 @@ std::unique_ptr<Tool> MakeRegion(const Values&, const Sources&) {
 }
 
 void FillUp(const Call& call) {
-  call.result.picture.CopyFrom(call.a.grey);
-  if (!call.result.picture.bits) return;
+  CopyPicture(*call.a.grey, call.result.picture);
   FillHoles(static_cast<RegionTool&>(*call.tool).region, call.result.picture,
             call.values.Whole("value"));
 }

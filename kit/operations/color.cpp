@@ -1,6 +1,7 @@
 // Grey, and the channels of colour spaces.
 #include <cstring>
 
+#include "kit/images/pixels.h"
 #include "kit/operations/operation.h"
 
 namespace quillon::kit {
@@ -62,7 +63,7 @@ std::vector<Operation> ColorOperations() {
            [](const Call& call) {
              // The weights of the colours add up to less than 1: a grey picture would darken.
              if (call.a.HasGrey()) {
-               call.result.picture.CopyFrom(call.a.grey);
+               CopyPicture(*call.a.grey, call.result.picture);
              } else {
                IxColorToGray(call.a.colour, &call.result.picture);
              }

@@ -1,6 +1,5 @@
 // Where pixels go: scaled, moved, turned, cut out, reduced.
 #include <cstdlib>
-#include <cstring>
 
 #include "kit/errors.h"
 #include "kit/images/pixels.h"
@@ -14,8 +13,10 @@ constexpr const char* kGeometry = "geometry";
 constexpr int kLongestSide = 32767;
 
 void Scale(const Call& call) {
-  IxImageScaling(call.a.grey, &call.result.picture, call.values.Number("x"),
-                 call.values.Number("y"));
+  CallExports([&] {
+    IxImageScaling(call.a.grey, &call.result.picture, call.values.Number("x"),
+                   call.values.Number("y"));
+  });
   if (!call.result.picture.bits) {
     throw Failure("a scaled side would not have 1 to " + std::to_string(kLongestSide) + " pixels");
   }
@@ -38,20 +39,9 @@ void Rotate(const Call& call) {
 }
 
 void Crop(const Call& call) {
-  const GreyImage& image = *call.a.grey;
-  const int left = call.values.Whole("left"), top = call.values.Whole("top");
-  const int width = call.values.Whole("width"), height = call.values.Whole("height");
-  if (left + width > image.width || top + height > image.height) {
-    throw Failure("the part to crop ends at column " + std::to_string(left + width) + ", row " +
-                  std::to_string(top + height) + ", the picture has " +
-                  SizeText(image.width, image.height));
-  }
-  call.result.picture.Create(width, height);
-  RequirePixels(call.result.picture);
-  for (int y = 0; y < call.result.picture.height; ++y) {
-    std::memcpy(call.result.picture.rows[y], image.rows[top + y] + left,
-                static_cast<size_t>(width));
-  }
+  const int place[] = {call.values.Whole("left"), call.values.Whole("top"),
+                       call.values.Whole("width"), call.values.Whole("height")};
+  CutOut(*call.a.grey, place, "the part to crop", call.result.picture);
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 // openings and the last rows keep the picture. Gradients and top-hats run into a second picture,
 // where no image is left behind; two of them change their source, which is a copy therefore.
 #include "kit/errors.h"
+#include "kit/images/pixels.h"
 #include "kit/operations/operation.h"
 #include "kit/text/text.h"
 
@@ -23,7 +24,7 @@ struct InPlace {
   template <class Function>
   static void Apply(const Call& call, Function function) {
     RequireThree(*call.a.grey);
-    call.result.picture.CopyFrom(call.a.grey);
+    CopyPicture(*call.a.grey, call.result.picture);
     function(&call.result.picture, &call.result.picture);
   }
 };
@@ -33,7 +34,7 @@ struct FromCopy {
   static void Apply(const Call& call, Function function) {
     RequireThree(*call.a.grey);
     GreyImage source;
-    source.CopyFrom(call.a.grey);
+    CopyPicture(*call.a.grey, source);
     function(&source, &call.result.picture);
   }
 };

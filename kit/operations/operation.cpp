@@ -10,9 +10,9 @@ namespace {
 
 // The one error type, whatever went wrong below.
 template <class Work>
-auto Guarded(Work work) {
+auto Guarded(const Operation& operation, Work work) {
   try {
-    return WithinMemory("the operation", work);
+    return WithinMemory(operation.name, [&] { return CallExports(work); });
   } catch (const Failure&) {
     throw;
   } catch (const std::exception& error) {
@@ -79,7 +79,7 @@ Values ReadValues(const Operation& operation, const Json& given) try {
 
 ReadyOperation::ReadyOperation(const Operation& operation, Values values, const Sources& sources)
     : operation_(&operation), values_(std::move(values)) {
-  tool_ = Guarded([&] {
+  tool_ = Guarded(operation, [&] {
     return operation.prepare ? operation.prepare(values_, sources) : std::make_unique<Tool>();
   });
 }
@@ -95,7 +95,7 @@ void ReadyOperation::RunWith(const Values& values, PictureView a, PictureView b,
   const bool isColour = operation_->inputs[0] == Kind::kColour && a.HasColour();
   RequirePlacesIn(*operation_, values, isColour ? a.colour->width : a.grey->width,
                   isColour ? a.colour->height : a.grey->height);
-  Guarded([&] { operation_->run({values, a, b, result, tool_.get()}); });
+  Guarded(*operation_, [&] { operation_->run({values, a, b, result, tool_.get()}); });
   int place = 0;
   for (Thing& thing : result.things) {
     if (thing.number < 0) thing.number = place;
@@ -104,14 +104,14 @@ void ReadyOperation::RunWith(const Values& values, PictureView a, PictureView b,
   const bool isEmpty = (operation_->output == Kind::kPicture && !result.picture.bits) ||
                        (operation_->output == Kind::kColour && !result.colour.bits);
   if (isEmpty) {
-    throw Failure("nothing came out; the picture may be too small, or memory short");
+    throw Failure("nothing came out; the picture may be too small");
   }
 } catch (const std::bad_alloc&) {
-  throw OutOfMemory("the operation");
+  throw OutOfMemory(operation_->name);
 }
 
 void ReadyOperation::Run(PictureView a, PictureView b, Content& result) {
-  regions_ = OutlinesOf(*operation_, values_);
+  regions_ = Guarded(*operation_, [&] { return OutlinesOf(*operation_, values_); });
   RunWith(values_, a, b, result);
 }
 
@@ -136,15 +136,15 @@ void ReadyOperation::RunAt(std::span<const std::optional<Frame>> frames, Picture
   }
   result.things = std::move(found);
 } catch (const std::bad_alloc&) {
-  throw OutOfMemory("the operation");
+  throw OutOfMemory(operation_->name);
 }
 
 Findings ReadyOperation::Tell(const Searched& searched) const {
-  return Guarded([&] { return tool_->Tell(searched); });
+  return Guarded(*operation_, [&] { return tool_->Tell(searched); });
 }
 
 Report ReadyOperation::Page(const std::string& picture) const {
-  return Guarded([&] {
+  return Guarded(*operation_, [&] {
     Report report = tool_->Page(picture);
     if (!OutlinesOf(*operation_, values_).empty()) {
       report.layers.push_back({kRegion, Tone::kGreen});
@@ -154,7 +154,7 @@ Report ReadyOperation::Page(const std::string& picture) const {
 }
 
 void ReadyOperation::Draw(const Searched& searched, int firstRow, Report& report) const {
-  Guarded([&] {
+  Guarded(*operation_, [&] {
     tool_->Draw(searched, firstRow, report);
     const auto layer = std::find_if(report.layers.begin(), report.layers.end(),
                                     [](const Layer& row) { return row.name == kRegion; });
@@ -165,7 +165,7 @@ void ReadyOperation::Draw(const Searched& searched, int firstRow, Report& report
 }
 
 void ReadyOperation::Aside(GreyImage& picture) const {
-  Guarded([&] { tool_->Aside(picture); });
+  Guarded(*operation_, [&] { tool_->Aside(picture); });
 }
 
 }  // namespace quillon::kit

@@ -26,7 +26,7 @@ void Sources::Read(const std::string& name, GreyImage& image) const try {
   if (found == pictures.end()) {
     ReadImage(Shown(name), image, reading);
   } else if (found->second.grey) {
-    image.CopyFrom(found->second.grey);
+    CopyPicture(*found->second.grey, image);
   } else {
     IxColorToGray(found->second.colour, &image);
   }
@@ -40,7 +40,7 @@ void Sources::Read(const std::string& name, ColourImage& image) const try {
   if (found == pictures.end()) {
     ReadImage(Shown(name), image, reading);
   } else if (found->second.colour) {
-    image.CopyFrom(found->second.colour);
+    CopyPicture(*found->second.colour, image);
   } else {
     throw Failure("'" + name + "' is a grey picture; one in colour is needed");
   }

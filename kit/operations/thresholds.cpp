@@ -1,4 +1,5 @@
 // Black and white pictures.
+#include "kit/images/pixels.h"
 #include "kit/operations/operation.h"
 
 namespace quillon::kit {
@@ -6,7 +7,7 @@ namespace {
 
 // The exports work in place, so on a copy of the picture.
 GreyImage* Start(const Call& call) {
-  call.result.picture.CopyFrom(call.a.grey);
+  CopyPicture(*call.a.grey, call.result.picture);
   return &call.result.picture;
 }
 

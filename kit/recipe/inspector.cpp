@@ -234,17 +234,15 @@ ImageRecord Inspector::InspectFile(std::span<const unsigned char> file, const st
 ImageRecord Inspector::Inspect(const GreyImage& image, const std::string& name) {
   return Inspect(name, [&](GreyImage& grey, ColourImage& colour) {
     if (!image.bits) throw Failure("the picture has no pixels");
-    grey.CopyFrom(&image);
+    CopyPicture(image, grey);
     colour.Destroy();
-    RequirePixels(grey);
   });
 }
 
 ImageRecord Inspector::Inspect(const ColourImage& image, const std::string& name) {
   return Inspect(name, [&](GreyImage& grey, ColourImage& colour) {
     if (!image.bits) throw Failure("the picture has no pixels");
-    colour.CopyFrom(&image);
-    RequirePixels(colour);
+    CopyPicture(image, colour);
     IxColorToGray(&colour, &grey);
     RequirePixels(grey);
   });

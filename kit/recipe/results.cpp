@@ -271,7 +271,7 @@ ResultsFile ResultsFile::Resume(const std::string& path, const Recipe& recipe, c
   if (!written.is_object() || !written.contains("fingerprint")) {
     throw Failure("'" + path + "' holds no results of a run");
   }
-  if (written["fingerprint"] != head.fingerprint) {
+  if (!Says(written, "fingerprint", head.fingerprint)) {
     throw Failure("'" + path +
                   "' holds the results of another recipe, or this one or a file that it names "
                   "has changed: --overwrite begins anew");

@@ -18,9 +18,8 @@ Region::Region() : handle(CreateRLERegion(), DestroyRLERegion) {
 }
 
 int OtsuLevel(const GreyImage& image, GreyImage& binary) try {
-  binary.CopyFrom(&image);
-  RequirePixels(binary);
-  IxOtsuThreshold(&binary);
+  CopyPicture(image, binary);
+  CallExports([&] { IxOtsuThreshold(&binary); });
   unsigned char level = 0;
   for (int y = 0; y < binary.height; ++y) {
     const unsigned char *grey = image.rows[y], *bright = binary.rows[y];
@@ -107,21 +106,9 @@ std::vector<int> WholePicture(const GreyImage& image) try {
 
 namespace {
 
-// Then the polygon holds a pixel of the picture, as long as it has an extent.
-bool HasCornerIn(const std::vector<int>& points, const GreyImage& image) {
-  bool isIn = false;
-  for (size_t i = 0; i < points.size(); i += 2) {
-    const int x = points[i], y = points[i + 1];
-    isIn = isIn || (x >= 0 && y >= 0 && x < image.width && y < image.height);
-  }
-  return isIn && BoundaryLength(points) > 0;
-}
-
-// The pixels of all blobs of ones, whose mean over the region is known. Where there is no memory,
-// labelling finds none.
-int64_t LabelOnes(RLERegion* region, const GreyImage& image, double mean) {
-  IxGrayBlobLabel(&image, region, 1, 1);
-  if (mean > 0 && IxGetBlobCount(region) == 0) throw OutOfMemory("labelling");
+// The pixels of all blobs of ones.
+int64_t LabelOnes(RLERegion* region, const GreyImage& image) {
+  CallExports([&] { IxGrayBlobLabel(&image, region, 1, 1); });
   int64_t pixels = 0;
   for (int n = 0; n < IxGetBlobCount(region); ++n) pixels += IxGetnBlobArea(region, n);
   return pixels;
@@ -136,9 +123,9 @@ double LabelAll(RLERegion* region, const GreyImage& image, const GreyImage& bina
   MakeBinary(image, {0, 255}, full);
   const double ones = IxGetnRegionGrayMean(&binary, region);
   const double share = IxGetnRegionGrayMean(&full, region);
-  const auto inside = static_cast<double>(LabelOnes(region, full, share));
+  const auto inside = static_cast<double>(LabelOnes(region, full));
   const int64_t expected = share > 0 ? std::llround(ones / share * inside) : 0;
-  const int64_t labelled = LabelOnes(region, binary, ones);
+  const int64_t labelled = LabelOnes(region, binary);
   if (labelled < expected) {
     throw Failure(
         "too many blobs: labelling takes 50000 of them, in 300000 runs; narrow the band or the "
@@ -203,18 +190,13 @@ std::vector<FoundBlob> BlobFinder::Find(const GreyImage& image, const BlobQuery&
   TurnClockwise(outline);
   MakeBinary(image, band_, binary_);
   if (query.fillHoles) FillHoles(region_, binary_, 1);
-  IxPointToRegion(region_, outline.data(), static_cast<int>(outline.size() / 2));
+  CallExports(
+      [&] { IxPointToRegion(region_, outline.data(), static_cast<int>(outline.size() / 2)); });
   share_ = LabelAll(region_, image, binary_);
-  if (!(share_ > 0)) {
-    if (HasCornerIn(outline, image)) throw OutOfMemory("a region");
-    throw NoPixelInPolygon(image.width, image.height);
-  }
+  if (!(share_ > 0)) throw NoPixelInPolygon(image.width, image.height);
   found_ = 0;
   // Where nothing was labelled, the features of the image before would stay.
-  if (!IxComputeAllBlobFeature(region_)) {
-    if (IxGetBlobCount(region_) > 0) throw OutOfMemory("the features of blobs");
-    return {};
-  }
+  if (!CallExports([&] { return IxComputeAllBlobFeature(region_); })) return {};
   const std::vector<BlobFeature> all = SelectedBlobs(region_);
   SelectBlobs(query.selection, region_);
   const std::vector<BlobFeature> selected = SelectedBlobs(region_);

@@ -65,8 +65,10 @@ EdgeMatch FindEdges(const GreyImage& image, const GeoMatchTool& tool, const Edge
   int position[2] = {-1, -1};
   const bool anyAngle = query.lowest && query.highest;
   Pose pose = {};
-  pose.degrees = IxFindGeoMatchModel(&image, &tool, query.minScore, query.greediness, position,
-                                     query.highest.value_or(0), query.lowest.value_or(0), anyAngle);
+  pose.degrees = CallExports([&] {
+    return IxFindGeoMatchModel(&image, &tool, query.minScore, query.greediness, position,
+                               query.highest.value_or(0), query.lowest.value_or(0), anyAngle);
+  });
   pose.x = position[0];
   pose.y = position[1];
   const double score = position[0] < 0 ? 0 : Agreement(image, *tool.model, pose);

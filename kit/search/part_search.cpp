@@ -67,8 +67,7 @@ void DrawMask(const std::string& name, const GreyImage& pattern, const PartMask&
       throw Failure("'" + name + "' has " + SizeText(pattern.width, pattern.height) +
                     " pixels, its mask " + SizeText(mask.picture->width, mask.picture->height));
     }
-    drawn.CopyFrom(mask.picture);
-    RequirePixels(drawn);
+    CopyPicture(*mask.picture, drawn);
   } else {
     drawn.Create(pattern.width, pattern.height);
     RequirePixels(drawn);

@@ -22,8 +22,10 @@ std::vector<NccResult> FindWith(const Image& image, NccTool* tool, const Pattern
                                 Find find) {
   const bool anyAngle = !query.angle.empty();
   const double lowest = anyAngle ? query.angle[0] : 0, highest = anyAngle ? query.angle[1] : 0;
-  const int count = find(&image, tool, query.minScore, highest, lowest, query.scale[1],
-                         query.scale[0], anyAngle, query.most);
+  const int count = CallExports([&] {
+    return find(&image, tool, query.minScore, highest, lowest, query.scale[1], query.scale[0],
+                anyAngle, query.most);
+  });
   std::vector<NccResult> matches(static_cast<size_t>(count));
   for (int i = 0; i < count; ++i) IxGetNCCMatchResults(tool, i, &matches[static_cast<size_t>(i)]);
   return matches;

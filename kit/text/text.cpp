@@ -119,6 +119,13 @@ std::string JsonText(const nlohmann::ordered_json& json, int indent) try {
   throw OutOfMemory("JSON");
 }
 
+bool Says(const nlohmann::ordered_json& object, const char* field, std::string_view text) {
+  if (!object.is_object()) return false;
+  const auto found = object.find(field);
+  return found != object.end() && found->is_string() &&
+         found->get_ref<const std::string&>() == text;
+}
+
 std::string DidYouMean(std::string_view word, const std::vector<std::string>& known) try {
   constexpr size_t kLongest = 60;
   const std::string* best = nullptr;

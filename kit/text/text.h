@@ -23,6 +23,10 @@ bool IsUtf8(std::string_view text);
 // become U+FFFD.
 std::string JsonText(const nlohmann::ordered_json& json, int indent = -1);
 
+// Whether the field is there and is this text. The JSON library's == would make a value of the
+// text, and end the program where there is no memory for it.
+bool Says(const nlohmann::ordered_json& object, const char* field, std::string_view text);
+
 // "; did you mean 'otsu'?" where one of the words is near; nothing otherwise.
 std::string DidYouMean(std::string_view word, const std::vector<std::string>& known);
 

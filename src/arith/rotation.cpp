@@ -261,7 +261,8 @@ void RotateImage(const Kernels& kernels, Sampling sampling, const GreyImage& sou
   if (&result != &source) return RotateInto(kernels, sampling, source, result, angle);
   GreyImage copy;
   copy.CopyFrom(&source);
-  if (HasPixels(&copy)) RotateInto(kernels, sampling, copy, result, angle);
+  if (!HasPixels(&copy)) return NoteLackOfMemory();
+  RotateInto(kernels, sampling, copy, result, angle);
 }
 
 }  // namespace quillon

@@ -5,13 +5,15 @@
 #include <new>
 #include <utility>
 
+#include "core/buffer.h"
+
 namespace quillon {
 namespace {
 
 // Zero from the start: what no labelling wrote yet reads as an empty blob, run or feature.
 template <class Record>
 bool MakeTable(Record*& table, int capacity) {
-  table = static_cast<Record*>(std::calloc(static_cast<size_t>(capacity), sizeof(Record)));
+  table = static_cast<Record*>(OrNote(std::calloc(static_cast<size_t>(capacity), sizeof(Record))));
   return table != nullptr;
 }
 
@@ -22,7 +24,7 @@ void DestroyDisplay(RLERegion& region) {
 }  // namespace
 
 RLERegion* CreateRegion() {
-  auto* region = new (std::nothrow) RLERegion{};
+  auto* region = OrNote(new (std::nothrow) RLERegion{});
   if (!region) return nullptr;
   const bool complete = MakeTable(region->blobs, kMaxLabels) && MakeTable(region->runs, kMaxRuns) &&
                         MakeTable(region->features, kMaxFeatures) &&
@@ -47,8 +49,10 @@ void DestroyRegion(RLERegion* region) {
 void AssignImageToRegion(RLERegion& region, const GreyImage& image) {
   DestroyDisplay(region);
   region.assignedImage = &image.bitmap;
-  region.displayImage = new (std::nothrow) ColourImage;
-  if (region.displayImage) region.displayImage->Create(image.width, image.height);
+  region.displayImage = OrNote(new (std::nothrow) ColourImage);
+  if (!region.displayImage) return;
+  region.displayImage->Create(image.width, image.height);
+  if (image.bits) OrNote(region.displayImage->bits);
 }
 
 }  // namespace quillon

@@ -64,6 +64,7 @@ bool ReplaceCoefficients(GreyImage& image) {
   auto* block = static_cast<double*>(std::calloc(2 * kCubicTerms, sizeof(double)));
   auto** rows = static_cast<double**>(std::malloc(kCubicTerms * sizeof(double*)));
   if (!block || !rows) {
+    NoteLackOfMemory();
     std::free(block);
     std::free(rows);
     return false;
@@ -108,6 +109,7 @@ bool ReplaceMap(GreyImage& image) {
   auto* map = static_cast<int32_t*>(std::calloc(static_cast<size_t>(height), rowBytes));
   auto** rows = static_cast<int32_t**>(std::malloc(static_cast<size_t>(height) * sizeof(int32_t*)));
   if (!map || !rows) {
+    NoteLackOfMemory();
     std::free(map);
     std::free(rows);
     return false;

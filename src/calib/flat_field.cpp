@@ -6,6 +6,7 @@
 #include <cstdlib>
 
 #include "calib/parameter_file.h"
+#include "core/buffer.h"
 #include "point/lookup_kernels.h"
 #include "simd/kernels.h"
 
@@ -29,7 +30,7 @@ uint8_t Corrected(int level, double gain) {
 // A new table of zeros in the image's slot, or none.
 double* ReplaceTable(GreyImage& image) {
   std::free(image.flatFieldTable);
-  image.flatFieldTable = static_cast<double*>(std::calloc(kLevels, sizeof(double)));
+  image.flatFieldTable = static_cast<double*>(OrNote(std::calloc(kLevels, sizeof(double))));
   return image.flatFieldTable;
 }
 

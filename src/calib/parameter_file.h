@@ -1,8 +1,11 @@
 // The calibration files: little-endian words and doubles, one after another.
 #pragma once
 
+#include <cerrno>
 #include <cstdint>
 #include <cstdio>
+
+#include "core/buffer.h"
 
 namespace quillon {
 
@@ -10,7 +13,9 @@ class ParameterFile {
  public:
   // Modes as for fopen. A null name is a file that cannot be opened.
   ParameterFile(const char* name, const char* mode)
-      : file_(name ? std::fopen(name, mode) : nullptr) {}
+      : file_(name ? std::fopen(name, mode) : nullptr) {
+    if (name && !file_ && errno == ENOMEM) NoteLackOfMemory();
+  }
   ~ParameterFile() {
     if (file_) std::fclose(file_);
   }

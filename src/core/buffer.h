@@ -12,7 +12,19 @@
 #include <type_traits>
 #include <utility>
 
+#include "quillon/memory_note.h"
+
 namespace quillon {
+
+// Notes for the host that an allocation failed.
+inline void NoteLackOfMemory() { errno = kNoMemoryNote; }
+
+// What was allocated; where that is nothing, it is noted.
+template <class T>
+T* OrNote(T* block) {
+  if (!block) NoteLackOfMemory();
+  return block;
+}
 
 template <class T>
 class Buffer {
@@ -24,9 +36,12 @@ class Buffer {
   Buffer() = default;
   // Uninitialised; null when the memory is not there or the size does not fit.
   explicit Buffer(size_t count) {
-    if (count > kMaxBytes / sizeof(T)) return;
     const size_t bytes = count > 0 ? count * sizeof(T) : 1;
-    data_ = static_cast<T*>(::operator new (bytes, std::align_val_t{kAlignment}, std::nothrow));
+    void* block = nullptr;
+    if (count <= kMaxBytes / sizeof(T)) {
+      block = ::operator new (bytes, std::align_val_t{kAlignment}, std::nothrow);
+    }
+    data_ = static_cast<T*>(OrNote(block));
     if (data_) size_ = count;
   }
   static Buffer Zeroed(size_t count) {

@@ -3,6 +3,8 @@
 #include <cstring>
 #include <utility>
 
+#include "core/buffer.h"
+
 namespace quillon {
 namespace {
 
@@ -19,6 +21,12 @@ bool KeepStore(CImage<Pixel>& image, int width, int height) {
 }
 
 template <class Pixel>
+bool WasCreated(const CImage<Pixel>& image) {
+  if (!HasPixels(&image)) NoteLackOfMemory();
+  return HasPixels(&image);
+}
+
+template <class Pixel>
 void ClearPadding(CImage<Pixel>& image) {
   const size_t used = static_cast<size_t>(image.width) * sizeof(Pixel);
   const size_t padding = static_cast<size_t>(image.stride) - used;
@@ -31,7 +39,7 @@ void ClearPadding(CImage<Pixel>& image) {
 template <class Pixel>
 bool RecreateForOverwrite(CImage<Pixel>& image, int width, int height) {
   if (!KeepStore(image, width, height)) image.CreateForOverwrite(width, height);
-  if (!HasPixels(&image)) return false;
+  if (!WasCreated(image)) return false;
   ClearPadding(image);
   return true;
 }
@@ -43,7 +51,7 @@ bool RecreateZeroed(CImage<Pixel>& image, int width, int height) {
   } else {
     image.Create(width, height);
   }
-  return HasPixels(&image);
+  return WasCreated(image);
 }
 
 void SwapPixels(GreyImage& a, GreyImage& b) {

@@ -1,6 +1,7 @@
 // Exports: template matching.
 #include <new>
 
+#include "core/buffer.h"
 #include "exports/guards.h"
 #include "ncc/correlation.h"
 #include "ncc/model.h"
@@ -20,7 +21,7 @@ int Find(const CImage<Pixel>& image, NccTool& tool, const SearchLimits& limits) 
 
 }  // namespace
 
-NccTool* IxCreateNCCTool() { return new (std::nothrow) NccTool; }
+NccTool* IxCreateNCCTool() { return OrNote(new (std::nothrow) NccTool); }
 
 void IxDestroyNCCModel(NccTool* tool) { delete tool; }
 

@@ -37,7 +37,7 @@ GeoOwnedLevel::Components GeoOwnedLevel::Writable() {
 }
 
 GeoMatchTool* ConstructGeoTool() {
-  auto* tool = new (std::nothrow) GeoTaughtTool;
+  auto* tool = OrNote(new (std::nothrow) GeoTaughtTool);
   if (tool) tool->model = &tool->levels[0];
   return tool;
 }

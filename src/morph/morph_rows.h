@@ -60,7 +60,8 @@ class WindowedRows : public Rows {
 // A new stage; null when it, or a stage before it, finds no memory.
 template <class Stage, class... Arguments>
 std::unique_ptr<Stage> Make(Arguments&&... arguments) {
-  std::unique_ptr<Stage> stage(new (std::nothrow) Stage(std::forward<Arguments>(arguments)...));
+  std::unique_ptr<Stage> stage(
+      OrNote(new (std::nothrow) Stage(std::forward<Arguments>(arguments)...)));
   if (stage && !stage->IsReady()) stage.reset();
   return stage;
 }

@@ -139,7 +139,7 @@ TEST_F(Find, TellsWhatIsWrong) {
        {"part.png", "polygon leave is smaller than 6 x 6"}},
       {{"teach", part_, kept, "--region", "40", "9", "30", "30"},
        1,
-       {"part.png", "64 x 64", "30 x 30 from column 40, row 9 reach beyond"}},
+       {"--region", "part.png", "ends at column 70, row 39", "64 x 64"}},
       {{"find", model_, scene_, "--polygon", "9,9", "50,9", "9,50"}, 1, {"part.model", "a model"}},
   };
   for (const auto& c : cases) {

@@ -116,7 +116,7 @@ READ_ONLY.setflags(write=False)
     (lambda: quillon.get_hsi_point(COLOR, 16, 0), IndexError,
      "(x, y): a pixel of the image is wanted, this is (16, 0)"),
     (lambda: quillon.pyramid(GRAY), ValueError,
-     "nothing came out; the picture may be too small, or memory short"),
+     "nothing came out; the picture may be too small"),
     (lambda: quillon.Region().set_polygon([]), ValueError,
      "points: an array of shape (n, 2) is wanted, this is one of (0,)"),
     (lambda: quillon.Region().set_polygon([(0.5, 1), (2, 3)]), TypeError,

@@ -1,25 +1,25 @@
-// The kit while memory runs out: texts, files, images, measuring, searches, samples and pages,
-// again and again, with the n-th allocation failing, and with all from the n-th on. Each call says
-// that memory ended, by the kit's own error, or gives what it gives with memory, and leaves nothing
-// behind.
-#include <gtest/gtest.h>
-
-#include <cmath>
-#include <filesystem>
+// The kit's rooms while memory runs out: texts, files, images, measuring, searches, calibration,
+// boards, samples and reports. Each call says that memory ended, by the kit's own error, or gives
+// what it gives with memory; and it leaves nothing behind.
 #include <nlohmann/json.hpp>
-#include <optional>
 #include <ostream>
 #include <streambuf>
 
-#include "kit/errors.h"
+#include "kit/boards/board_inspector.h"
+#include "kit/boards/good_boards.h"
+#include "kit/calibration/camera.h"
+#include "kit/calibration/dots.h"
+#include "kit/calibration/flat_field.h"
+#include "kit/calibration/lens.h"
+#include "kit/calibration/rectifier.h"
+#include "kit/calibration/shading.h"
 #include "kit/files/files.h"
-#include "kit/images/image_files.h"
 #include "kit/measure/caliper.h"
+#include "kit/measure/contour.h"
 #include "kit/measure/fit.h"
 #include "kit/report/report.h"
 #include "kit/samples/dot_grid.h"
 #include "kit/samples/sample_board.h"
-#include "kit/samples/tray.h"
 #include "kit/search/blob_search.h"
 #include "kit/search/blob_shape.h"
 #include "kit/search/edge_search.h"
@@ -27,150 +27,10 @@
 #include "kit/search/pattern_search.h"
 #include "kit/text/numbers.h"
 #include "kit/text/text.h"
-#include "reliability/inside/failing_allocations.h"
+#include "reliability/inside/kit_memory.h"
 
-namespace quillon::kit {
+namespace quillon::kit::test {
 namespace {
-
-using test::FailAllocation;
-using test::FailAllocationsFrom;
-using test::LiveBlocks;
-using test::StopFailing;
-
-// What one attempt came to: the result, or the message of an error of the kit's.
-template <class Result>
-struct Attempt {
-  std::optional<Result> result;
-  std::string failure;
-  bool lacksMemory = false;
-};
-
-template <class Call>
-auto Try(Call& call, void (*fail)(int n), int n) {
-  Attempt<decltype(call())> attempt;
-  std::string message(400, ' ');  // where the message finds room without asking for any
-  message.clear();
-  fail(n);
-  try {
-    attempt.result.emplace(call());
-  } catch (const Failure& failure) {
-    message = failure.what();
-  } catch (const std::exception& error) {
-    message = "not the kit's own error: ";
-    message += error.what();
-  }
-  attempt.lacksMemory = StopFailing();
-  attempt.failure = message;
-  return attempt;
-}
-
-enum class But {
-  kNothing,
-  kKeepsMemory,   // it works on an object that lives on, and so may hold more or less than before
-  kFindsNothing,  // the library's search answers as if nothing were there, and nothing tells
-  kMakesJson,     // values of the JSON library were seen to leak where they could not be made
-};
-
-// Of each call so many allocations fail in turn, and of the others more and more rarely one.
-#ifdef QUILLON_SANITIZED
-constexpr int kAll = 5;  // each takes long there
-#else
-constexpr int kAll = 50;
-#endif
-
-template <class Call>
-void EndsWell(const std::string& name, Call call, But but = But::kNothing) {
-  const auto reference = call();
-  for (auto fail : {FailAllocation, FailAllocationsFrom}) {
-    for (int n = 1;; n += 1 + n / kAll) {
-      const std::string where = name + ", allocation " + std::to_string(n) +
-                                (fail == FailAllocation ? "" : " and all after it");
-      const long before = LiveBlocks();
-      bool isOver, endsWell;
-      {
-        const auto attempt = Try(call, fail, n);
-        isOver = !attempt.lacksMemory;
-        if (attempt.result) {
-          const bool isForgiven =
-              but == But::kFindsNothing && !isOver && *attempt.result == decltype(call())();
-          endsWell = isForgiven || *attempt.result == reference;
-          EXPECT_TRUE(endsWell) << where << ": " << testing::PrintToString(*attempt.result)
-                                << " instead of " << testing::PrintToString(reference);
-        } else {
-          endsWell = !isOver && attempt.failure.find("memory") != std::string::npos;
-          EXPECT_TRUE(endsWell) << where << ": " << attempt.failure;
-        }
-      }
-      if (!endsWell) return;
-      const bool mayKeep = but == But::kKeepsMemory || but == But::kMakesJson;
-      if (!mayKeep && LiveBlocks() != before) {
-        ADD_FAILURE() << where << ": leaks";
-        return;
-      }
-      if (isOver) break;
-    }
-  }
-}
-
-// ---- results in a number each
-// --------------------------------------------------------------------
-
-template <class Things, class Value>
-double Sum(const Things& things, Value value) {
-  double sum = static_cast<double>(things.size());
-  for (const auto& thing : things) sum += static_cast<double>(std::invoke(value, thing));
-  return sum;
-}
-
-double Greys(const GreyImage& image) {
-  double sum = image.width;
-  for (int y = 0; image.bits && y < image.height; ++y) {
-    for (int x = 0; x < image.width; ++x) sum = sum * 1.0000001 + image.rows[y][x];
-  }
-  return sum;
-}
-double Greys(const ColourImage& image) {
-  double sum = image.width;
-  for (int y = 0; image.bits && y < image.height; ++y) {
-    for (int x = 0; x < 3 * image.width; ++x) sum = sum * 1.0000001 + image.rows[y][x];
-  }
-  return sum;
-}
-
-constexpr auto kX = [](const Point& point) { return point.x; };
-
-// ---- what is worked on
-// ---------------------------------------------------------------------------
-
-class KitMemory : public testing::Test {
- protected:
-  KitMemory() {
-    std::filesystem::create_directories(folder);
-    std::filesystem::current_path(folder);
-    std::vector<DrawnPart> parts;
-    DrawTray(3, 200, 150, colour, parts);
-    IxColorToGray(&colour, &grey);
-    DrawBracket(colourPattern);
-    IxColorToGray(&colourPattern, &pattern);
-    WriteImage(picture, colour);
-    WriteImage("pattern.png", pattern);
-    for (double at : {0.0, 1.0, 2.0, 3.0, 4.0, 5.0, 6.0}) {
-      points.push_back({20 + 10 * std::cos(at), 30 + 10 * std::sin(at)});
-    }
-  }
-  ~KitMemory() override {
-    std::filesystem::current_path(before);
-    std::filesystem::remove_all(folder);
-  }
-
-  // Names are short, and so take no memory where the test itself copies them.
-  const std::filesystem::path before = std::filesystem::current_path();
-  const std::string folder = testing::TempDir() + "quillon_kit_memory";
-  const std::string picture = "tray.png";
-  ColourImage colour, colourPattern;
-  GreyImage grey, pattern;
-  std::vector<Point> points;
-};
 
 TEST_F(KitMemory, TextsAndFiles) {
   EndsWell("Visible", [] { return Visible("a name that is longer than a short one\x1b[0m"); });
@@ -180,7 +40,7 @@ TEST_F(KitMemory, TextsAndFiles) {
   });
   EndsWell(
       "JsonText",
-      [json = nlohmann::ordered_json::parse(R"({"a": [1, 2.5, "three of them \u0001"]})")] {
+      [json = Json::parse(R"({"a": [1, 2.5, "three of them \u0001"]})")] {
         return JsonText(json, 2);
       },
       But::kMakesJson);
@@ -230,6 +90,7 @@ TEST_F(KitMemory, Measuring) {
   EndsWell("EdgesAround", [&] {
     return Sum(EdgesAround(grey, {{90, 70}, 5, 60}, 12, 5, one), kX);
   });
+  EndsWell("FindContours", [&] { return Sum(FindContours(grey, 124, 20), &Contour::Length); });
   EndsWell("FitLine", [&] { return FitLine(points, 3)->length; });
   EndsWell("FitCircle", [&] { return FitCircle(points, 3)->width; });
   EndsWell("FitEllipse", [&] { return FitEllipse(points, 3)->width; });
@@ -255,18 +116,14 @@ TEST_F(KitMemory, Searching) {
   EndsWell("TeachEdges", [&] { return TeachEdges(name, pattern, 20, 60) != nullptr; });
   const EdgeTool edges = TeachEdges(name, pattern, 20, 60);
   const EdgeQuery some = {.minScore = 0.3, .greediness = 0.8, .lowest = -5, .highest = 5};
-  EndsWell(
-      "FindEdges, a part", [&] { return FindEdges(grey, *edges, some).score; }, But::kFindsNothing);
+  EndsWell("FindEdges, a part", [&] { return FindEdges(grey, *edges, some).score; });
   const PatternQuery matches = {.minScore = 0.3, .angle = {-5, 5}, .scale = {1, 1}, .most = 5};
   const auto match = [&](const auto& image, const auto& taught) {
-    EndsWell(
-        "FindPattern",
-        [&] {
-          const PatternTool tool = TeachPattern(name, taught, false);
-          ChooseStartLevel(name, 1, {}, tool.get());
-          return Sum(FindPattern(image, tool.get(), matches), &NccResult::score);
-        },
-        But::kFindsNothing);
+    EndsWell("FindPattern", [&] {
+      const PatternTool tool = TeachPattern(name, taught, false);
+      ChooseStartLevel(name, 1, {}, tool.get());
+      return Sum(FindPattern(image, tool.get(), matches), &NccResult::score);
+    });
   };
   match(grey, pattern);
   match(colour, colourPattern);
@@ -289,7 +146,113 @@ TEST_F(KitMemory, Searching) {
   }
 }
 
-TEST_F(KitMemory, Samples) {
+TEST_F(KitMemory, Calibration) {
+  // Three views of a board of 5 x 4 points.
+  std::vector<BoardView> views;
+  for (double tilt : {0.1, 0.4, -0.3}) {
+    BoardView view;
+    view.name = "view";
+    const BoardPlace place = {{tilt, 0.2 - tilt, tilt / 3}, {-2, -1.5, 12 + tilt}};
+    for (int row = 0; row < 4; ++row) {
+      for (int column = 0; column < 5; ++column) {
+        const Point seen = place.Seen(column, row);
+        view.points.push_back({Lens{400, 400, 160, 120}.Project(seen.x, seen.y), column, row});
+      }
+    }
+    views.push_back(view);
+  }
+  Camera camera = FitCamera(views, {320, 240});
+  camera.square = 5;
+  camera.unit = "mm";
+  const std::string file = std::string("camera.json"), list = std::string("points.csv");
+  WriteFile(file, CameraText(camera, views));
+  std::vector<Point> centres;
+  GreyImage large;
+  DrawDotGrid(900, 900, large, centres);
+  std::string lines;
+  for (const Point& centre : centres) {
+    lines += std::to_string(std::lround(centre.x)) + "," + std::to_string(std::lround(centre.y));
+    lines += '\n';
+  }
+  WriteFile(list, lines);
+  GreyImage chessboard, dots;
+  chessboard.Create(140, 120);
+  dots.Create(140, 120);
+  for (int y = 0; y < 120; ++y) {
+    for (int x = 0; x < 140; ++x) {
+      const bool isInside = x >= 10 && x < 130 && y >= 10 && y < 110;
+      chessboard.rows[y][x] = isInside && ((x - 10) / 20 + (y - 10) / 20) % 2 ? 30 : 220;
+      dots.rows[y][x] = std::hypot((x + 5) % 20 - 9.5, (y + 5) % 20 - 9.5) < 5 ? 30 : 220;
+    }
+  }
+  const auto x = [](const BoardPoint& point) { return point.at.x; };
+  EndsWell("ViewOfChessboard",
+           [&] { return Sum(ViewOfChessboard("view", chessboard, kAnyBoard).points, x); });
+  EndsWell("ViewOfDots", [&] { return Sum(ViewOfDots("view", dots, kAnyBoard).points, x); });
+  EndsWell("FitCamera", [&] { return FitCamera(views, {320, 240}).lens.fx; });
+  EndsWell(
+      "CameraText", [&] { return CameraText(camera, views); }, But::kMakesJson);
+  GreyImage image;
+  image.Create(320, 240);
+  EndsWell(
+      "Rectifier",
+      [&] {
+        GreyImage rectified;
+        Rectifier(file).Apply(image, rectified);
+        return Greys(rectified);
+      },
+      But::kMakesJson);
+  const std::string lens = std::string("lens.dat");
+  EndsWell(
+      "FitLens",
+      [&] {
+        return FitLens(list, {.step = {kGridStep, kGridStep}, .size = {900, 900}}, lens).rms;
+      },
+      But::kMakesJson);
+  EndsWell(
+      "LensCorrection",
+      [&] {
+        GreyImage corrected;
+        LensCorrection(lens).Apply(large, corrected);
+        return Greys(corrected);
+      },
+      But::kMakesJson);
+  EndsWell(
+      "ShadingCorrection",
+      [&, name = std::string("shading")] {
+        MeanPicture dark, white;
+        GreyImage black, corrected;
+        black.Create(140, 120);
+        if (!black.bits) throw OutOfMemory("the test's own picture");
+        dark.Add("dark", black);
+        white.Add("white", dots);
+        WriteFile(name, ShadingText(FitShading(dark, white, {}).shading));
+        ShadingCorrection(name).Apply(dots, corrected);
+        return Greys(corrected);
+      },
+      But::kMakesJson);
+  const std::string light = std::string("light.dat");
+  EndsWell(
+      "MakeFlatField",
+      [&] {
+        GreyImage copy;
+        copy.CopyFrom(&grey);
+        if (!copy.bits) throw OutOfMemory("the test's own copy");
+        MakeFlatField(copy, 128, {10, 100, 10, 100}, light);
+        return true;
+      },
+      But::kMakesJson);
+  EndsWell(
+      "FlatFieldCorrection",
+      [&] {
+        GreyImage corrected;
+        FlatFieldCorrection(light).Apply(grey, corrected);
+        return Greys(corrected);
+      },
+      But::kMakesJson);
+}
+
+TEST_F(KitMemory, BoardsAndSamples) {
   EndsWell("SampleBoard", [] {
     GreyImage board;
     const auto defects = SampleBoard(2, 200, 200).DrawTested(2, board);
@@ -307,6 +270,28 @@ TEST_F(KitMemory, Samples) {
     DrawDotGrid(120, 90, grid, centres);
     return Greys(grid) + Sum(centres, kX);
   });
+  const SampleBoard drawn(2, 200, 200);
+  GreyImage good, tested;
+  drawn.DrawGood(good);
+  drawn.DrawTested(2, tested, {.x = 2, .degrees = 0.3});
+  const auto inspect = [&](BoardInspector& inspector) {
+    inspector.Teach(good);
+    inspector.AddGood(good);
+    const auto [registration, defects] = inspector.Inspect(tested);
+    double pixels = 0;
+    for (const Defect& defect : defects) pixels += Sum(inspector.Pixels(defect, defect.Kind()), kX);
+    return Sum(defects, &Defect::left) + registration.tiles + pixels;
+  };
+  EndsWell("BoardInspector", [&] {
+    BoardInspector inspector;
+    return inspect(inspector);
+  });
+  BoardInspector kept;
+  EndsWell(
+      "BoardInspector again", [&] { return inspect(kept); }, But::kKeepsMemory);
+  const std::vector<std::string> paths = {"b_good.png"};
+  EndsWell("GoodBoards",
+           [&, name = std::string("b_tested.png")] { return GoodBoards(paths).Of(name).size(); });
 }
 
 // Takes a text of some length without asking for memory.
@@ -351,4 +336,4 @@ TEST_F(KitMemory, Reports) {
 }
 
 }  // namespace
-}  // namespace quillon::kit
+}  // namespace quillon::kit::test
