@@ -220,7 +220,7 @@ QUILLON_BY_HALVES_2(SubSaturate)
 QUILLON_BY_HALVES_2(Average)
 
 // MergeBytes of unsigned lanes of any value, those above 255 as 255.
-QUILLON_BY_HALVES_2(MergeClamped)
+QUILLON_BY_HALVES_2(MergeSaturated)
 
 // The high half of each product of 16-bit lanes, both signed or both unsigned. Signed ones are
 // cheaper on some processors, most so where b is the same in a whole loop.

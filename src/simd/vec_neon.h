@@ -16,7 +16,7 @@ QUILLON_INLINE U8<16> SubSaturate(U8<16> a, U8<16> b) {
 QUILLON_INLINE U8<16> Average(U8<16> a, U8<16> b) {
   return BitCast<U8<16>>(vrhaddq_u8(BitCast<uint8x16_t>(a), BitCast<uint8x16_t>(b)));
 }
-QUILLON_INLINE U8<16> MergeClamped(U16<8> even, U16<8> odd) {
+QUILLON_INLINE U8<16> MergeSaturated(U16<8> even, U16<8> odd) {
   return MergeBytes(Min(even, U16<8>{} + 255), Min(odd, U16<8>{} + 255));
 }
 // Pairs of columns go down in 16 bits each.

@@ -340,7 +340,7 @@ QUILLON_INLINE V ShiftRight(V v, int bits) {
 }
 
 template <class V>
-QUILLON_INLINE U8<sizeof(V)> MergeClamped(V even, V odd) {
+QUILLON_INLINE U8<sizeof(V)> MergeSaturated(V even, V odd) {
 #if QUILLON_AVX2
   return MergeBytes(Min(even, V{} + 255), Min(odd, V{} + 255));
 #else

@@ -103,7 +103,7 @@ const char* CheckWords() {
   const auto u = RandomLanes<uint16_t, kWords>(0, 65535),
              v = RandomLanes<uint16_t, kWords>(0, 65535);
   const auto few = u >> 7;  // half of these are above 255
-  QUILLON_HOLDS(Holds(MergeClamped(few, v),
+  QUILLON_HOLDS(Holds(MergeSaturated(few, v),
                       [&](int i) { return Clamped((i % 2 ? v : few)[i / 2], 0, 255); }));
   QUILLON_HOLDS(Holds(MulHigh(u, v), [&](int i) { return (uint32_t{u[i]} * v[i]) >> 16; }));
   QUILLON_HOLDS(Holds(MulHigh(a, b), [&](int i) { return a[i] * b[i] >> 16; }));
