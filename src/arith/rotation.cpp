@@ -159,10 +159,15 @@ void TurnRows(const Kernels& kernels, const Turn& turn, Buffer<PlannedRow>& rows
   const auto turnRow = turn.sampling == Sampling::kNearest ? kernels.rotation.NearestRow
                                                            : kernels.rotation.BilinearRow;
   const bool isCached = int64_t{at.stride} * turn.source.height <= kCachedBytes;
-  for (int y = 0; y < height; ++y) {
-    const Columns covered = rows[y].covered;
-    std::memset(result.rows[y], 0, static_cast<size_t>(covered.first));
-    std::memset(result.rows[y] + covered.end, 0, static_cast<size_t>(width - covered.end));
+  // Clearing a small result as a whole takes less than two calls a row.
+  if (isCached && result.stride == width) {
+    std::memset(result.bits, 0, static_cast<size_t>(result.imageSize));
+  } else {
+    for (int y = 0; y < height; ++y) {
+      const Columns covered = rows[y].covered;
+      std::memset(result.rows[y], 0, static_cast<size_t>(covered.first));
+      std::memset(result.rows[y] + covered.end, 0, static_cast<size_t>(width - covered.end));
+    }
   }
   // A strip of columns is turned from top to bottom before the next one: where rows become columns,
   // what it reads stays in the first cache from row to row.

@@ -95,12 +95,16 @@ void NearestRow(const RotatedRow& given, uint8_t* out, int first, int end) {
       for (int i = 0; i < count; ++i) exactPixel(x + i);
       continue;
     }
-    int i = 0;
-    for (; i <= count - kGroup; i += kGroup) {
-      Store(out + x + i, JoinLowHalves(LoadEight(row.start, run.offsets + i),
-                                       LoadEight(row.start, run.offsets + i + 8)));
+    if (count < kGroup) {
+      for (int i = 0; i < count; ++i) out[x + i] = row.start[run.offsets[i]];
+      continue;
     }
-    for (; i < count; ++i) out[x + i] = row.start[run.offsets[i]];
+    // The last group overlaps the one before: how many pixels are left, processors cannot foresee.
+    for (int i = 0; i < count; i += kGroup) {
+      const int at = i <= count - kGroup ? i : count - kGroup;
+      Store(out + x + at, JoinLowHalves(LoadEight(row.start, run.offsets + at),
+                                        LoadEight(row.start, run.offsets + at + 8)));
+    }
   }
 }
 
