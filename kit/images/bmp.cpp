@@ -81,13 +81,6 @@ struct Table {
   Bytes bytes;
   size_t entry;    // bytes of a colour
   uint32_t count;  // of colours
-
-  bool IsGrey() const {
-    for (size_t at = 0; at < bytes.size(); at += entry) {
-      if (bytes[at] != bytes[at + 1] || bytes[at] != bytes[at + 2]) return false;
-    }
-    return true;
-  }
 };
 
 Table ReadTable(const Fields& file, const Header& header) {
@@ -181,9 +174,8 @@ Raster DecodeBmp(Bytes bytes, int64_t maxPixels) {
     raster.transparency = Transparency::kStraight;
   }
   if (header.bits <= 8) {
-    // A grey picture stays one: the weights of the colours add up to less than 1.
     const Table table = ReadTable(file, header);
-    raster.isColour = !table.IsGrey();
+    raster.isColour = !IsGreyTable(table.bytes, table.entry);
     AllocateSamples(raster);
     ReadIndexed(file, header, table, stride, raster);
   } else {

@@ -43,6 +43,7 @@ struct Chunks {
   int64_t data = 0;              // bytes of compressed pixels
   unsigned significantBits = 0;  // 0: the file does not say
   int orientation = 1;
+  bool namesGreys = false;  // pixels name entries of a table of greys
 };
 
 Chunks ReadChunks(const Fields& file) {
@@ -64,6 +65,8 @@ Chunks ReadChunks(const Fields& file) {
       chunks.colour = content[9];
     } else if (name == Name("IDAT")) {
       chunks.data += size;
+    } else if (name == Name("PLTE")) {
+      chunks.namesGreys = chunks.colour == 3 && IsGreyTable(content, 3);
     } else if (name == Name("sBIT")) {
       for (unsigned char bits :
            content.first(std::min<size_t>(size, (chunks.colour & 2) ? 3 : 1))) {
@@ -96,6 +99,20 @@ bool IsAtTheBottom(const Raster& raster, unsigned bits) {
   return isBelow && !isFilled;
 }
 
+// The decoder gives the three colours of each entry; where they are the same, one is enough.
+void KeepOneColour(Raster& raster) {
+  const int from = raster.SamplesAPixel();
+  raster.isColour = false;
+  const int to = raster.SamplesAPixel();
+  unsigned char* samples = raster.samples.get();
+  const auto pixels = static_cast<size_t>(raster.width) * static_cast<size_t>(raster.height);
+  for (size_t i = 0; i < pixels; ++i) {
+    const unsigned char grey = samples[i * from], last = samples[i * from + from - 1];
+    samples[i * to] = grey;
+    if (to == 2) samples[i * to + 1] = last;
+  }
+}
+
 }  // namespace
 
 Raster DecodePng(Bytes bytes, int64_t maxPixels) {
@@ -110,6 +127,7 @@ Raster DecodePng(Bytes bytes, int64_t maxPixels) {
   Raster raster =
       DecodeByStb(bytes, static_cast<int>(chunks.width), static_cast<int>(chunks.height), isWide);
   raster.orientation = chunks.orientation;
+  if (chunks.namesGreys) KeepOneColour(raster);
   if (isWide) {
     raster.white = raster.opaque = 65535;
     const unsigned bits = chunks.significantBits;

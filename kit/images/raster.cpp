@@ -143,6 +143,13 @@ void AllocateSamples(Raster& raster) {
   }
 }
 
+bool IsGreyTable(Bytes table, size_t entry) {
+  for (size_t at = 0; at + 3 <= table.size(); at += entry) {
+    if (table[at] != table[at + 1] || table[at] != table[at + 2]) return false;
+  }
+  return true;
+}
+
 void Finish(Raster& raster, int depth) {
   if (raster.isWide) {
     const int white = depth > 0 ? (1 << depth) - 1 : raster.white;

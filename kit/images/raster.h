@@ -55,6 +55,11 @@ void RequireRoom(int64_t width, int64_t height, int64_t needed, int64_t most, By
 // Memory for all samples, not yet written.
 void AllocateSamples(Raster& raster);
 
+// Whether a table of colours, three bytes at the beginning of each entry, holds greys alone. The
+// picture is a grey one then: made of colours, it would darken, for their weights add up to less
+// than 1.
+bool IsGreyTable(Bytes table, size_t entry);
+
 // Makes of any raster one of bytes, without transparency, the right way up: scales by `depth` bits
 // or, where it is 0, by the file's own white; lays what is transparent on black.
 void Finish(Raster& raster, int depth);

@@ -324,27 +324,31 @@ class Tiles {
   std::vector<uint16_t> row_;
 };
 
-// Grey values that name colours become the colours; the table holds all reds, then all greens, then
-// all blues, of 16 bits, the byte that counts above.
+// Grey values that name colours become the colours, or the greys where there are no others; the
+// table holds all reds, then all greens, then all blues, of 16 bits, the byte that counts above.
 void LookUp(const TiffDirectory& directory, const Layout& layout, Raster& raster) {
   const std::vector<uint32_t> table = directory.Values(TiffTag::kColourMap);
   const size_t colours = size_t{1} << layout.bits;
   if (layout.bits > 8 || table.size() < 3 * colours) {
     throw Unreadable("its table of colours is missing, or too short");
   }
+  std::vector<unsigned char> bytes;
+  for (size_t i = 0; i < colours; ++i) {
+    for (size_t c = 0; c < 3; ++c) {
+      bytes.push_back(static_cast<unsigned char>(table[c * colours + i] >> 8));
+    }
+  }
   Raster coloured;
   coloured.width = raster.width;
   coloured.height = raster.height;
-  coloured.isColour = true;
+  coloured.isColour = !IsGreyTable(bytes, 3);
   AllocateSamples(coloured);
   const size_t pixels = static_cast<size_t>(raster.width) * static_cast<size_t>(raster.height);
   const auto step = static_cast<size_t>(raster.SamplesAPixel());
   unsigned char* to = coloured.samples.get();
   for (size_t i = 0; i < pixels; ++i) {
-    const size_t index = raster.samples.get()[i * step];
-    for (size_t c = 0; c < 3; ++c) {
-      *to++ = static_cast<unsigned char>(table[c * colours + index] >> 8);
-    }
+    const unsigned char* colour = &bytes[3 * size_t{raster.samples.get()[i * step]}];
+    to = std::copy_n(colour, coloured.Colours(), to);
   }
   coloured.orientation = raster.orientation;
   coloured.notes = std::move(raster.notes);
