@@ -9,6 +9,7 @@
 
 #include "cli/host.h"
 #include "cli/marked_boards.h"
+#include "kit/boards/board_warp.h"
 #include "kit/errors.h"
 #include "kit/images/image_files.h"
 #include "kit/samples/sample_board.h"
@@ -242,6 +243,41 @@ TEST(Inspection, LooksCloserWhereBoardsSeemToDiffer) {
     };
     EXPECT_EQ(count(kit::Difference::kMissing), c.missing) << c.name;
     EXPECT_EQ(count(kit::Difference::kExtra), c.extra) << c.name;
+  }
+}
+
+// Tiles of parallel lines know nothing along them, where what they want is wrong by many pixels.
+TEST(Inspection, TilesSpeakForTheDirectionsThatTheyKnow) {
+  constexpr int kSide = 6, kTile = 100;
+  const auto truth = [](double x, double y) {
+    return kit::Displacement{3 + 0.01 * x - 0.004 * y, -2 + 0.006 * x + 0.008 * y};
+  };
+  std::vector<kit::TileView> views;
+  for (int tile = 0; tile < kSide * kSide; ++tile) {
+    const double x = kTile * (tile % kSide + 0.5), y = kTile * (tile / kSide + 0.5);
+    const double angle = 0.3 + 2.4 * tile, across = std::cos(angle), along = std::sin(angle);
+    const auto [dx, dy] = truth(x, y);
+    const double wrong = tile % 7 - 3;
+    views.push_back({x,
+                     y,
+                     across * across,
+                     across * along,
+                     along * along,
+                     {dx - along * wrong, dy + across * wrong}});
+  }
+  for (const int terms : {3, kit::BoardWarp::kTerms}) {
+    kit::BoardWarp warp(kSide * kTile, kSide * kTile);
+    warp.FitPolynomial(terms, views);
+    const auto expectTruth = [&](const char* by) {
+      for (const auto& [x, y] : {std::pair{50, 50}, {300, 120}, {550, 550}, {90, 480}}) {
+        const kit::Displacement at = warp.At(x, y), there = truth(x, y);
+        EXPECT_NEAR(at.x, there.x, 0.05) << by << terms << ", " << x << ", " << y;
+        EXPECT_NEAR(at.y, there.y, 0.05) << by << terms << ", " << x << ", " << y;
+      }
+    };
+    expectTruth("polynomial ");
+    warp.FitNet(kSide, kSide, views);
+    expectTruth("net ");
   }
 }
 
