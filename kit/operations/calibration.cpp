@@ -119,8 +119,8 @@ std::vector<Operation> CalibrationOperations() {
        .summary =
            "the plane that was calibrated, from straight above: without the bend of the lens "
            "and the slant of the camera",
-       .arguments = {File("parameters", "made by quillon calibrate")
-                         .Holding(Argument::Holds::kParameters)},
+       .arguments =
+           {File("parameters", "made by quillon calibrate").Holding(Argument::Holds::kParameters)},
        .run = Rectify,
        .prepare = LoadCamera,
        .movesPixels = true,
