@@ -83,8 +83,9 @@ class BorderedRows : public Rows {
   }
 
   void CopyEdges(uint8_t* row) const {
+    uint8_t* const last = row + width_ - 1;
     row[0] = row[1];
-    row[width_ - 1] = row[width_ - 2];
+    last[0] = last[-1];
   }
 
   const int width_, height_;

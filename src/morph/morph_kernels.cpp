@@ -320,16 +320,20 @@ void FourOfBox(const uint8_t* const* from, uint8_t* const* out, int width, int i
   } else if constexpr (N > 16) {
     FourOfBox<Extreme, kSize, N / 2>(from, out, width, inset);
   } else {
-    for (int x = inset; x < width - inset; ++x) {
-      const int first = x < kSize / 2 ? 0 : x - kSize / 2;
-      const int last = x + kSize / 2 < width ? x + kSize / 2 : width - 1;
-      for (int i = 0; i < 4; ++i) {
-        uint8_t extreme = from[i][first];
-        for (int k = 0; k < kSize; ++k) {
-          for (int c = first; c <= last; ++c) extreme = Extreme::Of(extreme, from[i + k][c]);
-        }
-        out[i][x - inset] = extreme;
-      }
+    // Narrow rows go through copies that repeat their last pixel up to the width of two blocks.
+    uint8_t copies[kSize + 3][2 * N], results[4][2 * N];
+    const uint8_t* rows[kSize + 3];
+    for (int i = 0; i < kSize + 3; ++i) {
+      const auto last = Splat<uint8_t, N>(from[i][width - 1]);
+      Store(copies[i], last);
+      Store(copies[i] + N, last);
+      __builtin_memcpy(copies[i], from[i], static_cast<unsigned>(width));
+      rows[i] = copies[i];
+    }
+    uint8_t* const to[] = {results[0], results[1], results[2], results[3]};
+    FourOfBoxBlocks<Extreme, kSize, N>(rows, to, 2 * N, inset);
+    for (int i = 0; i < 4; ++i) {
+      __builtin_memcpy(out[i], results[i], static_cast<unsigned>(width - 2 * inset));
     }
   }
 }

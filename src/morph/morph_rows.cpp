@@ -182,18 +182,31 @@ RecentRows::RecentRows(RowsPtr input, int length, int rows, Columns columns, int
 void RecentRows::ReadUpTo(int last) {
   last = std::min(last, length_ - 1);
   while (read_ <= last) {
-    uint8_t* places[Rows::kStrip];
+    uint8_t* places[Rows::kStrip] = {};
     const uint8_t* rows[Rows::kStrip];
+    const int most = std::min(Rows::kStrip, length_ - read_);
+    if (stay_) {
+      const int count = input_->Next(places, most, rows);
+      for (int i = 0; i < count; ++i) rows_[static_cast<unsigned>(read_++) & mask_] = rows[i];
+      continue;
+    }
     for (int i = 0; i < Rows::kStrip; ++i) places[i] = ring_.Row(Slot(slot_ + i));
-    const int count = input_->Next(places, std::min(Rows::kStrip, length_ - read_), rows);
-    for (int i = 0; i < count; ++i, ++read_) {
-      if (!stay_ && rows[i] != places[i]) {
+    const int count = input_->Next(places, most, rows);
+    for (int i = 0; i < count; ++i) {
+      if (rows[i] != places[i]) {
         std::memcpy(places[i], rows[i], static_cast<size_t>(width_));
-        rows[i] = places[i];
       }
-      rows_[static_cast<unsigned>(read_) & mask_] = rows[i];
+      rows_[static_cast<unsigned>(read_++) & mask_] = places[i];
     }
     slot_ = Slot(slot_ + count);
+  }
+}
+
+void RecentRows::CopyRows(int first, int count, const uint8_t** rows) const {
+  if (first >= 0 && first + count <= length_) {
+    for (int i = 0; i < count; ++i) rows[i] = rows_[static_cast<unsigned>(first + i) & mask_];
+  } else {
+    for (int i = 0; i < count; ++i) rows[i] = Row(first + i);
   }
 }
 
@@ -210,7 +223,7 @@ void ThinWindow::Compute(uint8_t* const* out) {
   const int terms = 2 * vertical_.radius + 1, count = terms + kStrip - 1;
   input_.ReadUpTo(first + count - 1);
   const uint8_t* from[kMaxRows];
-  for (int i = 0; i < count; ++i) from[i] = input_.Row(first + i);
+  input_.CopyRows(first, count, from);
   if (horizontal_.radius == 0) {
     kernels_.FourOfRows(from, terms, out, horizontal_.length);
   } else {

@@ -163,9 +163,11 @@ class RecentRows {
   // Reads on up to row `last`, or to the last row that there is.
   void ReadUpTo(int last);
   // Row i. Above the first row and below the last one, these repeat.
-  const uint8_t* Row(int i) {
+  const uint8_t* Row(int i) const {
     return rows_[static_cast<unsigned>(std::clamp(i, 0, length_ - 1)) & mask_];
   }
+  // Rows first, first + 1 ... likewise.
+  void CopyRows(int first, int count, const uint8_t** rows) const;
   // Row i, to be written to: only if the rows lie in the ring.
   uint8_t* OwnRow(int i) { return ring_.Row(Slot(slot_ + slots_ - (read_ - i))); }
 
