@@ -74,6 +74,25 @@ TEST(Cameras, AreFoundFromDrawnBoardsAndTakenOutOfPictures) {
     worst = std::max(worst, std::abs(std::hypot(b.x - a.x, b.y - a.y) - square));
   }
   EXPECT_LT(worst, 0.15) << square;
+  // Between four pixels of an even slope lies what the slope has there, to the nearest grey value.
+  GreyImage slope, straight;
+  slope.Create(image.width, image.height);
+  for (int y = 0; y < slope.height; ++y) {
+    for (int x = 0; x < slope.width; ++x) slope.rows[y][x] = uint8_t(std::min(x, 255));
+  }
+  kit::Rectifier(scratch / "camera.json").Apply(slope, straight);
+  const kit::RectifiedPlaces seen(kit::ReadCamera(scratch / "camera.json"));
+  int wrong = 0, looked = 0;
+  for (int y = 0; y < slope.height; ++y) {
+    for (int x = 0; x < slope.width; ++x) {
+      const auto [column, row] = seen.SeenAt(x, y);
+      if (column < 2 || column > 252 || row < 0 || row > slope.height - 1) continue;
+      wrong += std::abs(straight.rows[y][x] - column) > 0.500001;
+      ++looked;
+    }
+  }
+  EXPECT_GT(looked, 10'000);
+  EXPECT_EQ(wrong, 0);
 
   // The exports' table of it gives the same picture, all over: its map has whole pixels, which
   // moves all of it by one or two.
@@ -122,8 +141,8 @@ TEST(Cameras, AreFoundFromDrawnBoardsAndTakenOutOfPictures) {
   GreyImage blank;
   blank.Create(400, 300);
   kit::WriteImage(scratch / "blank.png", blank);
-  expectRefusal({"calibrate", scratch / "camera.json", scratch / "blank.png", "--board", "9",
-                 "7", "--square", "25"},
+  expectRefusal({"calibrate", scratch / "camera.json", scratch / "blank.png", "--board", "9", "7",
+                 "--square", "25"},
                 "shows 0 corners of a board with 9 x 7 inner corners");
   WriteText(scratch / "wrong.json", R"({"kind": "camera", "width": 400, "height": 300})");
   EXPECT_THROW(kit::Rectifier(scratch / "wrong.json"), kit::Failure);
@@ -177,9 +196,8 @@ TEST(Cameras, AreFoundFromDrawnDots) {
   GreyImage chessboard;
   DrawBoard(lens, places[0], chessboard);
   kit::WriteImage(scratch / "chessboard.png", chessboard);
-  const Answer refused =
-      Quillon({"calibrate", scratch / "none.json", scratch / "chessboard.png", "--board",
-               "10", "8", "--square", "25", "--dots"});
+  const Answer refused = Quillon({"calibrate", scratch / "none.json", scratch / "chessboard.png",
+                                  "--board", "10", "8", "--square", "25", "--dots"});
   EXPECT_EQ(refused.exitCode, 1);
   EXPECT_NE(refused.err.find("dots of a board with 10 x 8 dots; at least 12 are needed"),
             std::string::npos)

@@ -293,6 +293,7 @@ TEST(Measuring, LookingWhereNoPixelIsIsAMistake) {
        {{"band", {1, 255}}, {"polygon", {{300, 0}, {400, 0}, {400, 50}}}},
        "the polygon holds no pixel of the picture of 200 x 180"},
       {"translate", {{"dx", -200}}, "moved by -200, 0 nothing is left of the picture of 200 x 180"},
+      {"translate", {{"dy", 180}}, "moved by 0, 180 nothing is left of the picture of 200 x 180"},
       {"translate", {{"dx", -199}, {"dy", 179}}, nothing},
   };
   for (const Refusal& c : cases) {
