@@ -68,7 +68,7 @@ class Grid {
       if (i == seed || i == *first || !IsOpposite(seed, i)) continue;
       const Point d = {corners_[i].at.x - at.x, corners_[i].at.y - at.y};
       const double length = Length(d);
-      // To the right of the first as displayed, and clearly aside.
+      // Clockwise of the first neighbour as displayed, by at least 30 degrees.
       const double aside = along.x * d.y - along.y * d.x;
       if (aside < 0.5 * step * length || length >= least) continue;
       least = length;

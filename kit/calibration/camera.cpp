@@ -57,7 +57,7 @@ Matrix Turn(const Vector& r) {
           c + rest * r[2] * r[2]};
 }
 
-// The vector of a turn, from a matrix that is nearly one.
+// The rotation vector of a matrix that is a rotation but for rounding.
 Vector TurnVector(const Matrix& m) {
   const Vector axis = {m[7] - m[5], m[2] - m[6], m[3] - m[1]};
   const double sine = Length(axis[0], axis[1], axis[2]) / 2;
@@ -133,7 +133,8 @@ double StartFocalLength(const std::vector<Matrix>& homographies, PictureSize siz
       below -= right[i] * depth[i];
     }
   }
-  // A board that is seen straight on says nothing.
+  // A board that is seen straight on looks the same at every focal length and adds next to nothing
+  // here: so what comes out is held near the usual length.
   const double usual = 1.2 * std::max(size.width, size.height);
   const double square = above / below;
   if (!(square > 0)) return usual;
@@ -260,7 +261,8 @@ namespace {
 
 BoardView ViewOf(const std::string& name, std::vector<BoardPoint> points, BoardSize board,
                  const std::string& what, const std::string& counted) {
-  constexpr size_t kFewestPoints = 12;  // a pose and a little more
+  // 4 would tell how the board lies; more tell of the lens too.
+  constexpr size_t kFewestPoints = 12;
   if (points.size() >= kFewestPoints) return {name, std::move(points)};
   const bool isAny = board.columns == kAnyBoard.columns && board.rows == kAnyBoard.rows;
   const std::string size = std::to_string(board.columns) + " x " + std::to_string(board.rows);
@@ -313,7 +315,7 @@ Camera FitCamera(const std::vector<BoardView>& views, PictureSize size) try {
   std::vector<BoardPlace> places;
   places.reserve(views.size());
   for (const Matrix& homography : homographies) places.push_back(StartPlace(homography, lens));
-  // First what can hardly go astray, then everything.
+  // First the few parameters that a poor start cannot lead astray, then all of them from there.
   FitAll(views, {false, lens}, lens, places);
   if (views.size() >= kViewsForAll) FitAll(views, {true, lens}, lens, places);
   double sum = 0;

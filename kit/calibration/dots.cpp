@@ -73,7 +73,8 @@ class Spots {
  private:
   size_t Index(int x, int y) const { return size_t(y) * size_t(image_.width) + size_t(x); }
 
-  // The spot of a pixel, which is taken out.
+  // The connected pixels around this one that differ too. They are taken out of the picture of
+  // differences, so that no spot is found twice.
   Spot Take(int x, int y) {
     std::vector<std::pair<int, int>> pixels = {{x, y}};
     differs_[Index(x, y)] = false;

@@ -20,7 +20,8 @@ void MakeFlatField(GreyImage& image, int target, CorrectedRegion region,
 
 class FlatFieldCorrection {
  public:
-  // Throws Failure naming the file. What the file does not say goes to the note.
+  // Throws Failure naming the file. `note` is told what the file leaves open, such as the size of
+  // its pictures.
   explicit FlatFieldCorrection(const std::string& path, const Note& note = {});
 
   // Throws Failure for a picture that the gains were not made for.

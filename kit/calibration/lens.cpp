@@ -259,8 +259,8 @@ LensCorrection::LensCorrection(std::string path, const Note& note) try : path_(s
   throw OutOfMemory("the correction of a lens");
 }
 
-// What was made for other pictures leaves black ones. A lens that pulls corners in has a rectangle
-// that goes beyond the picture a little.
+// Parameters that were made for larger pictures, or for another part of them, would give black ones
+// in silence. The rectangle of a lens that pulls corners in goes beyond the picture a little.
 void LensCorrection::RequireRectangleIn(const GreyImage& image) const {
   const int aside = work_.correctedWidth / 4, above = work_.correctedHeight / 4;
   const bool isCentreIn = work_.centreX >= 0 && work_.centreX < image.width && work_.centreY >= 0 &&

@@ -55,7 +55,8 @@ LensFit FitLensToCamera(const Camera& camera, double maxResidual, const std::str
 // Holds the parameters of a file and the map for pictures of one size.
 class LensCorrection {
  public:
-  // Throws Failure naming the file. What the file does not say goes to the note.
+  // Throws Failure naming the file. `note` is told what the file leaves open, such as the size of
+  // its pictures.
   explicit LensCorrection(std::string path, const Note& note = {});
 
   // Throws Failure for a picture that the parameters were not made for.

@@ -14,7 +14,7 @@ namespace quillon::kit {
 class Rectifier {
  public:
   explicit Rectifier(const std::string& path) : Rectifier(path, ReadCamera(path)) {}
-  // For a camera that messages call so.
+  // `name` is what messages call the camera.
   Rectifier(std::string name, Camera camera);
 
   // Throws Failure for a picture of another size.

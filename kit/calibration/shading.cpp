@@ -16,7 +16,7 @@ namespace {
 
 constexpr const char* kKind = "shading";
 constexpr int kWhitest = 255 * kLevelParts;
-constexpr double kLeastAnswer = 0.1;   // to light, of the mean: what answers less is dead
+constexpr double kLeastAnswer = 0.1;   // a pixel that brightens by less of the mean is dead
 constexpr double kMostDead = 0.001;    // of all pixels
 constexpr size_t kLongestHead = 1000;  // bytes of the line that a file begins with
 constexpr size_t kShownDead = 3;       // places that a message names
@@ -271,7 +271,7 @@ void ShadingCorrection::Apply(const GreyImage& image, GreyImage& corrected) cons
     unsigned char* const to = corrected.rows[y];
     for (int x = 0; x < image.width; ++x, ++dark, ++white) {
       const uint32_t level = uint32_t{kLevelParts} * from[x], span = uint32_t{*white} - *dark;
-      if (level <= *dark || span == 0) continue;  // black, and dead for now
+      if (level <= *dark || span == 0) continue;  // stays black; a dead pixel gets its value below
       const uint32_t value = ((level - *dark) * target + span / 2) / span;
       to[x] = static_cast<unsigned char>(std::min(value, 255u));
     }

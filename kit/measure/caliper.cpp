@@ -138,8 +138,9 @@ bool HaveRamps(std::span<const Fitted> steps) {
   constexpr double kParameters = kStepAndRamps - kStepOnly, kDeviations = 20;
   const double most = 1 + kDeviations * std::sqrt(2 / (kParameters * count) + 2 / free);
   if (!((even - ramps) / (kParameters * count) > most * ramps / free)) return false;
-  // Of noise alone, ramps / even has the beta distribution of free / 2 and of `count`, as ramps are
-  // two parameters: its tail is this sum. Of many steps it vanishes.
+  // The chance that noise alone gives so small a quotient ramps / even: the tail of the beta
+  // distribution with free / 2 and, as each step's ramps add two parameters, `count`. This is its
+  // sum; the more steps there are, the smaller it is.
   constexpr double kMostChance = 1e-5;
   const double left = ramps / even;
   double term = left > 0 ? Exp(free / 2 * Log(left)) : 0, chance = term;
@@ -296,14 +297,14 @@ void KeepSteps(const EdgeRule& rule, std::vector<Fitted>& steps) {
   Keep(rule.order, steps, [](const Fitted& step) { return std::abs(step.even.height); });
 }
 
-// All steps, of either sign.
+// All steps of the profile across a box, rising and falling ones.
 std::vector<Fitted> StepsAcross(const GreyImage& image, const TurnedBox& box,
                                 const EdgeRule& rule) {
   const auto at = [&](double u, double k) { return box.At(u, k); };
   return StepsOf(ProfileOf(image, box.width, RowsOf(box.height), at), rule);
 }
 
-// Of a step that is judged alone.
+// The edge of one step. Whether light changes beside it is judged by this step alone.
 Edge EdgeOf(const TurnedBox& box, const Fitted& fitted) {
   const Step& step = Chosen(fitted, HaveRamps({&fitted, 1}));
   return {box.At(step.position, 0), step.position + box.width / 2, step.height, step.blur};

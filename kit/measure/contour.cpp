@@ -37,7 +37,7 @@ class Tracer {
 
   std::vector<Contour> All() {
     const int right = image_.width - 1, bottom = image_.height - 1;
-    // Those that come in over the border; then those that never meet it.
+    // First the contours that come in over the border, then those that never meet it.
     for (int x = 0; x < right; ++x) {
       Follow({{x + 1, 0}, {x, 0}});
       Follow({{x, bottom}, {x + 1, bottom}});

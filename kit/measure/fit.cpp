@@ -48,7 +48,7 @@ struct LineShape {
   }
 };
 
-// Within what rounding leaves.
+// Whether the points lie in a line, but for what rounding moves them aside.
 bool LieInALine(std::span<const Point> points) {
   constexpr double kStraight = 1e-6;  // of how far they reach
   LineShape line;
@@ -146,7 +146,8 @@ struct EllipseShape {
 
 // ---- which points belong ------------------------------------------------------------------------
 
-// Numbers that are the same for ever.
+// Random choices that are the same on every system and in every version, so that the same points
+// always give the same shape: a linear congruential generator with Knuth's constants.
 class Sequence {
  public:
   size_t Below(size_t limit) {

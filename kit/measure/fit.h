@@ -43,7 +43,8 @@ struct FittedEllipse {
 
 constexpr double kRefuseNone = 1e9;  // deviations; no point is refused
 
-// Nothing where points are too few (2, 3, 5 that are used), or in no order that gives the shape.
+// Nothing where fewer than 2, 3 and 5 points can be used, or where no such shape goes through them
+// (points in one place, or in a line).
 std::optional<FittedLine> FitLine(std::span<const Point> points, double refuse);
 std::optional<FittedEllipse> FitCircle(std::span<const Point> points, double refuse);
 // An ellipse's distances are of first order: the implicit equation over its gradient (Sampson).

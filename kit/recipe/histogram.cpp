@@ -10,7 +10,7 @@ namespace quillon::kit::recipe {
 namespace {
 
 constexpr int kWidth = 320, kHeight = 110, kTop = 14;
-constexpr double kCut = 30;  // what is drawn of an axis that is cut short
+constexpr double kCut = 30;  // pixels of the axis that are left free where it is cut short
 
 std::string Number(double value) {
   std::string text = Text(value, 2);

@@ -30,8 +30,8 @@ std::optional<double> MeanOf(const GreyImage& image) {
   return static_cast<double>(sum) / (static_cast<double>(image.width) * image.height);
 }
 
-// Things that were not found where they should be have no numbers, and what is picked of several
-// with such a one has none.
+// The value of several things. A thing that was not found has no number: where one of them is such
+// a thing, there is no value, for nobody knows which the first or the smallest would have been.
 std::optional<double> Pick(Which which, const std::vector<double>& values) {
   if (std::any_of(values.begin(), values.end(), [](double v) { return !std::isfinite(v); })) {
     return {};
@@ -52,8 +52,9 @@ std::optional<double> Pick(Which which, const std::vector<double>& values) {
   }
 }
 
-// Each thing with that of the same number, or one alone with each of the others; nothing where they
-// are of different numbers.
+// The things of two steps in pairs: the first with the first, the second with the second; where one
+// step found one thing alone, that with each of the others. Nothing where there are, say, two and
+// three of them.
 using Pair = std::pair<const Thing*, const Thing*>;
 std::optional<std::vector<Pair>> Pairs(const std::vector<Thing>& a, const std::vector<Thing>& b) {
   if (a.size() != b.size() && a.size() != 1 && b.size() != 1) return {};
@@ -150,7 +151,7 @@ void Inspector::Run(size_t number, const std::string& image) {
   milliseconds_[number] = std::chrono::duration<double, std::milli>(Clock::now() - start).count();
 }
 
-// Where the places of a step lie that follows things.
+// For a step that follows things: where its places lie in this image, once for each thing.
 std::vector<std::optional<Frame>> Inspector::FramesOf(const Step& step) const {
   std::vector<std::optional<Frame>> frames;
   const std::vector<Thing>& first = Of(step.follows.front()).things;

@@ -23,7 +23,7 @@ const std::vector<NamedWhich>& Whiches() {
 
 namespace {
 
-// The angle between two directions that are the same turned about, from 0 to 90.
+// The angle between two lines, from 0 to 90: a line turned by 180 degrees is the same line.
 std::optional<double> AngleBetween(const Thing& a, const Thing& b) {
   const double between = std::fmod(std::abs(a.angle - b.angle), 180);
   return std::min(between, 180 - between);

@@ -104,7 +104,7 @@ class Parser {
                      (suggestion.empty() ? "; quillon recipe operations names them" : suggestion));
   }
 
-  // Pixels that move keep no scale, but where the operation knows it.
+  // Where pixels move, nobody knows how long one is any more, unless the operation tells.
   bool HasScale(const Step& step) const {
     if (step.operation->knowsScale) return true;
     if (step.operation->movesPixels || step.inputs.empty()) return false;
@@ -134,7 +134,7 @@ class Parser {
     }
   }
 
-  // Of things whose angle is a direction.
+  // The kinds of things whose angle is a direction, so that two of them can cross.
   static const std::vector<Kind>& KindsWithDirection() {
     const auto& all = Quantities();
     return std::find_if(all.begin(), all.end(),

@@ -265,7 +265,7 @@ ResultsFile ResultsFile::Resume(const std::string& path, const Recipe& recipe, c
   std::error_code error;
   if (!std::filesystem::exists(path, error)) return Begin(path, recipe, head);
   const std::vector<Line> lines = Lines(ReadFile(path));
-  // Killed before the first line was written.
+  // The run before was killed before it had written the first line.
   if (lines.empty()) return Begin(path, recipe, head);
   const Json written = Json::parse(lines[0].text, nullptr, false);
   if (!written.is_object() || !written.contains("fingerprint")) {

@@ -39,7 +39,8 @@ std::string Beginning(const fs::path& path) {
   return text;
 }
 
-// A run that was killed may have left it without a line.
+// Whether a run of ours wrote the file. It may be empty, where a run was killed before the first
+// line.
 bool IsOurResults(const fs::path& path) {
   const std::string text = Beginning(path);
   return text.empty() ||
@@ -131,7 +132,7 @@ std::string ResultsIn(const std::string& folder) try {
 
 RunFolder::RunFolder(std::string folder, Mode mode) try
     : folder_(Made(std::move(folder))), work_(folder_), lock_(folder_) {
-  TakePlace();  // of a run that was whole when it was killed
+  TakePlace();  // for a run that was whole, but killed before its files had their places
   const std::string unfinished = In(folder_, kUnfinished);
   const bool hasResults = IsThere(ResultsIn(folder_)), hasUnfinished = IsThere(unfinished);
   if (mode == Mode::kNew && hasResults) {

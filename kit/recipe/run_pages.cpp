@@ -202,7 +202,7 @@ class StepsPage {
   Findings findings_;
 };
 
-// What is left of it where memory is short.
+// The page of an image where memory is short: its numbers, without pictures.
 std::string RenderPageWithoutPictures(const Recipe& recipe, const ImageRecord& record) {
   const Report report{
       .title = fs::path(record.image).filename().string(),
