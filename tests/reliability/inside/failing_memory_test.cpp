@@ -1,8 +1,9 @@
 // Every export while memory runs out: the n-th allocation of the call fails, for every n until the
-// call gets through. Nothing breaks, nothing leaks, and with memory the same objects give the same
-// result again.
+// call gets through. Nothing breaks, nothing leaks, a result that is not the usual one comes with a
+// note, and with memory the same objects give the same result again.
 #include <gtest/gtest.h>
 
+#include "quillon/memory_note.h"
 #include "reliability/case.h"
 #include "reliability/inside/failing_allocations.h"
 
@@ -47,8 +48,10 @@ TEST_P(FailingMemory, EndsInADefinedFailure) {
         const long before = LiveBlocks();
         {
           Case one(stage, row, way);
+          ForgetMemoryNote();
           FailAllocation(n);
           one.CallOnly();
+          const bool isNoted = HasMemoryNote();
           const bool hasFailed = StopFailing();
           one.Keep();
           if (!hasFailed) {
@@ -58,6 +61,7 @@ TEST_P(FailingMemory, EndsInADefinedFailure) {
           ++failures;
           const std::string call = one.Describe() + ", allocation " + std::to_string(n);
           EXPECT_EQ(one.ProblemWithoutMemory(reference), "") << call;
+          EXPECT_TRUE(isNoted || one.Digest() == reference) << call << ": nothing tells of it";
           if (one.Digest() != reference) one.Call();
           ASSERT_EQ(one.Digest(), reference) << call << ": not usable afterwards";
         }
