@@ -83,6 +83,13 @@ void Prune(const RefineTask& task, int level, float least, size_t most, List<Can
   list.Shrink(kept);
 }
 
+bool AddAll(const List<Candidate>& from, List<Candidate>& to) {
+  for (const Candidate& candidate : from) {
+    if (!to.Add(candidate)) return false;
+  }
+  return true;
+}
+
 // What a match shares with better ones: with each, and with all together. A place between two parts
 // side by side looks like half of either, and shares no more than half with each.
 class Shares {
@@ -218,9 +225,7 @@ class Finder {
     return SweepAll(task, swept, candidates) && RefineAll(task, candidates);
   }
   bool Merge(const RefineTask& task, const List<Candidate>& others, List<Candidate>& candidates) {
-    for (const Candidate& other : others) {
-      if (!candidates.Add(other)) return false;
-    }
+    if (!AddAll(others, candidates)) return false;
     Prune(task, LastLevel(), LeastOnTheWay(), candidates.size(), candidates);
     return true;
   }
@@ -272,17 +277,32 @@ class Finder {
     const bool grey = model_.way == Way::kGrey;
     const int first = grey ? task.sweptLevel : std::max(task.sweptLevel - 1, 0);
     for (int level = first; level >= LastLevel(); --level) {
+      const bool mayLeave = grey && level == task.sweptLevel && IsBarelySwept(task);
+      List<Candidate> left;
       for (Candidate& candidate : candidates) {
+        const Candidate before = candidate;
         if (!(grey ? FitByGrey(task, level, candidate) : ClimbByEdges(task, level, candidate))) {
           return false;
         }
+        const bool hasLeft = mayLeave && !IsNear(before.pose, candidate.pose, level);
+        if (hasLeft && !left.Add(before)) return false;
       }
+      if (!AddAll(left, candidates)) return false;
       const size_t most = 48 + 3 * static_cast<size_t>(options_.maxCount);
       Prune(task, level, LeastOnTheWay(), level == first ? 2 * most : most, candidates);
       reached = std::max(reached, ScoreReachedBy(model_, options_, candidates));
       DropBelow(reached - kMostGainAbove, candidates);
     }
     return true;
+  }
+  // Whether a fit moved and grew the template by little; else it may have left the part that the
+  // sweep saw, and the pose before it is followed as well.
+  bool IsNear(const Pose& before, const Pose& after, int level) const {
+    constexpr double kNear = 1;  // pixels of the level, at the template's farthest point
+    const double pixel = 1 << level;
+    return std::abs(after.x - before.x) <= kNear * pixel &&
+           std::abs(after.y - before.y) <= kNear * pixel &&
+           std::abs(after.scale - before.scale) * model_.level[level].radius <= kNear;
   }
   int LastLevel() const {
     const bool hasOne = model_.levels == 1 || model_.level[1].isPooled;

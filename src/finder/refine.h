@@ -24,9 +24,17 @@ struct RefineTask {
 // Climb tries the neighbouring poses until none is better: it starts up to two pixels of the level
 // away. Fit solves for the pose by least squares: it starts within a pixel, and ends within a few
 // hundredths.
+//
+// Where a template kept few pixels on the swept level (IsBarelySwept), fits by grey values look
+// around themselves on the next one.
 bool ClimbByEdges(const RefineTask& task, int level, Candidate& candidate);
 bool FitByEdges(const RefineTask& task, int level, Candidate& candidate);
 bool FitByGrey(const RefineTask& task, int level, Candidate& candidate);
+
+// At the smallest size that is looked for, the template has so few pixels on the swept level that a
+// fit there may lead away from a part that the sweep saw, or end too far from it for a fine pattern
+// on the next level. Where angles are looked for too, the steps beside the best one start as well.
+bool IsBarelySwept(const RefineTask& task);
 
 struct Rating {
   double score, visible;

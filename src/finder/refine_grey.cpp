@@ -271,18 +271,57 @@ bool FitIn(GreyFit& fit, int mostSteps, double arrived, Candidate& best) {
   return true;
 }
 
+// The best of the poses around one: moved by a pixel of the level, and grown by one at the
+// template's farthest point. False when memory is short.
+bool LookAround(const Freedom& freedom, int level, double radius, GreyFit& fit, Candidate& best) {
+  const Pose start = best.pose;
+  const double pixel = 1 << level;
+  best.score = 0;
+  for (int i = 0; i < 27; ++i) {
+    const int right = i % 3 - 1, down = i / 3 % 3 - 1, growth = i / 9 - 1;
+    Pose pose = {start.x + right * pixel, start.y + down * pixel, start.degrees,
+                 start.scale * (1 + growth / radius)};
+    freedom.Clamp(pose);
+    double score;
+    if (!fit.Look(pose, score)) return false;
+    if (score > best.score) best = {pose, static_cast<float>(score)};
+  }
+  return true;
+}
+
 }  // namespace
+
+bool IsBarelySwept(const RefineTask& task) {
+  constexpr double kFew = 50;  // pixels
+  const Model& model = task.model;
+  const double area =
+      static_cast<double>(model.width >> task.sweptLevel) * (model.height >> task.sweptLevel);
+  const double least = task.freedom.scaleLow;
+  return task.freedom.scale && !task.freedom.turn && area * least * least < kFew;
+}
 
 bool FitByGrey(const RefineTask& task, int level, Candidate& candidate) {
   constexpr int kMostSteps = 8;  // of a covered part; others take two or three
   // Linear interpolation blurs most in the middle between pixels. On a coarse level that may hide a
   // fine pattern altogether, so all steps interpolate by cubics there.
   GreyFit coarse(task, level, task.model.level[level].grey, level > 0);
-  const float swept = candidate.score;
-  if (!FitIn(coarse, kMostSteps, level == 0 ? 0.05 : 0.02, candidate)) return false;
+  const Candidate before = candidate;
+  const double arrived = level == 0 ? 0.05 : 0.02;
+  if (!FitIn(coarse, kMostSteps, arrived, candidate)) return false;
+  // Where a good score is gone on the level below the swept one, the poses around are tried.
+  constexpr double kLost = 0.7;
+  if (level == task.sweptLevel - 1 && IsBarelySwept(task) && before.score >= task.least &&
+      candidate.score < kLost * before.score) {
+    Candidate other = before;
+    if (!LookAround(task.freedom, level, task.model.level[level].radius, coarse, other) ||
+        !FitIn(coarse, kMostSteps, arrived, other)) {
+      return false;
+    }
+    if (other.score > candidate.score) candidate = other;
+  }
   // The sweep compares at whole pixels, without interpolation, and so may give a fine pattern the
   // better score of the two.
-  if (level == task.sweptLevel) candidate.score = std::max(candidate.score, swept);
+  if (level == task.sweptLevel) candidate.score = std::max(candidate.score, before.score);
   if (level > 0 || candidate.score < task.least) return true;
   // At full resolution linear interpolation is good enough to come near, but would pull the match
   // towards whole pixels: the last steps are cubic, over all pixels of a template of common size.

@@ -98,6 +98,14 @@ TEST(Finder, FindsWhatWasDrawnAtEveryLevel) {
        0.1,
        0.1,
        0.005},
+      // At the coarsest level fits lead away from the small ones: 41 to 64 pixels of a fine
+      // pattern.
+      {Way::kGrey,
+       {.instances = 4, .scaleMin = 0.8, .scaleMax = 1.2, .seed = 205588},
+       Polarity::kSame,
+       0.05,
+       0,
+       0.002},
       // One has hardly more than half the template's size: at the coarsest level 5 x 5 pixels.
       {Way::kGrey,
        {.templateWidth = 80,
