@@ -13,8 +13,8 @@
 #include <vector>
 
 #include "kit/measure/caliper.h"
-#include "kit/measure/fit.h"
 #include "kit/measure/least_squares.h"
+#include "kit/measure/shape.h"
 #include "tray_accuracy.h"
 
 namespace {
@@ -210,15 +210,16 @@ bool PrintCircles(uint64_t seed) {
       };
       GreyImage image;
       AddNoise(DrawnFinely(disc, blur), random, image);
-      const auto points = EdgesAround(image, {{c, c}, 10, 30}, 48, 3,
-                                      {.sign = EdgeSign::kFalling, .order = EdgeOrder::kLast});
-      const auto circle = FitCircle(points, 3);
-      const auto ellipse = FitEllipse(points, 3);
-      if (!circle || !ellipse) return false;
-      refused += circle->residual.refused;
-      x.Add(circle->centre.x - cx);
-      diameter.Add(circle->width - 2 * radius);
-      width.Add((ellipse->width + ellipse->height) / 2 - 2 * radius);
+      const Annulus ring = {{c, c}, 10, 30};
+      const ShapeRule rule = {48, {.sign = EdgeSign::kFalling, .order = EdgeOrder::kLast}, 3};
+      const auto foundCircle = FindCircle(image, ring, 3, rule);
+      const auto foundEllipse = FindEllipse(image, ring, 3, rule);
+      if (!foundCircle || !foundEllipse) return false;
+      const FittedEllipse &circle = foundCircle->shape, &ellipse = foundEllipse->shape;
+      refused += circle.residual.refused;
+      x.Add(circle.centre.x - cx);
+      diameter.Add(circle.width - 2 * radius);
+      width.Add((ellipse.width + ellipse.height) / 2 - 2 * radius);
     }
     isGood = isGood && std::abs(diameter.Bias()) < 0.03 && diameter.Deviation() < 0.05;
     std::printf("| %.1f | %.1f | %+.4f, %.4f | %+.4f, %.4f | %+.4f, %.4f |\n", blur,

@@ -17,6 +17,11 @@ class Grid {
  public:
   explicit Grid(const std::vector<BoardCandidate>& corners) : corners_(corners) {}
 
+  // Whether the last grid's rows lean by more than a column from one to the next. The neighbour
+  // across was hidden then, and another row's corner taken for it, or the board is seen from far
+  // aside.
+  bool Leans() const { return leans_; }
+
   // Begins at a corner and goes on wherever a next one is found.
   std::map<Place, size_t> Grow(size_t seed) {
     placed_.clear();
@@ -54,7 +59,8 @@ class Grid {
     return p == 0.0 || (p * std::conj(q)).real() < -0.5 * std::sqrt(std::norm(p) * std::norm(q));
   }
 
-  // The seed, and its nearest neighbours: the first in any direction, the second across it.
+  // The seed, and its nearest neighbours: the first in any direction, the second across it on
+  // either side, for a seed at the board's border has a neighbour on one side only.
   bool PlaceFirst(size_t seed) {
     isTaken_[seed] = true;
     const Point at = corners_[seed].at;
@@ -64,18 +70,22 @@ class Grid {
     const double step = Length(along);
     std::optional<size_t> second;
     double least = 3 * step;
+    int row = 0;  // of the second
     for (size_t i = 0; i < corners_.size(); ++i) {
       if (i == seed || i == *first || !IsOpposite(seed, i)) continue;
       const Point d = {corners_[i].at.x - at.x, corners_[i].at.y - at.y};
       const double length = Length(d);
-      // Clockwise of the first neighbour as displayed, by at least 30 degrees.
+      // Aside by at least 30 degrees; clockwise of the first as displayed are the rows that follow.
       const double aside = along.x * d.y - along.y * d.x;
-      if (aside < 0.5 * step * length || length >= least) continue;
+      if (std::abs(aside) < 0.5 * step * length || length >= least) continue;
       least = length;
       second = i;
+      row = aside > 0 ? 1 : -1;
     }
     if (!second) return false;
-    placed_ = {{{0, 0}, seed}, {{1, 0}, *first}, {{0, 1}, *second}};
+    const Point across = {corners_[*second].at.x - at.x, corners_[*second].at.y - at.y};
+    leans_ = std::abs(along.x * across.x + along.y * across.y) > step * step;
+    placed_ = {{{0, 0}, seed}, {{1, 0}, *first}, {{0, row}, *second}};
     isTaken_[*first] = isTaken_[*second] = true;
     return true;
   }
@@ -113,6 +123,7 @@ class Grid {
   const std::vector<BoardCandidate>& corners_;
   std::map<Place, size_t> placed_;
   std::vector<bool> isTaken_;
+  bool leans_ = false;
 };
 
 // Takes off what hangs on by one neighbour alone: corners of other things beside the board.
@@ -166,6 +177,7 @@ std::vector<BoardPoint> LargestGrid(const std::vector<BoardCandidate>& corners, 
   constexpr size_t kSeeds = 40;
   Grid grid(corners);
   std::map<Place, size_t> best;
+  size_t most = 0;
   std::vector<bool> isSeen(corners.size());
   size_t tried = 0;
   for (size_t seed = 0; seed < corners.size() && tried < kSeeds; ++seed) {
@@ -173,8 +185,10 @@ std::vector<BoardPoint> LargestGrid(const std::vector<BoardCandidate>& corners, 
     ++tried;
     std::map<Place, size_t> placed = grid.Grow(seed);
     Trim(placed);
-    for (const auto& [place, corner] : placed) isSeen[corner] = true;
-    if (placed.size() > best.size()) best = placed;
+    // One that leans has the same corners as the right one of another seed, so it counts half.
+    const size_t weight = grid.Leans() ? placed.size() / 2 : placed.size();
+    for (const auto& [place, corner] : placed) isSeen[corner] = isSeen[corner] || !grid.Leans();
+    if (weight > most) most = weight, best = std::move(placed);
   }
   best = Window(best, size);
   if (best.size() < kFewest) return {};

@@ -1,16 +1,19 @@
 #include "kit/calibration/lens.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <sstream>
 #include <vector>
 
 #include "kit/errors.h"
 #include "kit/files/files.h"
 #include "kit/images/pixels.h"
+#include "kit/measure/least_squares.h"
 #include "kit/text/numbers.h"
 #include "kit/text/text.h"
 
@@ -105,11 +108,16 @@ void RequireInPicture(const std::string& file, const std::vector<int>& points, P
   }
 }
 
-// The cubic of the coefficients at a place relative to the centre, v upwards.
+// Of the cubic that the export fits, at a place relative to the centre, v upwards.
+constexpr size_t kTerms = 10;
+std::array<double, kTerms> CubicTerms(double u, double v) {
+  return {1, u, v, u * u, v * v, u * v, u * v * v, u * u * v, u * u * u, v * v * v};
+}
+
 Point Cubic(const double* const* rows, double u, double v) {
-  const double terms[] = {1, u, v, u * u, v * v, u * v, u * v * v, u * u * v, u * u * u, v * v * v};
+  const auto terms = CubicTerms(u, v);
   Point sum = {0, 0};
-  for (size_t i = 0; i < std::size(terms); ++i) {
+  for (size_t i = 0; i < kTerms; ++i) {
     sum.x += rows[i][0] * terms[i];
     sum.y += rows[i][1] * terms[i];
   }
@@ -157,15 +165,12 @@ double GridPoint::Residual() const { return Distance(seen, fitted); }
 
 namespace {
 
-// Fits the bend to points, row by row from the top left; messages call them by the name.
+// Has the export fit the bend to points, row by row from the top left, and keeps its parameters
+// where `judge`, which throws Failure otherwise, takes them.
+template <class Judged>
 LensFit FitPoints(const std::string& name, std::vector<int> points, const Grid& grid,
-                  const std::string& parameters) {
+                  const std::string& parameters, Judged judge) {
   const auto count = static_cast<int>(points.size() / 2);
-  const auto side = static_cast<int>(std::lround(std::sqrt(count)));
-  std::vector<Point> seen;
-  for (size_t i = 0; i < points.size(); i += 2) {
-    seen.push_back({double(points[i]), double(points[i + 1])});
-  }
   GreyImage image;
   image.Create(1, 1);
   constexpr float kPixelSize = 10000;  // then a pitch is a step in pixels
@@ -176,17 +181,7 @@ LensFit FitPoints(const std::string& name, std::vector<int> points, const Grid& 
                                file.c_str())) {
       throw OutOfMemory("the fit of '" + name + "'");
     }
-    fit = Judge(image, seen, side, grid.step);
-    const double most =
-        grid.maxResidual > 0 ? grid.maxResidual : std::min(grid.step.across, grid.step.down) / 4;
-    const double worst = fit.points[fit.worst].Residual();
-    if (worst > most) {
-      const Point at = fit.points[fit.worst].seen;
-      throw Failure("'" + name + "': point " + std::to_string(fit.worst + 1) + " (" +
-                    ShortestDigits(at.x) + ", " + ShortestDigits(at.y) + ") lies " +
-                    std::to_string(worst) + " pixels from its place in the fit, beyond " +
-                    std::to_string(most) + " (--max-residual)");
-    }
+    fit = judge(image);
   });
   Json more = Own(image);
   more.update({{"step", {grid.step.across, grid.step.down}},
@@ -212,38 +207,175 @@ LensFit FitLens(const std::string& file, const Grid& grid, const std::string& pa
   }
   RequireOrder(file, points, side);
   if (grid.size.width > 0) RequireInPicture(file, points, grid.size);
-  return FitPoints(file, std::move(points), grid, parameters);
+  std::vector<Point> seen;
+  for (size_t i = 0; i < points.size(); i += 2) {
+    seen.push_back({double(points[i]), double(points[i + 1])});
+  }
+  return FitPoints(file, std::move(points), grid, parameters, [&](const GreyImage& image) {
+    LensFit fit = Judge(image, seen, side, grid.step);
+    const double most =
+        grid.maxResidual > 0 ? grid.maxResidual : std::min(grid.step.across, grid.step.down) / 4;
+    const double worst = fit.points[fit.worst].Residual();
+    if (worst > most) {
+      const Point at = fit.points[fit.worst].seen;
+      throw Failure("'" + file + "': point " + std::to_string(fit.worst + 1) + " (" +
+                    ShortestDigits(at.x) + ", " + ShortestDigits(at.y) + ") lies " +
+                    std::to_string(worst) + " pixels from its place in the fit, beyond " +
+                    std::to_string(most) + " (--max-residual)");
+    }
+    return fit;
+  });
 } catch (const std::bad_alloc&) {
   throw OutOfMemory("the fit of a lens");
 }
 
+namespace {
+
+// A place of the rectified picture relative to its middle, v upwards, and where the camera sees it.
+struct SeenPlace {
+  double u, v;
+  Point seen;
+};
+
+// The cubic whose worst distance from the places is least, by Lawson's method: least squares again
+// and again, with each place's weight multiplied by how far the cubic lies from it. Least squares
+// alone follow the picture's broad middle and leave corners several times as far off.
+class EvenCubic {
+ public:
+  explicit EvenCubic(const std::vector<SeenPlace>& places) {
+    for (const auto& [u, v, seen] : places) {
+      scale_ = std::max({scale_, std::abs(u), std::abs(v)});
+    }
+    constexpr int kRounds = 300;  // the worst then falls by less than a hundredth of a pixel
+    std::vector<double> weights(places.size(), 1);
+    double least = 0;
+    for (int round = 0; round < kRounds; ++round) {
+      const auto tried = Fitted(places, weights);
+      if (!tried) break;  // the weights of all but a few places have vanished
+      double worst = 0, total = 0;
+      for (size_t i = 0; i < places.size(); ++i) {
+        const double distance = Distance(At(*tried, places[i].u, places[i].v), places[i].seen);
+        worst = std::max(worst, distance);
+        total += weights[i] *= distance;
+      }
+      if (round == 0 || worst < least) least = worst, best_ = *tried;
+      if (!(total > 0)) break;
+      for (double& weight : weights) weight *= static_cast<double>(places.size()) / total;
+    }
+  }
+
+  Point At(double u, double v) const { return At(best_, u, v); }
+
+ private:
+  using Coefficients = std::array<Point, kTerms>;
+
+  Point At(const Coefficients& coefficients, double u, double v) const {
+    const auto terms = CubicTerms(u / scale_, v / scale_);
+    Point sum = {0, 0};
+    for (size_t i = 0; i < kTerms; ++i) {
+      sum.x += coefficients[i].x * terms[i];
+      sum.y += coefficients[i].y * terms[i];
+    }
+    return sum;
+  }
+
+  std::optional<Coefficients> Fitted(const std::vector<SeenPlace>& places,
+                                     const std::vector<double>& weights) const {
+    std::vector<double> a(kTerms * kTerms), x(kTerms), y(kTerms);
+    for (size_t n = 0; n < places.size(); ++n) {
+      const auto terms = CubicTerms(places[n].u / scale_, places[n].v / scale_);
+      for (size_t i = 0; i < kTerms; ++i) {
+        const double weighted = weights[n] * terms[i];
+        x[i] += weighted * places[n].seen.x;
+        y[i] += weighted * places[n].seen.y;
+        for (size_t k = 0; k < kTerms; ++k) a[kTerms * i + k] += weighted * terms[k];
+      }
+    }
+    std::vector<double> again = a;
+    if (!SolveSymmetric(a, x) || !SolveSymmetric(again, y)) return {};
+    Coefficients coefficients;
+    for (size_t i = 0; i < kTerms; ++i) coefficients[i] = {x[i], y[i]};
+    return coefficients;
+  }
+
+  double scale_ = 1;
+  Coefficients best_ = {};
+};
+
+bool IsIn(PictureSize size, Point at) {
+  return at.x >= 0 && at.y >= 0 && at.x <= size.width - 1 && at.y <= size.height - 1;
+}
+
+// How far the parameters' cubic lies from where the camera sees each place. What the camera sees
+// outside of its picture is to be black: there it counts how far into the picture the cubic looks.
+LensFit JudgeTable(const GreyImage& table, const std::vector<SeenPlace>& places, PictureSize size) {
+  LensFit result;
+  double sum = 0;
+  for (const auto& [u, v, seen] : places) {
+    const Point at = Cubic(table.distortionCoefficientRows, u, v);
+    GridPoint point = {seen, {table.centreX + at.x, table.centreY - at.y}};
+    if (!IsIn(size, seen)) {
+      if (!IsIn(size, point.fitted)) continue;
+      const Point last = {size.width - 1.0, size.height - 1.0}, in = point.fitted;
+      point.seen = {in.x + std::min({in.x, in.y, last.x - in.x, last.y - in.y}), in.y};
+    }
+    const double residual = point.Residual();
+    result.points.push_back(point);
+    sum += residual * residual;
+    if (residual > result.points[result.worst].Residual()) result.worst = result.points.size() - 1;
+  }
+  result.rms = std::sqrt(sum / static_cast<double>(result.points.size()));
+  return result;
+}
+
+}  // namespace
+
 LensFit FitLensToCamera(const Camera& camera, double maxResidual,
                         const std::string& parameters) try {
-  // Points to whole pixels, as the fit takes them: many, so that their rounding evens out.
-  constexpr int kSide = 41;
+  constexpr int kSide = 81, kMiddle = kSide / 2;
   const auto [width, height] = camera.size;
   const auto stepOf = [](int size) { return std::ceil(size / double(kSide - 1)); };
   const Grid grid = {.step = {stepOf(width), stepOf(height)},
                      .size = camera.size,
                      .pitch = UnitPerPixel(camera) * stepOf(width),
                      .maxResidual = maxResidual};
-  const RectifiedPlaces places(camera);
+  const RectifiedPlaces rectified(camera);
   const int middleX = width / 2, middleY = height / 2;
-  constexpr int kMiddle = kSide / 2;
-  std::vector<int> points;
-  for (int row = 0; row < kSide; ++row) {
-    for (int column = 0; column < kSide; ++column) {
-      const Point seen = places.SeenAt(middleX + (column - kMiddle) * grid.step.across,
-                                       middleY + (row - kMiddle) * grid.step.down);
-      constexpr double kFarthest = 32767;
-      if (!(std::abs(seen.x) <= kFarthest && std::abs(seen.y) <= kFarthest)) {
-        throw Failure("the camera's bend is not known all over the rectified picture");
-      }
-      points.push_back(static_cast<int>(std::lround(seen.x)));
-      points.push_back(static_cast<int>(std::lround(seen.y)));
+  std::vector<SeenPlace> places, inPicture;
+  for (int row = -kMiddle; row <= kMiddle; ++row) {
+    for (int column = -kMiddle; column <= kMiddle; ++column) {
+      const double u = column * grid.step.across, v = -row * grid.step.down;
+      places.push_back({u, v, rectified.SeenAt(middleX + u, middleY - v)});
+      if (IsIn(camera.size, places.back().seen)) inPicture.push_back(places.back());
     }
   }
-  return FitPoints("the camera's bend", std::move(points), grid, parameters);
+  // The export fits by least squares. From the cubic's own points it makes that cubic again, but
+  // for their rounding to whole pixels, which so many points even out.
+  const EvenCubic cubic(inPicture);
+  std::vector<int> points;
+  for (const auto& [u, v, seen] : places) {
+    const bool isMiddle = u == 0 && v == 0;  // which says where the picture comes to lie
+    const Point at = isMiddle ? seen : cubic.At(u, v);
+    constexpr double kFarthest = 32767;
+    if (!(std::abs(at.x) <= kFarthest && std::abs(at.y) <= kFarthest)) {
+      throw Failure("the camera's bend is not known all over the rectified picture");
+    }
+    points.push_back(static_cast<int>(std::lround(at.x)));
+    points.push_back(static_cast<int>(std::lround(at.y)));
+  }
+  const auto judge = [&](const GreyImage& table) {
+    LensFit fit = JudgeTable(table, places, camera.size);
+    if (fit.points.empty()) throw Failure("the camera does not see the plane");
+    const GridPoint& worst = fit.points[fit.worst];
+    if (worst.Residual() > maxResidual) {
+      throw Failure("a table's cubic follows this camera to " + ShortestDigits(worst.Residual()) +
+                    " pixels at best, at (" + ShortestDigits(worst.fitted.x) + ", " +
+                    ShortestDigits(worst.fitted.y) + "), beyond " + ShortestDigits(maxResidual) +
+                    " (--max-residual); rectify follows the camera file itself");
+    }
+    return fit;
+  };
+  return FitPoints("the camera's bend", std::move(points), grid, parameters, judge);
 } catch (const std::bad_alloc&) {
   throw OutOfMemory("the fit of a lens");
 }

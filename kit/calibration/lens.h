@@ -48,8 +48,8 @@ LensFit FitLens(const std::string& points, const Grid& grid, const std::string& 
 constexpr double kMostTableResidual = 2;
 
 // The same from a camera: pictures come out as the rectifier has them, all over, but for what whole
-// pixels leave and as far as a cubic follows the bend. Throws Failure, and writes nothing, where it
-// lies more than `maxResidual` pixels beside anywhere.
+// pixels leave and as far as a cubic follows the bend: it is the one whose worst place is nearest.
+// Throws Failure, and writes nothing, where that lies more than `maxResidual` pixels beside.
 LensFit FitLensToCamera(const Camera& camera, double maxResidual, const std::string& parameters);
 
 // Holds the parameters of a file and the map for pictures of one size.

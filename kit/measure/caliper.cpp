@@ -167,11 +167,14 @@ std::optional<Step> StepOf(std::span<const double> p, std::span<const double> sa
   return Step{p[0], std::clamp(height, -shown, shown), blur};
 }
 
-// Adds the step between two ramps. They are straight near the step only, so few samples around it
-// are taken, first about the even step, then about what that gives.
+// Ramps are straight near the step only, so few samples on both sides of it tell them.
+constexpr int kRampReach = 5;
+constexpr double kBlurOfAStart = 1;  // where an even step is blurred more, ramps may be why
+
+// Adds the step between two ramps, from samples first about the even step, then about what that
+// gives.
 void FitRamps(const std::vector<double>& grey, int first, int last, Fitted& fitted) {
-  constexpr int kReach = 5, kRounds = 2;
-  constexpr double kBlurOfAStart = 1;  // where an even step is blurred more, ramps may be why
+  constexpr int kReach = kRampReach, kRounds = 2;
   const Step& even = fitted.even;
   double centre = even.position;
   for (int round = 0; round < kRounds; ++round) {
@@ -304,6 +307,34 @@ std::vector<Fitted> StepsAcross(const GreyImage& image, const TurnedBox& box,
   return StepsOf(ProfileOf(image, box.width, RowsOf(box.height), at), rule);
 }
 
+// Where light changes beside a step, an even one is drawn aside, the farther the more is sampled of
+// that light and the less of the other side. So the part is sampled anew about its step until that
+// stands in the middle: all parts along a line are drawn aside alike then.
+void Centre(const GreyImage& image, const TurnedBox& part, Fitted& fitted) {
+  constexpr int kSamples = 2 * kRampReach + 1, kRounds = 3;
+  double centre = fitted.even.position, even = 0;
+  std::vector<double> grey, p;
+  for (int round = 0; round < kRounds; ++round) {
+    const auto at = [&](double u, double k) { return part.At(centre + u, k); };
+    Profile profile = ProfileOf(image, kSamples, RowsOf(part.height), at);
+    if (profile.grey.size() < kSamples) return;
+    grey = std::move(profile.grey);
+    p = {0, fitted.even.height, std::min(fitted.even.blur, kBlurOfAStart),
+         (grey.front() + grey.back()) / 2};
+    FitParameters(grey, -kRampReach, p);
+    const auto step = StepOf(p, grey, 0);
+    if (!step || step->height * fitted.even.height <= 0) return;
+    even = step->position;
+    if (round + 1 < kRounds) centre += even;
+  }
+  std::vector<double> q = {p[0], p[1], p[2], p[3], 0, 0};
+  FitParameters(grey, -kRampReach, q);
+  const auto ramps = StepOf(q, grey, even);
+  if (!ramps || ramps->height * fitted.even.height <= 0) return;
+  fitted.even.position = centre + even;
+  fitted.ramps.position = centre + ramps->position;
+}
+
 // The edge of one step. Whether light changes beside it is judged by this step alone.
 Edge EdgeOf(const TurnedBox& box, const Fitted& fitted) {
   const Step& step = Chosen(fitted, HaveRamps({&fitted, 1}));
@@ -361,8 +392,11 @@ std::vector<Point> EdgesAcross(const GreyImage& image, const TurnedBox& box, int
   double moved = 0;
   if (HaveRamps(found)) {
     std::vector<double> moves;
-    for (const Fitted& step : found) {
-      if (step.free > 0) moves.push_back(step.ramps.position - step.even.position);
+    for (size_t i = 0; i < found.size(); ++i) {
+      Fitted& step = found[i];
+      if (step.free == 0) continue;
+      Centre(image, {{centres[i].x, centres[i].y, box.pose.degrees}, box.width, height}, step);
+      moves.push_back(step.ramps.position - step.even.position);
     }
     moved = MedianOf(moves);
   }

@@ -9,6 +9,7 @@
 #include "kit/measure/contour.h"
 #include "kit/measure/fit.h"
 #include "kit/measure/grey_statistics.h"
+#include "kit/measure/shape.h"
 #include "kit/operations/operation.h"
 #include "kit/search/blob_search.h"
 
@@ -138,22 +139,27 @@ Thing ThingOf(const FittedEllipse& found, std::span<const Point> points) {
   return thing;
 }
 
+ShapeRule ShapeRuleOf(const Values& values, const char* calipers) {
+  return {values.Whole(calipers), RuleOf(values), values.Number(kRefuse)};
+}
+
+template <class Found>
+void Tell(const Call& call, const Found& found) {
+  if (found) call.result.things.push_back(ThingOf(found->shape, found->points));
+}
+
 // A line's direction is that of its rectangle's height, not turned about: clockwise by 90 degrees
 // from the direction in which edges are looked for.
 void FitLineIn(const Call& call) {
-  const TurnedBox box = BoxOf(call.values);
-  const auto points =
-      EdgesAcross(*call.a.grey, box, call.values.Whole("calipers"), RuleOf(call.values));
-  const auto line = FitLine(points, call.values.Number(kRefuse));
-  if (line) call.result.things.push_back(ThingOf(*line, points));
+  const Values& values = call.values;
+  Tell(call, FindLine(*call.a.grey, BoxOf(values), ShapeRuleOf(values, "calipers")));
 }
 
-template <auto Fit>
+template <auto Find>
 void FitRound(const Call& call) {
-  const auto points = EdgesAround(*call.a.grey, RingOf(call.values), call.values.Whole("rays"),
-                                  call.values.Number("ray_width"), RuleOf(call.values));
-  const auto found = Fit(points, call.values.Number(kRefuse));
-  if (found) call.result.things.push_back(ThingOf(*found, points));
+  const Values& values = call.values;
+  Tell(call,
+       Find(*call.a.grey, RingOf(values), values.Number("ray_width"), ShapeRuleOf(values, "rays")));
 }
 
 // ---- shapes through contours --------------------------------------------------------------------
@@ -453,14 +459,14 @@ std::vector<Operation> MeasuringOperations() {
        .summary = "the circle through edges around a centre",
        .output = Kind::kCircles,
        .arguments = RoundArguments(),
-       .run = FitRound<FitCircle>,
+       .run = FitRound<FindCircle>,
        .prepare = MakeFit},
       {.name = "fit-ellipse",
        .family = kFamily,
        .summary = "the ellipse through edges around a centre",
        .output = Kind::kCircles,
        .arguments = RoundArguments(),
-       .run = FitRound<FitEllipse>,
+       .run = FitRound<FindEllipse>,
        .prepare = MakeFit},
       {.name = "fit-contour-lines",
        .family = kFamily,

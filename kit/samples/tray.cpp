@@ -147,6 +147,16 @@ constexpr double kBevel = 5;
 // What separates parts from ground for certain, rounding in the conversion to grey included.
 constexpr double kDarkestPart = kPartLevel + 18, kBrightestGround = kPartLevel - 22;
 
+double AsPart(double grey) { return std::clamp(grey, kDarkestPart, 236.0); }
+double AsGround(double grey) { return std::clamp(grey, 8.0, kBrightestGround); }
+
+// Pixels on the outline show both. Where pixels are those that parts are measured in, such a one is
+// told from the ground, or from the part, as well as others. Fine pixels keep what they mix:
+// outlines would end at whole ones otherwise.
+double Mixed(double covered, double metal, double ground) {
+  return covered * metal + (1 - covered) * ground;
+}
+
 // A picture with `fine` pixels a side for each that parts are measured in.
 struct Canvas {
   int width, height, fine;  // without `fine`
@@ -226,13 +236,11 @@ void Draw(std::span<const Placed> placed, const Canvas& canvas, ColourImage& ima
       const bool inside = distance <= 0;
       const double covered = Clamp01(0.5 - distance * canvas.fine);
       const double ground = ShadedGround(placed, p, Grain(x, y), canvas);
-      double grey = ground, colour[3] = {};
-      if (covered > 0) {
-        const double metal = Metal(placed[nearest], p, distance);
-        grey = covered * metal + (1 - covered) * ground;
-      }
-      grey =
-          inside ? std::clamp(grey, kDarkestPart, 236.0) : std::clamp(grey, 8.0, kBrightestGround);
+      const double metal = covered > 0 ? Metal(placed[nearest], p, distance) : ground;
+      const double grey = canvas.fine > 1
+                              ? Mixed(covered, AsPart(metal), AsGround(ground))
+                              : (inside ? AsPart : AsGround)(Mixed(covered, metal, ground));
+      double colour[3] = {};
       Tinted(grey, 1 - covered, kSlate, colour);
       if (covered > 0) Tinted(grey, covered, placed[nearest].kind->tint, colour);
       for (int c = 0; c < 3; ++c) image.rows[y][3 * x + c] = Byte(colour[c]);

@@ -88,6 +88,7 @@ TrayCamera::TrayCamera(uint64_t seed, const std::string& file)
     views.push_back(kit::ViewOfChessboard("board", image, {kAcross, kDown}));
   }
   kit::Camera camera = kit::FitCamera(views, kSize);
+  kit::RequireResidualsWithin(kit::kMostResiduals, camera, views);
   camera.square = kSquare;
   camera.unit = "mm";
   rms_ = camera.rms;

@@ -138,6 +138,30 @@ TEST(Measuring, SaysWhatWasDrawn) {
   EXPECT_GT(Found(image, "fit-circle", all)[0].form, 2);
 }
 
+// Calipers that are laid beside a shape are laid again by what they found: rays go out from its
+// middle in even directions, parts of a rectangle follow each other along it.
+TEST(Measuring, CalipersAreLaidAgainByWhatTheyFound) {
+  GreyImage image;
+  DrawShapes(image);
+  const kit::Pose bar = {60, 50, 30};
+  const Point left = bar.At(-5.25, 0);
+  const kit::Thing circle = Found(image, "fit-circle", {{"ring", {164, 54, 10, 38}}})[0];
+  EXPECT_NEAR(circle.x, 160.25, 0.03);
+  EXPECT_NEAR(circle.y, 50.5, 0.03);
+  ASSERT_GT(circle.usedPoints.size(), 30u);
+  for (const Point& at : circle.usedPoints) {
+    const double ray = std::atan2(at.y - circle.y, at.x - circle.x) * 48 / (2 * std::acos(-1.0));
+    EXPECT_NEAR(ray, std::round(ray), 0.02);
+  }
+  const Json aslant = {left.x + 0.5, left.y, 12, 50, 34};
+  const kit::Thing line = Found(image, "fit-line", {{"box", aslant}})[0];
+  EXPECT_NEAR(line.angle, -60, 0.02);
+  ASSERT_EQ(line.usedPoints.size(), 20u);
+  for (size_t i = 1; i < 20; ++i) {
+    EXPECT_NEAR(kit::Distance(line.usedPoints[i - 1], line.usedPoints[i]), 2.5, 1e-3);
+  }
+}
+
 // A plain form of what a contour is: its points lie where lines between neighbours' centres cross
 // the level, each once, the bright neighbour on the right; groups of bright pixels that touch have
 // one contour on the outside, and one around each hole.
