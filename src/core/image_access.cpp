@@ -20,10 +20,12 @@ bool KeepStore(CImage<Pixel>& image, int width, int height) {
   return true;
 }
 
+// An image without width or height cannot be created, whatever memory there is.
 template <class Pixel>
 bool WasCreated(const CImage<Pixel>& image) {
-  if (!HasPixels(&image)) NoteLackOfMemory();
-  return HasPixels(&image);
+  const bool wasCreated = HasPixels(&image);
+  if (!wasCreated && image.width > 0 && image.height > 0) NoteLackOfMemory();
+  return wasCreated;
 }
 
 template <class Pixel>
