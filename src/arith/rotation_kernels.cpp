@@ -162,8 +162,15 @@ void BilinearRow(const RotatedRow& given, uint8_t* out, int first, int end) {
     return Convert<float, kLanes>(position & (kUnit - 1)) * (1.0f / kUnit);
   };
   Run run;
-  for (int x = first; x < end; x += kRun) {
-    const int count = end - x < kRun ? end - x : kRun;
+  for (int x = first, count; x < end; x += count) {
+    count = end - x < kRun ? end - x : kRun;
+    // Whole groups; the last overlaps the one before. One by one, its pixels took longer.
+    if (count >= kGroup) {
+      count -= count % kGroup;
+    } else if (end - first >= kGroup) {
+      x = end - kGroup;
+      count = kGroup;
+    }
     Locate(row, x, count, run, [](Longs, Longs, int) {});
     int i = 0;
     for (; i <= count - kGroup; i += kGroup) {
