@@ -1,6 +1,7 @@
 #include "kit/measure/fit.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstdint>
 #include <numbers>
@@ -28,9 +29,12 @@ struct LineShape {
   static constexpr size_t kPoints = 2;
   double p[3] = {};
 
-  double Distance(Point at) const {
-    return (at.y - p[1]) * Cosine(p[2]) - (at.x - p[0]) * Sine(p[2]);
+  auto Distances() const {
+    return [x = p[0], y = p[1], cosine = Cosine(p[2]), sine = Sine(p[2])](Point at) {
+      return (at.y - y) * cosine - (at.x - x) * sine;
+    };
   }
+  bool Through(std::span<const Point> points) { return Fit(points); }
   // Total least squares: the direction of the greatest moment.
   bool Fit(std::span<const Point> points) {
     double x = 0, y = 0, xx = 0, xy = 0, yy = 0;
@@ -54,8 +58,9 @@ bool LieInALine(std::span<const Point> points) {
   LineShape line;
   if (!line.Fit(points)) return true;
   double aside = 0, reach = 0;
+  const auto distance = line.Distances();
   for (const Point& at : points) {
-    aside = std::max(aside, std::abs(line.Distance(at)));
+    aside = std::max(aside, std::abs(distance(at)));
     reach = std::max(reach, Length(at.x - line.p[0], at.y - line.p[1]));
   }
   return aside <= kStraight * reach;
@@ -66,7 +71,12 @@ struct CircleShape {
   static constexpr size_t kPoints = 3;
   double p[3] = {};
 
-  double Distance(Point at) const { return Length(at.x - p[0], at.y - p[1]) - p[2]; }
+  auto Distances() const {
+    return [x = p[0], y = p[1], radius = p[2]](Point at) {
+      return Length(at.x - x, at.y - y) - radius;
+    };
+  }
+  bool Through(std::span<const Point> points) { return Fit(points); }
 
   // Kasa's algebraic circle, x^2 + y^2 = 2 a x + 2 b y + c about the points' middle, and from there
   // the least squares of distances.
@@ -97,7 +107,7 @@ struct CircleShape {
     std::vector<double> q(p, p + 3);
     const auto distances = [&](std::span<const double> r, std::span<double> out) {
       const CircleShape shape = {{r[0], r[1], r[2]}};
-      for (size_t i = 0; i < points.size(); ++i) out[i] = shape.Distance(points[i]);
+      std::transform(points.begin(), points.end(), out.begin(), shape.Distances());
     };
     Minimise(distances, points.size(), 1e-4, q, 20);
     std::copy(q.begin(), q.end(), p);
@@ -109,14 +119,46 @@ struct EllipseShape {
   static constexpr size_t kPoints = 5;
   double p[5] = {};
 
-  double Distance(Point at) const {
-    const auto [sine, cosine] = SineCosineOf(p[4]);
-    const double u = (at.x - p[0]) * cosine + (at.y - p[1]) * sine;
-    const double v = (at.y - p[1]) * cosine - (at.x - p[0]) * sine;
-    const double a = Exp(p[2]), b = Exp(p[3]);
-    // The implicit equation sqrt((u / a)^2 + (v / b)^2) = 1 over its gradient.
-    const double size = Length(u / a, v / b), slope = Length(u / (a * a), v / (b * b));
-    return slope > 0 ? (size - 1) * size / slope : -std::min(a, b);
+  auto Distances() const {
+    return [x = p[0], y = p[1], turn = SineCosineOf(p[4]), a = Exp(p[2]), b = Exp(p[3])](Point at) {
+      const auto [sine, cosine] = turn;
+      const double u = (at.x - x) * cosine + (at.y - y) * sine;
+      const double v = (at.y - y) * cosine - (at.x - x) * sine;
+      // The implicit equation sqrt((u / a)^2 + (v / b)^2) = 1 over its gradient.
+      const double size = Length(u / a, v / b), slope = Length(u / (a * a), v / (b * b));
+      return slope > 0 ? (size - 1) * size / slope : -std::min(a, b);
+    };
+  }
+
+  // The conic A x^2 + B x y + C y^2 + D x + E y = 1 through five points, about their middle: an
+  // ellipse goes around that. False where the conic is none.
+  bool Through(std::span<const Point> points) {
+    double x = 0, y = 0, reach = 0;
+    for (const Point& at : points) x += at.x / kPoints, y += at.y / kPoints;
+    for (const Point& at : points) reach += Length(at.x - x, at.y - y) / kPoints;
+    if (!(reach > 0)) return false;
+    std::array<std::array<double, kPoints + 1>, kPoints> rows;
+    for (size_t i = 0; i < kPoints; ++i) {
+      const double u = (points[i].x - x) / reach, v = (points[i].y - y) / reach;
+      rows[i] = {u * u, u * v, v * v, u, v, 1};
+    }
+    if (!Eliminate(rows)) return false;
+    const double a = rows[0][kPoints], b = rows[1][kPoints], c = rows[2][kPoints];
+    const double d = rows[3][kPoints], e = rows[4][kPoints];
+    const double determinant = 4 * a * c - b * b;
+    if (!(determinant > 0)) return false;
+    // About its own middle (s, t) it is A x^2 + B x y + C y^2 = level.
+    const double s = (b * e - 2 * c * d) / determinant, t = (b * d - 2 * a * e) / determinant;
+    const double level = 1 - (d * s + e * t) / 2;
+    const double mean = (a + c) / 2, swing = Length(a - c, b) / 2;
+    const double first = level / (mean + swing), second = level / (mean - swing);
+    if (!(first > 0 && second > 0)) return false;
+    p[0] = x + s * reach;
+    p[1] = y + t * reach;
+    p[2] = Log(std::sqrt(first) * reach);
+    p[3] = Log(std::sqrt(second) * reach);
+    p[4] = ArcTangent(b, a - c) / 2;
+    return IsBounded();
   }
 
   // From the circle through the points, somewhat stretched two ways: an even circle has no
@@ -132,15 +174,40 @@ struct EllipseShape {
                                direction * kRadians};
       const auto distances = [&](std::span<const double> r, std::span<double> out) {
         const EllipseShape shape = {{r[0], r[1], r[2], r[3], r[4]}};
-        for (size_t i = 0; i < points.size(); ++i) out[i] = shape.Distance(points[i]);
+        std::transform(points.begin(), points.end(), out.begin(), shape.Distances());
       };
       const double sum = Minimise(distances, points.size(), 1e-6, q, 30);
       if (!std::isfinite(sum) || (best >= 0 && sum >= best)) continue;
       best = sum;
       std::copy(q.begin(), q.end(), p);
     }
+    return best >= 0 && IsBounded();
+  }
+
+ private:
+  bool IsBounded() const {
     constexpr double kLongest = 32768;  // no picture is as wide
-    return best >= 0 && Exp(p[2]) < kLongest && Exp(p[3]) < kLongest;
+    return Exp(p[2]) < kLongest && Exp(p[3]) < kLongest;
+  }
+
+  // Gauss's method: the last column becomes the solution. False where there is not just one.
+  static bool Eliminate(std::array<std::array<double, kPoints + 1>, kPoints>& rows) {
+    constexpr double kVanishes = 1e-12;
+    for (size_t i = 0; i < kPoints; ++i) {
+      const auto larger = [i](const auto& one, const auto& other) {
+        return std::abs(one[i]) < std::abs(other[i]);
+      };
+      std::swap(rows[i], *std::max_element(rows.begin() + i, rows.end(), larger));
+      if (!(std::abs(rows[i][i]) > kVanishes)) return false;
+      for (size_t k = 0; k < kPoints; ++k) {
+        const double times = k == i ? 0 : rows[k][i] / rows[i][i];
+        for (size_t column = i; column <= kPoints; ++column) {
+          rows[k][column] -= times * rows[i][column];
+        }
+      }
+    }
+    for (size_t i = 0; i < kPoints; ++i) rows[i][kPoints] /= rows[i][i];
+    return true;
   }
 };
 
@@ -162,7 +229,9 @@ class Sequence {
 template <class Shape>
 double MedianDistance(const Shape& shape, std::span<const Point> points) {
   std::vector<double> distances;
-  for (const Point& at : points) distances.push_back(std::abs(shape.Distance(at)));
+  distances.reserve(points.size());
+  const auto distance = shape.Distances();
+  for (const Point& at : points) distances.push_back(std::abs(distance(at)));
   const auto middle = distances.begin() + static_cast<std::ptrdiff_t>(distances.size() / 2);
   std::nth_element(distances.begin(), middle, distances.end());
   return *middle;
@@ -193,7 +262,7 @@ std::optional<Shape> MedianShape(std::span<const Point> points, int trials) {
     few.reserve(taken.size());
     for (const size_t i : taken) few.push_back(points[i]);
     Shape shape;
-    if (!shape.Fit(few)) continue;
+    if (!shape.Through(few)) continue;
     const double median = MedianDistance(shape, points);
     if (std::isfinite(median) && (!best || median < least)) {
       best = shape;
@@ -240,8 +309,9 @@ std::optional<Shape> RobustFit(std::span<const Point> points, double refuse, Res
       const double few = 1 + 5.0 / static_cast<double>(count - Shape::kPoints);
       const double deviation =
           std::max(kLeastDeviation, 1.4826 * few * MedianDistance(shape, points));
+      const auto distance = shape.Distances();
       for (size_t i = 0; i < count; ++i) {
-        residual.isUsed[i] = std::abs(shape.Distance(points[i])) <= refuse * deviation;
+        residual.isUsed[i] = std::abs(distance(points[i])) <= refuse * deviation;
       }
       const std::vector<Point> used = Chosen<Shape>(points, residual.isUsed);
       if (used.size() < Shape::kPoints || !shape.Fit(used)) return {};
@@ -250,9 +320,10 @@ std::optional<Shape> RobustFit(std::span<const Point> points, double refuse, Res
     return {};
   }
   double least = 0, most = 0, sum = 0;
+  const auto distances = shape.Distances();
   for (size_t i = 0; i < count; ++i) {
     if (!residual.isUsed[i]) continue;
-    const double distance = shape.Distance(points[i]);
+    const double distance = distances(points[i]);
     least = residual.used ? std::min(least, distance) : distance;
     most = residual.used ? std::max(most, distance) : distance;
     sum += distance * distance;
