@@ -7,6 +7,7 @@
 
 #include "kit/errors.h"
 #include "kit/files/files.h"
+#include "kit/images/pixels.h"
 #include "kit/text/text.h"
 
 namespace quillon::kit {
@@ -102,6 +103,13 @@ void RequirePictureSize(const std::string& parameters, PictureSize size, const G
   throw Failure("'" + parameters + "' was made for pictures of " +
                 SizeText(size.width, size.height) + ", this one has " +
                 SizeText(image.width, image.height));
+}
+
+void CreateCorrected(const std::string& parameters, PictureSize size, const GreyImage& image,
+                     GreyImage& corrected) {
+  RequirePictureSize(parameters, size, image);
+  corrected.Create(image.width, image.height);
+  RequirePixels(corrected);
 }
 
 }  // namespace quillon::kit

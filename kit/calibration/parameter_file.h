@@ -53,4 +53,9 @@ PictureSize ReadCompanion(const std::string& parameters, const char* kind, const
 // Throws Failure for a picture of another size than the known one.
 void RequirePictureSize(const std::string& parameters, PictureSize size, const GreyImage& image);
 
+// Where an image of the known size is corrected to: black, as large. Throws as above, and where
+// there is no memory for it.
+void CreateCorrected(const std::string& parameters, PictureSize size, const GreyImage& image,
+                     GreyImage& corrected);
+
 }  // namespace quillon::kit

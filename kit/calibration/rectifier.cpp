@@ -5,7 +5,6 @@
 #include <cmath>
 
 #include "kit/errors.h"
-#include "kit/images/pixels.h"
 
 namespace quillon::kit {
 namespace {
@@ -46,9 +45,7 @@ Rectifier::Rectifier(std::string name, Camera camera) try
 }
 
 void Rectifier::Apply(const GreyImage& image, GreyImage& rectified) const try {
-  RequirePictureSize(path_, camera_.size, image);
-  rectified.Create(image.width, image.height);
-  RequirePixels(rectified);
+  CreateCorrected(path_, camera_.size, image, rectified);
   auto source = sources_.begin();
   for (int y = 0; y < image.height; ++y) {
     for (int x = 0; x < image.width; ++x, ++source) {

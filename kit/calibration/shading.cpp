@@ -261,9 +261,7 @@ ShadingCorrection::ShadingCorrection(const std::string& path, const Note& /*the 
 }
 
 void ShadingCorrection::Apply(const GreyImage& image, GreyImage& corrected) const try {
-  RequirePictureSize(path_, shading_.size, image);
-  corrected.Create(image.width, image.height);
-  RequirePixels(corrected);
+  CreateCorrected(path_, shading_.size, image, corrected);
   const auto target = static_cast<uint32_t>(shading_.target);
   const uint16_t *dark = shading_.dark.data(), *white = shading_.white.data();
   for (int y = 0; y < image.height; ++y) {
