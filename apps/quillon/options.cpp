@@ -16,6 +16,11 @@ void AddPictureToRead(Command command, const char* name, std::string& path) {
       .Required();
 }
 
+void AddPictureToRead(Command command, const char* name, std::vector<std::string>& paths) {
+  command.AddFileToRead(name, paths, std::string("pictures to read (") + kReadFormats + ")")
+      .Required();
+}
+
 void AddPictureToWrite(Command command, const char* name, std::string& path) {
   command.AddFileToWrite(name, path, "picture to write (.png, .bmp)", CheckPictureName).Required();
 }

@@ -13,6 +13,7 @@ namespace quillon::app {
 
 // A required argument that names a picture to read, or to write.
 void AddPictureToRead(Command command, const char* name, std::string& path);
+void AddPictureToRead(Command command, const char* name, std::vector<std::string>& paths);
 void AddPictureToWrite(Command command, const char* name, std::string& path);
 
 // --depth BITS, --max-pixels N: how the command's pictures are read. What has to be said of a file

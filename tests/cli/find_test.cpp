@@ -2,6 +2,8 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <filesystem>
+#include <sstream>
 
 #include "cli/host.h"
 #include "kit/images/image_files.h"
@@ -102,6 +104,37 @@ TEST_F(Find, LooksForTheOtherPolarityWhenTold) {
   ASSERT_EQ(Quillon({"invert", scene_, negative}).exitCode, 0);
   EXPECT_EQ(QuillonJson({"find", part_, negative})["matches"].size(), 0u);
   EXPECT_EQ(QuillonJson({"find", part_, negative, "--polarity", "any"})["matches"].size(), 3u);
+}
+
+TEST_F(Find, SearchesSeveralPictures) {
+  const Words command = {"find", part_, scene_, flat_, scene_};
+  const auto with = [&](const Words& options) {
+    Words all = command;
+    all.insert(all.end(), options.begin(), options.end());
+    return Quillon(all);
+  };
+  const Json pictures = QuillonJson(command)["pictures"];
+  ASSERT_EQ(pictures.size(), 3u);
+  std::string rows = "image,x,y,angle,scale,score,visible\n";
+  for (int i = 0; i < 3; ++i) {
+    Json alone = QuillonJson({"find", part_, command[i + 2]});
+    alone["image"] = command[i + 2];
+    EXPECT_EQ(pictures[i], alone);
+    const std::string csv = Quillon({"find", part_, command[i + 2], "--csv"}).out;
+    std::istringstream lines(csv.substr(csv.find('\n') + 1));
+    for (std::string line; std::getline(lines, line);) {
+      rows += command[i + 2] + "," + line + "\n";
+    }
+  }
+  EXPECT_EQ(with({"--csv"}).out, rows);
+  const std::string text = with({}).out;
+  EXPECT_NE(text.find("\n\n" + flat_ + "\nFound by"), std::string::npos) << text;
+
+  const std::string kept = folder_ / "drawn.png";
+  const auto refused = with({"--draw", kept});
+  EXPECT_EQ(refused.exitCode, 1);
+  EXPECT_NE(refused.err.find("of one image, not of 3"), std::string::npos) << refused.err;
+  EXPECT_FALSE(std::filesystem::exists(kept));
 }
 
 TEST_F(Find, TellsWhatIsWrong) {
