@@ -1,6 +1,7 @@
-// A camera and its lens, from pictures of a chessboard.
+// A camera and its lens, from pictures of a chessboard; its light, from pictures of dark and white.
 #include "kit/calibration/camera.h"
 #include "kit/calibration/rectifier.h"
+#include "kit/calibration/shading.h"
 
 #include <pybind11/stl.h>
 
@@ -22,16 +23,23 @@ namespace {
 
 using Points = py::array_t<double, py::array::c_style | py::array::forcecast>;  // (n, 2)
 
+// The names by which sources know the pictures of a list.
+std::vector<std::string> AddAll(GivenPictures& given, const std::string& argument,
+                                const py::list& images) {
+  std::vector<std::string> names;
+  for (const auto& image : images) {
+    names.push_back(given.Add(argument + "[" + std::to_string(names.size()) + "]",
+                              py::reinterpret_borrow<py::object>(image)));
+  }
+  return names;
+}
+
 // The text of the camera file that pictures and files lead to.
 std::string FitChessboards(const py::list& images, double square,
                            const std::optional<std::pair<int, int>>& corners, size_t plane,
                            double maxRms) {
   GivenPictures given;
-  std::vector<std::string> names;
-  for (const auto& image : images) {
-    names.push_back(given.Add("images[" + std::to_string(names.size()) + "]",
-                              py::reinterpret_borrow<py::object>(image)));
-  }
+  const std::vector<std::string> names = AddAll(given, "images", images);
   const kit::BoardSize board =
       corners ? kit::BoardSize{corners->first, corners->second} : kit::kAnyBoard;
   auto text = Unlocked([&] {
@@ -53,6 +61,40 @@ std::string FitChessboards(const py::list& images, double square,
   });
   given.TellNotes();
   return text;
+}
+
+// Writes a shading file; returns (x, y, dark, white) of each dead pixel.
+py::array_t<double> FitShading(const py::object& name, const py::list& dark, const py::list& white,
+                               int target, int mostDead) {
+  const std::string path = FileNameOf(name);
+  GivenPictures given;
+  const std::vector<std::string> darkNames = AddAll(given, "dark", dark);
+  const std::vector<std::string> whiteNames = AddAll(given, "white", white);
+  const kit::ShadingFit fit = Unlocked([&] {
+    const auto mean = [&](const std::vector<std::string>& pictures) {
+      kit::MeanPicture sum;
+      GreyImage image;
+      for (const std::string& picture : pictures) {
+        given.Sources().Read(picture, image);
+        sum.Add(picture, image);
+      }
+      return sum;
+    };
+    const kit::MeanPicture darkMean = mean(darkNames);
+    kit::ShadingFit fitted =
+        kit::FitShading(darkMean, mean(whiteNames), {.target = target, .mostDead = mostDead});
+    kit::WriteFile(path, kit::ShadingText(fitted.shading));
+    return fitted;
+  });
+  given.TellNotes();
+  py::array_t<double> dead({static_cast<py::ssize_t>(fit.dead.size()), py::ssize_t{4}});
+  double* to = dead.mutable_data();
+  for (const kit::DeadPixel& pixel : fit.dead) {
+    for (const double value : {double(pixel.x), double(pixel.y), pixel.dark, pixel.white}) {
+      *to++ = value;
+    }
+  }
+  return dead;
 }
 
 class Camera {
@@ -140,6 +182,7 @@ class Camera {
 
 void AddCamera(py::module_& module) {
   module.def("fit_chessboards", FitChessboards);
+  module.def("fit_shading", FitShading);
   py::class_<Camera>(module, "Camera")
       .def(py::init<std::string, const py::object&>())
       .def_static("load", &Camera::Load)

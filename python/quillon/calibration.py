@@ -1,4 +1,4 @@
-"""A camera and its lens, and millimeters in the plane that it looks at."""
+"""A camera and its lens, millimeters in the plane that it looks at, and its uneven light."""
 
 from __future__ import annotations
 
@@ -15,10 +15,45 @@ from ._types import FileName, Image, Layout, Source
 if TYPE_CHECKING:
     from .results import ChessboardView
 
-__all__ = ["Calibration"]
+__all__ = ["Calibration", "calibrate_shading"]
 
 _CORNER = np.dtype([("column", "i8"), ("row", "i8"), *((name, "f8") for name in
                     ("x", "y", "residual_x", "residual_y"))])
+_DEAD_PIXEL = np.dtype([("x", "i8"), ("y", "i8"), ("dark", "f8"), ("white", "f8")])
+
+
+def _pictures(name: str, images: Sequence[Source]) -> List[Source]:
+    if (isinstance(images, (str, bytes, os.PathLike, dict, np.ndarray)) or
+            not hasattr(images, "__iter__")):
+        raise refuse(name, "a list of pictures", images)
+    pictures = list(images)
+    if not pictures:
+        raise ValueError(f"{name}: a list of pictures is wanted, this is empty")
+    return pictures
+
+
+@checked
+def calibrate_shading(file_name: FileName, dark: Sequence[Source], white: Sequence[Source], *,
+                      target: Optional[int] = None,
+                      max_dead: Optional[int] = None) -> NDArray[np.void]:
+    """Writes an offset and a gain for each pixel, the file that shading() takes.
+
+    `dark` are pictures without light, the lens covered, `white` pictures of an even white in the
+    light of the parts: arrays or files, of one size; their means are taken. White comes out at the
+    gray value `target`, 1 to 255 (default: as bright as it is in the mean).
+
+    Returns a row for each dead pixel, one that says nothing of the light: x, y, dark, white.
+    Corrected pictures have there what the nearest living pixel has. ValueError where more than
+    `max_dead` are dead (default: a thousandth of all), or white is not brighter than dark.
+    """
+    darks, whites = _pictures("dark", dark), _pictures("white", white)
+    if target is not None:
+        within("target", target, 1, 255)
+    if max_dead is not None:
+        within("max_dead", max_dead, 0, 1_000_000_000)
+    dead = _quillon.fit_shading(file_name, darks, whites, target or 0,
+                                -1 if max_dead is None else max_dead)
+    return np.array([tuple(row) for row in dead], _DEAD_PIXEL)
 
 
 class Calibration:
@@ -72,12 +107,7 @@ class Calibration:
         From three pictures all is fitted: focal lengths, center, k1, k2, p1, p2 and k3; from fewer
         a focal length, k1 and k2.
         """
-        if (isinstance(images, (str, bytes, os.PathLike, dict, np.ndarray)) or
-                not hasattr(images, "__iter__")):
-            raise refuse("images", "a list of pictures", images)
-        pictures = list(images)
-        if not pictures:
-            raise ValueError("images: a list of pictures is wanted, this is empty")
+        pictures = _pictures("images", images)
         within("square", square, 1e-6, 1e6)
         within("max_rms", max_rms, 1e-6, 1e6)
         for side in board or ():

@@ -1,4 +1,5 @@
-"""A camera fitted to drawn chessboards is the one that they were drawn with, and that of the command."""
+"""A camera fitted to drawn chessboards is the one that they were drawn with; its files, and those of its
+uneven light, are those of the command."""
 
 import os
 import pickle
@@ -88,6 +89,46 @@ def test_a_camera_file_is_that_of_the_command(camera, views, tmp_path):
         assert_array_equal(one.rectify(views[1]), flat)
         assert_array_equal(one.views[1].corners, camera.views[1].corners)
         assert repr(one) == repr(camera)
+
+
+def test_a_shading_file_is_that_of_the_command(tmp_path):
+    random = np.random.default_rng(5)
+    dark = [random.integers(4, 9, (30, 40), np.uint8) for _ in range(3)]
+    white = [random.integers(150, 200, (30, 40), np.uint8) for _ in range(2)]
+    for picture in white:
+        picture[7, 11] = 10
+    names = {"dark": [], "white": []}
+    for kind, pictures in (("dark", dark), ("white", white)):
+        for n, picture in enumerate(pictures):
+            names[kind].append(tmp_path / f"{kind}{n}.png")
+            cv2.imwrite(str(names[kind][-1]), picture)
+    command, file = tmp_path / "command", tmp_path / "python"
+    for options in ({}, {"target": 210, "max_dead": 1}):
+        subprocess.run([COMMAND, "calibrate-shading", command, "--dark", *names["dark"], "--white",
+                        *names["white"], *(part for name, value in options.items() for part in
+                                           ("--" + name.replace("_", "-"), str(value)))],
+                       check=True, capture_output=True)
+        for darks, whites in ((dark, white), (names["dark"], names["white"])):
+            dead = quillon.calibrate_shading(file, darks, whites, **options)
+            assert file.read_bytes() == command.read_bytes()
+            assert dead[["x", "y", "white"]].tolist() == [(11, 7, 10)]
+            assert dead["dark"][0] == pytest.approx(np.mean([one[7, 11] for one in dark]), abs=1 / 256)
+    assert abs(float(quillon.shading(white[0], file).mean()) - 210) < 10
+    before = file.read_bytes()
+    fit = quillon.calibrate_shading
+    for work, error, words in [
+            (lambda: fit(file, dark[0], white), TypeError, "dark: a list of pictures is wanted"),
+            (lambda: fit(file, dark, []), ValueError, "white: a list of pictures is wanted, this is empty"),
+            (lambda: fit(file, dark, white, target=256), ValueError, "target: a number from 1 to 255"),
+            (lambda: fit(file, dark, white, target=0), ValueError, "target: a number from 1 to 255"),
+            (lambda: fit(file, dark, white, max_dead=0), ValueError, "dead"),
+            (lambda: fit(file, dark, white, max_dead=-1), ValueError, "max_dead: a number from 0"),
+            (lambda: fit(file, dark, [white[0], white[1][1:]]), ValueError, "white\\[1\\]"),
+            (lambda: fit(file, white, dark), ValueError, "bright"),
+            (lambda: fit(tmp_path / "no" / "file", dark, white), ValueError, "there is no folder")]:
+        with pytest.raises(error, match=words):
+            work()
+    assert file.read_bytes() == before
 
 
 def test_a_camera_shows_its_residuals(camera):

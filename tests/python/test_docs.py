@@ -41,7 +41,9 @@ def run(tmp_path_factory):
     part = parts[parts["kind"] == "bracket"][0]  # as it lies
     template = quillon.gray(tray)[part["top"]:part["bottom"], part["left"]:part["right"]]
     names = {"template": template, "spark": Spark(), "printed": [],
-             "images": [view(*place) for place in PLACES], "camera": [quillon.gray(tray)] * 3}
+             "images": [view(*place) for place in PLACES], "camera": [quillon.gray(tray)] * 3,
+             "dark_images": [np.full((300, 400), 5, np.uint8)],
+             "white_images": [np.full((300, 400), 200, np.uint8)]}
     for name, seed, defects in (("good", 1, 0), ("another", 1, 0), ("tested", 1, 4)):
         names[name] = 255 - samples.board(seed, defects=defects, x=float(name == "another"))[0]
     names["print"] = lambda *values: names["printed"].append(values)
@@ -64,5 +66,6 @@ def test_every_snippet_does_what_the_page_says(run):
     defects = [row for row in run.printed if len(row) == 4 and isinstance(row[0], np.integer)]
     assert 3 <= len(defects) <= 4, "four were drawn"
     assert run.flat.shape == (300, 400) and run.edges.shape == run.image.shape[:2]
+    assert len(run.dead) == 0 and np.array_equal(run.even, view(*PLACES[0]).clip(5) - 5), "less the dark"
     places = next(value for value in printed if np.shape(value) == (2, 2))
     assert 5 < np.hypot(*(places[1] - places[0])) < 20, "80 pixels, in millimeters"
