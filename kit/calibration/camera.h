@@ -95,7 +95,9 @@ Camera ReadCamera(const std::string& path);
 // Where the camera sees the places of the rectified picture, those around it too.
 class RectifiedPlaces {
  public:
+  // The camera must outlive it.
   explicit RectifiedPlaces(const Camera& camera);
+  explicit RectifiedPlaces(Camera&&) = delete;
   Point SeenAt(double x, double y) const;
 
  private:

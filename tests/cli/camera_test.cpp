@@ -81,7 +81,8 @@ TEST(Cameras, AreFoundFromDrawnBoardsAndTakenOutOfPictures) {
     for (int x = 0; x < slope.width; ++x) slope.rows[y][x] = uint8_t(std::min(x, 255));
   }
   kit::Rectifier(scratch / "camera.json").Apply(slope, straight);
-  const kit::RectifiedPlaces seen(kit::ReadCamera(scratch / "camera.json"));
+  const kit::Camera fitted = kit::ReadCamera(scratch / "camera.json");
+  const kit::RectifiedPlaces seen(fitted);
   int wrong = 0, looked = 0;
   for (int y = 0; y < slope.height; ++y) {
     for (int x = 0; x < slope.width; ++x) {
