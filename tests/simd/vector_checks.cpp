@@ -104,7 +104,7 @@ const char* CheckWords() {
              v = RandomLanes<uint16_t, kWords>(0, 65535);
   const auto few = u >> 7;  // half of these are above 255
   QUILLON_HOLDS(Holds(MergeSaturated(few, v),
-                      [&](int i) { return Clamped((i % 2 ? v : few)[i / 2], 0, 255); }));
+                      [&](int i) { return Clamped(i % 2 ? v[i / 2] : few[i / 2], 0, 255); }));
   QUILLON_HOLDS(Holds(MulHigh(u, v), [&](int i) { return (uint32_t{u[i]} * v[i]) >> 16; }));
   QUILLON_HOLDS(Holds(MulHigh(a, b), [&](int i) { return a[i] * b[i] >> 16; }));
   QUILLON_HOLDS(Holds(Abs(b), [&](int i) { return b[i] < 0 ? -b[i] : b[i]; }));
