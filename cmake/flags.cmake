@@ -35,7 +35,8 @@ function(quillon_flags target)
   if(QUILLON_SANITIZE)
     target_compile_definitions(${target} PRIVATE QUILLON_SANITIZED)
     target_compile_options(${target} PRIVATE
-      -fsanitize=${QUILLON_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer -g1
+      # The library is built without type information, by which vptr would know its objects.
+      -fsanitize=${QUILLON_SANITIZE} -fno-sanitize=vptr -fno-sanitize-recover=all -fno-omit-frame-pointer -g1
       # The instrumented code confuses this warning.
       $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
     target_link_options(${target} PRIVATE -fsanitize=${QUILLON_SANITIZE})
