@@ -10,9 +10,9 @@ namespace quillon {
 bool CandidateList::Open(int capacity, int width, int height, double cell) {
   capacity_ = capacity;
   count_ = 0;
-  cell_ = std::max(cell, 1.0);
-  columns_ = static_cast<int>(width / cell_) + 1;
-  rows_ = static_cast<int>(height / cell_) + 1;
+  perPixel_ = 1 / std::max(cell, 1.0);
+  columns_ = static_cast<int>(width * perPixel_) + 1;
+  rows_ = static_cast<int>(height * perPixel_) + 1;
   const auto size = static_cast<size_t>(capacity);
   entries_ = Buffer<Entry>(size);
   heap_ = Buffer<int>(size);
@@ -32,11 +32,11 @@ bool CandidateList::Precedes(int a, int b) const {
 }
 
 int CandidateList::Column(double x) const {
-  return std::clamp(static_cast<int>(x / cell_), 0, columns_ - 1);
+  return std::clamp(static_cast<int>(x * perPixel_), 0, columns_ - 1);
 }
 
 int CandidateList::Row(double y) const {
-  return std::clamp(static_cast<int>(y / cell_), 0, rows_ - 1);
+  return std::clamp(static_cast<int>(y * perPixel_), 0, rows_ - 1);
 }
 
 void CandidateList::Link(int entry) {
@@ -104,8 +104,6 @@ void CandidateList::Remove(int entry) {
 void CandidateList::Insert(const Candidate& candidate, double reachX, double reachY) {
   if (count_ == capacity_) Remove(heap_[0]);
   const Pose& pose = candidate.pose;
-  const int left = Column(pose.x - reachX), right = Column(pose.x + reachX);
-  const int top = Row(pose.y - reachY), bottom = Row(pose.y + reachY);
   int weaker = -1;  // the first in order of those that are near and come after the candidate
   const auto isBest = [&](int cell) {
     for (int i = cells_[cell]; i >= 0; i = entries_[i].next) {
@@ -119,10 +117,14 @@ void CandidateList::Insert(const Candidate& candidate, double reachX, double rea
     return true;
   };
   // Look in the candidate's own cell first: there, most find the better one that rules them out.
-  if (!isBest(Row(pose.y) * columns_ + Column(pose.x))) return;
+  const int own = Row(pose.y) * columns_ + Column(pose.x);
+  if (!isBest(own)) return;
+  const int left = Column(pose.x - reachX), right = Column(pose.x + reachX);
+  const int top = Row(pose.y - reachY), bottom = Row(pose.y + reachY);
   for (int row = top; row <= bottom; ++row) {
     for (int column = left; column <= right; ++column) {
-      if (!isBest(row * columns_ + column)) return;
+      const int cell = row * columns_ + column;
+      if (cell != own && !isBest(cell)) return;
     }
   }
   if (weaker >= 0) Remove(weaker);

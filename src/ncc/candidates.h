@@ -57,7 +57,7 @@ class CandidateList {
 
   int capacity_ = 0, count_ = 0;
   int64_t arrivals_ = 0;
-  double cell_ = 1;
+  double perPixel_ = 1;  // cells
   int columns_ = 0, rows_ = 0;
   Buffer<Entry> entries_;
   Buffer<int> cells_;  // first entry of each, -1 when empty

@@ -125,6 +125,33 @@ void PackImage(const uint8_t* pixels, int count, uint8_t* packed) {
   for (int x = 0; x < count; ++x) out[x] = pixels[x];
 }
 
+void AddRunningSums(const uint8_t* pixels, int count, int planes, const RunningSums& to) {
+  constexpr int kLanes = kVectorBytes / 4;
+  using V = U32<kLanes>;
+  to.values[0] = to.squares[0] = to.joint[0] = 0;
+  I32<kLanes> valueBefore = {}, squareBefore = {};
+  V columns = {};
+  for (int i = 0; i < kLanes; ++i) columns[i] = static_cast<uint32_t>(i + 1);
+  // What a column of zeros adds to a joint sum.
+  const uint32_t zeros = static_cast<uint32_t>(planes) * (128u * 128u - (128u << kJointShift));
+  for (int x = 0; x < count; x += kLanes, columns += kLanes) {
+    const auto pixel = BitCast<I32<kLanes>>(LoadBytesAsLongs(pixels + x));
+    const auto words = BitCast<I16<2 * kLanes>>(pixel);
+    const auto valueSums = PrefixSums(pixel) + valueBefore;
+    const auto squareSums = PrefixSums(DotPairs(words, words)) + squareBefore;
+    valueBefore = SplatLast(valueSums);
+    squareBefore = SplatLast(squareSums);
+    auto value = BitCast<V>(valueSums), square = BitCast<V>(squareSums);
+    if (planes > 1) {
+      value += Load<uint32_t, kLanes>(to.values + 1 + x);
+      square += Load<uint32_t, kLanes>(to.squares + 1 + x);
+    }
+    Store(to.values + 1 + x, value);
+    Store(to.squares + 1 + x, square);
+    Store(to.joint + 1 + x, square + (value << kJointShift) - (value << 8) + columns * zeros);
+  }
+}
+
 void PackPattern(const uint8_t* pixels, const uint8_t* care, int count, uint8_t* packed) {
   auto* out = reinterpret_cast<Element*>(packed);
   constexpr int kWhole = 64 / static_cast<int>(sizeof(Element));
@@ -133,31 +160,66 @@ void PackPattern(const uint8_t* pixels, const uint8_t* care, int count, uint8_t*
   for (; x % kWhole != 0; ++x) out[x] = 0;
 }
 
-// Lane j of sums r belongs to position kGroup * j + r: loads at neighbouring elements give the
-// positions in between without a shuffle.
-void CorrelateRow(const PackedRow* rows, int rowCount, ptrdiff_t offset, int count, uint32_t* out) {
-  constexpr int kLanes = kVectorBytes / 4, kSums = 4, kBlock = kSums * kLanes;
+template <bool kUpper, class V, int... i>
+QUILLON_INLINE V Zip(V a, V b, std::integer_sequence<int, i...>) {
+  constexpr int kAll = sizeof...(i);
+  return __builtin_shufflevector(a, b, (i / 2 + (kUpper ? kAll / 2 : 0) + i % 2 * kAll)...);
+}
+// The lanes of a and b in turn, a[0] b[0] a[1] b[1] ...: the first half of them, or the second.
+template <bool kUpper, class V>
+QUILLON_INLINE V Zip(V a, V b) {
+  return Zip<kUpper>(a, b, std::make_integer_sequence<int, sizeof(V) / 4>{});
+}
+
+// The sums of kBytes positions' products, or of as many as four vectors of that width hold. Lane j
+// of sums r belongs to position kGroup * j + r: loads at neighbouring elements give the positions
+// in between without a shuffle.
+template <int kBytes>
+QUILLON_INLINE void CorrelateBlock(const PackedRow* rows, int rowCount, ptrdiff_t offset,
+                                   uint32_t* out) {
+  constexpr int kLanes = kBytes / 4, kSums = 4;
   constexpr int kStep = static_cast<int>(sizeof(Element));
-  for (int x = 0; x < count; x += kBlock) {
-    I32<kLanes> sums[kSums] = {};
-    for (const PackedRow* row = rows; row != rows + rowCount; ++row) {
-      const uint8_t* image = row->image + offset + x * kStep;
-      const uint8_t* pattern = row->pattern;
-      for (int i = 0; i < row->count; i += kGroup, image += 4, pattern += 4) {
-        int32_t group;
-        __builtin_memcpy(&group, pattern, 4);
-        const auto wanted = BitCast<U8<kVectorBytes>>(Splat<int32_t, kLanes>(group));
-        for (int r = 0; r < kSums; ++r) {
-          const int at = r / kGroup * kVectorBytes + r % kGroup * kStep;
-          sums[r] =
-              AddProducts<kVectorBytes>(sums[r], Load<uint8_t, kVectorBytes>(image + at), wanted);
-        }
+  using V = I32<kLanes>;
+  V sums[kSums] = {};
+  for (const PackedRow* row = rows; row != rows + rowCount; ++row) {
+    const uint8_t* image = row->image + offset;
+    const uint8_t* pattern = row->pattern;
+    for (int i = 0; i < row->count; i += kGroup, image += 4, pattern += 4) {
+      int32_t group;
+      __builtin_memcpy(&group, pattern, 4);
+      const auto wanted = BitCast<U8<kBytes>>(Splat<int32_t, kLanes>(group));
+      for (int r = 0; r < kSums; ++r) {
+        const int at = r / kGroup * kBytes + r % kGroup * kStep;
+        sums[r] = AddProducts<kBytes>(sums[r], Load<uint8_t, kBytes>(image + at), wanted);
       }
     }
-    for (int r = 0; r < kSums; ++r) {
-      uint32_t* to = out + x + r / kGroup * kGroup * kLanes + r % kGroup;
-      for (int j = 0; j < kLanes; ++j) to[kGroup * j] = static_cast<uint32_t>(sums[r][j]);
+  }
+  const auto store = [&](int i, V sum) { Store(out + i * kLanes, BitCast<U32<kLanes>>(sum)); };
+  if constexpr (kGroup == 2) {
+    for (int i = 0; i < kSums; i += 2) {
+      store(i, Zip<false>(sums[i], sums[i + 1]));
+      store(i + 1, Zip<true>(sums[i], sums[i + 1]));
     }
+  } else {
+    const V evenLow = Zip<false>(sums[0], sums[2]), oddLow = Zip<false>(sums[1], sums[3]);
+    const V evenHigh = Zip<true>(sums[0], sums[2]), oddHigh = Zip<true>(sums[1], sums[3]);
+    store(0, Zip<false>(evenLow, oddLow));
+    store(1, Zip<true>(evenLow, oddLow));
+    store(2, Zip<false>(evenHigh, oddHigh));
+    store(3, Zip<true>(evenHigh, oddHigh));
+  }
+}
+
+void CorrelateRow(const PackedRow* rows, int rowCount, ptrdiff_t offset, int count, uint32_t* out) {
+  constexpr int kBlock = kVectorBytes;  // positions
+  constexpr int kStep = static_cast<int>(sizeof(Element));
+  for (int x = 0; x < count; x += kBlock) {
+    if constexpr (kBlock == 64) {  // so wide that half of a last block is often left empty
+      if (count - x <= kBlock / 2) {
+        return CorrelateBlock<kVectorBytes / 2>(rows, rowCount, offset + x * kStep, out + x);
+      }
+    }
+    CorrelateBlock<kVectorBytes>(rows, rowCount, offset + x * kStep, out + x);
   }
 }
 
@@ -218,9 +280,28 @@ void SumRuns(const RunSum* runs, int runCount, ptrdiff_t offset, int count, uint
   }
 }
 
+void SumShortRuns(const RunSum* runs, int runCount, int valueCount, ptrdiff_t offset, int count,
+                  uint32_t* values, uint32_t* squares) {
+  constexpr int kLanes = kVectorBytes / 4;
+  using V = U32<kLanes>;
+  const auto n = static_cast<uint32_t>(valueCount);
+  for (int x = 0; x < count; x += kLanes) {
+    V sum = {}, valueSum = {};
+    for (const RunSum* run = runs; run != runs + runCount; ++run) {
+      const uint32_t* from = run->joint + offset + x;
+      const V joint = Load<uint32_t, kLanes>(from + run->length) - Load<uint32_t, kLanes>(from);
+      sum += joint;
+      valueSum += BitCast<V>(BitCast<I32<kLanes>>(joint) >> kJointShift);
+    }
+    const V squareSum = sum - (valueSum << kJointShift);  // of pixels less 128, as valueSum
+    Store(values + x, valueSum + 128 * n);
+    Store(squares + x, squareSum + (valueSum << 8) + 128 * 128 * n);
+  }
+}
+
 // covariance^2 > score^2 dev(I) dev(T) without dividing. The slack is far wider than the rounding
 // of either side, and far narrower than what would let a flat patch pass in numbers.
-template <class Sum>
+template <int kProductBias, class Sum>
 int FindPromising(const Sum* values, const Sum* squares, const Sum* products, int count,
                   const ScoreBound& bound, int* positions) {
   constexpr int kLanes = kVectorBytes / 8;
@@ -230,7 +311,8 @@ int FindPromising(const Sum* values, const Sum* squares, const Sum* products, in
     return Convert<double, kLanes>(Load<Sum, kLanes>(from));
   };
   const int tail = ForEachBlock<kLanes, kLanes>(count, [&](auto, int x) {
-    const auto s = wide(values + x), q = wide(squares + x), c = wide(products + x);
+    const auto s = wide(values + x), q = wide(squares + x);
+    const auto c = wide(products + x) + s * static_cast<double>(kProductBias);
     const auto covariance = c * (1 + kSlack) - s * bound.mean;
     const auto deviation = q * (1 - kSlack) - s * s * bound.inverseCount;
     const auto good = (covariance > 0.0) & (covariance * covariance > bound.squared * deviation);
@@ -241,7 +323,7 @@ int FindPromising(const Sum* values, const Sum* squares, const Sum* products, in
     }
   });
   for (int x = tail; x < count; ++x) {
-    const double s = values[x], q = squares[x], c = products[x];
+    const double s = values[x], q = squares[x], c = products[x] + s * kProductBias;
     const double covariance = c * (1 + kSlack) - s * bound.mean;
     const double deviation = q * (1 - kSlack) - s * s * bound.inverseCount;
     if (covariance > 0 && covariance * covariance > bound.squared * deviation) {
@@ -254,12 +336,34 @@ int FindPromising(const Sum* values, const Sum* squares, const Sum* products, in
 int PromisingOfBand(const uint32_t* values, const uint32_t* squares, const uint32_t* products,
                     int count, const ScoreBound& bound, int* positions) {
   const auto sums = [](const uint32_t* from) { return reinterpret_cast<const int32_t*>(from); };
-  return FindPromising(sums(values), sums(squares), sums(products), count, bound, positions);
+  return FindPromising<kBias>(sums(values), sums(squares), sums(products), count, bound, positions);
+}
+
+int PromisingOfFew(const uint32_t* values, const uint32_t* squares, const uint32_t* products,
+                   int count, const FewBound& bound, int* positions) {
+  constexpr int kLanes = kVectorBytes / 4;
+  constexpr float kSlack = 1e-6f;  // wider than the rounding of single precision
+  using V = U32<kLanes>;
+  const V n = Splat<uint32_t, kLanes>(static_cast<uint32_t>(bound.count));
+  const V cross = Splat<uint32_t, kLanes>(static_cast<uint32_t>(bound.cross));
+  const auto squared = Splat<float, kLanes>(bound.squared * (1 - kSlack));
+  const auto numbers = [](V v) { return Convert<float, kLanes>(BitCast<I32<kLanes>>(v)); };
+  int found = 0;
+  for (int x = 0; x < count; x += kLanes) {
+    const V s = Load<uint32_t, kLanes>(values + x), q = Load<uint32_t, kLanes>(squares + x);
+    const V c = Load<uint32_t, kLanes>(products + x);
+    const auto covariance = numbers(n * c + cross * s), deviation = numbers(n * q - s * s);
+    const auto good = (covariance > 0.0f) & (covariance * covariance > squared * deviation);
+    uint32_t mask = MoveWordMask(good);
+    if (count - x < kLanes) mask &= (1u << (count - x)) - 1;
+    for (; mask != 0; mask &= mask - 1) positions[found++] = x + __builtin_ctz(mask);
+  }
+  return found;
 }
 
 int Promising(const double* values, const double* squares, const double* products, int count,
               const ScoreBound& bound, int* positions) {
-  return FindPromising(values, squares, products, count, bound, positions);
+  return FindPromising<0>(values, squares, products, count, bound, positions);
 }
 
 }  // namespace
@@ -268,11 +372,14 @@ const CorrelationKernels correlation = {.SumProducts = SumProducts,
                                         .elementBytes = sizeof(Element),
                                         .patternBias = kBias,
                                         .PackImage = PackImage,
+                                        .AddRunningSums = AddRunningSums,
                                         .PackPattern = PackPattern,
                                         .CorrelateRow = CorrelateRow,
                                         .CorrelateWindow = CorrelateWindow,
                                         .SumRuns = SumRuns,
+                                        .SumShortRuns = SumShortRuns,
                                         .PromisingOfBand = PromisingOfBand,
+                                        .PromisingOfFew = PromisingOfFew,
                                         .Promising = Promising};
 
 }  // namespace quillon::QUILLON_LEVEL

@@ -20,10 +20,19 @@ struct PackedRow {
   int count;  // columns
 };
 
+// Running sums along a row of an image: entry x is the sum of the columns before x, modulo 2^32.
+// `joint` sums pixel - 128 and its square together, as (pixel - 128) * 2^19 + (pixel - 128)^2: both
+// can be told from a difference of two entries, which halves the loads, when no more than
+// kMostJoint pixels lie between them.
+struct RunningSums {
+  uint32_t *values, *squares, *joint;
+};
+constexpr int kJointShift = 19;
+constexpr int kMostJoint = 31;  // 31 * 128^2 is below 2^19
+
 // One run of columns and its place in the image's running sums for position 0.
 struct RunSum {
-  const uint32_t* values;
-  const uint32_t* squares;
+  const uint32_t *values, *squares, *joint;
   int length;
 };
 
@@ -34,6 +43,17 @@ struct ScoreBound {
   double squared;       // the square of the score to beat, times the pattern's deviation
 };
 
+// The same for a pattern of at most kMostFew values, n, where 32 bits hold
+//   n^2 times the covariance  = n sum(I (T - patternBias)) + cross sum(I) and
+//   n^2 times the deviation   = n sum(I^2) - sum(I)^2
+// whatever overflows on the way: neither exceeds n^2 (255 / 2)^2.
+struct FewBound {
+  int count;      // n
+  int cross;      // n patternBias - sum(T)
+  float squared;  // the square of the score to beat, times n and the pattern's deviation
+};
+constexpr int kMostFew = 363;
+
 struct CorrelationKernels {
   // The sums of a[i], of a[i] * a[i] and of a[i] * b[i] over `count` bytes of each of `rows` rows,
   // which are a pitch apart.
@@ -43,6 +63,9 @@ struct CorrelationKernels {
   int elementBytes;  // of packed rows
   int patternBias;   // packed patterns hold pixel - patternBias where they take part
   void (*PackImage)(const uint8_t* pixels, int count, uint8_t* packed);
+  // Starts the running sums of a row with its first plane, or adds one more: `planes` counts it.
+  // Reads and writes whole vectors.
+  void (*AddRunningSums)(const uint8_t* pixels, int count, int planes, const RunningSums& sums);
   // Zero where `care` is 0, and up to the next whole 64 bytes.
   void (*PackPattern)(const uint8_t* pixels, const uint8_t* care, int count, uint8_t* packed);
 
@@ -57,10 +80,17 @@ struct CorrelationKernels {
   // blocks of 16.
   void (*SumRuns)(const RunSum* runs, int runCount, ptrdiff_t offset, int count, uint32_t* values,
                   uint32_t* squares);
+  // The same from joint sums, over `valueCount` values altogether.
+  void (*SumShortRuns)(const RunSum* runs, int runCount, int valueCount, ptrdiff_t offset,
+                       int count, uint32_t* values, uint32_t* squares);
   // The positions whose correlation may exceed a score that is not negative, in order; returns
-  // their number. None that does is left out. Sums of a band are below 2^31.
+  // their number. None that does is left out. Sums of a band are below 2^31, and its products are
+  // those with the packed pattern; those of several bands are with the pattern.
   int (*PromisingOfBand)(const uint32_t* values, const uint32_t* squares, const uint32_t* products,
                          int count, const ScoreBound& bound, int* positions);
+  // The same for patterns of few values. Reads whole vectors.
+  int (*PromisingOfFew)(const uint32_t* values, const uint32_t* squares, const uint32_t* products,
+                        int count, const FewBound& bound, int* positions);
   int (*Promising)(const double* values, const double* squares, const double* products, int count,
                    const ScoreBound& bound, int* positions);
 };

@@ -37,21 +37,6 @@ bool OpenSearchImage(const Kernels& kernels, const ColourImage& image, SearchIma
   return true;
 }
 
-void Patch::AddSums(int plane, int y) {
-  const uint8_t* pixels = Pixels(plane, y);
-  uint32_t* values = values_.data() + RowOf(0, y) * SumStride();
-  uint32_t* squares = squares_.data() + RowOf(0, y) * SumStride();
-  uint32_t value = 0, square = 0;
-  if (plane == 0) std::fill_n(values, SumStride(), 0u), std::fill_n(squares, SumStride(), 0u);
-  for (int x = 0; x < width_; ++x) {
-    const uint32_t pixel = pixels[x];
-    value += pixel;
-    square += pixel * pixel;
-    values[x + 1] += value;
-    squares[x + 1] += square;
-  }
-}
-
 bool Patch::CutPixels(const Kernels& kernels, const SearchImage& image, int level,
                       const Region& region) {
   left_ = std::max(region.left, 0);
@@ -102,14 +87,19 @@ bool Patch::Cut(const Kernels& kernels, const SearchImage& image, int level, con
   const size_t sums = static_cast<size_t>(SumStride()) * height_ + kPackedMargin;
   const size_t packed = static_cast<size_t>(image.planes) * height_ * packedStride_ +
                         kPackedMargin * static_cast<size_t>(kernels.correlation.elementBytes);
-  if (!Grow(packed, packed_) || !Grow(sums, values_) || !Grow(sums, squares_)) {
+  if (!Grow(packed, packed_) || !Grow(sums, values_) || !Grow(sums, squares_) ||
+      !Grow(sums, joint_)) {
     return false;
   }
-  for (int plane = 0; plane < image.planes; ++plane) {
-    for (int y = 0; y < height_; ++y) {
-      kernels.correlation.PackImage(Pixels(plane, y), width_,
+  // Row by row: vectors of sums reach into the next row, which is written after them.
+  for (int y = 0; y < height_; ++y) {
+    const ptrdiff_t at = RowOf(0, y) * SumStride();
+    const RunningSums row = {values_.data() + at, squares_.data() + at, joint_.data() + at};
+    for (int plane = 0; plane < image.planes; ++plane) {
+      const uint8_t* pixels = Pixels(plane, y);
+      kernels.correlation.PackImage(pixels, width_,
                                     packed_.data() + RowOf(plane, y) * packedStride_);
-      AddSums(plane, y);
+      kernels.correlation.AddRunningSums(pixels, width_, plane + 1, row);
     }
   }
   return true;

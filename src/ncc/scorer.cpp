@@ -31,6 +31,7 @@ bool Scorer::Open(const Kernels& kernels, const Variant& variant, const Patch& p
     return true;
   }
   count_ = variant.count;
+  sum_ = variant.sum;
   mean_ = variant.mean;
   deviation_ = variant.deviation;
   packedStride_ = patch.PackedStride();
@@ -46,6 +47,7 @@ bool Scorer::Open(const Kernels& kernels, const Variant& variant, const Patch& p
 void Scorer::AddBands(const Variant& variant, const Patch& patch) {
   const int elementBytes = kernels_->correlation.elementBytes;
   bandCount_ = 0;
+  longestRun_ = 0;
   int packedRow = 0, run = 0;
   uint32_t values = 0;
   for (int y = 0; y < variant.height; ++y) {
@@ -65,23 +67,35 @@ void Scorer::AddBands(const Variant& variant, const Patch& patch) {
     }
     for (; run < variant.runCount && variant.runs[run].y == y; ++run, ++band.runCount) {
       const MaskRun& careRun = variant.runs[run];
+      const int length = careRun.last - careRun.first + 1;
       runs_[run] = {patch.Values(y) + careRun.first, patch.Squares(y) + careRun.first,
-                    careRun.last - careRun.first + 1};
+                    patch.Joint(y) + careRun.first, length};
+      longestRun_ = std::max(longestRun_, length * variant.planes);
     }
   }
 }
 
-// Makes a band's products those of the pixels, and adds up several bands.
+// Adds up several bands, their products made those with the pattern itself. The only one stays as
+// it is.
 void Scorer::CloseBand(int band, int count) {
-  const uint32_t bias = static_cast<uint32_t>(kernels_->correlation.patternBias);
-  if (bias != 0) {
-    for (int x = 0; x < count; ++x) bandProducts_[x] += bias * bandValues_[x];
-  }
   if (bandCount_ == 1) return;
+  const uint32_t bias = static_cast<uint32_t>(kernels_->correlation.patternBias);
   for (int x = 0; x < count; ++x) {
+    const uint32_t products = bandProducts_[x] + bias * bandValues_[x];
     values_[x] = bandValues_[x] + (band == 0 ? 0.0 : values_[x]);
     squares_[x] = bandSquares_[x] + (band == 0 ? 0.0 : squares_[x]);
-    products_[x] = bandProducts_[x] + (band == 0 ? 0.0 : products_[x]);
+    products_[x] = products + (band == 0 ? 0.0 : products_[x]);
+  }
+}
+
+void Scorer::SumRuns(const Band& band, ptrdiff_t offset, int count) {
+  const auto& kernels = kernels_->correlation;
+  const RunSum* runs = runs_.data() + band.firstRun;
+  if (bandCount_ == 1 && longestRun_ <= kMostJoint) {
+    kernels.SumShortRuns(runs, band.runCount, static_cast<int>(count_), offset, count,
+                         bandValues_.data(), bandSquares_.data());
+  } else {
+    kernels.SumRuns(runs, band.runCount, offset, count, bandValues_.data(), bandSquares_.data());
   }
 }
 
@@ -91,9 +105,7 @@ void Scorer::CorrelateRow(int y) {
     const Band& band = bands_[i];
     kernels.CorrelateRow(packedRows_.data() + band.firstRow, band.rowCount,
                          static_cast<ptrdiff_t>(y) * packedStride_, columns_, bandProducts_.data());
-    kernels.SumRuns(runs_.data() + band.firstRun, band.runCount,
-                    static_cast<ptrdiff_t>(y) * sumStride_, columns_, bandValues_.data(),
-                    bandSquares_.data());
+    SumRuns(band, static_cast<ptrdiff_t>(y) * sumStride_, columns_);
     CloseBand(i, columns_);
   }
 }
@@ -105,9 +117,7 @@ void Scorer::CorrelateWindow(int x, int y, int count) {
     kernels.CorrelateWindow(packedRows_.data() + band.firstRow, band.rowCount,
                             static_cast<ptrdiff_t>(y) * packedStride_ + x * kernels.elementBytes,
                             count, bandProducts_.data());
-    kernels.SumRuns(runs_.data() + band.firstRun, band.runCount,
-                    static_cast<ptrdiff_t>(y) * sumStride_ + x, count, bandValues_.data(),
-                    bandSquares_.data());
+    SumRuns(band, static_cast<ptrdiff_t>(y) * sumStride_ + x, count);
     CloseBand(i, count);
   }
 }
@@ -118,8 +128,17 @@ int Scorer::FindAbove(double threshold, int count) {
     for (int x = 0; x < count; ++x) promising_[x] = x;
     return count;
   }
-  const ScoreBound bound = {1.0 / count_, mean_, threshold * threshold * deviation_};
   const auto& kernels = kernels_->correlation;
+  const double squared = threshold * threshold * deviation_;
+  if (count_ <= kMostFew) {
+    const int n = static_cast<int>(count_);
+    const FewBound bound = {.count = n,
+                            .cross = n * kernels.patternBias - static_cast<int>(sum_),
+                            .squared = static_cast<float>(squared * n)};
+    return kernels.PromisingOfFew(bandValues_.data(), bandSquares_.data(), bandProducts_.data(),
+                                  count, bound, promising_.data());
+  }
+  const ScoreBound bound = {1.0 / count_, mean_, squared};
   if (bandCount_ == 1) {
     return kernels.PromisingOfBand(bandValues_.data(), bandSquares_.data(), bandProducts_.data(),
                                    count, bound, promising_.data());
@@ -129,7 +148,8 @@ int Scorer::FindAbove(double threshold, int count) {
 }
 
 double Scorer::ScoreAt(int x) const {
-  PixelSums sums = {bandValues_[x], bandSquares_[x], bandProducts_[x]};
+  const uint32_t bias = static_cast<uint32_t>(kernels_->correlation.patternBias);
+  PixelSums sums = {bandValues_[x], bandSquares_[x], bandProducts_[x] + bias * bandValues_[x]};
   if (bandCount_ > 1) {
     sums = {.image = static_cast<uint64_t>(values_[x]),
             .imageSquared = static_cast<uint64_t>(squares_[x]),

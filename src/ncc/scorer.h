@@ -46,6 +46,7 @@ class Scorer {
   void AddBands(const Variant& variant, const Patch& patch);
   void CorrelateRow(int y);
   void CorrelateWindow(int x, int y, int count);
+  void SumRuns(const Band& band, ptrdiff_t offset, int count);
   void CloseBand(int band, int count);
   int FindAbove(double threshold, int count);
   double ScoreAt(int x) const;
@@ -54,8 +55,10 @@ class Scorer {
   int columns_ = 0, rows_ = 0;
   int packedStride_ = 0, sumStride_ = 0;
   uint32_t count_ = 0;
+  uint64_t sum_ = 0;
   double mean_ = 0, deviation_ = 0;
   int bandCount_ = 0;
+  int longestRun_ = 0;  // in values
   Buffer<PackedRow> packedRows_;
   Buffer<RunSum> runs_;
   Buffer<Band> bands_;  // so many rows that sums of 31 bits do not overflow

@@ -1,7 +1,7 @@
 // The first stage: every position, angle and scale of the grid at the coarsest level.
 #include <algorithm>
+#include <bit>
 #include <cmath>
-#include <span>
 
 #include "core/length.h"
 #include "ncc/climb.h"
@@ -34,33 +34,41 @@ class ScoreRow {
     const auto size = static_cast<size_t>(width);
     scores_ = Buffer<double>(size + 2);  // a column that scores nothing at either end
     turns_ = Buffer<uint8_t>(size);
-    columns_ = Buffer<int>(size);
+    columns_ = Buffer<uint64_t>::Zeroed(size / kBits + 1);
     if (!scores_ || !turns_ || !columns_) return false;
     std::fill(scores_.begin(), scores_.end(), kNone);
     return true;
   }
 
   void Clear() {
-    for (int x : Columns()) scores_[x + 1] = kNone;
-    count_ = 0;
+    ForEachColumn([&](int x) { scores_[x + 1] = kNone; });
+    std::fill(columns_.begin(), columns_.end(), 0);
   }
   void Enter(int x, double score, int turn) {
     if (!(score > At(x))) return;
-    if (At(x) == kNone) columns_[count_++] = x;
+    columns_[x / kBits] |= uint64_t{1} << x % kBits;
     scores_[x + 1] = score;
     turns_[x] = static_cast<uint8_t>(turn);
   }
-  void Sort() { std::sort(columns_.begin(), columns_.begin() + count_); }
 
-  std::span<const int> Columns() const { return {columns_.data(), static_cast<size_t>(count_)}; }
+  // Calls body(x) for each column that has a score, left to right.
+  template <class Body>
+  void ForEachColumn(Body&& body) const {
+    for (size_t word = 0; word < columns_.size(); ++word) {
+      for (uint64_t bits = columns_[word]; bits != 0; bits &= bits - 1) {
+        body(static_cast<int>(word) * kBits + std::countr_zero(bits));
+      }
+    }
+  }
   double At(int x) const { return scores_[x + 1]; }
   int TurnAt(int x) const { return turns_[x]; }
 
  private:
-  int count_ = 0;
+  static constexpr int kBits = 64;  // of a word
+
   Buffer<double> scores_;
-  Buffer<uint8_t> turns_;  // which one scored
-  Buffer<int> columns_;    // that have a score
+  Buffer<uint8_t> turns_;     // which one scored
+  Buffer<uint64_t> columns_;  // a bit for each that has a score
 };
 
 class Sweep {
@@ -161,7 +169,6 @@ class Sweep {
         if (at >= 0 && at < columns) row.Enter(at, score, i);
       });
     }
-    row.Sort();
   }
 
   bool IsPeak(int x, double score) const {
@@ -177,15 +184,15 @@ class Sweep {
     const double centreX = own.width * 0.5, centreY = own.height * 0.5;
     const Lattice& lattice = search_.lattice;
     const ScoreRow& row = rows_[(y + 1) % 3];
-    for (int x : row.Columns()) {
-      if (!(row.At(x) > floor_)) continue;
+    row.ForEachColumn([&](int x) {
+      if (!(row.At(x) > floor_)) return;
       const Pose point = {x + centreX, y + centreY, lattice.Angle(angle), lattice.Scale(scale)};
       Candidate candidate = {angle, scale, row.At(x), point};
       if (IsPeak(x, candidate.score)) Climb(x, y, candidate);
-      if (!(candidate.score > threshold_)) continue;
+      if (!(candidate.score > threshold_)) return;
       list_.Insert(candidate, centreX, centreY);
       threshold_ = std::max(threshold_, list_.LastScore());
-    }
+    });
   }
 
   // From the middle of three scores, which is the best, to where a parabola through them is

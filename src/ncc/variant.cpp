@@ -152,6 +152,7 @@ bool VariantMaker::Pack(Picture& picture, Variant& variant) const {
   variant.count = 0;
   if (pixels == 0) return true;
   const uint32_t count = static_cast<uint32_t>(level_.planes) * pixels;
+  variant.sum = sums.image;
   variant.mean = static_cast<double>(sums.image) / count;
   variant.deviation = DeviationOf(sums.imageSquared, count, variant.mean);
   // Whole pixel values that are not all equal deviate by at least 1 - 1 / n, which is 1/2 or more.

@@ -19,6 +19,7 @@ struct Variant {
   bool turned = false;
   int planes = 0;
   uint32_t count = 0;  // values, all planes
+  uint64_t sum = 0;    // of the values
   double mean = 0, deviation = 0;
   int rowBytes = 0;
   Buffer<uint8_t> packed;  // rows of each plane from their first column on

@@ -39,8 +39,15 @@ double ByDefinition(const CImage<Pixel>& image, const NccTool& tool, int left, i
 template <class Pixel>
 void ExpectScoresOf(const Kernels& kernels, Size size, bool masked, Content content) {
   CImage<Pixel> image, pattern;
-  Fill(pattern, size.width, size.height, Content::kNoise, 3);
+  const bool extreme = content == Content::kExtremes;
+  Fill(pattern, size.width, size.height, extreme ? content : Content::kNoise, 3);
   Fill(image, size.width + 70, size.height + 9, content, 4);
+  if (extreme) {  // a copy: no sum is larger
+    for (int y = 0; y < size.height; ++y) {
+      std::copy_n(pattern.rows[y], size.width * sizeof(Pixel),
+                  image.rows[5 + y] + 38 * sizeof(Pixel));
+    }
+  }
   if (masked) {
     for (int y = 0; y < size.height; ++y) {
       std::fill_n(pattern.rows[y] + size.width / 3 * sizeof(Pixel),
@@ -74,10 +81,11 @@ void ExpectScoresOf(const Kernels& kernels, Size size, bool masked, Content cont
     }
     ASSERT_EQ(best.score, highest) << "windows and rows score alike";
     // What a threshold leaves out does not beat it.
-    std::vector<bool> offered(71);
-    const double threshold = highest > 0 ? highest * 0.9 : 0.1;
-    scorer.ScoreRow(y, threshold, [&](int x, double) { offered[static_cast<size_t>(x)] = true; });
-    for (size_t x = 0; x < 71; ++x) ASSERT_TRUE(offered[x] || row[x] <= threshold) << x;
+    for (double threshold : {highest > 0 ? highest * 0.9 : 0.1, std::nextafter(highest, 0), 0.0}) {
+      std::vector<bool> offered(71);
+      scorer.ScoreRow(y, threshold, [&](int x, double) { offered[static_cast<size_t>(x)] = true; });
+      for (size_t x = 0; x < 71; ++x) ASSERT_TRUE(offered[x] || row[x] <= threshold) << x;
+    }
   }
 }
 
@@ -85,8 +93,19 @@ void ExpectScoresOf(const Kernels& kernels, Size size, bool masked, Content cont
 
 TEST(NccScorer, EveryPositionHasTheCorrelationOfItsPixels) {
   ForEachLevel([](const Kernels& kernels) {
-    for (Size size :
-         {Size{2, 3}, {5, 5}, {16, 4}, {17, 9}, {33, 12}, {64, 20}, {70, 31}, {130, 7}}) {
+    for (Size size : {Size{2, 3},
+                      {5, 5},
+                      {16, 4},
+                      {10, 12},
+                      {11, 11},
+                      {17, 9},
+                      {31, 11},
+                      {32, 11},
+                      {33, 11},
+                      {33, 12},
+                      {64, 20},
+                      {70, 31},
+                      {130, 7}}) {
       for (bool masked : {false, true}) {
         for (Content content : {Content::kNoise, Content::kExtremes, Content::kFlat}) {
           SCOPED_TRACE(testing::Message() << size.width << " masked " << masked);
