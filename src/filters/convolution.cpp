@@ -2,9 +2,10 @@
 // all of which give the exact quotient:
 //   small weights   all sums within 16 bits: products of bytes
 //   separable       rows weighed into 16 bits, then columns of those
+//   3 x 3, 24 bits  every pixel beside 256 times itself, times the two parts of its weight
 //   any             products of 16-bit halves of the weights, summed up apart
-// The last two compute two rows of the result at a time, from pairs of source rows whose pixels
-// alternate in memory: upper, lower, upper, lower. So every load serves four products.
+// The second and the last compute two rows of the result at a time, from pairs of source rows whose
+// pixels alternate in memory: upper, lower, upper, lower. So every load serves four products.
 #include "filters/convolution.h"
 
 #include <algorithm>
@@ -50,11 +51,17 @@ struct Walk {
   void ForEachRow(const ComputeRow& computeRow) const {
     FilterInnerRows(source, result, size / 2, columns, size,
                     [&](const SourceRows& rows, int y, uint8_t* out) {
-                      if (count == longCount) return computeRow(rows, y, out);
-                      uint8_t padded[kLeastColumns];
-                      computeRow(rows, y, padded);
-                      std::memcpy(out, padded, static_cast<size_t>(count));
+                      Write(out, [&](uint8_t* to) { computeRow(rows, y, to); });
                     });
+  }
+
+  // Has compute(to) write longCount pixels, of which `count` get to `out`.
+  template <class Compute>
+  void Write(uint8_t* out, const Compute& compute) const {
+    if (count == longCount) return compute(out);
+    uint8_t padded[kLeastColumns];
+    compute(padded);
+    std::memcpy(out, padded, static_cast<size_t>(count));
   }
 
   const GreyImage& source;
@@ -352,6 +359,70 @@ void ConvolveWords(const Kernels& kernels, const Walk& walk, const Weights& weig
       });
 }
 
+// ---- 3 x 3 weights of 24 bits -------------------------------------------------------------------
+
+// False where the weights are no WideWeights, or 16 bits are enough for them.
+bool Widen(const Weights& weights, const PairQuotient& quotient, WideWeights& wide) {
+  constexpr int kLeastDivisor = 4096;
+  constexpr int64_t kMostMagnitude = (1 << 24) - 1, kMostRatio = 128;
+  const bool isBelow =
+      quotient.way == PairQuotient::kCorrected || quotient.way == PairQuotient::kLong;
+  if (weights.size != 3 || !isBelow || quotient.divisor < kLeastDivisor) return false;
+  int64_t magnitudes[2] = {}, largest = 0;
+  for (int i = 0; i < 9; ++i) {
+    const int64_t weight = weights.weights[i], low = ((weight & 255) ^ 128) - 128;
+    const int64_t high = (weight - low) / 256;
+    if (std::abs(high) > INT16_MAX) return false;
+    wide.pairs[i] = WordPair(static_cast<int>(low), static_cast<int>(high));
+    largest = std::max(largest, std::abs(weight));
+    magnitudes[i / 5] += std::abs(weight);
+  }
+  wide.divisor = quotient.divisor;
+  wide.reciprocal = quotient.reciprocal;
+  return largest > INT16_MAX && std::max(magnitudes[0], magnitudes[1]) <= kMostMagnitude &&
+         magnitudes[0] + magnitudes[1] <= kMostRatio * wide.divisor;
+}
+
+// Walks panels of columns, so narrow that three rows of wide pixels stay in the nearest cache, and
+// in them bands of rows, so high that few source rows are widened twice.
+void ConvolveWide(const Kernels& kernels, const Walk& walk, const WideWeights& weights) {
+  constexpr int kMostColumns = 1024, kBand = 32, kCacheLine = 64;
+  const ConvolutionKernels& k = kernels.convolution;
+  const int panels = (walk.longCount + kMostColumns - 1) / kMostColumns;
+  const int aligned = (walk.longCount / panels + kCacheLine) / kCacheLine * kCacheLine;
+  const int panel = std::min(aligned, walk.longCount), columns = panel + 2;
+  const auto pitch = 2 * static_cast<size_t>(columns);
+  Buffer<int16_t> wide(3 * pitch);
+  SourceRows rows(walk.source, walk.result, walk.columns, kBand + 2);
+  if (!wide || !rows || !PrepareResult(walk.source, walk.result)) return;
+  const auto wideRow = [&](int y) { return wide.data() + static_cast<size_t>(y % 3) * pitch; };
+  const auto computePanel = [&](int x, int top, int bottom) {
+    for (int y = top; y <= bottom; ++y) {
+      // Fetch the next row while this one is computed: processors foresee columns, but no rows.
+      for (int ahead = 0; y < bottom && ahead < columns; ahead += kCacheLine) {
+        __builtin_prefetch(rows[y + 1] + x + ahead);
+      }
+      k.WidenPixels(rows[y] + x, columns, wideRow(y));
+      if (y < top + 2) continue;
+      const int16_t* const window[3] = {wideRow(y - 2), wideRow(y - 1), wideRow(y)};
+      walk.Write(walk.result.rows[y - 1] + 1,
+                 [&](uint8_t* to) { k.WideSums(weights, window, panel, to + x); });
+    }
+  };
+  const int last = walk.source.height - 1;
+  for (int top = 0; top + 1 < last; top += kBand) {
+    const int bottom = std::min(top + kBand + 1, last);
+    rows.ReadTo(bottom);
+    for (int x = 0; x < walk.longCount; x += panel) {
+      computePanel(std::min(x, walk.longCount - panel), top, bottom);
+    }
+    for (int y = top + 1; y < bottom; ++y) {
+      FillOuterColumns(walk.result.rows[y], walk.source.width, 1);
+    }
+  }
+  CopyBorderRows(walk.result, 1);
+}
+
 }  // namespace
 
 void Convolve(const Kernels& kernels, const GreyImage& source, GreyImage& result, const int* values,
@@ -378,10 +449,13 @@ void Convolve(const Kernels& kernels, const GreyImage& source, GreyImage& result
   // than rows first and columns after.
   const bool direct = small && size < 7;
   Factors factors;
+  WideWeights wide;
   if (!direct && Separate(weights, factors)) {
     ConvolveSeparably(kernels, walk, factors, quotient);
   } else if (small) {
     ConvolveBytes(kernels, walk, weights, static_cast<int>(divisor));
+  } else if (kernels.convolution.WideSums && Widen(weights, quotient, wide)) {
+    ConvolveWide(kernels, walk, wide);
   } else {
     ConvolveWords(kernels, walk, weights, quotient);
   }

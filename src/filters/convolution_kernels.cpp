@@ -158,11 +158,12 @@ QUILLON_INLINE void SumPairs(const PairTerms& list, int x, Longs (&first)[4], Lo
   }
 }
 
-// Clamps to 0 ... 255 on the way.
+// Clamps to 0 ... 255 on the way. Words are in the order that PackWithin16 packs them in.
+QUILLON_INLINE Bytes PackBytes(Words first, Words second) {
+  return BitCast<Bytes>(ByPlaceWithin16(BitCast<Longs>(PackWithin16(first, second))));
+}
 QUILLON_INLINE Bytes PackBytes(const Longs (&values)[4]) {
-  const Bytes packed =
-      PackWithin16(PackWithin16(values[0], values[1]), PackWithin16(values[2], values[3]));
-  return BitCast<Bytes>(ByPlaceWithin16(BitCast<Longs>(packed)));
+  return PackBytes(PackWithin16(values[0], values[1]), PackWithin16(values[2], values[3]));
 }
 
 // The same of values in the order of PairByteSums.
@@ -311,12 +312,112 @@ void SplitPairSums(const PairTerms& terms, const PairQuotient& quotient, int cou
   SplitPairSumsBy<Q::kCorrected>(terms, quotient, count, out);
 }
 
+// ---- wide pixels --------------------------------------------------------------------------------
+
+#if QUILLON_WORD_PRODUCTS
+
+[[gnu::flatten]] void WidenPixels(const uint8_t* pixels, int count, int16_t* wide) {
+  ForEachBlocks<1>(0, count, [&](auto, int first) {
+    int16_t* to = wide + 2 * first;
+    if constexpr (kBlock == 16) {
+      const Bytes bytes = Load<uint8_t, kBlock>(pixels + first) ^ 128;
+      const Bytes zipped[] = {ZipLow(Bytes{}, bytes), ZipHigh(Bytes{}, bytes)};
+      for (const Bytes each : zipped) {
+        const auto high = BitCast<Words>(each), low = high >> 8;
+        Store(to, ZipLow(low, high));
+        Store(to + kLanes, ZipHigh(low, high));
+        to += kBlock;
+      }
+    } else {
+      for (int x = first; x < first + kBlock; x += kQuarter, to += kLanes) {
+        const Longs values = LoadBytesAsLongs(pixels + x) - 128;
+        Store(to, (values & 0xFFFF) | values << 24);
+      }
+    }
+  });
+}
+
+// The sums of a vector of columns over the weights kFirst ... kLast - 1.
+template <int kFirst, int kLast>
+QUILLON_INLINE Longs SumWide(const int16_t* const (&rows)[3], const Words (&weights)[9], int x) {
+  const auto pixels = [&](int i) { return Load<int16_t, kLanes>(rows[i / 3] + 2 * (x + i % 3)); };
+  Longs sum = DotPairs(pixels(kFirst), weights[kFirst]);
+#pragma GCC unroll 9
+  for (int i = kFirst + 1; i < kLast; ++i) sum = AddDotPairs(sum, pixels(i), weights[i]);
+  return KeepOnce(sum);
+}
+
+// The quotients of first + second + 128 * divisor, two vectors at a time; they are within 2^14.
+// As floats, the sums are off by at most 256; so 3/4 more than the quotient, truncated, is the
+// quotient or one more, and the rest that is left then tells by its sign. Where truncation goes up
+// instead, below 0, both are 0 or less.
+QUILLON_INLINE Words WideQuotients(const Longs (&first)[2], const Longs (&second)[2],
+                                   int32_t divisor, float reciprocal) {
+  using UWords = U16<kLanes>;
+  Longs estimates[2];
+  for (int i = 0; i < 2; ++i) {
+    const Floats sum = Convert<float, kQuarter>(first[i]) + Convert<float, kQuarter>(second[i]);
+    estimates[i] = Convert<int32_t, kQuarter>(sum * reciprocal + 128.75f);
+  }
+  const Words estimate = PackWithin16(estimates[0], estimates[1]);
+  // The halves of (estimate - 128) * divisor, modulo 2^32.
+  const Words factor = estimate - 128;
+  const auto low = static_cast<int16_t>(divisor);
+  const auto high = static_cast<int16_t>((divisor - low) >> 16);
+  const auto times = [&](int16_t half) {
+    return BitCast<UWords>(factor) * static_cast<uint16_t>(half);
+  };
+  const UWords productLow = times(low);
+  const UWords productHigh =
+      BitCast<UWords>(MulHigh(factor, Splat<int16_t, kLanes>(low))) + times(high);
+  const auto rest = [&](int i, UWords product) {
+    const ULongs sum = BitCast<ULongs>(first[i]) + BitCast<ULongs>(second[i]);
+    return BitCast<Longs>(sum - BitCast<ULongs>(product));
+  };
+  const Words rests = PackWithin16(rest(0, ZipLow(productLow, productHigh)),
+                                   rest(1, ZipHigh(productLow, productHigh)));
+  return estimate + (rests >> 15);
+}
+
+// Column by column, so that all weights stay in registers.
+[[gnu::flatten]] void WideSums(const WideWeights& given, const int16_t* const* givenRows, int count,
+                               uint8_t* out) {
+  const int32_t divisor = given.divisor;
+  const float reciprocal = given.reciprocal;
+  const int16_t* const rows[3] = {givenRows[0], givenRows[1], givenRows[2]};
+  Words weights[9];
+  for (int i = 0; i < 9; ++i) {
+    weights[i] = BitCast<Words>(Splat<uint32_t, kQuarter>(given.pairs[i]));
+  }
+  ForEachBlocks<1>(0, count, [&](auto, int from) {
+    Words quotients[2];
+#pragma GCC unroll 2
+    for (int i = 0; i < 2; ++i) {
+      Longs first[2], second[2];
+#pragma GCC unroll 2
+      for (int j = 0; j < 2; ++j) {
+        const int x = from + (2 * i + j) * kQuarter;
+        first[j] = SumWide<0, 5>(rows, weights, x);
+        second[j] = SumWide<5, 9>(rows, weights, x);
+      }
+      quotients[i] = KeepOnce(WideQuotients(first, second, divisor, reciprocal));
+    }
+    Store(out + from, PackBytes(quotients[0], quotients[1]));
+  });
+}
+
+#else
+constexpr auto WidenPixels = nullptr, WideSums = nullptr;
+#endif
+
 }  // namespace
 
 const ConvolutionKernels convolution = {.ByteSums = ByteSums,
                                         .PairPixels = PairPixels,
                                         .PairByteSums = PairByteSums,
                                         .PairSums = PairSums,
-                                        .SplitPairSums = SplitPairSums};
+                                        .SplitPairSums = SplitPairSums,
+                                        .WidenPixels = WidenPixels,
+                                        .WideSums = WideSums};
 
 }  // namespace quillon::QUILLON_LEVEL

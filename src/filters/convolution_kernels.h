@@ -55,6 +55,16 @@ struct PairQuotient {
   double doubleReciprocal;
 };
 
+// 3 x 3 weights, row by row: low + 256 * high, the low part within -128 ... 127 in the low 16 bits,
+// the high part in the high ones. The magnitudes of the first five add up to less than 2^24, and
+// those of the last four. The divisor is the sum of all, 4096 or more, and at least 1/128 of the
+// sum of the magnitudes. The reciprocal is off by at most 2^-20 of it.
+struct WideWeights {
+  uint32_t pairs[9];
+  int32_t divisor;
+  float reciprocal;
+};
+
 struct ConvolutionKernels {
   // out[x] = the quotient of the terms' sum, clamped to 0 ... 255. All partial sums fit 16 bits.
   void (*ByteSums)(const ByteTerm* terms, int termCount, const ByteQuotient& quotient, int count,
@@ -73,6 +83,12 @@ struct ConvolutionKernels {
   // sums fit 32 bits.
   void (*SplitPairSums)(const PairTerms& terms, const PairQuotient& quotient, int count,
                         uint8_t* const out[2]);
+  // The next two are null at levels where PairSums is faster.
+  // wide[2 x] = pixels[x] - 128, wide[2 x + 1] = 256 * (pixels[x] - 128)
+  void (*WidenPixels)(const uint8_t* pixels, int count, int16_t* wide);
+  // One row of quotients, clamped to 0 ... 255, of 3 x 3 weights and three rows of wide pixels.
+  void (*WideSums)(const WideWeights& weights, const int16_t* const rows[3], int count,
+                   uint8_t* out);
 };
 
 }  // namespace quillon

@@ -13,6 +13,7 @@
 //   QUILLON_PAIR_SHUFFLES   1: and so is ShuffleBytePairs, from two tables
 //   QUILLON_BYTE_TABLES     1: ByteTable (byte_table.h) looks 256 entries up faster than loads do
 //   QUILLON_BYTE_DOTS       1: AddDotBytes adds four products of bytes to a lane at once
+//   QUILLON_WORD_PRODUCTS   1: DotPairs and MulHigh are one instruction each
 //   QUILLON_LANE_MERGES     1: MergeLowBytes is one instruction for each of its vectors
 #if defined(__x86_64__) || defined(__i386__)
 // sse2, which every processor has that runs the library, is called the floor. avx2 adds BMI2.
@@ -35,6 +36,7 @@
 #define QUILLON_PAIR_SHUFFLES QUILLON_AVX512
 #define QUILLON_BYTE_TABLES QUILLON_AVX512
 #define QUILLON_BYTE_DOTS QUILLON_AVX512
+#define QUILLON_WORD_PRODUCTS 1
 #define QUILLON_LANE_MERGES QUILLON_AVX512
 #elif defined(__aarch64__)
 // neon, the floor, is what every processor has. dotprod adds the dot products of bytes.
@@ -47,6 +49,7 @@
 #else
 #define QUILLON_BYTE_DOTS 0
 #endif
+#define QUILLON_WORD_PRODUCTS 0
 #define QUILLON_LANE_MERGES 0
 #elif defined(__wasm_simd128__)
 #define QUILLON_VECTOR_BYTES 16
@@ -54,6 +57,7 @@
 #define QUILLON_PAIR_SHUFFLES 0
 #define QUILLON_BYTE_TABLES 0
 #define QUILLON_BYTE_DOTS 0
+#define QUILLON_WORD_PRODUCTS 0
 #define QUILLON_LANE_MERGES 0
 #else
 #error "simd/ has no vectors for this processor"

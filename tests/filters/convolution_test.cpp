@@ -84,12 +84,28 @@ std::vector<Kernel> KernelsOf(int size) {
     addSingle("all " + std::to_string(weight), weight, 0, weight);
     addSingle("ones and " + std::to_string(weight), 1, centre, weight);
   }
-  // Divisors on both sides of where quotients change from float to double.
-  for (int total : {8191, 8192, 8193}) {
-    add("sum", -300, 300);
+  // Divisors on both sides of where quotients change from float to double, and of the least for
+  // weights of 24 bits: any, and a part of their magnitudes.
+  const auto addSum = [&](int most, int total) {
+    add("sum of " + std::to_string(total), -most, most);
     Weights& weights = all.back().weights;
     weights[0] += total - std::accumulate(weights.begin(), weights.end(), 0);
-    all.back().name = "sum of " + std::to_string(total);
+  };
+  for (int total : {8191, 8192, 8193}) addSum(300, total);
+  for (int total : {4095, 4096, 4097}) addSum(70000, total), addSum(2000000, total);
+  for (int total = 20000; total < 200000; total += 30000) addSum(2000000, total);
+  // The largest weights of 24 bits, and the largest magnitudes of their first five and last four.
+  const int largest = 32767 * 256 + 127, half = (1 << 24) - 1;
+  for (int more : {0, 1}) {
+    addSingle("24 bits and " + std::to_string(more), 10, centre, largest + more);
+    addSingle("-24 bits and " + std::to_string(more), 3000000, 0, -32767 * 256 - 128 - more);
+    for (int sign : {-1, 1}) {
+      addSingle("large halves", 0, 1, half / 2 + more);
+      Weights& weights = all.back().weights;
+      weights[0] = sign * (half - half / 2);
+      weights[5] = half / 2 + more;
+      weights[8] = half - half / 2;
+    }
   }
   // Nearly separable: one weight differs.
   all.push_back(Separable("almost separable", size, 20, 5, random));
@@ -123,6 +139,18 @@ TEST(Convolution, EveryKindOfKernelMatchesItsDefinition) {
         }
       });
     }
+  }
+}
+
+// Weights of 24 bits go by panels of columns and bands of rows.
+TEST(Convolution, LargeImagesMatchTheDefinition) {
+  GreyImage source;
+  const Kernel kernel{"24 bits", 3, {-900001, 70000, 5, 1234567, 2000003, -7, 70001, 3, 1}};
+  for (Size each : {Size{1027, 36}, {2060, 70}}) {
+    Fill(source, each.width, each.height, Content::kNoise);
+    ForEachLevel([&](const Kernels& level) {
+      ASSERT_NO_FATAL_FAILURE(ExpectKernel(level, source, kernel));
+    });
   }
 }
 
