@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "arith/rotation_kernels.h"
+#include "arith/quarter_turn_kernels.h"
 #include "core/image_access.h"
 #include "simd/kernels.h"
 
@@ -54,9 +54,9 @@ void TurnOneQuarter(const Kernels& kernels, const GreyImage& source, GreyImage& 
   const int first = clockwise ? rows.first : rows.end - 1;
   const uint8_t* from = clockwise ? source.rows[back - columns.first] + first + across
                                   : source.rows[columns.first + across] + back - first;
-  kernels.rotation.Transpose(from, clockwise ? source.stride : -ptrdiff_t{source.stride},
-                             columns.end - columns.first, result.rows[first] + columns.first,
-                             clockwise ? down : -down, rows.end - rows.first);
+  kernels.quarterTurn.Transpose(from, clockwise ? source.stride : -ptrdiff_t{source.stride},
+                                columns.end - columns.first, result.rows[first] + columns.first,
+                                clockwise ? down : -down, rows.end - rows.first);
 }
 
 }  // namespace
@@ -70,7 +70,7 @@ void TurnByQuarters(const Kernels& kernels, const GreyImage& source, GreyImage& 
     if (quarters == 0) {
       std::memcpy(result.rows[y], source.rows[y], static_cast<size_t>(width));
     } else {
-      kernels.rotation.ReverseRow(source.rows[height - 1 - y], result.rows[y], width);
+      kernels.quarterTurn.ReverseRow(source.rows[height - 1 - y], result.rows[y], width);
     }
   }
 }

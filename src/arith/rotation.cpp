@@ -1,6 +1,7 @@
 #include "arith/rotation.h"
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
 #include <cstring>
 #include <limits>
@@ -45,13 +46,21 @@ int64_t Floor(double value) {
   return whole - (value < static_cast<double>(whole));
 }
 
-double SourceX(const RotatedRow& row, int x) { return (row.columnX[x] + row.rowX) + row.originX; }
-double SourceY(const RotatedRow& row, int x) { return (row.rowY - row.columnY[x]) + row.originY; }
+using Row = RotatedBand::Row;
 
-// Rounded without a call: lround took an eighth of a small image's time.
+double SourceX(const RotatedBand& band, const Row& row, int x) {
+  return (band.columnX[x] + row.rowX) + band.originX;
+}
+double SourceY(const RotatedBand& band, const Row& row, int x) {
+  return (row.rowY - band.columnY[x]) + band.originY;
+}
+
+// Rounded by an addition: the last bits of a sum so large are whole numbers. A call of lround took
+// an eighth of a small image's time.
 int32_t FixedPosition(double position) {
-  const double units = position * (1 << kPositionBits);
-  return static_cast<int32_t>(units + (units < 0 ? -0.5 : 0.5));
+  constexpr double kLarge = 0x1.8p52;
+  const double sum = position * (1 << kPositionBits) + kLarge;
+  return static_cast<int32_t>(std::bit_cast<int64_t>(sum));
 }
 
 // How far in memory the pixel that a column shows is from the one that it shows `rows` rows below.
@@ -88,9 +97,9 @@ Columns ColumnsWithin(Range range, int width, const Slope& slope, const Position
 }
 
 // Interpolation where the last column or row may be reached.
-uint8_t EdgePixel(const GreyImage& source, const RotatedRow& row, int x) {
-  const double sx = std::clamp(SourceX(row, x), 0.0, source.width - 1.0);
-  const double sy = std::clamp(SourceY(row, x), 0.0, source.height - 1.0);
+uint8_t EdgePixel(const GreyImage& source, const RotatedBand& band, const Row& row, int x) {
+  const double sx = std::clamp(SourceX(band, row, x), 0.0, source.width - 1.0);
+  const double sy = std::clamp(SourceY(band, row, x), 0.0, source.height - 1.0);
   const int column = static_cast<int>(sx), line = static_cast<int>(sy);
   const int next = std::min(column + 1, source.width - 1);
   const uint8_t* upper = source.rows[line];
@@ -102,12 +111,9 @@ uint8_t EdgePixel(const GreyImage& source, const RotatedRow& row, int x) {
   return static_cast<uint8_t>(rounded);
 }
 
-// What is known of a row before it is turned.
+// The columns of a row that show something, and those among them that the kernels compute.
 struct PlannedRow {
-  Columns covered, inner;  // that show something; those among them that the row kernel computes
-  // Where it begins in the strip of columns that is being turned.
-  const uint8_t* start;
-  int32_t startX, startY;
+  Columns covered, inner;
 };
 
 struct Turn {
@@ -117,83 +123,121 @@ struct Turn {
   double centreX, centreY;
   Sampling sampling;
 
-  void MoveTo(int y, RotatedRow& at) const {
-    at.rowX = (y - centreY) * direction.sine;
-    at.rowY = (y - centreY) * direction.cosine;
+  Row RowAt(int y) const {
+    return {.rowX = (y - centreY) * direction.sine,
+            .rowY = (y - centreY) * direction.cosine,
+            .first = 0,
+            .end = 0,
+            .out = nullptr};
   }
 
-  Columns Within(const RotatedRow& at, Range x, Range y) const {
-    const auto sourceX = [&](int column) { return SourceX(at, column); };
-    const auto sourceY = [&](int column) { return SourceY(at, column); };
+  Columns Within(const RotatedBand& band, const Row& row, Range x, Range y) const {
+    const auto sourceX = [&](int column) { return SourceX(band, row, column); };
+    const auto sourceY = [&](int column) { return SourceY(band, row, column); };
     return Common(ColumnsWithin(x, source.width, slopeX, sourceX),
                   ColumnsWithin(y, source.width, slopeY, sourceY));
   }
 
-  void PlanColumns(const RotatedRow& at, PlannedRow& row) const {
+  PlannedRow Plan(const RotatedBand& band, const Row& row) const {
     if (sampling == Sampling::kNearest) {
-      row.covered = Within(at, {0, double(source.width)}, {0, double(source.height)});
-      row.inner = row.covered;
-      return;
+      const Columns covered =
+          Within(band, row, {0, double(source.width)}, {0, double(source.height)});
+      return {covered, covered};
     }
     const double right = source.width - 1, bottom = source.height - 1;
     const auto tolerated = [](double last) -> Range {
       return {-kTolerance, std::nextafter(last + kTolerance, last + 1)};
     };
-    row.covered = Within(at, tolerated(right), tolerated(bottom));
-    row.inner =
-        Common(row.covered, Within(at, {kMargin, right - kMargin}, {kMargin, bottom - kMargin}));
+    const Columns covered = Within(band, row, tolerated(right), tolerated(bottom));
+    const auto isInner = [&](int x) {
+      const double sx = SourceX(band, row, x), sy = SourceY(band, row, x);
+      return sx >= kMargin && sx < right - kMargin && sy >= kMargin && sy < bottom - kMargin;
+    };
+    Columns inner = covered;
+    while (inner.first < inner.end && !isInner(inner.first)) ++inner.first;
+    while (inner.first < inner.end && !isInner(inner.end - 1)) --inner.end;
+    return {covered, inner};
   }
 
-  void PlanStart(const RotatedRow& at, int strip, PlannedRow& row) const {
-    const double sx = SourceX(at, strip), sy = SourceY(at, strip);
-    const int64_t column = Floor(sx), line = Floor(sy);
-    row.start = at.top + static_cast<ptrdiff_t>(column - line * at.stride);
-    row.startX = FixedPosition(sx - static_cast<double>(column));
-    row.startY = FixedPosition(sy - static_cast<double>(line));
+  // Where the band's rows begin in a strip of columns: in the pixel that the first one shows.
+  void PlanStart(int strip, RotatedBand& band) const {
+    const int64_t column = Floor(SourceX(band, band.rows[0], strip));
+    const int64_t line = Floor(SourceY(band, band.rows[0], strip));
+    band.startColumn = static_cast<int32_t>(column);
+    band.startLine = static_cast<int32_t>(line);
+    band.start = band.top + static_cast<ptrdiff_t>(column - line * band.stride);
+    for (int i = 0; i < kBandRows; ++i) {
+      const double x = SourceX(band, band.rows[i], strip);
+      const double y = SourceY(band, band.rows[i], strip);
+      band.startX[i] = FixedPosition(x - static_cast<double>(column));
+      band.startY[i] = FixedPosition(y - static_cast<double>(line));
+    }
   }
 };
 
-void TurnRows(const Kernels& kernels, const Turn& turn, Buffer<PlannedRow>& rows, RotatedRow at,
-              GreyImage& result) {
+// Turns the columns of `strip` in the rows from y on.
+void TurnBand(const Kernels& kernels, const Turn& turn, const Buffer<PlannedRow>& planned,
+              Columns strip, int y, RotatedBand& band, const GreyImage& result) {
+  const int rowCount = std::min(kBandRows, result.height - y);
+  Columns covered[kBandRows] = {};
+  bool isCovered = false;
+  for (int i = 0; i < kBandRows; ++i) {
+    Row& row = band.rows[i] = turn.RowAt(y + i);
+    row.out = result.rows[y + std::min(i, rowCount - 1)];
+    if (i >= rowCount) continue;
+    covered[i] = Common(strip, planned[y + i].covered);
+    const Columns inner = Common(covered[i], planned[y + i].inner);
+    row.first = inner.first;
+    row.end = inner.end;
+    isCovered |= covered[i].first < covered[i].end;
+  }
+  if (!isCovered) return;
+  turn.PlanStart(strip.first, band);
+  const bool isNearest = turn.sampling == Sampling::kNearest;
+  (isNearest ? kernels.rotation.NearestBand : kernels.rotation.BilinearBand)(band);
+  if (isNearest) return;
+  for (int i = 0; i < rowCount; ++i) {
+    const Row& row = band.rows[i];
+    const int edge = std::min(row.first, covered[i].end);
+    const auto turnEdge = [&](int first, int end) {
+      for (int x = first; x < end; ++x) row.out[x] = EdgePixel(turn.source, band, row, x);
+    };
+    turnEdge(covered[i].first, edge);
+    turnEdge(std::max(row.end, edge), covered[i].end);
+  }
+}
+
+// How many columns of a band are turned before the next band, which begins under the first of them:
+// few enough for the caches to keep what they read for that band, where rows become columns; and
+// otherwise many, as each row may be another page of memory.
+int ColumnsTogether(const Direction& direction, int width) {
+  constexpr double kLines = 512;  // of the source that they cross
+  const double columns = std::min(kLines / (std::abs(direction.sine) + 1e-9), width + 0.0);
+  return std::max(1, static_cast<int>(columns / kStripColumns + 0.999)) * kStripColumns;
+}
+
+void TurnRows(const Kernels& kernels, const Turn& turn, const Buffer<PlannedRow>& planned,
+              RotatedBand& band, GreyImage& result) {
   const int width = result.width, height = result.height;
-  const auto turnRow = turn.sampling == Sampling::kNearest ? kernels.rotation.NearestRow
-                                                           : kernels.rotation.BilinearRow;
-  const bool isCached = int64_t{at.stride} * turn.source.height <= kCachedBytes;
+  const bool isCached = int64_t{band.stride} * turn.source.height <= kCachedBytes;
+  if (isCached) band.ahead = 0;
   // Clearing a small result as a whole takes less than two calls a row.
   if (isCached && result.stride == width) {
     std::memset(result.bits, 0, static_cast<size_t>(result.imageSize));
   } else {
     for (int y = 0; y < height; ++y) {
-      const Columns covered = rows[y].covered;
+      const Columns covered = planned[y].covered;
       std::memset(result.rows[y], 0, static_cast<size_t>(covered.first));
       std::memset(result.rows[y] + covered.end, 0, static_cast<size_t>(width - covered.end));
     }
   }
-  // A strip of columns is turned from top to bottom before the next one: where rows become columns,
-  // what it reads stays in the first cache from row to row.
-  for (int strip = 0; strip < width; strip += kStripColumns) {
-    const Columns columns = {strip, std::min(strip + kStripColumns, width)};
-    // All rows at once: one by one, each kernel call would wait for its row's start.
-    for (int y = 0; y < height; ++y) {
-      turn.MoveTo(y, at);
-      turn.PlanStart(at, strip, rows[y]);
-    }
-    for (int y = 0; y < height; ++y) {
-      const PlannedRow& row = rows[y];
-      const Columns covered = Common(columns, row.covered);
-      const Columns inner = Common(covered, row.inner);
-      if (covered.first == covered.end) continue;
-      turn.MoveTo(y, at);
-      at.start = row.start;
-      at.startX = row.startX;
-      at.startY = row.startY;
-      at.fetched = isCached ? kStripColumns : y % 8;
-      uint8_t* out = result.rows[y];
-      const int edge = std::min(inner.first, covered.end);
-      for (int x = covered.first; x < edge; ++x) out[x] = EdgePixel(turn.source, at, x);
-      turnRow(at, out, inner.first, inner.end);
-      for (int x = std::max(inner.end, edge); x < covered.end; ++x) {
-        out[x] = EdgePixel(turn.source, at, x);
+  const int together = ColumnsTogether(turn.direction, width);
+  for (int first = 0; first < width; first += together) {
+    const int end = std::min(first + together, width);
+    for (int y = 0; y < height; y += kBandRows) {
+      for (int x = first; x < end; x += kStripColumns) {
+        const Columns strip = {x, std::min(x + kStripColumns, end)};
+        TurnBand(kernels, turn, planned, strip, y, band, result);
       }
     }
   }
@@ -236,26 +280,24 @@ void RotateInto(const Kernels& kernels, Sampling sampling, const GreyImage& sour
     fixedY[x] = FixedPosition(columnY[strip] - columnY[x]);
   }
   const double half = sampling == Sampling::kNearest ? 0.5 : 0;  // truncating then rounds
-  RotatedRow at = {.columnX = columnX,
-                   .columnY = columnY,
-                   .rowX = 0,
-                   .rowY = 0,
-                   .originX = turn.centreX + half,
-                   .originY = turn.centreY + half,
-                   .top = source.rows[0],
-                   .stride = source.stride,
-                   .fixedX = fixedX,
-                   .fixedY = fixedY,
-                   .startX = 0,
-                   .startY = 0,
-                   .start = nullptr,
-                   .fetched = 0,
-                   .ahead = AheadBy(kRowsAhead, turn.direction, source.stride)};
-  for (int y = 0; y < height; ++y) {
-    turn.MoveTo(y, at);
-    turn.PlanColumns(at, rows[y]);
+  RotatedBand band = {};
+  band.columnX = columnX;
+  band.columnY = columnY;
+  band.originX = turn.centreX + half;
+  band.originY = turn.centreY + half;
+  band.top = source.rows[0];
+  band.stride = source.stride;
+  band.width = width;
+  band.height = height;
+  band.fixedX = fixedX;
+  band.fixedY = fixedY;
+  band.ahead = AheadBy(kRowsAhead, turn.direction, source.stride);
+  for (int c = 0; c < kBandColumns; ++c) {
+    band.stepX[c] = FixedPosition(c * direction.cosine);
+    band.stepY[c] = FixedPosition(-c * direction.sine);
   }
-  if (RecreateForOverwrite(result, width, height)) TurnRows(kernels, turn, rows, at, result);
+  for (int y = 0; y < height; ++y) rows[y] = turn.Plan(band, turn.RowAt(y));
+  if (RecreateForOverwrite(result, width, height)) TurnRows(kernels, turn, rows, band, result);
 }
 
 }  // namespace

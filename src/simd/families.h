@@ -10,6 +10,7 @@
 #define QUILLON_FOR_EACH_FAMILY(DO)      \
   DO(ArithmeticKernels, arithmetic)      \
   DO(RotationKernels, rotation)          \
+  DO(QuarterTurnKernels, quarterTurn)    \
   DO(ScalingKernels, scaling)            \
   DO(GreyKernels, grey)                  \
   DO(LookupKernels, lookup)              \

@@ -12,6 +12,7 @@
 //   QUILLON_BYTE_SHUFFLES   1: ShuffleBytes is one instruction; 0: it is not there
 //   QUILLON_PAIR_SHUFFLES   1: and so is ShuffleBytePairs, from two tables
 //   QUILLON_BYTE_TABLES     1: ByteTable (byte_table.h) looks 256 entries up faster than loads do
+//   QUILLON_BYTE_WINDOWS    1: ByteWindow (byte_window.h) picks 64 of 192 bytes at once
 //   QUILLON_BYTE_DOTS       1: AddDotBytes adds four products of bytes to a lane at once
 //   QUILLON_WORD_PRODUCTS   1: DotPairs and MulHigh are one instruction each
 //   QUILLON_LANE_MERGES     1: MergeLowBytes is one instruction for each of its vectors
@@ -35,6 +36,7 @@
 #define QUILLON_BYTE_SHUFFLES QUILLON_AVX2
 #define QUILLON_PAIR_SHUFFLES QUILLON_AVX512
 #define QUILLON_BYTE_TABLES QUILLON_AVX512
+#define QUILLON_BYTE_WINDOWS QUILLON_AVX512
 #define QUILLON_BYTE_DOTS QUILLON_AVX512
 #define QUILLON_WORD_PRODUCTS 1
 #define QUILLON_LANE_MERGES QUILLON_AVX512
@@ -44,6 +46,7 @@
 #define QUILLON_BYTE_SHUFFLES 1
 #define QUILLON_PAIR_SHUFFLES 1
 #define QUILLON_BYTE_TABLES 1
+#define QUILLON_BYTE_WINDOWS 0
 #if defined(__ARM_FEATURE_DOTPROD)
 #define QUILLON_BYTE_DOTS 1
 #else
@@ -56,6 +59,7 @@
 #define QUILLON_BYTE_SHUFFLES 1
 #define QUILLON_PAIR_SHUFFLES 0
 #define QUILLON_BYTE_TABLES 0
+#define QUILLON_BYTE_WINDOWS 0
 #define QUILLON_BYTE_DOTS 0
 #define QUILLON_WORD_PRODUCTS 0
 #define QUILLON_LANE_MERGES 0

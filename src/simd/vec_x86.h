@@ -325,6 +325,25 @@ QUILLON_INLINE U8<64> LookUp(const QuarterTable (&quarter)[4], U8<64> places) {
   const __mmask64 isUpper = _mm512_movepi8_mask(BitCast<__m512i>(places));
   return BitCast<U8<64>>(_mm512_mask_blend_epi8(isUpper, half(0), half(2)));
 }
+// And one of 192, which two permutes reach.
+QUILLON_INLINE U8<64> LookUp(const U8<64> (&part)[3], U8<64> places) {
+  const __m512i lower = _mm512_permutex2var_epi8(
+      BitCast<__m512i>(part[0]), BitCast<__m512i>(places), BitCast<__m512i>(part[1]));
+  const __mmask64 isUpper = _mm512_movepi8_mask(BitCast<__m512i>(places));
+  return BitCast<U8<64>>(_mm512_mask_permutexvar_epi8(lower, isUpper, BitCast<__m512i>(places),
+                                                      BitCast<__m512i>(part[2])));
+}
+
+// Sixteen bytes of each of four lines, which are put in their places while they are loaded.
+QUILLON_INLINE U8<64> LoadFourLines(const uint8_t* line, ptrdiff_t pitch) {
+  const auto at = [&](int i) {
+    return _mm_loadu_si128(reinterpret_cast<const __m128i*>(line + i * pitch));
+  };
+  __m512i lines = _mm512_zextsi128_si512(at(0));
+  lines = _mm512_mask_broadcast_i32x4(lines, 0x00F0, at(1));
+  lines = _mm512_mask_broadcast_i32x4(lines, 0x0F00, at(2));
+  return BitCast<U8<64>>(_mm512_mask_broadcast_i32x4(lines, 0xF000, at(3)));
+}
 
 #endif  // QUILLON_AVX512
 

@@ -100,14 +100,16 @@ TEST(Transform, RotationsMatchTheirFormula) {
   });
 }
 
-// Images wider than a strip, with angles whose sums come close to halves and integers.
-TEST(Transform, RotationsOfLargeImagesMatchTheirFormula) {
+// Images wider than a strip, and some just large enough or too small for a window of 16 x 12
+// pixels, with angles whose sums come close to halves and integers.
+TEST(Transform, RotationsOfSquaresMatchTheirFormula) {
   GreyImage source, actual, expected;
-  for (const Size& size : {Size{700, 530}, Size{1031, 64}, Size{64, 1031}}) {
+  for (const Size& size : {Size{700, 530}, Size{1031, 64}, Size{64, 1031}, Size{16, 12},
+                           Size{16, 11}, Size{15, 40}, Size{17, 13}, Size{23, 65}, Size{258, 31}}) {
     for (Content content : {Content::kNoise, Content::kExtremes}) {
       Fill(source, size.width, size.height, content);
-      for (double angle : {0.01, 5.0, 30.0, 36.86989764584402, 53.13010235415598, 88.0, 90.0, 180.0,
-                           200.0, 270.0}) {
+      for (double angle : {0.01, 5.0, 30.0, 36.86989764584402, 45.0, 53.13010235415598, 88.0, 90.0,
+                           135.0, 180.0, 200.0, 270.0, -45.0}) {
         for (Sampling sampling : kSamplings) {
           reference::Rotate(sampling, source, expected, angle);
           ForEachLevel([&](const Kernels& level) {

@@ -5,6 +5,7 @@
 
 #include "simd/blocks.h"
 #include "simd/byte_table.h"
+#include "simd/byte_window.h"
 #include "simd/deinterleave.h"
 
 namespace quillon::QUILLON_LEVEL {
@@ -224,6 +225,14 @@ const char* CheckRegister() {
 #if QUILLON_BYTE_TABLES
   const auto entries = RandomLanes<uint8_t, N>(0, 255);
   QUILLON_HOLDS(Holds(ByteTable(bytes).At(entries), [&](int i) { return bytes[entries[i]]; }));
+#endif
+#if QUILLON_BYTE_WINDOWS
+  // Of an image whose first line comes last.
+  constexpr int kPitch = 21;
+  const uint8_t* line = bytes + (ByteWindow::kLines - 1) * kPitch;
+  const auto picked = RandomLanes<uint8_t, N>(0, ByteWindow::kLines * ByteWindow::kColumns - 1);
+  QUILLON_HOLDS(Holds(ByteWindow(line, -kPitch).At(picked),
+                      [&](int i) { return line[picked[i] % 16 - picked[i] / 16 * kPitch]; }));
 #endif
 #if QUILLON_BYTE_DOTS
   const auto factors = BitCast<U8<N>>(RandomLanes<int8_t, N>(-128, 127));
