@@ -18,9 +18,6 @@ using Floats = F32<kLanes>;
 
 constexpr int kUnit = 1 << kPositionBits;
 
-constexpr int Least(int a, int b) { return a < b ? a : b; }
-constexpr int Most(int a, int b) { return a > b ? a : b; }
-
 // One row of a band. A copy: the result's bytes might change what a reference refers to.
 struct Row {
   QUILLON_INLINE Row(const RotatedBand& band, int i)
@@ -237,6 +234,9 @@ void BilinearRow(const Row& row, uint8_t* out, int first, int end) {
 // ---- bands --------------------------------------------------------------------------------------
 
 #if QUILLON_BYTE_WINDOWS
+
+constexpr int Least(int a, int b) { return a < b ? a : b; }
+constexpr int Most(int a, int b) { return a > b ? a : b; }
 
 // Squares of a band. What a square shows lies in a small window of the source at any angle: its
 // sides are at most 7 * sqrt(2) pixels long, and interpolation takes one pixel more. So the window
