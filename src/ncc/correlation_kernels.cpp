@@ -310,24 +310,18 @@ int FindPromising(const Sum* values, const Sum* squares, const Sum* products, in
   const auto wide = [](const Sum* from) {
     return Convert<double, kLanes>(Load<Sum, kLanes>(from));
   };
-  const int tail = ForEachBlock<kLanes, kLanes>(count, [&](auto, int x) {
+  for (int x = 0; x < count; x += kLanes) {
     const auto s = wide(values + x), q = wide(squares + x);
     const auto c = wide(products + x) + s * static_cast<double>(kProductBias);
     const auto covariance = c * (1 + kSlack) - s * bound.mean;
     const auto deviation = q * (1 - kSlack) - s * s * bound.inverseCount;
     const auto good = (covariance > 0.0) & (covariance * covariance > bound.squared * deviation);
-    for (uint64_t mask = MoveMask(BitCast<U8<kVectorBytes>>(good)); mask != 0;) {
+    uint64_t mask = MoveMask(BitCast<U8<kVectorBytes>>(good));
+    if (count - x < kLanes) mask &= (uint64_t{1} << 8 * (count - x)) - 1;
+    while (mask != 0) {
       const int lane = __builtin_ctzll(mask) / 8;
       positions[found++] = x + lane;
       mask &= ~(uint64_t{0xFF} << 8 * lane);
-    }
-  });
-  for (int x = tail; x < count; ++x) {
-    const double s = values[x], q = squares[x], c = products[x] + s * kProductBias;
-    const double covariance = c * (1 + kSlack) - s * bound.mean;
-    const double deviation = q * (1 - kSlack) - s * s * bound.inverseCount;
-    if (covariance > 0 && covariance * covariance > bound.squared * deviation) {
-      positions[found++] = x;
     }
   }
   return found;

@@ -88,7 +88,7 @@ struct CorrelationKernels {
   // those with the packed pattern; those of several bands are with the pattern.
   int (*PromisingOfBand)(const uint32_t* values, const uint32_t* squares, const uint32_t* products,
                          int count, const ScoreBound& bound, int* positions);
-  // The same for patterns of few values. Reads whole vectors.
+  // The same for patterns of few values.
   int (*PromisingOfFew)(const uint32_t* values, const uint32_t* squares, const uint32_t* products,
                         int count, const FewBound& bound, int* positions);
   int (*Promising)(const double* values, const double* squares, const double* products, int count,

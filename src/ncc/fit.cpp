@@ -38,8 +38,11 @@ void Intersect(double start, double step, double low, double high, int& first, i
   }
   double from = (low - start) / step, to = (high - start) / step;
   if (from > to) std::swap(from, to);
-  if (from > first) first = from < last ? static_cast<int>(std::ceil(from)) : last;
-  if (to < last - 1) last = to < first ? first : static_cast<int>(std::floor(to)) + 1;
+  // Between `first` and `last` nothing is negative, and cutting fractions off rounds down.
+  if (from > first) {
+    first = from < last ? static_cast<int>(from) + (from > static_cast<int>(from)) : last;
+  }
+  if (to < last - 1) last = to < first ? first : static_cast<int>(to) + 1;
 }
 
 }  // namespace
@@ -175,14 +178,17 @@ void PoseFit::SampleMoved(int plane, const FitLine& line, int count) {
 }
 
 // A stretch of an image row with one plane of the template.
-void PoseFit::AddStretch(const uint8_t* pixels, const FitLine& line, int count, Moments& m) {
+void PoseFit::AddStretch(const FitCells& cells, int plane, const uint8_t* pixels,
+                         const FitLine& line, int count, Moments& m) {
   constexpr int kMostAdded = 1024;  // pixels, spread over kFitLanes float sums: 64 in each
-  const int terms = freedom_.scale ? kFitTerms : freedom_.turn ? kScale : kTurn;
-  const FitLine fromCentre = {line.u - (width_ - 1) * 0.5, line.v - (height_ - 1) * 0.5, line.stepU,
-                              line.stepV};
   if (pixelsAdded_ > 0 && pixelsAdded_ + count > kMostAdded) Flush(m);
-  kernels_->fit.AddProducts(row_, pixels, count, terms, fromCentre, sums_);
   pixelsAdded_ += count;
+  if (freedom_.moveOnly) {
+    SampleMoved(plane, line, count);
+    kernels_->fit.AddMoved(row_, pixels, count, sums_);
+  } else {
+    kernels_->fit.AddLine(cells, line, pixels, count, freedom_.scale, row_, sums_);
+  }
 }
 
 PoseFit::Moments PoseFit::Measure(const Patch& patch, const Pose& pose) {
@@ -205,12 +211,7 @@ PoseFit::Moments PoseFit::Measure(const Patch& patch, const Pose& pose) {
       const int count = last - first;
       if (count <= 0) continue;
       const FitLine line = {u + first * c, v - first * s, c, -s};
-      if (freedom_.moveOnly) {
-        SampleMoved(plane, line, count);
-      } else {
-        kernels_->fit.SampleLine(cells, line, count, row_);
-      }
-      AddStretch(patch.Pixels(plane, y) + first, line, count, m);
+      AddStretch(cells, plane, patch.Pixels(plane, y) + first, line, count, m);
     }
   }
   Flush(m);

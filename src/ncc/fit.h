@@ -50,7 +50,8 @@ class PoseFit {
 
   Moments Measure(const Patch& patch, const Pose& pose);
   void SampleMoved(int plane, const FitLine& line, int count);
-  void AddStretch(const uint8_t* pixels, const FitLine& line, int count, Moments& moments);
+  void AddStretch(const FitCells& cells, int plane, const uint8_t* pixels, const FitLine& line,
+                  int count, Moments& moments);
   void Flush(Moments& moments);
   double Score(const Moments& moments) const;
   bool Solve(const Moments& moments, double* solution) const;

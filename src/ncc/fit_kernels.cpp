@@ -42,39 +42,6 @@ struct Axis {
   int end_;
 };
 
-void SampleLine(const FitCells& cells, const FitLine& line, int count, const FitSamples& samples) {
-  for (int x = 0; x < count; x += kFitLanes) {
-    const Axis u(line.u + x * line.stepU, line.stepU, cells.width - 1);
-    const Axis v(line.v + x * line.stepV, line.stepV, cells.height - 1);
-    for (int i = 0; i < kFitLanes; i += kLanes) {
-      I column, row;
-      F fu, fv;
-      u.At(Ramp(i), column, fu);
-      v.At(Ramp(i), row, fv);
-      Store(samples.cells + x + i, BitCast<U32<kLanes>>(row * cells.width + column));
-      Store(samples.du + x + i, fu);
-      Store(samples.dv + x + i, fv);
-    }
-  }
-  const int whole = WholeLanes(count);
-  for (int x = 0; x < count; ++x) {
-    samples.weight[x] = cells.weights ? cells.weights[samples.cells[x]] : 1.0f;
-  }
-  for (int x = count; x < whole; ++x) samples.weight[x] = 0;
-  for (int x = 0; x < whole; ++x) samples.cells[x] = cells.pixels[samples.cells[x]];
-  for (int x = 0; x < whole; x += kLanes) {
-    const auto cell = Load<uint32_t, kLanes>(samples.cells + x);
-    const auto byte = [&](int i) { return Floats(BitCast<I>((cell >> (8 * i)) & 255)); };
-    const F upperLeft = byte(0), upperRight = byte(1), lowerLeft = byte(2), lowerRight = byte(3);
-    const F fu = Load<float, kLanes>(samples.du + x), fv = Load<float, kLanes>(samples.dv + x);
-    const F above = upperRight - upperLeft, below = lowerRight - lowerLeft;
-    const F upper = upperLeft + above * fu, lower = lowerLeft + below * fu;
-    Store(samples.value + x, upper + (lower - upper) * fv);
-    Store(samples.du + x, above + (below - above) * fv);
-    Store(samples.dv + x, lower - upper);
-  }
-}
-
 QUILLON_INLINE F Weigh(F a, F b, F c, F d, const float* weight) {
   return a * weight[0] + b * weight[1] + (c * weight[2] + d * weight[3]);
 }
@@ -102,44 +69,164 @@ void FilterColumns(const float* const values[4], const float* const slopes[4], c
   }
 }
 
-template <int kTerms>
-void AddProducts(const FitSamples& samples, const uint8_t* pixels, int count,
-                 const FitLine& fromCentre, FitSums& sums) {
+// ---- sums of products ---------------------------------------------------------------------------
+
+// Calls body(first, second) for each two terms, first <= second, of the first kTerms and the image.
+template <int kTerms, class Body>
+QUILLON_INLINE void ForEachProduct(Body&& body) {
+  Unroll<kTerms>([&](auto first) {
+    Unroll<kTerms - first>([&](auto more) { body(first, first + more); });
+    body(first, kImage);
+  });
+  body(kImage, kImage);
+}
+
+// The template at a vector of pixels: whether they take part, its value, its slopes.
+struct Sample {
+  F weight, value, du, dv;
+};
+
+// The terms that every fit has.
+QUILLON_INLINE void MakeTerms(const Sample& sample, const uint8_t* pixels, F* b) {
+  b[kOffset] = sample.weight;
+  b[kGain] = (sample.value - 128.0f) * b[kOffset];
+  b[kU] = sample.du * b[kOffset];
+  b[kV] = sample.dv * b[kOffset];
+  b[kImage] = (Floats(LoadBytesAsLongs(pixels)) - 128.0f) * b[kOffset];
+}
+
+// Loads and stores a vector of each sum.
+struct SumsInMemory {
+  FitSums& sums;
+  int lane;
+  QUILLON_INLINE void Add(int first, int second, F product) const {
+    float* const to = sums.sums[first][second] + lane;
+    Store(to, Load<float, kLanes>(to) + product);
+  }
+};
+
+void AddMoved(const FitSamples& samples, const uint8_t* pixels, int count, FitSums& sums) {
   for (int x = 0; x < count; x += kFitLanes) {
-    const auto fromU = static_cast<float>(fromCentre.u + x * fromCentre.stepU);
-    const auto fromV = static_cast<float>(fromCentre.v + x * fromCentre.stepV);
-    const auto stepU = static_cast<float>(fromCentre.stepU);
-    const auto stepV = static_cast<float>(fromCentre.stepV);
     for (int i = 0; i < kFitLanes; i += kLanes) {
+      const auto load = [&](const float* from) { return Load<float, kLanes>(from + x + i); };
       F b[kFitTerms + 1];
-      b[kOffset] = Load<float, kLanes>(samples.weight + x + i);
-      b[kGain] = (Load<float, kLanes>(samples.value + x + i) - 128.0f) * b[kOffset];
-      b[kU] = Load<float, kLanes>(samples.du + x + i) * b[kOffset];
-      b[kV] = Load<float, kLanes>(samples.dv + x + i) * b[kOffset];
-      if constexpr (kTerms > kTurn) {
-        const F u = fromU + Ramp(i) * stepU, v = fromV + Ramp(i) * stepV;
-        b[kTurn] = b[kU] * v - b[kV] * u;
-        if constexpr (kTerms > kScale) b[kScale] = -(b[kU] * u + b[kV] * v);
-      }
-      b[kImage] = (Floats(LoadBytesAsLongs(pixels + x + i)) - 128.0f) * b[kOffset];
-      const auto add = [&](int first, int second) {
-        float* const to = sums.sums[first][second] + i;
-        Store(to, Load<float, kLanes>(to) + b[first] * b[second]);
-      };
-      Unroll<kTerms>([&](auto first) {
-        Unroll<kTerms - first>([&](auto more) { add(first, first + more); });
-        add(first, kImage);
-      });
-      add(kImage, kImage);
+      MakeTerms({load(samples.weight), load(samples.value), load(samples.du), load(samples.dv)},
+                pixels + x + i, b);
+      const SumsInMemory to = {sums, i};
+      ForEachProduct<kTurn>(
+          [&](int first, int second) { to.Add(first, second, b[first] * b[second]); });
     }
   }
 }
 
-void AddProducts(const FitSamples& samples, const uint8_t* pixels, int count, int terms,
-                 const FitLine& fromCentre, FitSums& sums) {
-  if (terms <= kTurn) return AddProducts<kTurn>(samples, pixels, count, fromCentre, sums);
-  if (terms <= kScale) return AddProducts<kScale>(samples, pixels, count, fromCentre, sums);
-  AddProducts<kFitTerms>(samples, pixels, count, fromCentre, sums);
+// Where the pixels of a line lie in the template: their cells, and places within them.
+void PlaceLine(const FitCells& cells, const FitLine& line, int count, const FitSamples& samples) {
+  for (int x = 0; x < count; x += kFitLanes) {
+    const Axis u(line.u + x * line.stepU, line.stepU, cells.width - 1);
+    const Axis v(line.v + x * line.stepV, line.stepV, cells.height - 1);
+    for (int i = 0; i < kFitLanes; i += kLanes) {
+      I column, row;
+      F fu, fv;
+      u.At(Ramp(i), column, fu);
+      v.At(Ramp(i), row, fv);
+      Store(samples.cells + x + i, BitCast<U32<kLanes>>(row * cells.width + column));
+      Store(samples.du + x + i, fu);
+      Store(samples.dv + x + i, fv);
+    }
+  }
+  const int whole = WholeLanes(count);
+  for (int x = 0; x < count; ++x) {
+    samples.weight[x] = cells.weights ? cells.weights[samples.cells[x]] : 1.0f;
+  }
+  for (int x = count; x < whole; ++x) samples.weight[x] = 0;
+  for (int x = 0; x < whole; ++x) samples.cells[x] = cells.pixels[samples.cells[x]];
+}
+
+// The bilinear sample at a vector of pixels that were placed.
+QUILLON_INLINE Sample SampleCells(const FitSamples& placed, int x) {
+  const auto cell = Load<uint32_t, kLanes>(placed.cells + x);
+  const auto byte = [&](int i) { return Floats(BitCast<I>((cell >> (8 * i)) & 255)); };
+  const F upperLeft = byte(0), upperRight = byte(1), lowerLeft = byte(2), lowerRight = byte(3);
+  const F fu = Load<float, kLanes>(placed.du + x), fv = Load<float, kLanes>(placed.dv + x);
+  const F above = upperRight - upperLeft, below = lowerRight - lowerLeft;
+  const F upper = upperLeft + above * fu, lower = lowerLeft + below * fu;
+  return {Load<float, kLanes>(placed.weight + x), upper + (lower - upper) * fv,
+          above + (below - above) * fv, lower - upper};
+}
+
+template <int kTerms>
+void AddPlaced(const FitCells& cells, const FitLine& line, const uint8_t* pixels, int count,
+               const FitSamples& samples, FitSums& sums) {
+  PlaceLine(cells, line, count, samples);
+  // Where a vector holds all lanes of a sum, and there are 32 of them, the sums stay in registers.
+  constexpr bool kHeld = kLanes == kFitLanes;
+  F held[kFitTerms + 1][kFitTerms + 1];
+  if constexpr (kHeld) {
+    ForEachProduct<kTerms>([&](int first, int second) {
+      held[first][second] = Load<float, kLanes>(sums.sums[first][second]);
+    });
+  }
+  const auto stepU = static_cast<float>(line.stepU), stepV = static_cast<float>(line.stepV);
+  const double middleU = (cells.width - 1) * 0.5, middleV = (cells.height - 1) * 0.5;
+  const FitLine fromCentre = {line.u - middleU, line.v - middleV, line.stepU, line.stepV};
+  for (int x = 0; x < count; x += kFitLanes) {
+    const auto fromU = static_cast<float>(fromCentre.u + x * line.stepU);
+    const auto fromV = static_cast<float>(fromCentre.v + x * line.stepV);
+    for (int i = 0; i < kFitLanes; i += kLanes) {
+      F b[kFitTerms + 1];
+      MakeTerms(SampleCells(samples, x + i), pixels + x + i, b);
+      const F u = fromU + Ramp(i) * stepU, v = fromV + Ramp(i) * stepV;
+      b[kTurn] = b[kU] * v - b[kV] * u;
+      if constexpr (kTerms > kScale) b[kScale] = -(b[kU] * u + b[kV] * v);
+      const SumsInMemory to = {sums, i};
+      ForEachProduct<kTerms>([&](int first, int second) {
+        const F product = b[first] * b[second];
+        if constexpr (kHeld) {
+          held[first][second] += product;
+        } else {
+          to.Add(first, second, product);
+        }
+      });
+    }
+  }
+  if constexpr (kHeld) {
+    ForEachProduct<kTerms>(
+        [&](int first, int second) { Store(sums.sums[first][second], held[first][second]); });
+  }
+}
+
+void AddLine(const FitCells& cells, const FitLine& line, const uint8_t* pixels, int count,
+             bool scales, const FitSamples& samples, FitSums& sums) {
+  if (scales) return AddPlaced<kFitTerms>(cells, line, pixels, count, samples, sums);
+  AddPlaced<kScale>(cells, line, pixels, count, samples, sums);
+}
+
+// Whole numbers below 2^24 all the way, so that single precision is exact.
+void TurnRow(const FitCells& cells, const TurnedRow& turned, int count, uint8_t* out) {
+  constexpr int kHalf = 1 << (kTurnedFraction - 1), kVectors = 16 / kLanes;
+  I ramp = {};
+  for (int i = 0; i < kLanes; ++i) ramp[i] = i;
+  I u = ramp * turned.stepU + (turned.u - kHalf), v = ramp * turned.stepV + (turned.v - kHalf);
+  const I lastU = I{} + ((cells.width - 1) << kTurnedFraction);
+  const I lastV = I{} + ((cells.height - 1) << kTurnedFraction);
+  for (int x = 0; x < count; x += 16) {
+    I values[kVectors];
+    for (I& value : values) {
+      const I column = Max(Min(u, lastU), I{}), row = Max(Min(v, lastV), I{});
+      u += turned.stepU * kLanes;
+      v += turned.stepV * kLanes;
+      const auto cell = Gather(
+          cells.pixels, (row >> kTurnedFraction) * cells.width + (column >> kTurnedFraction));
+      const auto byte = [&](int i) { return Floats(BitCast<I>((cell >> (8 * i)) & 255)); };
+      const F fu = Floats((column >> 8) & 255), fv = Floats((row >> 8) & 255);
+      const F upperLeft = byte(0), lowerLeft = byte(2);
+      const F upper = upperLeft * 256.0f + (byte(1) - upperLeft) * fu;
+      const F lower = lowerLeft * 256.0f + (byte(3) - lowerLeft) * fu;
+      const F sum = upper * 256.0f + (lower - upper) * fv + 32768.0f;
+      value = Convert<int32_t, kLanes>(sum) >> kTurnedFraction;
+    }
+    Store(out + x, PackToBytes(values));
+  }
 }
 
 void PackCells(const uint8_t* upper, const uint8_t* lower, int count, uint32_t* cells) {
@@ -168,7 +255,7 @@ struct Place {
   F fraction;
 };
 
-QUILLON_INLINE F SampleCells(const FitCells& image, const FitPlacing& placing, F u, F v) {
+QUILLON_INLINE F SampleImage(const FitCells& image, const FitPlacing& placing, F u, F v) {
   const Place x(placing.x + u * placing.stepX - v * placing.stepY, image.width - 1);
   const Place y(placing.y + u * placing.stepY + v * placing.stepX, image.height - 1);
   const auto cell = Gather(image.pixels, y.whole * image.width + x.whole);
@@ -197,7 +284,7 @@ void CorrelatePoints(const FitCells& image, const FitPoints& points, const FitPl
   for (int group = 0; group < kGroups; ++group) {
     F s[kSums] = {};
     for (int at = group * kLanes; at < points.count; at += kFitLanes) {
-      F value = SampleCells(image, placing, Load<float, kLanes>(points.u + at),
+      F value = SampleImage(image, placing, Load<float, kLanes>(points.u + at),
                             Load<float, kLanes>(points.v + at));
       // Lanes behind the last point count nothing.
       value = BitCast<F>(BitCast<I>(value) & (Ramp(at) < F{} + static_cast<float>(points.count)));
@@ -226,10 +313,11 @@ void CorrelatePoints(const FitCells& image, const FitPoints& points, const FitPl
 
 }  // namespace
 
-const FitKernels fit = {.SampleLine = SampleLine,
-                        .FilterRow = FilterRow,
+const FitKernels fit = {.FilterRow = FilterRow,
                         .FilterColumns = FilterColumns,
-                        .AddProducts = AddProducts,
+                        .AddMoved = AddMoved,
+                        .AddLine = AddLine,
+                        .TurnRow = TurnRow,
                         .PackCells = PackCells,
                         .CorrelatePoints = CorrelatePoints};
 

@@ -57,10 +57,14 @@ struct FitPlacing {
   float x, y, stepX, stepY;
 };
 
+// Where the pixels of a turned row lie: (u + x stepU, v + x stepV), in 65536ths of a pixel, pixel
+// (0, 0) covering the first of them.
+struct TurnedRow {
+  int u, v, stepU, stepV;
+};
+constexpr int kTurnedFraction = 16;  // bits
+
 struct FitKernels {
-  // Bilinear samples.
-  void (*SampleLine)(const FitCells& cells, const FitLine& line, int count,
-                     const FitSamples& samples);
   // value[x] = sum of in[x + i] weight[i], i = 0 ... 3; slope[x] likewise.
   void (*FilterRow)(const float* in, const float* weight, const float* slope, int count,
                     float* value, float* slopes);
@@ -68,10 +72,15 @@ struct FitKernels {
   void (*FilterColumns)(const float* const values[4], const float* const slopes[4],
                         const float* weight, const float* slope, int count,
                         const FitSamples& samples);
-  // Adds the products of the first `terms` (4, 5 or 6) and the image. `fromU` and `fromV` are the
-  // distances of the first pixel from the template's centre. Reads whole kFitLanes of pixels.
-  void (*AddProducts)(const FitSamples& samples, const uint8_t* pixels, int count, int terms,
-                      const FitLine& fromCentre, FitSums& sums);
+  // Adds the products of the first 4 terms and the image. Reads whole kFitLanes of pixels, as does
+  // the next one.
+  void (*AddMoved)(const FitSamples& samples, const uint8_t* pixels, int count, FitSums& sums);
+  // The same with bilinear samples along a line, and for the turn and, where `scales`, the scale.
+  void (*AddLine)(const FitCells& cells, const FitLine& line, const uint8_t* pixels, int count,
+                  bool scales, const FitSamples& scratch, FitSums& sums);
+  // Bilinear samples, weighed in 256ths and rounded; beyond the middle of the outermost pixels,
+  // those. Writes whole 16 bytes.
+  void (*TurnRow)(const FitCells& cells, const TurnedRow& row, int count, uint8_t* out);
   // The cells of a row: `lower` is the next one.
   void (*PackCells)(const uint8_t* upper, const uint8_t* lower, int count, uint32_t* cells);
   // Over at most 1024 points, of the image's bilinear samples I less 128: the sums of I, of I * I

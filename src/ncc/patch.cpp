@@ -37,6 +37,14 @@ bool OpenSearchImage(const Kernels& kernels, const ColourImage& image, SearchIma
   return true;
 }
 
+void PackCells(const Kernels& kernels, const uint8_t* pixels, int width, int height,
+               uint32_t* cells) {
+  // All rows as if they were one.
+  const int last = (height - 1) * width;
+  kernels.fit.PackCells(pixels, pixels + width, last, cells);
+  kernels.fit.PackCells(pixels + last, pixels + last, width, cells + last);
+}
+
 bool Patch::CutPixels(const Kernels& kernels, const SearchImage& image, int level,
                       const Region& region) {
   left_ = std::max(region.left, 0);
@@ -69,13 +77,7 @@ bool Patch::AddCells(const Kernels& kernels) {
   if (!Grow(static_cast<size_t>(planes_) * height_ * width_, cells_)) return false;
   if (width_ == 0 || height_ == 0) return true;
   for (int plane = 0; plane < planes_; ++plane) {
-    // All rows are packed as if they were one. The last column's cell then takes two pixels from
-    // the next row, but its samples give them no weight.
-    uint32_t* cells = cells_.data() + RowOf(plane, 0) * width_;
-    const int last = (height_ - 1) * width_;
-    kernels.fit.PackCells(Pixels(plane, 0), Pixels(plane, 1), last, cells);
-    kernels.fit.PackCells(Pixels(plane, height_ - 1), Pixels(plane, height_ - 1), width_,
-                          cells + last);
+    PackCells(kernels, Pixels(plane, 0), width_, height_, cells_.data() + RowOf(plane, 0) * width_);
   }
   return true;
 }

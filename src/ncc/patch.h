@@ -22,6 +22,11 @@ struct SearchImage {
 bool OpenSearchImage(const Kernels& kernels, const GreyImage& image, SearchImage& opened);
 bool OpenSearchImage(const Kernels& kernels, const ColourImage& image, SearchImage& opened);
 
+// The cells of a plane of packed rows, one for each pixel. Those of the last column have two pixels
+// of the next row, to which samples give no weight.
+void PackCells(const Kernels& kernels, const uint8_t* pixels, int width, int height,
+               uint32_t* cells);
+
 struct Region {
   int left, top, right, bottom;  // right and bottom are outside
 };

@@ -6,6 +6,7 @@
 namespace quillon {
 
 struct Kernels;
+struct PixelSums;
 
 // Longer rows would overflow 32-bit sums of three planes.
 constexpr int kMaxPatternSide = 22'016;
@@ -48,11 +49,12 @@ class VariantMaker {
 
  private:
   struct Picture {
+    static constexpr int kVector = 16;  // which may reach behind a plane
     int width = 0, height = 0;
-    Buffer<uint8_t> pixels;  // planes, then care: 255 where a pixel takes part, else 0
-    uint8_t* Plane(int plane) {
-      return pixels.data() + static_cast<ptrdiff_t>(plane) * width * height;
-    }
+    Buffer<uint8_t> pixels;    // planes, then care: 255 where a pixel takes part, else 0
+    Buffer<VariantRow> spans;  // outside of them, no pixel takes part, and all are 0
+    ptrdiff_t PlaneSize() const { return static_cast<ptrdiff_t>(width) * height; }
+    uint8_t* Plane(int plane) { return pixels.data() + plane * (PlaneSize() + kVector); }
   };
 
   struct Size {
@@ -65,6 +67,9 @@ class VariantMaker {
   bool Scale(double scale);
   bool Turn(double c, double s);
   bool Pack(Picture& picture, Variant& variant) const;
+  void FindRuns(Picture& picture, Variant& variant, PixelSums& sums) const;
+  void TakeSpans(Picture& picture, Variant& variant, PixelSums& sums) const;
+  bool PrepareCells();
 
   const Kernels& kernels_;
   const NccLevel& level_;
@@ -72,6 +77,9 @@ class VariantMaker {
   Size most_ = {kMaxPatternSide, kMaxPatternSide};
   double scale_ = 0;  // of scaled_
   Picture scaled_, turned_;
+  Buffer<int> columns_;     // of the level, that those of scaled_ come from
+  Buffer<uint32_t> cells_;  // of scaled_, plane after plane
+  bool hasCells_ = false;
 };
 
 }  // namespace quillon
