@@ -51,7 +51,7 @@ void Label(Frame& f) { LabelGrayBlobs(f.kernels, RegionOf(f), f.source, 255, 255
 
 void LabelWithFeatures(Frame& f) {
   Label(f);
-  ComputeAllBlobFeatures(RegionOf(f));
+  ComputeAllBlobFeatures(f.kernels, RegionOf(f));
 }
 
 struct PeerBlobs {

@@ -1,11 +1,12 @@
 // A blob's rectangle is found from the ends of its runs, row by row from the top, each row from the
 // left. The order matters: it decides which of several equal rectangles is found. A blob's chain of
-// runs is not in this order where labels merged, but the runs were created in it; so their indices
-// are sorted.
+// runs is not in this order where labels merged, but the runs were created in it; so their places
+// in the table are sorted.
 #include "blob/features.h"
 
 #include <algorithm>
 
+#include "blob/hull_kernels.h"
 #include "blob/queries.h"
 #include "core/buffer.h"
 
@@ -15,28 +16,73 @@ namespace {
 // Memory for the blobs with up to `runs` runs, used again from blob to blob.
 class RectangleFinder {
  public:
-  explicit RectangleFinder(size_t runs)
-      : order_(runs), points_(2 * runs), hull_(HullWorkSize(2 * runs)) {}
+  RectangleFinder(const Kernels& kernels, size_t runs)
+      : kernels_(kernels),
+        order_(runs),
+        sides_(Buffer<int16_t>::Zeroed(2 * SideSize(runs))),
+        bends_(2 * static_cast<size_t>(WordsOfBends(static_cast<int>(runs)))),
+        points_(2 * runs),
+        hull_(HullWorkSize(2 * runs)) {}
 
-  explicit operator bool() const { return order_ && points_ && hull_; }
+  explicit operator bool() const { return order_ && sides_ && bends_ && points_ && hull_; }
 
   // False for a blob without runs.
   bool Find(const RLERegion& region, const BlobRecord& blob, MinRectangle& result) {
-    const std::span<const Point> points = GatherBlobEdgePoints(region, blob);
-    if (points.empty()) return false;
-    result = MinRectangleOfHull(ConvexHullOfPolyline(points, hull_.data()));
+    const std::span<const int32_t> runs = OrderRuns(region, blob);
+    if (runs.empty()) return false;
+    const Outline outline = OutlineOf(region, runs);
+    const std::span<Point> hull =
+        outline.rows > 1 && blob.area > 1
+            ? ConvexHullOfOutline(kernels_, outline, hull_.data())
+            : ConvexHullOfPolyline(EdgePoints(region, blob, runs), hull_.data());
+    result = MinRectangleOfHull(kernels_, hull);
     return true;
   }
 
  private:
-  std::span<const Point> GatherBlobEdgePoints(const RLERegion& region, const BlobRecord& blob) {
+  static size_t SideSize(size_t runs) { return kSideMargin + runs + kSideRoom; }
+
+  std::span<const int32_t> OrderRuns(const RLERegion& region, const BlobRecord& blob) {
     int32_t* end = order_.begin();
-    ForEachRun(region, blob,
-               [&](const RunRecord& run) { *end++ = static_cast<int32_t>(&run - region.runs); });
-    if (!std::is_sorted(order_.begin(), end)) std::sort(order_.begin(), end);
+    int32_t last = -1;
+    bool sorted = true;
+    ForEachRunPlace(region, blob, [&](int32_t i) {
+      sorted &= i > last;
+      *end++ = last = i;
+    });
+    if (!sorted) std::sort(order_.begin(), end);
+    return {order_.begin(), end};
+  }
+
+  // No rows, where the blob has too many columns or rows without runs.
+  Outline OutlineOf(const RLERegion& region, std::span<const int32_t> runs) {
+    const RunRecord& first = region.runs[runs.front()];
+    int16_t* const left = sides_.data() + kSideMargin;
+    int16_t* const right = left + SideSize(order_.size());
+    uint32_t y = static_cast<uint32_t>(first.y) - 1, leaps = 0;
+    int32_t row = -1, rowStart = 0, reach = 0;
+    for (const int32_t i : runs) {
+      const RunRecord& run = region.runs[i];
+      const int32_t start = run.xStart - first.xStart, end = first.xStart - run.xEnd;
+      // Without branches: no processor foresees where a row has several runs.
+      const uint32_t rowsOn = static_cast<uint32_t>(run.y) - y;
+      leaps |= rowsOn & ~1u;
+      row += rowsOn != 0;
+      rowStart = rowsOn != 0 ? start : rowStart;
+      y += rowsOn;
+      left[row] = static_cast<int16_t>(rowStart);
+      right[row] = static_cast<int16_t>(end);
+      reach |= (start ^ start >> 31) | (end ^ end >> 31);
+    }
+    const bool fits = leaps == 0 && reach <= kMostColumns;
+    return {{first.xStart, first.y}, fits ? row + 1 : 0, left, right, bends_.data()};
+  }
+
+  std::span<const Point> EdgePoints(const RLERegion& region, const BlobRecord& blob,
+                                    std::span<const int32_t> runs) {
     Point* point = points_.begin();
-    for (const int32_t* i = order_.begin(); i != end; ++i) {
-      const RunRecord& run = region.runs[*i];
+    for (const int32_t i : runs) {
+      const RunRecord& run = region.runs[i];
       *point++ = {run.xStart, run.y};
       *point++ = {run.xEnd, run.y};
     }
@@ -44,7 +90,10 @@ class RectangleFinder {
     return {points_.data(), blob.area == 1 ? std::min<size_t>(count, 1) : count};
   }
 
+  const Kernels& kernels_;
   Buffer<int32_t> order_;
+  Buffer<int16_t> sides_;
+  Buffer<uint64_t> bends_;
   Buffer<Point> points_;
   Buffer<Point> hull_;
 };
@@ -70,19 +119,20 @@ void Describe(const BlobRecord& blob, const MinRectangle& rectangle, BlobFeature
 
 }  // namespace
 
-bool ComputeBlobMinRect(const RLERegion& region, int n, MinRectangle& result) {
+bool ComputeBlobMinRect(const Kernels& kernels, const RLERegion& region, int n,
+                        MinRectangle& result) {
   const BlobRecord* blob = FindBlob(region, n);
   if (!blob) return false;
-  RectangleFinder finder(static_cast<size_t>(blob->runCount));
+  RectangleFinder finder(kernels, static_cast<size_t>(blob->runCount));
   return finder && finder.Find(region, *blob, result);
 }
 
-bool ComputeAllBlobFeatures(RLERegion& region) {
+bool ComputeAllBlobFeatures(const Kernels& kernels, RLERegion& region) {
   if (region.labelCount == 0 || !region.blobs || !region.blobIndex || !region.features) {
     return false;
   }
   const int count = std::min(region.blobCount, kMaxFeatures);
-  RectangleFinder finder(MostRuns(region, count));
+  RectangleFinder finder(kernels, MostRuns(region, count));
   if (!finder) return false;
   for (int n = 0; n < count; ++n) {
     const BlobRecord& blob = *FindBlob(region, n);

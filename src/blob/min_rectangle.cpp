@@ -1,10 +1,14 @@
-// A rectangle of least area has a side along a hull edge. Walking the edges, the three supporting
-// vertices only move forwards (rotating calipers), so all edges cost one walk around the hull.
+// A rectangle of least area has a side along a hull edge. A kernel tries all edges of a small hull
+// at once. Along a large one they are walked: the three supporting vertices only move forwards
+// (rotating calipers), so all edges cost one walk around the hull.
 #include "blob/min_rectangle.h"
 
 #include <cmath>
 #include <limits>
 #include <numbers>
+
+#include "blob/hull_kernels.h"
+#include "simd/kernels.h"
 
 namespace quillon {
 namespace {
@@ -103,8 +107,12 @@ class Calipers {
   const Point* against_;
 };
 
+Rectangle RectangleAlong(Vector corner, Vector along, float length, float depth) {
+  return {corner, along * length, Vector{-along.y, along.x} * depth};
+}
+
 // Among rectangles of equal area the last edge's is taken.
-Rectangle MinAreaRectOfHull(std::span<const Point> hull) {
+Rectangle MinAreaRectByCalipers(std::span<const Point> hull) {
   Rectangle best = {};
   float leastArea = std::numeric_limits<float>::infinity();
   Calipers calipers(hull);
@@ -113,10 +121,22 @@ Rectangle MinAreaRectOfHull(std::span<const Point> hull) {
     const float length = calipers.Length(along), depth = calipers.Depth(along);
     if (length * depth <= leastArea) {
       leastArea = length * depth;
-      best = {calipers.Corner(along), along * length, Vector{-along.y, along.x} * depth};
+      best = RectangleAlong(calipers.Corner(along), along, length, depth);
     }
   } while (calipers.Advance());
   return best;
+}
+
+// The same, by the kernel where it takes the hull.
+Rectangle MinAreaRectOfHull(const Kernels& kernels, std::span<Point> hull) {
+  SideBox box;
+  if (!kernels.hull.FindLeastSide(hull.data(), static_cast<int>(hull.size()), box)) {
+    return MinAreaRectByCalipers(hull);
+  }
+  const Vector along = {box.alongX, box.alongY};
+  const Vector back = {static_cast<float>(box.backX), static_cast<float>(box.backY)};
+  const Vector corner = ToVector(hull[box.side]) + along * Dot(back, along);
+  return RectangleAlong(corner, along, box.length, box.depth);
 }
 
 MinRectangle OfPoint(Vector p) {
@@ -142,10 +162,10 @@ MinRectangle OfRectangle(const Rectangle& r) {
 
 }  // namespace
 
-MinRectangle MinRectangleOfHull(std::span<const Point> hull) {
+MinRectangle MinRectangleOfHull(const Kernels& kernels, std::span<Point> hull) {
   if (hull.size() == 1) return OfPoint(ToVector(hull[0]));
   if (hull.size() == 2) return OfSegment(ToVector(hull[0]), ToVector(hull[1]));
-  return OfRectangle(MinAreaRectOfHull(hull));
+  return OfRectangle(MinAreaRectOfHull(kernels, hull));
 }
 
 }  // namespace quillon

@@ -17,7 +17,8 @@ struct MinRectangle {
 };
 static_assert(sizeof(MinRectangle) == 13 * sizeof(float));
 
-// One vertex gives a rectangle of 1 x 1, two their segment. At least one.
-MinRectangle MinRectangleOfHull(std::span<const Point> hull);
+// One vertex gives a rectangle of 1 x 1, two their segment. At least one; behind them lies room for
+// kHullRoom entries, which is overwritten.
+MinRectangle MinRectangleOfHull(const Kernels& kernels, std::span<Point> hull);
 
 }  // namespace quillon

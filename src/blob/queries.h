@@ -16,15 +16,21 @@ inline BlobRecord* FindBlob(const RLERegion& region, int n) {
   return exists ? &region.blobs[region.blobIndex[n]] : nullptr;
 }
 
-// Walks a blob's runs along their chain.
+// Walks a blob's runs along their chain: calls visit(the run's place in the table).
 template <class Visit>
-void ForEachRun(const RLERegion& region, const BlobRecord& blob, Visit visit) {
+void ForEachRunPlace(const RLERegion& region, const BlobRecord& blob, Visit visit) {
   int i = region.runs ? blob.head : -1;
   for (int left = blob.runCount; left > 0 && i >= 0; --left) {
-    const RunRecord& run = region.runs[i];
-    i = run.next;
-    visit(run);
+    const int next = region.runs[i].next;
+    visit(i);
+    i = next;
   }
+}
+
+// The same; calls visit(run).
+template <class Visit>
+void ForEachRun(const RLERegion& region, const BlobRecord& blob, Visit visit) {
+  ForEachRunPlace(region, blob, [&](int i) { visit(region.runs[i]); });
 }
 
 struct Bounds {

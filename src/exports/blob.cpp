@@ -73,7 +73,7 @@ void IxGetnBlobBound(const RLERegion* region, int n, int* result) {
 
 bool IxGetBlobMinRect(const RLERegion* region, int n, float* result) {
   MinRectangle rectangle;
-  if (!region || !result || !ComputeBlobMinRect(*region, n, rectangle)) return false;
+  if (!region || !result || !ComputeBlobMinRect(BestKernels(), *region, n, rectangle)) return false;
   memcpy(result, &rectangle, sizeof rectangle);
   return true;
 }
@@ -95,7 +95,7 @@ void IxGetnRegionColorMean(const ColourImage* image, const RLERegion* region, do
 }
 
 bool IxComputeAllBlobFeature(RLERegion* region) {
-  return region && ComputeAllBlobFeatures(*region);
+  return region && ComputeAllBlobFeatures(BestKernels(), *region);
 }
 
 bool IxSelectBlobArea(RLERegion* region, int maxArea, int minArea) {

@@ -21,6 +21,7 @@
   DO(ConvolutionKernels, convolution)    \
   DO(MorphKernels, morph)                \
   DO(RunsKernels, runs)                  \
+  DO(HullKernels, hull)                  \
   DO(PyramidKernels, pyramid)            \
   DO(GeomatchKernels, geomatch)          \
   DO(CorrelationKernels, correlation)    \

@@ -39,7 +39,7 @@ std::vector<Point> EdgePoints(const RLERegion& region, int n) {
 
 void ExpectRectangle(const std::vector<Point>& points, const std::array<float, 13>& actual) {
   std::vector<Point> work(HullWorkSize(points.size()));
-  const auto hull = ConvexHullOfPolyline(points, work.data());
+  const std::span<const Point> hull = ConvexHullOfPolyline(points, work.data());
   ASSERT_EQ(Text(hull), Text(reference::Melkman(points)));
   ASSERT_EQ(actual, reference::Rectangle(hull)) << hull.size() << " vertices";
   const std::vector<Point> expectedHull = reference::Hull(points);
@@ -67,8 +67,8 @@ void DrawShapes(GreyImage& image, Random& random) {
   }
 }
 
-void CheckAllBlobs(RLERegion& region) {
-  ASSERT_EQ(ComputeAllBlobFeatures(region), region.labelCount > 0);
+void CheckAllBlobs(const Kernels& level, RLERegion& region) {
+  ASSERT_EQ(ComputeAllBlobFeatures(level, region), region.labelCount > 0);
   if (region.labelCount == 0) return;
   ASSERT_EQ(region.selectCount, region.blobCount);
   for (int n = 0; n < region.blobCount; ++n) {
@@ -80,10 +80,14 @@ void CheckAllBlobs(RLERegion& region) {
     ASSERT_EQ(feature.centreY, blob.centreY);
     ASSERT_EQ(feature.selected, 1);
     MinRectangle single;
-    ASSERT_TRUE(ComputeBlobMinRect(region, n, single));
+    ASSERT_TRUE(ComputeBlobMinRect(level, region, n, single));
     ASSERT_EQ(Floats(feature), Floats(single));
     ASSERT_NO_FATAL_FAILURE(ExpectRectangle(EdgePoints(region, n), Floats(feature)));
   }
+}
+
+void CheckAllBlobs(RLERegion& region) {
+  ForEachLevel([&](const Kernels& level) { CheckAllBlobs(level, region); });
 }
 
 }  // namespace
@@ -98,6 +102,32 @@ TEST(Features, RectanglesAreLeastAndMatchTheTableScan) {
     LabelGrayBlobs(BestKernels(), *region, image, 255, 255);
     ASSERT_NO_FATAL_FAILURE(CheckAllBlobs(*region));
     LabelGrayBlobs(BestKernels(), *region, image, 0, 254);
+    ASSERT_NO_FATAL_FAILURE(CheckAllBlobs(*region));
+  }
+}
+
+// Hulls of few and of many vertices, steep ones, and blobs beyond what 16-bit numbers hold.
+// Ellipses bulge by 2, rhombs by 1.
+TEST(Features, HoldForEllipsesOfEverySize) {
+  constexpr struct {
+    int a, b;
+    double bulge;
+  } kShapes[] = {{7, 20, 2},    {40, 40, 2},   {60, 70, 2},    {75, 75, 2},    {78, 80, 2},
+                 {90, 90, 2},   {30, 99, 2},   {150, 99, 2},   {505, 30, 2},   {505, 6, 1.1},
+                 {505, 2, 1.1}, {520, 9, 1.5}, {4090, 600, 2}, {17000, 4, 1.3}};
+  const RegionPtr region = NewRegion();
+  for (const auto [a, b, bulge] : kShapes) {
+    SCOPED_TRACE(testing::Message() << a << " x " << b << ", " << bulge);
+    GreyImage image;
+    image.Create(2 * a + 3, 2 * b + 3);
+    for (int y = -b; y <= b; ++y) {
+      const double part = 1 - std::pow(std::abs(double(y) / b), bulge);
+      const int half = static_cast<int>(a * std::pow(part, 1 / bulge));
+      std::fill_n(image.rows[y + b + 1] + a + 1 - half, 2 * half + 1, uint8_t{255});
+    }
+    SetRuns(*region, WholeImage(image, 1));
+    LabelGrayBlobs(BestKernels(), *region, image, 255, 255);
+    ASSERT_EQ(region->blobCount, 1);
     ASSERT_NO_FATAL_FAILURE(CheckAllBlobs(*region));
   }
 }
@@ -143,12 +173,12 @@ TEST(Features, TwentyThousandBlobsHaveRecords) {
   SetRuns(*region, WholeImage(image, 1));
   LabelGrayBlobs(BestKernels(), *region, image, 255, 255);
   ASSERT_EQ(region->blobCount, 201 * 151);
-  EXPECT_TRUE(ComputeAllBlobFeatures(*region));
+  EXPECT_TRUE(ComputeAllBlobFeatures(BestKernels(), *region));
   EXPECT_EQ(region->selectCount, kMaxFeatures);
   EXPECT_EQ(region->features[kMaxFeatures - 1].area, 1);
   EXPECT_TRUE(SelectBlobArea(*region, 2, 9));
   EXPECT_EQ(region->selectCount, 0);
-  EXPECT_TRUE(ComputeAllBlobFeatures(*region));
+  EXPECT_TRUE(ComputeAllBlobFeatures(BestKernels(), *region));
   EXPECT_TRUE(ReselectBlobs(*region));
   EXPECT_EQ(region->selectCount, kMaxFeatures);
   std::vector<BlobFeature> list(kMaxFeatures + 1);
@@ -175,12 +205,12 @@ TEST(Features, LargeBlobsAndBorrowedTablesAreSafe) {
   Fill(image, 301, 401, Content::kBinary);
   LabelGrayBlobs(BestKernels(), *region, image, 255, 255);
   FillUpHoles(BestKernels(), *region, image, 0);
-  ComputeAllBlobFeatures(*region);
+  ComputeAllBlobFeatures(BestKernels(), *region);
   for (int n = 0; n < region->blobCount; ++n) {
     BoundsOfBlob(*region, n);
     GrayMeanOfBlob(BestKernels(), &image, *region, n);
     MinRectangle rectangle;
-    ComputeBlobMinRect(*region, n, rectangle);
+    ComputeBlobMinRect(BestKernels(), *region, n, rectangle);
   }
 }
 
