@@ -24,7 +24,7 @@ struct Subtract {
 struct Multiply {
   template <class V>
   static V Of(V a, V b) {
-    return MergeSaturated(EvenBytes(a) * EvenBytes(b), OddBytes(a) * OddBytes(b));
+    return MulSaturate(a, b);
   }
 };
 

@@ -180,6 +180,32 @@ QUILLON_INLINE U8<sizeof(V)> MergeBytes(V even, V odd) {
   return BitCast<U8<sizeof(V)>>(even | odd << 8);
 }
 
+namespace vec_detail {
+// Lane i of two vectors zipped within 16 bytes, each `count` lanes long, from their lower or upper
+// halves on.
+template <int kAll, int kWithin>
+constexpr int ZippedLane(int i, bool upper) {
+  const int group = i / kWithin, place = i % kWithin;
+  return group * kWithin + (upper ? kWithin / 2 : 0) + place / 2 + (place % 2 ? kAll : 0);
+}
+template <bool kUpper, class V, int... i>
+QUILLON_INLINE V ZipOf(V a, V b, std::integer_sequence<int, i...>) {
+  constexpr int kAll = sizeof...(i), kWithin = 16 / (sizeof(V) / kAll);
+  return __builtin_shufflevector(a, b, ZippedLane<kAll, kWithin>(i, kUpper)...);
+}
+}  // namespace vec_detail
+
+// The lanes of a and b in turn, a[0] b[0] a[1] b[1] ..., within each 16 bytes: of the first or of
+// the second half of their lanes there.
+template <class V>
+QUILLON_INLINE V ZipLow(V a, V b) {
+  return vec_detail::ZipOf<false>(a, b, std::make_integer_sequence<int, vec_detail::kLanes<V>>{});
+}
+template <class V>
+QUILLON_INLINE V ZipHigh(V a, V b) {
+  return vec_detail::ZipOf<true>(a, b, std::make_integer_sequence<int, vec_detail::kLanes<V>>{});
+}
+
 // ---- by name, one instruction or few where the processor has them -------------------------------
 
 }  // namespace quillon::QUILLON_LEVEL
@@ -214,13 +240,11 @@ namespace quillon::QUILLON_LEVEL {
     }                                                            \
   }
 
-// min(a + b, 255) and max(a - b, 0) on unsigned bytes; half of a + b, rounded up.
+// min(a + b, 255), max(a - b, 0) and min(a * b, 255) on unsigned bytes; half of a + b, rounded up.
 QUILLON_BY_HALVES_2(AddSaturate)
 QUILLON_BY_HALVES_2(SubSaturate)
+QUILLON_BY_HALVES_2(MulSaturate)
 QUILLON_BY_HALVES_2(Average)
-
-// MergeBytes of unsigned lanes of any value, those above 255 as 255.
-QUILLON_BY_HALVES_2(MergeSaturated)
 
 // The high half of each product of 16-bit lanes, both signed or both unsigned. Signed ones are
 // cheaper on some processors, most so where b is the same in a whole loop.
@@ -369,34 +393,11 @@ QUILLON_INLINE auto PackLanes(V a, V b) {
 }
 
 namespace vec_detail {
-// Lane i of two vectors zipped within 16 bytes, each `count` lanes long, from their lower or upper
-// halves on.
-template <int kAll, int kWithin>
-constexpr int ZippedLane(int i, bool upper) {
-  const int group = i / kWithin, place = i % kWithin;
-  return group * kWithin + (upper ? kWithin / 2 : 0) + place / 2 + (place % 2 ? kAll : 0);
-}
-template <bool kUpper, class V, int... i>
-QUILLON_INLINE V ZipOf(V a, V b, std::integer_sequence<int, i...>) {
-  constexpr int kAll = sizeof...(i), kWithin = 16 / (sizeof(V) / kAll);
-  return __builtin_shufflevector(a, b, ZippedLane<kAll, kWithin>(i, kUpper)...);
-}
 template <int kShift, class V, int... kLane>
 QUILLON_INLINE V ShiftedLanes(V low, V high, std::integer_sequence<int, kLane...>) {
   return __builtin_shufflevector(low, high, (kShift + kLane)...);
 }
 }  // namespace vec_detail
-
-// The lanes of a and b in turn, a[0] b[0] a[1] b[1] ..., within each 16 bytes: of the first or of
-// the second half of their lanes there.
-template <class V>
-QUILLON_INLINE V ZipLow(V a, V b) {
-  return vec_detail::ZipOf<false>(a, b, std::make_integer_sequence<int, vec_detail::kLanes<V>>{});
-}
-template <class V>
-QUILLON_INLINE V ZipHigh(V a, V b) {
-  return vec_detail::ZipOf<true>(a, b, std::make_integer_sequence<int, vec_detail::kLanes<V>>{});
-}
 
 namespace vec_detail {
 template <class V, int... i>

@@ -13,11 +13,13 @@ QUILLON_INLINE U8<16> AddSaturate(U8<16> a, U8<16> b) {
 QUILLON_INLINE U8<16> SubSaturate(U8<16> a, U8<16> b) {
   return BitCast<U8<16>>(vqsubq_u8(BitCast<uint8x16_t>(a), BitCast<uint8x16_t>(b)));
 }
+QUILLON_INLINE U8<16> MulSaturate(U8<16> a, U8<16> b) {
+  const auto first = BitCast<uint8x16_t>(a), second = BitCast<uint8x16_t>(b);
+  const uint16x8_t low = vmull_u8(vget_low_u8(first), vget_low_u8(second));
+  return BitCast<U8<16>>(vqmovn_high_u16(vqmovn_u16(low), vmull_high_u8(first, second)));
+}
 QUILLON_INLINE U8<16> Average(U8<16> a, U8<16> b) {
   return BitCast<U8<16>>(vrhaddq_u8(BitCast<uint8x16_t>(a), BitCast<uint8x16_t>(b)));
-}
-QUILLON_INLINE U8<16> MergeSaturated(U16<8> even, U16<8> odd) {
-  return MergeBytes(Min(even, U16<8>{} + 255), Min(odd, U16<8>{} + 255));
 }
 // Pairs of columns go down in 16 bits each.
 template <int N>

@@ -13,11 +13,17 @@ QUILLON_INLINE U8<16> AddSaturate(U8<16> a, U8<16> b) {
 QUILLON_INLINE U8<16> SubSaturate(U8<16> a, U8<16> b) {
   return BitCast<U8<16>>(wasm_u8x16_sub_sat(BitCast<v128_t>(a), BitCast<v128_t>(b)));
 }
+QUILLON_INLINE U8<16> MulSaturate(U8<16> a, U8<16> b) {
+  const v128_t first = BitCast<v128_t>(a), second = BitCast<v128_t>(b);
+  const auto clamped = [](v128_t products) {
+    return wasm_u16x8_min(products, wasm_u16x8_splat(255));
+  };
+  return BitCast<U8<16>>(
+      wasm_u8x16_narrow_i16x8(clamped(wasm_u16x8_extmul_low_u8x16(first, second)),
+                              clamped(wasm_u16x8_extmul_high_u8x16(first, second))));
+}
 QUILLON_INLINE U8<16> Average(U8<16> a, U8<16> b) {
   return BitCast<U8<16>>(wasm_u8x16_avgr(BitCast<v128_t>(a), BitCast<v128_t>(b)));
-}
-QUILLON_INLINE U8<16> MergeSaturated(U16<8> even, U16<8> odd) {
-  return MergeBytes(Min(even, U16<8>{} + 255), Min(odd, U16<8>{} + 255));
 }
 
 // Pairs of columns go down in 16 bits each.

@@ -359,15 +359,21 @@ QUILLON_INLINE V ShiftRight(V v, int bits) {
 }
 
 template <class V>
-QUILLON_INLINE U8<sizeof(V)> MergeSaturated(V even, V odd) {
+QUILLON_INLINE V MulSaturate(V a, V b) {
 #if QUILLON_AVX2
-  return MergeBytes(Min(even, V{} + 255), Min(odd, V{} + 255));
+  using Words = U16<sizeof(V) / 2>;
+  const auto clamped = [](Words products) { return Min(products, Words{} + 255); };
+  return MergeBytes(clamped(EvenBytes(a) * EvenBytes(b)), clamped(OddBytes(a) * OddBytes(b)));
 #else
-  // There is no minimum of these lanes. The sum with 0xFF00 ends in 255 for all above 255.
-  const auto sum = [](V words) {
-    return BitCast<V>(_mm_adds_epu16(BitCast<__m128i>(words), BitCast<__m128i>(V{} + 0xFF00)));
+  // There is no minimum of these lanes. What products are short of 255, 0 where they are not, is
+  // 255 less the result.
+  const auto rest = [](V c, V d) {
+    const auto products = BitCast<U16<8>>(c) * BitCast<U16<8>>(d);
+    return BitCast<I16<8>>(_mm_subs_epu16(_mm_set1_epi16(255), BitCast<__m128i>(products)));
   };
-  return MergeBytes(sum(even) & 255, sum(odd));
+  const V zero = {};
+  return ~PackWithin16(rest(ZipLow(a, zero), ZipLow(b, zero)),
+                       rest(ZipHigh(a, zero), ZipHigh(b, zero)));
 #endif
 }
 
