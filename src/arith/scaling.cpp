@@ -53,22 +53,33 @@ Buffer<ColumnGroup> MakeGroups(const Buffer<int32_t>& columns, int width) {
   return groups;
 }
 
-// Null where one group's pixels lie too far apart.
-Buffer<WideColumnGroup> MakeWideGroups(const Buffer<int32_t>& columns, int width) {
+struct WideGroups {
+  Buffer<WideColumnGroup> groups;  // none where the pixels of one lie too far apart
+  int window;
+};
+
+WideGroups MakeWideGroups(const Buffer<int32_t>& columns, int width) {
   const int count = static_cast<int>(columns.size());
-  if (count < kWideGroup || width < kWideWindow) return {};
-  if (columns[kWideGroup - 1] - columns[0] >= kWideWindow) return {};
-  Buffer<WideColumnGroup> groups(static_cast<size_t>((count + kWideGroup - 1) / kWideGroup));
-  for (size_t g = 0; g < groups.size(); ++g) {
-    const int first = std::min(static_cast<int>(g) * kWideGroup, count - kWideGroup);
-    const int start = std::min(columns[first], width - kWideWindow);
-    if (columns[first + kWideGroup - 1] - start >= kWideWindow) return {};
-    groups[g].start = start;
+  if (count < kWideGroup) return {};
+  const int groupCount = (count + kWideGroup - 1) / kWideGroup;
+  const auto columnsOf = [&](int g) {
+    return columns.data() + std::min(g * kWideGroup, count - kWideGroup);
+  };
+  int longest = 0;
+  for (int g = 0; g < groupCount; ++g) {
+    longest = std::max(longest, columnsOf(g)[kWideGroup - 1] - columnsOf(g)[0] + 1);
+  }
+  const int* window = std::lower_bound(std::begin(kWideWindows), std::end(kWideWindows), longest);
+  if (window == std::end(kWideWindows) || *window > width) return {};
+  WideGroups wide = {Buffer<WideColumnGroup>(static_cast<size_t>(groupCount)), *window};
+  for (int g = 0; wide.groups && g < groupCount; ++g) {
+    WideColumnGroup& group = wide.groups[g];
+    group.start = std::min(columnsOf(g)[0], width - wide.window);
     for (int i = 0; i < kWideGroup; ++i) {
-      groups[g].places[i] = static_cast<uint8_t>(columns[first + i] - start);
+      group.places[i] = static_cast<uint8_t>(columnsOf(g)[i] - group.start);
     }
   }
-  return groups;
+  return wide;
 }
 
 }  // namespace
@@ -87,14 +98,16 @@ void ScaleImage(const Kernels& kernels, const GreyImage& source, GreyImage& resu
   const auto rows = NearestPlaces(height, source.height, scaleY);
   if (!columns || !rows) return;
   const ScalingKernels& scaling = kernels.scaling;
-  Buffer<WideColumnGroup> wideGroups;
-  if (scaling.PickWideRow) wideGroups = MakeWideGroups(columns, source.width);
+  WideGroups wide = {};
+  if (scaling.PickWideRow) wide = MakeWideGroups(columns, source.width);
   Buffer<ColumnGroup> groups;
-  if (!wideGroups) groups = MakeGroups(columns, source.width);
-  if ((!wideGroups && !groups) || !RecreateForOverwrite(result, width, height)) return;
+  if (!wide.groups) groups = MakeGroups(columns, source.width);
+  if ((!wide.groups && !groups) || !RecreateForOverwrite(result, width, height)) return;
   const auto pickRow = [&](const uint8_t* from, uint8_t* to) {
     if (scaleX != 0.5) {
-      if (wideGroups) return scaling.PickWideRow(from, to, width, wideGroups.data());
+      if (wide.groups) {
+        return scaling.PickWideRow(from, to, width, wide.groups.data(), wide.window);
+      }
       return scaling.PickRow(from, to, width, columns.data(), groups.data());
     }
     // (x + 1/2) / (1/2) = 2 x + 1, which the last column of an odd width does not have.

@@ -60,21 +60,26 @@ void PickRow(const uint8_t* from, uint8_t* to, int count, const int32_t* columns
 
 #endif
 
-#if QUILLON_BYTE_TABLES
+#if QUILLON_BYTE_WINDOWS
+template <int kParts>
 void PickFromTables(const uint8_t* from, uint8_t* to, int count, const WideColumnGroup* groups) {
   const auto pick = [&](int x, const WideColumnGroup& group) {
-    for (int i = 0; i < kWideGroup; i += kVectorBytes) {
-      const auto places = Load<uint8_t, kVectorBytes>(group.places + i);
-      Store(to + x + i, ByteTable(from + group.start).At(places));
-    }
+    const auto places = Load<uint8_t, kWideGroup>(group.places);
+    Store(to + x, ByteTableOf<kParts>(from + group.start).At(places));
   };
   int x = 0;
   for (; x <= count - kWideGroup; x += kWideGroup) pick(x, *groups++);
   if (x < count) pick(count - kWideGroup, *groups);
 }
-// Filling the registers of a table takes longer than picking 16 pixels.
-constexpr auto PickWideRow = kVectorBytes == kWideGroup ? PickFromTables : nullptr;
+
+void PickWideRow(const uint8_t* from, uint8_t* to, int count, const WideColumnGroup* groups,
+                 int window) {
+  if (window == 64) return PickFromTables<1>(from, to, count, groups);
+  if (window == 128) return PickFromTables<2>(from, to, count, groups);
+  PickFromTables<4>(from, to, count, groups);
+}
 #else
+// Filling the registers of a table takes longer than picking 16 pixels.
 constexpr decltype(ScalingKernels::PickWideRow) PickWideRow = nullptr;
 #endif
 

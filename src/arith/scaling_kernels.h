@@ -18,10 +18,11 @@ struct ColumnGroup {
 };
 constexpr int kMaxWindows = 4;  // beyond, single loads are as fast
 
-// The same of many pixels, for rows of at least kWideWindow.
-constexpr int kWideGroup = 64, kWideWindow = 256;
+// The same of many pixels, for rows no shorter than the window that all groups of a row have.
+constexpr int kWideGroup = 64;
+constexpr int kWideWindows[] = {64, 128, 256};
 struct WideColumnGroup {
-  alignas(kWideGroup) uint8_t places[kWideGroup];  // in the kWideWindow bytes from `start` on
+  alignas(kWideGroup) uint8_t places[kWideGroup];  // in the window from `start` on
   int32_t start;
 };
 
@@ -31,7 +32,8 @@ struct ScalingKernels {
   void (*PickRow)(const uint8_t* from, uint8_t* to, int count, const int32_t* columns,
                   const ColumnGroup* groups);
   // The same from wide groups, for 64 columns and more; null where that is no faster.
-  void (*PickWideRow)(const uint8_t* from, uint8_t* to, int count, const WideColumnGroup* groups);
+  void (*PickWideRow)(const uint8_t* from, uint8_t* to, int count, const WideColumnGroup* groups,
+                      int window);
   // to[x] = from[2 x + 1]
   void (*PickOddRow)(const uint8_t* from, uint8_t* to, int count);
 };

@@ -1,4 +1,4 @@
-// A table of 256 bytes in registers.
+// Tables of bytes in registers.
 #pragma once
 
 #include "simd/vec.h"
@@ -8,16 +8,19 @@
 namespace quillon::QUILLON_LEVEL {
 
 // In parts of 64 bytes, for bytes as wide as a register.
-struct ByteTable {
+template <int kParts>
+struct ByteTableOf {
   using Bytes = U8<kVectorBytes>;
 
-  QUILLON_INLINE explicit ByteTable(const uint8_t* table) {
-    for (int i = 0; i < 4; ++i) quarter[i] = native::LoadQuarterTable(table + 64 * i);
+  QUILLON_INLINE explicit ByteTableOf(const uint8_t* table) {
+    for (int i = 0; i < kParts; ++i) parts[i] = native::LoadTablePart(table + 64 * i);
   }
-  QUILLON_INLINE Bytes At(Bytes places) const { return native::LookUp(quarter, places); }
+  QUILLON_INLINE Bytes At(Bytes places) const { return native::LookUp(parts, places); }
 
-  native::QuarterTable quarter[4];
+  native::TablePart parts[kParts];
 };
+
+using ByteTable = ByteTableOf<4>;
 
 }  // namespace quillon::QUILLON_LEVEL
 

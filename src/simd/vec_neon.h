@@ -60,13 +60,13 @@ QUILLON_INLINE U8<16> BlendByTopBit(U8<16> a, U8<16> b, U8<16> by) {
 }
 
 // A table of 256 bytes: each quarter answers for its own 64 places, and leaves the others be.
-using QuarterTable = uint8x16x4_t;
-QUILLON_INLINE QuarterTable LoadQuarterTable(const uint8_t* from) { return vld1q_u8_x4(from); }
-QUILLON_INLINE U8<16> LookUp(const QuarterTable (&quarter)[4], U8<16> places) {
-  uint8x16_t found = vqtbl4q_u8(quarter[0], BitCast<uint8x16_t>(places));
-  found = vqtbx4q_u8(found, quarter[1], BitCast<uint8x16_t>(places - 64));
-  found = vqtbx4q_u8(found, quarter[2], BitCast<uint8x16_t>(places - 128));
-  return BitCast<U8<16>>(vqtbx4q_u8(found, quarter[3], BitCast<uint8x16_t>(places - 192)));
+using TablePart = uint8x16x4_t;
+QUILLON_INLINE TablePart LoadTablePart(const uint8_t* from) { return vld1q_u8_x4(from); }
+QUILLON_INLINE U8<16> LookUp(const TablePart (&parts)[4], U8<16> places) {
+  uint8x16_t found = vqtbl4q_u8(parts[0], BitCast<uint8x16_t>(places));
+  found = vqtbx4q_u8(found, parts[1], BitCast<uint8x16_t>(places - 64));
+  found = vqtbx4q_u8(found, parts[2], BitCast<uint8x16_t>(places - 128));
+  return BitCast<U8<16>>(vqtbx4q_u8(found, parts[3], BitCast<uint8x16_t>(places - 192)));
 }
 
 QUILLON_INLINE void Deinterleave(U8<16>& a, U8<16>& b, U8<16>& c) {

@@ -312,26 +312,31 @@ QUILLON_INLINE U8<64> MergeLowBytes(I32<16> a, I32<16> b, I32<16> c, I32<16> d) 
   return BitCast<U8<64>>(merged);
 }
 
-// A table of 256 bytes: one byte permute reaches two of its quarters.
-using QuarterTable = U8<64>;
-QUILLON_INLINE QuarterTable LoadQuarterTable(const uint8_t* from) {
-  return Load<uint8_t, 64>(from);
+// Tables of 64 bytes a part: one byte permute reaches two of them.
+using TablePart = U8<64>;
+QUILLON_INLINE TablePart LoadTablePart(const uint8_t* from) { return Load<uint8_t, 64>(from); }
+QUILLON_INLINE U8<64> LookUp(const TablePart (&parts)[1], U8<64> places) {
+  return BitCast<U8<64>>(_mm512_maskz_permutexvar_epi8(~uint64_t{0}, BitCast<__m512i>(places),
+                                                       BitCast<__m512i>(parts[0])));
 }
-QUILLON_INLINE U8<64> LookUp(const QuarterTable (&quarter)[4], U8<64> places) {
-  const auto half = [&](int first) {
-    return _mm512_permutex2var_epi8(BitCast<__m512i>(quarter[first]), BitCast<__m512i>(places),
-                                    BitCast<__m512i>(quarter[first + 1]));
-  };
-  const __mmask64 isUpper = _mm512_movepi8_mask(BitCast<__m512i>(places));
-  return BitCast<U8<64>>(_mm512_mask_blend_epi8(isUpper, half(0), half(2)));
+QUILLON_INLINE __m512i LookUpTwo(TablePart first, TablePart second, U8<64> places) {
+  return _mm512_permutex2var_epi8(BitCast<__m512i>(first), BitCast<__m512i>(places),
+                                  BitCast<__m512i>(second));
 }
-// And one of 192, which two permutes reach.
-QUILLON_INLINE U8<64> LookUp(const U8<64> (&part)[3], U8<64> places) {
-  const __m512i lower = _mm512_permutex2var_epi8(
-      BitCast<__m512i>(part[0]), BitCast<__m512i>(places), BitCast<__m512i>(part[1]));
+QUILLON_INLINE U8<64> LookUp(const TablePart (&parts)[2], U8<64> places) {
+  return BitCast<U8<64>>(LookUpTwo(parts[0], parts[1], places));
+}
+QUILLON_INLINE U8<64> LookUp(const TablePart (&parts)[3], U8<64> places) {
   const __mmask64 isUpper = _mm512_movepi8_mask(BitCast<__m512i>(places));
-  return BitCast<U8<64>>(_mm512_mask_permutexvar_epi8(lower, isUpper, BitCast<__m512i>(places),
-                                                      BitCast<__m512i>(part[2])));
+  return BitCast<U8<64>>(_mm512_mask_permutexvar_epi8(LookUpTwo(parts[0], parts[1], places),
+                                                      isUpper, BitCast<__m512i>(places),
+                                                      BitCast<__m512i>(parts[2])));
+}
+QUILLON_INLINE U8<64> LookUp(const TablePart (&parts)[4], U8<64> places) {
+  // The mask before the permutes: after them, it took 1.3 times as long.
+  const __mmask64 isUpper = _mm512_movepi8_mask(BitCast<__m512i>(places));
+  return BitCast<U8<64>>(_mm512_mask_blend_epi8(isUpper, LookUpTwo(parts[0], parts[1], places),
+                                                LookUpTwo(parts[2], parts[3], places)));
 }
 
 // Sixteen bytes of each of four lines, which are put in their places while they are loaded.

@@ -227,6 +227,9 @@ const char* CheckRegister() {
   QUILLON_HOLDS(Holds(ByteTable(bytes).At(entries), [&](int i) { return bytes[entries[i]]; }));
 #endif
 #if QUILLON_BYTE_WINDOWS
+  const auto half = entries & 127, quarter = entries & 63;
+  QUILLON_HOLDS(Holds(ByteTableOf<2>(bytes).At(half), [&](int i) { return bytes[half[i]]; }));
+  QUILLON_HOLDS(Holds(ByteTableOf<1>(bytes).At(quarter), [&](int i) { return bytes[quarter[i]]; }));
   // Of an image whose first line comes last.
   constexpr int kPitch = 21;
   const uint8_t* line = bytes + (ByteWindow::kLines - 1) * kPitch;
