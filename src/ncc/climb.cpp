@@ -55,28 +55,68 @@ bool PoseClimb::Place(const NccMask* mask) {
 // The pattern, and what small changes of the pose add to it, from differences of neighbours that
 // take part.
 void PoseClimb::FillFactors(const NccLevel& pattern, const NccMask* mask) {
-  const auto inside = [&](int x, int y) {
-    return x >= 0 && y >= 0 && x < width_ && y < height_ && TakesPart(mask, x, y);
+  // Which neighbours there are: bits, one for each.
+  enum { kLeft = 1, kRight = 2, kUp = 4, kDown = 8 };
+  const auto neighbours = [&](int x, int y) {
+    int all =
+        (x > 0) * kLeft | (x < width_ - 1) * kRight | (y > 0) * kUp | (y < height_ - 1) * kDown;
+    if (!mask) return all;
+    if (all & kLeft && !TakesPart(mask, x - 1, y)) all &= ~kLeft;
+    if (all & kRight && !TakesPart(mask, x + 1, y)) all &= ~kRight;
+    if (all & kUp && !TakesPart(mask, x, y - 1)) all &= ~kUp;
+    if (all & kDown && !TakesPart(mask, x, y + 1)) all &= ~kDown;
+    return all;
   };
-  const auto slope = [&](const uint8_t* const* rows, int x, int y, int dx, int dy) {
-    const int before = inside(x - dx, y - dy), after = inside(x + dx, y + dy);
-    const int ahead = rows[y + after * dy][x + after * dx];
-    const int behind = rows[y - before * dy][x - before * dx];
-    return static_cast<float>(ahead - behind) * (before + after == 2 ? 0.5f : 1.0f);
+  const auto slope = [](int behind, int ahead, bool both) {
+    return static_cast<float>(ahead - behind) * (both ? 0.5f : 1.0f);
   };
   for (int plane = 0; plane < planes_; ++plane) {
     const uint8_t* const* rows = pattern.Plane(plane);
+    float* const factors = Factor(plane, 0);
     int i = 0;
     for (int y = 0; y < height_; ++y) {
+      const uint8_t* row = rows[y];
+      const uint8_t *above = rows[std::max(y - 1, 0)], *below = rows[std::min(y + 1, height_ - 1)];
       for (int x = 0; x < width_; ++x) {
         if (!TakesPart(mask, x, y)) continue;
+        const int has = neighbours(x, y);
+        const bool left = has & kLeft, right = has & kRight, up = has & kUp, down = has & kDown;
+        const float du = slope(row[x - left], row[x + right], left && right);
+        const float dv = slope(up ? above[x] : row[x], down ? below[x] : row[x], up && down);
         const float u = points_[i], v = points_[stride_ + i];
-        const float du = slope(rows, x, y, 1, 0), dv = slope(rows, x, y, 0, 1);
         const float slopes[kChanges] = {du, dv, du * v - dv * u, -(du * u + dv * v)};
-        Factor(plane, 0)[i] = static_cast<float>(rows[y][x]) - 128.0f;
-        for (int k = 1; k < factorCount_; ++k) Factor(plane, k)[i] = slopes[changes_[k - 1]];
+        factors[i] = static_cast<float>(row[x]) - 128.0f;
+        for (int k = 1; k < factorCount_; ++k) {
+          factors[k * stride_ + i] = slopes[changes_[k - 1]];
+        }
         ++i;
       }
+    }
+  }
+}
+
+// Adds up a plane's factors and their products.
+void PoseClimb::AddFactors(int plane, FactorSums& to) const {
+  // All are whole quarters, and their sums exact in any order, while the sum of n squares stays
+  // below 2^53 sixteenths.
+  const double largest = 255 * 0.5 * (width_ + height_);
+  if (largest * largest * planes_ * count_ < std::ldexp(1.0, 53 - 4)) {
+    const float* rows[kTerms];
+    for (int j = 0; j < kTerms; ++j) rows[j] = Factor(plane, j < factorCount_ ? j : 0);
+    kernels_->fit.AddFactors(rows, count_, to);
+    for (int j = factorCount_; j < kTerms; ++j) {
+      to.sums[j] = 0;
+      std::fill_n(to.products[j], kTerms, 0.0);
+    }
+    return;
+  }
+  const float* const first = Factor(plane, 0);
+  for (int i = 0; i < count_; ++i) {
+    double term[kTerms] = {};
+    for (int j = 0; j < factorCount_; ++j) term[j] = first[j * stride_ + i];
+    for (int j = 0; j < kTerms; ++j) {
+      to.sums[j] += term[j];
+      for (int k = 0; k <= j; ++k) to.products[j][k] += term[j] * term[k];
     }
   }
 }
@@ -84,18 +124,10 @@ void PoseClimb::FillFactors(const NccLevel& pattern, const NccMask* mask) {
 // The matrix that makes changes of an image's products with pattern and slopes J: (J'J)^-1 J', of
 // slopes without what gain and offset explain. A change that others amount to already is left out.
 void PoseClimb::InvertSlopes() {
-  double products[kTerms][kTerms] = {};
-  for (int plane = 0; plane < planes_; ++plane) {
-    const float* const first = Factor(plane, 0);
-    for (int i = 0; i < count_; ++i) {
-      double term[kTerms] = {};
-      for (int j = 0; j < factorCount_; ++j) term[j] = first[j * stride_ + i];
-      for (int j = 0; j < kTerms; ++j) {
-        sums_[j] += term[j];
-        for (int k = 0; k <= j; ++k) products[j][k] += term[j] * term[k];
-      }
-    }
-  }
+  FactorSums factors = {};
+  for (int plane = 0; plane < planes_; ++plane) AddFactors(plane, factors);
+  auto& products = factors.products;
+  std::copy_n(factors.sums, kTerms, sums_);
   const double n = static_cast<double>(planes_) * count_;
   for (int j = 0; j < kTerms; ++j) {
     for (int k = 0; k <= j; ++k) {

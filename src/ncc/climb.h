@@ -58,6 +58,7 @@ class PoseClimb {
   static Placed Put(const Pose& pose);
   bool Place(const NccMask* mask);
   void FillFactors(const NccLevel& pattern, const NccMask* mask);
+  void AddFactors(int plane, FactorSums& to) const;
   void InvertSlopes();
   double Correlate(const Patch& patch, const Placed& placed, Changes& changes) const;
   Placed Step(const Placed& from, const Pose& point, const Changes& changes) const;

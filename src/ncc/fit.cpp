@@ -36,6 +36,10 @@ void Intersect(double start, double step, double low, double high, int& first, i
     if (start < low || start > high) last = first;
     return;
   }
+  // Most stretches lie between the limits, and clear of them: no need to divide.
+  constexpr double kClear = 1e-3;
+  const double one = start + step * first, other = start + step * (last - 1);
+  if (std::min(one, other) > low + kClear && std::max(one, other) < high - kClear) return;
   double from = (low - start) / step, to = (high - start) / step;
   if (from > to) std::swap(from, to);
   // Between `first` and `last` nothing is negative, and cutting fractions off rounds down.
@@ -136,8 +140,9 @@ bool PoseFit::Reserve(int width) {
 // Moves what has been added up in single precision to the sums in double precision. Floats stay
 // exact enough only for a few image rows, so this happens every kMostAdded pixels.
 void PoseFit::Flush(Moments& m) {
-  for (int i = 0; i <= kFitTerms; ++i) {
-    for (int j = i; j <= kFitTerms; ++j) {
+  const int terms = freedom_.moveOnly ? kTurn : freedom_.scale ? kFitTerms : kScale;
+  for (int i = 0; i <= kFitTerms; i = i + 1 == terms ? kImage : i + 1) {
+    for (int j = i; j <= kFitTerms; j = j + 1 == terms ? kImage : j + 1) {
       for (float& sum : sums_.sums[i][j]) {
         m.sums[i][j] += sum;
         sum = 0;

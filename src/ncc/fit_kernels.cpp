@@ -311,6 +311,29 @@ void CorrelatePoints(const FitCells& image, const FitPoints& points, const FitPl
   CorrelatePoints<5>(image, points, placing, sums);
 }
 
+void AddFactors(const float* const factors[kMostFitFactors], int count, FactorSums& to) {
+  constexpr int kWide = kVectorBytes / 8;
+  using D = F64<kWide>;
+  const auto total = [](D v) {
+    double sum = 0;
+    for (int i = 0; i < kWide; ++i) sum += v[i];
+    return sum;
+  };
+  D sums[kMostFitFactors] = {}, products[kMostFitFactors][kMostFitFactors] = {};
+  for (int x = 0; x < count; x += kWide) {
+    D term[kMostFitFactors];
+    Unroll<kMostFitFactors>([&](auto j) {
+      term[j] = Convert<double, kWide>(Load<float, kWide>(factors[j] + x));
+      sums[j] += term[j];
+      Unroll<j + 1>([&](auto k) { products[j][k] += term[j] * term[k]; });
+    });
+  }
+  for (int j = 0; j < kMostFitFactors; ++j) {
+    to.sums[j] += total(sums[j]);
+    for (int k = 0; k <= j; ++k) to.products[j][k] += total(products[j][k]);
+  }
+}
+
 }  // namespace
 
 const FitKernels fit = {.FilterRow = FilterRow,
@@ -319,6 +342,7 @@ const FitKernels fit = {.FilterRow = FilterRow,
                         .AddLine = AddLine,
                         .TurnRow = TurnRow,
                         .PackCells = PackCells,
-                        .CorrelatePoints = CorrelatePoints};
+                        .CorrelatePoints = CorrelatePoints,
+                        .AddFactors = AddFactors};
 
 }  // namespace quillon::QUILLON_LEVEL

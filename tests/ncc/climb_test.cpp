@@ -98,9 +98,16 @@ TEST(NccClimb, ReachesTheMatchOfItsCell) {
          .angleMax = 170,
          .scaleMin = 0.8,
          .scaleMax = 1.2,
-         .seed = 84}}}) {
+         .seed = 84}},
+        // So large that its factors' products are added up in order.
+        {{.pixels = 1, .degrees = 0.3, .scale = 0.004},
+         {.templateWidth = 340,
+         .templateHeight = 330,
+         .angleMin = 5,
+         .angleMax = 9,
+         .seed = 86}}}) {
     SCOPED_TRACE(c.spec.seed);
-    c.spec.width = 110, c.spec.height = 90;
+    c.spec.width = c.spec.templateWidth + 110, c.spec.height = c.spec.templateHeight + 110;
     ForEachKind(c.spec, [&](const auto& pattern, const auto& scene, const Truth& truth,
                             bool masked) { ExpectClimb(pattern, scene, truth, masked, c.reach); });
   }
