@@ -7,6 +7,7 @@
 // operations on vectors of the widths that its registers have.
 #pragma once
 
+#include <stddef.h>
 #include <stdint.h>
 
 #include <type_traits>
