@@ -144,7 +144,7 @@ void AddPhotos() {
     if (photo.empty()) continue;
     const auto prepare = [photo](Frame& f) {
       FromMat(photo, f.source);
-      ApplyThreshold(f.kernels, f.source, ComputeOtsuThreshold(f.source));
+      ApplyThreshold(f.kernels, f.source, ComputeOtsuThreshold(f.kernels, f.source));
       MakeRegion(f);
     };
     Add({.name = "blob_label_" + file.stem().string(),

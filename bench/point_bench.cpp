@@ -41,7 +41,7 @@ void AddPointOperations() {
          .ours =
              [](Frame& f) {
                CopyPixels(f.source, f.result);
-               ApplyThreshold(f.kernels, f.result, ComputeOtsuThreshold(f.result));
+               ApplyThreshold(f.kernels, f.result, ComputeOtsuThreshold(f.kernels, f.result));
              },
          .peer = [](PeerFrame& f) { cv::threshold(f.source, f.result, 0, 255, cv::THRESH_OTSU); },
          .check = PixelsWithin(0)});

@@ -13,7 +13,9 @@ void IxDoubleThreshold(GreyImage* image, int low, int high) {
 }
 
 void IxOtsuThreshold(GreyImage* image) {
-  if (IsGrey(image)) ApplyThreshold(BestKernels(), *image, ComputeOtsuThreshold(*image));
+  if (!IsGrey(image)) return;
+  const Kernels& kernels = BestKernels();
+  ApplyThreshold(kernels, *image, ComputeOtsuThreshold(kernels, *image));
 }
 
 }  // namespace quillon

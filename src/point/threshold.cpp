@@ -3,7 +3,6 @@
 #include "point/threshold.h"
 
 #include <algorithm>
-#include <array>
 #include <cstring>
 
 #include "core/buffer.h"
@@ -13,13 +12,10 @@
 namespace quillon {
 namespace {
 
-constexpr int kLevels = 256;
-using Histogram = std::array<uint32_t, kLevels>;
-
 // Small images: eight counters a level, since a counter that was just written is slow to read.
-Histogram CountPixels(const GreyImage& image) {
+void CountPixels(const GreyImage& image, Histogram& histogram) {
   constexpr int kTables = 8;
-  uint32_t counts[kTables][kLevels] = {};
+  uint32_t counts[kTables][kGreyLevels] = {};
   for (int y = image.height - 1; y >= 0; --y) {
     const uint8_t* row = image.rows[y];
     int x = 0;
@@ -29,11 +25,9 @@ Histogram CountPixels(const GreyImage& image) {
     }
     for (; x < image.width; ++x) ++counts[0][row[x]];
   }
-  Histogram histogram = {};
   for (const auto& table : counts) {
-    for (int v = 0; v < kLevels; ++v) histogram[v] += table[v];
+    for (int v = 0; v < kGreyLevels; ++v) histogram[v] += table[v];
   }
-  return histogram;
 }
 
 // Large images: neighbouring pixels are counted as pairs, in a table of 65,536 counters. Processors
@@ -42,9 +36,8 @@ Histogram CountPixels(const GreyImage& image) {
 // image every count would otherwise wait for the one before, to the same counter. Counters that are
 // not in the first cache keep its few places for lines on their way occupied, so that the processor
 // would not read ahead in the image.
-Histogram CountPairs(const GreyImage& image, Buffer<uint32_t>& pairs) {
+void CountPairs(const GreyImage& image, Buffer<uint32_t>& pairs, Histogram& histogram) {
   constexpr int kCacheLine = 64, kAhead = 2048;
-  Histogram histogram = {};
   for (int y = image.height - 1; y >= 0; --y) {
     const uint8_t* row = image.rows[y];
     int x = 0;
@@ -68,25 +61,30 @@ Histogram CountPairs(const GreyImage& image, Buffer<uint32_t>& pairs) {
     count();
     for (; x < image.width; ++x) ++histogram[row[x]];
   }
-  for (int second = 0; second < kLevels; ++second) {
-    const uint32_t* firsts = pairs.data() + second * kLevels;
+  for (int second = 0; second < kGreyLevels; ++second) {
+    const uint32_t* firsts = pairs.data() + second * kGreyLevels;
     uint32_t sum = 0;
-    for (int first = 0; first < kLevels; ++first) {
+    for (int first = 0; first < kGreyLevels; ++first) {
       histogram[first] += firsts[first];
       sum += firsts[first];
     }
     histogram[second] += sum;
   }
-  return histogram;
 }
 
-Histogram CountLevels(const GreyImage& image) {
-  constexpr int64_t kManyPixels = 1 << 18;  // from here on the larger table is repaid
-  if (static_cast<int64_t>(image.width) * image.height >= kManyPixels) {
-    auto pairs = Buffer<uint32_t>::Zeroed(size_t{kLevels} * kLevels);
-    if (pairs) return CountPairs(image, pairs);
+// Adds the pixels of each level, by the first way that repays its memory.
+void CountLevels(const Kernels& kernels, const GreyImage& image, Histogram& histogram) {
+  constexpr int64_t kPixelsForSieve = 1 << 15, kPixelsForPairs = 1 << 18;
+  const int64_t pixels = static_cast<int64_t>(image.width) * image.height;
+  const auto count = kernels.threshold.CountLevels;
+  if (count && pixels >= kPixelsForSieve) {
+    auto sieve = Buffer<LevelSieve>::Zeroed(1);
+    if (sieve) return count(image.rows, image.width, image.height, sieve[0], histogram);
+  } else if (pixels >= kPixelsForPairs) {
+    auto pairs = Buffer<uint32_t>::Zeroed(size_t{kGreyLevels} * kGreyLevels);
+    if (pairs) return CountPairs(image, pairs, histogram);
   }
-  return CountPixels(image);
+  CountPixels(image, histogram);
 }
 
 // Levels weigh their number plus one, in 32-bit arithmetic that wraps for counts beyond 8 million.
@@ -100,7 +98,7 @@ void ApplyThreshold(const Kernels& kernels, GreyImage& image, int threshold) {
   const int blocks = image.width / 8 * 8;
   for (int y = image.height - 1; y >= 0; --y) {
     uint8_t* row = image.rows[y];
-    kernels.threshold.BetweenRow(row, blocks, static_cast<uint8_t>(threshold), kLevels);
+    kernels.threshold.BetweenRow(row, blocks, static_cast<uint8_t>(threshold), kGreyLevels);
     for (int x = blocks; x < image.width; ++x) row[x] = row[x] > threshold ? 255 : 0;
   }
 }
@@ -117,16 +115,17 @@ void ApplyDoubleThreshold(const Kernels& kernels, GreyImage& image, int low, int
 }
 
 // All sums are integers below 2^53, so carrying them from level to level is exact.
-int ComputeOtsuThreshold(const GreyImage& image) {
-  const Histogram histogram = CountLevels(image);
+int ComputeOtsuThreshold(const Kernels& kernels, const GreyImage& image) {
+  Histogram histogram = {};
+  CountLevels(kernels, image, histogram);
   double pixels = 0, moment = 0;
-  for (int v = 0; v < kLevels; ++v) {
+  for (int v = 0; v < kGreyLevels; ++v) {
     pixels += histogram[v];
     moment += Weighted(histogram, v);
   }
   double darkPixels = 0, darkMoment = 0, best = 0;
   int result = 0;
-  for (int t = 0; t < kLevels; ++t) {
+  for (int t = 0; t < kGreyLevels; ++t) {
     darkPixels += histogram[t];
     darkMoment += Weighted(histogram, t);
     const double brightPixels = pixels - darkPixels;

@@ -15,6 +15,6 @@ void ApplyDoubleThreshold(const Kernels& kernels, GreyImage& image, int low, int
 
 // The level 0 ... 255 that separates the histogram into two classes of greatest variance between
 // them; the lowest of equals.
-int ComputeOtsuThreshold(const GreyImage& image);
+int ComputeOtsuThreshold(const Kernels& kernels, const GreyImage& image);
 
 }  // namespace quillon

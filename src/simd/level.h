@@ -16,6 +16,7 @@
 //   QUILLON_BYTE_DOTS       1: AddDotBytes adds four products of bytes to a lane at once
 //   QUILLON_WORD_PRODUCTS   1: DotPairs and MulHigh are one instruction each
 //   QUILLON_LANE_MERGES     1: MergeLowBytes is one instruction for each of its vectors
+//   QUILLON_BYTE_SIEVES     1: SievedBytes, BitCounts and ChooseBits are one instruction each
 #if defined(__x86_64__) || defined(__i386__)
 // sse2, which every processor has that runs the library, is called the floor. avx2 adds BMI2.
 // avx512 means the set that came with VBMI: F, CD, BW, DQ, VL, VBMI, VBMI2, VNNI, BITALG,
@@ -40,6 +41,7 @@
 #define QUILLON_BYTE_DOTS QUILLON_AVX512
 #define QUILLON_WORD_PRODUCTS 1
 #define QUILLON_LANE_MERGES QUILLON_AVX512
+#define QUILLON_BYTE_SIEVES QUILLON_AVX512
 #elif defined(__aarch64__)
 // neon, the floor, is what every processor has. dotprod adds the dot products of bytes.
 #define QUILLON_VECTOR_BYTES 16
@@ -54,6 +56,7 @@
 #endif
 #define QUILLON_WORD_PRODUCTS 0
 #define QUILLON_LANE_MERGES 0
+#define QUILLON_BYTE_SIEVES 0
 #elif defined(__wasm_simd128__)
 #define QUILLON_VECTOR_BYTES 16
 #define QUILLON_BYTE_SHUFFLES 1
@@ -63,6 +66,7 @@
 #define QUILLON_BYTE_DOTS 0
 #define QUILLON_WORD_PRODUCTS 0
 #define QUILLON_LANE_MERGES 0
+#define QUILLON_BYTE_SIEVES 0
 #else
 #error "simd/ has no vectors for this processor"
 #endif

@@ -487,4 +487,24 @@ QUILLON_INLINE U8<sizeof(V)> MergeLowBytes(V a, V b, V c, V d) {
 }
 #endif
 
+#if QUILLON_BYTE_SIEVES
+// The bytes whose bit is set, one after another; zeros behind them.
+template <class V>
+QUILLON_INLINE V SievedBytes(V bytes, uint64_t bits) {
+  return native::SievedBytes(bytes, bits);
+}
+
+// How many bits of each 64-bit lane are set.
+template <class V>
+QUILLON_INLINE V BitCounts(V v) {
+  return native::BitCounts(v);
+}
+
+// a where the bit of `by` is set, else b.
+template <class V>
+QUILLON_INLINE V ChooseBits(V by, V a, V b) {
+  return native::ChooseBits(by, a, b);
+}
+#endif
+
 }  // namespace quillon::QUILLON_LEVEL

@@ -312,6 +312,17 @@ QUILLON_INLINE U8<64> MergeLowBytes(I32<16> a, I32<16> b, I32<16> c, I32<16> d) 
   return BitCast<U8<64>>(merged);
 }
 
+QUILLON_INLINE U8<64> SievedBytes(U8<64> bytes, uint64_t bits) {
+  return BitCast<U8<64>>(_mm512_maskz_compress_epi8(bits, BitCast<__m512i>(bytes)));
+}
+QUILLON_INLINE U64<8> BitCounts(U64<8> v) {
+  return BitCast<U64<8>>(_mm512_popcnt_epi64(BitCast<__m512i>(v)));
+}
+QUILLON_INLINE U64<8> ChooseBits(U64<8> by, U64<8> a, U64<8> b) {
+  return BitCast<U64<8>>(_mm512_ternarylogic_epi64(BitCast<__m512i>(by), BitCast<__m512i>(a),
+                                                   BitCast<__m512i>(b), 0xCA));
+}
+
 // Tables of 64 bytes a part: one byte permute reaches two of them.
 using TablePart = U8<64>;
 QUILLON_INLINE TablePart LoadTablePart(const uint8_t* from) { return Load<uint8_t, 64>(from); }

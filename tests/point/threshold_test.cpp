@@ -2,7 +2,9 @@
 
 #include <climits>
 #include <cstring>
+#include <memory>
 
+#include "point/threshold_kernels.h"
 #include "point/threshold_reference.h"
 #include "support/levels.h"
 
@@ -31,21 +33,49 @@ TEST(Threshold, FixedAndBandMatchTheirRulesForEveryBound) {
 }
 
 TEST(Threshold, OtsuIsTheExhaustiveChoice) {
-  ForEachImage([](const GreyImage& image) {
-    EXPECT_EQ(ComputeOtsuThreshold(image), reference::Otsu(image));
+  ForEachLevel([](const Kernels& level) {
+    ForEachImage([&](const GreyImage& image) {
+      EXPECT_EQ(ComputeOtsuThreshold(level, image), reference::Otsu(image));
+    });
+    GreyImage image;
+    for (int width : {1021, 1024}) {  // large enough to be counted in pairs
+      Fill(image, width, 300, Content::kNoise);
+      for (int y = 0; y < 100; ++y) std::memset(image.rows[y], 30, static_cast<size_t>(width));
+      EXPECT_EQ(ComputeOtsuThreshold(level, image), reference::Otsu(image));
+    }
+    Fill(image, 40, 10, Content::kFlat);
+    EXPECT_EQ(ComputeOtsuThreshold(level, image), 0);
+    for (int y = 0; y < 10; ++y) {
+      for (int x = 0; x < 40; ++x) image.rows[y][x] = x < 20 ? 10 : 200;
+    }
+    EXPECT_EQ(ComputeOtsuThreshold(level, image), 10) << "the lowest of 190 equal maxima";
   });
-  GreyImage image;
-  for (int width : {1021, 1024}) {  // large enough to be counted in pairs
-    Fill(image, width, 300, Content::kNoise);
-    for (int y = 0; y < 100; ++y) std::memset(image.rows[y], 30, static_cast<size_t>(width));
-    EXPECT_EQ(ComputeOtsuThreshold(image), reference::Otsu(image));
-  }
-  Fill(image, 40, 10, Content::kFlat);
-  EXPECT_EQ(ComputeOtsuThreshold(image), 0);
-  for (int y = 0; y < 10; ++y) {
-    for (int x = 0; x < 40; ++x) image.rows[y][x] = x < 20 ? 10 : 200;
-  }
-  EXPECT_EQ(ComputeOtsuThreshold(image), 10) << "the lowest of 190 equal maxima";
+}
+
+// Rows of less than a vector, and of more than is sieved at once; streams that fill alike, and one
+// that takes all.
+TEST(Threshold, LevelsAreCountedAsOneByOne) {
+  constexpr Size kSizes[] = {{1, 1},     {63, 200}, {64, 3},    {65, 900}, {127, 129},
+                             {513, 256}, {4096, 5}, {4110, 11}, {4160, 7}, {9001, 5}};
+  ForEachLevel([&](const Kernels& level) {
+    if (!level.threshold.CountLevels) return;
+    for (const auto [width, height] : kSizes) {
+      for (const Content content : {Content::kNoise, Content::kBinary, Content::kFlat}) {
+        GreyImage image;
+        Fill(image, width, height, content);
+        std::vector<uint32_t> expected(kGreyLevels, 7);
+        Histogram actual;
+        std::fill_n(actual, kGreyLevels, 7);
+        for (int y = 0; y < height; ++y) {
+          for (int x = 0; x < width; ++x) ++expected[image.rows[y][x]];
+        }
+        const auto sieve = std::make_unique<LevelSieve>();
+        level.threshold.CountLevels(image.rows, width, height, *sieve, actual);
+        ASSERT_EQ(std::vector(std::begin(actual), std::end(actual)), expected)
+            << width << " x " << height;
+      }
+    }
+  });
 }
 
 // Above 8,388,607 pixels of level 255 the weight times the count leaves 32 bits and wraps.
@@ -56,7 +86,7 @@ TEST(Threshold, OtsuWrapsItsProductsOnLargeImages) {
   for (int y = 0; y < image.height; ++y) {
     for (int x = 0; x < image.width; ++x) image.rows[y][x] = y < 400 ? 60 : 255;
   }
-  EXPECT_EQ(ComputeOtsuThreshold(image), reference::Otsu(image));
+  EXPECT_EQ(ComputeOtsuThreshold(BestKernels(), image), reference::Otsu(image));
 }
 
 }  // namespace quillon::test

@@ -254,6 +254,26 @@ const char* CheckRegister() {
   return nullptr;
 }
 
+const char* CheckSieves() {
+#if QUILLON_BYTE_SIEVES
+  const auto bytes = RandomLanes<uint8_t, 64>(0, 255);
+  const auto words = BitCast<U64<8>>(RandomLanes<uint8_t, 64>(0, 255));
+  const auto others = BitCast<U64<8>>(bytes);
+  for (const uint64_t bits : {uint64_t{0}, ~uint64_t{0}, words[0], words[1] & words[2]}) {
+    QUILLON_HOLDS(Holds(SievedBytes(bytes, bits), [&](int i) {
+      for (int from = 0; from < 64; ++from) {
+        if (bits >> from & 1 && i-- == 0) return bytes[from];
+      }
+      return uint8_t{0};
+    }));
+  }
+  QUILLON_HOLDS(Holds(BitCounts(words), [&](int i) { return __builtin_popcountll(words[i]); }));
+  QUILLON_HOLDS(Holds(ChooseBits(words, others, ~others),
+                      [&](int i) { return (words[i] & others[i]) | (~words[i] & ~others[i]); }));
+#endif
+  return nullptr;
+}
+
 // Each walker covers a row as it says: marks[x] counts how often column x was in a block.
 const char* CheckWalkers() {
   constexpr int kMost = 4 * 64 + 3;
@@ -305,6 +325,7 @@ const char* CheckVectors() {
       if (wrong) return wrong;
     }
     if (const char* wrong = CheckRegister()) return wrong;
+    if (const char* wrong = CheckSieves()) return wrong;
   }
   return CheckWalkers();
 }
