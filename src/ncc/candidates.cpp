@@ -10,6 +10,7 @@ namespace quillon {
 bool CandidateList::Open(int capacity, int width, int height, double cell) {
   capacity_ = capacity;
   count_ = 0;
+  isHeap_ = false;
   perPixel_ = 1 / std::max(cell, 1.0);
   columns_ = static_cast<int>(width * perPixel_) + 1;
   rows_ = static_cast<int>(height * perPixel_) + 1;
@@ -82,12 +83,18 @@ void CandidateList::SiftDown(int place) {
   SetHeap(place, entry);
 }
 
+// The last entry is asked for once the list is full; until then, the heap has no order.
 void CandidateList::Add(const Candidate& candidate) {
   const int entry = free_[capacity_ - 1 - count_];
   entries_[entry] = {.candidate = candidate, .order = arrivals_++};
   Link(entry);
-  SetHeap(count_, entry);
-  SiftUp(count_++);
+  SetHeap(count_++, entry);
+  if (isHeap_) {
+    SiftUp(count_ - 1);
+  } else if (count_ == capacity_) {
+    isHeap_ = true;
+    for (int place = count_ / 2 - 1; place >= 0; --place) SiftDown(place);
+  }
 }
 
 void CandidateList::Remove(int entry) {
@@ -97,6 +104,7 @@ void CandidateList::Remove(int entry) {
   free_[capacity_ - 1 - count_] = entry;
   if (place == count_) return;
   SetHeap(place, heap_[count_]);
+  if (!isHeap_) return;
   SiftUp(place);
   SiftDown(place);
 }

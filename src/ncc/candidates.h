@@ -56,6 +56,7 @@ class CandidateList {
   void SiftDown(int place);
 
   int capacity_ = 0, count_ = 0;
+  bool isHeap_ = false;  // since the list was full
   int64_t arrivals_ = 0;
   double perPixel_ = 1;  // cells
   int columns_ = 0, rows_ = 0;

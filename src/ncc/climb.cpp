@@ -211,9 +211,9 @@ double PoseClimb::Correlate(const Patch& patch, const Placed& placed, Changes& c
   if (!(deviation > kFlat * n) || !(products[0] > kFlat * norm_)) return -1;
   const double gain = products[0] / (norm_ * norm_);
   double explained = gain * products[0];
-  for (int k = 0; k < kChanges; ++k) {
+  for (int k = 0; k < factorCount_ - 1; ++k) {  // the other weights are 0
     double sum = 0;
-    for (int j = 0; j < kTerms; ++j) sum += weights_[k][j] * products[j];
+    for (int j = 0; j < factorCount_; ++j) sum += weights_[k][j] * products[j];
     changes.by[changes_[k]] = sum / gain;
     explained += sum * (products[1 + k] - along_[k] * products[0]);
   }
@@ -235,6 +235,9 @@ PoseClimb::Placed PoseClimb::Step(const Placed& from, const Pose& point,
   pose.degrees =
       within(pose.degrees + changes.by[kTurned] / kRadians, point.degrees, reach_.degrees);
   pose.scale = within(pose.scale * (1 + changes.by[kScaled]), point.scale, reach_.scale);
+  if (pose.degrees == from.pose.degrees && pose.scale == from.pose.scale) {
+    return {pose, from.cosine, from.sine};
+  }
   return Put(pose);
 }
 

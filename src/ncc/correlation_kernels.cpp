@@ -125,31 +125,48 @@ void PackImage(const uint8_t* pixels, int count, uint8_t* packed) {
   for (int x = 0; x < count; ++x) out[x] = pixels[x];
 }
 
-void AddRunningSums(const uint8_t* pixels, int count, int planes, const RunningSums& to) {
+// Calls body(x, value, square) with the sums of the columns up to x, x + 1, ..., and of their
+// squares.
+template <class Body>
+QUILLON_INLINE void ForEachRunningSum(const uint8_t* pixels, int count, Body&& body) {
   constexpr int kLanes = kVectorBytes / 4;
-  using V = U32<kLanes>;
-  to.values[0] = to.squares[0] = to.joint[0] = 0;
   I32<kLanes> valueBefore = {}, squareBefore = {};
-  V columns = {};
-  for (int i = 0; i < kLanes; ++i) columns[i] = static_cast<uint32_t>(i + 1);
-  // What a column of zeros adds to a joint sum.
-  const uint32_t zeros = static_cast<uint32_t>(planes) * (128u * 128u - (128u << kJointShift));
-  for (int x = 0; x < count; x += kLanes, columns += kLanes) {
+  for (int x = 0; x < count; x += kLanes) {
     const auto pixel = BitCast<I32<kLanes>>(LoadBytesAsLongs(pixels + x));
     const auto words = BitCast<I16<2 * kLanes>>(pixel);
-    const auto valueSums = PrefixSums(pixel) + valueBefore;
-    const auto squareSums = PrefixSums(DotPairs(words, words)) + squareBefore;
-    valueBefore = SplatLast(valueSums);
-    squareBefore = SplatLast(squareSums);
-    auto value = BitCast<V>(valueSums), square = BitCast<V>(squareSums);
-    if (planes > 1) {
-      value += Load<uint32_t, kLanes>(to.values + 1 + x);
-      square += Load<uint32_t, kLanes>(to.squares + 1 + x);
-    }
-    Store(to.values + 1 + x, value);
-    Store(to.squares + 1 + x, square);
-    Store(to.joint + 1 + x, square + (value << kJointShift) - (value << 8) + columns * zeros);
+    const auto value = PrefixSums(pixel) + valueBefore;
+    const auto square = PrefixSums(DotPairs(words, words)) + squareBefore;
+    valueBefore = SplatLast(value);
+    squareBefore = SplatLast(square);
+    body(x, BitCast<U32<kLanes>>(value), BitCast<U32<kLanes>>(square));
   }
+}
+
+// Stores a plane's sums, or adds them to those of the planes before.
+template <class V>
+QUILLON_INLINE void Pool(V sums, int planes, uint32_t* to) {
+  Store(to, planes > 1 ? sums + Load<uint32_t, kVectorBytes / 4>(to) : sums);
+}
+
+void AddRunningSums(const uint8_t* pixels, int count, int planes, uint32_t* values,
+                    uint32_t* squares) {
+  values[0] = squares[0] = 0;
+  ForEachRunningSum(pixels, count, [&](int x, auto value, auto square) {
+    Pool(value, planes, values + 1 + x);
+    Pool(square, planes, squares + 1 + x);
+  });
+}
+
+void AddJointSums(const uint8_t* pixels, int count, int planes, uint32_t* joint) {
+  constexpr int kLanes = kVectorBytes / 4;
+  constexpr uint32_t kZero = 128u * 128u - (128u << kJointShift);  // what a pixel of 0 adds
+  U32<kLanes> columns = {};
+  for (int i = 0; i < kLanes; ++i) columns[i] = static_cast<uint32_t>(i + 1);
+  joint[0] = 0;
+  ForEachRunningSum(pixels, count, [&](int x, auto value, auto square) {
+    Pool(square + (value << kJointShift) - (value << 8) + columns * kZero, planes, joint + 1 + x);
+    columns += kLanes;
+  });
 }
 
 void PackPattern(const uint8_t* pixels, const uint8_t* care, int count, uint8_t* packed) {
@@ -280,15 +297,15 @@ void SumRuns(const RunSum* runs, int runCount, ptrdiff_t offset, int count, uint
   }
 }
 
-void SumShortRuns(const RunSum* runs, int runCount, int valueCount, ptrdiff_t offset, int count,
+void SumShortRuns(const JointRun* runs, int runCount, int valueCount, ptrdiff_t offset, int count,
                   uint32_t* values, uint32_t* squares) {
   constexpr int kLanes = kVectorBytes / 4;
   using V = U32<kLanes>;
   const auto n = static_cast<uint32_t>(valueCount);
   for (int x = 0; x < count; x += kLanes) {
     V sum = {}, valueSum = {};
-    for (const RunSum* run = runs; run != runs + runCount; ++run) {
-      const uint32_t* from = run->joint + offset + x;
+    for (const JointRun* run = runs; run != runs + runCount; ++run) {
+      const uint32_t* from = run->sums + offset + x;
       const V joint = Load<uint32_t, kLanes>(from + run->length) - Load<uint32_t, kLanes>(from);
       sum += joint;
       valueSum += BitCast<V>(BitCast<I32<kLanes>>(joint) >> kJointShift);
@@ -367,6 +384,7 @@ const CorrelationKernels correlation = {.SumProducts = SumProducts,
                                         .patternBias = kBias,
                                         .PackImage = PackImage,
                                         .AddRunningSums = AddRunningSums,
+                                        .AddJointSums = AddJointSums,
                                         .PackPattern = PackPattern,
                                         .CorrelateRow = CorrelateRow,
                                         .CorrelateWindow = CorrelateWindow,

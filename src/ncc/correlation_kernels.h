@@ -20,19 +20,18 @@ struct PackedRow {
   int count;  // columns
 };
 
-// Running sums along a row of an image: entry x is the sum of the columns before x, modulo 2^32.
-// `joint` sums pixel - 128 and its square together, as (pixel - 128) * 2^19 + (pixel - 128)^2: both
-// can be told from a difference of two entries, which halves the loads, when no more than
-// kMostJoint pixels lie between them.
-struct RunningSums {
-  uint32_t *values, *squares, *joint;
-};
+// Joint sums add up a pixel less 128 and its square in one number, (pixel - 128) * 2^19 + (pixel -
+// 128)^2, which halves the loads: both can be told from the sum of no more than kMostJoint pixels.
 constexpr int kJointShift = 19;
 constexpr int kMostJoint = 31;  // 31 * 128^2 is below 2^19
 
 // One run of columns and its place in the image's running sums for position 0.
 struct RunSum {
-  const uint32_t *values, *squares, *joint;
+  const uint32_t *values, *squares;
+  int length;
+};
+struct JointRun {
+  const uint32_t* sums;
   int length;
 };
 
@@ -64,8 +63,10 @@ struct CorrelationKernels {
   int patternBias;   // packed patterns hold pixel - patternBias where they take part
   void (*PackImage)(const uint8_t* pixels, int count, uint8_t* packed);
   // Starts the running sums of a row with its first plane, or adds one more: `planes` counts it.
-  // Reads and writes whole vectors.
-  void (*AddRunningSums)(const uint8_t* pixels, int count, int planes, const RunningSums& sums);
+  // Entry x is the sum of the columns before x, modulo 2^32. Reads and writes whole vectors.
+  void (*AddRunningSums)(const uint8_t* pixels, int count, int planes, uint32_t* values,
+                         uint32_t* squares);
+  void (*AddJointSums)(const uint8_t* pixels, int count, int planes, uint32_t* joint);
   // Zero where `care` is 0, and up to the next whole 64 bytes.
   void (*PackPattern)(const uint8_t* pixels, const uint8_t* care, int count, uint8_t* packed);
 
@@ -81,7 +82,7 @@ struct CorrelationKernels {
   void (*SumRuns)(const RunSum* runs, int runCount, ptrdiff_t offset, int count, uint32_t* values,
                   uint32_t* squares);
   // The same from joint sums, over `valueCount` values altogether.
-  void (*SumShortRuns)(const RunSum* runs, int runCount, int valueCount, ptrdiff_t offset,
+  void (*SumShortRuns)(const JointRun* runs, int runCount, int valueCount, ptrdiff_t offset,
                        int count, uint32_t* values, uint32_t* squares);
   // The positions whose correlation may exceed a score that is not negative, in order; returns
   // their number. None that does is left out. Sums of a band are below 2^31, and its products are

@@ -111,8 +111,10 @@ bool PoseFit::PrepareSmooth(const NccLevel& pattern) {
   for (int plane = 0; plane < planes_; ++plane) {
     for (int y = 0; y < rows; ++y) {
       const uint8_t* from = pattern.Plane(plane)[std::clamp(y - kBefore, 0, height_ - 1)];
-      for (int x = 0; x < smoothStride_; ++x)
-        *next++ = from[std::clamp(x - kBefore, 0, width_ - 1)];
+      std::fill_n(next, kBefore, from[0]);
+      std::copy_n(from, width_, next + kBefore);
+      std::fill(next + kBefore + width_, next + smoothStride_, from[width_ - 1]);
+      next += smoothStride_;
     }
   }
   return true;
@@ -126,6 +128,7 @@ bool PoseFit::Reserve(int width) {
     samples_ = Buffer<float>(kArrays * static_cast<size_t>(room));
     scratch_ = Buffer<uint32_t>(static_cast<size_t>(room));
     room_ = samples_ && scratch_ ? room : 0;
+    weighedAlike_ = -1;
     if (room_ == 0) return false;
   }
   float* const at = samples_.data();
@@ -178,8 +181,10 @@ void PoseFit::SampleMoved(int plane, const FitLine& line, int count) {
   kernels.FilterColumns(values, slopes, weight, slope, count, row_);
   const float* weights =
       weights_ ? weights_.data() + static_cast<ptrdiff_t>(row) * width_ + column : nullptr;
+  if (!weights && weighedAlike_ == count) return;
   for (int x = 0; x < count; ++x) row_.weight[x] = weights ? weights[x] : 1.0f;
   for (int x = count; x < WholeLanes(count); ++x) row_.weight[x] = 0;
+  weighedAlike_ = count;
 }
 
 // A stretch of an image row with one plane of the template.

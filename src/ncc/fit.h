@@ -78,6 +78,7 @@ class PoseFit {
   Buffer<float> samples_;
   Buffer<uint32_t> scratch_;
   FitSamples row_ = {};
+  int weighedAlike_ = -1;          // so many pixels have a weight of 1, where there is no mask
   float* filteredValues_[4] = {};  // rows of `smooth_`, in a ring
   float* filteredSlopes_[4] = {};
   int filteredRows_[4] = {};

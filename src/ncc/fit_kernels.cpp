@@ -95,28 +95,53 @@ QUILLON_INLINE void MakeTerms(const Sample& sample, const uint8_t* pixels, F* b)
   b[kImage] = (Floats(LoadBytesAsLongs(pixels)) - 128.0f) * b[kOffset];
 }
 
-// Loads and stores a vector of each sum.
-struct SumsInMemory {
-  FitSums& sums;
-  int lane;
-  QUILLON_INLINE void Add(int first, int second, F product) const {
-    float* const to = sums.sums[first][second] + lane;
-    Store(to, Load<float, kLanes>(to) + product);
+// The sums of a fit with kTerms terms, while a row adds to them. Where a vector holds all lanes of
+// a sum, there are registers enough to keep them in; elsewhere each product is added in memory.
+template <int kTerms>
+class RowSums {
+ public:
+  QUILLON_INLINE explicit RowSums(FitSums& sums) : sums_(sums) {
+    if constexpr (kHeld) {
+      ForEachProduct<kTerms>([&](int first, int second) {
+        held_[first][second] = Load<float, kLanes>(sums_.sums[first][second]);
+      });
+    }
   }
+  QUILLON_INLINE void Add(int lane, const F* b) {
+    ForEachProduct<kTerms>([&](int first, int second) {
+      if constexpr (kHeld) {
+        held_[first][second] += b[first] * b[second];
+      } else {
+        float* const to = sums_.sums[first][second] + lane;
+        Store(to, Load<float, kLanes>(to) + b[first] * b[second]);
+      }
+    });
+  }
+  QUILLON_INLINE void Close() {
+    if constexpr (kHeld) {
+      ForEachProduct<kTerms>(
+          [&](int first, int second) { Store(sums_.sums[first][second], held_[first][second]); });
+    }
+  }
+
+ private:
+  static constexpr bool kHeld = kLanes == kFitLanes;
+  FitSums& sums_;
+  F held_[kFitTerms + 1][kFitTerms + 1];
 };
 
 void AddMoved(const FitSamples& samples, const uint8_t* pixels, int count, FitSums& sums) {
+  RowSums<kTurn> rowSums(sums);
   for (int x = 0; x < count; x += kFitLanes) {
     for (int i = 0; i < kFitLanes; i += kLanes) {
       const auto load = [&](const float* from) { return Load<float, kLanes>(from + x + i); };
       F b[kFitTerms + 1];
       MakeTerms({load(samples.weight), load(samples.value), load(samples.du), load(samples.dv)},
                 pixels + x + i, b);
-      const SumsInMemory to = {sums, i};
-      ForEachProduct<kTurn>(
-          [&](int first, int second) { to.Add(first, second, b[first] * b[second]); });
+      rowSums.Add(i, b);
     }
   }
+  rowSums.Close();
 }
 
 // Where the pixels of a line lie in the template: their cells, and places within them.
@@ -158,14 +183,7 @@ template <int kTerms>
 void AddPlaced(const FitCells& cells, const FitLine& line, const uint8_t* pixels, int count,
                const FitSamples& samples, FitSums& sums) {
   PlaceLine(cells, line, count, samples);
-  // Where a vector holds all lanes of a sum, and there are 32 of them, the sums stay in registers.
-  constexpr bool kHeld = kLanes == kFitLanes;
-  F held[kFitTerms + 1][kFitTerms + 1];
-  if constexpr (kHeld) {
-    ForEachProduct<kTerms>([&](int first, int second) {
-      held[first][second] = Load<float, kLanes>(sums.sums[first][second]);
-    });
-  }
+  RowSums<kTerms> rowSums(sums);
   const auto stepU = static_cast<float>(line.stepU), stepV = static_cast<float>(line.stepV);
   const double middleU = (cells.width - 1) * 0.5, middleV = (cells.height - 1) * 0.5;
   const FitLine fromCentre = {line.u - middleU, line.v - middleV, line.stepU, line.stepV};
@@ -178,21 +196,10 @@ void AddPlaced(const FitCells& cells, const FitLine& line, const uint8_t* pixels
       const F u = fromU + Ramp(i) * stepU, v = fromV + Ramp(i) * stepV;
       b[kTurn] = b[kU] * v - b[kV] * u;
       if constexpr (kTerms > kScale) b[kScale] = -(b[kU] * u + b[kV] * v);
-      const SumsInMemory to = {sums, i};
-      ForEachProduct<kTerms>([&](int first, int second) {
-        const F product = b[first] * b[second];
-        if constexpr (kHeld) {
-          held[first][second] += product;
-        } else {
-          to.Add(first, second, product);
-        }
-      });
+      rowSums.Add(i, b);
     }
   }
-  if constexpr (kHeld) {
-    ForEachProduct<kTerms>(
-        [&](int first, int second) { Store(sums.sums[first][second], held[first][second]); });
-  }
+  rowSums.Close();
 }
 
 void AddLine(const FitCells& cells, const FitLine& line, const uint8_t* pixels, int count,

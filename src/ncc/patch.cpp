@@ -52,6 +52,7 @@ bool Patch::CutPixels(const Kernels& kernels, const SearchImage& image, int leve
   width_ = std::max(std::min(region.right, ReducedSize(image.width, level)) - left_, 0);
   height_ = std::max(std::min(region.bottom, ReducedSize(image.height, level)) - top_, 0);
   planes_ = image.planes;
+  hasSums_ = hasJointSums_ = false;
   image_ = {std::ldexp(image.width, -level), std::ldexp(image.height, -level)};
   const size_t size = static_cast<size_t>(planes_) * height_ * width_;
   if (!Grow(size + kPackedMargin, pixels_)) return false;
@@ -86,25 +87,44 @@ bool Patch::Cut(const Kernels& kernels, const SearchImage& image, int level, con
   if (!CutPixels(kernels, image, level, region)) return false;
   packedStride_ = width_ * kernels.correlation.elementBytes;
   // Vectors that reach behind a row read the next one, and behind the last one the margin.
-  const size_t sums = static_cast<size_t>(SumStride()) * height_ + kPackedMargin;
   const size_t packed = static_cast<size_t>(image.planes) * height_ * packedStride_ +
                         kPackedMargin * static_cast<size_t>(kernels.correlation.elementBytes);
-  if (!Grow(packed, packed_) || !Grow(sums, values_) || !Grow(sums, squares_) ||
-      !Grow(sums, joint_)) {
-    return false;
-  }
-  // Row by row: vectors of sums reach into the next row, which is written after them.
-  for (int y = 0; y < height_; ++y) {
-    const ptrdiff_t at = RowOf(0, y) * SumStride();
-    const RunningSums row = {values_.data() + at, squares_.data() + at, joint_.data() + at};
-    for (int plane = 0; plane < image.planes; ++plane) {
-      const uint8_t* pixels = Pixels(plane, y);
-      kernels.correlation.PackImage(pixels, width_,
+  if (!Grow(packed, packed_)) return false;
+  for (int plane = 0; plane < image.planes; ++plane) {
+    for (int y = 0; y < height_; ++y) {
+      kernels.correlation.PackImage(Pixels(plane, y), width_,
                                     packed_.data() + RowOf(plane, y) * packedStride_);
-      kernels.correlation.AddRunningSums(pixels, width_, plane + 1, row);
     }
   }
   return true;
+}
+
+// Sums go row by row: their vectors reach into the next row, which is written after them.
+bool Patch::AddSums(const Kernels& kernels) {
+  const size_t sums = static_cast<size_t>(SumStride()) * height_ + kPackedMargin;
+  if (hasSums_) return true;
+  if (!Grow(sums, values_) || !Grow(sums, squares_)) return false;
+  for (int y = 0; y < height_; ++y) {
+    const ptrdiff_t at = RowOf(0, y) * SumStride();
+    for (int plane = 0; plane < planes_; ++plane) {
+      kernels.correlation.AddRunningSums(Pixels(plane, y), width_, plane + 1, values_.data() + at,
+                                         squares_.data() + at);
+    }
+  }
+  return hasSums_ = true;
+}
+
+bool Patch::AddJointSums(const Kernels& kernels) {
+  const size_t sums = static_cast<size_t>(SumStride()) * height_ + kPackedMargin;
+  if (hasJointSums_) return true;
+  if (!Grow(sums, joint_)) return false;
+  for (int y = 0; y < height_; ++y) {
+    for (int plane = 0; plane < planes_; ++plane) {
+      kernels.correlation.AddJointSums(Pixels(plane, y), width_, plane + 1,
+                                       joint_.data() + RowOf(0, y) * SumStride());
+    }
+  }
+  return hasJointSums_ = true;
 }
 
 }  // namespace quillon

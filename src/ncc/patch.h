@@ -32,15 +32,17 @@ struct Region {
 };
 
 // A region of one level of the search image: its pixels, the same packed for the kernels, running
-// sums of values, of squared values and of both together along each row, pooled over the planes,
-// and cells of four neighbouring pixels.
+// sums along each row, pooled over the planes, and cells of four neighbouring pixels.
 class Patch {
  public:
   // Cuts `region`, clipped to the level. Memory is kept from cut to cut. False when it is short.
   bool Cut(const Kernels& kernels, const SearchImage& image, int level, const Region& region);
   // Cuts the pixels alone.
   bool CutPixels(const Kernels& kernels, const SearchImage& image, int level, const Region& region);
-  // Adds the cells of what was cut. False when memory is short.
+  // Add to what was cut, unless it is there already: sums of values and squared values, joint sums
+  // of both, cells. False when memory is short.
+  bool AddSums(const Kernels& kernels);
+  bool AddJointSums(const Kernels& kernels);
   bool AddCells(const Kernels& kernels);
 
   int Left() const { return left_; }
@@ -60,16 +62,17 @@ class Patch {
   }
   // A cell for each pixel.
   const uint32_t* Cells(int plane) const { return cells_.data() + RowOf(plane, 0) * width_; }
-  // Entry x is the sum of the columns before x, modulo 2^32; see RunningSums.
+  // Entry x is the sum of the columns before x, modulo 2^32.
   const uint32_t* Values(int y) const { return values_.data() + RowOf(0, y) * SumStride(); }
   const uint32_t* Squares(int y) const { return squares_.data() + RowOf(0, y) * SumStride(); }
-  const uint32_t* Joint(int y) const { return joint_.data() + RowOf(0, y) * SumStride(); }
+  const uint32_t* JointSums(int y) const { return joint_.data() + RowOf(0, y) * SumStride(); }
 
  private:
   ptrdiff_t RowOf(int plane, int y) const { return static_cast<ptrdiff_t>(plane) * height_ + y; }
 
   int left_ = 0, top_ = 0, width_ = 0, height_ = 0, packedStride_ = 0;
   int planes_ = 0;
+  bool hasSums_ = false, hasJointSums_ = false;
   Extent image_;
   Buffer<uint8_t> pixels_, packed_;
   Buffer<uint32_t> values_, squares_, joint_, cells_;

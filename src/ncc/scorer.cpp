@@ -17,12 +17,12 @@ constexpr uint32_t kBandValues = 33'024;  // times 255^2 is below 2^31
 
 bool Scorer::Allocate(int columns, size_t rows, size_t runs) {
   const size_t room = static_cast<size_t>(columns) + kRoom;
-  return Grow(rows, packedRows_) && Grow(runs, runs_) && Grow(rows, bands_) &&
-         Grow(room, bandValues_) && Grow(room, bandSquares_) && Grow(room, bandProducts_) &&
-         Grow(room, promising_);
+  return Grow(rows, packedRows_) && Grow(rows, bands_) &&
+         (sumsJoint_ ? Grow(runs, jointRuns_) : Grow(runs, runs_)) && Grow(room, bandValues_) &&
+         Grow(room, bandSquares_) && Grow(room, bandProducts_) && Grow(room, promising_);
 }
 
-bool Scorer::Open(const Kernels& kernels, const Variant& variant, const Patch& patch) {
+bool Scorer::Open(const Kernels& kernels, const Variant& variant, Patch& patch) {
   kernels_ = &kernels;
   columns_ = variant.count == 0 ? 0 : std::max(patch.Width() - variant.width + 1, 0);
   rows_ = variant.count == 0 ? 0 : std::max(patch.Height() - variant.height + 1, 0);
@@ -36,6 +36,8 @@ bool Scorer::Open(const Kernels& kernels, const Variant& variant, const Patch& p
   deviation_ = variant.deviation;
   packedStride_ = patch.PackedStride();
   sumStride_ = patch.SumStride();
+  sumsJoint_ = variant.longestRun * variant.planes <= kMostJoint;
+  if (!(sumsJoint_ ? patch.AddJointSums(kernels) : patch.AddSums(kernels))) return false;
   const size_t rows = static_cast<size_t>(variant.height) * variant.planes;
   if (!Allocate(columns_, rows, static_cast<size_t>(variant.runCount))) return false;
   AddBands(variant, patch);
@@ -47,7 +49,6 @@ bool Scorer::Open(const Kernels& kernels, const Variant& variant, const Patch& p
 void Scorer::AddBands(const Variant& variant, const Patch& patch) {
   const int elementBytes = kernels_->correlation.elementBytes;
   bandCount_ = 0;
-  longestRun_ = 0;
   int packedRow = 0, run = 0;
   uint32_t values = 0;
   for (int y = 0; y < variant.height; ++y) {
@@ -55,7 +56,7 @@ void Scorer::AddBands(const Variant& variant, const Patch& patch) {
     if (row.count == 0) continue;
     const uint32_t added = static_cast<uint32_t>(row.count * variant.planes);
     if (bandCount_ == 0 || values + added > kBandValues) {
-      bands_[bandCount_++] = {packedRow, 0, run, 0};
+      bands_[bandCount_++] = {packedRow, 0, run, 0, 0};
       values = 0;
     }
     values += added;
@@ -68,9 +69,12 @@ void Scorer::AddBands(const Variant& variant, const Patch& patch) {
     for (; run < variant.runCount && variant.runs[run].y == y; ++run, ++band.runCount) {
       const MaskRun& careRun = variant.runs[run];
       const int length = careRun.last - careRun.first + 1;
-      runs_[run] = {patch.Values(y) + careRun.first, patch.Squares(y) + careRun.first,
-                    patch.Joint(y) + careRun.first, length};
-      longestRun_ = std::max(longestRun_, length * variant.planes);
+      if (sumsJoint_) {
+        jointRuns_[run] = {patch.JointSums(y) + careRun.first, length};
+      } else {
+        runs_[run] = {patch.Values(y) + careRun.first, patch.Squares(y) + careRun.first, length};
+      }
+      band.valueCount += length * variant.planes;
     }
   }
 }
@@ -90,12 +94,12 @@ void Scorer::CloseBand(int band, int count) {
 
 void Scorer::SumRuns(const Band& band, ptrdiff_t offset, int count) {
   const auto& kernels = kernels_->correlation;
-  const RunSum* runs = runs_.data() + band.firstRun;
-  if (bandCount_ == 1 && longestRun_ <= kMostJoint) {
-    kernels.SumShortRuns(runs, band.runCount, static_cast<int>(count_), offset, count,
-                         bandValues_.data(), bandSquares_.data());
+  if (sumsJoint_) {
+    kernels.SumShortRuns(jointRuns_.data() + band.firstRun, band.runCount, band.valueCount, offset,
+                         count, bandValues_.data(), bandSquares_.data());
   } else {
-    kernels.SumRuns(runs, band.runCount, offset, count, bandValues_.data(), bandSquares_.data());
+    kernels.SumRuns(runs_.data() + band.firstRun, band.runCount, offset, count, bandValues_.data(),
+                    bandSquares_.data());
   }
 }
 

@@ -16,7 +16,7 @@ class Scorer {
  public:
   // False when memory is short. Positions range over 0 ... Columns() - 1, 0 ... Rows() - 1; there
   // are none when the variant is flat, empty or larger than the patch.
-  bool Open(const Kernels& kernels, const Variant& variant, const Patch& patch);
+  bool Open(const Kernels& kernels, const Variant& variant, Patch& patch);
   int Columns() const { return columns_; }
   int Rows() const { return rows_; }
 
@@ -39,7 +39,8 @@ class Scorer {
  private:
   struct Band {
     int firstRow, rowCount;  // of packedRows_
-    int firstRun, runCount;  // of runs_
+    int firstRun, runCount;  // of runs_ or jointRuns_
+    int valueCount;          // that take part
   };
 
   bool Allocate(int columns, size_t rows, size_t runs);
@@ -58,10 +59,11 @@ class Scorer {
   uint64_t sum_ = 0;
   double mean_ = 0, deviation_ = 0;
   int bandCount_ = 0;
-  int longestRun_ = 0;  // in values
+  bool sumsJoint_ = false;
   Buffer<PackedRow> packedRows_;
   Buffer<RunSum> runs_;
-  Buffer<Band> bands_;  // so many rows that sums of 31 bits do not overflow
+  Buffer<JointRun> jointRuns_;  // instead, where all are short
+  Buffer<Band> bands_;          // so many rows that sums of 31 bits do not overflow
   Buffer<uint32_t> bandValues_, bandSquares_, bandProducts_;
   Buffer<double> values_, squares_, products_;  // of several bands; whole numbers
   Buffer<int> promising_;

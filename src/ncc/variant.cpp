@@ -202,8 +202,11 @@ bool VariantMaker::Pack(Picture& picture, Variant& variant) const {
     }
   }
   uint32_t pixels = 0;
+  variant.longestRun = 0;
   for (int i = 0; i < variant.runCount; ++i) {
-    pixels += static_cast<uint32_t>(variant.runs[i].last - variant.runs[i].first + 1);
+    const int length = variant.runs[i].last - variant.runs[i].first + 1;
+    variant.longestRun = std::max(variant.longestRun, length);
+    pixels += static_cast<uint32_t>(length);
   }
   variant.count = 0;
   if (pixels == 0) return true;

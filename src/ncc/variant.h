@@ -27,6 +27,7 @@ struct Variant {
   Buffer<VariantRow> rows;
   Buffer<MaskRun> runs;
   int runCount = 0;
+  int longestRun = 0;  // in columns
 
   const uint8_t* Packed(int plane, int y) const {
     return packed.data() + (static_cast<ptrdiff_t>(plane) * height + y) * rowBytes;

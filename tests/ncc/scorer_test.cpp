@@ -118,37 +118,42 @@ TEST(NccScorer, EveryPositionHasTheCorrelationOfItsPixels) {
   });
 }
 
-// More pixels than one band of 32-bit sums holds, all of them bright.
+// More pixels than one band of 32-bit sums holds, all of them bright; in long rows and in short
+// ones.
 TEST(NccScorer, LargeBrightTemplatesDoNotOverflow) {
-  GreyImage image;
-  image.Create(402, 403);
-  Random random(1);
-  for (int i = 0; i < image.imageSize; ++i)
-    image.bits[i] = static_cast<uint8_t>(random.Within(250, 255));
-  GreyImage pattern;
-  pattern.Create(400, 400);
-  for (int y = 0; y < 400; ++y) std::copy_n(image.rows[y + 1] + 2, 400, pattern.rows[y]);
-  ForEachLevel([&](const Kernels& kernels) {
-    NccTool tool;
-    ASSERT_TRUE(BuildNccModel(kernels, pattern, false, tool));
-    SearchImage opened;
-    Patch patch;
-    Variant variant;
-    Scorer scorer;
-    VariantMaker maker(kernels, tool.levels[0], nullptr);
-    ASSERT_TRUE(OpenSearchImage(kernels, image, opened));
-    ASSERT_TRUE(patch.Cut(kernels, opened, 0, {0, 0, 402, 403}));
-    ASSERT_TRUE(maker.Make(1, 0, variant));
-    ASSERT_TRUE(scorer.Open(kernels, variant, patch));
-    Position best = {.score = -1};
-    scorer.FindBest(0, 0, 2, 3, best);
-    EXPECT_EQ(best.x, 2);
-    EXPECT_EQ(best.y, 1);
-    EXPECT_NEAR(best.score, 1, 1e-9);
-    scorer.ScoreRow(2, -1, [&](int x, double score) {
-      EXPECT_NEAR(score, ByDefinition(image, tool, x, 2), 1e-9);
+  for (Size size : {Size{400, 400}, {20, 1700}}) {
+    SCOPED_TRACE(size.width);
+    GreyImage image, pattern;
+    image.Create(size.width + 2, size.height + 3);
+    pattern.Create(size.width, size.height);
+    Random random(1);
+    for (int i = 0; i < image.imageSize; ++i)
+      image.bits[i] = static_cast<uint8_t>(random.Within(250, 255));
+    for (int y = 0; y < size.height; ++y) {
+      std::copy_n(image.rows[y + 1] + 2, size.width, pattern.rows[y]);
+    }
+    ForEachLevel([&](const Kernels& kernels) {
+      NccTool tool;
+      ASSERT_TRUE(BuildNccModel(kernels, pattern, false, tool));
+      SearchImage opened;
+      Patch patch;
+      Variant variant;
+      Scorer scorer;
+      VariantMaker maker(kernels, tool.levels[0], nullptr);
+      ASSERT_TRUE(OpenSearchImage(kernels, image, opened));
+      ASSERT_TRUE(patch.Cut(kernels, opened, 0, {0, 0, image.width, image.height}));
+      ASSERT_TRUE(maker.Make(1, 0, variant));
+      ASSERT_TRUE(scorer.Open(kernels, variant, patch));
+      Position best = {.score = -1};
+      scorer.FindBest(0, 0, 2, 3, best);
+      EXPECT_EQ(best.x, 2);
+      EXPECT_EQ(best.y, 1);
+      EXPECT_NEAR(best.score, 1, 1e-9);
+      scorer.ScoreRow(2, -1, [&](int x, double score) {
+        EXPECT_NEAR(score, ByDefinition(image, tool, x, 2), 1e-9);
+      });
     });
-  });
+  }
 }
 
 }  // namespace quillon::test
