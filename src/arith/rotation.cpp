@@ -1,7 +1,6 @@
 #include "arith/rotation.h"
 
 #include <algorithm>
-#include <bit>
 #include <cmath>
 #include <cstring>
 #include <limits>
@@ -60,7 +59,9 @@ double SourceY(const RotatedBand& band, const Row& row, int x) {
 int32_t FixedPosition(double position) {
   constexpr double kLarge = 0x1.8p52;
   const double sum = position * (1 << kPositionBits) + kLarge;
-  return static_cast<int32_t>(std::bit_cast<int64_t>(sum));
+  int64_t bits;
+  std::memcpy(&bits, &sum, sizeof bits);
+  return static_cast<int32_t>(bits);
 }
 
 // How far in memory the pixel that a column shows is from the one that it shows `rows` rows below.
