@@ -10,6 +10,7 @@
 #include "blob/features.h"
 #include "blob/labelling.h"
 #include "blob/polygon.h"
+#include "blob/queries.h"
 #include "families.h"
 #include "point/threshold.h"
 #include "support/operation.h"
@@ -127,6 +128,55 @@ void FillUpPeer(PeerFrame& f) {
   cv::compare(inner, kReached, f.result, cv::CMP_NE);
 }
 
+// The means of a whole image's channels. The region has one column more, which adds nothing.
+struct Means {
+  std::shared_ptr<void> region;
+  ColourMean colour;
+};
+
+Means& MeansOf(const Frame& frame) { return *static_cast<Means*>(frame.state.get()); }
+
+void AddMeans() {
+  const auto prepare = [](Frame& f) {
+    MakeRegion(f);
+    f.state = std::make_shared<Means>(Means{.region = f.state, .colour = {}});
+  };
+  const auto preparePeer = [](PeerFrame& f) { f.state = std::make_shared<cv::Scalar>(); };
+  const auto region = [](Frame& f) -> RLERegion& {
+    return *static_cast<RLERegion*>(MeansOf(f).region.get());
+  };
+  const auto peerMean = [](const PeerFrame& f) -> cv::Scalar& {
+    return *static_cast<cv::Scalar*>(f.state.get());
+  };
+  const auto check = [=](const Frame& f, const PeerFrame& peer) -> std::string {
+    const ColourMean& mean = MeansOf(f).colour;
+    const auto& of = *static_cast<RLERegion*>(MeansOf(f).region.get());
+    const cv::Scalar ours = cv::Scalar(mean.blue, mean.green, mean.red) * double(of.roiArea);
+    const cv::Scalar theirs = peerMean(peer) * double(peer.source.total());
+    return cv::norm(ours - theirs) < 1e-9 * cv::norm(theirs) ? "" : "means differ";
+  };
+  Add({.name = "region_mean_grey",
+       .bytesPerPixel = 1,
+       .prepare = prepare,
+       .ours =
+           [=](Frame& f) {
+             MeansOf(f).colour.blue = GrayMeanOfRegion(f.kernels, &f.source, region(f));
+           },
+       .preparePeer = preparePeer,
+       .peer = [=](PeerFrame& f) { peerMean(f) = cv::mean(f.source); },
+       .check = check});
+  Add({.name = "region_mean_colour",
+       .bytesPerPixel = 3,
+       .prepare = prepare,
+       .ours =
+           [=](Frame& f) {
+             MeansOf(f).colour = ColourMeanOfRegion(f.kernels, &f.colour, region(f));
+           },
+       .preparePeer = preparePeer,
+       .peer = [=](PeerFrame& f) { peerMean(f) = cv::mean(f.colour); },
+       .check = check});
+}
+
 // Labelling of real pictures, binarised at Otsu's level: one row for each picture of the folder
 // that QUILLON_DATA names.
 void AddPhotos() {
@@ -162,6 +212,7 @@ void AddPhotos() {
 
 void AddBlobOperations() {
   AddPhotos();
+  AddMeans();
   for (const int count : {500, 5000}) {
     const auto prepare = [count](Frame& f) {
       DrawBlobs(f.source, count, /*holes=*/false);

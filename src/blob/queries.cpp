@@ -1,7 +1,6 @@
 #include "blob/queries.h"
 
 #include "blob/runs_kernels.h"
-#include "core/grey_kernels.h"
 #include "core/image_access.h"
 #include "simd/kernels.h"
 
@@ -24,28 +23,24 @@ class PixelSums {
   }
 
   double Mean(int channel, int32_t area) const {
-    return static_cast<double>(sums_[channel]) / static_cast<double>(area);
+    uint32_t sum = 0;
+    for (const uint64_t lane : sums_[channel].lanes) sum += static_cast<uint32_t>(lane);
+    return static_cast<double>(sum) / static_cast<double>(area);
   }
   ColourMean Means(int32_t area) const { return {Mean(2, area), Mean(1, area), Mean(0, area)}; }
 
  private:
   void AddPixels(const uint8_t* pixels, int count) {
     if constexpr (kChannels == 1) {
-      sums_[0] += kernels_.runs.SumRow(pixels, count);
+      kernels_.runs.AddRow(pixels, count, sums_[0]);
     } else {
-      constexpr int kBlock = 512;
-      uint8_t planes[kChannels][kBlock];
-      for (int x = 0; x < count; x += kBlock) {
-        const int n = std::min(kBlock, count - x);
-        kernels_.grey.SplitRow(pixels + kChannels * x, planes[0], planes[1], planes[2], n);
-        for (int c = 0; c < kChannels; ++c) sums_[c] += kernels_.runs.SumRow(planes[c], n);
-      }
+      kernels_.runs.AddColourRow(pixels, count, sums_);
     }
   }
 
   const Kernels& kernels_;
   const CImage<Pixel>& image_;
-  uint32_t sums_[kChannels] = {};
+  ChannelSum sums_[kChannels] = {};
 };
 
 template <class Pixel>
@@ -56,11 +51,12 @@ PixelSums<Pixel> SumBlob(const Kernels& kernels, const CImage<Pixel>& image,
   return sums;
 }
 
+// The last row first, in the order of memory.
 template <class Pixel>
 PixelSums<Pixel> SumRegion(const Kernels& kernels, const CImage<Pixel>& image,
                            const RLERegion& region) {
   PixelSums<Pixel> sums(kernels, image);
-  for (int i = 0; i < region.roiRunCount; ++i) sums.Add(region.roiRuns[i]);
+  for (int i = region.roiRunCount - 1; i >= 0; --i) sums.Add(region.roiRuns[i]);
   return sums;
 }
 

@@ -2,7 +2,7 @@
 // neighbours are the run ends. Compiled once per level.
 #include "blob/runs_kernels.h"
 
-#include "simd/vec.h"
+#include "simd/blocks.h"
 
 namespace quillon::QUILLON_LEVEL {
 namespace {
@@ -62,20 +62,73 @@ int FindRuns(const uint8_t* row, int count, uint8_t first, uint8_t span, int32_t
   return static_cast<int>(edge - edges) / 2;
 }
 
-uint32_t SumRow(const uint8_t* row, int count) {
-  U64<kVectorBytes / 8> sums = {};
-  int x = 0;
-  for (; x <= count - kVectorBytes; x += kVectorBytes) {
-    sums += SumsOf8(Load<uint8_t, kVectorBytes>(row + x));
+template <int N>
+using Sums = U64<N / 8>;
+
+// Adds whole blocks of N pixels from column x on; returns the first column that is left.
+template <int N>
+QUILLON_INLINE int AddBlocks(const uint8_t* row, int x, int count, ChannelSum& sum) {
+  constexpr int kSteps = 4;  // one after the other, additions would wait for each other
+  if (x > count - N) return x;  // the next row would wait for sums stored in parts
+  Sums<N> sums[kSteps] = {Load<uint64_t, N / 8>(sum.lanes)};
+  for (; x <= count - kSteps * N; x += kSteps * N) {
+    Unroll<kSteps>([&](auto i) { sums[i] += SumsOf8(Load<uint8_t, N>(row + x + i * N)); });
   }
-  uint32_t sum = 0;
-  for (int lane = 0; lane < kVectorBytes / 8; ++lane) sum += static_cast<uint32_t>(sums[lane]);
-  for (; x < count; ++x) sum += row[x];
-  return sum;
+  for (; x <= count - N; x += N) sums[0] += SumsOf8(Load<uint8_t, N>(row + x));
+  Store(sum.lanes, (sums[0] + sums[1]) + (sums[2] + sums[3]));
+  return x;
+}
+
+void AddRow(const uint8_t* row, int count, ChannelSum& sum) {
+  int x = AddBlocks<kVectorBytes>(row, 0, count, sum);
+  if constexpr (kVectorBytes > 16) x = AddBlocks<16>(row, x, count, sum);
+  for (; x < count; ++x) sum.lanes[0] += row[x];
+}
+
+// 255 in every third place. From place 3 - r on, it marks the places that leave the rest r.
+struct Thirds {
+  constexpr Thirds() {
+    for (int i = 0; i < kVectorBytes + 2; i += 3) marks[i] = 255;
+  }
+  uint8_t marks[kVectorBytes + 3] = {};
+};
+constexpr Thirds kThirds;
+
+// One channel of N pixels, in any order: in each of the three vectors that hold them it has other
+// places.
+template <int N, int kChannel>
+QUILLON_INLINE U8<N> ChannelOf(const U8<N> (&vectors)[3]) {
+  const auto places = [](int vector) {
+    const int rest = (kChannel + 2 * vector * N) % 3;  // 2 for -1
+    return Load<uint8_t, N>(kThirds.marks + (3 - rest) % 3);
+  };
+  return (vectors[0] & places(0)) | (vectors[1] & places(1)) | (vectors[2] & places(2));
+}
+
+template <int N>
+QUILLON_INLINE int AddColourBlocks(const uint8_t* row, int x, int count, ChannelSum (&sums)[3]) {
+  if (x > count - N) return x;
+  Sums<N> channels[3];
+  Unroll<3>([&](auto c) { channels[c] = Load<uint64_t, N / 8>(sums[c].lanes); });
+  for (; x <= count - N; x += N) {
+    U8<N> pixels[3];
+    Unroll<3>([&](auto i) { pixels[i] = Load<uint8_t, N>(row + 3 * x + i * N); });
+    Unroll<3>([&](auto c) { channels[c] += SumsOf8(ChannelOf<N, c>(pixels)); });
+  }
+  Unroll<3>([&](auto c) { Store(sums[c].lanes, channels[c]); });
+  return x;
+}
+
+void AddColourRow(const uint8_t* row, int count, ChannelSum (&sums)[3]) {
+  int x = AddColourBlocks<kVectorBytes>(row, 0, count, sums);
+  if constexpr (kVectorBytes > 16) x = AddColourBlocks<16>(row, x, count, sums);
+  for (; x < count; ++x) {
+    for (int c = 0; c < 3; ++c) sums[c].lanes[0] += row[3 * x + c];
+  }
 }
 
 }  // namespace
 
-const RunsKernels runs = {.FindRuns = FindRuns, .SumRow = SumRow};
+const RunsKernels runs = {.FindRuns = FindRuns, .AddRow = AddRow, .AddColourRow = AddColourRow};
 
 }  // namespace quillon::QUILLON_LEVEL

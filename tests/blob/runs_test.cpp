@@ -52,4 +52,29 @@ TEST(FindRuns, EdgesAreThoseOfThePixelByPixelWalk) {
   });
 }
 
+TEST(SumsOfRows, AreThoseOfEveryPixelOfAChannel) {
+  ForEachLevel([&](const Kernels& level) {
+    Random random(5);
+    uint32_t grey = 0, colour[3] = {};
+    ChannelSum greySum = {}, colourSums[3] = {};
+    const auto total = [](const ChannelSum& sum) {
+      uint64_t all = 0;
+      for (const uint64_t lane : sum.lanes) all += lane;
+      return all;
+    };
+    for (int count = 0; count <= 400; ++count) {
+      std::vector<uint8_t> row(static_cast<size_t>(3 * count));
+      for (size_t i = 0; i < row.size(); ++i) {
+        row[i] = count % 2 == 0 ? 255 : static_cast<uint8_t>(random.Next() >> 24);
+        colour[i % 3] += row[i];
+        grey += row[i];
+      }
+      level.runs.AddRow(row.data(), 3 * count, greySum);
+      level.runs.AddColourRow(row.data(), count, colourSums);
+      ASSERT_EQ(total(greySum), grey) << "count " << 3 * count;
+      for (int c = 0; c < 3; ++c) ASSERT_EQ(total(colourSums[c]), colour[c]) << "count " << count;
+    }
+  });
+}
+
 }  // namespace quillon::test
