@@ -238,24 +238,25 @@ void FourOfSlantedTerms(const uint8_t* const* from, int slant, uint8_t* const* t
   }
 }
 
-// The same as RunBlocks for runs of 3, 5 and 7, from blocks that are in registers instead of
-// memory.
+// The same as RunBlocks for runs of 3, 5 and 7, but from blocks that are in registers instead of
+// memory, and from left to right: a run ends at its place. Rows that go up in memory come sooner.
 template <class Extreme, int kRun, class V>
 class RunsOfBlocks {
  public:
-  // What lies to the right of the first block.
+  // What lies to the left of the first block.
   QUILLON_INLINE void Begin(V pixels) { one_ = two_ = four_ = pixels; }
   QUILLON_INLINE V Next(V one) {
-    const V two = Extreme::Of(one, BytesFrom<1>(one, one_));
+    constexpr int kEnd = sizeof(V);
+    const V two = Extreme::Of(one, BytesFrom<kEnd - 1>(one_, one));
     V run;
     if constexpr (kRun == 3) {
-      run = Extreme::Of(two, BytesFrom<2>(one, one_));
+      run = Extreme::Of(two, BytesFrom<kEnd - 2>(one_, one));
     } else {
-      const V four = Extreme::Of(two, BytesFrom<2>(two, two_));
+      const V four = Extreme::Of(two, BytesFrom<kEnd - 2>(two_, two));
       if constexpr (kRun == 5) {
-        run = Extreme::Of(four, BytesFrom<4>(one, one_));
+        run = Extreme::Of(four, BytesFrom<kEnd - 4>(one_, one));
       } else {
-        run = Extreme::Of(four, BytesFrom<3>(four, four_));
+        run = Extreme::Of(four, BytesFrom<kEnd - 3>(four_, four));
         four_ = four;
       }
       two_ = two;
@@ -277,9 +278,9 @@ void FourOfBoxBlocks(const uint8_t* const* from, uint8_t* const* to, int width, 
   constexpr int kRadius = kSize / 2;
   const uint8_t* rows[kSize + 3];
   CopyPointers<kSize + 3>(from, rows);
-  uint8_t* out[4];  // for the column where a box begins
+  uint8_t* out[4];  // for the column where a box ends
   CopyPointers<4>(to, out);
-  for (uint8_t*& each : out) each += kRadius - inset;
+  for (uint8_t*& each : out) each -= kRadius + inset;
   // Stores one of two candidates for a row's end: the lanes for an inset of 0, or for 1. Both are
   // made in registers; storing the blocks and loading across them would wait for the stores.
   const auto storeLanes = [&](V without, V with, uint8_t* at) {
@@ -287,29 +288,28 @@ void FourOfBoxBlocks(const uint8_t* const* from, uint8_t* const* to, int width, 
   };
 
   RunsOfBlocks<Extreme, kSize, V> runs[4];
-  int x = width - 2 * N;
-  const Four<V> last = FourWindows<Extreme, kSize, N>(rows, x + N);
-  const Four<V> beforeLast = FourWindows<Extreme, kSize, N>(rows, x);
+  const Four<V> first = FourWindows<Extreme, kSize, N>(rows, 0);
+  const Four<V> second = FourWindows<Extreme, kSize, N>(rows, N);
   for (int i = 0; i < 4; ++i) {
-    runs[i].Begin(SplatLane<N - 1>(last.row[i]));
-    const V high = runs[i].Next(last.row[i]);
-    const V low = runs[i].Next(beforeLast.row[i]);
-    Store(out[i] + x, low);
-    storeLanes(BytesFrom<N - kRadius>(low, high), BytesFrom<N - kRadius - 1>(low, high),
-               to[i] + width - 2 * inset - N);
+    runs[i].Begin(SplatLane<0>(first.row[i]));
+    const V low = runs[i].Next(first.row[i]);
+    const V high = runs[i].Next(second.row[i]);
+    Store(out[i] + N, high);
+    storeLanes(BytesFrom<kRadius>(low, high), BytesFrom<kRadius + 1>(low, high), to[i]);
   }
-  for (x -= N; x >= 0; x -= N) {
+  for (int x = 2 * N; x <= width - N; x += N) {
     const Four<V> block = FourWindows<Extreme, kSize, N>(rows, x);
     for (int i = 0; i < 4; ++i) Store(out[i] + x, runs[i].Next(block.row[i]));
   }
-  const Four<V> second = FourWindows<Extreme, kSize, N>(rows, N);
-  const Four<V> first = FourWindows<Extreme, kSize, N>(rows, 0);
+  const Four<V> beforeLast = FourWindows<Extreme, kSize, N>(rows, width - 2 * N);
+  const Four<V> last = FourWindows<Extreme, kSize, N>(rows, width - N);
   for (int i = 0; i < 4; ++i) {
-    runs[i].Next(second.row[i]);
-    const V high = runs[i].Next(first.row[i]);
-    const V low = runs[i].Next(SplatLane<0>(first.row[i]));
-    Store(out[i], high);
-    storeLanes(BytesFrom<N - kRadius>(low, high), BytesFrom<N - kRadius + 1>(low, high), to[i]);
+    runs[i].Next(beforeLast.row[i]);
+    const V low = runs[i].Next(last.row[i]);
+    const V high = runs[i].Next(SplatLane<N - 1>(last.row[i]));
+    Store(out[i] + width - N, low);
+    storeLanes(BytesFrom<kRadius>(low, high), BytesFrom<kRadius - 1>(low, high),
+               to[i] + width - 2 * inset - N);
   }
 }
 

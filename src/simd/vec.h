@@ -415,10 +415,12 @@ QUILLON_INLINE V ByPlaceWithin16(V v) {
   return vec_detail::ByPlace(v, std::make_integer_sequence<int, vec_detail::kLanes<V>>{});
 }
 
-// Bytes kShift, kShift + 1 ... of `low`, then the first ones of `high`. kShift is 1 ... sizeof(V).
+// Bytes kShift, kShift + 1 ... of `low`, then the first ones of `high`. kShift is 0 ... sizeof(V).
 template <int kShift, class V>
 QUILLON_INLINE V BytesFrom(V low, V high) {
-  if constexpr (kShift == sizeof(V)) {
+  if constexpr (kShift == 0) {
+    return low;
+  } else if constexpr (kShift == sizeof(V)) {
     return high;
   } else if constexpr (native::kShiftsBytes<V>) {
     return native::BytesFrom<kShift>(low, high);

@@ -498,8 +498,8 @@ constexpr bool kShiftsBytes = sizeof(V) == 16 || (sizeof(V) == 32 && !QUILLON_AV
 template <int kShift, class V>
 QUILLON_INLINE V BytesFrom(V low, V high) {
   if constexpr (sizeof(V) == 16) {
-    return BitCast<V>(_mm_srli_si128(BitCast<__m128i>(low), kShift) |
-                      _mm_slli_si128(BitCast<__m128i>(high), 16 - kShift));
+    return BitCast<V>(_mm_slli_si128(BitCast<__m128i>(high), 16 - kShift) |
+                      _mm_srli_si128(BitCast<__m128i>(low), kShift));
 #if QUILLON_AVX2
   } else {
     const __m256i from = BitCast<__m256i>(low), to = BitCast<__m256i>(high);

@@ -76,6 +76,7 @@ const char* CheckBytes() {
     QUILLON_HOLDS(Holds(BytesFrom<1>(a, b), [&](int i) { return i + 1 < N ? a[i + 1] : b[0]; }));
     QUILLON_HOLDS(
         Holds(BytesFrom<N - 3>(a, b), [&](int i) { return i < 3 ? a[N - 3 + i] : b[i - 3]; }));
+    QUILLON_HOLDS(Holds(BytesFrom<0>(a, b), [&](int i) { return a[i]; }));
     QUILLON_HOLDS(Holds(BytesFrom<N>(a, b), [&](int i) { return b[i]; }));
     QUILLON_HOLDS(Holds(KeepOnce(a), [&](int i) { return a[i]; }));
   }
