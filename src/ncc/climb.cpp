@@ -38,9 +38,10 @@ bool PoseClimb::Place(const NccMask* mask) {
     for (int x = 0; x < width_; ++x) count_ += TakesPart(mask, x, y);
   }
   stride_ = (count_ + kFitLanes - 1) / kFitLanes * kFitLanes;
-  points_ = Buffer<float>::Zeroed(2 * static_cast<size_t>(stride_));
+  points_ = Buffer<float>::Zeroed(3 * static_cast<size_t>(stride_));
   factors_ = Buffer<float>::Zeroed(static_cast<size_t>(planes_) * factorCount_ * stride_);
   if (!points_ || !factors_) return false;
+  std::fill_n(points_.data() + 2 * static_cast<ptrdiff_t>(stride_), count_, 1.0f);
   int i = 0;
   for (int y = 0; y < height_; ++y) {
     for (int x = 0; x < width_; ++x) {
@@ -96,27 +97,25 @@ void PoseClimb::FillFactors(const NccLevel& pattern, const NccMask* mask) {
 }
 
 // Adds up a plane's factors and their products.
-void PoseClimb::AddFactors(int plane, FactorSums& to) const {
+void PoseClimb::AddFactors(int plane, double (&products)[kTerms][kTerms]) {
   // All are whole quarters, and their sums exact in any order, while the sum of n squares stays
   // below 2^53 sixteenths.
   const double largest = 255 * 0.5 * (width_ + height_);
   if (largest * largest * planes_ * count_ < std::ldexp(1.0, 53 - 4)) {
-    const float* rows[kTerms];
-    for (int j = 0; j < kTerms; ++j) rows[j] = Factor(plane, j < factorCount_ ? j : 0);
-    kernels_->fit.AddFactors(rows, count_, to);
-    for (int j = factorCount_; j < kTerms; ++j) {
-      to.sums[j] = 0;
-      std::fill_n(to.products[j], kTerms, 0.0);
+    const auto sum = kernels_->fit.ExactProduct;
+    for (int j = 0; j < factorCount_; ++j) {
+      const float* const factor = Factor(plane, j);
+      sums_[j] += sum(factor, Ones(), count_);
+      for (int k = 0; k <= j; ++k) products[j][k] += sum(factor, Factor(plane, k), count_);
     }
     return;
   }
   const float* const first = Factor(plane, 0);
   for (int i = 0; i < count_; ++i) {
-    double term[kTerms] = {};
-    for (int j = 0; j < factorCount_; ++j) term[j] = first[j * stride_ + i];
-    for (int j = 0; j < kTerms; ++j) {
-      to.sums[j] += term[j];
-      for (int k = 0; k <= j; ++k) to.products[j][k] += term[j] * term[k];
+    for (int j = 0; j < factorCount_; ++j) {
+      const double term = first[j * stride_ + i];
+      sums_[j] += term;
+      for (int k = 0; k <= j; ++k) products[j][k] += term * first[k * stride_ + i];
     }
   }
 }
@@ -124,10 +123,9 @@ void PoseClimb::AddFactors(int plane, FactorSums& to) const {
 // The matrix that makes changes of an image's products with pattern and slopes J: (J'J)^-1 J', of
 // slopes without what gain and offset explain. A change that others amount to already is left out.
 void PoseClimb::InvertSlopes() {
-  FactorSums factors = {};
-  for (int plane = 0; plane < planes_; ++plane) AddFactors(plane, factors);
-  auto& products = factors.products;
-  std::copy_n(factors.sums, kTerms, sums_);
+  double products[kTerms][kTerms] = {};
+  std::fill_n(sums_, kTerms, 0.0);
+  for (int plane = 0; plane < planes_; ++plane) AddFactors(plane, products);
   const double n = static_cast<double>(planes_) * count_;
   for (int j = 0; j < kTerms; ++j) {
     for (int k = 0; k <= j; ++k) {

@@ -58,7 +58,7 @@ class PoseClimb {
   static Placed Put(const Pose& pose);
   bool Place(const NccMask* mask);
   void FillFactors(const NccLevel& pattern, const NccMask* mask);
-  void AddFactors(int plane, FactorSums& to) const;
+  void AddFactors(int plane, double (&products)[kTerms][kTerms]);
   void InvertSlopes();
   double Correlate(const Patch& patch, const Placed& placed, Changes& changes) const;
   Placed Step(const Placed& from, const Pose& point, const Changes& changes) const;
@@ -71,6 +71,8 @@ class PoseClimb {
     return factors_.data() + (static_cast<ptrdiff_t>(plane) * factorCount_ + index) * stride_;
   }
 
+  const float* Ones() const { return points_.data() + 2 * static_cast<ptrdiff_t>(stride_); }
+
   const Kernels* kernels_ = nullptr;
   CellReach reach_;
   int width_ = 0, height_ = 0, planes_ = 0;
@@ -82,7 +84,7 @@ class PoseClimb {
   double sums_[kTerms] = {};     // of the factors
   double along_[kChanges] = {};  // the pattern, in a slope
   double weights_[kChanges][kTerms] = {};
-  Buffer<float> points_;  // u, then v
+  Buffer<float> points_;  // u, then v, then a 1 for each
   Buffer<float> factors_;
 };
 

@@ -125,23 +125,6 @@ void PackImage(const uint8_t* pixels, int count, uint8_t* packed) {
   for (int x = 0; x < count; ++x) out[x] = pixels[x];
 }
 
-// Calls body(x, value, square) with the sums of the columns up to x, x + 1, ..., and of their
-// squares.
-template <class Body>
-QUILLON_INLINE void ForEachRunningSum(const uint8_t* pixels, int count, Body&& body) {
-  constexpr int kLanes = kVectorBytes / 4;
-  I32<kLanes> valueBefore = {}, squareBefore = {};
-  for (int x = 0; x < count; x += kLanes) {
-    const auto pixel = BitCast<I32<kLanes>>(LoadBytesAsLongs(pixels + x));
-    const auto words = BitCast<I16<2 * kLanes>>(pixel);
-    const auto value = PrefixSums(pixel) + valueBefore;
-    const auto square = PrefixSums(DotPairs(words, words)) + squareBefore;
-    valueBefore = SplatLast(value);
-    squareBefore = SplatLast(square);
-    body(x, BitCast<U32<kLanes>>(value), BitCast<U32<kLanes>>(square));
-  }
-}
-
 // Stores a plane's sums, or adds them to those of the planes before.
 template <class V>
 QUILLON_INLINE void Pool(V sums, int planes, uint32_t* to) {
@@ -150,23 +133,29 @@ QUILLON_INLINE void Pool(V sums, int planes, uint32_t* to) {
 
 void AddRunningSums(const uint8_t* pixels, int count, int planes, uint32_t* values,
                     uint32_t* squares) {
-  values[0] = squares[0] = 0;
-  ForEachRunningSum(pixels, count, [&](int x, auto value, auto square) {
-    Pool(value, planes, values + 1 + x);
-    Pool(square, planes, squares + 1 + x);
-  });
-}
-
-void AddJointSums(const uint8_t* pixels, int count, int planes, uint32_t* joint) {
   constexpr int kLanes = kVectorBytes / 4;
   constexpr uint32_t kZero = 128u * 128u - (128u << kJointShift);  // what a pixel of 0 adds
   U32<kLanes> columns = {};
   for (int i = 0; i < kLanes; ++i) columns[i] = static_cast<uint32_t>(i + 1);
-  joint[0] = 0;
-  ForEachRunningSum(pixels, count, [&](int x, auto value, auto square) {
-    Pool(square + (value << kJointShift) - (value << 8) + columns * kZero, planes, joint + 1 + x);
-    columns += kLanes;
-  });
+  values[0] = 0;
+  if (squares) squares[0] = 0;
+  I32<kLanes> valueBefore = {}, squareBefore = {};
+  for (int x = 0; x < count; x += kLanes, columns += kLanes) {
+    const auto pixel = BitCast<I32<kLanes>>(LoadBytesAsLongs(pixels + x));
+    const auto words = BitCast<I16<2 * kLanes>>(pixel);
+    const auto valueSums = PrefixSums(pixel) + valueBefore;
+    const auto squareSums = PrefixSums(DotPairs(words, words)) + squareBefore;
+    valueBefore = SplatLast(valueSums);
+    squareBefore = SplatLast(squareSums);
+    auto value = BitCast<U32<kLanes>>(valueSums);
+    const auto square = BitCast<U32<kLanes>>(squareSums);
+    if (squares) {
+      Pool(square, planes, squares + 1 + x);
+    } else {
+      value = square + (value << kJointShift) - (value << 8) + columns * kZero;
+    }
+    Pool(value, planes, values + 1 + x);
+  }
 }
 
 void PackPattern(const uint8_t* pixels, const uint8_t* care, int count, uint8_t* packed) {
@@ -384,7 +373,6 @@ const CorrelationKernels correlation = {.SumProducts = SumProducts,
                                         .patternBias = kBias,
                                         .PackImage = PackImage,
                                         .AddRunningSums = AddRunningSums,
-                                        .AddJointSums = AddJointSums,
                                         .PackPattern = PackPattern,
                                         .CorrelateRow = CorrelateRow,
                                         .CorrelateWindow = CorrelateWindow,

@@ -63,10 +63,10 @@ struct CorrelationKernels {
   int patternBias;   // packed patterns hold pixel - patternBias where they take part
   void (*PackImage)(const uint8_t* pixels, int count, uint8_t* packed);
   // Starts the running sums of a row with its first plane, or adds one more: `planes` counts it.
-  // Entry x is the sum of the columns before x, modulo 2^32. Reads and writes whole vectors.
+  // Entry x is the sum of the columns before x, modulo 2^32: of values and of squares, or, where
+  // `squares` is null, joint sums instead of values. Reads and writes whole vectors.
   void (*AddRunningSums)(const uint8_t* pixels, int count, int planes, uint32_t* values,
                          uint32_t* squares);
-  void (*AddJointSums)(const uint8_t* pixels, int count, int planes, uint32_t* joint);
   // Zero where `care` is 0, and up to the next whole 64 bytes.
   void (*PackPattern)(const uint8_t* pixels, const uint8_t* care, int count, uint8_t* packed);
 

@@ -216,22 +216,21 @@ void TurnRow(const FitCells& cells, const TurnedRow& turned, int count, uint8_t*
   I u = ramp * turned.stepU + (turned.u - kHalf), v = ramp * turned.stepV + (turned.v - kHalf);
   const I lastU = I{} + ((cells.width - 1) << kTurnedFraction);
   const I lastV = I{} + ((cells.height - 1) << kTurnedFraction);
-  for (int x = 0; x < count; x += 16) {
+  for (int x = 0; x < count; x += kLanes) {
+    const I column = Max(Min(u, lastU), I{}), row = Max(Min(v, lastV), I{});
+    u += turned.stepU * kLanes;
+    v += turned.stepV * kLanes;
+    const auto cell =
+        Gather(cells.pixels, (row >> kTurnedFraction) * cells.width + (column >> kTurnedFraction));
+    const auto byte = [&](int i) { return Floats(BitCast<I>((cell >> (8 * i)) & 255)); };
+    const F fu = Floats((column >> 8) & 255), fv = Floats((row >> 8) & 255);
+    const F upperLeft = byte(0), lowerLeft = byte(2);
+    const F upper = upperLeft * 256.0f + (byte(1) - upperLeft) * fu;
+    const F lower = lowerLeft * 256.0f + (byte(3) - lowerLeft) * fu;
+    const F sum = upper * 256.0f + (lower - upper) * fv + 32768.0f;
+    // The first of 16 bytes; the next vector's overwrite the others.
     I values[kVectors];
-    for (I& value : values) {
-      const I column = Max(Min(u, lastU), I{}), row = Max(Min(v, lastV), I{});
-      u += turned.stepU * kLanes;
-      v += turned.stepV * kLanes;
-      const auto cell = Gather(
-          cells.pixels, (row >> kTurnedFraction) * cells.width + (column >> kTurnedFraction));
-      const auto byte = [&](int i) { return Floats(BitCast<I>((cell >> (8 * i)) & 255)); };
-      const F fu = Floats((column >> 8) & 255), fv = Floats((row >> 8) & 255);
-      const F upperLeft = byte(0), lowerLeft = byte(2);
-      const F upper = upperLeft * 256.0f + (byte(1) - upperLeft) * fu;
-      const F lower = lowerLeft * 256.0f + (byte(3) - lowerLeft) * fu;
-      const F sum = upper * 256.0f + (lower - upper) * fv + 32768.0f;
-      value = Convert<int32_t, kLanes>(sum) >> kTurnedFraction;
-    }
+    for (I& value : values) value = Convert<int32_t, kLanes>(sum) >> kTurnedFraction;
     Store(out + x, PackToBytes(values));
   }
 }
@@ -318,27 +317,22 @@ void CorrelatePoints(const FitCells& image, const FitPoints& points, const FitPl
   CorrelatePoints<5>(image, points, placing, sums);
 }
 
-void AddFactors(const float* const factors[kMostFitFactors], int count, FactorSums& to) {
-  constexpr int kWide = kVectorBytes / 8;
+double ExactProduct(const float* a, const float* b, int count) {
+  constexpr int kWide = kVectorBytes / 8, kSums = kFitLanes / kWide < 4 ? kFitLanes / kWide : 4;
   using D = F64<kWide>;
-  const auto total = [](D v) {
-    double sum = 0;
-    for (int i = 0; i < kWide; ++i) sum += v[i];
-    return sum;
-  };
-  D sums[kMostFitFactors] = {}, products[kMostFitFactors][kMostFitFactors] = {};
-  for (int x = 0; x < count; x += kWide) {
-    D term[kMostFitFactors];
-    Unroll<kMostFitFactors>([&](auto j) {
-      term[j] = Convert<double, kWide>(Load<float, kWide>(factors[j] + x));
-      sums[j] += term[j];
-      Unroll<j + 1>([&](auto k) { products[j][k] += term[j] * term[k]; });
+  D sums[kSums] = {};
+  for (int x = 0; x < count; x += kSums * kWide) {
+    Unroll<kSums>([&](auto i) {
+      const auto load = [&](const float* from) {
+        return Convert<double, kWide>(Load<float, kWide>(from + x + i * kWide));
+      };
+      sums[i] += load(a) * load(b);
     });
   }
-  for (int j = 0; j < kMostFitFactors; ++j) {
-    to.sums[j] += total(sums[j]);
-    for (int k = 0; k <= j; ++k) to.products[j][k] += total(products[j][k]);
-  }
+  for (int i = 1; i < kSums; ++i) sums[0] += sums[i];
+  double total = 0;
+  for (int i = 0; i < kWide; ++i) total += sums[0][i];
+  return total;
 }
 
 }  // namespace
@@ -350,6 +344,6 @@ const FitKernels fit = {.FilterRow = FilterRow,
                         .TurnRow = TurnRow,
                         .PackCells = PackCells,
                         .CorrelatePoints = CorrelatePoints,
-                        .AddFactors = AddFactors};
+                        .ExactProduct = ExactProduct};
 
 }  // namespace quillon::QUILLON_LEVEL

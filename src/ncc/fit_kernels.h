@@ -64,11 +64,6 @@ struct TurnedRow {
 };
 constexpr int kTurnedFraction = 16;  // bits
 
-// Sums of factors, and of the products of each two of them, second <= first.
-struct FactorSums {
-  double sums[kMostFitFactors], products[kMostFitFactors][kMostFitFactors];
-};
-
 struct FitKernels {
   // value[x] = sum of in[x + i] weight[i], i = 0 ... 3; slope[x] likewise.
   void (*FilterRow)(const float* in, const float* weight, const float* slope, int count,
@@ -92,9 +87,9 @@ struct FitKernels {
   // and of I times each factor.
   void (*CorrelatePoints)(const FitCells& image, const FitPoints& points, const FitPlacing& placing,
                           float sums[2 + kMostFitFactors]);
-  // Adds the sums over `count` points, rounded up to whole kFitLanes, in any order: for numbers
-  // whose sums are exact.
-  void (*AddFactors)(const float* const factors[kMostFitFactors], int count, FactorSums& sums);
+  // The sum of products of two arrays of `count` numbers, rounded up to whole kFitLanes, in any
+  // order: for sums that are exact.
+  double (*ExactProduct)(const float* a, const float* b, int count);
 };
 
 }  // namespace quillon

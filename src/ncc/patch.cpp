@@ -52,7 +52,7 @@ bool Patch::CutPixels(const Kernels& kernels, const SearchImage& image, int leve
   width_ = std::max(std::min(region.right, ReducedSize(image.width, level)) - left_, 0);
   height_ = std::max(std::min(region.bottom, ReducedSize(image.height, level)) - top_, 0);
   planes_ = image.planes;
-  hasSums_ = hasJointSums_ = false;
+  hasSums_[0] = hasSums_[1] = false;
   image_ = {std::ldexp(image.width, -level), std::ldexp(image.height, -level)};
   const size_t size = static_cast<size_t>(planes_) * height_ * width_;
   if (!Grow(size + kPackedMargin, pixels_)) return false;
@@ -100,31 +100,19 @@ bool Patch::Cut(const Kernels& kernels, const SearchImage& image, int level, con
 }
 
 // Sums go row by row: their vectors reach into the next row, which is written after them.
-bool Patch::AddSums(const Kernels& kernels) {
-  const size_t sums = static_cast<size_t>(SumStride()) * height_ + kPackedMargin;
-  if (hasSums_) return true;
-  if (!Grow(sums, values_) || !Grow(sums, squares_)) return false;
+bool Patch::AddSums(const Kernels& kernels, bool joint) {
+  if (hasSums_[joint]) return true;
+  const size_t size = static_cast<size_t>(SumStride()) * height_ + kPackedMargin;
+  Buffer<uint32_t>& values = joint ? joint_ : values_;
+  if (!Grow(size, values) || (!joint && !Grow(size, squares_))) return false;
   for (int y = 0; y < height_; ++y) {
     const ptrdiff_t at = RowOf(0, y) * SumStride();
     for (int plane = 0; plane < planes_; ++plane) {
-      kernels.correlation.AddRunningSums(Pixels(plane, y), width_, plane + 1, values_.data() + at,
-                                         squares_.data() + at);
+      kernels.correlation.AddRunningSums(Pixels(plane, y), width_, plane + 1, values.data() + at,
+                                         joint ? nullptr : squares_.data() + at);
     }
   }
-  return hasSums_ = true;
-}
-
-bool Patch::AddJointSums(const Kernels& kernels) {
-  const size_t sums = static_cast<size_t>(SumStride()) * height_ + kPackedMargin;
-  if (hasJointSums_) return true;
-  if (!Grow(sums, joint_)) return false;
-  for (int y = 0; y < height_; ++y) {
-    for (int plane = 0; plane < planes_; ++plane) {
-      kernels.correlation.AddJointSums(Pixels(plane, y), width_, plane + 1,
-                                       joint_.data() + RowOf(0, y) * SumStride());
-    }
-  }
-  return hasJointSums_ = true;
+  return hasSums_[joint] = true;
 }
 
 }  // namespace quillon

@@ -41,8 +41,7 @@ class Patch {
   bool CutPixels(const Kernels& kernels, const SearchImage& image, int level, const Region& region);
   // Add to what was cut, unless it is there already: sums of values and squared values, joint sums
   // of both, cells. False when memory is short.
-  bool AddSums(const Kernels& kernels);
-  bool AddJointSums(const Kernels& kernels);
+  bool AddSums(const Kernels& kernels, bool joint);
   bool AddCells(const Kernels& kernels);
 
   int Left() const { return left_; }
@@ -72,7 +71,7 @@ class Patch {
 
   int left_ = 0, top_ = 0, width_ = 0, height_ = 0, packedStride_ = 0;
   int planes_ = 0;
-  bool hasSums_ = false, hasJointSums_ = false;
+  bool hasSums_[2] = {};  // apart, joint
   Extent image_;
   Buffer<uint8_t> pixels_, packed_;
   Buffer<uint32_t> values_, squares_, joint_, cells_;

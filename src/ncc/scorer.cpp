@@ -37,7 +37,7 @@ bool Scorer::Open(const Kernels& kernels, const Variant& variant, Patch& patch) 
   packedStride_ = patch.PackedStride();
   sumStride_ = patch.SumStride();
   sumsJoint_ = variant.longestRun * variant.planes <= kMostJoint;
-  if (!(sumsJoint_ ? patch.AddJointSums(kernels) : patch.AddSums(kernels))) return false;
+  if (!patch.AddSums(kernels, sumsJoint_)) return false;
   const size_t rows = static_cast<size_t>(variant.height) * variant.planes;
   if (!Allocate(columns_, rows, static_cast<size_t>(variant.runCount))) return false;
   AddBands(variant, patch);

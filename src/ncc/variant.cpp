@@ -37,6 +37,10 @@ void Cut(int64_t start, int64_t step, int64_t end, int64_t& first, int64_t& last
 
 }  // namespace
 
+VariantMaker::VariantMaker(const Kernels& kernels, const NccLevel& level, const NccMask* mask)
+    : kernels_(kernels), level_(level), mask_(mask) {}
+VariantMaker::~VariantMaker() = default;
+
 VariantMaker::Size VariantMaker::ScaledSize(double scale) const {
   if (IsOwnSize(scale)) return {level_.width, level_.height};
   return {static_cast<int>(level_.width * scale), static_cast<int>(level_.height * scale)};

@@ -37,8 +37,8 @@ struct Variant {
 // Draws variants, keeping its scratch memory from one to the next.
 class VariantMaker {
  public:
-  VariantMaker(const Kernels& kernels, const NccLevel& level, const NccMask* mask)
-      : kernels_(kernels), level_(level), mask_(mask) {}
+  VariantMaker(const Kernels& kernels, const NccLevel& level, const NccMask* mask);
+  ~VariantMaker();
 
   // Variants that are larger than the picture searched are not drawn: they are empty.
   void FitInto(int width, int height) { most_ = {width, height}; }
