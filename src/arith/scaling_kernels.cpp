@@ -40,11 +40,46 @@ QUILLON_INLINE void PickGroup(const uint8_t* row, uint8_t* to, const int32_t* co
   Store(to, picked);
 }
 
+// Two groups of as many windows, one or two, in the halves of a vector.
+template <int kWindows>
+QUILLON_INLINE U8<2 * kGroup> PickTwoGroups(const uint8_t* row, const ColumnGroup* groups) {
+  const auto window = [&](int i) {
+    return Join(LoadWindow(row + groups[0].start + 16 * i),
+                LoadWindow(row + groups[1].start + 16 * i));
+  };
+  const auto places = Join(LoadWindow(groups[0].places), LoadWindow(groups[1].places));
+  if constexpr (kWindows == 1) return ShuffleBytes(window(0), places);
+  const auto pick = [&](int i) {
+    const auto inside = places - static_cast<uint8_t>(16 * i);
+    return ShuffleBytes(window(i), AddSaturate(inside, Splat<uint8_t, 2 * kGroup>(0x70)));
+  };
+  return pick(0) | pick(1);
+}
+
+// Picks pixels two groups at a time as long as all have kWindows windows.
+template <int kWindows>
+QUILLON_INLINE void PickByTwos(const uint8_t* from, uint8_t* to, int count,
+                               const ColumnGroup*& groups, int& x) {
+  while (x <= count - 2 * kGroup && groups[0].windows == kWindows &&
+         groups[1].windows == kWindows) {
+    Store(to + x, PickTwoGroups<kWindows>(from, groups));
+    x += 2 * kGroup;
+    groups += 2;
+  }
+}
+
 void PickRow(const uint8_t* from, uint8_t* to, int count, const int32_t* columns,
              const ColumnGroup* groups) {
   if (count < kGroup) return PickSingly(from, to, count, columns);
   int x = 0;
-  for (; x <= count - kGroup; x += kGroup) PickGroup(from, to + x, columns + x, *groups++);
+  for (; x <= count - kGroup; x += kGroup) {
+    if constexpr (kVectorBytes == 2 * kGroup) {
+      PickByTwos<1>(from, to, count, groups, x);
+      PickByTwos<2>(from, to, count, groups, x);
+      if (x > count - kGroup) break;
+    }
+    PickGroup(from, to + x, columns + x, *groups++);
+  }
   const int last = count - kGroup;
   if (x < count) PickGroup(from, to + last, columns + last, *groups);
 }
