@@ -9,6 +9,10 @@ import sys
 LEVELS = ["sse2", "avx2", "avx512"]
 
 
+def microseconds(value):
+    return f"{value:.0f}" if value >= 100 else f"{value:.3g}"
+
+
 def main():
     times = collections.defaultdict(lambda: collections.defaultdict(list))
     runs = [run for path in sys.argv[1:] for run in json.load(open(path))["benchmarks"]]
@@ -29,9 +33,9 @@ def main():
     print("| " + " | ".join(header) + " |")
     print("|" + "---|" * len(header))
     logarithms = collections.defaultdict(lambda: collections.defaultdict(list))
-    for (operation, size), columns in times.items():
+    for (operation, size), columns in sorted(times.items()):
         median = {c: statistics.median(v) for c, v in columns.items()}
-        row = [operation, size] + [f"{median[c]:.0f}" if c in median else "" for c in shown]
+        row = [operation, size] + [microseconds(median[c]) if c in median else "" for c in shown]
         for name, above, below in ratios:
             if above not in median or below not in median:
                 row.append("")

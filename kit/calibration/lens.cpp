@@ -368,9 +368,10 @@ LensFit FitLensToCamera(const Camera& camera, double maxResidual,
     if (fit.points.empty()) throw Failure("the camera does not see the plane");
     const GridPoint& worst = fit.points[fit.worst];
     if (worst.Residual() > maxResidual) {
-      throw Failure("a table's cubic follows this camera to " + ShortestDigits(worst.Residual()) +
-                    " pixels at best, at (" + ShortestDigits(worst.fitted.x) + ", " +
-                    ShortestDigits(worst.fitted.y) + "), beyond " + ShortestDigits(maxResidual) +
+      const auto digits = [](double value) { return ShortestDigits(static_cast<float>(value)); };
+      throw Failure("a table's cubic follows this camera to " + digits(worst.Residual()) +
+                    " pixels at best, at (" + digits(worst.fitted.x) + ", " +
+                    digits(worst.fitted.y) + "), beyond " + ShortestDigits(maxResidual) +
                     " (--max-residual); rectify follows the camera file itself");
     }
     return fit;
