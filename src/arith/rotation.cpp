@@ -40,6 +40,12 @@ struct Range {
   double low, high;
 };
 
+// Positions that show a pixel of a side, or interpolate two: those may lie a little outside.
+Range Shown(Sampling sampling, int side) {
+  if (sampling == Sampling::kNearest) return {0, double(side)};
+  return {-kTolerance, std::nextafter(side - 1 + kTolerance, side)};
+}
+
 int64_t Floor(double value) {
   const auto whole = static_cast<int64_t>(value);
   return whole - (value < static_cast<double>(whole));
@@ -123,6 +129,7 @@ struct Turn {
   Slope slopeX, slopeY;
   double centreX, centreY;
   Sampling sampling;
+  Range across, down;  // positions that show something
 
   Row RowAt(int y) const {
     return {.rowX = (y - centreY) * direction.sine,
@@ -140,16 +147,9 @@ struct Turn {
   }
 
   PlannedRow Plan(const RotatedBand& band, const Row& row) const {
-    if (sampling == Sampling::kNearest) {
-      const Columns covered =
-          Within(band, row, {0, double(source.width)}, {0, double(source.height)});
-      return {covered, covered};
-    }
+    const Columns covered = Within(band, row, across, down);
+    if (sampling == Sampling::kNearest) return {covered, covered};
     const double right = source.width - 1, bottom = source.height - 1;
-    const auto tolerated = [](double last) -> Range {
-      return {-kTolerance, std::nextafter(last + kTolerance, last + 1)};
-    };
-    const Columns covered = Within(band, row, tolerated(right), tolerated(bottom));
     const auto isInner = [&](int x) {
       const double sx = SourceX(band, row, x), sy = SourceY(band, row, x);
       return sx >= kMargin && sx < right - kMargin && sy >= kMargin && sy < bottom - kMargin;
@@ -270,7 +270,9 @@ void RotateInto(const Kernels& kernels, Sampling sampling, const GreyImage& sour
                      .slopeY = Slope(-direction.sine),
                      .centreX = (width - 1) / 2.0,
                      .centreY = (height - 1) / 2.0,
-                     .sampling = sampling};
+                     .sampling = sampling,
+                     .across = Shown(sampling, width),
+                     .down = Shown(sampling, height)};
   for (int x = 0; x < width; ++x) {
     columnX[x] = (x - turn.centreX) * turn.direction.cosine;
     columnY[x] = (x - turn.centreX) * turn.direction.sine;
