@@ -20,8 +20,7 @@ void BetweenRow(uint8_t* row, int count, int lower, int upper) {
   for (; x < count; ++x) row[x] = lower < row[x] && row[x] < upper ? 255 : 0;
 }
 
-// ---- the number of pixels of each level
-// -----------------------------------------------------------
+// ---- pixels of each level -----------------------------------------------------------------------
 
 #if QUILLON_BYTE_SIEVES
 
