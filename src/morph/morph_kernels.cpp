@@ -313,9 +313,12 @@ void FourOfBoxBlocks(const uint8_t* const* from, uint8_t* const* to, int width, 
   }
 }
 
-template <class Extreme, int kSize, int N = kNarrow>
+template <class Extreme, int kSize, int N = kVectorBytes>
 void FourOfBox(const uint8_t* const* from, uint8_t* const* out, int width, int inset) {
-  if (width >= 2 * N) {
+  // Boxes shuffle so much that blocks of 64 bytes are worth it, but on long rows alone: two of a
+  // row may be computed twice.
+  constexpr int kLeastBlocks = N <= kNarrow ? 2 : kSize > 3 ? 10 : 24;
+  if (width >= kLeastBlocks * N) {
     FourOfBoxBlocks<Extreme, kSize, N>(from, out, width, inset);
   } else if constexpr (N > 16) {
     FourOfBox<Extreme, kSize, N / 2>(from, out, width, inset);

@@ -155,6 +155,20 @@ TEST(Morph, LargeElementsMatchTheirPasses) {
   }
 }
 
+// Squares of long rows go by wider blocks.
+TEST(Morph, SquaresOnLongRowsMatchTheirPasses) {
+  GreyImage image;
+  for (int width : {639, 640, 703, 1535, 1536, 1607}) {
+    Fill(image, width, 11, Content::kNoise);
+    ForEachLevel([&](const Kernels& level) {
+      for (int n = 1; n <= 3; ++n) {
+        ASSERT_NO_FATAL_FAILURE(ExpectPassByPass(level, image, Rectangle(n, n)))
+            << width << " columns";
+      }
+    });
+  }
+}
+
 // Passes without end come to the same as enough of them.
 TEST(Morph, AbsurdCountsAreServedAtOnce) {
   GreyImage image, enough, result, source, other;
