@@ -146,11 +146,14 @@ QUILLON_INLINE I16<2 * kCount> SidesFrom(const int32_t* vertices) {
   }
 }
 
+// Loops over a hull are short: unrolled they were only larger.
+
 // Whether all vertices lie near the first one, and it near the image's corner.
 QUILLON_INLINE bool IsSmall(const Point* hull, int count) {
   const auto magnitude = [](auto v) { return v ^ v >> 31; };
   const I32<4> first = {hull->x, hull->y, hull->x, hull->y};
   I32<4> reach = {};
+#pragma GCC unroll 1
   for (int i = 0; i < count; i += 2) {
     const auto vertices = BitCast<U32<4>>(Load<int32_t, 4>(&hull[i].x));
     reach |= magnitude(BitCast<I32<4>>(vertices - BitCast<U32<4>>(first)));
@@ -171,6 +174,7 @@ QUILLON_INLINE Floats MeasureBoxes(const int16_t* sides, int count, int first, B
   const auto side = Load<int16_t, 2 * kLanes>(sides + 2 * first);
   const Pairs outwards = Outwards(side), against = -side;
   Sums across = BitCast<Sums>(side), back = {};
+#pragma GCC unroll 1
   for (int i = 0; i < count; ++i) {
     const Pairs other = Everywhere(sides + 2 * i);
     const Wholes goesInwards = DotPairs(outwards, other) >> 31;
@@ -198,6 +202,7 @@ QUILLON_INLINE Floats MeasureBoxes(const int16_t* sides, int count, int first, B
 QUILLON_INLINE uint32_t WayBack(const int16_t* sides, int count, int chosen, const Boxes& boxes) {
   const Pairs side = Everywhere(sides + 2 * chosen), outwards = Outwards(side);
   Sums way = {};
+#pragma GCC unroll 1
   for (int i = 0; i < count; i += kLanes) {
     const auto other = Load<int16_t, 2 * kLanes>(sides + 2 * i);
     way += Where(DotPairs(side, other) >> 31 & ~(DotPairs(outwards, other) >> 31), other);
@@ -224,6 +229,7 @@ bool FindLeastSide(Point* hull, int count, SideBox& box) {
   }
   if (!IsSmall(hull, count)) return false;
   int16_t sides[2 * kMostSides];
+#pragma GCC unroll 1
   for (int i = 0; i < count; i += kLanes) Store(sides + 2 * i, SidesFrom<kLanes>(&hull[i].x));
 
   Boxes boxes;
