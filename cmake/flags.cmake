@@ -21,6 +21,10 @@ function(quillon_flags target)
       -Wa,-muse-unaligned-vector-move)  # this compiler aligns spilled vectors too little
     target_link_options(${target} PRIVATE -static)
   endif()
+  if(EMSCRIPTEN AND NOT quillon_is_kernel)
+    target_compile_options(${target} PRIVATE
+      -fno-unroll-loops)  # outside kernels, longer loops are only more to load
+  endif()
   if(CMAKE_SYSTEM_NAME STREQUAL Linux AND NOT QUILLON_SANITIZE AND NOT quillon_is_kernel)
     target_compile_options(${target} PRIVATE -fstack-protector-strong)
     if(NOT QUILLON_OPTIMISE)  # the checked calls are made by the optimiser
