@@ -68,7 +68,7 @@ using Sums = U64<N / 8>;
 // Adds whole blocks of N pixels from column x on; returns the first column that is left.
 template <int N>
 QUILLON_INLINE int AddBlocks(const uint8_t* row, int x, int count, ChannelSum& sum) {
-  constexpr int kSteps = 4;  // one after the other, additions would wait for each other
+  constexpr int kSteps = 4;     // one after the other, additions would wait for each other
   if (x > count - N) return x;  // the next row would wait for sums stored in parts
   Sums<N> sums[kSteps] = {Load<uint64_t, N / 8>(sum.lanes)};
   for (; x <= count - kSteps * N; x += kSteps * N) {
