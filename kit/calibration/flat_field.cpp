@@ -55,7 +55,7 @@ FlatFieldCorrection::FlatFieldCorrection(const std::string& path, const Note& no
   const ParameterFile file(path, kKind, kFileSize);
   for (size_t i = 0; i < kGains / 4; ++i) file.Place(i);
   RequireGains(file);
-  image_.Create(1, 1);  // an image without pixels would not release its gains
+  MakeHolder(image_);
   if (!CallExports([&] { return IxFFCParaLoad(&image_, region_, path.c_str()); })) {
     throw Failure("cannot open '" + path + "'");
   }

@@ -172,7 +172,7 @@ LensFit FitPoints(const std::string& name, std::vector<int> points, const Grid& 
                   const std::string& parameters, Judged judge) {
   const auto count = static_cast<int>(points.size() / 2);
   GreyImage image;
-  image.Create(1, 1);
+  MakeHolder(image);
   constexpr float kPixelSize = 10000;  // then a pitch is a step in pixels
   LensFit fit;
   ReplaceFile(parameters, kFileSize, [&](const std::string& file) {
@@ -383,7 +383,7 @@ LensFit FitLensToCamera(const Camera& camera, double maxResidual,
 
 LensCorrection::LensCorrection(std::string path, const Note& note) try : path_(std::move(path)) {
   RequireLens(ParameterFile(path_, kKind, kFileSize));
-  work_.Create(1, 1);  // an image without pixels would not release its parameters
+  MakeHolder(work_);
   if (!CallExports([&] { return IxDistortionParaLoad(&work_, path_.c_str()); })) {
     throw Failure("cannot open '" + path_ + "'");
   }

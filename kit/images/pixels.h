@@ -16,6 +16,12 @@ void RequirePixels(const CImage<Pixel>& image) {
   if (!image.bits) throw OutOfMemory("a picture of " + SizeText(image.width, image.height));
 }
 
+// For exports to hang parameters on: an image without pixels would not release them.
+inline void MakeHolder(GreyImage& image) {
+  image.Create(1, 1);
+  RequirePixels(image);
+}
+
 template <class Pixel>
 void CopyPicture(const CImage<Pixel>& from, CImage<Pixel>& to) {
   to.CopyFrom(&from);
