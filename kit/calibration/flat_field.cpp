@@ -2,6 +2,7 @@
 
 #include <cmath>
 #include <nlohmann/json.hpp>
+#include <utility>
 
 #include "kit/errors.h"
 #include "kit/files/files.h"
@@ -74,9 +75,12 @@ void FlatFieldCorrection::Apply(const GreyImage& image, GreyImage& corrected) tr
                   ", row " + std::to_string(region_[3]) + ", outside the picture of " +
                   SizeText(image.width, image.height));
   }
-  CopyPicture(image, image_);
-  IxFFCCalibrate(&image_, region_[0], region_[1], region_[2], region_[3]);
-  CopyPicture(image_, corrected);
+  // The gains are lent to the result: their image keeps its pixel, without which it would not
+  // release them.
+  CopyPicture(image, corrected);
+  double* const own = std::exchange(corrected.flatFieldTable, image_.flatFieldTable);
+  IxFFCCalibrate(&corrected, region_[0], region_[1], region_[2], region_[3]);
+  corrected.flatFieldTable = own;
 } catch (const std::bad_alloc&) {
   throw OutOfMemory("a flat field");
 }

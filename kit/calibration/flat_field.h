@@ -32,7 +32,7 @@ class FlatFieldCorrection {
  private:
   std::string path_;
   PictureSize size_;
-  GreyImage image_;  // the gains stay with the object, whatever pixels it gets
+  GreyImage image_;  // of one pixel: it holds the gains
   int region_[4] = {};
 };
 
